@@ -1,0 +1,151 @@
+// Values, dates and the runtime functions at their edges.
+
+#include "util/runtime.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace brenik {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+TEST(Numbers, AreShownAsAPersonWouldRoundThem) {
+    struct Case {
+        double amount;
+        int width;
+        int decimals;
+        const char* text;
+    };
+    for (const Case& c : {Case{5, 10, 0, "         5"},
+                          {-2.5, 4, 0, "  -3"},
+                          {1.005, 6, 2, "  1.01"},
+                          {-1.005, 6, 2, " -1.01"},
+                          {-0.004, 6, 2, "  0.00"},
+                          {0.25, 3, 2, ".25"},
+                          {9.99, 3, 1, ""},
+                          {1e300, 20, 2, ""},
+                          {5e-324, 5, 3, "0.000"},
+                          {1, 2, 2, ""},
+                          {std::nan(""), 10, 2, ""},
+                          {-kInfinity, 10, 0, ""}}) {
+        EXPECT_EQ(fixed_text(c.amount, c.width, c.decimals), c.text) << c.amount;
+    }
+    EXPECT_EQ(number_text(Number{12345678901.0}), "**********");
+    EXPECT_EQ(number_text(Number{std::nan("")}, 3, 1), "***");
+    EXPECT_EQ(number_text(Number{1.5, 400, 300}).size(), 400u);
+    EXPECT_EQ(trimmed_number(Number{5}), "5");
+}
+
+TEST(Numbers, AreReadFromTheFrontOfText) {
+    struct Case {
+        std::string text;
+        double amount;
+        int width;
+        int decimals;
+    };
+    for (const Case& c : {Case{"", 0, 10, 0},
+                          {"-", 0, 10, 0},
+                          {"  42abc", 42, 10, 0},
+                          {"-3.250 ", -3.25, 10, 3},
+                          {"+.5.5", 0.5, 10, 1},
+                          {"1e5", 1, 10, 0},
+                          {"inf", 0, 10, 0},
+                          {"123456789012", 123456789012.0, 12, 0},
+                          {"-" + std::string(100'000, '9'), -kInfinity, 100'001, 0},
+                          {"." + std::string(1000, '0') + "1", 0, 1002, 1001}}) {
+        const Number number = numeric_value(c.text);
+        EXPECT_EQ(number.amount, c.amount) << c.text.substr(0, 20);
+        EXPECT_EQ(number.width, c.width) << c.text.substr(0, 20);
+        EXPECT_EQ(number.decimals, c.decimals) << c.text.substr(0, 20);
+    }
+    EXPECT_FALSE(std::signbit(numeric_value("-0").amount));
+}
+
+TEST(Text, FunctionsHoldAtTheirEdges) {
+    EXPECT_EQ(trim_both("  a b\t "), "a b\t");
+    EXPECT_EQ(trim_both("    "), "");
+    EXPECT_EQ(pad_right("abc", 2), "ab");
+    EXPECT_EQ(replace_all("aaa", "aa", "b"), "ba");
+    EXPECT_EQ(replace_all("abc", "", "x"), "abc");
+    EXPECT_EQ(upper("a\xE9z"), "A\xE9Z");
+    EXPECT_EQ(substring("abc", 4), "");
+    EXPECT_EQ(substring("abc", 2, 9), "bc");
+    EXPECT_EQ(position("a", "ABC"), 0u);
+    EXPECT_EQ(position("C", "ABC"), 3u);
+    EXPECT_TRUE(begins_with("abc", ""));
+    EXPECT_FALSE(begins_with("ab", "abc"));
+    EXPECT_EQ(int16_text(-2), "\xFE\xFF");
+    EXPECT_EQ(int16_text(65536 + 513), "\x01\x02");
+    EXPECT_EQ(int16_from_text("\xFE\xFFzzz"), -2);
+    EXPECT_EQ(int16_from_text("\x07"), 7);
+}
+
+TEST(Dates, EveryDayOfTheCalendarGoesThereAndBack) {
+    EXPECT_EQ(Date::from_civil(2000, 1, 1).julian_day(), 2451545);
+    const std::int32_t last = Date::from_civil(9999, 12, 31).julian_day();
+    for (std::int32_t day = Date::from_civil(1, 1, 1).julian_day(); day <= last; ++day) {
+        const CivilDay parts = Date(day).civil();
+        ASSERT_EQ(Date::from_civil(parts.year, parts.month, parts.day).julian_day(), day);
+    }
+    for (const std::int32_t outside : {0, -1, last + 1, std::numeric_limits<std::int32_t>::min()}) {
+        EXPECT_EQ(Date(outside).to_ymd(), "        ");
+        EXPECT_EQ(Date(outside).to_mdy(), "  /  /  ");
+    }
+}
+
+TEST(Dates, OnlyTrueDaysAreRead) {
+    struct Case {
+        const char* text;
+        const char* ymd;
+    };
+    for (const Case& c : {Case{"11/27/03", "19031127"},
+                          {"1/2/2003 ", "20030102"},
+                          {"02/29/2000", "20000229"},
+                          {"02/29/00", "        "},
+                          {"13/01/03", "        "},
+                          {"1/2/3/4", "        "},
+                          {"20031127", "        "},
+                          {"+1/02/03", "        "}}) {
+        EXPECT_EQ(Date::from_mdy(c.text).to_ymd(), c.ymd) << c.text;
+    }
+    for (const char* text :
+         {"20030229", "2003112", "200311271", "20031x27", "00000101", "        "}) {
+        EXPECT_TRUE(Date::from_ymd(text).empty()) << text;
+    }
+}
+
+TEST(Values, EmptinessAndEqualityFollowTheKind) {
+    const std::vector<Value> empty = {Value(),
+                                      false,
+                                      0,
+                                      "",
+                                      " \t\r\n",
+                                      Memo{" "},
+                                      Date(),
+                                      Value::array(Array()),
+                                      Value(ArrayReference())};
+    for (const Value& value : empty) EXPECT_TRUE(value.empty()) << value.type_code();
+    const std::vector<Value> full = {true, -1, "\0\0\0\0"s, "x", Date(1), Value::array({Value()})};
+    for (const Value& value : full) EXPECT_FALSE(value.empty()) << value.type_code();
+
+    EXPECT_TRUE(Value("a").exactly_equals(Memo{"a"}));
+    EXPECT_FALSE(Value("a").exactly_equals("a "));
+    EXPECT_TRUE(Value(Number{5, 10, 0}).exactly_equals(Number{5, 3, 2}));
+    EXPECT_FALSE(Value(0).exactly_equals(false));
+    const Value array = Value::array({1});
+    EXPECT_TRUE(array.exactly_equals(Value(array)));
+    EXPECT_FALSE(array.exactly_equals(Value::array({1})));
+
+    EXPECT_EQ(Value(Number{-1.9}).whole(), -1);
+    EXPECT_EQ(Value(Number{1e300}).whole(), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(Value(Number{-kInfinity}).whole(), std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(Value(Number{std::nan("")}).whole(), 0);
+}
+
+}  // namespace
+}  // namespace brenik
