@@ -1,0 +1,20 @@
+// Where the session is: current drive and directory, and the folder of workstation settings.
+
+#pragma once
+
+#include <string>
+
+namespace brenik::platform {
+
+// The current drive's letter; "\" on systems without drives.
+std::string current_drive();
+
+// The current directory without drive and without leading separator, in the library's form
+// (backslashes); empty at the root.
+std::string current_directory();
+
+// The folder of the workstation's settings, without a trailing separator: the Windows folder; on
+// other systems $BRENIK_WINDIR, else ".brenik" in the home folder.
+std::string windows_folder();
+
+}  // namespace brenik::platform

@@ -1,0 +1,337 @@
+// Files on POSIX systems, with Windows' manners.
+//
+// Locks are open-file-description locks: they belong to one open, not to the process, so two opens
+// in one process exclude each other and closing one leaves the locks of the other alone. Sharing is
+// a lock on kSharingByte, held from open to close: shared opens hold it for reading, exclusive ones
+// for writing. A file without any write permission is read-only for everybody, the superuser
+// included, as the read-only attribute is on Windows.
+
+#include "platform/file.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "util/runtime.h"
+
+namespace brenik::platform {
+
+static_assert(sizeof(off_t) == 8, "files need 64-bit offsets");
+
+namespace {
+
+int descriptor(std::intptr_t handle) { return static_cast<int>(handle); }
+
+bool takes_part_in_sharing(OpenMode mode) {
+    return mode != OpenMode::kWriteOnly && mode != OpenMode::kAppend;
+}
+
+// O_NONBLOCK matters only until the plain-file check: a named pipe must not stop the open.
+int open_flags(OpenMode mode, Sharing sharing) {
+    constexpr int kAlways = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    switch (mode) {
+        case OpenMode::kReadOnly:
+            // The system grants a write lock on the sharing byte only where writing is allowed.
+            return kAlways | (sharing == Sharing::kExclusive ? O_RDWR : O_RDONLY);
+        case OpenMode::kReadWrite:
+            return kAlways | O_RDWR;
+        case OpenMode::kWriteOnly:
+            return kAlways | O_WRONLY;
+        case OpenMode::kAppend:
+            return kAlways | O_WRONLY | O_APPEND | O_CREAT;
+        case OpenMode::kCreate:
+            return kAlways | O_RDWR | O_CREAT;  // emptied only once no other open excludes ours
+    }
+    return kAlways | O_RDONLY;
+}
+
+OpenFailure failure_of(int system_code) {
+    switch (system_code) {
+        case ENOENT:
+        case ENOTDIR:
+        case ENAMETOOLONG:
+        case ELOOP:
+            return OpenFailure::kMissing;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+        case EISDIR:
+        case ETXTBSY:
+        case ENXIO:
+            return OpenFailure::kDenied;
+        default:
+            return OpenFailure::kSystem;
+    }
+}
+
+// Never gives one of the standard descriptors: in a host that has closed its standard error the
+// next message would be written into the table.
+int open_descriptor(const std::string& path, int flags) {
+    int handle = -1;
+    do {
+        handle = ::open(path.c_str(), flags, 0666);
+    } while (handle < 0 && errno == EINTR);
+    if (handle < 0 || handle > STDERR_FILENO) return handle;
+    const int moved = fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int code = errno;
+    ::close(handle);
+    errno = code;
+    return moved;
+}
+
+// 0, or the system's error number.
+int set_lock(int handle, std::uint64_t offset, std::uint64_t length, short type) {
+    constexpr auto kEnd = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+    if (offset > kEnd || length > kEnd - offset) return EOVERFLOW;
+    struct flock range = {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = static_cast<off_t>(offset);
+    range.l_len = static_cast<off_t>(length);
+    while (fcntl(handle, F_OFD_SETLK, &range) != 0) {
+        if (errno != EINTR) return errno;
+    }
+    return 0;
+}
+
+bool is_conflict(int system_code) { return system_code == EAGAIN || system_code == EACCES; }
+
+OpenFailure check_plain_file(int handle, int flags) {
+    struct stat facts;
+    if (fstat(handle, &facts) != 0) return OpenFailure::kSystem;
+    if (!S_ISREG(facts.st_mode)) return OpenFailure::kDenied;
+    const bool writing = (flags & O_ACCMODE) != O_RDONLY;
+    const bool read_only = (facts.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+    return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
+}
+
+OpenFailure share(int handle, Sharing sharing) {
+    const short type = sharing == Sharing::kExclusive ? F_WRLCK : F_RDLCK;
+    const int code = set_lock(handle, kSharingByte, 1, type);
+    if (code == 0) return OpenFailure::kNone;
+    return is_conflict(code) ? OpenFailure::kSharing : OpenFailure::kSystem;
+}
+
+off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* operation,
+                     const std::string& path) {
+    constexpr auto kEnd = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+    if (offset > kEnd || length > kEnd - offset) throw FileError(operation, path, offset, EFBIG);
+    return static_cast<off_t>(offset);
+}
+
+void pause_for(std::chrono::microseconds duration) {
+    const std::timespec pause = {0, static_cast<long>(duration.count()) * 1000};
+    nanosleep(&pause, nullptr);  // an early end only makes the next try come sooner
+}
+
+// Somewhere from half the pause to all of it, so that two waiters do not keep meeting.
+std::chrono::microseconds with_jitter(std::chrono::microseconds pause) {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const auto half = pause / 2;
+    return half + std::chrono::microseconds(now.count() / 16 % (half.count() + 1));
+}
+
+bool exists(const std::string& path) {
+    struct stat facts;
+    return stat(path.c_str(), &facts) == 0;
+}
+
+// The name in `folder` that equals `name` but for case, the first in byte order; empty if none.
+std::string name_in_any_case(const std::string& folder, std::string_view name) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+    std::string found;
+    if (listing == nullptr) return found;
+    while (const dirent* entry = readdir(listing.get())) {
+        const std::string_view candidate = entry->d_name;
+        if (!equal_ignoring_case(candidate, name)) continue;
+        if (found.empty() || candidate < found) found = candidate;
+    }
+    return found;
+}
+
+// Names that no file of the system can have: looking for them is pointless.
+bool is_possible_path(const std::string& path) {
+    return !path.empty() && path.size() < PATH_MAX && path.find('\0') == std::string::npos;
+}
+
+// `path` with each component replaced by its name on disk, as far as there are any.
+std::string found_path(const std::string& path) {
+    std::string found = path.front() == '/' ? "/" : "";
+    std::size_t start = path.find_first_not_of('/');
+    while (start < path.size()) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string name = path.substr(start, end - start);
+        if (exists(found + name)) {
+            found += name;
+        } else {
+            const std::string other = name_in_any_case(found.empty() ? "." : found, name);
+            if (other.empty()) return found + path.substr(start);
+            found += other;
+        }
+        start = std::min(path.find_first_not_of('/', end), path.size());
+        if (end < path.size()) found += '/';
+    }
+    return found;
+}
+
+}  // namespace
+
+FileError::FileError(const std::string& operation, const std::string& path, std::uint64_t offset,
+                     int system_code)
+    : EngineFault(FaultCode::kInputOutput, operation,
+                  path + ": " + operation + " at offset " + std::to_string(offset) +
+                      " failed: " + std::generic_category().message(system_code)),
+      path_(path),
+      offset_(offset),
+      system_code_(system_code) {}
+
+File::File(File&& other) noexcept
+    : handle_(std::exchange(other.handle_, kNoHandle)),
+      failure_(other.failure_),
+      path_(std::move(other.path_)) {}
+
+File& File::operator=(File&& other) noexcept {
+    if (this == &other) return *this;
+    close();
+    handle_ = std::exchange(other.handle_, kNoHandle);
+    failure_ = other.failure_;
+    path_ = std::move(other.path_);
+    return *this;
+}
+
+File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
+    File file;
+    file.path_ = system_path(path);
+    file.failure_ = OpenFailure::kMissing;
+    if (!is_possible_path(file.path_)) return file;
+
+    const int flags = open_flags(mode, sharing);
+    const int handle = open_descriptor(file.path_, flags);
+    if (handle < 0) {
+        file.failure_ = failure_of(errno);
+        return file;
+    }
+    file.handle_ = handle;
+    file.failure_ = check_plain_file(handle, flags);
+    if (file.failure_ == OpenFailure::kNone && takes_part_in_sharing(mode)) {
+        file.failure_ = share(handle, sharing);
+    }
+    if (file.failure_ == OpenFailure::kNone && mode == OpenMode::kCreate &&
+        ftruncate(handle, 0) != 0) {
+        file.failure_ = failure_of(errno);
+    }
+    if (file.failure_ != OpenFailure::kNone) file.close();
+    return file;
+}
+
+void File::close() noexcept {
+    // Not repeated after EINTR: the descriptor is gone by then and may be somebody else's.
+    if (is_open()) ::close(descriptor(std::exchange(handle_, kNoHandle)));
+}
+
+std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
+    const off_t start = checked_offset(offset, buffer.size(), "read", path_);
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        const ssize_t count = pread(descriptor(handle_), buffer.data() + done, buffer.size() - done,
+                                    start + static_cast<off_t>(done));
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw FileError("read", path_, offset + done, errno);
+        if (count == 0) break;
+        done += static_cast<std::size_t>(count);
+    }
+    return done;
+}
+
+void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
+    const off_t start = checked_offset(offset, bytes.size(), "write", path_);
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t count = pwrite(descriptor(handle_), bytes.data() + done, bytes.size() - done,
+                                     start + static_cast<off_t>(done));
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) throw FileError("write", path_, offset + done, count < 0 ? errno : ENOSPC);
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+std::uint64_t File::size() const {
+    struct stat facts;
+    if (fstat(descriptor(handle_), &facts) != 0) throw FileError("size", path_, 0, errno);
+    return static_cast<std::uint64_t>(facts.st_size);
+}
+
+void File::resize(std::uint64_t size) {
+    const off_t length = checked_offset(size, 0, "resize", path_);
+    while (ftruncate(descriptor(handle_), length) != 0) {
+        if (errno != EINTR) throw FileError("resize", path_, size, errno);
+    }
+}
+
+void File::sync() {
+    while (fsync(descriptor(handle_)) != 0) {
+        if (errno != EINTR) throw FileError("sync", path_, 0, errno);
+    }
+}
+
+// A length of 0 would mean "to the end of the file" to the system; here it means no bytes.
+bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
+    if (length == 0) return true;
+    const short type = kind == LockKind::kExclusive ? F_WRLCK : F_RDLCK;
+    const int code = set_lock(descriptor(handle_), offset, length, type);
+    if (code != 0 && !is_conflict(code)) throw FileError("lock", path_, offset, code);
+    return code == 0;
+}
+
+bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind, int timeout_ms) {
+    using namespace std::chrono;
+    constexpr int kTriesWithoutPause = 4;
+    constexpr microseconds kFirstPause(50);
+    constexpr microseconds kLongestPause(500);
+
+    for (int i = 0; i < kTriesWithoutPause; ++i) {
+        if (try_lock(offset, length, kind)) return true;
+    }
+    const auto deadline = steady_clock::now() + milliseconds(timeout_ms);
+    for (auto pause = kFirstPause;; pause = std::min(pause * 2, kLongestPause)) {
+        const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
+        if (left.count() <= 0) return false;
+        pause_for(std::min(with_jitter(pause), left));
+        if (try_lock(offset, length, kind)) return true;
+    }
+}
+
+void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
+    if (is_open() && length > 0) set_lock(descriptor(handle_), offset, length, F_UNLCK);
+}
+
+bool file_exists(const std::string& path) {
+    const std::string found = system_path(path);
+    struct stat facts;
+    return is_possible_path(found) && stat(found.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+std::string system_path(const std::string& path) {
+    std::string turned = path;
+    std::replace(turned.begin(), turned.end(), '\\', '/');
+    // One file has one name here, however many separators were typed.
+    turned.erase(std::unique(turned.begin(), turned.end(),
+                             [](char a, char b) { return a == '/' && b == '/'; }),
+                 turned.end());
+    if (!is_possible_path(turned) || exists(turned)) return turned;
+    return found_path(turned);
+}
+
+}  // namespace brenik::platform

@@ -1,0 +1,42 @@
+// POSIX answers to questions that were first asked of Windows.
+
+#include "platform/folders.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+namespace brenik::platform {
+
+namespace {
+
+std::string home_folder() {
+    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
+    const passwd* account = getpwuid(geteuid());
+    return account != nullptr ? account->pw_dir : "";
+}
+
+}  // namespace
+
+std::string current_drive() { return "\\"; }
+
+std::string current_directory() {
+    std::error_code failed;
+    std::string folder = std::filesystem::current_path(failed).string();
+    if (failed || folder.empty()) return {};
+    std::replace(folder.begin(), folder.end(), '/', '\\');
+    return folder.substr(1);
+}
+
+std::string windows_folder() {
+    const char* chosen = std::getenv("BRENIK_WINDIR");
+    if (chosen == nullptr || *chosen == '\0') return home_folder() + "/.brenik";
+    const std::string folder = chosen;
+    return folder.substr(0, folder.find_last_not_of("/\\") + 1);
+}
+
+}  // namespace brenik::platform

@@ -1,0 +1,226 @@
+// Files, sharing, locks, profiles and the clock-driven wait, on a real folder.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/profile.h"
+#include "platform/ui.h"
+
+namespace brenik::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using Clock = std::chrono::steady_clock;
+
+class PlatformTest : public testing::Test {
+  protected:
+    PlatformTest() {
+        std::string name = (fs::temp_directory_path() / "brenik-platform-XXXXXX").string();
+        folder_ = mkdtemp(name.data());
+    }
+    ~PlatformTest() override { fs::remove_all(folder_); }
+
+    std::string write(const std::string& name, const std::string& content = "content") {
+        std::ofstream(folder_ / name, std::ios::binary) << content;
+        return path(name);
+    }
+    std::string path(const std::string& name) const { return (folder_ / name).string(); }
+
+    fs::path folder_;
+};
+
+TEST_F(PlatformTest, OpensTellWhyTheyFail) {
+    const std::string plain = write("PLAIN");
+    const std::string fixed = write("FIXED");
+    fs::permissions(fixed, fs::perms::owner_read);
+    fs::create_directory(path("FOLDER"));
+    fs::create_symlink("LOOP", path("LOOP"));
+    struct Case {
+        std::string path;
+        OpenMode mode;
+        OpenFailure failure;
+    };
+    for (const Case& c : {Case{plain, OpenMode::kReadWrite, OpenFailure::kNone},
+                          {fixed, OpenMode::kReadOnly, OpenFailure::kNone},
+                          {fixed, OpenMode::kReadWrite, OpenFailure::kDenied},
+                          {fixed, OpenMode::kCreate, OpenFailure::kDenied},
+                          {path("FOLDER"), OpenMode::kCreate, OpenFailure::kDenied},
+                          {path("LOOP"), OpenMode::kReadOnly, OpenFailure::kMissing},
+                          {path("NONE/X"), OpenMode::kCreate, OpenFailure::kMissing},
+                          {"", OpenMode::kReadOnly, OpenFailure::kMissing},
+                          {plain + "\0"s, OpenMode::kReadOnly, OpenFailure::kMissing},
+                          {path("\xFF\x01*?"), OpenMode::kReadOnly, OpenFailure::kMissing},
+                          {path(std::string(300, 'n')), OpenMode::kCreate, OpenFailure::kMissing},
+                          {std::string(100'000, 'n'), OpenMode::kCreate, OpenFailure::kMissing},
+                          {std::string(100'000, '\\'), OpenMode::kAppend, OpenFailure::kDenied}}) {
+        EXPECT_EQ(File::open(c.path, c.mode).failure(), c.failure) << c.path.substr(0, 80);
+    }
+    EXPECT_EQ(fs::file_size(fixed), 7u);
+}
+
+TEST_F(PlatformTest, NamesAreFoundWhateverTheirCase) {
+    fs::create_directories(path("Data/Billing"));
+    write("Data/Billing/BOLink.INI");
+    write("Data/twin");
+    write("Data/TWIN");
+    EXPECT_EQ(system_path(path("DATA\\billing\\bolink.ini")), path("Data/Billing/BOLink.INI"));
+    EXPECT_EQ(system_path(path("data\\NEW\\File")), path("Data/NEW/File"));
+    EXPECT_EQ(system_path(path("data/twin")), path("Data/twin"));
+    EXPECT_EQ(system_path(path("data/Twin")), path("Data/TWIN"));
+    EXPECT_TRUE(file_exists(path("data\\Billing\\BOLINK.ini")));
+    EXPECT_FALSE(file_exists(path("data\\Billing")));
+    EXPECT_EQ(File::open(path("DATA/BILLING/bolink.ini"), OpenMode::kAppend).path(),
+              path("Data/Billing/BOLink.INI"));
+}
+
+TEST_F(PlatformTest, OpensOfTwoFilesExcludeEachOtherByTheirSharing) {
+    const std::string name = write("TABLE");
+    const auto failure = [&](OpenMode mode, Sharing sharing) {
+        return File::open(name, mode, sharing).failure();
+    };
+    {
+        const File shared = File::open(name, OpenMode::kReadWrite);
+        EXPECT_EQ(failure(OpenMode::kReadOnly, Sharing::kShared), OpenFailure::kNone);
+        EXPECT_EQ(failure(OpenMode::kReadWrite, Sharing::kExclusive), OpenFailure::kSharing);
+        EXPECT_EQ(failure(OpenMode::kCreate, Sharing::kExclusive), OpenFailure::kSharing);
+        EXPECT_EQ(shared.size(), 7u) << "a refused creation leaves the file alone";
+    }
+    File exclusive = File::open(name, OpenMode::kReadOnly, Sharing::kExclusive);
+    EXPECT_EQ(failure(OpenMode::kReadOnly, Sharing::kShared), OpenFailure::kSharing);
+    EXPECT_EQ(failure(OpenMode::kAppend, Sharing::kShared), OpenFailure::kNone);
+    const File moved = std::move(exclusive);
+    EXPECT_EQ(failure(OpenMode::kReadWrite, Sharing::kShared), OpenFailure::kSharing);
+    exclusive = File();
+    EXPECT_TRUE(moved.is_open());
+}
+
+TEST_F(PlatformTest, LocksOfTwoFilesExcludeEachOther) {
+    constexpr std::uint64_t kFar = 1ull << 40;
+    const std::string name = write("TABLE");
+    File one = File::open(name, OpenMode::kReadWrite);
+    File two = File::open(name, OpenMode::kReadWrite);
+    ASSERT_TRUE(one.try_lock(kFar, 10));
+    EXPECT_FALSE(two.try_lock(kFar + 9, 1));
+    EXPECT_FALSE(two.try_lock(kFar, 1, LockKind::kShared));
+    EXPECT_TRUE(two.try_lock(kFar + 10, 1));
+    EXPECT_FALSE(one.try_lock(kFar + 10, 1));
+
+    const auto start = Clock::now();
+    EXPECT_FALSE(two.lock_within(kFar, 1, LockKind::kExclusive, 60));
+    const auto waited = Clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(60));
+    EXPECT_LT(waited, std::chrono::seconds(2));
+
+    one.unlock(kFar, 0);
+    EXPECT_FALSE(two.try_lock(kFar, 1)) << "no bytes were unlocked";
+    File::open(name, OpenMode::kReadOnly).close();
+    EXPECT_FALSE(two.try_lock(kFar, 1)) << "another open's end drops no lock";
+    one.unlock(kFar, 10);
+    EXPECT_TRUE(one.try_lock(kFar, 1, LockKind::kShared));
+    EXPECT_TRUE(two.try_lock(kFar, 1, LockKind::kShared));
+    one.close();
+    EXPECT_TRUE(two.lock_within(kFar + 1, 1, LockKind::kExclusive, 0));
+    EXPECT_THROW(static_cast<void>(two.try_lock(~0ull, 1)), FileError);
+}
+
+TEST_F(PlatformTest, ReadsEndAtTheFileAndFailuresNameTheirPlace) {
+    File file = File::open(path("NEW"), OpenMode::kCreate);
+    const std::vector<std::uint8_t> bytes = {1, 2, 3, 4};
+    file.write_at(6, bytes);
+    file.resize(8);
+    file.sync();
+    std::vector<std::uint8_t> buffer(9, 0xEE);
+    EXPECT_EQ(file.read_at(0, buffer), 8u);
+    EXPECT_EQ(buffer, (std::vector<std::uint8_t>{0, 0, 0, 0, 0, 0, 1, 2, 0xEE}));
+    EXPECT_EQ(file.read_at(1ull << 50, buffer), 0u);
+    EXPECT_THROW(file.read_at(~0ull, buffer), FileError);
+
+    File log = File::open(path("NEW"), OpenMode::kAppend);
+    log.write_at(0, bytes);
+    EXPECT_EQ(file.size(), 12u) << "appended, whatever the offset";
+
+    File read_only = File::open(path("NEW"), OpenMode::kReadOnly);
+    try {
+        read_only.write_at(5, bytes);
+        ADD_FAILURE() << "written through a read-only open";
+    } catch (const FileError& error) {
+        EXPECT_EQ(error.what(), path("NEW") + ": write at offset 5 failed: Bad file descriptor");
+        EXPECT_EQ(error.offset(), 5u);
+    }
+    file.close();
+    EXPECT_THROW(file.size(), FileError);
+}
+
+TEST_F(PlatformTest, ProfilesAreReadAsWindowsReadsThem) {
+    const std::string profile = write("LAWSYS.INI",
+                                      "stray=0\r\n"
+                                      "; [Main]\r\n"
+                                      "  [ Main ] trailing\r\n"
+                                      ";FirmName=comment\n"
+                                      "no equals sign\n"
+                                      " FirmName \t= \" Ives & Sons \"  \n"
+                                      "firmname=second\n"
+                                      "Single='it''s'\r\n"
+                                      "Lone=\"\nEmpty=\nA=B=C\nbytes=a\0b\xE9\n"
+                                      "[Other]\nOnly=there\n[MAIN]\nLate=x\n[Broken\nBelow=1\n"
+                                      "[Last]\nEnd=5\x1A"s);
+    struct Case {
+        const char* section;
+        const char* key;
+        std::string value;
+    };
+    for (const Case& c : {Case{"MAIN", "FIRMNAME", " Ives & Sons "},
+                          {"main", "Single", "it''s"},
+                          {"Main", "Lone", "\""},
+                          {"Main", "Empty", ""},
+                          {"Main", "A", "B=C"},
+                          {"Main", "bytes", "a\0b\xE9"s},
+                          {"Main", "stray", "default"},
+                          {"Main", "Only", "default"},
+                          {"Main", "Late", "default"},
+                          {"Main", "Below", "default"},
+                          {"Mai", "FirmName", "default"},
+                          {"Last", "End", "5"}}) {
+        EXPECT_EQ(profile_string(c.section, c.key, "default", profile), c.value) << c.key;
+    }
+    for (const std::string& odd :
+         {path("NONE.INI"), folder_.string(), ""s, write("EMPTY.INI", "")}) {
+        EXPECT_EQ(profile_string("Main", "x", "default", odd), "default");
+    }
+    EXPECT_EQ(profile_string("Main", "x", "default", write("FLAT.INI", "x=1\n")), "default");
+}
+
+TEST_F(PlatformTest, HugeProfilesAreReadInLinearTime) {
+    constexpr std::size_t kLarge = 10'000'000;
+    const auto start = Clock::now();
+    for (const std::string& filler : {std::string(kLarge, '['), std::string(kLarge, '\n'),
+                                      std::string(kLarge, ' '), std::string(kLarge, '\0')}) {
+        const std::string profile = write("BIG.INI", filler + "\n[Main]\nKey=found");
+        EXPECT_EQ(profile_string("Main", "Key", "", profile), "found");
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+}
+
+TEST_F(PlatformTest, SilentNoticesStillTakeTheirTime) {
+    for (const char* mode : {"none", "stderr", "gui"}) {
+        setenv("BRENIK_UI", mode, 1);
+        const auto ui = make_user_interface();
+        testing::internal::CaptureStderr();
+        const auto start = Clock::now();
+        ui->notice("first\r\nsecond\x1B[1m\r\n", "Title", 30);
+        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
+        const std::string shown = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(shown, mode == "none"s ? "" : "Title: first\nsecond.[1m\n");
+    }
+    unsetenv("BRENIK_UI");
+}
+
+}  // namespace
+}  // namespace brenik::platform
