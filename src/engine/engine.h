@@ -1,0 +1,142 @@
+// The seam between the library's logic and whatever keeps the tables.
+//
+// Engine opens tables and carries the session-wide engine settings; Table is one open table with
+// its position, its orders and its locks. Everything above this header is written against these two
+// classes and against WorkAreas (work_areas.h), never against a file. Sharing conflicts are answers
+// (a null table, false), never exceptions; whatever is nobody's sharing conflict (a damaged file,
+// an I/O error, an empty work area) is an EngineFault.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "util/fault.h"
+#include "util/value.h"
+
+namespace brenik {
+
+using RecordNumber = std::uint32_t;  // 1-based; 0 stands for the blank phantom record
+
+enum class TableSharing { kShared, kExclusive };
+enum class SeekMode { kHard, kSoft };
+enum class SeekEnd { kFirst, kLast };
+
+struct FieldDescription {
+    std::string name;  // upper case
+    char type = 'C';   // the table's own letter: C N F D L M I B Y T ...
+    int width = 0;
+    int decimals = 0;
+};
+
+// One open table. Positions: a current record number, 1-based, or the phantom record past the last
+// one, whose fields are all blank. Field positions are 1-based. Where a method changes a record,
+// that record must be locked by this Table (record lock, table lock or exclusive use), else
+// EngineFault kNotLocked.
+class Table {
+  public:
+    virtual ~Table() = default;
+
+    virtual const std::vector<FieldDescription>& fields() const = 0;
+
+    // -- Position. Every move first writes out a changed record.
+    // 0 and numbers past the last record give the phantom record.
+    virtual void go_to(RecordNumber record) = 0;
+    virtual void go_top() = 0;
+    virtual void go_bottom() = 0;
+    // Moves in the controlling order (or by record number), past records that are hidden.
+    virtual void skip(std::int64_t count) = 0;
+    virtual bool end_of_file() = 0;
+    virtual bool beginning_of_file() = 0;
+    virtual RecordNumber record_number() = 0;  // count + 1 on the phantom record
+    virtual RecordNumber record_count() = 0;   // as the file says now
+    virtual bool deleted() = 0;                // false on the phantom record
+
+    // -- Fields of the current record.
+    // Blank-padded text, numbers with width and decimals, dates, logicals, memos; nil for NULL; a
+    // date-time is text of 17 digits "YYYYMMDDhhmmssttt", blank when empty.
+    virtual Value field_get(std::size_t position) = 0;
+    // Text is padded or cut to the width; a number that does not fit fills the field with
+    // asterisks; a value of an unsuitable kind is EngineFault kUnsuitableValue.
+    virtual void field_put(std::size_t position, const Value& value) = 0;
+    virtual void mark_deleted() = 0;
+    virtual void recall() = 0;
+    // Reads the current record again from the file, dropping the cached copy.
+    virtual void refresh_record() = 0;
+
+    // -- Locks. They never wait; unlocking first writes out a changed record.
+    [[nodiscard]] virtual bool lock_record(RecordNumber record) = 0;
+    [[nodiscard]] virtual bool lock_table() = 0;
+    virtual void unlock_record(RecordNumber record) = 0;
+    virtual void unlock_all() = 0;
+
+    // Adds a blank record, makes it current and leaves it locked; false when the lock that this
+    // needs is somebody else's. Its index keys are written with its final values when the record is
+    // flushed, unlocked or left.
+    [[nodiscard]] virtual bool append_blank(bool release_other_locks) = 0;
+
+    // Drops what the current record has not yet written out. A record that was only just appended
+    // stays, marked deleted: its number is taken.
+    virtual void abandon_changes() noexcept = 0;
+
+    // Hands every pending change to the operating system, and on to the disk where the engine was
+    // told to.
+    virtual void commit() = 0;
+
+    // -- Orders. Numbered from 1 as attached; 0 is physical order.
+    // True when the engine opened the table's structural index by itself.
+    virtual bool opened_orders_automatically() const = 0;
+    // Detaches every order; a structural index stays maintained all the same.
+    virtual void clear_orders() = 0;
+    // Attaches every order of the file (a name without extension, or a table's, means the table's
+    // .CDX); the first of them becomes controlling. False when there is no such file.
+    virtual bool add_orders(const std::string& file) = 0;
+    virtual std::size_t order_count() const = 0;
+    virtual std::string order_name(std::size_t number) const = 0;  // empty when there is none
+    virtual std::size_t order_number() const = 0;
+    // Makes an order controlling, position unchanged; an unknown name or number changes nothing
+    // and answers false. The empty name and the number 0 select physical order.
+    virtual bool set_order(std::string_view name) = 0;
+    virtual bool set_order(std::size_t number) = 0;
+    // Finds a key in the controlling order. Text shorter than the key finds the first key that
+    // begins with it. A failed hard seek, or a soft one past every key, leaves the phantom record;
+    // a failed soft one otherwise leaves the next greater key's record.
+    virtual bool seek(const Value& key, SeekMode mode, SeekEnd end) = 0;
+    // Limits of the controlling order; nil is no limit. Setting a scope does not move.
+    virtual Value scope_top() const = 0;
+    virtual Value scope_bottom() const = 0;
+    virtual void set_scope(const Value& top, const Value& bottom) = 0;
+
+    // -- Filter: records for which the expression is not true are skipped by navigation.
+    virtual std::string filter() const = 0;
+    virtual void set_filter(const std::string& expression) = 0;  // empty text clears it
+};
+
+// What a table engine offers besides its tables. Status codes are the engine's own, 0 for success.
+class Engine {
+  public:
+    virtual ~Engine() = default;
+
+    // Opens a table; a name without extension means ".DBF". Null when it cannot be had: held by
+    // somebody else, missing, or not permitted. A file that is there but damaged or beyond what
+    // the engine can keep correct is an EngineFault that names file and reason.
+    virtual std::unique_ptr<Table> open(const std::string& path, TableSharing sharing) = 0;
+
+    virtual int set_server_type(int type) = 0;
+    // 0 no server answers for the folder, 1 the local server, 2 a remote server.
+    virtual int server_loaded(const std::string& folder) = 0;
+    // Both answer the previous setting. Default: compatible locking, deleted records visible.
+    virtual bool set_proprietary_locking(bool on) = 0;
+    virtual bool set_deleted_hidden(bool on) = 0;
+    // With full durability `commit` and `write_all_records` also wait for the disk. Default off.
+    virtual void set_full_durability(bool on) = 0;
+    virtual int write_all_records() = 0;
+    // Closes every table that this engine still holds open; the Table objects stay valid and
+    // answer as on an empty file until they are destroyed.
+    virtual int close_all_tables() = 0;
+};
+
+}  // namespace brenik

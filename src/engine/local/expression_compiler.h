@@ -1,0 +1,56 @@
+// From an expression's text to its program.
+
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "engine/local/expression_functions.h"
+#include "engine/local/expression_lexer.h"
+#include "engine/local/expression_program.h"
+
+namespace brenik::local {
+
+// Parses the text and writes the program in the same pass. Bounded in text length, nesting and
+// arena, so that no text, however hostile, can exhaust the machine. The text must outlive the
+// program, whose literals point into it.
+class ExpressionCompiler {
+  public:
+    ExpressionCompiler(std::string_view text, const TableLayout& layout);
+    // Once for each compiler. Throws ExpressionError.
+    ExpressionProgram compile();
+
+  private:
+    class Nesting;
+
+    Operand parse(int loosest);
+    Operand parse_operand();
+    Operand parse_sign();
+    Operand parse_literal();
+    Operand parse_name();
+    Operand parse_field(const Token& name);
+    Operand parse_call(const Token& name);
+    std::vector<Operand> parse_arguments(const FunctionRule& rule, const Token& name);
+    void check_arguments(const FunctionRule& rule, const std::vector<Operand>& arguments,
+                         const Token& name) const;
+    Operand emit_binary(const Token& symbol, const Operand& left, const Operand& right);
+    Operand emit_prefix(const Token& symbol, const Operand& operand, ResultType wanted,
+                        Routine routine);
+    Operand emit_literal(Cell value, const Operand& operand);
+    void emit(const Instruction& step);
+    std::uint32_t new_slot(std::size_t width, std::size_t position);
+    Token take();
+    void expect(std::string_view symbol);
+
+    const TableLayout& layout_;
+    ExpressionLexer lexer_;
+    Token token_;
+    ExpressionProgram program_;
+    std::size_t arena_size_ = 0;
+    std::size_t stacked_ = 0;
+    std::size_t deepest_stack_ = 0;
+    int depth_ = 0;
+    bool has_case_tables_;
+};
+
+}  // namespace brenik::local

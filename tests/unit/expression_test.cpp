@@ -1,0 +1,338 @@
+// Expressions and index keys: what each function and operator gives, and the bytes it ends in.
+
+#include "engine/local/expression.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdio>
+#include <map>
+#include <regex>
+
+#include "engine/local/index_key.h"
+#include "util/fault.h"
+
+namespace brenik::local {
+namespace {
+
+// One record with a field of every type.
+class ExpressionTest : public testing::Test {
+  protected:
+    ExpressionTest() {
+        layout_.version = 0x30;
+        layout_.code_page = 0x03;
+        add("NAME", 'C', 8);
+        add("CITY", 'C', 6);
+        add("AGE", 'N', 6);
+        add("BORN", 'D', 8);
+        add("NODATE", 'D', 8);
+        add("ACTIVE", 'L', 1);
+        add("COUNTER", 'I', 4);
+        add("FACTOR", 'B', 8);
+        add("PRICE", 'Y', 8);
+        add("STAMP", 'T', 8);
+        add("NOTES", 'M', 4);
+        add("NICK", 'C', 4, 0);
+        add("SHORT", 'V', 5);
+        layout_.fields.back().length_bit = 1;
+        add("SPARE", 'I', 4, 2);
+        add("WIDE", 'C', 300);
+        add("_NullFlags", '0', 1);
+        layout_.null_flags = layout_.fields.back();
+        layout_.fields.pop_back();
+        layout_.record_length = end_;
+        bytes_.assign(end_, ' ');
+        put("NAME", "De Vries");
+        put("CITY", "Ede");
+        put("AGE", "  45.4");
+        put("BORN", "20000101");
+        put("ACTIVE", "T");
+        store_le32(at("COUNTER"), static_cast<std::uint32_t>(-2));
+        store_le64(at("FACTOR"), std::bit_cast<std::uint64_t>(-0.5));
+        store_le64(at("PRICE"), 123456);
+        store_le32(at("STAMP"), 2451545);
+        store_le32(at("STAMP") + 4, 43200400);
+        put("SHORT", "ab  \2");
+        bytes_[layout_.null_flags->offset] = 0x02;
+    }
+
+    void add(const std::string& name, char type, std::uint32_t width, int null_bit = -1) {
+        Field field;
+        field.name = name;
+        field.type = type;
+        field.width = width;
+        field.offset = end_;
+        if (null_bit >= 0) field.null_bit = static_cast<std::uint32_t>(null_bit);
+        layout_.fields.push_back(field);
+        end_ += width;
+    }
+
+    Byte* at(const std::string& name) { return bytes_.data() + layout_.find(name)->offset; }
+    void put(const std::string& name, std::string_view text) {
+        std::copy(text.begin(), text.end(), at(name));
+    }
+    void set_null(std::uint8_t bits) { bytes_[layout_.null_flags->offset] = bits; }
+    Expression compile(std::string_view text) const { return Expression::compile(text, layout_); }
+    RecordView record() const { return {bytes_, 7}; }
+
+    // The result in a plain form: text in brackets with its static width behind, numbers with six
+    // significant digits, dates as "d" and their day number.
+    std::string show(std::string_view text) const {
+        const Expression expression = compile(text);
+        const ExpressionResult result = expression.evaluate(record());
+        if (result.is_null) return "null";
+        char buffer[40];
+        std::snprintf(buffer, sizeof buffer, "%.9g", result.number);
+        switch (result.type) {
+            case ResultType::kCharacter:
+                return "[" + std::string(result.text) + "]" + std::to_string(expression.width());
+            case ResultType::kLogical:
+                return result.logical ? "true" : "false";
+            case ResultType::kDate:
+                return std::string("d") + buffer;
+            default:
+                return buffer;
+        }
+    }
+
+    std::string key(std::string_view text, bool candidate = false) const {
+        const Expression expression = compile(text);
+        const KeyFormat format = natural_key_format(expression, candidate);
+        std::vector<Byte> out(format.length);
+        build_key(expression, format, record(), out);
+        return hex(as_text(out));
+    }
+
+    static std::string hex(std::string_view bytes) {
+        std::string digits;
+        for (const char c : bytes) {
+            char pair[3];
+            std::snprintf(pair, sizeof pair, "%02X", static_cast<unsigned char>(c));
+            digits += pair;
+        }
+        return digits;
+    }
+
+    // Cases are "expression ~ result", with "; " or a line's end between them.
+    void check(const std::string& cases) const {
+        static const std::regex form("(\\S.*?) ~ (.*?)(; |\n)");
+        for (std::sregex_iterator at(cases.begin(), cases.end(), form), end; at != end; ++at) {
+            try {
+                EXPECT_EQ(show((*at)[1].str()), (*at)[2].str()) << (*at)[1];
+            } catch (const ExpressionError& error) {
+                ADD_FAILURE() << (*at)[1] << ": " << error.what();
+            }
+        }
+    }
+
+    TableLayout layout_;
+    std::vector<Byte> bytes_;
+    std::uint32_t end_ = 1;
+};
+
+TEST_F(ExpressionTest, TextFunctionsCountTrimmedTextInFull) {
+    check(R"(
+        upper(name) ~ [DE VRIES]8; LOWE(name) ~ [de vries]8; trim(city) ~ [Ede]6
+        RTRIM(CITY)+'.' ~ [Ede.]7; LTRIM('  a ') ~ [a ]4; ALLT('  a ') ~ [a]4
+        LEFT(NAME,2) ~ [De]2; LEFT(NAME,99) ~ [De Vries]8; LEFT(NAME,1+2) ~ [De ]3
+        RIGHT(CITY,4) ~ [e   ]4; SUBSTR(NAME,4) ~ [Vries]5; SUBS(NAME,4,2) ~ [Vr]2
+        SUBSTR(NAME,9,3) ~ []0; PADL(COUNTER,5,'0') ~ [000-2]5; PADR('abc',2) ~ [ab]2
+        PADL('abc',2) ~ [ab]2; PADC('ab',5,'*') ~ [*ab**]5; PADL(FACTOR,6) ~ [  -0.5]6
+        [x]+SHORT ~ [xab]6
+    )");
+    EXPECT_EQ(show("UPPER(\"\xE9\xFF\xDF\")"), "[\xC9\x9F\xDF]3");
+}
+
+TEST_F(ExpressionTest, NumbersAndDatesBecomeText) {
+    check(R"(
+        STR(AGE) ~ [        45]10; STR(45.5,3) ~ [ 46]3; STR(-45.5,4) ~ [ -46]4
+        STR(AGE,6,2) ~ [ 45.40]6; STR(2.675,5,2) ~ [ 2.68]5; STR(99.96,5,1) ~ [100.0]5
+        STR(123.456,5,2) ~ [123.5]5; STR(123456,5) ~ [*****]5; STR(-0.4,3) ~ [  0]3
+        STR(0.0006,6,3) ~ [ 0.001]6; VAL(' 12.5x') ~ 12.5; VAL('x1') ~ 0
+        DTOS(BORN) ~ [20000101]8; DTOS(NODATE) ~ [        ]8; DTOC(BORN) ~ [01/01/00]8
+        DTOC(BORN,1) ~ [20000101]8; DTOS(STAMP) ~ [20000101]8
+    )");
+    EXPECT_EQ(show("BINTOC(COUNTER)"), "[\x7F\xFF\xFF\xFE]4");
+    EXPECT_EQ(show("BINTOC(1,1)"), "[\x81]1");
+}
+
+TEST_F(ExpressionTest, DatesAreDayNumbers) {
+    check(R"(
+        CTOD('01/02/1999') ~ d2451181; STOD('20000102') ~ d2451546; STOD('20001399') ~ d0
+        {^2000-01-31} ~ d2451575; {} ~ d0; {  /  /  } ~ d0; BORN+31 ~ d2451576
+        1+BORN ~ d2451546; BORN-1 ~ d2451544; BORN-{^1999-12-25} ~ 7; NODATE+5 ~ d0
+        YEAR(BORN)*100+MONTH(BORN)+DAY(NODATE) ~ 200001; DESCEND(BORN) ~ 2780263
+        DESCEND(AGE) ~ -45.4; STAMP ~ 2451545.5; RECNO() ~ 7
+    )");
+}
+
+TEST_F(ExpressionTest, OperatorsBindAsTheyShould) {
+    check(R"(
+        2+3*4 ~ 14; (2+3)*4 ~ 20; 2^3^2 ~ 64; 2**-1 ~ 0.5; -2^2 ~ 4; 7%4-10/4 ~ 0.5
+        1/0 ~ 0; 1-2-3 ~ -4; FACTOR*PRICE ~ -6.1728; .T. .OR. .T. .AND. .F. ~ true
+        NOT .F. AND .F. ~ false; !AGE>18.AND.ACTIVE ~ false
+        T1->AGE=>45 and X.AGE=<46 ~ true; .NOT.1=2 ~ true; AGE=45.4 .and. AGE#45 ~ true
+        CITY-'!' ~ [Ede!   ]7; CITY+'!' ~ [Ede   !]7
+    )");
+}
+
+TEST_F(ExpressionTest, TextComparesUpToTheRightSide) {
+    check(R"(
+        CITY='Ed' ~ true; CITY='' ~ true; 'Ed'=CITY ~ false; CITY=='Ede' ~ false
+        CITY==[Ede   ] ~ true; CITY<>'Ed' ~ false; CITY!='X' ~ true; CITY>'Ed' ~ false
+        CITY>='Ed' ~ true; CITY<'Ee' ~ true; 'de'$CITY ~ true; 'x'$CITY ~ false
+        NODATE<BORN ~ true; ACTIVE=.Y. ~ true
+    )");
+    EXPECT_EQ(show("'\xE9'>'z'"), "true");
+}
+
+TEST_F(ExpressionTest, NullSpreadsExceptWhereItIsAskedFor) {
+    check(R"(
+        NICK ~ [    ]4; EMPTY(NICK) ~ true; EMPTY(CITY+'') ~ false; EMPTY(NODATE) ~ true
+        EMPTY(COUNTER) ~ false
+    )");
+    set_null(0x07);
+    check(R"(
+        NICK+'x' ~ null; UPPER(NICK) ~ null; SPARE>1 ~ null; NVL(NICK,'none!!') ~ [none!!]6
+        ISNULL(SPARE) ~ true; EMPTY(NICK) ~ false; IIF(SPARE>1,1,2) ~ 2
+        IIF(ACTIVE,NICK,'a') ~ null; IIF(ACTIVE,'yes','n') ~ [yes]3
+        .F. .AND. SPARE>1 ~ false; SPARE>1 .OR. .T. ~ true; SPARE>1 .AND. .T. ~ null
+    )");
+    EXPECT_FALSE(compile("SPARE>1").is_true(record()));
+}
+
+TEST_F(ExpressionTest, UnreadableFieldsHaveAValue) {
+    for (const std::string_view digits : {"******", "      ", "  -   ", "nan   ", "1e999 "}) {
+        put("AGE", digits);
+        EXPECT_EQ(show("AGE"), "0") << digits;
+    }
+    put("AGE", "+12x99");
+    EXPECT_EQ(show("AGE"), "12");
+    put("AGE", " -0.00");
+    EXPECT_EQ(key("AGE"), "8000000000000000");
+    put("BORN", "20000230");
+    EXPECT_EQ(show("BORN"), "d0");
+    put("ACTIVE", "?");
+    put("SHORT", "abcd\xFF");
+    EXPECT_EQ(show("SHORT"), "[abcd]5");
+    bytes_[0] = '*';
+    EXPECT_EQ(show("DELETED().AND.!ACTIVE"), "true");
+}
+
+TEST_F(ExpressionTest, KeysOfEveryForm) {
+    const std::map<std::string, std::string> cases = {{"CITY", "456465202020"},
+                                                      {"TRIM(CITY)+'-'", "4564652D202020"},
+                                                      {"AGE", "C046B33333333333"},
+                                                      {"FACTOR", "401FFFFFFFFFFFFF"},
+                                                      {"BORN", "C142B42C80000000"},
+                                                      {"NODATE", "8000000000000000"},
+                                                      {"COUNTER", "7FFFFFFE"},
+                                                      {"COUNTER+0", "3FFFFFFFFFFFFFFF"},
+                                                      {"PRICE", "800000000001E240"},
+                                                      {"STAMP", "C142B42CC0000000"},
+                                                      {"ACTIVE", "54"},
+                                                      {"-(AGE-AGE)", "8000000000000000"},
+                                                      {"NICK", "8020202020"},
+                                                      {"SPARE", "80A0202020"}};
+    for (const auto& [text, wanted] : cases) EXPECT_EQ(key(text), wanted) << text;
+    EXPECT_EQ(key("NICK", true), "20202020");
+    set_null(0x07);
+    EXPECT_EQ(key("NICK"), "0000000000");
+    EXPECT_EQ(key("SPARE"), "0000000000");
+    EXPECT_EQ(key("NICK", true), "20202020");
+    EXPECT_EQ(key("SPARE", true), "80000000");
+}
+
+TEST_F(ExpressionTest, HeadersDecideTheFormOfExistingKeys) {
+    const auto form = [&](const char* text, std::size_t length, bool null_prefix = false) {
+        return existing_key_format(compile(text), length, null_prefix).form;
+    };
+    EXPECT_EQ(form("COUNTER", 4), KeyForm::kInteger);
+    EXPECT_EQ(form("COUNTER", 8), KeyForm::kDouble);
+    EXPECT_EQ(form("PRICE", 8), KeyForm::kCurrency);
+    EXPECT_EQ(form("SPARE", 5, true), KeyForm::kInteger);
+    EXPECT_EQ(form("NAME", 3), KeyForm::kText);
+    EXPECT_THROW(form("AGE", 4), ExpressionError);
+    EXPECT_THROW(form("BORN", 9), ExpressionError);
+    EXPECT_THROW(form("ACTIVE", 2), ExpressionError);
+    EXPECT_THROW(form("NAME", 9, true), ExpressionError);
+    EXPECT_THROW(form("NICK", 4, true), ExpressionError);
+    EXPECT_THROW(form("NICK", 1, true), ExpressionError);
+    EXPECT_THROW(form("WIDE", 241), ExpressionError);
+    EXPECT_THROW(form("DTOC(BORN)", 8), ExpressionError);
+    EXPECT_THROW(key("DTOC(BORN)"), ExpressionError);
+    EXPECT_THROW(key("WIDE"), ExpressionError);
+    EXPECT_THROW(key("LEFT(NAME,0)"), ExpressionError);
+}
+
+TEST_F(ExpressionTest, SoughtValuesGiveTheBytesOfTheirKeys) {
+    const auto seek = [&](const char* text, const Value& value) {
+        return hex(seek_key(natural_key_format(compile(text), false), value));
+    };
+    EXPECT_EQ(seek("AGE", Number{45.4, 6, 1}), key("AGE"));
+    EXPECT_EQ(seek("COUNTER", -2), key("COUNTER"));
+    EXPECT_EQ(seek("PRICE", Number{12.3456, 8, 4}), key("PRICE"));
+    EXPECT_EQ(seek("BORN", Date(2451545)), key("BORN"));
+    EXPECT_EQ(seek("STAMP", "20000101120000400"), key("STAMP"));
+    EXPECT_EQ(seek("ACTIVE", false), "46");
+    EXPECT_EQ(seek("CITY", "Ed"), "4564");
+    EXPECT_EQ(seek("CITY", Memo{"Edegem-Zuid"}), "45646567656D");
+    EXPECT_EQ(seek("NICK", "x"), "8078");
+    EXPECT_EQ(seek("SPARE", Value()), "0000000000");
+    EXPECT_THROW(seek("CITY", Value()), EngineFault);
+    EXPECT_THROW(seek("CITY", 1), EngineFault);
+    EXPECT_THROW(seek("AGE", "1"), EngineFault);
+    EXPECT_THROW(seek("BORN", "20000101"), EngineFault);
+    EXPECT_THROW(seek("COUNTER", Number{1.5, 3, 1}), EngineFault);
+}
+
+TEST_F(ExpressionTest, WhatCannotBeUsedIsRefusedWithItsPlace) {
+    const std::string many(50000, '(');
+    std::string chain = "WIDE";
+    for (int i = 0; i < 200; ++i) chain += "+WIDE";
+    const std::map<std::string, std::string> cases = {
+        {"", "at character 1: the expression ends too early"},
+        {"NOTES", "is a memo"},
+        {"1+FOO(2)", "at character 3: no function \"FOO\""},
+        {"STATE", "no field"},
+        {"M->NAME", "variables"},
+        {"NAME+AGE", "cannot stand between"},
+        {"-NAME", "cannot stand before"},
+        {"'abc", "no closing '"},
+        {"(NAME", "expected \")\""},
+        {"NAME NAME", "should end"},
+        {"UPPER(AGE)", "argument 1 cannot be a number"},
+        {"UPPER()", "needs more"},
+        {"UPPER(NAME,1)", "fewer"},
+        {"IIF(ACTIVE,1,'a')", "argument 3"},
+        {"STR(AGE,AGE)", "not computed"},
+        {"PADL(NAME,0)", "width"},
+        {"BINTOC(AGE,3)", "1, 2, 4"},
+        {"DESCEND(NAME)", "cannot be text"},
+        {"{^2001-02-29}", "no such date"},
+        {"a.", "expected"},
+        {"&NAME", "unexpected character"},
+        {"12abc", "runs into"},
+        {".TRUE.", "point"},
+        {many, "longer"},
+        {many.substr(0, 9000), "nested too deeply"},
+        {std::string(16000, '-'), "nested too deeply"},
+        {std::string(100000, 'A'), "longer"},
+        {chain, "too wide"}};
+    for (const auto& [text, wanted] : cases) {
+        try {
+            compile(text);
+            ADD_FAILURE() << "accepted: " << text.substr(0, 60);
+        } catch (const ExpressionError& error) {
+            EXPECT_NE(std::string(error.what()).find(wanted), std::string::npos) << error.what();
+        }
+    }
+    layout_.code_page = 0x7B;
+    EXPECT_THROW(compile("UPPER(NAME)"), ExpressionError);
+    layout_.record_length = 20;
+    EXPECT_THROW(compile("BORN"), ExpressionError);
+    EXPECT_THROW(compile("CITY").evaluate({Bytes(bytes_).first(10), 1}), ExpressionError);
+}
+
+}  // namespace
+}  // namespace brenik::local
