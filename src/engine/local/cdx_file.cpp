@@ -1,0 +1,93 @@
+// Opening an index file and changing its tags.
+
+#include "engine/local/cdx_file.h"
+
+#include <algorithm>
+
+#include "engine/local/cdx_header.h"
+#include "engine/local/cdx_tree.h"
+#include "util/runtime.h"
+
+namespace brenik::local {
+namespace {
+
+std::vector<Byte> read_tag_header(const platform::File& file, std::uint64_t offset) {
+    std::vector<Byte> header(kTagHeaderSize);
+    header.resize(file.read_at(offset, header));
+    return header;
+}
+
+}  // namespace
+
+CdxFile::CdxFile(platform::File file, bool exclusive)
+    : pages_(std::make_unique<Pages>(std::move(file), exclusive)),
+      directory_(std::make_unique<CdxTag>(*this, directory_description(), 0)) {}
+
+CdxFile::~CdxFile() = default;
+
+const std::string& CdxFile::path() const { return pages_->path(); }
+
+const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_; }
+
+void CdxFile::sync() { pages_->file().sync(); }
+
+std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, platform::Sharing sharing) {
+    platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
+    if (!file.is_open()) return nullptr;
+    check_directory_header(read_tag_header(file, 0), file.path());
+    auto index = std::unique_ptr<CdxFile>(
+        new CdxFile(std::move(file), sharing == platform::Sharing::kExclusive));
+    index->read_directory();
+    return index;
+}
+
+void CdxFile::read_directory() {
+    std::vector<IndexEntry> names;
+    IndexEntry entry;
+    for (bool any = directory_->first(entry); any; any = directory_->after(entry, entry)) {
+        names.push_back(entry);
+    }
+    std::sort(names.begin(), names.end(),
+              [](const IndexEntry& a, const IndexEntry& b) { return a.record < b.record; });
+    std::uint64_t free_from = kTagHeaderSize;
+    for (const IndexEntry& name : names) {
+        const std::uint64_t offset = name.record;
+        const std::vector<Byte> header = read_tag_header(pages_->file(), offset);
+        if (offset % kCdxPageSize != 0 || offset < free_from || header.size() < kTagHeaderSize) {
+            pages_->damaged(offset, "expected the header of tag " + name.key);
+        }
+        free_from = offset + kTagHeaderSize;
+        const std::string text(trim_right(name.key));
+        tags_.push_back(std::make_unique<CdxTag>(
+            *this, parse_tag_header(header, text, path(), offset), offset));
+    }
+}
+
+CdxFile::Change::Change(CdxFile& file) : file_(file) { file_.pages_->begin_change(); }
+
+CdxFile::Change::~Change() {
+    for (const auto& tag : file_.tags_) tag->tree_->forget_changes();
+    file_.pages_->end_change();
+}
+
+bool CdxFile::Change::contains(CdxTag& tag, Bytes key) { return tag.tree_->contains(key); }
+
+bool CdxFile::Change::insert(CdxTag& tag, Bytes key, RecordNumber record) {
+    return tag.tree_->insert(key, record);
+}
+
+bool CdxFile::Change::remove(CdxTag& tag, Bytes key, RecordNumber record) {
+    return tag.tree_->remove(key, record);
+}
+
+void CdxFile::Change::write_new_pages() {
+    for (const auto& tag : file_.tags_) tag->tree_->finish();
+    file_.pages_->write_new_pages();
+}
+
+void CdxFile::Change::publish() {
+    write_new_pages();
+    file_.pages_->publish();
+}
+
+}  // namespace brenik::local

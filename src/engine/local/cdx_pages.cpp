@@ -1,0 +1,341 @@
+// The page cache's comparison, its lock, and the order of writes.
+
+#include "engine/local/cdx_pages.h"
+
+#include <algorithm>
+
+#include "engine/local/cdx_header.h"
+#include "engine/local/lock_scheme.h"
+
+namespace brenik::local {
+namespace {
+
+constexpr std::size_t kFreeHeadOffset = 4;
+constexpr std::size_t kCounterOffset = 8;
+constexpr std::size_t kLeftPointerOffset = 4;  // in a page; the right pointer follows
+constexpr std::size_t kLeastFileSize = 3 * kCdxPageSize;
+constexpr std::size_t kMostMemory = std::size_t{64} << 20;
+// The page with the lock byte in it is left alone, hence nothing may lie behind it either.
+constexpr std::uint64_t kLargestFile = LockScheme::index().offset / kCdxPageSize * kCdxPageSize;
+
+bool is_end(std::uint32_t free_page) { return free_page == 0 || free_page == kNoPage; }
+
+}  // namespace
+
+CdxFile::Pages::Pages(platform::File file, bool exclusive)
+    : file_(std::move(file)), exclusive_(exclusive) {}
+
+void CdxFile::Pages::damaged(std::uint64_t offset, const std::string& what) const {
+    throw EngineFault(FaultCode::kDamagedFile, "read index",
+                      path() + ": at " + std::to_string(offset) + ": " + what);
+}
+
+void CdxFile::Pages::begin_read() {
+    if (changing_) return;
+    if (memory_ > kMostMemory) drop();
+    if (known_ && !exclusive_ && !header_matches()) drop();
+}
+
+void CdxFile::Pages::end_read() noexcept {
+    if (changing_ || !locked_) return;
+    file_.unlock(LockScheme::index().offset, LockScheme::index().length);
+    locked_ = false;
+}
+
+// Called whenever something must come from the file.
+void CdxFile::Pages::prepare_to_load() {
+    if (!locked_ && !exclusive_) {
+        if (!file_.lock_within(LockScheme::index().offset, LockScheme::index().length,
+                               platform::LockKind::kShared)) {
+            throw EngineFault(FaultCode::kBusy, "read index",
+                              path() + ": somebody keeps the index locked");
+        }
+        locked_ = true;
+        if (known_ && !header_matches()) {
+            drop();
+            throw StaleCache{};
+        }
+    }
+    if (!known_) read_header();
+}
+
+bool CdxFile::Pages::header_matches() const {
+    std::array<Byte, kHeaderBytes> now{};
+    return file_.read_at(0, now) == now.size() && now == header_;
+}
+
+void CdxFile::Pages::read_header() {
+    if (file_.read_at(0, header_) < header_.size()) damaged(0, "expected an index header");
+    free_head_ = load_le32(header_.data() + kFreeHeadOffset);
+    file_size_ = file_.size();
+    if (file_size_ < kLeastFileSize) damaged(file_size_, "expected an index of at least 3 pages");
+    known_ = true;
+}
+
+void CdxFile::Pages::drop() noexcept {
+    pages_.clear();
+    roots_.clear();
+    touched_.clear();
+    memory_ = 0;
+    known_ = false;
+    ++generation_;
+}
+
+void CdxFile::Pages::check_page_offset(std::uint64_t offset, const std::string& what) const {
+    if (offset % kCdxPageSize != 0 || offset < 2 * kCdxPageSize ||
+        offset + kCdxPageSize > file_size_) {
+        damaged(offset, "expected " + what + " inside the file of " + std::to_string(file_size_) +
+                            " bytes");
+    }
+}
+
+std::uint32_t CdxFile::Pages::root(const CdxForm& form) {
+    const auto known = roots_.find(form.header);
+    if (known != roots_.end()) return known->second;
+    prepare_to_load();
+    std::array<Byte, 4> bytes{};
+    if (file_.read_at(form.header, bytes) < bytes.size()) {
+        damaged(form.header, "expected a tag header");
+    }
+    return roots_[form.header] = load_le32(bytes.data());
+}
+
+CdxPage& CdxFile::Pages::page(const CdxForm& form, std::uint32_t offset) {
+    const auto known = pages_.find(offset);
+    CdxPage& page = known != pages_.end() ? *known->second : load(form, offset);
+    if (page.tree() != form.header) damaged(offset, "expected a page of this tag, not of another");
+    return page;
+}
+
+CdxPage& CdxFile::Pages::load(const CdxForm& form, std::uint32_t offset) {
+    prepare_to_load();
+    check_page_offset(offset, "a page");
+    std::array<Byte, kCdxPageSize> raw{};
+    if (file_.read_at(offset, raw) < raw.size()) damaged(offset, "expected a whole page");
+    try {
+        auto page = std::make_unique<CdxPage>(CdxPage::decode(form, offset, raw));
+        memory_ += page->memory();
+        return *(pages_[offset] = std::move(page));
+    } catch (const PageDamage& damage) {
+        damaged(offset, damage.what());
+    }
+}
+
+void CdxFile::Pages::begin_change() {
+    lock_changes();
+    try {
+        if (known_ && !exclusive_ && !header_matches()) drop();
+        if (memory_ > kMostMemory) drop();
+        if (!known_) read_header();
+        file_size_ = file_.size();
+    } catch (...) {
+        end_change();
+        throw;
+    }
+    // A write that was cut short may have left part of a page behind.
+    file_size_ = (file_size_ + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
+    size_before_ = file_size_;
+}
+
+void CdxFile::Pages::lock_changes() {
+    if (!exclusive_ && !file_.lock_within(LockScheme::index().offset, LockScheme::index().length,
+                                          platform::LockKind::kExclusive)) {
+        throw EngineFault(FaultCode::kBusy, "change index",
+                          path() + ": somebody keeps the index locked");
+    }
+    locked_ = !exclusive_;
+    changing_ = true;
+}
+
+void CdxFile::Pages::end_change() noexcept {
+    const bool unpublished = !touched_.empty() || !new_headers_.empty() || !new_roots_.empty() ||
+                             !freed_.empty() || free_pages_taken_ || added_pages_written_ ||
+                             publishing_;
+    if (unpublished) drop();
+    if (added_pages_written_ && !publishing_) {
+        try {
+            file_.resize(size_before_);
+        } catch (const EngineFault&) {
+            // The pages stay behind as space that nothing names.
+        }
+    }
+    touched_.clear();
+    new_headers_.clear();
+    new_roots_.clear();
+    freed_.clear();
+    added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = false;
+    end_read();
+}
+
+CdxPage& CdxFile::Pages::add(const CdxForm& form, bool leaf) {
+    const std::uint32_t offset = allocate();
+    auto& page = pages_[offset] = std::make_unique<CdxPage>(form, offset, leaf);
+    memory_ += page->memory();
+    page->unwritten = true;
+    touch_entries(*page);
+    return *page;
+}
+
+std::uint32_t CdxFile::Pages::allocate() {
+    const std::uint32_t reused = take_free_page();
+    return reused != 0 ? reused : extend(kCdxPageSize);
+}
+
+std::uint32_t CdxFile::Pages::extend(std::uint64_t bytes) {
+    if (file_size_ + bytes > kLargestFile) {
+        throw EngineFault(
+            FaultCode::kLimit, "change index",
+            path() + ": the index cannot grow past " + std::to_string(kLargestFile) + " bytes");
+    }
+    const auto offset = static_cast<std::uint32_t>(file_size_);
+    file_size_ += bytes;
+    return offset;
+}
+
+// A free list that cannot be right is given up: its pages become space that nothing names.
+std::uint32_t CdxFile::Pages::take_free_page() {
+    const std::uint32_t taken = free_head_;
+    if (is_end(taken)) return 0;
+    free_pages_taken_ = true;
+    free_head_ = 0;
+    const auto sound = [&](std::uint32_t offset) {
+        return offset % kCdxPageSize == 0 && offset >= 2 * kCdxPageSize &&
+               std::uint64_t{offset} + kCdxPageSize <= size_before_ && !pages_.contains(offset);
+    };
+    std::array<Byte, 4> link{};
+    if (!sound(taken) || file_.read_at(taken, link) < link.size()) return 0;
+    const std::uint32_t next = load_le32(link.data());
+    if (is_end(next)) return taken;
+    if (!sound(next) || next == taken) return 0;
+    free_head_ = next;
+    return taken;
+}
+
+void CdxFile::Pages::touch_entries(CdxPage& page) {
+    page.content_changed = true;
+    touch_pointers(page);
+}
+
+void CdxFile::Pages::touch_pointers(CdxPage& page) {
+    if (!page.listed) touched_.push_back(&page);
+    page.listed = true;
+    ++generation_;
+}
+
+void CdxFile::Pages::set_root(const CdxForm& form, std::uint32_t offset) {
+    roots_[form.header] = new_roots_[form.header] = offset;
+}
+
+void CdxFile::Pages::free(CdxPage& page) {
+    std::erase(touched_, &page);
+    freed_.push_back(page.offset());
+    ++generation_;
+    pages_.erase(page.offset());
+}
+
+std::uint32_t CdxFile::Pages::reserve_header() { return extend(kTagHeaderSize); }
+
+void CdxFile::Pages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) {
+    new_headers_[offset] = std::move(bytes);
+}
+
+// A page that leads past another one is written like that last of all.
+void CdxFile::Pages::write(CdxPage& page) {
+    std::array<Byte, kCdxPageSize> raw{};
+    try {
+        page.encode(raw);
+    } catch (const PageDamage& damage) {
+        damaged(page.offset(), damage.what());
+    }
+    file_.write_at(page.offset(), raw);
+    page.unwritten = page.content_changed = false;
+    page.listed = page.right_changed;
+}
+
+// Directory root, free list and counter lie side by side and are written at once.
+void CdxFile::Pages::write_header() {
+    store_le32(header_.data() + kFreeHeadOffset, free_head_);
+    store_be32(header_.data() + kCounterOffset, load_be32(header_.data() + kCounterOffset) + 1);
+    file_.write_at(0, Bytes(header_).first(kCounterOffset + 4));
+}
+
+void CdxFile::Pages::write_new_pages() {
+    if (free_pages_taken_) write_header();
+    free_pages_taken_ = false;
+    const auto added = std::partition(touched_.begin(), touched_.end(),
+                                      [](const CdxPage* page) { return !page->unwritten; });
+    // From the lowest offset up, so that the file grows without holes.
+    std::sort(added, touched_.end(),
+              [](const CdxPage* a, const CdxPage* b) { return a->offset() < b->offset(); });
+    added_pages_written_ = added_pages_written_ || added != touched_.end() || !new_headers_.empty();
+    for (const auto& [offset, bytes] : new_headers_) file_.write_at(offset, bytes);
+    new_headers_.clear();
+    write_all(added, touched_.end());
+}
+
+void CdxFile::Pages::publish() {
+    write_new_pages();
+    publishing_ = true;
+    if (!touched_.empty() || !new_roots_.empty() || !freed_.empty()) {
+        write_header();
+        write_changed_pages();
+        write_roots();
+        write_pointers();
+        write_freed_pages();
+        write_header();
+    }
+    publishing_ = added_pages_written_ = false;
+}
+
+void CdxFile::Pages::write_changed_pages() {
+    const auto links_only =
+        std::partition(touched_.begin(), touched_.end(),
+                       [](const CdxPage* page) { return page->content_changed; });
+    std::sort(touched_.begin(), links_only,
+              [](const CdxPage* a, const CdxPage* b) { return a->level < b->level; });
+    write_all(touched_.begin(), links_only);
+}
+
+void CdxFile::Pages::write_all(PageList::iterator first, PageList::iterator last) {
+    std::for_each(first, last, [this](CdxPage* page) { write(*page); });
+    touched_.erase(std::remove_if(first, last, [](const CdxPage* page) { return !page->listed; }),
+                   last);
+}
+
+// Right pointers from the root's level down: a page that is still reached on its own level names
+// children that are still reached on theirs.
+void CdxFile::Pages::write_pointers() {
+    std::sort(touched_.begin(), touched_.end(), [](const CdxPage* a, const CdxPage* b) {
+        return std::pair(a->right_changed, b->level) < std::pair(b->right_changed, a->level);
+    });
+    for (CdxPage* page : touched_) {
+        std::array<Byte, 8> pointers{};
+        store_le32(pointers.data(), page->left);
+        store_le32(pointers.data() + 4, page->right);
+        file_.write_at(page->offset() + kLeftPointerOffset, pointers);
+        page->right_changed = page->listed = false;
+    }
+    touched_.clear();
+}
+
+void CdxFile::Pages::write_roots() {
+    for (const auto& [header, root] : new_roots_) {
+        std::array<Byte, 4> bytes{};
+        store_le32(bytes.data(), root);
+        file_.write_at(header, bytes);
+        if (header == 0) std::copy(bytes.begin(), bytes.end(), header_.begin());
+    }
+    new_roots_.clear();
+}
+
+void CdxFile::Pages::write_freed_pages() {
+    for (const std::uint32_t offset : freed_) {
+        std::array<Byte, kCdxPageSize> raw{};
+        store_le32(raw.data(), free_head_);
+        file_.write_at(offset, raw);
+        free_head_ = offset;
+    }
+    freed_.clear();
+}
+
+}  // namespace brenik::local

@@ -1,0 +1,116 @@
+// The page cache of an index file: what is remembered, when it may be used, and how it is written.
+//
+// Pages are remembered as long as the leading bytes of the file (directory root, free list, update
+// counter) read as they did. A walk begins with begin_read(), which makes that comparison; the
+// first page that must come from the file takes the index lock, shared, and compares once more. If
+// something changed in between the walk is told to start over (StaleCache), now under the lock.
+//
+// Order of writing, so that a process killed between any two writes leaves a tree that every reader
+// can walk and that the next change mends (cdx_tree.h):
+//   1. pages new to the file, which nothing names yet; pages taken from the free list leave it
+//   first
+//   2. the update counter: nobody may go on trusting what he remembers
+//   3. changed entries, leaves before their parents; then root offsets
+//   4. pages of which only a sibling pointer changed, right pointers last
+//   5. pages that nothing names any more, linked into the free list
+//   6. the head of the free list, and the counter again for those who read while we wrote
+
+#pragma once
+
+#include <array>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "engine/local/cdx_file.h"
+#include "engine/local/cdx_page.h"
+#include "platform/file.h"
+
+namespace brenik::local {
+
+// Thrown inside a walk that has used remembered pages and finds that they are out of date.
+struct StaleCache {};
+
+class CdxFile::Pages {
+  public:
+    Pages(platform::File file, bool exclusive);
+
+    platform::File& file() { return file_; }
+    const std::string& path() const { return file_.path(); }
+
+    // -- Reading.
+    void begin_read();
+    void end_read() noexcept;
+    std::uint32_t root(const CdxForm& form);
+    CdxPage& page(const CdxForm& form, std::uint32_t offset);
+    // Changes whenever anything that a caller remembers about pages may have become wrong.
+    std::uint64_t generation() const { return generation_; }
+    std::uint64_t page_count() const { return file_size_ / kCdxPageSize; }
+    [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
+
+    // -- Changing.
+    void begin_change();
+    // Drops whatever was not published, and the lock.
+    void end_change() noexcept;
+    CdxPage& add(const CdxForm& form, bool leaf);
+    void touch_entries(CdxPage& page);
+    void touch_pointers(CdxPage& page);
+    void set_root(const CdxForm& form, std::uint32_t offset);
+    // Nothing may name the page any more; it is gone afterwards.
+    void free(CdxPage& page);
+    // Room for a tag header, two pages in a row, and its bytes.
+    std::uint32_t reserve_header();
+    void fill_header(std::uint32_t offset, std::vector<Byte> bytes);
+    void write_new_pages();
+    void publish();
+
+  private:
+    static constexpr std::size_t kHeaderBytes = 16;
+    using PageList = std::vector<CdxPage*>;
+
+    void prepare_to_load();
+    bool header_matches() const;
+    void read_header();
+    void write_header();
+    void drop() noexcept;
+    CdxPage& load(const CdxForm& form, std::uint32_t offset);
+    void check_page_offset(std::uint64_t offset, const std::string& what) const;
+    std::uint32_t allocate();
+    std::uint32_t extend(std::uint64_t bytes);
+    std::uint32_t take_free_page();
+    void write(CdxPage& page);
+    void write_all(PageList::iterator first, PageList::iterator last);
+    void write_changed_pages();
+    void write_roots();
+    void write_pointers();
+    void write_freed_pages();
+    void lock_changes();
+
+    platform::File file_;
+    bool exclusive_;
+    bool changing_ = false;
+    bool locked_ = false;
+
+    // What the leading bytes said; nothing is remembered while `known_` is false.
+    bool known_ = false;
+    std::array<Byte, kHeaderBytes> header_{};
+    std::uint32_t free_head_ = 0;
+    std::uint64_t file_size_ = 0;
+    std::unordered_map<std::uint32_t, std::unique_ptr<CdxPage>> pages_;
+    std::unordered_map<std::uint32_t, std::uint32_t> roots_;  // by offset of the tag header
+    std::size_t memory_ = 0;
+    std::uint64_t generation_ = 1;
+
+    // The change in progress.
+    std::uint64_t size_before_ = 0;
+    bool added_pages_written_ = false;
+    bool publishing_ = false;
+    bool free_pages_taken_ = false;
+    PageList touched_;
+    std::map<std::uint32_t, std::vector<Byte>> new_headers_;
+    std::map<std::uint32_t, std::uint32_t> new_roots_;
+    std::vector<std::uint32_t> freed_;
+};
+
+}  // namespace brenik::local
