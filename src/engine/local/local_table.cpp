@@ -1,0 +1,451 @@
+// The record buffer, navigation and locks of an open table.
+
+#include "engine/local/local_table.h"
+
+#include <algorithm>
+
+#include "engine/local/field_codec.h"
+#include "util/runtime.h"
+
+namespace brenik::local {
+
+std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::string& path,
+                                             platform::Sharing sharing) {
+    auto file = TableFile::open(path, sharing);
+    if (!file) return nullptr;
+    auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, std::move(file)));
+    const TableLayout& layout = table->layout();
+    if (std::any_of(layout.fields.begin(), layout.fields.end(), is_memo)) {
+        table->memo_ = MemoFile::open(table->file_->path(), layout.version, sharing);
+        if (!table->memo_) return nullptr;
+    }
+    table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), sharing);
+    if (layout.has_structural_index() && !table->orders_->open_structural()) return nullptr;
+    table->use_order(table->orders_->attached_count() > 0 ? 1 : 0);
+    table->go_top();
+    return table;
+}
+
+LocalTable::LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file)
+    : engine_(engine), file_(std::move(file)) {
+    for (const Field& field : layout().fields) descriptions_.push_back(describe(field));
+    bytes_.resize(layout().record_length);
+    engine_.tables_.insert(this);
+}
+
+LocalTable::~LocalTable() {
+    try {
+        shut();
+    } catch (const EngineFault&) {
+        // Whoever needs to know of a failed last write commits before closing.
+    }
+    engine_.tables_.erase(this);
+}
+
+void LocalTable::shut() {
+    if (!file_) return;
+    struct Close {
+        LocalTable& table;
+        ~Close() {
+            table.place(0);
+            table.filter_.reset();
+            table.controlling_ = 0;
+            table.orders_.reset();
+            table.memo_.reset();
+            table.file_.reset();
+        }
+    };
+    const Close close{*this};
+    flush();
+}
+
+// ------------------------------------------------------------------------- the record buffer
+
+RecordView LocalTable::view() {
+    if (!loaded_) {
+        if (record_ == 0) {
+            make_blank_record(bytes_, layout());
+        } else {
+            file_->read(record_, bytes_);
+        }
+        original_ = bytes_;
+        loaded_ = true;
+    }
+    return {bytes_, record_};
+}
+
+void LocalTable::forget_record() {
+    loaded_ = false;
+    changed_ = false;
+    keys_pending_ = false;
+    pending_memos_.clear();
+}
+
+void LocalTable::place(RecordNumber record) {
+    forget_record();
+    record_ = record;
+    entry_.reset();
+    at_beginning_ = false;
+}
+
+void LocalTable::require_open(const char* operation) const {
+    if (!file_) throw EngineFault(FaultCode::kEmptyWorkArea, operation, "the table is closed");
+}
+
+void LocalTable::require_writable(const char* operation) {
+    require_open(operation);
+    if (record_ == 0 || !file_->owns(record_)) {
+        throw EngineFault(FaultCode::kNotLocked, operation,
+                          file_->path() + ": record " + std::to_string(record_number()) +
+                              " is not locked by this session");
+    }
+    view();
+}
+
+const Field& LocalTable::field_at(std::size_t position, const char* operation) const {
+    require_open(operation);
+    if (position == 0 || position > layout().fields.size()) {
+        throw EngineFault(FaultCode::kUnknownName, operation,
+                          file_->path() + ": no field at position " + std::to_string(position));
+    }
+    return layout().fields[position - 1];
+}
+
+std::string LocalTable::memo_text(const Field& field) {
+    const auto pending = pending_memos_.find(&field);
+    if (pending != pending_memos_.end()) return pending->second;
+    return memo_->read(memo_block(view(), field));
+}
+
+Value LocalTable::field_get(std::size_t position) {
+    const Field& field = field_at(position, "field get");
+    if (!is_memo(field)) return read_field(view(), layout(), field);
+    if (is_null(view(), layout(), field)) return {};
+    return Memo{memo_text(field)};
+}
+
+void LocalTable::field_put(std::size_t position, const Value& value) {
+    const Field& field = field_at(position, "field put");
+    require_writable("field put");
+    if (is_autoincrement(field)) return;  // the engine's own column
+    if (!is_memo(field)) {
+        std::vector<Byte> changed = bytes_;
+        write_field(changed, layout(), field, value);
+        changed_ = changed_ || changed != bytes_;
+        bytes_.swap(changed);
+        return;
+    }
+    if (!value.is_nil() && !value.is_text()) {
+        throw EngineFault(FaultCode::kUnsuitableValue, "field put",
+                          "field " + field.name + ": a memo takes text");
+    }
+    if (field.null_bit && is_null(view(), layout(), field) != value.is_nil()) {
+        set_null(bytes_, layout(), field, value.is_nil());
+        changed_ = true;
+    }
+    if (value.text() == memo_text(field)) return;
+    pending_memos_[&field] = value.text();
+    changed_ = true;
+}
+
+void LocalTable::set_deletion_mark(char mark) {
+    require_writable(mark == '*' ? "delete" : "recall");
+    if (bytes_[0] == static_cast<Byte>(mark)) return;
+    bytes_[0] = static_cast<Byte>(mark);
+    changed_ = true;
+}
+
+void LocalTable::refresh_record() {
+    if (keys_pending_) return;  // nobody else can have changed it
+    const std::optional<IndexEntry> entry = entry_;
+    forget_record();
+    entry_ = entry;
+}
+
+void LocalTable::flush_memos() {
+    for (const auto& [field, text] : pending_memos_) {
+        const std::uint32_t old_block = memo_block({bytes_, record_}, *field);
+        const std::uint32_t block = memo_->write(old_block, text, field->type != 'M');
+        if (block != old_block) set_memo_block(bytes_, *field, block);
+    }
+    pending_memos_.clear();
+}
+
+void LocalTable::flush() {
+    if (!changed_ && !keys_pending_) return;
+    const std::optional<RecordView> before =
+        keys_pending_ ? std::nullopt : std::optional(RecordView{original_, record_});
+    // Memos come after everything that can refuse the change, and before the record names them.
+    orders_->update(before, {bytes_, record_}, [&] {
+        flush_memos();
+        if (bytes_ != original_) file_->write(record_, bytes_);
+    });
+    original_ = bytes_;
+    changed_ = false;
+    keys_pending_ = false;
+    entry_.reset();
+}
+
+bool LocalTable::append_blank(bool release_other_locks) {
+    require_open("append");
+    flush();
+    if (release_other_locks) file_->unlock_all();
+    std::vector<Byte> blank(layout().record_length);
+    make_blank_record(blank, layout());
+    const RecordNumber added = file_->append(blank);
+    if (added == 0) return false;
+    place(added);
+    bytes_ = original_ = std::move(blank);
+    loaded_ = true;
+    keys_pending_ = true;
+    return true;
+}
+
+void LocalTable::abandon_changes() noexcept {
+    if (!file_) return;
+    if (!keys_pending_) return forget_record();
+    try {
+        pending_memos_.clear();
+        bytes_[0] = '*';
+        changed_ = true;
+        flush();
+    } catch (const std::exception&) {
+        abandon_without_keys();
+    }
+}
+
+// For an appended record whose keys an order refuses, or whose index cannot be written: better a
+// deleted record without keys than a live one.
+void LocalTable::abandon_without_keys() noexcept {
+    try {
+        original_[0] = '*';
+        file_->write(record_, original_);
+    } catch (const std::exception&) {
+        // It stays in the file as it was appended: blank.
+    }
+    forget_record();
+}
+
+void LocalTable::commit() {
+    if (!file_) return;
+    flush();
+    if (!engine_.settings_.full_durability) return;
+    if (memo_) memo_->sync();
+    file_->sync();
+    orders_->sync();
+}
+
+// ------------------------------------------------------------------------------------- locks
+
+bool LocalTable::lock_record(RecordNumber record) {
+    require_open("lock record");
+    if (!file_->holds(record)) return false;  // the byte of a record to come is the append's
+    const bool owned = file_->owns(record);
+    if (!file_->lock(record)) return false;
+    // What was read before the lock may be another session's past.
+    if (!owned && record == record_) refresh_record();
+    return true;
+}
+
+bool LocalTable::lock_table() {
+    require_open("lock file");
+    flush();
+    const bool locked = file_->lock_all();
+    forget_record();  // locked or not: a refused try has let go of the record for a moment
+    return locked;
+}
+
+void LocalTable::unlock_record(RecordNumber record) {
+    if (!file_) return;
+    if (record == record_) flush();
+    file_->unlock(record);
+}
+
+void LocalTable::unlock_all() {
+    if (!file_) return;
+    flush();
+    file_->unlock_all();
+}
+
+// -------------------------------------------------------------------------------- navigation
+
+bool LocalTable::hides_records() const { return engine_.settings_.deleted_hidden || filter_; }
+
+bool LocalTable::visible() {
+    if (engine_.settings_.deleted_hidden && view().deleted()) return false;
+    return !filter_ || filter_->is_true(view());
+}
+
+void LocalTable::go_to(RecordNumber record) {
+    flush();
+    place(file_ && file_->holds(record) ? record : 0);
+}
+
+// The entry of the current record; made from its fields where it was not reached by the order.
+IndexEntry LocalTable::current_entry() {
+    if (!entry_) entry_ = {orders_->attached(controlling_).key_of(view()), record_};
+    return *entry_;
+}
+
+// An entry above the count belongs to a record that is not there (yet).
+bool LocalTable::place_at(const IndexEntry& entry) {
+    if (!file_->holds(entry.record)) return false;
+    place(entry.record);
+    entry_ = entry;
+    return visible();
+}
+
+bool LocalTable::step_in_order(bool forward) {
+    IndexEntry entry = current_entry();
+    IndexEntry found;
+    while (forward ? walk().next(entry, found) : walk().previous(entry, found)) {
+        if (place_at(found)) return true;
+        entry = found;
+    }
+    return false;
+}
+
+bool LocalTable::step_by_number(bool forward) {
+    const RecordNumber count = record_count();
+    for (RecordNumber record = record_; forward ? record < count : record > 1;) {
+        record = forward ? record + 1 : record - 1;
+        place(record);
+        if (!hides_records() || visible()) return true;
+    }
+    return false;
+}
+
+bool LocalTable::step(bool forward) {
+    return controlling_ != 0 ? step_in_order(forward) : step_by_number(forward);
+}
+
+void LocalTable::go_end(bool top) {
+    flush();
+    if (controlling_ == 0) {
+        const RecordNumber count = record_count();
+        place(top ? std::min<RecordNumber>(1, count) : count);
+        if (record_ != 0 && hides_records() && !visible() && !step(top)) place(0);
+    } else {
+        IndexEntry entry;
+        bool any = top ? walk().first(entry) : walk().last(entry);
+        while (any && !place_at(entry)) {
+            const IndexEntry from = entry;
+            any = top ? walk().next(from, entry) : walk().previous(from, entry);
+        }
+        if (!any) place(0);
+    }
+    at_beginning_ = record_ == 0;
+}
+
+void LocalTable::go_top() { go_end(true); }
+
+void LocalTable::go_bottom() { go_end(false); }
+
+void LocalTable::skip(std::int64_t count) {
+    flush();
+    at_beginning_ = false;
+    for (; count > 0 && record_ != 0; --count) {
+        if (!step(true)) return place(0);
+    }
+    if (count < 0 && record_ == 0) {
+        go_bottom();
+        ++count;
+    }
+    for (; count < 0 && record_ != 0; ++count) {
+        if (step(false)) continue;
+        go_top();
+        at_beginning_ = true;
+        return;
+    }
+}
+
+// ------------------------------------------------------------------------- orders and filter
+
+void LocalTable::use_order(std::size_t number) {
+    controlling_ = number;
+    entry_.reset();
+    scope_ = {};
+    scope_top_ = scope_bottom_ = Value();
+}
+
+void LocalTable::clear_orders() {
+    require_open("clear orders");
+    flush();
+    use_order(0);
+    orders_->detach_all();
+}
+
+bool LocalTable::add_orders(const std::string& file) {
+    require_open("add orders");
+    flush();
+    const std::size_t attached = orders_->attached_count();
+    if (!orders_->attach(file)) return false;
+    if (orders_->attached_count() > attached) use_order(attached + 1);
+    return true;
+}
+
+std::string LocalTable::order_name(std::size_t number) const {
+    if (number == 0 || number > order_count()) return {};
+    return orders_->attached(number).description().name;
+}
+
+bool LocalTable::set_order(std::string_view name) {
+    if (name.empty()) return set_order(std::size_t{0});
+    const std::size_t number = orders_ ? orders_->find(name) : 0;
+    return number != 0 && set_order(number);
+}
+
+bool LocalTable::set_order(std::size_t number) {
+    if (number > order_count()) return false;
+    if (number != controlling_) use_order(number);
+    return true;
+}
+
+bool LocalTable::seek(const Value& key, SeekMode mode, SeekEnd end) {
+    require_open("seek");
+    flush();
+    if (controlling_ == 0) {
+        throw EngineFault(FaultCode::kUnknownName, "seek",
+                          file_->path() + ": no controlling order");
+    }
+    const Order& order = orders_->attached(controlling_);
+    const std::string wanted = seek_key(order.format, key);
+    const bool too_long = order.format.form == KeyForm::kText &&
+                          trim_right(key.text()).size() > order.format.text_length();
+    IndexEntry entry;
+    OrderWalk::Match match = walk().seek(wanted, end, entry);
+    const bool backwards = end == SeekEnd::kLast && match == OrderWalk::Match::kFound;
+    bool any = match != OrderWalk::Match::kNone;
+    while (any && !(place_at(entry) && order.agrees_with(entry, view()))) {
+        const IndexEntry from = entry;
+        any = backwards ? walk().previous(from, entry) : walk().next(from, entry);
+    }
+    const bool found = any && !too_long && entry.key.compare(0, wanted.size(), wanted) == 0;
+    if (!found && (!any || mode == SeekMode::kHard)) place(0);
+    return found;
+}
+
+void LocalTable::set_scope(const Value& top, const Value& bottom) {
+    require_open("scope");
+    if (controlling_ == 0) return;
+    const KeyFormat& format = orders_->attached(controlling_).format;
+    const auto limit = [&](const Value& value) {
+        return value.is_nil() ? std::optional<std::string>() : seek_key(format, value);
+    };
+    scope_ = {limit(top), limit(bottom)};
+    scope_top_ = top;
+    scope_bottom_ = bottom;
+}
+
+void LocalTable::set_filter(const std::string& expression) {
+    require_open("filter");
+    if (expression.empty()) return filter_.reset();
+    try {
+        filter_ = Expression::compile(expression, layout());
+    } catch (const ExpressionError& error) {
+        throw EngineFault(FaultCode::kUnsupported, "filter",
+                          file_->path() + ": filter " + expression + ": " + error.what());
+    }
+}
+
+}  // namespace brenik::local

@@ -1,0 +1,130 @@
+// One table of the embedded engine: position, record buffer, memos and filter.
+//
+// The current record is read when something about it is first asked, and again after it has been
+// locked. Changes stay in the buffer until the record is flushed: by unlocking, committing or
+// moving off it. An appended record is in the file from the start, blank; its keys follow with its
+// values in that one flush.
+
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/engine.h"
+#include "engine/local/local_engine.h"
+#include "engine/local/memo_file.h"
+#include "engine/local/table_file.h"
+#include "engine/local/table_orders.h"
+
+namespace brenik::local {
+
+class LocalTable : public Table {
+  public:
+    // Null when the table, its memo file or its index is somebody's exclusive use or cannot be had.
+    static std::unique_ptr<LocalTable> open(LocalEngine& engine, const std::string& path,
+                                            platform::Sharing sharing);
+    ~LocalTable() override;
+
+    const std::vector<FieldDescription>& fields() const override { return descriptions_; }
+
+    void go_to(RecordNumber record) override;
+    void go_top() override;
+    void go_bottom() override;
+    void skip(std::int64_t count) override;
+    bool end_of_file() override { return record_ == 0; }
+    bool beginning_of_file() override { return at_beginning_; }
+    RecordNumber record_number() override { return record_ == 0 ? record_count() + 1 : record_; }
+    RecordNumber record_count() override { return file_ ? file_->count() : 0; }
+    bool deleted() override { return record_ != 0 && view().deleted(); }
+
+    Value field_get(std::size_t position) override;
+    void field_put(std::size_t position, const Value& value) override;
+    void mark_deleted() override { set_deletion_mark('*'); }
+    void recall() override { set_deletion_mark(' '); }
+    void refresh_record() override;
+
+    [[nodiscard]] bool lock_record(RecordNumber record) override;
+    [[nodiscard]] bool lock_table() override;
+    void unlock_record(RecordNumber record) override;
+    void unlock_all() override;
+    [[nodiscard]] bool append_blank(bool release_other_locks) override;
+    void abandon_changes() noexcept override;
+    void commit() override;
+
+    bool opened_orders_automatically() const override {
+        return orders_ && orders_->has_structural();
+    }
+    void clear_orders() override;
+    bool add_orders(const std::string& file) override;
+    std::size_t order_count() const override { return orders_ ? orders_->attached_count() : 0; }
+    std::string order_name(std::size_t number) const override;
+    std::size_t order_number() const override { return controlling_; }
+    bool set_order(std::string_view name) override;
+    bool set_order(std::size_t number) override;
+    bool seek(const Value& key, SeekMode mode, SeekEnd end) override;
+    Value scope_top() const override { return scope_top_; }
+    Value scope_bottom() const override { return scope_bottom_; }
+    void set_scope(const Value& top, const Value& bottom) override;
+
+    std::string filter() const override { return filter_ ? filter_->text() : std::string(); }
+    void set_filter(const std::string& expression) override;
+
+    // Flushes and closes the files; what is asked afterwards is answered as on an empty table.
+    void shut();
+    const TableLayout& layout() const { return file_->layout(); }
+
+  private:
+    LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file);
+
+    // -- The record buffer.
+    RecordView view();  // of the current record, read when it is not at hand
+    void forget_record();
+    void place(RecordNumber record);
+    void flush();
+    void flush_memos();
+    void abandon_without_keys() noexcept;
+    void require_writable(const char* operation);
+    void set_deletion_mark(char mark);
+    const Field& field_at(std::size_t position, const char* operation) const;
+    std::string memo_text(const Field& field);
+    void require_open(const char* operation) const;
+
+    // -- Navigation.
+    bool visible();
+    bool hides_records() const;
+    OrderWalk walk() const { return {orders_->attached(controlling_), scope_}; }
+    IndexEntry current_entry();
+    bool place_at(const IndexEntry& entry);
+    bool step(bool forward);
+    bool step_in_order(bool forward);
+    bool step_by_number(bool forward);
+    void go_end(bool top);
+    void use_order(std::size_t number);
+
+    LocalEngine& engine_;
+    std::unique_ptr<TableFile> file_;
+    std::unique_ptr<MemoFile> memo_;
+    std::unique_ptr<TableOrders> orders_;
+    std::vector<FieldDescription> descriptions_;
+
+    RecordNumber record_ = 0;  // 0: the phantom record
+    bool at_beginning_ = false;
+    std::vector<Byte> bytes_;     // the record as it is to be written
+    std::vector<Byte> original_;  // as it was read: the keys that the index holds for it
+    bool loaded_ = false;
+    bool changed_ = false;
+    bool keys_pending_ = false;  // just appended: the index does not hold it yet
+    std::map<const Field*, std::string> pending_memos_;
+
+    std::size_t controlling_ = 0;
+    std::optional<IndexEntry> entry_;  // of the current record in the controlling order
+    Scope scope_;
+    Value scope_top_;
+    Value scope_bottom_;
+    std::optional<Expression> filter_;
+};
+
+}  // namespace brenik::local

@@ -1,0 +1,169 @@
+// Reading and writing memo blocks.
+
+#include "engine/local/memo_file.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "engine/local/lock_scheme.h"
+#include "engine/local/table_path.h"
+#include "util/bytes.h"
+
+namespace brenik::local {
+namespace {
+
+constexpr std::size_t kFptHeaderSize = 512;
+constexpr std::size_t kBlockHeaderSize = 8;
+constexpr std::uint16_t kNewBlockSize = 64;
+constexpr std::uint32_t kGeneration3BlockSize = 512;
+constexpr std::uint32_t kGeneration4Mark = 0x0008FFFF;  // FF FF 08 00
+constexpr std::uint32_t kTextBlock = 1;
+constexpr std::uint32_t kBinaryBlock = 0;
+constexpr Byte kTextEnd = 0x1A;
+
+}  // namespace
+
+std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uint8_t version,
+                                         platform::Sharing sharing) {
+    const Kind kind = version == 0x83   ? Kind::kGeneration3
+                      : version == 0x8B ? Kind::kGeneration4
+                                        : Kind::kFpt;
+    const std::string path = sibling_path(table_path, kind == Kind::kFpt ? "FPT" : "DBT");
+    platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
+    if (!file.is_open()) {
+        if (file.failure() == platform::OpenFailure::kSharing) return nullptr;
+        throw EngineFault(FaultCode::kDamagedFile, "open",
+                          path + ": the table's memo file is missing or cannot be opened");
+    }
+    auto memo = std::unique_ptr<MemoFile>(new MemoFile(std::move(file), kind));
+    memo->read_header();
+    return memo;
+}
+
+void MemoFile::create(const std::string& table_path) {
+    const std::string path = sibling_path(table_path, "FPT");
+    platform::File file =
+        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
+    if (!file.is_open()) {
+        throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be made");
+    }
+    std::vector<Byte> header(kFptHeaderSize, 0);
+    store_be32(header.data(), kFptHeaderSize / kNewBlockSize);
+    store_be16(header.data() + 6, kNewBlockSize);
+    file.write_at(0, header);
+}
+
+void MemoFile::read_header() {
+    std::array<Byte, 24> header{};
+    if (file_.read_at(0, header) < 8) damaged(0, "shorter than a header");
+    if (kind_ == Kind::kFpt) {
+        block_size_ = std::max<std::uint32_t>(load_be16(header.data() + 6), 1);
+    } else if (kind_ == Kind::kGeneration4) {
+        block_size_ = load_le16(header.data() + 20);
+        if (block_size_ == 0) block_size_ = kGeneration3BlockSize;
+    }
+}
+
+std::string MemoFile::read(std::uint32_t block) const {
+    if (block == 0) return {};
+    const std::uint64_t offset = std::uint64_t{block} * block_size_;
+    if (kind_ == Kind::kGeneration3) return read_generation3(offset);
+    std::string text(data_length(offset), '\0');
+    const std::span<Byte> buffer{reinterpret_cast<Byte*>(text.data()), text.size()};
+    if (file_.read_at(offset + kBlockHeaderSize, buffer) != text.size()) {
+        damaged(offset, "a memo that ends past the file");
+    }
+    return text;
+}
+
+std::string MemoFile::read_generation3(std::uint64_t offset) const {
+    if (offset >= file_.size()) damaged(offset, "a memo block past the end of the file");
+    std::string text;
+    std::array<Byte, kGeneration3BlockSize> block;
+    while (const std::size_t got = file_.read_at(offset + text.size(), block)) {
+        const auto end = std::find(block.begin(), block.begin() + got, kTextEnd);
+        text.append(block.begin(), end);
+        if (end != block.begin() + got) break;
+    }
+    return text;
+}
+
+// Length of the data of the memo whose first block is at the offset, checked against the file.
+std::uint64_t MemoFile::data_length(std::uint64_t block_offset) const {
+    std::array<Byte, kBlockHeaderSize> header;
+    const std::uint64_t first_usable = kind_ == Kind::kFpt ? kFptHeaderSize : block_size_;
+    if (block_offset < first_usable || file_.read_at(block_offset, header) != header.size()) {
+        damaged(block_offset, "a memo block outside the file");
+    }
+    std::uint64_t length = load_be32(header.data() + 4);
+    if (kind_ == Kind::kGeneration4) {
+        const std::uint32_t whole = load_le32(header.data() + 4);
+        if (load_le32(header.data()) != kGeneration4Mark || whole < kBlockHeaderSize) {
+            damaged(block_offset, "not the beginning of a memo");
+        }
+        length = whole - kBlockHeaderSize;
+    }
+    if (length > file_.size() - block_offset - kBlockHeaderSize) {
+        damaged(block_offset,
+                "a memo of " + std::to_string(length) + " bytes, past the file's end");
+    }
+    return length;
+}
+
+std::uint64_t MemoFile::blocks_for(std::uint64_t data_length) const {
+    return (kBlockHeaderSize + data_length + block_size_ - 1) / block_size_;
+}
+
+std::uint32_t MemoFile::write(std::uint32_t old_block, std::string_view text, bool binary) {
+    if (kind_ != Kind::kFpt) {
+        throw EngineFault(FaultCode::kUnsupported, "field put",
+                          path() + ": memo files of this generation are read only");
+    }
+    if (text.empty()) return 0;
+    const std::uint64_t blocks = blocks_for(text.size());
+    const bool fits_in_place =
+        old_block != 0 && blocks <= blocks_for(data_length(std::uint64_t{old_block} * block_size_));
+    const std::uint32_t block = fits_in_place ? old_block : allocate(blocks);
+    std::vector<Byte> bytes(blocks * block_size_, 0);
+    store_be32(bytes.data(), binary ? kBinaryBlock : kTextBlock);
+    store_be32(bytes.data() + 4, static_cast<std::uint32_t>(text.size()));
+    std::copy(text.begin(), text.end(), bytes.begin() + kBlockHeaderSize);
+    file_.write_at(std::uint64_t{block} * block_size_, bytes);
+    return block;
+}
+
+// Reserves blocks at the end of the file under the memo lock.
+std::uint32_t MemoFile::allocate(std::uint64_t blocks) {
+    const LockRange lock = LockScheme::memo();
+    if (!file_.lock_within(lock.offset, lock.length, platform::LockKind::kExclusive)) {
+        throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
+    }
+    struct Unlock {
+        platform::File& file;
+        LockRange range;
+        ~Unlock() { file.unlock(range.offset, range.length); }
+    } unlock{file_, lock};
+
+    std::array<Byte, 4> next_free;
+    if (file_.read_at(0, next_free) != next_free.size()) damaged(0, "shorter than a header");
+    const std::uint64_t block = load_be32(next_free.data());
+    const std::uint64_t offset = block * block_size_;
+    if (offset < kFptHeaderSize || offset < file_.size()) {
+        damaged(0, "next free block " + std::to_string(block) + " lies inside used blocks");
+    }
+    // Record data, memos and lock positions share one limit: the lock of this file is at 1 GB.
+    if (offset + blocks * block_size_ > lock.offset) {
+        throw EngineFault(FaultCode::kLimit, "field put", path() + ": the memo file is full");
+    }
+    store_be32(next_free.data(), static_cast<std::uint32_t>(block + blocks));
+    file_.write_at(0, next_free);
+    return static_cast<std::uint32_t>(block);
+}
+
+void MemoFile::damaged(std::uint64_t offset, const std::string& what) const {
+    throw EngineFault(FaultCode::kDamagedFile, "memo",
+                      path() + ": at " + std::to_string(offset) + ": " + what);
+}
+
+}  // namespace brenik::local

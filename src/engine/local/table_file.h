@@ -1,0 +1,69 @@
+// The table file itself: its header, its records and the locks on them.
+//
+// This is the only place that knows where a record lies. The record count is never trusted from
+// memory: it is read from the header whenever an answer depends on it, and lowered where the file
+// is too short to hold that many. A record is complete in the file before the header counts it.
+
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/local/lock_scheme.h"
+#include "engine/local/table_layout.h"
+#include "platform/file.h"
+
+namespace brenik::local {
+
+class TableFile {
+  public:
+    // Null when it cannot be had: missing, not permitted, or somebody's exclusive use.
+    static std::unique_ptr<TableFile> open(const std::string& path, platform::Sharing sharing);
+
+    const std::string& path() const { return file_.path(); }
+    const TableLayout& layout() const { return layout_; }
+    bool exclusive() const { return exclusive_; }
+
+    // As the file says now.
+    RecordNumber count();
+    // True for 1 to count(); asks the file only about numbers beyond what is known to be there.
+    bool holds(RecordNumber record) {
+        return record != 0 && (record <= known_count_ || record <= count());
+    }
+    // Reads one record; the number must be 1 to count().
+    void read(RecordNumber record, MutableBytes into) const;
+    void write(RecordNumber record, Bytes bytes);
+    // Adds a record at the end and leaves it locked; 0 when a lock that this needs is somebody
+    // else's. Fills in autoincrement columns of `bytes`.
+    RecordNumber append(MutableBytes bytes);
+    void sync() { file_.sync(); }
+
+    // Locks are tried once.
+    bool lock(RecordNumber record);
+    bool lock_all();
+    void unlock(RecordNumber record);
+    void unlock_all();
+    // True when this session may write the record.
+    bool owns(RecordNumber record) const;
+
+  private:
+    explicit TableFile(platform::File file, bool exclusive)
+        : file_(std::move(file)), exclusive_(exclusive), layout_(read_layout()), locks_(layout_) {}
+    TableLayout read_layout() const;
+    std::uint64_t offset_of(RecordNumber record) const;
+    RecordNumber counted_in_header() const;
+    RecordNumber append_locked(MutableBytes bytes);
+    void assign_autoincrement(MutableBytes bytes);
+
+    platform::File file_;
+    bool exclusive_;
+    TableLayout layout_;
+    LockScheme locks_;
+    std::set<RecordNumber> locked_records_;
+    bool table_locked_ = false;
+    RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
+};
+
+}  // namespace brenik::local

@@ -1,0 +1,244 @@
+// Opening index files, walking orders and bringing tags up to date.
+
+#include "engine/local/table_orders.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "engine/local/table_path.h"
+#include "util/runtime.h"
+
+namespace brenik::local {
+namespace {
+
+constexpr RecordNumber kLastRecordNumber = std::numeric_limits<RecordNumber>::max();
+
+// Compares as many leading bytes as the limit has.
+int compare_leading(const std::string& key, const std::string& limit) {
+    return key.compare(0, limit.size(), limit);
+}
+
+bool is_ascii(const std::string& bytes) {
+    return std::all_of(bytes.begin(), bytes.end(),
+                       [](char c) { return static_cast<Byte>(c) < 0x80; });
+}
+
+// Everything about a tag that could make an index wrong is settled here, when it is opened.
+std::unique_ptr<Order> make_order(CdxTag& tag, const TableLayout& layout, const std::string& path) {
+    const TagDescription& description = tag.description();
+    const auto refuse = [&](const std::string& reason) {
+        return EngineFault(FaultCode::kUnsupported, "open",
+                           path + ": tag " + description.name + ": " + reason);
+    };
+    if (!description.unsupported.empty()) throw refuse(description.unsupported);
+    try {
+        Expression key = Expression::compile(description.key, layout);
+        std::optional<Expression> condition;
+        if (!description.condition.empty()) {
+            condition = Expression::compile(description.condition, layout);
+            if (condition->type() != ResultType::kLogical) {
+                throw refuse("the condition " + description.condition + " is not logical");
+            }
+        }
+        const KeyFormat format =
+            existing_key_format(key, description.key_length, description.nullable);
+        tag.set_pad(format.pad());
+        return std::make_unique<Order>(Order{&tag, std::move(key), std::move(condition), format});
+    } catch (const ExpressionError& error) {
+        throw refuse(error.what());
+    }
+}
+
+}  // namespace
+
+std::string Order::key_of(const RecordView& record) const {
+    std::string bytes(format.length, '\0');
+    build_key(key, format, record, {reinterpret_cast<Byte*>(bytes.data()), bytes.size()});
+    return bytes;
+}
+
+bool Order::agrees_with(const IndexEntry& entry, const RecordView& record) const {
+    if (!holds(record)) return false;
+    const std::string expected = key_of(record);
+    if (expected == entry.key) return true;
+    if (format.form != KeyForm::kText) {
+        return key.lone_field() == nullptr || format.type == ResultType::kDateTime;
+    }
+    return !is_ascii(expected) || !is_ascii(entry.key);
+}
+
+bool OrderWalk::towards_end(const std::string& key, RecordNumber from, IndexEntry& found) const {
+    return order_.tag->at_or_after(as_bytes(key), from, found);
+}
+
+bool OrderWalk::towards_start(const std::string& key, RecordNumber from, IndexEntry& found) const {
+    return order_.tag->at_or_before(as_bytes(key), from, found);
+}
+
+bool OrderWalk::inside(const IndexEntry& entry) const {
+    const int sign = descending() ? -1 : 1;
+    return (!scope_.top || sign * compare_leading(entry.key, *scope_.top) >= 0) &&
+           (!scope_.bottom || sign * compare_leading(entry.key, *scope_.bottom) <= 0);
+}
+
+bool OrderWalk::first(IndexEntry& found) const {
+    bool any;
+    if (descending()) {
+        any = scope_.top ? towards_start(*scope_.top, kLastRecordNumber, found)
+                         : order_.tag->last(found);
+    } else {
+        any = scope_.top ? towards_end(*scope_.top, 0, found) : order_.tag->first(found);
+    }
+    return any && inside(found);
+}
+
+bool OrderWalk::last(IndexEntry& found) const {
+    bool any;
+    if (descending()) {
+        any = scope_.bottom ? towards_end(*scope_.bottom, 0, found) : order_.tag->first(found);
+    } else {
+        any = scope_.bottom ? towards_start(*scope_.bottom, kLastRecordNumber, found)
+                            : order_.tag->last(found);
+    }
+    return any && inside(found);
+}
+
+bool OrderWalk::next(const IndexEntry& from, IndexEntry& found) const {
+    const bool any =
+        descending() ? order_.tag->before(from, found) : order_.tag->after(from, found);
+    return any && inside(found);
+}
+
+bool OrderWalk::previous(const IndexEntry& from, IndexEntry& found) const {
+    const bool any =
+        descending() ? order_.tag->after(from, found) : order_.tag->before(from, found);
+    return any && inside(found);
+}
+
+OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry& found) const {
+    const bool low_end = descending() == (end == SeekEnd::kLast);
+    const auto look = [&](bool from_low) {
+        return from_low ? towards_end(key, 0, found) : towards_start(key, kLastRecordNumber, found);
+    };
+    if (look(low_end) && compare_leading(found.key, key) == 0 && inside(found)) {
+        return Match::kFound;
+    }
+    return look(!descending()) && inside(found) ? Match::kGreater : Match::kNone;
+}
+
+bool TableOrders::open_structural() {
+    const std::string path = sibling_path(table_path_, "CDX");
+    if (!platform::file_exists(path)) {
+        throw EngineFault(FaultCode::kDamagedFile, "open",
+                          path + ": the index that belongs to the table is missing");
+    }
+    if (!open_bag(path, true)) return false;
+    attach_bag(bags_.back());
+    return true;
+}
+
+bool TableOrders::open_bag(const std::string& path, bool structural) {
+    Bag bag;
+    bag.file = CdxFile::open(path, sharing_);
+    if (!bag.file) return false;
+    bag.structural = structural;
+    for (const auto& tag : bag.file->tags()) {
+        bag.orders.push_back(make_order(*tag, layout_, bag.file->path()));
+    }
+    bags_.push_back(std::move(bag));
+    return true;
+}
+
+void TableOrders::attach_bag(const Bag& bag) {
+    for (const auto& order : bag.orders) attached_.push_back(order.get());
+}
+
+const TableOrders::Bag* TableOrders::find_bag(const std::string& path) const {
+    for (const Bag& bag : bags_) {
+        if (bag.file->path() == path) return &bag;
+    }
+    return nullptr;
+}
+
+bool TableOrders::attach(const std::string& name) {
+    std::string path = index_path(name);
+    if (path.find_first_of("\\/:") == std::string::npos) {
+        path = table_path_.substr(0, table_path_.find_last_of("\\/:") + 1) + path;
+    }
+    path = platform::system_path(path);
+    if (find_bag(path) == nullptr) {
+        if (!platform::file_exists(path) || !open_bag(path, false)) return false;
+        attach_bag(bags_.back());
+    } else if (first_of(path) == 0) {
+        attach_bag(*find_bag(path));
+    }
+    return true;
+}
+
+void TableOrders::detach_all() {
+    attached_.clear();
+    std::erase_if(bags_, [](const Bag& bag) { return !bag.structural; });
+}
+
+std::size_t TableOrders::find(std::string_view order_name) const {
+    for (std::size_t i = 0; i < attached_.size(); ++i) {
+        if (equal_ignoring_case(attached_[i]->description().name, order_name)) return i + 1;
+    }
+    return 0;
+}
+
+std::size_t TableOrders::first_of(const std::string& index_file) const {
+    const Bag* bag = find_bag(index_file);
+    for (std::size_t i = 0; bag != nullptr && i < attached_.size(); ++i) {
+        if (!bag->orders.empty() && attached_[i] == bag->orders.front().get()) return i + 1;
+    }
+    return 0;
+}
+
+std::vector<TableOrders::KeyChange> TableOrders::key_changes(
+    const Bag& bag, const std::optional<RecordView>& before, const RecordView& after) const {
+    std::vector<KeyChange> changes;
+    for (const auto& order : bag.orders) {
+        KeyChange change{order.get(), {}, {}};
+        if (before && order->holds(*before)) change.removed = order->key_of(*before);
+        if (order->holds(after)) change.inserted = order->key_of(after);
+        if (change.removed != change.inserted) changes.push_back(std::move(change));
+    }
+    return changes;
+}
+
+void TableOrders::apply(CdxFile::Change& change, const KeyChange& key, const CdxFile& file,
+                        RecordNumber record) const {
+    CdxTag& tag = *key.order->tag;
+    if (key.removed) change.remove(tag, as_bytes(*key.removed), record);
+    if (!key.inserted) return;
+    const TagDescription& description = tag.description();
+    if ((description.unique || description.candidate) &&
+        change.contains(tag, as_bytes(*key.inserted))) {
+        if (!description.candidate) return;  // a unique tag keeps the first record of a key
+        throw EngineFault(
+            FaultCode::kDuplicateKey, "write",
+            file.path() + ": tag " + description.name + ": another record has this key already");
+    }
+    change.insert(tag, as_bytes(*key.inserted), record);
+}
+
+void TableOrders::update(const std::optional<RecordView>& before, const RecordView& after,
+                         const std::function<void()>& write_record) {
+    std::vector<std::unique_ptr<CdxFile::Change>> changes;
+    for (Bag& bag : bags_) {
+        const std::vector<KeyChange> keys = key_changes(bag, before, after);
+        if (keys.empty()) continue;
+        changes.push_back(std::make_unique<CdxFile::Change>(*bag.file));
+        for (const KeyChange& key : keys) apply(*changes.back(), key, *bag.file, after.number);
+    }
+    for (const auto& change : changes) change->write_new_pages();
+    write_record();
+    for (const auto& change : changes) change->publish();
+}
+
+void TableOrders::sync() {
+    for (Bag& bag : bags_) bag.file->sync();
+}
+
+}  // namespace brenik::local

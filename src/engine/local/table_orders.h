@@ -1,0 +1,124 @@
+// The orders of one table: its index files, the walks through them, and keeping them right.
+//
+// Every tag of every open index file is maintained, whether or not it is attached as an order. When
+// a record changes, the tags whose key or condition changed with it are altered in memory under the
+// index lock, the caller writes the record, and only then are the index pages published; a fault
+// before that leaves record and index as they were.
+
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/local/cdx_file.h"
+#include "engine/local/expression.h"
+#include "engine/local/index_key.h"
+#include "engine/local/table_layout.h"
+
+namespace brenik::local {
+
+struct Order {
+    CdxTag* tag;
+    Expression key;
+    std::optional<Expression> condition;
+    KeyFormat format;
+
+    const TagDescription& description() const { return tag->description(); }
+    bool holds(const RecordView& record) const { return !condition || condition->is_true(record); }
+    std::string key_of(const RecordView& record) const;
+    // False for an entry that an interrupted change or a failed append has left behind: the record
+    // that it names has another key by now, or none. Keys that two writers may compute differently
+    // (letters beyond ASCII, times of day, arithmetic) are given the benefit of the doubt.
+    bool agrees_with(const IndexEntry& entry, const RecordView& record) const;
+};
+
+// Limits of a walk: leading key bytes of the first and last entry, in walking order.
+struct Scope {
+    std::optional<std::string> top;
+    std::optional<std::string> bottom;
+};
+
+// Steps through an order in its own direction: "next" goes towards smaller keys where the order is
+// descending. All answer false when there is no such entry within the scope.
+class OrderWalk {
+  public:
+    OrderWalk(const Order& order, const Scope& scope) : order_(order), scope_(scope) {}
+
+    bool first(IndexEntry& found) const;
+    bool last(IndexEntry& found) const;
+    bool next(const IndexEntry& from, IndexEntry& found) const;
+    bool previous(const IndexEntry& from, IndexEntry& found) const;
+    // The first, or the last, entry that begins with `key`; where there is none, `found` is the one
+    // that a soft seek goes to.
+    enum class Match { kFound, kGreater, kNone };
+    Match seek(const std::string& key, SeekEnd end, IndexEntry& found) const;
+
+  private:
+    bool descending() const { return order_.description().descending; }
+    bool towards_end(const std::string& key, RecordNumber from, IndexEntry& found) const;
+    bool towards_start(const std::string& key, RecordNumber from, IndexEntry& found) const;
+    bool inside(const IndexEntry& entry) const;
+
+    const Order& order_;
+    const Scope& scope_;
+};
+
+class TableOrders {
+  public:
+    TableOrders(const TableLayout& layout, std::string table_path, platform::Sharing sharing)
+        : layout_(layout), table_path_(std::move(table_path)), sharing_(sharing) {}
+
+    // Opens the structural index and attaches its orders; false when it is somebody's exclusive
+    // use. A missing file or a tag that cannot be kept correct is an EngineFault.
+    bool open_structural();
+    bool has_structural() const { return !bags_.empty() && bags_.front().structural; }
+    // Attaches the orders of an index file, opening it where it is not open yet; false when there
+    // is no such file or it cannot be had.
+    bool attach(const std::string& name);
+    // Detaches all orders; the structural index stays open and maintained.
+    void detach_all();
+
+    std::size_t attached_count() const { return attached_.size(); }
+    const Order& attached(std::size_t number) const { return *attached_[number - 1]; }  // from 1
+    // Number of the first attached order of the index file or of that name; 0 when there is none.
+    std::size_t find(std::string_view order_name) const;
+    std::size_t first_of(const std::string& index_file) const;
+
+    // Brings every tag from `before` (none for a record just added) to `after`; calls
+    // `write_record` once everything that can be refused has been done. EngineFault kDuplicateKey,
+    // with nothing changed, when a candidate tag has the key already.
+    void update(const std::optional<RecordView>& before, const RecordView& after,
+                const std::function<void()>& write_record);
+    void sync();
+
+  private:
+    struct Bag {
+        std::unique_ptr<CdxFile> file;
+        std::vector<std::unique_ptr<Order>> orders;
+        bool structural = false;
+    };
+    struct KeyChange {
+        Order* order;
+        std::optional<std::string> removed;
+        std::optional<std::string> inserted;
+    };
+
+    bool open_bag(const std::string& path, bool structural);
+    void attach_bag(const Bag& bag);
+    const Bag* find_bag(const std::string& path) const;
+    std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,
+                                       const RecordView& after) const;
+    void apply(CdxFile::Change& change, const KeyChange& key, const CdxFile& file,
+               RecordNumber record) const;
+
+    const TableLayout& layout_;
+    std::string table_path_;
+    platform::Sharing sharing_;
+    std::vector<Bag> bags_;  // the structural one first
+    std::vector<const Order*> attached_;
+};
+
+}  // namespace brenik::local

@@ -1,0 +1,137 @@
+// The slots themselves: which table lies where, and what an empty slot answers.
+
+#include "engine/work_areas.h"
+
+#include "util/runtime.h"
+
+namespace brenik {
+
+namespace {
+
+std::string base_name_upper(std::string_view path) {
+    const std::size_t separator = path.find_last_of("\\/:");
+    if (separator != std::string_view::npos) path.remove_prefix(separator + 1);
+    return upper(path.substr(0, path.find_last_of('.')));
+}
+
+// Positions in a field list as the tables' users count them: from 1, 0 for none.
+std::size_t position_of(const std::vector<FieldDescription>& fields, std::string_view name) {
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (equal_ignoring_case(fields[i].name, name)) return i + 1;
+    }
+    return 0;
+}
+
+// As position_of, for callers that cannot do without the field.
+std::size_t known_position(const Table& table, const std::string& alias, std::string_view name) {
+    const std::size_t position = position_of(table.fields(), name);
+    if (position != 0) return position;
+    throw EngineFault(FaultCode::kUnknownName, std::string(name),
+                      alias + " has no field " + std::string(name));
+}
+
+}  // namespace
+
+int WorkAreas::area_of(std::string_view alias) const {
+    for (const auto& [area, slot] : slots_) {
+        if (equal_ignoring_case(slot.alias, alias)) return area;
+    }
+    return 0;
+}
+
+std::string WorkAreas::alias(int area) const {
+    const auto found = slots_.find(area);
+    return found == slots_.end() ? std::string() : found->second.alias;
+}
+
+std::vector<int> WorkAreas::used_areas() const {
+    std::vector<int> areas;
+    for (const auto& entry : slots_) areas.push_back(entry.first);
+    return areas;
+}
+
+void WorkAreas::open(const std::string& path, const std::optional<std::string>& alias,
+                     TableSharing sharing) {
+    close();
+    network_error_ = true;
+    std::unique_ptr<Table> table = engine_.open(path, sharing);
+    if (!table) return;
+    slots_[current_] = Slot{alias.value_or(base_name_upper(path)), std::move(table), {}};
+    network_error_ = false;
+}
+
+void WorkAreas::close() { slots_.erase(current_); }
+
+void WorkAreas::close_all() { slots_.clear(); }
+
+Table& WorkAreas::table(int area, std::string_view operation) {
+    const auto found = slots_.find(area);
+    if (found == slots_.end()) {
+        throw EngineFault(FaultCode::kEmptyWorkArea, std::string(operation),
+                          "work area " + std::to_string(area) + " holds no table");
+    }
+    return *found->second.table;
+}
+
+RecordNumber WorkAreas::record_number() {
+    return used() ? table("RECNO").record_number() : RecordNumber{0};
+}
+
+RecordNumber WorkAreas::record_count() {
+    return used() ? table("RECCOUNT").record_count() : RecordNumber{0};
+}
+
+bool WorkAreas::end_of_file() { return !used() || table("EOF").end_of_file(); }
+
+std::string WorkAreas::order_name() {
+    if (!used()) return {};
+    const Table& current = table("ORDNAME");
+    return current.order_name(current.order_number());
+}
+
+std::size_t WorkAreas::field_position(int area, std::string_view name) {
+    return used(area) ? position_of(table(area, "FIELDPOS").fields(), name) : 0;
+}
+
+Value WorkAreas::field(int area, std::string_view name) {
+    Table& owner = table(area, name);
+    return owner.field_get(known_position(owner, alias(area), name));
+}
+
+void WorkAreas::set_field(int area, std::string_view name, const Value& value) {
+    Table& owner = table(area, name);
+    owner.field_put(known_position(owner, alias(area), name), value);
+}
+
+void WorkAreas::append_blank(bool release_other_locks) {
+    network_error_ = !table("APPEND").append_blank(release_other_locks);
+}
+
+void WorkAreas::clear_relations(int area) {
+    const auto found = slots_.find(area);
+    if (found != slots_.end()) found->second.relations.clear();
+}
+
+void WorkAreas::add_relation(int area, Relation relation) {
+    table(area, "SETRELATION");
+    slots_[area].relations.push_back(std::move(relation));
+}
+
+std::vector<Relation> WorkAreas::relations(int area) const {
+    const auto found = slots_.find(area);
+    return found == slots_.end() ? std::vector<Relation>() : found->second.relations;
+}
+
+void WorkAreas::release_all_locks() noexcept {
+    for (auto& [area, slot] : slots_) {
+        // Unlocking would write out a half-changed record, so its changes are dropped first.
+        slot.table->abandon_changes();
+        try {
+            slot.table->unlock_all();
+        } catch (...) {
+            // The table is in a state that even unlocking cannot mend; the others still can be.
+        }
+    }
+}
+
+}  // namespace brenik

@@ -1,0 +1,96 @@
+// Numbered slots that hold the session's open tables, one of them current.
+//
+// Hosts and operations name tables by slot number; the library's routines also by alias. This is
+// plain code over the Engine and Table interfaces, shared by every engine. Questions about an empty
+// slot have neutral answers (no alias, record 0 of 0, end of file); anything that needs a table
+// there is EngineFault kEmptyWorkArea with the operation's name.
+
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/engine.h"
+
+namespace brenik {
+
+inline constexpr int kMaxWorkArea = 150;
+
+struct Relation {
+    int target = 0;  // work area
+    std::string expression;
+};
+
+class WorkAreas {
+  public:
+    explicit WorkAreas(Engine& engine) : engine_(engine) {}
+
+    // -- Slots.
+    int current() const { return current_; }
+    void select(int area) { current_ = area; }
+    // Number of the slot that holds the alias (case-insensitive), 0 when none does.
+    int area_of(std::string_view alias) const;
+    bool used() const { return used(current_); }
+    bool used(int area) const { return slots_.contains(area); }
+    std::string alias() const { return alias(current_); }  // as opened; empty on an empty slot
+    std::string alias(int area) const;
+    std::vector<int> used_areas() const;
+
+    // Opens a table in the current slot, closing what was there. Without an alias the file's base
+    // name in upper case is used. Sets the network error flag; on failure the slot stays empty.
+    void open(const std::string& path, const std::optional<std::string>& alias,
+              TableSharing sharing);
+    void close();
+    void close_all();
+
+    // The network error flag: true after an open or append that failed for sharing reasons.
+    bool network_error() const { return network_error_; }
+
+    // -- The table of a slot; `operation` names the caller should the slot be empty.
+    Table& table(std::string_view operation) { return table(current_, operation); }
+    Table& table(int area, std::string_view operation);
+
+    // -- Questions with neutral answers on an empty slot.
+    RecordNumber record_number();
+    RecordNumber record_count();
+    bool end_of_file();
+    std::string order_name();
+    // 1-based position of a field in the current table (case-insensitive), 0 when it has none.
+    std::size_t field_position(std::string_view name) { return field_position(current_, name); }
+    std::size_t field_position(int area, std::string_view name);
+
+    // -- Fields by name; an unknown name is EngineFault kUnknownName.
+    Value field(int area, std::string_view name);
+    void set_field(int area, std::string_view name, const Value& value);
+
+    // Appends to the current slot and sets the network error flag.
+    void append_blank(bool release_other_locks);
+
+    // -- Relations out of a slot: kept, listed and cleared; navigation does not follow them.
+    void clear_relations(int area);
+    void add_relation(int area, Relation relation);
+    std::vector<Relation> relations(int area) const;
+
+    // Gives up every lock in every slot, ignoring what fails: the way back after a fault.
+    void release_all_locks() noexcept;
+
+    Engine& engine() { return engine_; }
+
+  private:
+    struct Slot {
+        std::string alias;
+        std::unique_ptr<Table> table;
+        std::vector<Relation> relations;
+    };
+
+    Engine& engine_;
+    std::map<int, Slot> slots_;
+    int current_ = 1;
+    bool network_error_ = false;
+};
+
+}  // namespace brenik
