@@ -1,0 +1,285 @@
+// Finding, appending and changing entries of the change journal.
+
+#include "RSData/journal.h"
+
+#include "RSData/stamps.h"
+#include "c_source/Data.h"
+#include "c_source/Misc.h"
+#include "c_source/MiscFW.h"
+#include "engine/selected_area.h"
+#include "util/runtime.h"
+
+#include <algorithm>
+
+namespace brenik {
+
+namespace {
+
+constexpr std::size_t kWorkstationSize = 2;
+constexpr std::size_t kSlotSize = kStampSize + kWorkstationSize;
+constexpr double kEntryLockPause_s = 0.1;
+
+struct EntryKey {
+    std::string table_code;
+    std::string identifier;
+    std::string kind;
+};
+
+int journal_area(const Session& session) { return session.areas.area_of("TRANS"); }
+
+Table& journal(Session& session) { return session.areas.table(journal_area(session), "TRANS"); }
+
+// Other workstations change the settings of the system table at any time.
+void reread_settings(Session& session) {
+    session.areas.table(kSystemArea, "ADSREFRESHRECORD").refresh_record();
+}
+
+bool tracking(Session& session) { return session.areas.field(kSystemArea, "TRACKSYNC").logical(); }
+
+// A record without an identifier field is one with an empty identifier: it cannot be tracked.
+std::string current_identifier(Session& session) {
+    WorkAreas& areas = session.areas;
+    if (areas.field_position("U_ID") == 0) return {};
+    return areas.field(areas.current(), "U_ID").text();
+}
+
+std::string current_workstation(Session& session) {
+    return session.areas.field(kSystemArea, "MYUDN").text();
+}
+
+std::string two_digits(int area) {
+    const std::string digits = "0" + std::to_string(area);
+    return digits.substr(digits.size() - 2);
+}
+
+bool is_entry(Session& session, const EntryKey& key) {
+    WorkAreas& areas = session.areas;
+    const int area = journal_area(session);
+    return areas.field(area, "CDB").text() == key.table_code &&
+           areas.field(area, "U_ID").text() == key.identifier &&
+           areas.field(area, "CCODE").text() == key.kind;
+}
+
+// Makes the entry the journal's current record; without one that is the phantom record. The
+// identifier is brought to the journal's own width, as the index holds it.
+bool find_entry(Session& session, EntryKey key) {
+    Table& trans = journal(session);
+    const std::size_t position = session.areas.field_position(journal_area(session), "U_ID");
+    if (position != 0) {
+        const int width = trans.fields()[position - 1].width;
+        key.identifier = pad_right(key.identifier, static_cast<std::size_t>(width));
+    }
+    const std::string text = key.table_code + key.identifier + key.kind;
+    if (!trans.seek(text, SeekMode::kHard, SeekEnd::kFirst)) return false;
+    while (!trans.end_of_file() && is_entry(session, key)) {
+        if (!trans.deleted()) return true;
+        trans.skip(1);
+    }
+    trans.go_to(0);
+    return false;
+}
+
+bool append_entry(Session& session) {
+    const SelectedArea selected(session.areas, journal_area(session));
+    session.areas.append_blank(false);
+    return !session.areas.network_error();
+}
+
+void put(Session& session, std::string_view field, const std::string& text) {
+    session.areas.set_field(journal_area(session), field, text);
+}
+
+void commit_and_release(Session& session) {
+    journal(session).commit();
+    journal(session).unlock_all();
+}
+
+void finish_entry(Session& session) {
+    if (!session.module.journal_locked) commit_and_release(session);
+}
+
+bool remove_entry(Session& session, bool quiet) {
+    Table& trans = journal(session);
+    if (trans.lock_record(trans.record_number())) {
+        trans.mark_deleted();
+        trans.unlock_all();
+        return true;
+    }
+    if (quiet) return false;
+    return ERRBEEP(session.ui, "Can't lock transaction database. Please try again.");
+}
+
+// Five tries: one, then twice a short pause and two more in a row.
+bool lock_entry(Session& session) {
+    Table& trans = journal(session);
+    const RecordNumber entry = trans.record_number();
+    if (trans.lock_record(entry)) return true;
+    for (int round = 0; round < 2; ++round) {
+        SLEEP(session.clock, kEntryLockPause_s);
+        if (trans.lock_record(entry) || trans.lock_record(entry)) return true;
+    }
+    return false;
+}
+
+bool report_locked_entry(Session& session, int code_area) {
+    return ERRBEEP(session.ui,
+                   "Cannot lock transaction file! Synchronization is invalid! \r\n"
+                   "Check all workstations. Make sure no one is frozen, then make these changes "
+                   "again.\r\nArea: " +
+                       session.areas.alias(code_area),
+                   "Data Tracking Error");
+}
+
+void report_empty_identifier(Session& session, int area, int code_area) {
+    const RecordNumber record = session.areas.table(area, "RSSET").record_number();
+    ERRBEEP(session.ui, "Error: Unique ID is empty for area " + std::to_string(code_area) +
+                            " record " + std::to_string(record));
+}
+
+// Calls `write` with each field position and the value that it is to hold.
+template <class Write>
+void for_each_change(const FieldChanges& changes, const Table& table, Write write) {
+    if (changes.field_number) {
+        write(*changes.field_number, changes.value);
+        return;
+    }
+    if (!changes.values) return;
+    const std::size_t count = std::min(changes.values->size(), table.fields().size());
+    for (std::size_t i = 1; i <= count; ++i) write(i, (*changes.values)[i - 1]);
+}
+
+// The entry's slots, one for every field. Data from before the table grew are shorter, blank data
+// belong to an entry that is yet to be made.
+std::string entry_slots(Session& session, std::size_t field_count) {
+    const Value data = session.areas.field(journal_area(session), "CDATA");
+    std::string slots = data.empty() ? std::string() : data.text();
+    if (slots.size() < field_count * kSlotSize) slots.resize(field_count * kSlotSize, '\0');
+    return slots;
+}
+
+// Writes the values that differ and puts `mark` into their slots; false when none did.
+bool write_and_mark(Table& table, const FieldChanges& changes, const std::string& mark,
+                    std::string& slots) {
+    const bool forced = changes.field_number && changes.force;
+    bool changed = false;
+    for_each_change(changes, table, [&](std::size_t field, const Value& value) {
+        if (!forced && table.field_get(field).exactly_equals(value)) return;
+        slots = MYSTUFF(slots, (field - 1) * kSlotSize + 1, kSlotSize, mark);
+        table.field_put(field, value);
+        changed = true;
+    });
+    return changed;
+}
+
+void store_edit(Session& session, const EntryKey& key, const std::string& stamp,
+                const std::string& slots) {
+    put(session, "CDATA", slots);
+    put(session, "CDB", key.table_code);
+    put(session, "CCODE", key.kind);
+    put(session, "CDT", stamp);
+    put(session, "U_ID", key.identifier);
+}
+
+}  // namespace
+
+bool RSADD(Session& session, const Addition& addition) {
+    reread_settings(session);
+    const int area = addition.area.value_or(session.areas.current());
+    const std::string stamp = addition.stamp ? *addition.stamp : RSNOW(session);
+    const std::string identifier =
+        addition.identifier ? *addition.identifier : current_identifier(session);
+    if (Value(identifier).empty()) return false;
+    if (!tracking(session)) return true;
+    if (!append_entry(session)) return false;
+    put(session, "CCODE", "A");
+    put(session, "CDB", addition.table_code.value_or(two_digits(area)));
+    put(session, "CDT", stamp);
+    put(session, "U_ID", identifier);
+    if (addition.commit) finish_entry(session);
+    return true;
+}
+
+bool RSDEL(Session& session, const Deletion& deletion) {
+    reread_settings(session);
+    const int area = deletion.area.value_or(session.areas.current());
+    const std::string stamp = deletion.stamp ? *deletion.stamp : RSNOW(session);
+    const std::string identifier =
+        deletion.identifier ? *deletion.identifier : current_identifier(session);
+    const std::string workstation =
+        deletion.workstation ? *deletion.workstation : current_workstation(session);
+    const std::string table_code =
+        deletion.table_code.value_or(two_digits(deletion.code_area.value_or(area)));
+    if (Value(identifier).empty()) return false;
+    if (!tracking(session)) return true;
+    if (find_entry(session, {table_code, identifier, "D"})) {
+        return deletion.remove ? remove_entry(session, deletion.quiet) : true;
+    }
+    if (!append_entry(session)) return false;
+    put(session, "CCODE", "D");
+    put(session, "CDT", stamp);
+    put(session, "CDB", table_code);
+    put(session, "U_ID", identifier);
+    put(session, "CDATA", workstation);
+    finish_entry(session);
+    return true;
+}
+
+bool RSSET(Session& session, const FieldChanges& changes) {
+    reread_settings(session);
+    const int area = changes.area.value_or(session.areas.current());
+    const std::string stamp = changes.stamp ? *changes.stamp : RSNOW(session);
+    const std::string identifier =
+        changes.identifier ? *changes.identifier : current_identifier(session);
+    const std::string workstation =
+        changes.workstation ? *changes.workstation : current_workstation(session);
+    const int code_area = changes.code_area.value_or(area);
+    const EntryKey key{two_digits(code_area), identifier, "E"};
+    Table& table = session.areas.table(area, "RSSET");
+
+    const bool anonymous = Value(identifier).empty();
+    if (anonymous || !tracking(session)) {
+        if (anonymous) report_empty_identifier(session, area, code_area);
+        for_each_change(changes, table, [&](std::size_t field, const Value& value) {
+            table.field_put(field, value);
+        });
+        return !anonymous;
+    }
+
+    const bool exists = find_entry(session, key);
+    if (exists && !session.module.journal_locked) {
+        if (!lock_entry(session)) return report_locked_entry(session, code_area);
+        // Another workstation may have written the entry between the look-up and the lock.
+        journal(session).refresh_record();
+    }
+    std::string slots = entry_slots(session, table.fields().size());
+    const std::string mark = stamp + pad_right(workstation, kWorkstationSize);
+    if (write_and_mark(table, changes, mark, slots) && (exists || append_entry(session))) {
+        store_edit(session, key, stamp, slots);
+    }
+    finish_entry(session);
+    return true;
+}
+
+bool RSLOCK(Session& session) {
+    const SelectedArea selected(session.areas, journal_area(session));
+    session.module.journal_locked = FIL_LOCK(session);
+    return session.module.journal_locked;
+}
+
+bool RSUNLOCK(Session& session) {
+    commit_and_release(session);
+    session.module.journal_locked = false;
+    return false;
+}
+
+std::string RSDTOF(Session& session, const std::string& table_code, const std::string& identifier,
+                   std::size_t field_number, std::string* changer) {
+    const bool found = find_entry(session, {table_code, identifier, "E"});
+    if (!found || field_number == 0) return std::string(kStampSize, '\0');
+    const std::string data = session.areas.field(journal_area(session), "CDATA").text();
+    const std::string_view slot = substring(data, (field_number - 1) * kSlotSize + 1, kSlotSize);
+    if (changer) *changer = substring(slot, kStampSize + 1);
+    return std::string(substring(slot, 1, kStampSize));
+}
+
+}  // namespace brenik

@@ -1,0 +1,129 @@
+// How stamps and counters are put together and taken apart.
+
+#include "RSData/stamps.h"
+
+#include <algorithm>
+#include <array>
+
+#include "util/bytes.h"
+#include "util/runtime.h"
+
+namespace brenik {
+
+namespace {
+
+constexpr std::string_view kBase62 =
+    "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+constexpr std::string_view kBase26 = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr std::string_view kBaseDate = "19971231";
+
+std::string to_digits(std::int64_t number, int digits, std::string_view alphabet) {
+    const auto base = static_cast<std::int64_t>(alphabet.size());
+    std::string text(static_cast<std::size_t>(std::max(digits, 0)), alphabet[0]);
+    std::int64_t rest = number;
+    for (auto digit = text.rbegin(); digit != text.rend() && rest > 0; ++digit, rest /= base) {
+        *digit = alphabet[static_cast<std::size_t>(rest % base)];
+    }
+    if (rest == 0) return text;
+    throw EngineFault(FaultCode::kLimit, "RSN2ADS",
+                      "counter " + std::to_string(number) + " does not fit in " +
+                          std::to_string(digits) + " digits");
+}
+
+// Added up as a double, so that a text of any length stays without overflow.
+std::int64_t from_digits(std::string_view text, std::string_view alphabet) {
+    double total = 0;
+    for (const char digit : text) {
+        const std::size_t index = alphabet.find(digit);
+        const double amount = index == std::string_view::npos ? -1 : static_cast<double>(index);
+        total = total * static_cast<double>(alphabet.size()) + amount;
+    }
+    return Value(Number{total}).whole();
+}
+
+constexpr int kMinutesPerDay = 1440;
+
+// "hh:mma": the hour right-aligned, 12 for midnight and noon. A whole day of minutes, which no sound
+// stamp reaches, stands for a task without a time.
+std::string twelve_hour_text(int minutes) {
+    if (minutes == kMinutesPerDay) return "TO-DO ";
+    const int hour = minutes / 60;
+    const int shown = hour == 0 || hour == 12 ? 12 : hour % 12;
+    const std::string past = std::to_string(minutes % 60);
+    return number_text(Number{static_cast<double>(shown)}, 2, 0) + ":" +
+           std::string(2 - past.size(), '0') + past + (hour < 12 ? "a" : "p");
+}
+
+}  // namespace
+
+void RSSETBASEDATE(Session& session) {
+    if (session.module.stamp_base.empty()) session.module.stamp_base = Date::from_ymd(kBaseDate);
+}
+
+std::string RSDT(const Session& session, Date date, std::optional<double> seconds) {
+    if (date.empty()) return std::string(kStampSize, '\0');
+    const int day = date.julian_day() - session.module.stamp_base.julian_day();
+    const std::int64_t units = Value(Number{seconds.value_or(0) / 2}).whole();
+    std::array<Byte, kStampSize> bytes{};
+    store_be16(bytes.data(), static_cast<std::uint16_t>(day));
+    store_be16(bytes.data() + 2, static_cast<std::uint16_t>(units));
+    return std::string(as_text(bytes));
+}
+
+std::string RSNOW(Session& session) {
+    const double last_delta = session.areas.field(kSystemArea, "TLASTDELTA").number();
+    return RSDT(session, session.today(), std::max(session.clock.seconds(), last_delta));
+}
+
+std::string CDT2STR(const Session& session, std::string_view stamp) {
+    std::string whole(stamp.substr(0, kStampSize));
+    whole.resize(kStampSize, '\0');
+    const Byte* bytes = as_bytes(whole).data();
+    const int day = load_be16(bytes);
+    const int minutes = 2 * load_be16(bytes + 2) / 60;
+    if (day == 0) return twelve_hour_text(minutes);
+    const Date date(session.module.stamp_base.julian_day() + day);
+    return date.to_mdy() + " " + twelve_hour_text(minutes);
+}
+
+std::string RSN2ADS(std::int64_t number, int digits) { return to_digits(number, digits, kBase62); }
+
+std::int64_t RSADS2N(std::string_view text) { return from_digits(text, kBase62); }
+
+std::string RSN2ALPHA(std::int64_t number, int digits) {
+    return to_digits(number, digits, kBase26);
+}
+
+std::int64_t RSALPHA2N(std::string_view text) { return from_digits(text, kBase26); }
+
+std::string MYSTUFF(std::string_view text, std::size_t start, std::size_t count,
+                    std::string_view insert) {
+    const std::size_t before = start == 0 ? 0 : start - 1;
+    std::string result(text.substr(0, before));
+    result.append(insert);
+    if (before < text.size() && count < text.size() - before) {
+        result.append(text.substr(before + count));
+    }
+    return result;
+}
+
+std::string XTOC(const Value& value) {
+    switch (value.kind()) {
+        case ValueKind::kCharacter:
+        case ValueKind::kMemo:
+            return std::string(trim_right(value.text()));
+        case ValueKind::kNumber:
+            return trimmed_number(value.number_form());
+        case ValueKind::kDate:
+            return value.date().to_ymd();
+        case ValueKind::kLogical:
+            return value.logical() ? "Y" : "N";
+        case ValueKind::kArray:
+            return "{ ... }";
+        case ValueKind::kNil:
+            return "NIL";
+    }
+    return {};
+}
+
+}  // namespace brenik

@@ -1,0 +1,15 @@
+// The library's wait.
+
+#pragma once
+
+#include "platform/clock.h"
+
+namespace brenik {
+
+inline constexpr double kDefaultSleepSeconds = 0.01;
+
+// Keeps the calling thread busy until `seconds` have passed on the clock. A wait that crosses
+// midnight ends there, and one in the first two seconds of a day ends at once.
+void SLEEP(platform::Clock& clock, double seconds = kDefaultSleepSeconds);
+
+}  // namespace brenik

@@ -1,0 +1,152 @@
+// The retried open, and the server check of start-up.
+
+#include "data/net_use.h"
+
+#include "c_source/Misc.h"
+#include "c_source/MiscFW.h"
+#include "c_source/Strings.h"
+#include "fwp/trace_log.h"
+#include "platform/file.h"
+#include "platform/profile.h"
+#include "util/bytes.h"
+#include "util/runtime.h"
+
+namespace brenik {
+
+namespace {
+
+constexpr std::string_view kTableExtension = ".DBF";
+
+std::string in_data_folder(const Session& session, const std::string& file) {
+    const std::string name(trim_right(file));
+    return name.find_first_of("\\:") == std::string::npos ? session.data_path() + name : name;
+}
+
+// Every ".DBF" is taken out, whatever its case. The rest keeps its case, because folders that
+// differ only in case are different ones on some systems.
+std::string index_name(std::string name) {
+    for (std::size_t at; (at = position(kTableExtension, upper(name))) != 0;) {
+        name.erase(at - 1, kTableExtension.size());
+    }
+    return name + ".CDX";
+}
+
+bool try_open(Session& session, const std::string& path, const NetUse& options) {
+    session.areas.open(path, options.alias,
+                       options.exclusive ? TableSharing::kExclusive : TableSharing::kShared);
+    return !session.areas.network_error();
+}
+
+// An index file that somebody keeps to himself makes the open fail: a table without its orders
+// would leave them behind with the first change.
+bool attach(Session& session, const std::string& orders) {
+    Table& table = session.areas.table("NET_USE");
+    table.clear_orders();
+    if (table.add_orders(orders)) return true;
+    session.areas.close();
+    return false;
+}
+
+bool first_open(Session& session, const std::string& path, const NetUse& options) {
+    if (!try_open(session, path, options)) return false;
+    const std::string index = index_name(path);
+    if (options.attach_index && platform::file_exists(index) &&
+        !session.areas.table("NET_USE").opened_orders_automatically()) {
+        return attach(session, index);
+    }
+    return true;
+}
+
+// After a retry the orders are attached under the table's own name, and without a look at what the
+// engine opened by itself.
+bool repeated_open(Session& session, const std::string& path, const NetUse& options) {
+    if (!try_open(session, path, options)) return false;
+    session.ui.set_cursor(platform::Cursor::kArrow);
+    const bool has_index = options.attach_index && platform::file_exists(index_name(path));
+    return !has_index || attach(session, path);
+}
+
+bool open_with_retries(Session& session, const std::string& path, const NetUse& options) {
+    if (first_open(session, path, options)) return true;
+    const bool for_ever = options.seconds == 0;
+    for (double seconds = options.seconds; for_ever || seconds > 0; seconds -= 1) {
+        if (repeated_open(session, path, options)) return true;
+        session.ui.set_cursor(platform::Cursor::kWait);
+        SLEEP(session.clock, 1);
+    }
+    session.ui.set_cursor(platform::Cursor::kArrow);
+    return false;
+}
+
+void log_missing_server(const Session& session, int loaded, int status) {
+    const std::string lines = session.variables.MOPERATOR + "  Server not found " +
+                              std::to_string(loaded) + "  nConnect: " + std::to_string(status) +
+                              "\r\nDir = " + session.data_path() + "\r\n";
+    try {
+        platform::File log = platform::File::open(session.data_path() + "lawtemp\\DataServer.log",
+                                                  platform::OpenMode::kAppend);
+        if (log.is_open()) log.write_at(log.size(), as_bytes(lines));
+    } catch (const EngineFault&) {
+        // The user is told anyway; a log that cannot be written must not stop start-up.
+    }
+}
+
+void report_missing_remote_server(Session& session, int loaded, int status) {
+    std::string message =
+        "Note: The remote database server is not yet installed or cannot access this directory\r\n"
+        "  " +
+        session.data_path() +
+        "\r\n\r\nPlease verify that it is installed and loaded on your server.\r\n"
+        "For now, you will be using the Local Server.\r\n\r\n";
+    log_missing_server(session, loaded, status);
+    if (status != 0) message += "ADS Error: " + std::to_string(status);
+    ERRBEEP(session.ui, message);
+}
+
+int check_local_server(Session& session) {
+    Engine& engine = session.areas.engine();
+    const int status = engine.set_server_type(kLocalServer);
+    const int loaded = engine.server_loaded(session.data_path());
+    if (loaded < kLocalServer) {
+        ERRBEEP(session.ui, "Error: No Data Server is loaded!\r\n" + session.data_path() + "\r\n" +
+                                CAST(status) + ",  " + CAST(loaded));
+        return 0;
+    }
+    if (status != 0) ERRBEEP(session.ui, "ADS Error: " + std::to_string(status));
+    return loaded;
+}
+
+}  // namespace
+
+bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
+    try {
+        return open_with_retries(session, in_data_folder(session, file), options);
+    } catch (const EngineFault& fault) {
+        if (session.variables.LTRACE) TRACELOG(session, "NET_USE", {Value(), fault.what()});
+    }
+    session.areas.close();
+    session.ui.set_cursor(platform::Cursor::kArrow);
+    return false;
+}
+
+Number GETSERVERTYPE(const std::string& folder) {
+    const std::string text =
+        platform::profile_string("Main", "nServerType", "0", folder + "LAWSYS.INI");
+    return numeric_value(text);
+}
+
+int CHECKSERVER(Session& session, int requested) {
+    Engine& engine = session.areas.engine();
+    const int status = engine.set_server_type(requested);
+    if (requested == kRemoteServer) session.ui.set_cursor(platform::Cursor::kWait);
+    int loaded = engine.server_loaded(session.data_path());
+    if (requested == kRemoteServer && loaded < kRemoteServer) {
+        report_missing_remote_server(session, loaded, status);
+        loaded = kLocalServer;
+        engine.set_server_type(kLocalServer);
+    }
+    const bool local = requested == kLocalServer || loaded == kLocalServer;
+    return local ? check_local_server(session) : loaded;
+}
+
+}  // namespace brenik

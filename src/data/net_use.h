@@ -1,0 +1,35 @@
+// Opening tables that many users share, and choosing the server that serves them.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "session/session.h"
+
+namespace brenik {
+
+// Server types of the engine.
+inline constexpr int kLocalServer = 1;
+inline constexpr int kRemoteServer = 2;
+
+struct NetUse {
+    bool exclusive = false;
+    double seconds = 5;  // to go on retrying; 0 for ever, less than 0 not at all
+    std::optional<std::string> alias = {};
+    bool attach_index = false;
+};
+
+// Opens a table in the current work area, with retries a second apart, and attaches its compound
+// index where asked and not yet done by the engine. A bare name lies in the data folder. False when
+// every open failed, or the file is damaged: then the area is empty and the fault is traced.
+[[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
+
+// The server type that "LAWSYS.INI" in a folder (with its trailing backslash) asks for.
+Number GETSERVERTYPE(const std::string& folder);
+
+// Decides which server type to use when `requested` is wanted: 2 remote, 1 local, 0 none. What
+// stands in the way of the wanted one is shown to the user and noted in "lawtemp\DataServer.log".
+[[nodiscard]] int CHECKSERVER(Session& session, int requested);
+
+}  // namespace brenik

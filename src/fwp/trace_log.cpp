@@ -1,0 +1,74 @@
+// Records of the trace log: their layout, and the way into the file.
+
+#include "fwp/trace_log.h"
+
+#include "platform/file.h"
+#include "util/bytes.h"
+#include "util/runtime.h"
+
+#include <algorithm>
+
+namespace brenik {
+
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+constexpr int kLineNumberWidth = 5;
+constexpr int kWidestNumber = 20;
+
+// Numbers wider than their own width are shown all the same.
+std::string whole_text(const Number& number) {
+    return trimmed_number({number.amount, std::max(number.width, kWidestNumber), number.decimals});
+}
+
+std::string argument_text(const Value& value) {
+    switch (value.kind()) {
+        case ValueKind::kNil:
+            return "NIL";
+        case ValueKind::kLogical:
+            return value.logical() ? ".t." : ".f.";
+        case ValueKind::kNumber:
+            return whole_text(value.number_form());
+        case ValueKind::kCharacter:
+        case ValueKind::kMemo:
+            return value.text();
+        case ValueKind::kDate:
+            return value.date().to_mdy();
+        case ValueKind::kArray:
+            return "{ ... }";
+    }
+    return {};
+}
+
+// Operations are called by the host alone, so the chain of callers that a record can carry below
+// its heading is always empty.
+std::string trace_record(std::string_view caller, unsigned line,
+                         std::initializer_list<Value> arguments) {
+    std::string record = "[" + upper(caller) + "] (" +
+                         number_text(Number{static_cast<double>(line)}, kLineNumberWidth, 0) +
+                         ") Called from: ";
+    record += kLineEnd;
+    for (const Value& argument : arguments) {
+        record.append(">>>").append(argument_text(argument)).append("<<<").append(kLineEnd);
+    }
+    return record.append(kLineEnd);
+}
+
+}  // namespace
+
+std::string trace_log_path(const Session& session) { return session.data_path() + "Trace.Log"; }
+
+bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
+              std::source_location where) {
+    const std::string record = trace_record(caller, where.line(), arguments);
+    try {
+        platform::File log =
+            platform::File::open(trace_log_path(session), platform::OpenMode::kWriteOnly);
+        if (log.is_open()) log.write_at(log.size(), as_bytes(record));
+    } catch (const EngineFault&) {
+        // A full disk must not fail the operation that is being traced.
+    }
+    return true;
+}
+
+}  // namespace brenik

@@ -1,0 +1,31 @@
+// The trace log: a text file beside the data in which an integrator reads the conversation between
+// a host and the library.
+//
+// StartUp empties "Trace.Log" in the data folder; TRACELOG appends to it and never makes it. One
+// record, every line ended by CR LF:
+//     [ADDSTART] (    4) Called from:
+//     >>>NIL<<<
+//     >>>AddStart nTable:<<<
+//     >>>3<<<
+//     (an empty line)
+
+#pragma once
+
+#include <initializer_list>
+#include <source_location>
+#include <string>
+#include <string_view>
+
+#include "session/session.h"
+
+namespace brenik {
+
+// Appends one record: the calling operation's name in capitals and the line of the call, then one
+// line for each argument. Callers test LTRACE first. A file that cannot be opened or written to is
+// passed over in silence; the result is always true.
+bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
+              std::source_location where = std::source_location::current());
+
+std::string trace_log_path(const Session& session);
+
+}  // namespace brenik

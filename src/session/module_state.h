@@ -1,0 +1,20 @@
+// What outlives a session: the few values that start-up and shut-down do not begin anew.
+
+#pragma once
+
+#include "util/date.h"
+
+namespace brenik {
+
+struct ModuleState {
+    // Set by ShutDown, cleared by StartUp; refuses a second ShutDown in a row.
+    bool shut_down = false;
+    // Set once a system table marks the newer layout of the notes; never cleared.
+    bool notes_variant = false;
+    // The change journal is held as a whole, so its writers neither lock nor release it.
+    bool journal_locked = false;
+    // Day 0 of change stamps; empty until RSSETBASEDATE has run.
+    Date stamp_base;
+};
+
+}  // namespace brenik

@@ -1,0 +1,70 @@
+// One session: everything that the operations of one host share, in one object.
+//
+// The exports own the single session of a process; tests make as many as they like. Every
+// routine above the engine takes the session as its first argument, and there is no other mutable
+// state. A session exists before StartUp too: it then holds no settings and no tables, and its
+// questions have neutral answers.
+
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "engine/work_areas.h"
+#include "platform/clock.h"
+#include "platform/ui.h"
+#include "session/module_state.h"
+#include "util/date.h"
+#include "util/value.h"
+
+namespace brenik {
+
+// Work areas with a part of their own; hosts pass these numbers.
+inline constexpr int kNamesArea = 1;
+inline constexpr int kEventsArea = 2;
+inline constexpr int kMattersArea = 3;
+inline constexpr int kNotesArea = 4;
+inline constexpr int kSystemArea = 5;
+inline constexpr int kCodesArea = 7;
+inline constexpr int kCrossReferenceArea = 9;
+inline constexpr int kSecondNotesArea = 16;
+inline constexpr int kJournalArea = 20;
+
+// Slots of the settings table that the library reads, counted from 1.
+enum class Setting : std::size_t { SharedUse = 2, ServerType = 5, WinIniFile = 22, DataPath = 24 };
+
+// The session's variables, made anew by every StartUp.
+struct SessionVariables {
+    ArrayReference PUBLICVARS;  // the settings table
+    Date TODAY;                 // the date of start-up
+    std::string MOPERATOR;      // recorded as the operator of added records
+    bool LTRACE = false;        // tracing on or off
+};
+
+struct Session {
+    Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
+        : areas(engine), clock(session_clock), ui(session_ui) {}
+
+    // Nil before the first StartUp.
+    Value setting(Setting slot) const {
+        const auto index = static_cast<std::size_t>(slot) - 1;
+        const ArrayReference& table = variables.PUBLICVARS;
+        return table && index < table->size() ? (*table)[index] : Value();
+    }
+    // The data folder, always ending in a backslash; empty before the first StartUp.
+    std::string data_path() const { return setting(Setting::DataPath).text(); }
+    Date today() {
+        const platform::LocalDay day = clock.today();
+        return Date::from_civil(day.year, day.month, day.day);
+    }
+
+    WorkAreas areas;
+    platform::Clock& clock;
+    platform::UserInterface& ui;
+    ModuleState module;
+    SessionVariables variables;
+    ArrayReference buffer;  // the transaction buffer; null before the first Start operation
+    std::string link_type;  // type of new cross-references; empty until it is first needed
+};
+
+}  // namespace brenik

@@ -1,0 +1,138 @@
+// Stand-ins for everything below the operations: tables of one record in memory that refuse locks,
+// opens and appends as often as a test wants, a clock that runs when it is read, and a user
+// interface that writes down what it shows.
+
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/engine.h"
+#include "platform/clock.h"
+#include "platform/ui.h"
+
+namespace brenik::fake {
+
+class Clock : public platform::Clock {
+  public:
+    platform::LocalDay today() override { return {1998, 1, 1}; }
+    double seconds() override { return now_ += 0.05; }
+
+    double now_ = 1000;
+};
+
+class UserInterface : public platform::UserInterface {
+  public:
+    void message_box(const std::string& text, const std::string& title, platform::Icon) override {
+        boxes.push_back(title + ": " + text);
+    }
+    void notice(const std::string& text, const std::string& title, int duration_ms) override {
+        notices.push_back(title + ": " + text);
+        waited_ms += duration_ms;
+    }
+    void beep() override {}
+    void set_cursor(platform::Cursor cursor) override {
+        waits += cursor == platform::Cursor::kWait;
+    }
+
+    std::vector<std::string> boxes;
+    std::vector<std::string> notices;
+    int waited_ms = 0;
+    int waits = 0;
+};
+
+// What a table does when it is asked; shared with the test, which outlives the table.
+struct Script {
+    std::vector<FieldDescription> fields = {};
+    Array record = {};  // one value for each field
+    int refusals = 0;   // locks and appends to refuse; negative: all of them
+    int attempts = 0;
+    bool automatic_orders = false;
+    std::vector<std::string> orders_added = {};
+    bool put_fails = false;
+    bool abandoned = false;
+    bool locked = false;
+};
+
+class Table : public brenik::Table {
+  public:
+    explicit Table(Script& script) : script_(script) {}
+
+    const std::vector<FieldDescription>& fields() const override { return script_.fields; }
+    void go_to(RecordNumber) override {}
+    void go_top() override {}
+    void go_bottom() override {}
+    void skip(std::int64_t) override {}
+    bool end_of_file() override { return false; }
+    bool beginning_of_file() override { return false; }
+    RecordNumber record_number() override { return 7; }
+    RecordNumber record_count() override { return 12; }
+    bool deleted() override { return false; }
+    Value field_get(std::size_t position) override { return script_.record.at(position - 1); }
+    void field_put(std::size_t position, const Value& value) override {
+        if (script_.put_fails)
+            throw EngineFault(FaultCode::kInputOutput, "put", "the disk is full");
+        script_.record.at(position - 1) = value;
+    }
+    void mark_deleted() override {}
+    void recall() override {}
+    void refresh_record() override {}
+    bool lock_record(RecordNumber) override { return script_.locked = !refuse(); }
+    bool lock_table() override { return script_.locked = !refuse(); }
+    void unlock_record(RecordNumber) override { script_.locked = false; }
+    void unlock_all() override { script_.locked = false; }
+    bool append_blank(bool) override { return !refuse(); }
+    void abandon_changes() noexcept override { script_.abandoned = true; }
+    void commit() override {}
+    bool opened_orders_automatically() const override { return script_.automatic_orders; }
+    void clear_orders() override { script_.orders_added.clear(); }
+    bool add_orders(const std::string& file) override {
+        script_.orders_added.push_back(file);
+        return true;
+    }
+    std::size_t order_count() const override { return 0; }
+    std::string order_name(std::size_t) const override { return {}; }
+    std::size_t order_number() const override { return 0; }
+    bool set_order(std::string_view) override { return false; }
+    bool set_order(std::size_t) override { return false; }
+    bool seek(const Value&, SeekMode, SeekEnd) override { return false; }
+    Value scope_top() const override { return {}; }
+    Value scope_bottom() const override { return {}; }
+    void set_scope(const Value&, const Value&) override {}
+    std::string filter() const override { return {}; }
+    void set_filter(const std::string&) override {}
+
+  private:
+    bool refuse() {
+        ++script_.attempts;
+        return script_.refusals < 0 || script_.attempts <= script_.refusals;
+    }
+
+    Script& script_;
+};
+
+class Engine : public brenik::Engine {
+  public:
+    std::unique_ptr<brenik::Table> open(const std::string& path, TableSharing) override {
+        opened.push_back(path);
+        if (damaged) throw EngineFault(FaultCode::kDamagedFile, "open", path + ": damaged");
+        const bool refused = refusals < 0 || static_cast<int>(opened.size()) <= refusals;
+        return refused ? nullptr : std::make_unique<Table>(tables[path]);
+    }
+    int set_server_type(int) override { return 0; }
+    int server_loaded(const std::string&) override { return 1; }
+    bool set_proprietary_locking(bool) override { return false; }
+    bool set_deleted_hidden(bool) override { return false; }
+    void set_full_durability(bool) override {}
+    int write_all_records() override { return 0; }
+    int close_all_tables() override { return 0; }
+
+    int refusals = 0;  // opens to refuse; negative: all of them
+    bool damaged = false;
+    std::vector<std::string> opened;
+    std::map<std::string, Script> tables;
+};
+
+}  // namespace brenik::fake

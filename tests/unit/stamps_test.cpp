@@ -1,0 +1,124 @@
+// Change stamps and the counters, down to their bytes.
+
+#include "RSData/stamps.h"
+
+#include <gtest/gtest.h>
+
+#include "fake_engine.h"
+
+namespace brenik {
+namespace {
+
+class Stamps : public testing::Test {
+  protected:
+    Stamps() { RSSETBASEDATE(session_); }
+
+    // Opens a system table whose only field is TLASTDELTA.
+    void open_system_table(int last_delta) {
+        engine_.tables["LAWSYS"] = {.fields = {{"TLASTDELTA", 'N', 5, 0}}, .record = {last_delta}};
+        session_.areas.select(kSystemArea);
+        session_.areas.open("LAWSYS", {}, TableSharing::kShared);
+    }
+
+    fake::Engine engine_;
+    fake::Clock clock_;
+    fake::UserInterface ui_;
+    Session session_{engine_, clock_, ui_};
+};
+
+std::string bytes(std::initializer_list<int> values) {
+    std::string text;
+    for (const int value : values) text += static_cast<char>(value);
+    return text;
+}
+
+TEST_F(Stamps, AreBigEndianDaysAndTwoSecondUnits) {
+    const struct {
+        const char* day;
+        std::optional<double> seconds;
+        std::string stamp;
+    } cases[] = {
+        {"19971231", 0, bytes({0, 0, 0, 0})},     {"19980101", 1, bytes({0, 1, 0, 0})},
+        {"19980101", 2.99, bytes({0, 1, 0, 1})},  {"19980101", 86399.99, bytes({0, 1, 168, 191})},
+        {"19980101", {}, bytes({0, 1, 0, 0})},    {"19980913", 512, bytes({1, 0, 1, 0})},
+        {"21770605", 0, bytes({255, 255, 0, 0})}, {"        ", 86399, bytes({0, 0, 0, 0})},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(RSDT(session_, Date::from_ymd(c.day), c.seconds), c.stamp) << c.day;
+    }
+}
+
+TEST_F(Stamps, OfThisMomentAreNeverEarlierThanTheLastDelta) {
+    clock_.now_ = 600;
+    open_system_table(400);
+    EXPECT_EQ(RSNOW(session_), bytes({0, 1, 1, 44}));
+    open_system_table(40000);
+    EXPECT_EQ(RSNOW(session_), bytes({0, 1, 0x4E, 0x20}));
+}
+
+TEST_F(Stamps, ReadAsDateAndTwelveHourTime) {
+    const struct {
+        std::string stamp;
+        const char* text;
+    } cases[] = {
+        {bytes({0, 1, 16200 / 256, 16200 % 256}), "01/01/98  9:00a"},
+        {bytes({0, 0, 0, 0}), "12:00a"},
+        {bytes({0, 1, 168, 191}), "01/01/98 11:59p"},
+        {bytes({0, 60, 21600 / 256, 21600 % 256}), "03/01/98 12:00p"},
+        {bytes({0, 2, 0, 29}), "01/02/98 12:00a"},
+        {bytes({0, 2}), "01/02/98 12:00a"},
+        {bytes({0, 2, 43200 / 256, 43200 % 256}), "01/02/98 TO-DO "},
+    };
+    for (const auto& c : cases) EXPECT_EQ(CDT2STR(session_, c.stamp), c.text);
+}
+
+TEST(Counters, WriteAndReadFixedCountsOfDigits) {
+    EXPECT_EQ(RSN2ADS(0), "00");
+    EXPECT_EQ(RSN2ADS(61), "0z");
+    EXPECT_EQ(RSN2ADS(62), "10");
+    EXPECT_EQ(RSN2ADS(3843), "zz");
+    EXPECT_EQ(RSN2ADS(12345, 5), "003D7");
+    EXPECT_EQ(RSN2ADS(916132831, 5), "zzzzz");
+    EXPECT_EQ(RSN2ALPHA(27), "BB");
+    EXPECT_EQ(RSN2ALPHA(675), "ZZ");
+    for (const std::int64_t number : {0, 35, 36, 3843, 12345, 916132831}) {
+        EXPECT_EQ(RSADS2N(RSN2ADS(number, 5)), number);
+        EXPECT_EQ(RSALPHA2N(RSN2ALPHA(number, 7)), number);
+    }
+}
+
+TEST(Counters, RefuseWhatDoesNotFit) {
+    EXPECT_THROW(RSN2ADS(3844), EngineFault);
+    EXPECT_THROW(RSN2ADS(916132832, 5), EngineFault);
+    EXPECT_THROW(RSN2ADS(-1), EngineFault);
+    EXPECT_THROW(RSN2ALPHA(676), EngineFault);
+}
+
+TEST(Counters, CountACharacterThatIsNoDigitAsMinusOne) {
+    EXPECT_EQ(RSADS2N("a"), 36);
+    EXPECT_EQ(RSADS2N(" 1"), -61);
+    EXPECT_EQ(RSADS2N(""), 0);
+    EXPECT_EQ(RSALPHA2N("Bb"), 25);
+}
+
+TEST(Texts, AreStuffedByPosition) {
+    EXPECT_EQ(MYSTUFF("abcdef", 3, 2, "XY"), "abXYef");
+    EXPECT_EQ(MYSTUFF("abc", 2, 0, "X"), "aXbc");
+    EXPECT_EQ(MYSTUFF("abc", 9, 2, "X"), "abcX");
+    EXPECT_EQ(MYSTUFF("abc", 2, 99, ""), "a");
+}
+
+TEST(Texts, ShowValuesOfEveryKind) {
+    EXPECT_EQ(XTOC("ab  "), "ab");
+    EXPECT_EQ(XTOC(Memo{"ab "}), "ab");
+    EXPECT_EQ(XTOC(5), "5");
+    EXPECT_EQ(XTOC(Number{1.5, 8, 2}), "1.50");
+    EXPECT_EQ(XTOC(Date::from_ymd("20240229")), "20240229");
+    EXPECT_EQ(XTOC(Date()), "        ");
+    EXPECT_EQ(XTOC(true), "Y");
+    EXPECT_EQ(XTOC(Value::array(Array{})), "{ ... }");
+    EXPECT_EQ(XTOC(Value()), "NIL");
+}
+
+}  // namespace
+}  // namespace brenik
