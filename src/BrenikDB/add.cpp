@@ -1,0 +1,189 @@
+// The add transaction, and the cross-reference record that links a matter to its contact.
+
+#include "BrenikDB/add.h"
+
+#include "BrenikDB/codes.h"
+#include "BrenikDB/lookup.h"
+#include "BrenikDB/selection.h"
+#include "c_source/Data.h"
+#include "data/add_rec.h"
+#include "data/net_use.h"
+#include "data/scatgat.h"
+#include "fwp/trace_log.h"
+#include "platform/profile.h"
+#include "util/runtime.h"
+
+namespace brenik {
+
+namespace {
+
+// Widths of the two leading fields of a code, which together are the key of the first order.
+constexpr std::size_t kCodeKindWidth = 10;
+constexpr std::size_t kCodeTextWidth = 40;
+
+std::string buffer_text(const Session& session, std::size_t element) {
+    const Array& buffer = *session.buffer;
+    return element <= buffer.size() ? buffer[element - 1].text() : std::string();
+}
+
+std::string current_identifier(Session& session) {
+    return session.areas.field(session.areas.current(), "U_ID").text();
+}
+
+// The active order of the codes decides what a duplicate is.
+bool is_duplicate_code(Session& session) {
+    WorkAreas& areas = session.areas;
+    if (areas.current() != kCodesArea) return false;
+    const std::string key = pad_right(buffer_text(session, 1), kCodeKindWidth) +
+                            pad_right(buffer_text(session, 2), kCodeTextWidth);
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddEnd", {Value(), "AddEnd", areas.order_name(), key});
+    }
+    return areas.table("AddEnd").seek(key, SeekMode::kHard, SeekEnd::kFirst);
+}
+
+// The new identifier goes into the buffer first, so that writing the buffer keeps it.
+int append_and_write(Session& session) {
+    WorkAreas& areas = session.areas;
+    if (!ADD_REC(session)) {
+        if (session.variables.LTRACE) {
+            TRACELOG(session, "AddEnd", {Value(), "AddEnd: add_rec failed"});
+        }
+        areas.table("AddEnd").go_to(0);
+        return kAppendFailed;
+    }
+    const std::size_t position = areas.field_position("U_ID");
+    if (position != 0 && position <= session.buffer->size()) {
+        (*session.buffer)[position - 1] = areas.table("AddEnd").field_get(position);
+    }
+    SCATGAT(session, session.buffer, areas.current() != kCodesArea);
+    REC_UNLOCK(session);
+    return kSuccess;
+}
+
+bool open_cross_reference(Session& session) {
+    session.areas.select(kCrossReferenceArea);
+    if (session.areas.used() ||
+        NET_USE(session, session.data_path() + "LAW9", {.alias = "XREF", .attach_index = true})) {
+        return true;
+    }
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddEnd", {Value(), "AddEnd: open file failed in XREF"});
+    }
+    return false;
+}
+
+void read_link_type(Session& session) {
+    if (!Value(session.link_type).empty()) return;
+    const std::string type = platform::profile_string("Setup", "LinkType", "CLIENT",
+                                                      session.data_path() + "billing\\BOLink.INI");
+    session.link_type = type.substr(0, type.find(','));
+}
+
+void fill_cross_reference(Session& session) {
+    WorkAreas& areas = session.areas;
+    const auto set = [&](std::string_view field, const Value& value) {
+        areas.set_field(kCrossReferenceArea, field, value);
+    };
+    set("ID", areas.field(kNamesArea, "ID"));
+    set("CASENUM", areas.field(kMattersArea, "CASENUM"));
+    set("TYPE", session.link_type);
+    set("MATTER", areas.field(kMattersArea, "MATTER"));
+    set("LAST", LASTFIRST(session));
+    set("ENTRY", session.today());
+    set("U_ID1", areas.field(kNamesArea, "U_ID"));
+    set("U_ID3", areas.field(kMattersArea, "U_ID"));
+    areas.engine().write_all_records();
+    REC_UNLOCK(session);
+}
+
+int append_cross_reference(Session& session) {
+    read_link_type(session);
+    if (ADD_REC(session)) {
+        fill_cross_reference(session);
+        return kSuccess;
+    }
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddEnd", {Value(), "AddEnd: add_rec failed in XREF"});
+    }
+    session.ui.message_box("An error occurred while adding a record to the XREF database.",
+                           "Error Appending Record", platform::Icon::kInformation);
+    session.areas.table("AddEnd").go_to(0);
+    return kAppendFailed;
+}
+
+// Leaves "Names", where the contact is looked up, or the cross-references, where the link is
+// written, current.
+int write_link(Session& session, const std::string& contact) {
+    if (!seek_in_order(session, "U_ID", contact)) return kIdentifierNotFound;
+    if (!open_cross_reference(session)) return kTableNotOpened;
+    return append_cross_reference(session);
+}
+
+// The order remembered from "Names" is given back to whichever area is current at the end. Only
+// when the contact was not found is that "Names"; otherwise the cross-references receive it and
+// "Names" keeps its order U_ID. Programs that share the session's tables rely on finding it so.
+int link_to_contact(Session& session, const std::string& contact) {
+    WorkAreas& areas = session.areas;
+    areas.select(kNamesArea);
+    const std::string order = areas.order_name();
+    const int code = write_link(session, contact);
+    if (areas.used()) areas.table("AddEnd").set_order(order);
+    areas.select(kMattersArea);
+    return code;
+}
+
+int add_record(Session& session, const std::string& contact) {
+    if (!session.buffer) {
+        throw EngineFault(FaultCode::kUnsuitableValue, "AddEnd",
+                          "there is no transaction buffer; call AddStart first");
+    }
+    if (is_duplicate_code(session)) return kDuplicateCode;
+    const int code = append_and_write(session);
+    const bool linked = session.areas.current() == kMattersArea && !Value(contact).empty();
+    return code == kSuccess && linked ? link_to_contact(session, contact) : code;
+}
+
+// Position of the field that makes a new contact active, 0 where there is none.
+std::size_t activate_contact(Session& session) {
+    if (session.areas.current() != kNamesArea) return 0;
+    const std::size_t position = session.areas.field_position("Active");
+    if (position != 0) (*session.buffer)[position - 1] = true;
+    return position;
+}
+
+}  // namespace
+
+int AddStart(Session& session, int table) {
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddStart", {Value(), "AddStart nTable:", table});
+    }
+    if (const int code = select_table(session, "AddStart", table); code != kSuccess) return code;
+    WorkAreas& areas = session.areas;
+    areas.table("AddStart").go_to(0);
+    session.buffer = SCATGAT(session);
+    const std::size_t active = activate_contact(session);
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddStart",
+                 {Value(), "AddStart record initialized", areas.end_of_file(), areas.alias(),
+                  static_cast<std::int64_t>(active)});
+    }
+    return kSuccess;
+}
+
+int AddEnd(Session& session, int table, std::string& identifier) {
+    WorkAreas& areas = session.areas;
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddEnd",
+                 {Value(), "AddEnd", table, areas.end_of_file(), areas.alias(), identifier});
+    }
+    if (table != areas.current()) return kNotCurrentArea;
+    const int code = add_record(session, identifier);
+    identifier = current_identifier(session);
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "AddEnd", {Value(), "AddEnd", code, identifier});
+    }
+    return code;
+}
+
+}  // namespace brenik

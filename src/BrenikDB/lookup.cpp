@@ -1,0 +1,145 @@
+// How the look-ups read "Names" and the matters.
+
+#include "BrenikDB/lookup.h"
+
+#include <array>
+
+#include "BrenikDB/codes.h"
+#include "BrenikDB/selection.h"
+#include "BrenikDB/settings.h"
+#include "c_source/Strings.h"
+#include "engine/selected_area.h"
+#include "fwp/trace_log.h"
+#include "util/runtime.h"
+
+namespace brenik {
+
+namespace {
+
+constexpr char kSeparator = '|';
+
+// Items 2 to 23 of the firm description; the first is the firm's name.
+constexpr std::array<std::string_view, 22> kFirmFields{
+    "LAST",  "FIRST",    "ID",   "DEAR",   "DAYPHONE", "EVEPHONE",  "PHONE3", "PHONE4",
+    "CLASS", "ATTORNEY", "OPEN", "ACTIVE", "LABEL1",   "LABEL2",    "LABEL3", "LABEL4",
+    "CITY",  "STATE",    "ZIP",  "U_ID",   "EMAIL",    "REFERREDBY"};
+
+// The name that a practice has until it gives itself one.
+constexpr std::string_view kPlaceholder = "YOUR NAME APPEARS HERE";
+
+std::string item(const std::string& text) {
+    return std::string(trim_both(replace_all(text, "|", "/"))) + kSeparator;
+}
+
+std::string field_item(const Value& value) {
+    switch (value.kind()) {
+        case ValueKind::kDate:
+            return item(value.date().to_ymd());
+        case ValueKind::kLogical:
+            return item(value.logical() ? "Y" : "N");
+        default:
+            return item(value.is_text() ? value.text() : CAST(value));
+    }
+}
+
+std::string firm_name(const Session& session) {
+    const std::string name = main_setting(session, "FirmName");
+    return begins_with(upper(name), kPlaceholder) ? std::string() : name;
+}
+
+// Of the current record of the current work area.
+std::string describe_firm(Session& session, const std::string& name) {
+    WorkAreas& areas = session.areas;
+    const int area = areas.current();
+    std::string firm = Value(name).empty() ? field_item(areas.field(area, "LABEL1")) : item(name);
+    for (const std::string_view field : kFirmFields) {
+        firm += field_item(areas.field(area, field));
+    }
+    return firm;
+}
+
+// Gives a table back its order and its record, also when a fault ends the scope: a host's next call
+// may mean the record that was current before.
+class RestoredPosition {
+  public:
+    RestoredPosition(Table& table, std::string order)
+        : table_(table), order_(std::move(order)), record_(table.record_number()) {}
+    ~RestoredPosition() {
+        try {
+            table_.set_order(order_);
+            table_.go_to(record_);
+        } catch (const EngineFault&) {
+            // The fault that ended the scope, or one like it, is on its way to the host.
+        }
+    }
+    RestoredPosition(const RestoredPosition&) = delete;
+    RestoredPosition& operator=(const RestoredPosition&) = delete;
+
+  private:
+    Table& table_;
+    std::string order_;
+    RecordNumber record_;
+};
+
+// The description by the firm's ID; empty when "Names" has no such record.
+std::string find_firm(Session& session, const std::string& id, const std::string& name) {
+    const SelectedArea selected(session.areas, session.areas.area_of("Names"));
+    if (!session.areas.used()) return {};
+    Table& names = session.areas.table("GetMyFirm");
+    const RestoredPosition restored(names, session.areas.order_name());
+    const bool found = !Value(id).empty() && seek_in_order(session, "ID", id);
+    return found ? describe_firm(session, name) : std::string();
+}
+
+int find_identifier(Session& session, int table, const std::string& key, std::string& identifier) {
+    if (table != kNamesArea && table != kMattersArea) return kBadTable;
+    if (Value(key).empty()) return kKeyNotFound;
+    WorkAreas& areas = session.areas;
+    areas.select(table);
+    if (!areas.used()) return kBadTable;
+    const bool contact = table == kNamesArea;
+    const std::size_t position = areas.field_position(contact ? "ID" : "CASENUM");
+    if (position == 0) return kKeyNotFound;
+    const int width = areas.table("GetU_ID").fields()[position - 1].width;
+    const std::string padded = pad_right(upper(key), static_cast<std::size_t>(width));
+    if (!seek_in_order(session, contact ? "ID" : "CaseNumber", padded)) return kKeyNotFound;
+    identifier = areas.field(table, "U_ID").text();
+    return kSuccess;
+}
+
+}  // namespace
+
+int GetMyFirm(Session& session, std::string& firm) {
+    const std::string name = firm_name(session);
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "GetMyFirm",
+                 {Value(), "GetMyFirm", static_cast<std::int64_t>(firm.size())});
+    }
+    const std::string id = main_setting(session, "MyFirm");
+    firm = find_firm(session, id, name);
+    if (session.variables.LTRACE && firm.empty()) {
+        TRACELOG(session, "GetMyFirm", {Value(), "GetMyFirm Failed Seek", id});
+    } else if (session.variables.LTRACE) {
+        TRACELOG(session, "GetMyFirm", {Value(), "GetMyFirm End", firm, kSuccess});
+    }
+    return kSuccess;
+}
+
+int GetU_ID(Session& session, int table, const std::string& key, std::string& identifier) {
+    const int code = find_identifier(session, table, key, identifier);
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "GetU_ID", {Value(), "GetU_ID End", table, identifier, code});
+    }
+    return code;
+}
+
+std::string LASTFIRST(Session& session, std::size_t width, std::optional<int> area) {
+    WorkAreas& areas = session.areas;
+    const int source = area ? *area : areas.area_of("Names");
+    std::string name(trim_right(areas.field(source, "LAST").text()));
+    const Value first = areas.field(source, "FIRST");
+    if (!first.empty()) name += ", " + first.text();
+    return pad_right(name, width);
+}
+
+}  // namespace brenik

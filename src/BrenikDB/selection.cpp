@@ -1,0 +1,50 @@
+// The shared prologue and the look-ups that several operations make.
+
+#include "BrenikDB/selection.h"
+
+#include <limits>
+
+#include "BrenikDB/codes.h"
+#include "fwp/trace_log.h"
+
+namespace brenik {
+
+namespace {
+
+constexpr int kLastTableNumber = 255;
+
+}  // namespace
+
+int select_table(Session& session, const std::string& operation, int table) {
+    WorkAreas& areas = session.areas;
+    const auto trace = [&](const std::string& text) {
+        if (session.variables.LTRACE) TRACELOG(session, operation, {Value(), text});
+    };
+    if (table < 1 || table > kLastTableNumber) {
+        trace(operation + " nTable is out of range.");
+        return kBadTable;
+    }
+    areas.select(table);
+    // There is no blank between alias and label: integrators' tools look for this form.
+    trace(operation + " in alias " + areas.alias() +
+          "reccount: " + std::to_string(areas.record_count()));
+    if (!areas.used()) {
+        trace(operation + " nTable is not used.");
+        return kBadTable;
+    }
+    return kSuccess;
+}
+
+RecordNumber to_record_number(std::int64_t number) {
+    const bool possible = number > 0 && number <= std::numeric_limits<RecordNumber>::max();
+    return possible ? static_cast<RecordNumber>(number) : RecordNumber{0};
+}
+
+bool seek_in_order(Session& session, std::string_view order, const Value& key) {
+    Table& table = session.areas.table("SEEK");
+    if (table.set_order(order)) return table.seek(key, SeekMode::kHard, SeekEnd::kFirst);
+    table.go_to(0);  // as after any seek that finds nothing
+    return false;
+}
+
+}  // namespace brenik

@@ -1,0 +1,20 @@
+// The settings table as every start-up builds it.
+
+#pragma once
+
+#include <string>
+
+#include "session/session.h"
+
+namespace brenik {
+
+// 41 values, numbered from 1; slots that this library never reads belong to a layout shared with
+// the practice program.
+ArrayReference default_settings(Date today);
+
+void store_setting(Session& session, Setting slot, Value value);
+
+// A key of section Main of the practice's LAWSYS.INI; empty when it is absent.
+std::string main_setting(const Session& session, const std::string& key);
+
+}  // namespace brenik

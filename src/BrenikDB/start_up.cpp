@@ -1,0 +1,163 @@
+// Start-up step by step: variables, settings, engine, files, tables.
+
+#include "BrenikDB/start_up.h"
+
+#include <array>
+
+#include "BrenikDB/codes.h"
+#include "BrenikDB/settings.h"
+#include "RSData/stamps.h"
+#include "data/close_all.h"
+#include "data/net_use.h"
+#include "fwp/trace_log.h"
+#include "platform/file.h"
+#include "platform/profile.h"
+#include "util/runtime.h"
+
+namespace brenik {
+
+namespace {
+
+struct PracticeTable {
+    int area;
+    std::string_view file;
+    std::string_view alias;
+};
+
+// In the order of opening; the system table has been opened before them.
+constexpr std::array kPracticeTables{
+    PracticeTable{kNamesArea, "LAW1", "Names"},
+    PracticeTable{kEventsArea, "LAW2", "Events"},
+    PracticeTable{kMattersArea, "LAW3", "Matters"},
+    PracticeTable{kNotesArea, "LAWNotes", "NAMENOTE"},
+    PracticeTable{kCodesArea, "LAWCodes", "LAWCODES"},
+    PracticeTable{kJournalArea, "LawTrans", "TRANS"},
+};
+
+constexpr std::string_view kNewerNotesFile = "LAW1Note";
+
+void trace(Session& session, const std::string& text,
+           std::source_location where = std::source_location::current()) {
+    if (session.variables.LTRACE) TRACELOG(session, "StartUp", {Value(), text}, where);
+}
+
+void make_variables(Session& session, bool trace_wanted) {
+    const Date today = session.today();
+    session.variables = SessionVariables{default_settings(today), today, "___", trace_wanted};
+    session.buffer.reset();
+    session.link_type.clear();
+}
+
+// Bare file names are looked for in this folder by NET_USE; the host's current folder stays as it
+// is.
+void set_data_path(Session& session, const std::string& data_path) {
+    if (Value(data_path).empty()) return;
+    std::string folder(trim_both(data_path));
+    if (folder.back() != '\\') folder += '\\';
+    store_setting(session, Setting::DataPath, folder);
+}
+
+void empty_trace_log(const Session& session) {
+    platform::File::open(trace_log_path(session), platform::OpenMode::kCreate);
+}
+
+void choose_engine(Session& session) {
+    Engine& engine = session.areas.engine();
+    const Number wanted = GETSERVERTYPE(session.data_path());
+    store_setting(session, Setting::ServerType, wanted);
+    if (wanted.amount == kRemoteServer) {
+        const int usable = CHECKSERVER(session, kRemoteServer);
+        store_setting(session, Setting::ServerType, usable);
+        engine.set_server_type(usable);
+    }
+    engine.set_proprietary_locking(numeric_value(main_setting(session, "LockType")).amount == 1);
+    engine.set_full_durability(equal_ignoring_case(main_setting(session, "Durability"), "full"));
+}
+
+// The workstation's own setting overrides what the host asked for.
+void choose_tracing(Session& session) {
+    const std::string workstation = session.setting(Setting::WinIniFile).text();
+    const std::string wanted = platform::profile_string("MAIN", "APITracing", "", workstation);
+    if (wanted == "1") session.variables.LTRACE = true;
+    if (wanted == "0") session.variables.LTRACE = false;
+}
+
+bool has_file(const Session& session, const char* name) {
+    return platform::file_exists(session.data_path() + name);
+}
+
+int check_files(Session& session) {
+    if (!has_file(session, "LAWSYS.dbf") || !has_file(session, "LAW1.dbf")) {
+        trace(session, "Data files are missing.");
+        return kDataFilesMissing;
+    }
+    if (!has_file(session, "LAW2.CDX") || !has_file(session, "LAW1.CDX")) {
+        trace(session, "Index files are missing.");
+        return kIndexFilesMissing;
+    }
+    return kSuccess;
+}
+
+// Only the field's type counts, not what it holds.
+bool marks_newer_notes(Session& session) {
+    WorkAreas& areas = session.areas;
+    const std::size_t position = areas.field_position("V14");
+    return position != 0 && areas.table("StartUp").fields()[position - 1].type == 'L';
+}
+
+bool open_practice_table(Session& session, const PracticeTable& table) {
+    session.areas.select(table.area);
+    const bool newer = table.area == kNotesArea && session.module.notes_variant;
+    const std::string file(newer ? kNewerNotesFile : table.file);
+    if (!NET_USE(session, session.data_path() + file,
+                 {.alias = std::string(table.alias), .attach_index = true})) {
+        return false;
+    }
+    if (table.area == kCodesArea) session.areas.table("StartUp").set_order(std::size_t{1});
+    return true;
+}
+
+int open_tables(Session& session) {
+    session.areas.select(kSystemArea);
+    if (!NET_USE(session, session.data_path() + "LAWSYS")) {
+        trace(session, "Cannot open lawsys.");
+        return kSystemTableNotOpened;
+    }
+    if (marks_newer_notes(session)) {
+        session.module.notes_variant = true;
+        trace(session, "Accessing v14 law1notes.");
+    }
+    for (const PracticeTable& table : kPracticeTables) {
+        if (!open_practice_table(session, table)) return kTableNotOpened;
+    }
+    return kSuccess;
+}
+
+}  // namespace
+
+int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
+    session.module.shut_down = false;
+    make_variables(session, trace_wanted);
+    session.areas.engine().set_server_type(kLocalServer);
+    set_data_path(session, data_path);
+    empty_trace_log(session);
+    choose_engine(session);
+    choose_tracing(session);
+    trace(session, session.data_path());
+    int code = check_files(session);
+    if (code == kSuccess) code = open_tables(session);
+    if (code == kSuccess) RSSETBASEDATE(session);
+    return code;
+}
+
+int ShutDown(Session& session) {
+    if (session.module.shut_down) return kAlreadyShutDown;
+    CLOSEALL(session);
+    if (session.variables.LTRACE) {
+        TRACELOG(session, "ShutDown", {Value(), "Databases were closed."});
+    }
+    session.module.shut_down = true;
+    return kSuccess;
+}
+
+}  // namespace brenik

@@ -1,0 +1,244 @@
+// How often and how long the library waits for what others hold, and what the exports hand back.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "RSData/journal.h"
+#include "api/bridge.h"
+#include "c_source/Data.h"
+#include "data/add_rec.h"
+#include "data/net_use.h"
+#include "fake_engine.h"
+
+namespace brenik {
+namespace {
+
+class Retries : public testing::Test {
+  protected:
+    Retries() {
+        session_.areas.open("names", "Names", TableSharing::kShared);
+        engine_.opened.clear();
+    }
+
+    fake::Script& names() { return engine_.tables["names"]; }
+
+    fake::Engine engine_;
+    fake::Clock clock_;
+    fake::UserInterface ui_;
+    Session session_{engine_, clock_, ui_};
+};
+
+TEST_F(Retries, OfALockFollowTheSecondsGiven) {
+    const struct {
+        double seconds;
+        int refusals;
+        bool locked;
+        int attempts;
+        std::size_t notices;
+    } cases[] = {
+        {5, 0, true, 1, 0},       {5, 1, true, 2, 0},    {5, 10, true, 11, 9},
+        {5, -1, false, 11, 10},   {-1, -1, false, 1, 0}, {1.2, -1, false, 4, 3},
+        {0, 200, true, 201, 199},
+    };
+    for (const auto& lock : {REC_LOCK, FIL_LOCK}) {
+        for (const auto& c : cases) {
+            names() = {.refusals = c.refusals};
+            ui_ = {};
+            EXPECT_EQ(lock(session_, c.seconds), c.locked) << c.seconds;
+            EXPECT_EQ(names().attempts, c.attempts) << c.seconds;
+            EXPECT_EQ(ui_.notices.size(), c.notices) << c.seconds;
+            EXPECT_EQ(ui_.waited_ms, 500 * static_cast<int>(c.notices));
+        }
+    }
+}
+
+TEST_F(Retries, NameTheTableInTheirNotice) {
+    names().refusals = -1;
+    EXPECT_FALSE(REC_LOCK(session_, 0.5));
+    EXPECT_FALSE(FIL_LOCK(session_, 0.5));
+    EXPECT_FALSE(ADD_REC(session_, {}, true, 0.5));
+    const std::vector<std::string> expected{
+        "Record Locking: Names ( record 7) is locked by another user or program. Retrying...",
+        "File Locking: Names is locked by another user. Retrying...",
+        "Append record: Names is locked by another user. Retrying...",
+    };
+    EXPECT_EQ(ui_.notices, expected);
+}
+
+TEST_F(Retries, OfAnAppendEndAfterElevenAndNeverRepeatForZero) {
+    const struct {
+        double seconds;
+        int refusals;
+        bool appended;
+        int attempts;
+        std::size_t notices;
+    } cases[] = {{5, -1, false, 11, 10}, {0, -1, false, 1, 0}, {5, 3, true, 4, 2}};
+    for (const auto& c : cases) {
+        names() = {.refusals = c.refusals};
+        ui_ = {};
+        EXPECT_EQ(ADD_REC(session_, {}, true, c.seconds), c.appended);
+        EXPECT_EQ(names().attempts, c.attempts);
+        EXPECT_EQ(ui_.notices.size(), c.notices);
+    }
+}
+
+TEST_F(Retries, OfALockedCounterLeaveTheTableAlone) {
+    names() = {.fields = {{"U_ID", 'C', 7, 0}}, .record = {"       "}};
+    engine_.tables["system"].refusals = -1;
+    session_.areas.select(kSystemArea);
+    session_.areas.open("system", {}, TableSharing::kShared);
+    session_.areas.select(kNamesArea);
+    EXPECT_FALSE(ADD_REC(session_));
+    EXPECT_EQ(engine_.tables["system"].attempts, 11);
+    EXPECT_EQ(names().attempts, 0);
+    EXPECT_EQ(session_.areas.current(), kNamesArea);
+}
+
+TEST_F(Retries, OfAnOpenAreASecondApart) {
+    const struct {
+        double seconds;
+        int refusals;
+        bool opened;
+        std::size_t opens;
+        int waits;
+    } cases[] = {
+        {5, -1, false, 6, 5}, {-1, -1, false, 1, 0}, {5, 3, true, 4, 2}, {0, 40, true, 41, 39}};
+    for (const auto& c : cases) {
+        engine_.refusals = c.refusals;
+        engine_.opened.clear();
+        ui_ = {};
+        const double start = clock_.now_;
+        EXPECT_EQ(NET_USE(session_, "x:law1  ", {.seconds = c.seconds}), c.opened);
+        EXPECT_EQ(engine_.opened.size(), c.opens);
+        EXPECT_EQ(engine_.opened.back(), "x:law1");
+        EXPECT_EQ(ui_.waits, c.waits);
+        EXPECT_NEAR(clock_.now_ - start, c.waits, 0.2 * c.waits);
+        EXPECT_EQ(session_.areas.used(), c.opened);
+    }
+}
+
+TEST_F(Retries, DoNotFollowADamagedFile) {
+    engine_.damaged = true;
+    EXPECT_FALSE(NET_USE(session_, "x:law1"));
+    EXPECT_EQ(engine_.opened.size(), 1U);
+    EXPECT_FALSE(session_.areas.used());
+}
+
+TEST_F(Retries, OfAnOpenAttachTheIndexInTheirOwnWay) {
+    const std::string table = testing::TempDir() + "orders_test.dbf";
+    const std::string index = testing::TempDir() + "orders_test.CDX";
+    std::ofstream(index) << "x";
+    const struct {
+        int refusals;
+        bool automatic;
+        std::vector<std::string> added;
+    } cases[] = {{0, false, {index}}, {0, true, {}}, {2, false, {table}}, {2, true, {table}}};
+    for (const auto& c : cases) {
+        engine_.refusals = c.refusals;
+        engine_.opened.clear();
+        engine_.tables[table] = {.automatic_orders = c.automatic};
+        EXPECT_TRUE(NET_USE(session_, table, {.attach_index = true}));
+        EXPECT_EQ(engine_.tables[table].orders_added, c.added) << c.refusals << c.automatic;
+    }
+    std::remove(index.c_str());
+}
+
+Session* g_session = nullptr;
+Session& the_session() { return *g_session; }
+
+Operation no_operation(std::string_view) { return nullptr; }
+
+Value g_received;
+
+Value answer_long_text(Session&, std::span<Value> arguments) {
+    g_received = arguments.back();
+    arguments.back() = "1234567890";
+    return 5;
+}
+
+Value remember_last(Session&, std::span<Value> arguments) {
+    g_received = arguments.back();
+    return 0;
+}
+
+Value fill_record(Session& session, std::span<Value>) {
+    Table& names = session.areas.table("fill_record");
+    static_cast<void>(names.lock_record(1));
+    names.field_put(1, "x");
+    return 0;
+}
+
+Value run_out_of_memory(Session&, std::span<Value>) { throw std::bad_alloc(); }
+
+class Exports : public Retries {
+  protected:
+    Exports() { g_session = &session_; }
+};
+
+TEST_F(Exports, OfAMissingOperationLeaveTextAloneButWriteTheTableNumber) {
+    const Bridge bridge(the_session, no_operation);
+    int number = 5;
+    EXPECT_EQ(bridge.edit_begin(3, 1, &number), 11U);
+    EXPECT_EQ(number, 3);
+    char text[10] = "ABCDEFG";
+    EXPECT_EQ(bridge.add_end(3, text), 11U);
+    EXPECT_EQ(bridge.get_u_id(1, "key", text), 11U);
+    EXPECT_EQ(bridge.get_my_firm(text), 11U);
+    EXPECT_STREQ(text, "ABCDEFG");
+}
+
+TEST_F(Exports, HandOverWhatTheHostsIntegerHeld) {
+    const Bridge bridge(the_session, [](std::string_view) -> Operation { return remember_last; });
+    int number = 5;
+    EXPECT_EQ(bridge.add_start(3, &number), 0U);
+    EXPECT_EQ(g_received.whole(), 5);
+    EXPECT_EQ(number, 3);
+}
+
+TEST_F(Exports, TerminateCopiedTextWhereHostsExpectIt) {
+    const Bridge bridge(the_session,
+                        [](std::string_view) -> Operation { return answer_long_text; });
+    const struct {
+        const char* primed;
+        const char* identifier;        // what the operation receives as an identifier
+        std::string after_identifier;  // the first bytes of the buffer, '#' where never written
+        std::string after_long_answer;
+    } cases[] = {
+        {"ABCDEFG", "ABCDEFG", std::string("1234567\0#", 9), std::string("1234567\0\0#", 10)},
+        {"ABC", "       ", std::string("1234567\0#", 9), std::string("123\0\0#", 6)},
+        {"", "       ", std::string("1234567\0#", 9), std::string("\0\0#", 3)},
+    };
+    for (const auto& c : cases) {
+        char buffer[20];
+        const auto prime = [&] { std::strcpy(std::fill_n(buffer, 20, '#') - 20, c.primed); };
+        prime();
+        EXPECT_EQ(bridge.add_end(3, buffer), 5U);
+        EXPECT_EQ(g_received.text(), c.identifier);
+        EXPECT_EQ(std::string(buffer, c.after_identifier.size()), c.after_identifier);
+        prime();
+        EXPECT_EQ(bridge.get_u_id(1, "key", buffer), 5U);
+        EXPECT_EQ(g_received.text(), c.identifier);
+        EXPECT_EQ(std::string(buffer, c.after_long_answer.size()), c.after_long_answer);
+        prime();
+        EXPECT_EQ(bridge.get_my_firm(buffer), 5U);
+        EXPECT_EQ(g_received.text(), c.primed);
+        EXPECT_EQ(std::string(buffer, c.after_long_answer.size()), c.after_long_answer);
+    }
+}
+
+TEST_F(Exports, StopFaultsAndReleaseWhatTheCallHeld) {
+    names() = {.fields = {{"ID", 'C', 7, 0}}, .record = {""}, .put_fails = true};
+    const Bridge full(the_session, [](std::string_view) -> Operation { return fill_record; });
+    EXPECT_EQ(full.edit_end(1, 0), 14U);
+    EXPECT_FALSE(names().locked);
+    EXPECT_TRUE(names().abandoned);
+    const Bridge poor(the_session, [](std::string_view) -> Operation { return run_out_of_memory; });
+    EXPECT_EQ(poor.shut_down(), 14U);
+    EXPECT_EQ(poor.initialize(nullptr, 0), 14U);
+}
+
+}  // namespace
+}  // namespace brenik
