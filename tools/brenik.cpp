@@ -1,0 +1,103 @@
+// The companion tool: makes sample practices, shows tables and records, and reads the journal.
+//
+// Data goes to standard output, messages to standard error. The exit code says how it ended: 0
+// well, 1 a problem was found, 2 the command line makes no sense, 3 something cannot be opened, 4
+// somebody holds a lock on it.
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "journal.h"
+#include "practice.h"
+#include "sample.h"
+#include "show.h"
+
+namespace brenik::tools {
+namespace {
+
+constexpr std::uint32_t kMostRows = 1'500'000;
+
+void add_sample(CLI::App& app, SampleRequest& request) {
+    CLI::App* command = app.add_subcommand("sample", "Make an invented practice");
+    const CLI::Range rows(0U, kMostRows);
+    command->add_option("DIR", request.folder, "Folder to make it in")->required();
+    command->add_option("--contacts", request.contacts, "Contacts, the firm's own included")
+        ->check(CLI::Range(1U, kMostRows))
+        ->capture_default_str();
+    command->add_option("--matters", request.matters)->check(rows)->capture_default_str();
+    command->add_option("--events", request.events)->check(rows)->capture_default_str();
+    command->add_option("--notes", request.notes)->check(rows)->capture_default_str();
+    command->add_flag("--v14", request.v14, "With the newer notes table");
+    command->add_flag("--json", request.json, "Summary as JSON");
+    command->callback([&request] { make_sample(request); });
+}
+
+void add_show(CLI::App& app, ShowRequest& request) {
+    CLI::App* command = app.add_subcommand("show", "Describe a table or print records of it");
+    command->add_option("DIR", request.folder, "Folder of the practice")->required();
+    command->add_option("TABLE", request.table, "File name or alias of a table")->required();
+    auto* record = command->add_option("--record", request.record, "Print the record N");
+    auto* order = command->add_option("--order", request.order, "Order to seek or list in");
+    auto* seek = command->add_option("--seek", request.seek, "Print the first record of this key");
+    auto* all = command->add_flag("--all", request.all, "Print every record");
+    seek->needs(order);
+    record->excludes(seek)->excludes(all)->excludes(order);
+    seek->excludes(all);
+    command->add_flag("--json", request.json, "As JSON, one line a record");
+    command->callback([&request] {
+        if (!request.order.empty() && !request.seek && !request.all) {
+            throw ToolError(ExitCode::kUsage, "--order goes with --seek or --all");
+        }
+        show(request);
+    });
+}
+
+void add_journal(CLI::App& app, JournalRequest& request) {
+    CLI::App* command = app.add_subcommand("journal", "Print the change journal");
+    command->add_option("DIR", request.folder, "Folder of the practice")->required();
+    command->add_option("--limit", request.limit, "Only the last N entries");
+    command->add_flag("--json", request.json, "As JSON, one line an entry");
+    command->callback([&request] { print_journal(request); });
+}
+
+ExitCode run(CLI::App& app, int argc, char** argv) {
+    try {
+        app.parse(argc, argv);
+        return ExitCode::kOk;
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? ExitCode::kOk : ExitCode::kUsage;
+    } catch (const ToolError& error) {
+        std::cerr << "brenik: " << error.what() << "\n";
+        return error.code();
+    } catch (const EngineFault& fault) {
+        std::cerr << "brenik: " << fault.what() << "\n";
+        return fault.code() == FaultCode::kBusy ? ExitCode::kLocked : ExitCode::kProblem;
+    } catch (const std::exception& error) {
+        std::cerr << "brenik: " << error.what() << "\n";
+        return ExitCode::kProblem;
+    }
+}
+
+}  // namespace
+}  // namespace brenik::tools
+
+int main(int argc, char** argv) {
+    using namespace brenik::tools;
+    std::ios::sync_with_stdio(false);
+    CLI::App app("Companion tool for practice tables", "brenik");
+    app.require_subcommand(1);
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    SampleRequest sample;
+    ShowRequest show_request;
+    JournalRequest journal;
+    add_sample(app, sample);
+    add_show(app, show_request);
+    add_journal(app, journal);
+    const ExitCode code = run(app, argc, argv);
+    // A full disk or a closed pipe shows only when the last of the output is written.
+    if (!std::cout.flush() && code == ExitCode::kOk) {
+        std::cerr << "brenik: standard output cannot be written\n";
+        return static_cast<int>(ExitCode::kProblem);
+    }
+    return static_cast<int>(code);
+}

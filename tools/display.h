@@ -1,0 +1,26 @@
+// Field values as a person or a JSON reader wants them.
+//
+// Text in tables is bytes; what is not valid UTF-8 is taken for code page 1252. Trailing blanks are
+// padding and left out. Fields that are marked binary are shown as hexadecimal digits after "0x".
+
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "engine/local/table_layout.h"
+#include "util/value.h"
+
+namespace brenik::tools {
+
+std::string to_utf8(std::string_view bytes);
+
+// Dates as YYYY-MM-DD, times as YYYY-MM-DD hh:mm:ss, numbers and logicals as such; empty dates and
+// times, numbers that are none, and NULL are null.
+nlohmann::ordered_json to_json(const local::Field& field, const Value& value);
+
+// The same on one line of text, empty for null; control characters are shown as \xNN.
+std::string to_line(const local::Field& field, const Value& value);
+
+}  // namespace brenik::tools

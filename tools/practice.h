@@ -1,0 +1,67 @@
+// A practice folder as the tool's commands see it: which tables there are, and how to open one.
+
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "engine/engine.h"
+#include "engine/local/local_engine.h"
+#include "engine/local/table_layout.h"
+
+namespace brenik::tools {
+
+// persistent: scripts depend on these exit codes.
+enum class ExitCode { kOk = 0, kProblem = 1, kUsage = 2, kCannotOpen = 3, kLocked = 4 };
+
+// Ends a command with an exit code and a message for the person at the keyboard.
+class ToolError : public std::runtime_error {
+  public:
+    ToolError(ExitCode code, const std::string& message)
+        : std::runtime_error(message), code_(code) {}
+    ExitCode code() const { return code_; }
+
+  private:
+    ExitCode code_;
+};
+
+// A table of the practice: the number by which hosts and the journal call it, alias and file.
+struct PracticeTable {
+    int number;
+    const char* alias;
+    const char* file;
+};
+
+// Table 4 comes in two variants; a practice has one of them, the newer is looked for first.
+inline constexpr PracticeTable kPracticeTables[] = {
+    {1, "Names", "LAW1"},        {2, "Events", "LAW2"},       {3, "Matters", "LAW3"},
+    {4, "NAMENOTE", "LAW1Note"}, {4, "NAMENOTE", "LAWNotes"}, {5, "LAWSYS", "LAWSYS"},
+    {7, "LAWCODES", "LAWCodes"}, {9, "XREF", "LAW9"},         {20, "TRANS", "LawTrans"},
+};
+
+struct OpenedTable {
+    std::string path;
+    local::TableLayout layout;
+    std::unique_ptr<Table> table;
+};
+
+class Practice {
+  public:
+    explicit Practice(std::string folder) : folder_(std::move(folder)) {}
+
+    // Opens a table for reading, by file name or by alias, in any case. Throws ToolError when it
+    // is missing, cannot be read, or is in somebody's exclusive use.
+    OpenedTable open(std::string_view name);
+    // The table that goes by this number; null when the practice has none.
+    const PracticeTable* find(int number) const;
+
+  private:
+    std::string path_of(std::string_view file) const;
+
+    std::string folder_;
+    local::LocalEngine engine_;
+};
+
+}  // namespace brenik::tools

@@ -1,0 +1,455 @@
+// The sample's tables: their columns with what goes into them, their orders, journal and settings.
+//
+// The tables are deliberately of mixed generations (versions 03, F5 and 30), with memos of both
+// kinds and an order of every key type, as practices have them that grew over the years.
+
+#include "sample.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "engine/local/create.h"
+#include "engine/local/table_writer.h"
+#include "practice.h"
+#include "sample_rows.h"
+#include "util/bytes.h"
+#include "util/runtime.h"
+
+namespace brenik::tools {
+namespace {
+
+using local::TagDefinition;
+
+constexpr std::uint8_t kPlain = 0x03;
+constexpr std::uint8_t kWithMemo = 0xF5;
+constexpr std::uint8_t kLater = 0x30;
+constexpr std::uint8_t kCodePage1252 = 0x03;
+constexpr std::uint8_t kBinary = 0x04;
+
+// A field and its content; without `value` it stays blank.
+template <typename Content>
+struct Column {
+    const char* name;
+    char type;
+    std::uint32_t width;
+    std::uint32_t decimals = 0;
+    Value (*value)(const Content&) = nullptr;
+    std::uint8_t flags = 0;
+};
+
+template <typename Content>
+using Columns = std::vector<Column<Content>>;
+
+struct TableDefinition {
+    std::string file;
+    std::uint8_t version;
+    std::vector<TagDefinition> tags;
+};
+
+struct WrittenTable {
+    std::string file;
+    std::uint32_t records;
+};
+
+const Columns<Contact> kNames = {
+    {"U_ID", 'C', 7, 0, [](const Contact& c) -> Value { return c.uid; }},
+    {"ID", 'C', 10, 0, [](const Contact& c) -> Value { return c.id; }},
+    {"LAST", 'C', 30, 0, [](const Contact& c) -> Value { return c.last; }},
+    {"FIRST", 'C', 20, 0, [](const Contact& c) -> Value { return c.first; }},
+    {"LABEL1", 'C', 35, 0,
+     [](const Contact& c) -> Value { return c.first.empty() ? c.last : c.first + " " + c.last; }},
+    {"LABEL2", 'C', 35, 0, [](const Contact& c) -> Value { return c.street; }},
+    {"LABEL3", 'C', 35, 0,
+     [](const Contact& c) -> Value { return c.city + ", " + c.state + " " + c.zip; }},
+    {"LABEL4", 'C', 35},
+    {"DEAR", 'C', 25, 0, [](const Contact& c) -> Value { return c.first; }},
+    {"DAYPHONE", 'C', 17, 0, [](const Contact& c) -> Value { return c.phone; }},
+    {"EVEPHONE", 'C', 17},
+    {"PHONE3", 'C', 17, 0, [](const Contact& c) -> Value { return c.mobile; }},
+    {"PHONE4", 'C', 17},
+    {"CLASS", 'C', 10, 0, [](const Contact& c) -> Value { return c.contact_class; }},
+    {"ATTORNEY", 'C', 3, 0, [](const Contact& c) -> Value { return c.attorney; }},
+    {"OPEN", 'D', 8, 0, [](const Contact& c) -> Value { return c.entry; }},
+    {"ACTIVE", 'L', 1, 0, [](const Contact& c) -> Value { return c.active; }},
+    {"CITY", 'C', 20, 0, [](const Contact& c) -> Value { return c.city; }},
+    {"STATE", 'C', 2, 0, [](const Contact& c) -> Value { return c.state; }},
+    {"ZIP", 'C', 10, 0, [](const Contact& c) -> Value { return c.zip; }},
+    {"EMAIL", 'C', 40, 0, [](const Contact& c) -> Value { return c.email; }},
+    {"REFERREDBY", 'C', 20, 0, [](const Contact& c) -> Value { return c.referred_by; }},
+    {"BALANCE", 'N', 12, 2,
+     [](const Contact& c) -> Value {
+         return Number{c.balance, 12, 2};
+     }},
+    {"ENTRY", 'D', 8, 0, [](const Contact& c) -> Value { return c.entry; }},
+    {"OPERATOR", 'C', 3, 0, [](const Contact&) -> Value { return kOperator; }},
+    {"NOTES", 'M', 10, 0, [](const Contact& c) -> Value { return c.remarks; }},
+};
+
+const Columns<Event> kEvents = {
+    {"U_ID", 'C', 7, 0, [](const Event& e) -> Value { return e.uid; }},
+    {"RNO", 'N', 8, 0, [](const Event& e) -> Value { return e.number; }},
+    {"DATE", 'D', 8, 0, [](const Event& e) -> Value { return e.date; }},
+    {"START", 'T', 8, 0, [](const Event& e) -> Value { return e.start; }},
+    {"MINUTES", 'I', 4, 0, [](const Event& e) -> Value { return e.minutes; }},
+    {"TYPE", 'C', 10, 0, [](const Event& e) -> Value { return e.type; }},
+    {"DETAIL", 'C', 80, 0, [](const Event& e) -> Value { return e.detail; }},
+    {"CASENUM", 'C', 15, 0, [](const Event& e) -> Value { return e.case_number; }},
+    {"ATTORNEY", 'C', 3, 0, [](const Event& e) -> Value { return e.attorney; }},
+    {"DONE", 'L', 1, 0, [](const Event& e) -> Value { return e.done; }},
+    {"ENTRY", 'D', 8, 0, [](const Event& e) -> Value { return e.entry; }},
+    {"OPERATOR", 'C', 3, 0, [](const Event&) -> Value { return kOperator; }},
+    {"NOTES", 'M', 4, 0, [](const Event& e) -> Value { return e.remarks; }},
+};
+
+const Columns<Matter> kMatters = {
+    {"U_ID", 'C', 7, 0, [](const Matter& m) -> Value { return m.uid; }},
+    {"CASENUM", 'C', 15, 0, [](const Matter& m) -> Value { return m.number; }},
+    {"MATTER", 'C', 50, 0, [](const Matter& m) -> Value { return m.name; }},
+    {"CLASS", 'C', 10, 0, [](const Matter& m) -> Value { return m.matter_class; }},
+    {"ATTORNEY", 'C', 3, 0, [](const Matter& m) -> Value { return m.attorney; }},
+    {"COURT", 'C', 20, 0, [](const Matter& m) -> Value { return m.court; }},
+    {"OPEN", 'D', 8, 0, [](const Matter& m) -> Value { return m.entry; }},
+    {"CLOSED", 'D', 8, 0, [](const Matter& m) -> Value { return m.closed; }},
+    {"ACTIVE", 'L', 1, 0, [](const Matter& m) -> Value { return m.closed.empty(); }},
+    {"RATE", 'Y', 8, 4, [](const Matter& m) -> Value { return Number{m.rate}; }},
+    {"BUDGET", 'B', 8, 2, [](const Matter& m) -> Value { return Number{m.budget}; }},
+    {"PRIORITY", 'I', 4, 0, [](const Matter& m) -> Value { return m.priority; }},
+    {"ENTRY", 'D', 8, 0, [](const Matter& m) -> Value { return m.entry; }},
+    {"OPERATOR", 'C', 3, 0, [](const Matter&) -> Value { return kOperator; }},
+    {"NOTES", 'M', 4, 0, [](const Matter& m) -> Value { return m.remarks; }},
+};
+
+const Columns<Note> kNotes = {
+    {"U_ID", 'C', 7, 0, [](const Note& n) -> Value { return n.uid; }},
+    {"NAME_UID", 'C', 7, 0, [](const Note& n) -> Value { return n.contact_uid; }},
+    {"TOPIC", 'C', 30, 0, [](const Note& n) -> Value { return n.topic; }},
+    {"ENTRY", 'D', 8, 0, [](const Note& n) -> Value { return n.entry; }},
+    {"OPERATOR", 'C', 3, 0, [](const Note&) -> Value { return kOperator; }},
+    {"NOTE", 'M', 10, 0, [](const Note& n) -> Value { return n.text; }},
+};
+
+const Columns<Code> kCodes = {
+    {"TYPE", 'C', 10, 0, [](const Code& c) -> Value { return c.type; }},
+    {"CODE", 'C', 40, 0, [](const Code& c) -> Value { return c.code; }},
+    {"DETAIL", 'C', 60, 0, [](const Code& c) -> Value { return c.detail; }},
+    {"RATE", 'N', 8, 2,
+     [](const Code& c) -> Value {
+         return Number{c.rate, 8, 2};
+     }},
+    {"U_ID", 'C', 7, 0, [](const Code& c) -> Value { return c.uid; }},
+};
+
+const Columns<CrossReference> kCrossReferences = {
+    {"U_ID", 'C', 7, 0, [](const CrossReference& x) -> Value { return x.uid; }},
+    {"ID", 'C', 10, 0, [](const CrossReference& x) -> Value { return x.contact.id; }},
+    {"CASENUM", 'C', 15, 0, [](const CrossReference& x) -> Value { return x.matter.number; }},
+    {"TYPE", 'C', 10, 0, [](const CrossReference&) -> Value { return "CLIENT"; }},
+    {"MATTER", 'C', 50, 0, [](const CrossReference& x) -> Value { return x.matter.name; }},
+    {"LAST", 'C', 55, 0,
+     [](const CrossReference& x) -> Value {
+         const Contact& c = x.contact;
+         return c.first.empty() ? c.last : c.last + ", " + c.first;
+     }},
+    {"ENTRY", 'D', 8, 0, [](const CrossReference& x) -> Value { return x.entry; }},
+    {"OPERATOR", 'C', 3, 0, [](const CrossReference&) -> Value { return kOperator; }},
+    {"U_ID1", 'C', 7, 0, [](const CrossReference& x) -> Value { return x.contact.uid; }},
+    {"U_ID3", 'C', 7, 0, [](const CrossReference& x) -> Value { return x.matter.uid; }},
+};
+
+// The system table's one record.
+const Columns<SampleSizes> kSystem = {
+    {"MYUDN", 'C', 2, 0, [](const SampleSizes&) -> Value { return kWorkstation; }},
+    {"TRACKSYNC", 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }},
+    {"TLASTDELTA", 'N', 5, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {"RECORDNO", 'N', 8, 0, [](const SampleSizes& s) -> Value { return s.events; }},
+    {"U_ID1", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.contacts; }},
+    {"U_ID2", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.events; }},
+    {"U_ID3", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.matters; }},
+    {"U_ID4", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.notes; }},
+    {"U_ID6", 'N', 10, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {"U_ID7", 'N', 10, 0, [](const SampleSizes&) -> Value { return code_count(); }},
+    {"U_ID8", 'N', 10, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {"U_ID9", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.matters; }},
+    {"U_ID10", 'N', 10, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {"U_ID11", 'N', 10, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {"U_ID12", 'N', 10, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {"RELEASE", 'C', 8, 0, [](const SampleSizes&) -> Value { return "13.2"; }},
+};
+
+struct JournalEntry {
+    char kind = 'A';
+    std::string table_code;
+    std::string uid;
+    std::string stamp;
+    std::string data;
+};
+
+const Columns<JournalEntry> kJournal = {
+    {"CCODE", 'C', 1, 0, [](const JournalEntry& e) -> Value { return std::string(1, e.kind); }},
+    {"CDB", 'C', 2, 0, [](const JournalEntry& e) -> Value { return e.table_code; }},
+    {"U_ID", 'C', 7, 0, [](const JournalEntry& e) -> Value { return e.uid; }},
+    {"CDT", 'C', 4, 0, [](const JournalEntry& e) -> Value { return e.stamp; }, kBinary},
+    {"CDATA", 'M', 4, 0, [](const JournalEntry& e) -> Value { return e.data; }, kBinary},
+};
+
+const TagDefinition kDescendingEntry{"NEWEST", "ENTRY", "", false, false, true};
+
+const TableDefinition kNamesTable = {"LAW1",
+                                     kWithMemo,
+                                     {{"U_ID", "U_ID", ""},
+                                      {"ID", "UPPER(ID)", ""},
+                                      {"NAME", "UPPER(LAST+FIRST)", ""},
+                                      {"CITY", "UPPER(CITY)", "!DELETED()"},
+                                      {"BALANCE", "BALANCE", ""},
+                                      kDescendingEntry}};
+const TableDefinition kEventsTable = {"LAW2",
+                                      kLater,
+                                      {{"U_ID", "U_ID", ""},
+                                       {"RNO", "RNO", ""},
+                                       {"DATE", "DATE", ""},
+                                       {"START", "START", ""},
+                                       {"TODO", "DTOS(DATE)+TYPE", "!DONE .AND. !DELETED()"},
+                                       {"CASENUM", "UPPER(CASENUM)", ""},
+                                       kDescendingEntry}};
+const TableDefinition kMattersTable = {"LAW3",
+                                       kLater,
+                                       {{"U_ID", "U_ID", ""},
+                                        {"CASENUMBER", "UPPER(CASENUM)", ""},
+                                        {"MATTER", "UPPER(MATTER)", ""},
+                                        {"PRIORITY", "PRIORITY", ""},
+                                        {"BUDGET", "BUDGET", ""},
+                                        {"ACTIVE", "ACTIVE", ""},
+                                        kDescendingEntry}};
+const TableDefinition kNotesTable = {
+    "LAWNotes",
+    kWithMemo,
+    {{"U_ID", "U_ID", ""}, {"NAME", "NAME_UID+DTOS(ENTRY)", ""}, {"DELETED", "U_ID", "DELETED()"}}};
+const TableDefinition kCodesTable = {
+    "LAWCodes",
+    kPlain,
+    {{"TYPECODE", "TYPE+CODE", ""}, {"U_ID", "U_ID", ""}, {"RATE", "RATE", ""}}};
+const TableDefinition kCrossReferenceTable = {"LAW9",
+                                              kPlain,
+                                              {{"ID", "UPPER(ID)", ""},
+                                               {"CASENUM", "UPPER(CASENUM)", ""},
+                                               {"U_ID", "U_ID", ""},
+                                               {"U_ID1", "U_ID1", ""},
+                                               {"U_ID3", "U_ID3", ""}}};
+const TableDefinition kJournalTable = {"LawTrans",
+                                       kLater,
+                                       {{"TRANS", "CDB+U_ID+CCODE", ""},
+                                        {"ADDED", "CDT+CDB+U_ID", "CCODE=\"A\""},
+                                        {"EDITED", "CDT+CDB+U_ID", "CCODE=\"E\""},
+                                        {"REMOVED", "CDT+CDB+U_ID", "CCODE=\"D\""}}};
+const TableDefinition kSystemTable = {"LAWSYS", kPlain, {}};
+
+template <typename Content>
+local::TableLayout layout_of(const TableDefinition& table, const Columns<Content>& columns) {
+    local::TableLayout layout;
+    layout.version = table.version;
+    layout.code_page = kCodePage1252;
+    for (const Column<Content>& column : columns) {
+        local::Field field;
+        field.name = column.name;
+        field.type = column.type;
+        field.width = column.width;
+        field.decimals = column.decimals;
+        field.flags = column.flags;
+        layout.fields.push_back(field);
+    }
+    return layout;
+}
+
+template <typename Content>
+bool is_deleted(const Content& content) {
+    if constexpr (requires { content.deleted; }) {
+        return content.deleted;
+    } else {
+        return false;
+    }
+}
+
+// Writes `count` rows, row i being make(i), then builds the orders over them.
+template <typename Content, typename Make>
+WrittenTable write_table(const std::string& folder, const TableDefinition& table,
+                         const Columns<Content>& columns, std::uint32_t count, Make make) {
+    const std::string path = folder + "/" + table.file + ".DBF";
+    local::TableWriter writer(path, layout_of(table, columns));
+    std::vector<Value> values(columns.size());
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const Content content = make(i);
+        for (std::size_t column = 0; column < columns.size(); ++column) {
+            if (columns[column].value) values[column] = columns[column].value(content);
+        }
+        writer.append(values, is_deleted(content));
+    }
+    writer.close();
+    if (!table.tags.empty()) local::create_index(path, table.tags);
+    return {table.file, count};
+}
+
+template <typename Content>
+WrittenTable write_rows(const std::string& folder, const TableDefinition& table,
+                        const Columns<Content>& columns, const SampleSizes& sizes,
+                        std::uint32_t count, Content (*make)(const SampleSizes&, std::uint32_t)) {
+    return write_table(folder, table, columns, count,
+                       [&](std::uint32_t index) { return make(sizes, index); });
+}
+
+// The journal of the sample's last day: its latest additions, three edits, and deletions. The very
+// last contact and the first deleted one are left out, as if a program had changed the table by its
+// own means and not yet said so.
+class JournalWriter {
+  public:
+    explicit JournalWriter(const SampleSizes& sizes) : sizes_(sizes) {
+        add_latest("01", sizes.contacts > 0 ? sizes.contacts - 1 : 0, make_contact);
+        add_latest("02", sizes.events, make_event);
+        add_latest("03", sizes.matters, make_matter);
+        add_latest("04", sizes.notes, make_note);
+        edit("01", 1, sizes.contacts, make_contact, kNames, {"DAYPHONE", "CITY"});
+        edit("01", 2, sizes.contacts, make_contact, kNames, {"EMAIL"});
+        edit("03", 0, sizes.matters, make_matter, kMatters, {"COURT", "BUDGET", "PRIORITY"});
+        add_deleted_contacts();
+    }
+
+    const std::vector<JournalEntry>& entries() const { return entries_; }
+
+  private:
+    static constexpr std::uint32_t kLatest = 5;
+    static constexpr int kFirstHour = 9;
+
+    // Every entry is four minutes after the one before.
+    std::string next_stamp() {
+        const int day = sample_today().julian_day() - Date::from_civil(1997, 12, 31).julian_day();
+        const int seconds = kFirstHour * 3600 + 240 * static_cast<int>(entries_.size());
+        std::string stamp(4, '\0');
+        auto* bytes = reinterpret_cast<Byte*>(stamp.data());
+        store_be16(bytes, static_cast<std::uint16_t>(day));
+        store_be16(bytes + 2, static_cast<std::uint16_t>(seconds / 2));
+        return stamp;
+    }
+
+    template <typename Content>
+    void add_latest(const char* table_code, std::uint32_t count,
+                    Content (*make)(const SampleSizes&, std::uint32_t)) {
+        for (std::uint32_t i = count - std::min(count, kLatest); i < count; ++i) {
+            entries_.push_back({'A', table_code, make(sizes_, i).uid, next_stamp(), ""});
+        }
+    }
+
+    template <typename Content>
+    void edit(const char* table_code, std::uint32_t index, std::uint32_t count,
+              Content (*make)(const SampleSizes&, std::uint32_t), const Columns<Content>& columns,
+              const std::vector<std::string_view>& fields) {
+        if (index >= count) return;
+        const std::string stamp = next_stamp();
+        std::string data;
+        for (const Column<Content>& column : columns) {
+            const bool edited =
+                std::find(fields.begin(), fields.end(), column.name) != fields.end();
+            data += edited ? stamp + std::string(kWorkstation) : std::string(6, '\0');
+        }
+        entries_.push_back({'E', table_code, make(sizes_, index).uid, stamp, data});
+    }
+
+    void add_deleted_contacts() {
+        std::vector<std::string> deleted;
+        for (std::uint32_t i = sizes_.contacts; i-- > 0 && deleted.size() <= kLatest;) {
+            const Contact contact = make_contact(sizes_, i);
+            if (contact.deleted) deleted.push_back(contact.uid);
+        }
+        if (!deleted.empty()) deleted.pop_back();
+        for (const std::string& uid : deleted) {
+            entries_.push_back({'D', "01", uid, next_stamp(), std::string(kWorkstation)});
+        }
+    }
+
+    SampleSizes sizes_;
+    std::vector<JournalEntry> entries_;
+};
+
+void write_text(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+    if (!file.flush()) throw ToolError(ExitCode::kCannotOpen, path + ": cannot be written");
+}
+
+void write_settings(const std::string& folder) {
+    write_text(folder + "/LAWSYS.INI", "[Main]\r\nFirmName=" + std::string(kFirmName) +
+                                           "\r\nMyFirm=" + std::string(kFirmId) +
+                                           "\r\nnServerType=0\r\nLockType=0\r\n");
+    write_text(folder + "/billing/BOLink.INI", "[Setup]\r\nLinkType=CLIENT\r\n");
+}
+
+void refuse_practice(const std::string& folder) {
+    for (const char* name : {"/LAWSYS.DBF", "/LAW1.DBF"}) {
+        if (platform::file_exists(folder + name)) {
+            throw ToolError(ExitCode::kProblem,
+                            folder + ": holds a practice already; left as it is");
+        }
+    }
+}
+
+void make_folders(const std::string& folder) {
+    std::error_code error;
+    for (const char* name : {"/billing", "/lawtemp"}) {
+        std::filesystem::create_directories(folder + name, error);
+        if (error) {
+            throw ToolError(ExitCode::kCannotOpen, folder + name + ": " + error.message());
+        }
+    }
+}
+
+std::vector<WrittenTable> write_tables(const SampleRequest& request) {
+    const SampleSizes sizes{request.contacts, request.matters, request.events, request.notes};
+    const std::string& folder = request.folder;
+    const JournalWriter journal(sizes);
+    Columns<SampleSizes> system = kSystem;
+    TableDefinition notes = kNotesTable;
+    if (request.v14) {
+        system.push_back({"V14", 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }});
+        notes.file = "LAW1Note";
+    }
+    const auto entries = static_cast<std::uint32_t>(journal.entries().size());
+    return {
+        write_rows(folder, kNamesTable, kNames, sizes, sizes.contacts, make_contact),
+        write_rows(folder, kEventsTable, kEvents, sizes, sizes.events, make_event),
+        write_rows(folder, kMattersTable, kMatters, sizes, sizes.matters, make_matter),
+        write_rows(folder, notes, kNotes, sizes, sizes.notes, make_note),
+        write_rows(folder, kCodesTable, kCodes, sizes, code_count(), make_code),
+        write_rows(folder, kCrossReferenceTable, kCrossReferences, sizes, sizes.matters,
+                   make_cross_reference),
+        write_table(folder, kJournalTable, kJournal, entries,
+                    [&](std::uint32_t i) { return journal.entries()[i]; }),
+        // Last, so that an interrupted run leaves a folder that nobody takes for a practice.
+        write_table(folder, kSystemTable, system, 1, [&](std::uint32_t) { return sizes; }),
+    };
+}
+
+void print_summary(const SampleRequest& request, const std::vector<WrittenTable>& tables) {
+    if (request.json) {
+        nlohmann::ordered_json summary = {{"folder", request.folder}};
+        for (const WrittenTable& table : tables) summary["tables"][table.file] = table.records;
+        std::cout << summary.dump(2) << "\n";
+        return;
+    }
+    std::cout << "sample practice in " << request.folder << "\n";
+    for (const WrittenTable& table : tables) {
+        std::cout << "  " << pad_right(table.file, 10) << table.records << "\n";
+    }
+}
+
+}  // namespace
+
+void make_sample(const SampleRequest& request) {
+    refuse_practice(request.folder);
+    make_folders(request.folder);
+    write_settings(request.folder);
+    print_summary(request, write_tables(request));
+}
+
+}  // namespace brenik::tools

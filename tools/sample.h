@@ -1,0 +1,24 @@
+// "sample": an invented practice, the same at every run.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace brenik::tools {
+
+struct SampleRequest {
+    std::string folder;  // made when missing; must not hold a practice yet
+    std::uint32_t contacts = 200;
+    std::uint32_t matters = 120;
+    std::uint32_t events = 300;
+    std::uint32_t notes = 150;
+    bool v14 = false;  // the newer notes table
+    bool json = false;
+};
+
+// Makes the tables, indexes and settings files and writes a summary to standard output; throws
+// ToolError.
+void make_sample(const SampleRequest& request);
+
+}  // namespace brenik::tools

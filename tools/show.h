@@ -1,0 +1,24 @@
+// "show": what a table is, or what some of its records hold.
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace brenik::tools {
+
+struct ShowRequest {
+    std::string folder;
+    std::string table;  // file name or alias
+    std::optional<std::uint32_t> record;
+    std::string order;
+    std::optional<std::string> seek;  // in `order`
+    bool all = false;                 // every record, in `order` where one is named
+    bool json = false;
+};
+
+// Writes to standard output; throws ToolError.
+void show(const ShowRequest& request);
+
+}  // namespace brenik::tools
