@@ -1,0 +1,38 @@
+# What the scripts share; sourced, from anywhere in the tree, by bash with its error options set.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+logs=$root/build/logs
+
+build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev)
+test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl)
+
+# quietly NAME COMMAND...: runs a command, its output in a log that is shown only should it fail.
+quietly() {
+    local log=$logs/$1.log
+    shift
+    mkdir -p "$logs"
+    "$@" >"$log" 2>&1 && return
+    local code=$?
+    printf 'failed: %s\n' "$*" >&2
+    tail -n 60 "$log" >&2
+    printf 'the whole log: %s\n' "$log" >&2
+    return $code
+}
+
+install_packages() {
+    local as_root=()
+    [[ $EUID -eq 0 ]] || as_root=(sudo)
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install --yes --no-install-recommends "$@"
+}
+
+# need PACKAGE...: installs those Debian packages that are not there yet.
+need() {
+    local package missing=()
+    for package; do
+        [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
+            missing+=("$package")
+    done
+    [[ ${#missing[@]} -eq 0 ]] || quietly install install_packages "${missing[@]}"
+}

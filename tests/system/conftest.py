@@ -1,0 +1,290 @@
+"""A practice and a host for every test.
+
+Practices come from the companion tool and are thrown away; hosts are child processes that know the
+library only by its path. A Host answers every call within a time limit or is killed, checks the
+guard bytes of every buffer, and must leave without a word from a sanitizer.
+"""
+
+import concurrent.futures
+import fcntl
+import json
+import os
+import re
+import resource
+import select
+import shutil
+import signal
+import struct
+import subprocess
+import threading
+import time
+from collections import namedtuple
+from pathlib import Path
+
+import judges
+import pytest
+
+CALL_LIMIT = 20          # seconds; only refused locks and opens take more than a moment, about five
+OFD_SETLK = 37           # a lock that belongs to the open file, as the library's own locks do
+SHARING_BYTE = 0x7FFFFFFF
+UNTOUCHED = b'\xEE' * 8
+
+Reply = namedtuple('Reply', 'rc buffer p')
+
+
+class Host:
+    """One host process; its methods are the library's calls."""
+
+    def __init__(self, windows_folder, cwd=None, file_limit=None):
+        def prepare():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            if file_limit is not None:
+                resource.setrlimit(resource.RLIMIT_FSIZE, (file_limit, file_limit))
+
+        environment = dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=str(windows_folder))
+        self.child = subprocess.Popen([os.environ['BRENIK_HOST'], os.environ['BRENIK_LIBRARY']], cwd=cwd,
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                      bufsize=0, preexec_fn=prepare, env=environment)
+        self.answers = b''
+        self.complaints = []
+        self.listener = threading.Thread(target=lambda: self.complaints.extend(self.child.stderr), daemon=True)
+        self.listener.start()
+
+    def call(self, command, *arguments):
+        words = [str(a) if isinstance(a, int) else 'x' + as_bytes(a).hex() for a in arguments]
+        line = memoryview(' '.join([command] + words).encode() + b'\n')
+        try:
+            while line:
+                line = line[self.child.stdin.write(line):]
+        except BrokenPipeError:
+            raise HostGone(command) from None
+        answer = json.loads(self._answer(command))
+        assert answer['guards'], '%s wrote outside its buffer' % command
+        return Reply(answer['rc'], bytes.fromhex(answer['buffer']), answer['p'])
+
+    def _answer(self, command):
+        deadline = time.monotonic() + CALL_LIMIT
+        while b'\n' not in self.answers:
+            ready, _, _ = select.select([self.child.stdout], [], [], max(0, deadline - time.monotonic()))
+            if not ready:
+                self.child.kill()
+                pytest.fail('%s took more than %d seconds' % (command, CALL_LIMIT))
+            piece = os.read(self.child.stdout.fileno(), 1 << 16)
+            if not piece:
+                raise HostGone('%s: host ended, %s' % (command, self.finish()))
+            self.answers += piece
+        answer, _, self.answers = self.answers.partition(b'\n')
+        return answer
+
+    def init(self, practice, trace=0, unused=0):
+        return self.call('init', as_bytes(str(practice)) + b'\0', trace, unused).rc
+
+    def shutdown(self):
+        return self.call('shutdown').rc
+
+    def _start(self, command, table, *arguments):
+        reply = self.call(command, table, *arguments, 0x1234)
+        assert reply.p == table              # whatever the outcome
+        return reply.rc
+
+    def add_start(self, table):
+        return self._start('addstart', table)
+
+    def edit_start(self, table, uid):
+        return self._start('editstart', table, as_bytes(uid) + b'\0')
+
+    def edit_begin(self, table, record):
+        return self._start('editbegin', table, record)
+
+    def set_field(self, table, name, value, record=0):
+        return self.call('setfield', table, record, as_bytes(name) + b'\0', as_bytes(value) + b'\0').rc
+
+    def add_end(self, table, uid=''):
+        """The result and the seven characters handed back."""
+        given = (as_bytes(uid) + b'\0').ljust(8, b'\xEE') + UNTOUCHED
+        rc, buffer, _ = self.call('addend', table, given)
+        wanted = given if rc == 14 else buffer[:7] + b'\0' + given[8:]     # a fault copies nothing back
+        assert buffer == wanted
+        return rc, buffer[:7].decode('latin-1')
+
+    def edit_end(self, table, record=0):
+        return self.call('editend', table, record).rc
+
+    def added(self, table, record):
+        return self.call('added', table, record).rc
+
+    def deleted(self, table, record):
+        return self.call('deleted', table, record).rc
+
+    def get_uid(self, table, key, text='.......'):
+        """The result and the whole buffer, which began with `text`, a NUL and untouched bytes."""
+        return self.call('getuid', table, as_bytes(key) + b'\0', as_bytes(text) + b'\0' + UNTOUCHED)[:2]
+
+    def firm(self, length):
+        """The buffer, primed with blanks; its rule is that of get_uid."""
+        rc, buffer, _ = self.call('firm', b' ' * length + b'\0' + UNTOUCHED)
+        assert rc == 0
+        return buffer
+
+    # -- whole transactions
+    def add(self, table, values, uid=''):
+        assert self.add_start(table) == 0
+        for name, value in values.items():
+            assert self.set_field(table, name, value) == 0, name
+        return self.add_end(table, uid)
+
+    def edit(self, table, record, values):
+        assert self.edit_begin(table, record) == 0
+        for name, value in values.items():
+            assert self.set_field(table, name, value) == 0, name
+        return self.edit_end(table, record)
+
+    def finish(self):
+        try:
+            self.child.stdin.close()
+        except BrokenPipeError:
+            pass
+        rc = self.child.wait(CALL_LIMIT)
+        self.listener.join(CALL_LIMIT)
+        return 'exit code %d\n%s' % (rc, b''.join(self.complaints).decode('latin-1'))
+
+    def close(self):
+        report = self.finish()
+        if self.child.returncode != -signal.SIGKILL:     # those the test itself has killed
+            assert self.child.returncode == 0 and 'Sanitizer' not in report, report
+
+
+class HostGone(Exception):
+    """The host ended in the middle of a call."""
+
+
+class Practice:
+    """A folder of tables that a test may do anything to."""
+
+    def __init__(self, folder):
+        self.folder = folder
+
+    def __str__(self):
+        return str(self.folder)
+
+    def table(self, name):
+        return judges.TableView(self.folder, name)
+
+    def find(self, name):
+        return judges.find(self.folder, name)
+
+    def write(self, name, text):
+        """Makes or replaces a file, found in whatever case it has; INI texts are given as sections."""
+        path = self.folder / name
+        path.parent.mkdir(exist_ok=True)
+        old = [p for p in path.parent.iterdir() if p.name.lower() == path.name.lower()]
+        (old[0] if old else path).write_bytes(as_bytes(text))
+
+    def counter(self, field):
+        return self.table('LAWSYS').rows[0][field]
+
+    def patch(self, name, record, field=None, value=b'*'):
+        """Overwrites a field in place, or, without a field, the deletion mark."""
+        table = self.table(name).table
+        offset, width = (table.by_name[field].offset, table.by_name[field].width) if field else (0, 1)
+        with open(self.find(name + '.dbf'), 'r+b') as file:
+            file.seek(table.header_size + (record - 1) * table.record_size + offset)
+            file.write(value.ljust(width)[:width])
+
+    def journal(self, code, kind, uid):
+        return self.table('LAWTRANS').where(CDB=code, CCODE=kind, U_ID=uid)
+
+    def trace(self):
+        """The trace log as (caller, arguments) pairs; every byte of it must fit the format."""
+        data = Path(self.find('Trace.log')).read_bytes()
+        records, at = [], 0
+        pattern = re.compile(rb'\[([A-Z_]+)\] \([ \d]{5}\) Called from: \r\n((?:>>>.*?<<<\r\n)+)\r\n', re.S)
+        while at < len(data):
+            match = pattern.match(data, at)
+            assert match, data[at:at + 200]
+            arguments = re.findall(rb'>>>(.*?)<<<\r\n', match[2], re.S)
+            records.append((match[1].decode(), [a.decode('latin-1') for a in arguments]))
+            at = match.end()
+        return records
+
+
+class HeldBytes:
+    """A byte range of a file, locked as another workstation would lock it."""
+
+    def __init__(self, path, offset, length=1):
+        self.file = open(path, 'r+b')
+        fcntl.fcntl(self.file, OFD_SETLK, struct.pack('hhqqi4x', fcntl.F_WRLCK, os.SEEK_SET, offset, length, 0))
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.file.close()
+
+
+def as_bytes(text):
+    return text if isinstance(text, bytes) else text.encode('latin-1')
+
+
+def at_once(*tasks):
+    """Runs the tasks in threads of their own; their results, in order."""
+    with concurrent.futures.ThreadPoolExecutor(len(tasks)) as pool:
+        return [future.result() for future in [pool.submit(task) for task in tasks]]
+
+
+@pytest.fixture(scope='session')
+def samples(tmp_path_factory):
+    """Sample practices by the options that they were made with, each made once."""
+    made = {}
+
+    def sample(*options):
+        if options not in made:
+            made[options] = tmp_path_factory.mktemp('sample') / 'practice'
+            subprocess.run([os.environ['BRENIK_TOOL'], 'sample', str(made[options]), '--contacts', '40',
+                            '--matters', '20', '--events', '30', '--notes', '15', *options],
+                           check=True, stdout=subprocess.DEVNULL, timeout=60)
+        return made[options]
+    return sample
+
+
+@pytest.fixture
+def new_practice(samples, tmp_path):
+    def make(name='practice', *options, into=tmp_path):
+        return Practice(shutil.copytree(samples(*options), into / name))
+    return make
+
+
+@pytest.fixture
+def practice(new_practice):
+    return new_practice()
+
+
+@pytest.fixture
+def windows_folder(tmp_path):
+    folder = tmp_path / 'windows'
+    folder.mkdir()
+    return folder
+
+
+@pytest.fixture
+def new_host(windows_folder):
+    hosts = []
+
+    def make(**options):
+        hosts.append(Host(windows_folder, **options))
+        return hosts[-1]
+    yield make
+    for host in hosts:
+        host.close()
+
+
+@pytest.fixture
+def host(new_host):
+    return new_host()
+
+
+@pytest.fixture
+def session(host, practice):
+    """A host that has started on the practice."""
+    assert host.init(practice) == 0
+    return host

@@ -1,0 +1,141 @@
+"""What lies on disk, as readers see it that share no code with the library.
+
+The checker in tests/judge reads records, memos and index entries and lists every disagreement
+between the files of a table; DBD::XBase, in Perl, walks the tags a second time and must come to the
+same order.
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / 'judge'))
+import dbfcheck  # noqa: E402  (its folder is on the path only now)
+
+DIGITS = '0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz'
+
+WALK = r'''use XBase;
+my ($file, @tags) = @ARGV;
+while (my ($tag, $type) = splice @tags, 0, 2) {
+    my $table = XBase->new("$file.dbf") or die XBase->errstr;
+    my $cursor = $table->prepare_select_with_index(["$file.cdx", $tag, $type]) or next;
+    print $tag;
+    while (my @row = $cursor->fetch) { print " ", $cursor->last_fetched + 1 }
+    print "\n";
+}'''
+
+
+class Row(dict):
+    """One record: text without trailing blanks, dates as YYYYMMDD, numbers, logicals, memo bytes."""
+
+    def __init__(self, number, deleted, raw, values):
+        super().__init__(values)
+        self.number, self.deleted, self.raw = number, deleted, raw
+
+
+class TableView:
+    """One table as it lies on disk at this moment."""
+
+    def __init__(self, folder, name):
+        self.path = find(folder, name + '.dbf')
+        self.report, self.table, self.cdx = dbfcheck.check(self.path)
+        memo_path = dbfcheck.sibling_file(self.path, '.fpt')
+        self._memo = dbfcheck.Memo(memo_path, dbfcheck.Report()) if memo_path else None
+        self.fields = [field for field in self.table.fields if not field.system]
+        self.names = [field.name for field in self.fields]
+        self.tags = {tag.name: tag for tag in self.cdx.tags} if self.cdx else {}
+        self.rows = [self._row(number) for number in range(1, self.table.count + 1)]
+
+    def _row(self, number):
+        record = self.table.record(number)
+        raw = {field.name: self._raw(record, field) for field in self.fields}
+        values = {field.name: self._value(record, field, raw[field.name]) for field in self.fields}
+        return Row(number, record[:1] == b'*', raw, values)
+
+    def _raw(self, record, field):
+        raw = record[field.offset:field.offset + field.width]
+        if field.type not in 'MGP' or self._memo is None:
+            return raw
+        block = dbfcheck.u32(raw, 0) if field.width == 4 else int(raw) if raw.strip().isdigit() else 0
+        at = block * self._memo.block
+        if not block or at + 8 > len(self._memo.data):  # the checker has already complained
+            return b''
+        return self._memo.data[at + 8:at + 8 + dbfcheck.be32(self._memo.data, at + 4)]
+
+    def _value(self, record, field, raw):
+        if field.type in 'MGP':
+            return raw
+        value = self.table.value(record, field)
+        if isinstance(value, bytes):
+            return value.rstrip(b' ').decode('latin-1')
+        if isinstance(value, dbfcheck.DateTime):
+            return (value.julian, value.millis) if value.julian else ''
+        return value.dtos().decode().strip() if isinstance(value, dbfcheck.Date) else value
+
+    def where(self, **wanted):
+        return [row for row in self.rows if all(row[name] == value for name, value in wanted.items())]
+
+    def one(self, **wanted):
+        found, = self.where(**wanted)
+        return found
+
+    def lock_position(self, record):
+        if self.table.flags & 1 or self.table.vfp:
+            return 0x7FFFFFFE - record
+        return 0x40000000 + self.table.header_size + (record - 1) * self.table.record_size
+
+
+def find(folder, name):
+    """The file of this name in whatever case it has."""
+    path = dbfcheck.sibling_file(os.path.join(folder, name), os.path.splitext(name)[1])
+    assert path, '%s is not in %s' % (name, folder)
+    return path
+
+
+def assert_sound(folder, *names):
+    """Both judges are content with these tables, or with every table of the folder."""
+    names = names or [p.stem for p in Path(folder).iterdir() if p.suffix.lower() == '.dbf']
+    for name in names:
+        view = TableView(folder, name)
+        assert not view.report.faults, (name, view.report.faults[:5])
+        if view.cdx:
+            assert_same_order(view)
+
+
+def assert_finished(practice, name, acknowledged):
+    """Faults are forgiven that concern only records which no call has acknowledged."""
+    view = TableView(practice.folder, name)
+    known = {row.number for row in view.rows if row['U_ID'] in set(acknowledged)}
+    for fault in view.report.faults:
+        record = re.search(r'record (\d+) (?:is missing|has key|is in the tag|number \d+ out of range)', fault)
+        assert record and int(record[1]) not in known, fault
+
+
+def assert_same_order(view):
+    """The second reader lists live records only and knows nothing of descending tags."""
+    with tempfile.TemporaryDirectory() as folder:
+        for extension in '.dbf', '.cdx', '.fpt':        # it insists on lower case
+            path = dbfcheck.sibling_file(view.path, extension)
+            if path:
+                os.symlink(path, os.path.join(folder, 't' + extension))
+        tags = [word for tag in view.tags.values() for word in (tag.name, 'char' if tag.pad == b' ' else 'num')]
+        done = subprocess.run([os.environ.get('BRENIK_PERL', 'perl'), '-e', WALK, folder + '/t', *tags],
+                              capture_output=True, text=True, timeout=60)
+    walked = {line.split()[0]: [int(n) for n in line.split()[1:]] for line in done.stdout.splitlines()}
+    for tag in view.tags.values():
+        mine = [n for n, _ in tag.entries if not view.rows[n - 1].deleted]
+        if not tag.descending:
+            assert walked.get(tag.name) == mine, 'tag %s of %s %s' % (tag.name, view.path, done.stderr)
+
+
+def identifier(prefix, counter):
+    """The identifier that the counter's value stands for."""
+    text = ''
+    for _ in range(5):
+        counter, digit = divmod(counter, 62)
+        text = DIGITS[digit] + text
+    return prefix + text

@@ -1,0 +1,312 @@
+"""Damaged files, absurd arguments and refusing disks: a documented code in bounded time, nothing else lost.
+
+Each damage is done to a copy of the sample. The library may refuse it at start-up or with a later
+call, or work around it; the host must live, other tables and the records far from the damage must
+stay as they were, and afterwards the same host must work on a sound practice.
+"""
+
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+from conftest import at_once
+from judges import assert_finished, assert_sound
+
+START_CODES = {0, 3, 4, 14}
+CODES = {0, 4, 5, 6, 7, 8, 9, 10, 12, 13, 14, 16, 17, 18, 19}
+TABLES = {1: 'LAW1', 2: 'LAW2', 3: 'LAW3', 4: 'LAWNOTES', 7: 'LAWCODES', 9: 'LAW9', 20: 'LAWTRANS'}
+BATCH = 6                # practices at a time; a refused start-up spends five seconds waiting
+
+
+def put(at, value, size):
+    """Writes a number over the file's bytes at a place, which may be a function of those bytes."""
+    def damage(data):
+        offset = at(data) if callable(at) else at
+        data[offset:offset + size] = value.to_bytes(size, 'little')
+    return damage
+
+
+def cut(length):
+    def damage(data):
+        del data[length(data) if callable(length) else length:]
+    return damage
+
+
+def header(data):
+    return int.from_bytes(data[8:10], 'little')
+
+
+def record_length(data):
+    return int.from_bytes(data[10:12], 'little')
+
+
+def add_to(at, size, change):
+    def damage(data):
+        put(at, int.from_bytes(data[at:at + size], 'little') + change, size)(data)
+    return damage
+
+
+def repeat_first_name(data):
+    data[64:75] = data[32:43]
+
+
+def last_tag(data):
+    """Offset of the header of the last tag that the file holds, found as a reader would."""
+    root = int.from_bytes(data[0:4], 'little')
+    size = data[root + 23]
+    count = int.from_bytes(data[root + 2:root + 4], 'little')
+    return max(int.from_bytes(data[root + 24 + i * size:root + 24 + (i + 1) * size], 'little') & 0xFFFF
+               for i in range(count))
+
+
+def tag_root(data):
+    at = last_tag(data)
+    return int.from_bytes(data[at:at + 4], 'little')
+
+
+def within(place, offset):
+    return lambda data: place(data) + offset
+
+
+def in_every_page(offset, value, size):
+    """Writes a number into every page that looks like a tree page, behind the directory."""
+    def damage(data):
+        for page in range(1536, len(data), 512):
+            if data[page + 1] == 0 and data[page] < 4:
+                put(page + offset, value(page) if callable(value) else value, size)(data)
+    return damage
+
+
+def interior_loop(data):
+    """Makes the root of a tag an interior page whose only child is itself."""
+    root, at = tag_root(data), last_tag(data)
+    length = int.from_bytes(data[at + 12:at + 14], 'little')
+    data[root:root + 4] = b'\1\0\1\0'
+    data[root + 12:root + 20 + length] = b'\xFF' * length + (1).to_bytes(4, 'big') + root.to_bytes(4, 'big')
+
+
+DBF = {
+    'cut to nothing': cut(0), 'cut in the header': cut(20), 'cut in the field list': cut(100),
+    'cut behind the header': cut(header), 'cut in record 1': cut(lambda d: header(d) + 5),
+    'cut in record 30': cut(lambda d: header(d) + 29 * record_length(d) + 7),
+    'record length 0': put(10, 0, 2), 'record length 1': put(10, 1, 2), 'record length 65535': put(10, 65535, 2),
+    'record one longer': add_to(10, 2, 1), 'header length 0': put(8, 0, 2), 'header length 33': put(8, 33, 2),
+    'header length 65535': put(8, 65535, 2), 'header one field shorter': add_to(8, 2, -32),
+    'count huge': put(4, 0xFFFFFFFF, 4), 'count at the sign': put(4, 0x7FFFFFFF, 4), 'count one more': add_to(4, 4, 1),
+    'count one less': add_to(4, 4, -1), 'count 0': put(4, 0, 4), 'field width 0': put(48, 0, 1),
+    'field width 255': put(48, 255, 1), 'version 0': put(0, 0, 1), 'version of another family': put(0, 0x43, 1),
+    'unknown version': put(0, 0xFF, 1), 'field type unknown': put(43, ord('#'), 1), 'name twice': repeat_first_name,
+    'no end of the field list': lambda data: put(header(data) - 1, 65, 1)(data), 'encrypted': put(15, 1, 1),
+}
+CDX = {
+    'cut to nothing': cut(0), 'cut in the header': cut(300), 'cut behind the header': cut(1024),
+    'cut behind the directory': cut(1536), 'cut in a page': cut(lambda data: len(data) - 200),
+    'directory outside': put(0, 0x7FFFFE00, 4), 'directory askew': put(0, 513, 4), 'directory root 0': put(0, 0, 4),
+    'directory key length': put(12, 9999, 2), 'free list outside': put(4, 0x7FFFFE00, 4),
+    'free list in a circle': put(4, 1024, 4), 'root outside': put(last_tag, 0x7FFFFE00, 4),
+    'root askew': put(last_tag, 777, 4), 'root is the header': put(last_tag, 0, 4),
+    'root is the directory': put(last_tag, 1024, 4), 'key length 0': put(within(last_tag, 12), 0, 2),
+    'key length 9999': put(within(last_tag, 12), 9999, 2), 'key length wrong': put(within(last_tag, 12), 12, 2),
+    'options': put(within(last_tag, 14), 0xFF, 1), 'collation': put(within(last_tag, 494), 0x44524F4E, 4),
+    'text lengths': put(within(last_tag, 506), 0xFFFFFFFF, 4), 'expression': put(within(last_tag, 512), 0x28282828, 4),
+    'unknown function': put(within(last_tag, 512), 0x2928585858, 5), 'root is its own child': interior_loop,
+    'own siblings': in_every_page(8, lambda page: page, 4), 'pages in a circle': in_every_page(4, 1024, 4),
+    'siblings outside': in_every_page(8, 0x7FFFFE00, 4), 'too many keys': in_every_page(2, 0xFFFF, 2),
+    'no keys': in_every_page(2, 0, 2), 'entry width 0': in_every_page(23, 0, 1), 'masks': in_every_page(14, 0, 6),
+    'bit widths': in_every_page(20, 0xFFFFFF, 3), 'entries': in_every_page(24, 0xFFFFFFFFFFFF, 6),
+    'free space': in_every_page(12, 0xFFFF, 2), 'garbage': in_every_page(0, int.from_bytes(b'\x5A' * 500, 'big'), 500),
+}
+FPT = {
+    'cut to nothing': cut(0), 'cut in the header': cut(6), 'cut behind the header': cut(512),
+    'block size 0': put(6, 0, 2), 'block size 65535': put(6, 0xFFFF, 2), 'next block 0': put(0, 0, 4),
+    'next block huge': put(0, 0xFFFFFFFF, 4), 'length huge': put(516, 0xFFFFFFFF, 4),
+    'length past the end': put(516, 0x1000, 4), 'type': put(512, 0x77777777, 4),
+}
+
+
+def exercise(host, view, number, contact):
+    """Every kind of call on the table; the results are only required to be documented."""
+    row = view.rows[-1]
+    field = next(f.name for f in view.fields if f.type == 'C' and f.name != 'U_ID')
+    memos = [f.name for f in view.fields if f.type == 'M']
+    results = [host.add_start(3), host.add_end(3, contact)[0]]      # opens the cross-references
+    results += [host.edit_start(number, row.get('U_ID', '')), host.edit_start(number, 'ZZZZZZZ')]
+    for record in (1, len(view.rows)):
+        results += [host.edit_begin(number, record), host.set_field(number, field, 'Edited')]
+        results += [host.set_field(number, memo, 'm' * 3000) for memo in memos] + [host.edit_end(number)]
+    results += [host.add_start(number), host.set_field(number, field, 'Added'), host.add_end(number)[0]]
+    results += [host.added(number, 1), host.deleted(number, 1)]
+    results += [host.get_uid(number, row.get('ID') or row.get('CASENUM') or 'X')[0]]
+    host.firm(100)
+    assert set(results) <= CODES, results
+    return results
+
+
+def survive(host, practice, sound, damaged, extension, damage):
+    """Damages the practice, uses it, and compares it with the sound one of which it is a copy."""
+    number, name = damaged
+    path = Path(practice.find(name + extension))
+    data = bytearray(path.read_bytes())
+    damage(data)
+    path.write_bytes(data)
+    contact = sound.table('LAW1').rows[5]['U_ID']
+    rc = host.init(practice, 1)
+    assert rc in START_CODES
+    if 14 in [rc] + exercise(host, sound.table(name), number, contact):     # such a fault is always explained
+        assert any(name in argument.upper() for _, arguments in practice.trace() for argument in arguments)
+    assert host.shutdown() == 0
+    for other in set(TABLES.values()) - {name, 'LAWTRANS', 'LAWSYS'}:
+        old, new = sound.table(other).rows, practice.table(other)
+        assert [row.raw for row in new.rows[:len(old)]] == [row.raw for row in old], other
+    if extension == '.dbf':                             # records that no call was about
+        after, at = path.read_bytes(), header(data) + 2 * record_length(data)
+        end = min(len(data) - record_length(data), at + 10 * record_length(data))
+        assert after[at:end] == data[at:end]
+    assert host.init(sound) == 0 and host.edit_begin(1, 1) == 0 and host.get_uid(1, 'X')[0] == 19
+
+
+@pytest.mark.parametrize('extension, damages', [('.dbf', DBF), ('.cdx', CDX), ('.fpt', FPT)])
+def test_damaged_files(new_host, new_practice, extension, damages):
+    """The tables take turns; contacts and the system table meet every damage of a table file."""
+    sound = new_practice('sound')
+    present = {p.name.upper() for p in sound.folder.iterdir()}
+    tables = [(number, name) for number, name in TABLES.items() if name + extension.upper() in present]
+    jobs = [(tables[i % len(tables)], *job) for i, job in enumerate(damages.items())]
+    if extension == '.dbf':
+        jobs += [(table, *job) for table in ((1, 'LAW1'), (5, 'LAWSYS')) for job in damages.items()]
+
+    def run(number, table, name, damage):
+        try:
+            survive(new_host(), new_practice('%d %s' % (number, name)), sound, table, extension, damage)
+        except BaseException as error:
+            return '%s, %s: %r' % (table[1] + extension, name, error)
+    results = []
+    for begin in range(0, len(jobs), BATCH):
+        batch = enumerate(jobs[begin:begin + BATCH], begin)
+        results += at_once(*[lambda number=number, job=job: run(number, *job) for number, job in batch])
+    assert not '\n'.join(result for result in results if result)
+
+
+def test_memo_pointer_past_the_end(session, practice):
+    for record, pointer in enumerate((99999999, 1, 0x7FFFFFFF, 0xFFFFFFFF), 1):
+        practice.patch('LAW1', record, 'NOTES', b'%10d' % pointer)
+        practice.patch('LAW3', record, 'NOTES', pointer.to_bytes(4, 'little'))
+        practice.patch('LAWNOTES', record, 'NOTE', (b'rubbish', b'\xFF' * 10, b'-1', b'1 2')[record - 1])
+        for table, field in (1, 'NOTES'), (3, 'NOTES'), (4, 'NOTE'):
+            assert session.edit_begin(table, record) in (0, 14)
+            assert session.edit(table, 6, {field: 'Sound'}) == 0 and session.add(table, {field: 'Added'})[0] == 0
+
+
+@pytest.mark.parametrize('text', [
+    b'x' * 10_000_000, b'[Main]\r\n' * 1_200_000, b'[Main]\n' + b'k=v\n' * 2_500_000, b'\0' * 10_000_000,
+    b'[Main]\nMyFirm=' + b'F' * 10_000_000, b'MyFirm=X\nLinkType=X\nAPITracing=1', b'[', b'[]\n=\n=x\n\xFF\xFE[Main'],
+    ids=['one line', 'sections', 'keys', 'zeros', 'one value', 'no section', 'bracket', 'scraps'])
+def test_settings_files(host, practice, windows_folder, text):
+    for name in ('LAWSYS.INI', 'billing/BOLink.INI'):
+        practice.write(name, text)
+    (windows_folder / 'LawWin.INI').write_bytes(text)
+    assert host.init(practice) == 0
+    assert host.firm(50)[:3] == b' \0 '                  # no firm is found
+    assert host.add(3, {'MATTER': 'Settings'}, practice.table('LAW1').rows[0]['U_ID'])[0] == 0
+
+
+def test_data_paths(new_host, tmp_path):
+    """Nothing that is not a practice is taken for one."""
+    host = new_host(cwd=tmp_path)
+    (tmp_path / 'empty').mkdir()
+    (tmp_path / 'file').write_text('no folder')
+    (tmp_path / 'folders' / 'LAWSYS.dbf').mkdir(parents=True)
+    for path in ('nowhere', 'empty', 'file', 'folders', 'p' * 100000, 'a/' * 50000, '\xFF\x01', '..\\' * 3000, '*?|<>'):
+        assert host.init(path if len(path) > 9 else '%s/%s' % (tmp_path, path), 1) == 1, path[:20]
+        assert host.add_start(1) == 5
+
+
+@pytest.fixture
+def small_disk(tmp_path):
+    """Mounts a memory disk of a given size; without the right to mount there is none."""
+    folder = tmp_path / 'disk'
+    folder.mkdir()
+
+    def mount(options):
+        done = subprocess.run(['mount', '-t', 'tmpfs', '-o', options, 'tmpfs', str(folder)], capture_output=True)
+        if done.returncode:
+            pytest.skip('mounting needs root')
+        return folder
+    yield mount
+    subprocess.run(['umount', '-l', str(folder)], capture_output=True)
+
+
+def test_folder_that_cannot_be_written(host, new_practice, small_disk):
+    folder = small_disk('size=8m')
+    new_practice(into=folder)
+    subprocess.run(['mount', '-o', 'remount,ro', str(folder)], check=True)
+    assert host.init(folder / 'practice', 1) == 3
+    assert host.init(new_practice()) == 0
+
+
+def fill_up(host):
+    """Adds contacts and edits until something is refused; what was acknowledged, and the refusal."""
+    acknowledged = []
+    for number in range(3000):
+        rc, uid = host.add(1, {'LAST': 'Full %04d' % number, 'ID': 'FULL%04d' % number})
+        if rc:
+            return acknowledged, rc
+        acknowledged.append(uid)
+        rc = host.edit(1, 1 + number % 40, {'LAST': 'Edited %04d' % (number * 7919 % 3001)})
+        if rc:
+            return acknowledged, rc
+    pytest.fail('the disk never filled up')
+
+
+def assert_recovered(host, practice, acknowledged):
+    """The same host goes on once there is room again, and what it acknowledged is there."""
+    assert host.add(1, {'LAST': 'Room again'})[0] == 0 and host.edit(1, 2, {'LAST': 'Room again'}) == 0
+    uids = [row['U_ID'] for row in practice.table('LAW1').rows if row['U_ID']]
+    assert set(acknowledged) <= set(uids) and len(set(uids)) == len(uids)
+    assert_finished(practice, 'LAW1', acknowledged)
+    assert host.shutdown() == 0 and host.init(practice) == 0
+    assert [uid for uid in acknowledged if host.edit_start(1, uid)] == []
+
+
+def test_full_disk(host, small_disk, new_practice):
+    folder = small_disk('size=6m')
+    practice, filler = new_practice(into=folder), folder / 'filler'
+    room = os.statvfs(folder)
+    filler.write_bytes(bytes(room.f_bavail * room.f_frsize - 60_000))
+    assert host.init(practice) == 0
+    acknowledged, rc = fill_up(host)
+    assert rc in (9, 14, 17)
+    filler.unlink()
+    assert_recovered(host, practice, acknowledged)
+
+
+@pytest.mark.parametrize('file, room', [('LAW1.dbf', 700), ('LAW1.cdx', 0), ('LAW1.cdx', 512), ('LAW1.cdx', 2048)])
+def test_file_that_cannot_grow(new_host, practice, file, room):
+    """A limit on every file's size, small enough to hit the one that is the largest."""
+    limit = os.path.getsize(practice.find(file)) + room
+    host = new_host(file_limit=limit)
+    assert host.init(practice) in (0, 14)
+    acknowledged, rc = fill_up(host)
+    assert rc in (9, 14, 17)
+    unlimited = new_host()
+    assert unlimited.init(practice) == 0
+    assert_recovered(unlimited, practice, acknowledged)
+
+
+def test_long_texts(session, practice):
+    """100 000 characters as a value of every field, as names, keys and identifiers."""
+    for table, name in TABLES.items():
+        if table in (9, 20):
+            continue
+        fields = [f for f in practice.table(name).fields if f.name != 'U_ID']
+        for text in (b'9' * 100000, b'Long \xE9 ' * 14000, b' ' * 100000):
+            assert session.add_start(table) == 0
+            assert {session.set_field(table, f.name, text) for f in fields} == {0}
+            assert session.add_end(table)[0] in (0, 14, 18)
+            assert session.edit(table, 1, {f.name: text for f in fields if f.type in 'CM'}) == 0
+    long = 'L' * 100000
+    assert session.edit_start(1, long) == 16 and session.get_uid(3, long)[0] == 19
+    assert session.set_field(1, long, long) in (7, 13)
+    assert session.add(1, {'LAST': 'After'})[0] == 0
+    assert_sound(practice.folder)

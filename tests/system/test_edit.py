@@ -1,0 +1,162 @@
+"""Editing records: selection, conversion of texts, change slots in the journal."""
+
+import pytest
+from judges import TableView, assert_sound
+
+
+def slots(view, entry):
+    """{field: its six bytes} of an edit entry's change slots."""
+    data = entry.raw['CDATA']
+    return {name: data[6 * i:6 * i + 6] for i, name in enumerate(view.names)}
+
+
+def changed(view, entry):
+    return {name for name, slot in slots(view, entry).items() if slot != bytes(6)}
+
+
+def test_edit_and_its_journal_entry(session, practice):
+    before = practice.table('LAW1')
+    row, workstation = before.rows[4], practice.counter('MYUDN').encode()
+    uid = row['U_ID']
+    assert session.edit_start(1, uid) == 0
+    assert session.set_field(1, 'last', 'Aardvark', row.number) == 0
+    assert session.set_field(1, 'City', 'Nëw Town') == 0
+    assert session.edit_end(1, row.number) == 0
+    after = practice.table('LAW1')
+    wanted = dict(row, LAST='Aardvark', CITY='Nëw Town')
+    assert [dict(r) for r in after.rows] == [wanted if r.number == row.number else dict(r) for r in before.rows]
+    entry, = practice.journal('01', 'E', uid)
+    assert changed(before, entry) == {'LAST', 'CITY'}
+    assert set(slots(before, entry).values()) == {bytes(6), entry.raw['CDT'] + workstation}
+    first = slots(before, entry)
+    assert session.edit(1, row.number, {'LAST': 'Zymurgy'}) == 0
+    entry, = practice.journal('01', 'E', uid)           # one entry a record, its slots are kept
+    assert changed(before, entry) >= {'LAST', 'CITY'} and slots(before, entry)['LAST'] >= first['LAST']
+    assert_sound(practice.folder)
+
+
+def test_edit_without_a_change(session, practice):
+    """Trailing blanks are no change; a text of another length is, even if the field ends up the same."""
+    row = practice.table('LAW1').rows[1]
+    before = practice.table('LAWTRANS').table.count
+    name = row.raw['LAST'].decode('latin-1')
+    for text in (row['LAST'], row['LAST'] + ' ', name, name + ' ' * 300):
+        assert session.edit(1, row.number, {'LAST': text}) == 0
+    assert practice.table('LAWTRANS').table.count == before
+    assert session.edit(1, row.number, {'LAST': ' ' + row['LAST']}) == 0
+    view = practice.table('LAW1')
+    assert view.rows[1]['LAST'] == ' ' + row['LAST']
+    assert 'LAST' in changed(view, practice.journal('01', 'E', row['U_ID'])[0])
+
+
+def test_selection_by_identifier(session, practice):
+    rows = practice.table('LAW1').rows
+    uids = sorted(row['U_ID'] for row in rows)
+    assert session.edit_start(1, uids[3]) == 0
+    assert [session.edit_start(1, uid) for uid in ('zzzzzzz', uids[3][:6] + '#', 'ZZZZZZZ')] == [16] * 3
+    assert session.edit_start(1, uids[0][:3]) == 0      # the first identifier that begins with it
+    first = min(uid for uid in uids if uid.startswith(uids[0][:3]))
+    assert session.set_field(1, 'FIRST', 'Found') == 0 and session.edit_end(1) == 0
+    assert [row['U_ID'] for row in practice.table('LAW1').where(FIRST='Found')] == [first]
+
+
+def test_selection_by_number(session, practice):
+    count = practice.table('LAW3').table.count
+    codes = {-1: 6, 0: 6, count + 1: 6, 1 << 30: 6, 1: 0, count: 0}
+    assert {record: session.edit_begin(3, record) for record in codes} == codes
+    assert [session.edit_begin(table, 1) for table in (0, 256, 8, 255)] == [5] * 4
+    assert [session.edit_start(table, 'X') for table in (-3, 257, 9)] == [5] * 3
+    practice.patch('LAW3', 2)
+    assert session.edit(3, 2, {'MATTER': 'Deleted, yet editable'}) == 0
+    assert practice.table('LAW3').rows[1].deleted and practice.table('LAW3').rows[1]['MATTER'].startswith('Deleted')
+
+
+def test_refusals_of_set_field_and_edit_end(session, practice):
+    assert session.set_field(20, 'U_ID', 'X') == 6      # the area that start-up left current, but no buffer yet
+    assert session.edit_begin(1, 2) == 0
+    assert session.set_field(3, 'LAST', 'X') == 13 and session.edit_end(3) == 13
+    assert session.set_field(1, 'LAST', 'X', 3) == 6 and session.edit_end(1, 3) == 6
+    for name in ('', 'NOSUCH', 'LA', 'LASTX', 'LAST.', 'X' * 100000):
+        assert session.set_field(1, name, 'X') == 7
+    assert session.set_field(1, 'LAST', 'Two') == 0
+    assert session.added(1, 7) == 0                     # moves the record pointer
+    assert session.set_field(1, 'LAST', 'X', 2) == 6 and session.edit_end(1, 2) == 6
+    assert session.added(3, 1) == 0                     # moves the current area
+    assert session.set_field(1, 'LAST', 'X') == 13 and session.edit_end(1) == 13
+    assert 'Two' not in [row['LAST'] for row in practice.table('LAW1').rows]
+
+
+def test_record_zero_is_the_current_record(session, practice):
+    """An End with record 0 after a move writes the buffer over whatever record is current."""
+    rows = practice.table('LAW1').rows
+    assert session.edit_begin(1, 2) == 0 and session.added(1, 7) == 0 and session.edit_end(1, 0) == 0
+    assert dict(practice.table('LAW1').rows[6]) == dict(rows[1])
+    assert practice.journal('01', 'E', rows[6]['U_ID'])  # under the identifier it had before
+
+
+NUMBERS = {'12': 12, '-3': -3, '  7abc': 7, 'abc': 0, '': 0, '+4': 4, '1e3': 1, '.': 0, '--5': 0}
+LOGICALS = {'Y': True, 'T': True, '1': True, **dict.fromkeys(('y', 'Yes', 'Y ', 'TRUE', '0', 't', ''), False)}
+DATES = {'20031127': '20031127', '11/27/03': '19031127', '02/29/04': '19040229',
+         **dict.fromkeys(('abc', '', '20030229', '13/01/99', '  031127', '2003112', '200311271'), '')}
+
+
+@pytest.mark.parametrize('table, name, field, texts', [
+    (1, 'LAW1', 'BALANCE', dict(NUMBERS, **{'12.345': 12.35, '-.5': -0.5})), (3, 'LAW3', 'PRIORITY', NUMBERS),
+    (3, 'LAW3', 'RATE', dict(NUMBERS, **{'1.2345': 1.2345})), (3, 'LAW3', 'BUDGET', dict(NUMBERS, **{'0.1': 0.1})),
+    (1, 'LAW1', 'ACTIVE', LOGICALS), (1, 'LAW1', 'OPEN', DATES)])
+def test_conversion(session, practice, table, name, field, texts):
+    """Whatever the text, SetField succeeds; what it means follows the field's type."""
+    for text, value in texts.items():
+        assert session.edit(table, 1, {field: text}) == 0
+        assert practice.table(name).rows[0][field] == value, text
+    assert_sound(practice.folder, name)
+
+
+def test_number_too_wide_for_its_field(session, practice):
+    view = practice.table('LAW2')
+    width = next(f.width for f in view.fields if f.name == 'RNO')
+    assert session.edit(2, 1, {'RNO': '9' * (width + 1)}) in (0, 9, 14)
+    assert practice.table('LAW2').rows[0].raw['RNO'] in (b'*' * width, view.rows[0].raw['RNO'])
+    assert session.edit(2, 1, {'RNO': '5'}) == 0
+    assert practice.table('LAW2').rows[0]['RNO'] == 5
+
+
+@pytest.mark.parametrize('table, name, field', [(4, 'LAWNOTES', 'NOTE'), (3, 'LAW3', 'NOTES')])
+def test_memo(session, practice, table, name, field):
+    """Notes of any length and content, written, grown, shrunk and emptied."""
+    others = [row.raw for row in practice.table(name).rows[1:]]
+    for length in (1, 56, 57, 5000, 100000, 63, 0, 700):
+        text = bytes(1 + (i * 7 + length) % 255 for i in range(length))
+        assert session.edit(table, 1, {field: text}) == 0
+        assert practice.table(name).rows[0].raw[field] == text
+    assert [row.raw for row in practice.table(name).rows[1:]] == others
+    assert_sound(practice.folder, name)
+
+
+def test_keys_follow_the_fields(session, practice):
+    """Values and keys move together, over enough records to split pages."""
+    for record in range(1, 41):
+        values = {'LAST': 'Name %03d' % (record * 37 % 41), 'ID': 'KEY%03d' % (record * 29 % 43)}
+        assert session.edit(1, record, values) == 0
+    assert_sound(practice.folder, 'LAW1', 'LAWTRANS')
+    uid = practice.table('LAW1').rows[2]['U_ID']
+    assert session.get_uid(1, practice.table('LAW1').rows[2]['ID']) == (0, uid.encode() + b'\0\0' + b'\xEE' * 7)
+
+
+def test_record_without_identifier(session, practice):
+    """It cannot be journalled: the fields are written and the code says so."""
+    assert session.edit(1, 3, {'U_ID': ''}) == 0
+    before = practice.table('LAWTRANS').table.count
+    assert session.edit(1, 3, {'LAST': 'Anonymous'}) == 9
+    assert practice.table('LAW1').rows[2]['LAST'] == 'Anonymous'
+    assert practice.table('LAWTRANS').table.count == before
+    assert session.edit(1, 4, {'LAST': 'Known'}) == 0
+    assert_sound(practice.folder, 'LAW1')
+
+
+def test_second_end_writes_the_same_again(session, practice):
+    assert session.edit(1, 2, {'LAST': 'Once', 'FIRST': 'Twice'}) == 0
+    copy = TableView(practice.folder, 'LAW1').rows[1]
+    assert session.edit_end(1, 2) == 0 and session.edit_end(1) == 0
+    assert practice.table('LAW1').rows[1].raw == copy.raw
+    assert len(practice.journal('01', 'E', copy['U_ID'])) == 1

@@ -1,0 +1,90 @@
+"""The firm's description and identifiers by code or case number."""
+
+import pytest
+
+UNTOUCHED = b'\xEE' * 8
+ITEMS = ('LABEL1 LAST FIRST ID DEAR DAYPHONE EVEPHONE PHONE3 PHONE4 CLASS ATTORNEY OPEN ACTIVE LABEL1 LABEL2 LABEL3 '
+         'LABEL4 CITY STATE ZIP U_ID EMAIL REFERREDBY').split()
+
+
+def description(row, firm_name=''):
+    items = [row[name] for name in ITEMS]
+    items[12] = 'Y' if row['ACTIVE'] else 'N'
+    items[0] = firm_name or items[0]
+    return ''.join(item.replace('|', '/').strip(' ') + '|' for item in items).encode('latin-1')
+
+
+def primed(text, length):
+    """What a buffer of `length` blanks holds after `text` was copied back."""
+    n = min(len(text), length)
+    buffer = bytearray(b' ' * length + b'\0' + UNTOUCHED)
+    buffer[:n] = text[:n]
+    buffer[n + 1] = 0
+    return bytes(buffer)
+
+
+@pytest.mark.parametrize('setting, shown', [
+    (None, ''), ('', ''), ('Your Name Appears Here', ''), ('YOUR NAME APPEARS HERE, too', ''),
+    ('Smith | Jones  ', 'Smith | Jones'), ('"Doe & Doe"', 'Doe & Doe'), ('Your Name', 'Your Name')])
+def test_firm(session, practice, setting, shown):
+    assert session.edit(1, 5, {'LABEL1': '  Smith & Jones LLP ', 'CITY': ' A | B', 'ZIP': '1|2', 'OPEN': '20240229',
+                               'ACTIVE': 'Y', 'EMAIL': 'a@b.c'}) == 0
+    row = practice.table('LAW1').rows[4]
+    line = '' if setting is None else 'FirmName=%s\n' % setting
+    practice.write('LAWSYS.INI', '[Main]\n%sMyFirm=%s\n' % (line, row['ID']))
+    text = description(row, shown)
+    for length in (0, 1, 10, len(text) - 1, len(text), len(text) + 5, 5000):
+        assert session.firm(length) == primed(text, length)
+
+
+def test_firm_leaves_everything_where_it_was(session, practice):
+    rows = practice.table('LAW1').rows
+    for ini in ('[Main]\nMyFirm=%s\n' % rows[7]['ID'], '[Main]\n', '[Main]\nMyFirm=NOBODY9\n', ''):
+        practice.write('LAWSYS.INI', ini)
+        assert session.edit_begin(1, 3) == 0
+        found = session.firm(400) != primed(b'', 400)
+        assert found == ('%s\n' % rows[7]['ID'] in ini)
+        assert session.edit_end(1, 3) == 0              # same area, same record
+        assert session.add_start(3) == 0 and session.firm(10) and session.add_end(3)[0] == 0
+    assert session.add_start(1) == 0 and session.firm(10) and session.add_end(1)[0] == 0
+
+
+def test_firm_key_is_taken_as_it_is(session, practice):
+    """No change of case, no padding: a shorter key finds the first that begins with it."""
+    assert session.edit(1, 9, {'ID': 'QQFIRM'}) == 0
+    for key, found in (('QQFIRM', True), ('QQFI', True), ('qqfirm', False), ('QQFIRMS', False)):
+        practice.write('LAWSYS.INI', '[Main]\nMyFirm=%s\n' % key)
+        text = description(practice.table('LAW1').rows[8]) if found else b''
+        assert session.firm(1000) == primed(text, 1000)
+
+
+def test_identifier_lookup(session, practice):
+    for table, name, field in ((1, 'LAW1', 'ID'), (3, 'LAW3', 'CASENUM')):
+        view = practice.table(name)
+        row = next(row for row in view.rows if row[field] and len(view.where(**{field: row[field]})) == 1)
+        uid, key, width = row['U_ID'].encode(), row[field], len(row.raw[field])
+        for text in (key, key.lower(), key + ' ', key.ljust(width) + 'and more', key.ljust(width) + 'x' * 100000):
+            assert session.get_uid(table, text) == (0, uid + b'\0\0' + UNTOUCHED[1:])
+        unknown = (' ' + key, key[:-1] + '\x01', '', '   ', '?')
+        assert [session.get_uid(table, text)[0] for text in unknown] == [19] * 5
+    assert [session.get_uid(table, 'X')[0] for table in (0, 2, 4, 7, 20, 255, -1)] == [5] * 7
+
+
+@pytest.mark.parametrize('text', ['', 'abc', 'ABCDEFG', '..........'])
+def test_identifier_buffer(session, practice, text):
+    """The shorter of result and buffer is copied; the NUL goes one past the place one expects."""
+    row = practice.table('LAW1').rows[0]
+    for key, result in ((row['ID'], row['U_ID']), ('NOSUCHKEY', text if len(text) == 7 else ' ' * 7)):
+        n = min(len(result), len(text))
+        wanted = bytearray(text.encode() + b'\0' + UNTOUCHED)
+        wanted[:n] = result.encode()[:n]
+        wanted[n + 1] = 0
+        assert session.get_uid(1, key, text) == ((0 if result == row['U_ID'] else 19), bytes(wanted))
+
+
+def test_lookup_moves_the_current_area(session):
+    assert session.edit_begin(1, 1) == 0
+    assert session.get_uid(3, '')[0] == 19              # refused before it moves
+    assert session.set_field(1, 'LAST', 'Here') == 0
+    session.get_uid(3, 'NOSUCH')
+    assert session.set_field(1, 'LAST', 'Gone') == 13

@@ -1,0 +1,121 @@
+"""Start-up and shut-down: what they look at, in which order, and what they answer."""
+
+import itertools
+import os
+import shutil
+
+import pytest
+from conftest import at_once
+
+
+def test_sessions_come_and_go(host, practice):
+    assert host.init(practice, 0, 12345) == 0
+    assert (host.shutdown(), host.shutdown()) == (0, 15)
+    assert host.init(practice) == 0
+    assert host.init(practice) == 0                     # without a shut-down: the tables are opened again
+    assert host.add(1, {'LAST': 'Twice'})[0] == 0
+    assert (host.shutdown(), host.shutdown()) == (0, 15)
+
+
+def test_before_and_after_a_session(host, practice):
+    """No session is a usage error, answered as with no table open."""
+    def no_table_open():
+        assert [host.add_start(1), host.edit_start(1, 'X'), host.edit_begin(1, 1), host.added(1, 1),
+                host.deleted(1, 1), host.get_uid(1, 'X')[0]] == [5] * 6
+        assert host.set_field(1, 'LAST', 'X') in (6, 13, 14)
+        assert host.edit_end(1) in (6, 13, 14)
+        assert host.add_end(20)[0] in (13, 14, 17)
+        host.firm(10)
+    no_table_open()
+    assert host.init(practice) == 0 and host.shutdown() == 0
+    no_table_open()
+    assert host.init(practice) == 0
+    assert host.edit_begin(1, 1) == 0
+
+
+@pytest.mark.parametrize('form', ['{}', '{}/', '{}\\', '  {}  ', '{}\\.'])
+def test_forms_of_the_path(host, practice, form):
+    assert host.init(form.format(practice), 1) == 0
+    caller, arguments = practice.trace()[0]
+    assert caller == 'STARTUP' and arguments[0] == 'NIL' and arguments[1][-1] in '\\/'
+    assert ' ' not in (arguments[1][0], arguments[1][-2])
+
+
+@pytest.mark.parametrize('path', ['', '   '])
+def test_current_directory_is_the_default(new_host, practice, path):
+    host = new_host(cwd=practice.folder)
+    assert host.init(path) == 0
+    assert host.add(1, {'LAST': 'Here'})[0] == 0
+    assert practice.table('LAW1').where(LAST='Here')
+
+
+def test_file_names_in_any_case(host, practice):
+    for number, file in enumerate(list(practice.folder.iterdir())):
+        file.rename(file.with_name(file.name.upper() if number % 2 else file.name.lower()))
+    assert host.init(practice) == 0
+    assert host.add(3, {'MATTER': 'Any case'}, host.add(1, {'LAST': 'Case'})[1])[0] == 0
+
+
+@pytest.mark.parametrize('missing, rc, message', [
+    ('LAWSYS.dbf', 1, 'Data files are missing.'), ('LAW1.dbf', 1, 'Data files are missing.'),
+    ('LAW1.cdx', 2, 'Index files are missing.'), ('LAW2.cdx', 2, 'Index files are missing.')])
+def test_missing_files(host, practice, missing, rc, message):
+    os.remove(practice.find(missing))
+    practice.write('Trace.Log', 'from an earlier session')
+    assert host.init(practice, 1) == rc
+    assert [arguments[1:] for _, arguments in practice.trace()][1:] == [[message]]
+    assert host.shutdown() == 0
+
+
+def test_tables_that_cannot_be_opened(new_host, new_practice):
+    """Code 4 comes after the five waits of the open and leaves the tables before it open."""
+    def start(name):
+        practice, host = new_practice(name), new_host()
+        os.remove(practice.find(name + '.dbf'))
+        assert host.init(practice, 1) == 4
+        assert len(practice.trace()) == 1               # no line is written for it
+        assert host.add_start(1) == 0
+        assert host.add_start(20) == 5
+        assert host.shutdown() == 0
+    at_once(*[lambda name=name: start(name) for name in ('LAW2', 'LAW3', 'LAWCODES', 'LAWTRANS')])
+
+
+SETTINGS = (None, '', '0', '1', 'yes', '"1"', ' 0 ')
+
+
+@pytest.mark.parametrize('trace, setting', itertools.product((0, 1, -7), SETTINGS))
+def test_tracing_switch(host, practice, windows_folder, trace, setting):
+    practice.write('Trace.Log', 'from an earlier session')
+    if setting is not None:
+        (windows_folder / 'LawWin.INI').write_text('; 1\n[x]\nAPITracing=1\n[main]\napitracing=%s\n' % setting)
+    assert host.init(practice, trace) == 0
+    on = {'1': True, '"1"': True, '0': False, ' 0 ': False}.get(setting, trace != 0)
+    assert bool(practice.trace()) == on                 # the old content is gone in any case
+    assert host.shutdown() == 0
+    if on:
+        assert practice.trace()[-1] == ('SHUTDOWN', ['NIL', 'Databases were closed.'])
+
+
+def test_notes_variant(host, new_practice):
+    """A logical field V14 chooses LAW1Note whatever it holds, and its session is remembered."""
+    old, new = new_practice('old'), new_practice('new', '--v14')
+    for practice, source, copy in (old, 'LAWNOTES', 'LAW1NOTE'), (new, 'LAW1NOTE', 'LAWNOTES'):
+        for extension in '.dbf', '.cdx', '.fpt':
+            shutil.copy(practice.find(source + extension), practice.folder / (copy + extension))
+    new.patch('LAWSYS', 1, 'V14', b'F')
+
+    def note_goes_to(practice):
+        before = {name: practice.table(name).table.count for name in ('LAW1NOTE', 'LAWNOTES')}
+        assert host.init(practice, 1) == 0 and host.add(4, {})[0] == 0 and host.shutdown() == 0
+        return [name for name in before if practice.table(name).table.count > before[name]]
+    assert note_goes_to(old) == ['LAWNOTES']
+    assert note_goes_to(new) == ['LAW1NOTE']
+    assert ['NIL', 'Accessing v14 law1notes.'] in [arguments for _, arguments in new.trace()]
+    assert note_goes_to(old) == ['LAW1NOTE']
+
+
+@pytest.mark.parametrize('text', ['', 'nServerType=2\n', '[Main]\nnServerType=7\nLockType=0\n', '[Main\nLockType=x'])
+def test_settings_that_change_nothing(host, practice, text):
+    practice.write('LAWSYS.INI', text)
+    assert host.init(practice) == 0
+    assert host.add(1, {'LAST': 'Settings'})[0] == 0

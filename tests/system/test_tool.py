@@ -1,0 +1,124 @@
+"""The companion tool: what it prints, what it complains of, and how it ends."""
+
+import json
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+from conftest import SHARING_BYTE, HeldBytes, Practice
+from judges import assert_sound, identifier
+
+CODES = '''\
+{folder}/LAWCodes.DBF: version 03, 26 records of 126 bytes
+fields
+  TYPE        C 10
+  CODE        C 40
+  DETAIL      C 60
+  RATE        N 8.2
+  U_ID        C 7
+tags
+  TYPECODE    TYPE+CODE
+  U_ID        U_ID
+  RATE        RATE
+'''
+
+JOURNAL = '''\
+2024-03-15 10:20:00  edited  Names    A100002
+    DAYPHONE   2024-03-15 10:20:00  by A1
+    CITY       2024-03-15 10:20:00  by A1
+2024-03-15 10:24:00  edited  Names    A100003
+    EMAIL      2024-03-15 10:24:00  by A1
+2024-03-15 10:28:00  edited  Matters  A100001
+    COURT      2024-03-15 10:28:00  by A1
+    BUDGET     2024-03-15 10:28:00  by A1
+    PRIORITY   2024-03-15 10:28:00  by A1
+'''
+
+COUNTED = {'LAW1': 'U_ID1', 'LAW2': 'U_ID2', 'LAW3': 'U_ID3', 'LAWCODES': 'U_ID7', 'LAW9': 'U_ID9'}
+
+
+def brenik(*arguments):
+    """Exit code, standard output and standard error."""
+    done = subprocess.run([os.environ['BRENIK_TOOL'], *map(str, arguments)], capture_output=True, timeout=60)
+    return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+
+def json_lines(*arguments):
+    code, output, complaint = brenik(*arguments, '--json')
+    assert (code, complaint) == (0, '')
+    return [json.loads(line) for line in output.splitlines()]
+
+
+@pytest.mark.parametrize('options, notes', [([], 'LAWNOTES'), (['--v14'], 'LAW1NOTE')])
+def test_sample(new_practice, options, notes):
+    """Sound in every table, its counters stand where the identifiers ended, and always the same."""
+    practice = new_practice('practice', *options)
+    assert_sound(practice.folder)
+    for table, counter in {**COUNTED, notes: 'U_ID4'}.items():
+        assert practice.table(table).rows[-1]['U_ID'] == identifier('A1', int(practice.counter(counter)))
+    assert practice.table('LAW2').rows[-1]['RNO'] == practice.counter('RECORDNO')
+    again = practice.folder.parent / 'again'
+    sizes = ['--contacts', 40, '--matters', 20, '--events', 30, '--notes', 15]
+    assert brenik('sample', again, *sizes, *options)[0] == 0
+    files = [path.relative_to(again) for path in again.rglob('*') if path.is_file()]
+    assert len(files) == 22
+    assert all((practice.folder / name).read_bytes() == (again / name).read_bytes() for name in files)
+
+
+def test_sample_sizes(tmp_path):
+    """The smallest and an uneven practice; one that is there is left alone."""
+    for name, sizes in {'least': [1, 0, 0, 0], 'more': [3000, 1, 700, 2]}.items():
+        options = zip(['--contacts', '--matters', '--events', '--notes'], sizes)
+        summary, = json.loads('[' + brenik('sample', tmp_path / name, '--json', *sum(options, ()))[1] + ']')
+        assert [summary['tables'][table] for table in ('LAW1', 'LAW3', 'LAW2', 'LAWNotes')] == sizes
+        assert_sound(tmp_path / name)
+    before = (tmp_path / 'more' / 'LAW1.DBF').read_bytes()
+    code, output, complaint = brenik('sample', tmp_path / 'more')
+    assert (code, output) == (1, '') and 'holds a practice already' in complaint
+    assert (tmp_path / 'more' / 'LAW1.DBF').read_bytes() == before
+
+
+def test_show(practice):
+    """The description as text; records by number and by key, with the values that lie on disk."""
+    assert brenik('show', practice, 'lawcodes') == (0, CODES.format(folder=practice), '')
+    row = practice.table('LAW3').rows[4]
+    by_number, = json_lines('show', practice, 'LAW3', '--record', 5)
+    expected = {name: row[name] for name in ('U_ID', 'CASENUM', 'MATTER', 'ACTIVE', 'PRIORITY', 'BUDGET', 'RATE')}
+    assert expected.items() <= by_number['fields'].items()
+    assert by_number['fields']['OPEN'].replace('-', '') == row['OPEN'] and not by_number['deleted']
+    for key in (row['CASENUM'].upper(), row['CASENUM'].upper()[:11]):
+        assert json_lines('show', practice, 'Matters', '--order', 'casenumber', '--seek', key) == [by_number]
+    listed = [row['record'] for row in json_lines('show', practice, 'LAW3', '--all', '--order', 'BUDGET')]
+    assert listed == [number for number, _ in practice.table('LAW3').tags['BUDGET'].entries]
+
+
+def test_journal(session, practice):
+    """As text and, after a deletion, as JSON."""
+    assert brenik('journal', practice, '--limit', 3) == (0, JOURNAL, '')
+    practice.patch('LAW1', 7)
+    assert session.deleted(1, 7) == 0
+    *_, entry = json_lines('journal', practice)
+    assert [entry[key] for key in ('kind', 'table', 'u_id', 'workstation')] == ['deleted', 'Names', 'A100007', 'A1']
+
+
+@pytest.mark.parametrize('arguments, code', [
+    ([], 2), (['sing'], 2), (['show', '.'], 2), (['sample', 'x', '--contacts', '0'], 2),
+    (['show', '{}', 'LAW1', '--seek', 'x'], 2), (['show', '{}', 'LAW1', '--order', 'ID'], 2),
+    (['show', '{}', 'LAW1', '--record', '41'], 1), (['show', '{}', 'LAW1', '--record', '0'], 1),
+    (['show', '{}', 'LAW1', '--order', 'ID', '--seek', 'NOBODY'], 1),
+    (['show', '{}', 'LAW1', '--order', 'NONE', '--all'], 1),
+    (['show', '{}', 'LAW8'], 3), (['journal', '{}/billing'], 3), (['sample', '{}/LAW1.DBF'], 3),
+])
+def test_what_goes_wrong(practice, arguments, code):
+    """The exit code tells the kind; the message goes to standard error and nothing to the other."""
+    ended, output, complaint = brenik(*[argument.format(practice) for argument in arguments])
+    assert (ended, output) == (code, '') and complaint
+
+
+def test_locked_and_damaged(practice):
+    with HeldBytes(practice.find('LAW1.dbf'), SHARING_BYTE):
+        assert brenik('show', practice, 'LAW1')[0] == 4
+    Path(practice.find('LAW1.dbf')).write_bytes(b'\x30not a table')
+    ended, output, complaint = brenik('show', practice, 'LAW1')
+    assert (ended, output) == (3, '') and 'LAW1.DBF' in complaint
