@@ -19,7 +19,7 @@
  *         edit:  BrenikEditStart or BrenikEditBegin, BrenikSetField for each field, BrenikEditEnd
  *     Nothing reaches the table before the End. Any other call that names another table in between
  *     makes the End answer BRENIK_NOT_CURRENT. There is one transaction at a time; a second Start
- *     replaces the first.
+ *     replaces the first. A Start that fails begins nothing: do not call its End.
  *
  *  5. Strings end with a NUL, are bytes in the practice's own code page, and must not be null. The
  *     same holds for every pointer: it is used without a test.

@@ -68,7 +68,12 @@ bool CdxTag::Tree::forward(Bytes probe, bool past_equal, IndexEntry& found) {
 bool CdxTag::Tree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
     return read([&] {
         Position position = locate(probe, past_equal);
-        return step_back(position) && answer(position, found);
+        // A removal that was cut short can leave a greater entry in the page before.
+        while (step_back(position)) {
+            const Bytes entry = position.page->entry(position.slot);
+            if (probe.empty() || compare(entry, probe) <= 0) return answer(position, found);
+        }
+        return false;
     });
 }
 
@@ -426,6 +431,9 @@ CdxPage* CdxTag::Tree::left_neighbour(const Path& path, std::size_t depth) {
     for (;; ++level) {
         page = &last_below(*page, limit, path[level].page->offset());
         if (level == depth) return page;
+        if (page->leaf() || page->empty()) {
+            pages_.damaged(page->offset(), "expected leaves at one depth only");
+        }
         page = &child_of(*page, page->count() - 1);
     }
 }
