@@ -44,12 +44,6 @@ std::string WorkAreas::alias(int area) const {
     return found == slots_.end() ? std::string() : found->second.alias;
 }
 
-std::vector<int> WorkAreas::used_areas() const {
-    std::vector<int> areas;
-    for (const auto& entry : slots_) areas.push_back(entry.first);
-    return areas;
-}
-
 void WorkAreas::open(const std::string& path, const std::optional<std::string>& alias,
                      TableSharing sharing) {
     close();

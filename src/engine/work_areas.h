@@ -38,7 +38,6 @@ class WorkAreas {
     bool used(int area) const { return slots_.contains(area); }
     std::string alias() const { return alias(current_); }  // as opened; empty on an empty slot
     std::string alias(int area) const;
-    std::vector<int> used_areas() const;
 
     // Opens a table in the current slot, closing what was there. Without an alias the file's base
     // name in upper case is used. Sets the network error flag; on failure the slot stays empty.
