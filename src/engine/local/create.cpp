@@ -18,8 +18,6 @@ namespace brenik::local {
 namespace {
 
 constexpr Byte kEndOfFile = 0x1A;
-constexpr std::uint64_t kFlagsOffset = 28;
-constexpr std::uint8_t kHasStructuralIndex = 0x01;
 constexpr std::size_t kReadAheadBytes = 1 << 20;
 
 platform::File open_for_creation(const std::string& path) {
@@ -108,15 +106,6 @@ void refuse_duplicates(const TagPlan& plan, const std::vector<IndexEntry>& entri
                           std::to_string((twin + 1)->record) + " have the same key");
 }
 
-void mark_as_indexed(const std::string& path, std::uint8_t flags) {
-    platform::File file = platform::File::open(path, platform::OpenMode::kWriteOnly);
-    if (!file.is_open()) {
-        throw EngineFault(FaultCode::kInputOutput, "create index", path + ": cannot be written");
-    }
-    const Byte marked = flags | kHasStructuralIndex;
-    file.write_at(kFlagsOffset, {&marked, 1});
-}
-
 }  // namespace
 
 void create_table(const std::string& path, TableLayout layout) {
@@ -149,7 +138,7 @@ void create_index(const std::string& path, const std::vector<TagDefinition>& tag
         if (plan.description.candidate) refuse_duplicates(plan, entries, index_name);
         index->add_tag(plan.description, entries);
     }
-    mark_as_indexed(table->path(), table->layout().flags);
+    table->mark_as_indexed();
 }
 
 }  // namespace brenik::local

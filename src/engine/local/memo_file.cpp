@@ -69,7 +69,7 @@ std::string MemoFile::read(std::uint32_t block) const {
     if (block == 0) return {};
     const std::uint64_t offset = std::uint64_t{block} * block_size_;
     if (kind_ == Kind::kGeneration3) return read_generation3(offset);
-    std::string text(data_length(offset), '\0');
+    std::string text(static_cast<std::size_t>(data_length(offset)), '\0');
     const std::span<Byte> buffer{reinterpret_cast<Byte*>(text.data()), text.size()};
     if (file_.read_at(offset + kBlockHeaderSize, buffer) != text.size()) {
         damaged(offset, "a memo that ends past the file");
@@ -125,7 +125,7 @@ std::uint32_t MemoFile::write(std::uint32_t old_block, std::string_view text, bo
     const bool fits_in_place =
         old_block != 0 && blocks <= blocks_for(data_length(std::uint64_t{old_block} * block_size_));
     const std::uint32_t block = fits_in_place ? old_block : allocate(blocks);
-    std::vector<Byte> bytes(blocks * block_size_, 0);
+    std::vector<Byte> bytes(static_cast<std::size_t>(blocks * block_size_), 0);
     store_be32(bytes.data(), binary ? kBinaryBlock : kTextBlock);
     store_be32(bytes.data() + 4, static_cast<std::uint32_t>(text.size()));
     std::copy(text.begin(), text.end(), bytes.begin() + kBlockHeaderSize);

@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::uint64_t kDateOffset = 1;  // year, month, day, then the count
 constexpr std::uint64_t kCountOffset = 4;
+constexpr std::uint64_t kFlagsOffset = 28;
+constexpr Byte kHasStructuralIndex = 0x01;
 constexpr std::size_t kLargestHeader = 65535;
 constexpr std::size_t kAutoincrementNext = 19;  // within a field descriptor
 constexpr std::size_t kAutoincrementStep = 23;
@@ -111,6 +113,11 @@ RecordNumber TableFile::append_locked(MutableBytes bytes) {
     file_.write_at(kDateOffset, date_and_count);
     known_count_ = record;
     return record;
+}
+
+void TableFile::mark_as_indexed() {
+    const Byte marked = layout_.flags | kHasStructuralIndex;
+    file_.write_at(kFlagsOffset, {&marked, 1});
 }
 
 void TableFile::assign_autoincrement(MutableBytes bytes) {

@@ -39,6 +39,8 @@ class TableFile {
     // else's. Fills in autoincrement columns of `bytes`.
     RecordNumber append(MutableBytes bytes);
     void sync() { file_.sync(); }
+    // Sets the header's mark of a table that is opened with its index.
+    void mark_as_indexed();
 
     // Locks are tried once.
     bool lock(RecordNumber record);
