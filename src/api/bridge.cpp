@@ -1,4 +1,4 @@
-// Argument order, copy-back rules and the barrier.
+// Argument order, copy-back rules, the barrier, and the host's state that stays as it was found.
 
 #include "api/bridge.h"
 
@@ -10,6 +10,7 @@
 
 #include "BrenikDB/codes.h"
 #include "fwp/trace_log.h"
+#include "platform/host_state.h"
 #include "util/runtime.h"
 
 namespace brenik {
@@ -42,6 +43,7 @@ void copy_within(const Value& result, char* buffer, std::size_t room) {
 
 template <class Call>
 Bridge::Code Bridge::guarded(std::string_view operation, Call call) const noexcept {
+    const platform::HostState host_state;
     try {
         return call();
     } catch (const std::exception& fault) {

@@ -3,8 +3,9 @@
 // Paths are given in the library's own form (backslashes or slashes, any case); this layer turns
 // them into the system's form and, on case-sensitive systems, finds a file whatever the case of its
 // name. Every open takes part in sharing: a shared open excludes exclusive opens by any process and
-// an exclusive one excludes all others, as deny-all opens do on Windows. Where the system has no
-// share modes, the opens hold a lock on one byte that no table uses (kSharingByte).
+// an exclusive one excludes all others, as deny-all opens do on Windows. Besides the share modes of
+// systems that have them, the opens hold a lock on one byte that no table uses (kSharingByte), so
+// that programs of different systems exclude each other too.
 //
 // Byte-range locks belong to the File they were made through: two Files of one process exclude
 // each other exactly as two processes do.
@@ -73,7 +74,7 @@ class File {
 
     bool is_open() const { return handle_ != kNoHandle; }
     OpenFailure failure() const { return failure_; }
-    // The path as it was found on disk.
+    // The path in the system's form.
     const std::string& path() const { return path_; }
     void close() noexcept;
 
@@ -105,8 +106,11 @@ class File {
 // True when a plain file of that name exists, whatever the case of its name.
 bool file_exists(const std::string& path);
 
-// The system's form of a library path: separators turned, every existing component in the case in
-// which it lies on disk; a component that does not exist stays as given.
+// The system's form of a library path: separators turned and, on case-sensitive systems, every
+// existing component in the case in which it lies on disk; one that does not exist stays as given.
 std::string system_path(const std::string& path);
+
+// True when both system paths name the same place.
+bool is_same_path(const std::string& a, const std::string& b);
 
 }  // namespace brenik::platform

@@ -6,15 +6,16 @@
 
 namespace brenik::platform {
 
-// The current drive's letter; "\" on systems without drives.
+// The current drive's letter; "\" on systems without drives, and where the current directory lies
+// on a network share.
 std::string current_drive();
 
 // The current directory without drive and without leading separator, in the library's form
-// (backslashes); empty at the root.
+// (backslashes); empty at the root. On a network share one separator is left at the front.
 std::string current_directory();
 
-// The folder of the workstation's settings, without a trailing separator: the Windows folder; on
-// other systems $BRENIK_WINDIR, else ".brenik" in the home folder.
+// The folder of the workstation's settings, without a trailing separator: $BRENIK_WINDIR, else the
+// Windows folder, on other systems ".brenik" in the home folder.
 std::string windows_folder();
 
 }  // namespace brenik::platform

@@ -1,9 +1,10 @@
 // What the person at the workstation sees and hears: the one door for notices, boxes and beeps.
 //
 // Windows builds show real windows, other builds write to standard error. The environment variable
-// BRENIK_UI overrides it: "stderr" writes there, "none" shows nothing, "gui" wants windows. Silent
-// or not, the self-closing notice always takes its full time, because it is the wait between two
-// tries for a lock.
+// BRENIK_UI overrides it: "stderr" writes there, "none" shows nothing, "gui" wants windows. A
+// process whose desktop nobody sees, such as a service, has no windows either way: nobody could
+// dismiss its boxes. Silent or not, the self-closing notice always takes its full time, because it
+// is the wait between two tries for a lock; the host's windows are kept painted meanwhile.
 
 #pragma once
 

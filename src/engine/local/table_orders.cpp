@@ -155,7 +155,7 @@ void TableOrders::attach_bag(const Bag& bag) {
 
 const TableOrders::Bag* TableOrders::find_bag(const std::string& path) const {
     for (const Bag& bag : bags_) {
-        if (bag.file->path() == path) return &bag;
+        if (platform::is_same_path(bag.file->path(), path)) return &bag;
     }
     return nullptr;
 }

@@ -334,4 +334,6 @@ std::string system_path(const std::string& path) {
     return found_path(turned);
 }
 
+bool is_same_path(const std::string& a, const std::string& b) { return a == b; }
+
 }  // namespace brenik::platform

@@ -1,0 +1,39 @@
+// Local date and time of day, which Windows keeps ready.
+
+#include "platform/clock.h"
+
+#include <windows.h>
+
+namespace brenik::platform {
+
+namespace {
+
+class SystemClock : public Clock {
+  public:
+    LocalDay today() override {
+        const SYSTEMTIME now = read();
+        return {now.wYear, now.wMonth, now.wDay};
+    }
+
+    double seconds() override {
+        const SYSTEMTIME now = read();
+        return (now.wHour * 60 + now.wMinute) * 60 + now.wSecond +
+               static_cast<double>(now.wMilliseconds / 10) / 100;
+    }
+
+  private:
+    static SYSTEMTIME read() {
+        SYSTEMTIME now;
+        GetLocalTime(&now);
+        return now;
+    }
+};
+
+}  // namespace
+
+Clock& system_clock() {
+    static SystemClock clock;
+    return clock;
+}
+
+}  // namespace brenik::platform

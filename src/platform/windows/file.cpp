@@ -1,0 +1,322 @@
+// Files on Windows, which other systems may share with us.
+//
+// Sharing is the share mode of the open. A lock on kSharingByte says the same to programs on other
+// systems that reach the file by another way than our server's share modes; where there are none it
+// costs one lock. Byte-range locks belong to the handle, hence to one File. Locked bytes cannot be
+// read or written through other handles here: all locks of the library lie beyond the data.
+
+#include "platform/file.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "platform/windows/system_text.h"
+
+namespace brenik::platform {
+
+namespace {
+
+constexpr std::uint64_t kLargestOffset = std::numeric_limits<std::int64_t>::max();
+
+HANDLE system_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
+bool takes_part_in_sharing(OpenMode mode) {
+    return mode != OpenMode::kWriteOnly && mode != OpenMode::kAppend;
+}
+
+DWORD access_of(OpenMode mode, Sharing sharing) {
+    switch (mode) {
+        case OpenMode::kReadOnly:
+            // Other systems grant an exclusive lock on the sharing byte only where writing is
+            // allowed.
+            return sharing == Sharing::kExclusive ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
+        case OpenMode::kReadWrite:
+        case OpenMode::kCreate:
+            return GENERIC_READ | GENERIC_WRITE;
+        case OpenMode::kWriteOnly:
+            return GENERIC_WRITE;
+        case OpenMode::kAppend:
+            return FILE_APPEND_DATA | SYNCHRONIZE;  // without FILE_WRITE_DATA offsets do not count
+    }
+    return GENERIC_READ;
+}
+
+DWORD share_mode(OpenMode mode, Sharing sharing) {
+    if (!takes_part_in_sharing(mode)) return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return sharing == Sharing::kExclusive ? 0 : FILE_SHARE_READ | FILE_SHARE_WRITE;
+}
+
+bool makes_missing_files(OpenMode mode) {
+    return mode == OpenMode::kAppend || mode == OpenMode::kCreate;
+}
+
+OpenFailure failure_of(DWORD system_code) {
+    switch (system_code) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_INVALID_DRIVE:
+        case ERROR_BAD_NETPATH:
+        case ERROR_BAD_NET_NAME:
+        case ERROR_INVALID_NAME:
+        case ERROR_BAD_PATHNAME:
+        case ERROR_FILENAME_EXCED_RANGE:
+        case ERROR_DIRECTORY:
+        case ERROR_CANT_RESOLVE_FILENAME:
+            return OpenFailure::kMissing;
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_LOCK_VIOLATION:
+            return OpenFailure::kSharing;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_WRITE_PROTECT:
+        case ERROR_NETWORK_ACCESS_DENIED:
+            return OpenFailure::kDenied;
+        default:
+            return OpenFailure::kSystem;
+    }
+}
+
+// Where an operation takes place, in the form that the system wants.
+OVERLAPPED place_at(std::uint64_t offset) {
+    OVERLAPPED place = {};
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    return place;
+}
+
+DWORD low_half(std::uint64_t number) { return static_cast<DWORD>(number); }
+DWORD high_half(std::uint64_t number) { return static_cast<DWORD>(number >> 32); }
+
+// 0, or the system's error number.
+DWORD set_lock(HANDLE handle, std::uint64_t offset, std::uint64_t length, LockKind kind) {
+    if (offset > kLargestOffset || length > kLargestOffset - offset) {
+        return ERROR_ARITHMETIC_OVERFLOW;
+    }
+    const DWORD exclusive = kind == LockKind::kExclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0;
+    OVERLAPPED place = place_at(offset);
+    const BOOL locked = LockFileEx(handle, LOCKFILE_FAIL_IMMEDIATELY | exclusive, 0,
+                                   low_half(length), high_half(length), &place);
+    return locked ? 0 : GetLastError();
+}
+
+bool is_conflict(DWORD system_code) {
+    return system_code == ERROR_LOCK_VIOLATION || system_code == ERROR_IO_PENDING;
+}
+
+// The read-only attribute counts for everybody, whatever else the system would let the user do.
+OpenFailure check_plain_file(HANDLE handle, DWORD access) {
+    if (GetFileType(handle) != FILE_TYPE_DISK) return OpenFailure::kDenied;
+    BY_HANDLE_FILE_INFORMATION facts;
+    if (!GetFileInformationByHandle(handle, &facts)) return OpenFailure::kSystem;
+    const bool writing = access != GENERIC_READ;
+    const bool read_only = (facts.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
+}
+
+OpenFailure share(HANDLE handle, Sharing sharing) {
+    const LockKind kind = sharing == Sharing::kExclusive ? LockKind::kExclusive : LockKind::kShared;
+    const DWORD code = set_lock(handle, kSharingByte, 1, kind);
+    if (code == 0) return OpenFailure::kNone;
+    return is_conflict(code) ? OpenFailure::kSharing : OpenFailure::kSystem;
+}
+
+// 0, or the system's error number.
+DWORD set_size(HANDLE handle, std::uint64_t size) {
+    FILE_END_OF_FILE_INFO end = {};
+    end.EndOfFile.QuadPart = static_cast<std::int64_t>(size);
+    return SetFileInformationByHandle(handle, FileEndOfFileInfo, &end, sizeof end) ? 0
+                                                                                   : GetLastError();
+}
+
+void check_offset(std::uint64_t offset, std::uint64_t length, const char* operation,
+                  const std::string& path) {
+    if (offset > kLargestOffset || length > kLargestOffset - offset) {
+        throw FileError(operation, path, offset, ERROR_ARITHMETIC_OVERFLOW);
+    }
+}
+
+[[noreturn]] void fail(const char* operation, const std::string& path, std::uint64_t offset) {
+    throw FileError(operation, path, offset, static_cast<int>(GetLastError()));
+}
+
+// The most that one call moves: its count has 32 bits, and network drives dislike large ones.
+DWORD one_transfer(std::size_t wanted) {
+    constexpr std::size_t kMost = 16 * 1024 * 1024;
+    return static_cast<DWORD>(std::min(wanted, kMost));
+}
+
+// In English everywhere, as all our messages are; the number alone where Windows has no English.
+std::string reason(int system_code) {
+    wchar_t text[256] = {};
+    const DWORD length = FormatMessageW(
+        FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
+        nullptr, static_cast<DWORD>(system_code), MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US),
+        text, static_cast<DWORD>(std::size(text)), nullptr);
+    std::string words = narrow_text({text, length});
+    words.resize(words.find_last_not_of(". \r\n") + 1);
+    const std::string number = "system error " + std::to_string(system_code);
+    return words.empty() ? number : words + " (" + number + ")";
+}
+
+}  // namespace
+
+FileError::FileError(const std::string& operation, const std::string& path, std::uint64_t offset,
+                     int system_code)
+    : EngineFault(FaultCode::kInputOutput, operation,
+                  path + ": " + operation + " at offset " + std::to_string(offset) +
+                      " failed: " + reason(system_code)),
+      path_(path),
+      offset_(offset),
+      system_code_(system_code) {}
+
+File::File(File&& other) noexcept
+    : handle_(std::exchange(other.handle_, kNoHandle)),
+      failure_(other.failure_),
+      path_(std::move(other.path_)) {}
+
+File& File::operator=(File&& other) noexcept {
+    if (this == &other) return *this;
+    close();
+    handle_ = std::exchange(other.handle_, kNoHandle);
+    failure_ = other.failure_;
+    path_ = std::move(other.path_);
+    return *this;
+}
+
+File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
+    File file;
+    file.path_ = system_path(path);
+    file.failure_ = OpenFailure::kMissing;
+    const auto full = full_path(file.path_);
+    if (!full) return file;
+
+    const DWORD access = access_of(mode, sharing);
+    const HANDLE handle =
+        CreateFileW(full->c_str(), access, share_mode(mode, sharing), nullptr,
+                    makes_missing_files(mode) ? OPEN_ALWAYS : OPEN_EXISTING,
+                    FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        file.failure_ = failure_of(GetLastError());
+        return file;
+    }
+    file.handle_ = reinterpret_cast<std::intptr_t>(handle);
+    file.failure_ = check_plain_file(handle, access);
+    if (file.failure_ == OpenFailure::kNone && takes_part_in_sharing(mode)) {
+        file.failure_ = share(handle, sharing);
+    }
+    // Emptied only once no other open excludes ours.
+    if (file.failure_ == OpenFailure::kNone && mode == OpenMode::kCreate) {
+        const DWORD code = set_size(handle, 0);
+        if (code != 0) file.failure_ = failure_of(code);
+    }
+    if (file.failure_ != OpenFailure::kNone) file.close();
+    return file;
+}
+
+void File::close() noexcept {
+    if (is_open()) CloseHandle(system_handle(std::exchange(handle_, kNoHandle)));
+}
+
+std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
+    check_offset(offset, buffer.size(), "read", path_);
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        OVERLAPPED place = place_at(offset + done);
+        DWORD count = 0;
+        if (!ReadFile(system_handle(handle_), buffer.data() + done,
+                      one_transfer(buffer.size() - done), &count, &place)) {
+            if (GetLastError() == ERROR_HANDLE_EOF) break;
+            fail("read", path_, offset + done);
+        }
+        if (count == 0) break;
+        done += count;
+    }
+    return done;
+}
+
+void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
+    check_offset(offset, bytes.size(), "write", path_);
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        OVERLAPPED place = place_at(offset + done);
+        DWORD count = 0;
+        if (!WriteFile(system_handle(handle_), bytes.data() + done,
+                       one_transfer(bytes.size() - done), &count, &place)) {
+            fail("write", path_, offset + done);
+        }
+        if (count == 0) throw FileError("write", path_, offset + done, ERROR_DISK_FULL);
+        done += count;
+    }
+}
+
+std::uint64_t File::size() const {
+    LARGE_INTEGER size = {};
+    if (!GetFileSizeEx(system_handle(handle_), &size)) fail("size", path_, 0);
+    return static_cast<std::uint64_t>(size.QuadPart);
+}
+
+void File::resize(std::uint64_t size) {
+    check_offset(size, 0, "resize", path_);
+    const DWORD code = set_size(system_handle(handle_), size);
+    if (code != 0) throw FileError("resize", path_, size, static_cast<int>(code));
+}
+
+void File::sync() {
+    if (!FlushFileBuffers(system_handle(handle_))) fail("sync", path_, 0);
+}
+
+bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
+    if (length == 0) return true;
+    const DWORD code = set_lock(system_handle(handle_), offset, length, kind);
+    if (code != 0 && !is_conflict(code)) {
+        throw FileError("lock", path_, offset, static_cast<int>(code));
+    }
+    return code == 0;
+}
+
+// The scheduler decides how long a pause is, a millisecond or more; the first ones merely give the
+// processor away.
+bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind, int timeout_ms) {
+    constexpr int kTriesWithoutPause = 4;
+    constexpr int kTriesWithoutSleep = 16;
+
+    const ULONGLONG start = GetTickCount64();
+    for (int tries = 1;; ++tries) {
+        if (try_lock(offset, length, kind)) return true;
+        if (tries < kTriesWithoutPause) continue;
+        if (GetTickCount64() - start >= static_cast<ULONGLONG>(std::max(timeout_ms, 0))) {
+            return false;
+        }
+        Sleep(tries < kTriesWithoutSleep ? 0 : 1);
+    }
+}
+
+void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
+    if (!is_open() || length == 0) return;
+    OVERLAPPED place = place_at(offset);
+    UnlockFileEx(system_handle(handle_), 0, low_half(length), high_half(length), &place);
+}
+
+bool file_exists(const std::string& path) {
+    const auto full = full_path(path);
+    if (!full) return false;
+    const DWORD attributes = GetFileAttributesW(full->c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+std::string system_path(const std::string& path) {
+    std::string turned = path;
+    std::replace(turned.begin(), turned.end(), '/', '\\');
+    return turned;
+}
+
+bool is_same_path(const std::string& a, const std::string& b) {
+    const auto full_a = full_path(a);
+    const auto full_b = full_path(b);
+    return full_a && full_b &&
+           CompareStringOrdinal(full_a->c_str(), -1, full_b->c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
+}  // namespace brenik::platform

@@ -1,0 +1,51 @@
+// Where the process stands and where Windows keeps a workstation's settings.
+//
+// A current directory on a network share has no drive letter: its drive is "\" and its name begins
+// with the second of the two separators, so that the two together are the folder again.
+
+#include "platform/folders.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "platform/windows/system_text.h"
+
+namespace brenik::platform {
+
+namespace {
+
+std::string current_folder() {
+    std::wstring folder(GetCurrentDirectoryW(0, nullptr), L'\0');
+    folder.resize(GetCurrentDirectoryW(static_cast<DWORD>(folder.size()), folder.data()));
+    return narrow_text(folder);
+}
+
+std::string without_last_separators(const std::string& folder) {
+    return folder.substr(0, folder.find_last_not_of("/\\") + 1);
+}
+
+bool has_drive(const std::string& folder) { return folder.size() >= 2 && folder[1] == ':'; }
+
+}  // namespace
+
+std::string current_drive() {
+    const std::string folder = current_folder();
+    return has_drive(folder) ? folder.substr(0, 1) : "\\";
+}
+
+std::string current_directory() {
+    const std::string folder = without_last_separators(current_folder());
+    const std::size_t skipped = has_drive(folder) ? 3 : 1;
+    return folder.substr(std::min(skipped, folder.size()));
+}
+
+std::string windows_folder() {
+    const std::string chosen = environment_variable(L"BRENIK_WINDIR");
+    if (!chosen.empty()) return without_last_separators(chosen);
+    wchar_t folder[MAX_PATH] = {};
+    GetWindowsDirectoryW(folder, MAX_PATH);
+    return without_last_separators(narrow_text(folder));
+}
+
+}  // namespace brenik::platform

@@ -1,0 +1,42 @@
+// Windows' own reader of private profiles.
+//
+// It is given a full path always: a bare name would be looked for in the Windows folder.
+
+#include "platform/profile.h"
+
+#include <windows.h>
+
+#include "platform/windows/system_text.h"
+
+namespace brenik::platform {
+
+namespace {
+
+// A default that no line of a text file can hold, because it cannot be told from a value otherwise.
+constexpr const wchar_t* kAbsent = L"\n";
+
+constexpr std::size_t kFirstRoom = 256;
+constexpr std::size_t kMostRoom = 64 * 1024 * 1024;
+
+}  // namespace
+
+std::string profile_string(const std::string& section, const std::string& key,
+                           const std::string& fallback, const std::string& path) {
+    const auto file = full_path(path);
+    const auto wide_section = wide_text(section);
+    const auto wide_key = wide_text(key);
+    if (!file || !wide_section || !wide_key) return fallback;
+
+    std::wstring value(kFirstRoom, L'\0');
+    DWORD length = 0;
+    for (;; value.resize(value.size() * 2)) {
+        const auto room = static_cast<DWORD>(value.size());
+        length = GetPrivateProfileStringW(wide_section->c_str(), wide_key->c_str(), kAbsent,
+                                          value.data(), room, file->c_str());
+        if (length + 1 < room || value.size() >= kMostRoom) break;  // else it may have been cut
+    }
+    value.resize(length);
+    return value == kAbsent ? fallback : narrow_text(value);
+}
+
+}  // namespace brenik::platform

@@ -1,0 +1,92 @@
+// Conversions by the system, twice each: for the length and for the text.
+
+#include "platform/windows/system_text.h"
+
+#include <windows.h>
+
+#include <limits>
+
+namespace brenik::platform {
+
+namespace {
+
+// Where the shorter form ends: folders stop before files do, to leave room for an 8.3 name.
+constexpr std::size_t kLongestPlainPath = MAX_PATH - 13;
+
+constexpr std::wstring_view kUncPrefix = L"\\\\";
+constexpr std::wstring_view kUnlimited = L"\\\\?\\";
+constexpr std::wstring_view kUnlimitedUnc = L"\\\\?\\UNC\\";
+constexpr std::wstring_view kDevices = L"\\\\.\\";
+
+// The paths that the system can be given at all end long before this.
+constexpr std::size_t kLongestText = 32'767;
+
+// The text that `get(buffer, room)` writes. It answers the length without the terminator or, when
+// the room is too small, the room needed with it; 0 for a failure.
+template <class Get>
+std::wstring text_from(Get get) {
+    std::wstring text(MAX_PATH, L'\0');
+    DWORD length = get(text.data(), static_cast<DWORD>(text.size()));
+    while (length >= text.size()) {
+        text.resize(length + std::size_t{1});
+        length = get(text.data(), static_cast<DWORD>(text.size()));
+    }
+    text.resize(length);
+    return text;
+}
+
+bool begins_with(std::wstring_view text, std::wstring_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+std::wstring in_unlimited_form(const std::wstring& path) {
+    if (begins_with(path, kUnlimited) || begins_with(path, kDevices)) return path;
+    if (begins_with(path, kUncPrefix)) {
+        return std::wstring(kUnlimitedUnc) + path.substr(kUncPrefix.size());
+    }
+    return std::wstring(kUnlimited) + path;
+}
+
+}  // namespace
+
+std::optional<std::wstring> wide_text(std::string_view text) {
+    if (text.empty()) return std::wstring();
+    if (text.size() > std::numeric_limits<int>::max()) return std::nullopt;
+    const int size = static_cast<int>(text.size());
+    const int length =
+        MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text.data(), size, nullptr, 0);
+    if (length <= 0) return std::nullopt;
+    std::wstring wide(static_cast<std::size_t>(length), L'\0');
+    MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text.data(), size, wide.data(), length);
+    return wide;
+}
+
+std::string narrow_text(std::wstring_view text) {
+    if (text.empty() || text.size() > std::numeric_limits<int>::max()) return {};
+    const int size = static_cast<int>(text.size());
+    const int length =
+        WideCharToMultiByte(CP_ACP, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+    if (length <= 0) return {};
+    std::string narrow(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(CP_ACP, 0, text.data(), size, narrow.data(), length, nullptr, nullptr);
+    return narrow;
+}
+
+std::optional<std::wstring> full_path(const std::string& path) {
+    if (path.empty() || path.size() > kLongestText) return std::nullopt;
+    if (path.find('\0') != std::string::npos) return std::nullopt;
+    const std::optional<std::wstring> given = wide_text(path);
+    if (!given) return std::nullopt;
+    const std::wstring full = text_from([&](wchar_t* buffer, DWORD room) {
+        return GetFullPathNameW(given->c_str(), room, buffer, nullptr);
+    });
+    if (full.empty()) return std::nullopt;
+    return full.size() > kLongestPlainPath ? in_unlimited_form(full) : full;
+}
+
+std::string environment_variable(const wchar_t* name) {
+    return narrow_text(text_from(
+        [&](wchar_t* buffer, DWORD room) { return GetEnvironmentVariableW(name, buffer, room); }));
+}
+
+}  // namespace brenik::platform

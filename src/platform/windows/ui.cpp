@@ -1,0 +1,203 @@
+// Windows' boxes, and the self-closing notice.
+//
+// While a notice is up the host's thread is here and not in its own message loop. So the notice's
+// wait paints the host's windows and answers what other threads send to them, and nothing else:
+// keys, clicks, timers and posted messages stay in the queue until the call is over, because the
+// host's code behind them might call the library again in the middle of a transaction.
+
+#include "platform/ui.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cwchar>
+
+#include "platform/windows/system_text.h"
+
+namespace brenik::platform {
+
+namespace {
+
+// Paints the windows of this thread that need it, and lets messages sent by others in.
+void paint_windows(ULONGLONG deadline) {
+    MSG message;
+    while (GetTickCount64() < deadline &&
+           PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE | PM_QS_PAINT | PM_QS_SENDMESSAGE)) {
+        if (message.message == WM_QUIT) {
+            PostQuitMessage(static_cast<int>(message.wParam));  // the host's, for afterwards
+            return;
+        }
+        DispatchMessageW(&message);
+    }
+}
+
+void wait_ms(int duration_ms) {
+    const ULONGLONG deadline = GetTickCount64() + static_cast<ULONGLONG>(std::max(duration_ms, 0));
+    for (ULONGLONG now = GetTickCount64(); now < deadline; now = GetTickCount64()) {
+        const auto left = static_cast<DWORD>(deadline - now);
+        const DWORD result =
+            MsgWaitForMultipleObjectsEx(0, nullptr, left, QS_PAINT | QS_SENDMESSAGE, 0);
+        if (result == WAIT_FAILED) Sleep(left);  // this process may have no queue
+        if (result == WAIT_OBJECT_0) paint_windows(deadline);
+    }
+}
+
+class SilentInterface : public UserInterface {
+  public:
+    void message_box(const std::string&, const std::string&, Icon) override {}
+    void notice(const std::string&, const std::string&, int duration_ms) override {
+        wait_ms(duration_ms);
+    }
+    void beep() override {}
+    void set_cursor(Cursor) override {}
+};
+
+// One line for each line of the text; anything that could steer a console becomes a dot.
+std::string readable(const std::string& text, const std::string& title) {
+    std::string lines = (title.empty() ? std::string("Error") : title) + ": ";
+    for (const char c : text) {
+        if (c == '\r') continue;
+        const auto code = static_cast<unsigned char>(c);
+        const bool shown = c == '\n' || c == '\t' || (code >= 0x20 && code != 0x7F);
+        lines += shown ? c : '.';
+    }
+    lines.resize(lines.find_last_not_of("\n ") + 1);
+    return lines + "\n";
+}
+
+// Written by the system and not by the C library: what its handle stands for is the host's, and
+// windowed hosts have none.
+void write_to_standard_error(const std::string& text) {
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), text.data(), static_cast<DWORD>(text.size()),
+              &written, nullptr);
+}
+
+class StandardErrorInterface : public UserInterface {
+  public:
+    void message_box(const std::string& text, const std::string& title, Icon) override {
+        write_to_standard_error(readable(text, title));
+    }
+    void notice(const std::string& text, const std::string& title, int duration_ms) override {
+        write_to_standard_error(readable(text, title));
+        wait_ms(duration_ms);
+    }
+    void beep() override {
+        if (GetFileType(GetStdHandle(STD_ERROR_HANDLE)) == FILE_TYPE_CHAR) {
+            write_to_standard_error("\a");
+        }
+    }
+    void set_cursor(Cursor) override {}
+};
+
+// The notice: a dialog frame with a text in it, shown in front without taking the focus. It is made
+// of classes that the system has, so nothing stays registered when the library is unloaded.
+class NoticeWindow {
+  public:
+    NoticeWindow(const std::wstring& text, const std::wstring& title) {
+        const HWND host = GetActiveWindow();
+        const SIZE text_size = measure(text);
+        RECT frame = {0, 0, text_size.cx + 2 * kMargin, text_size.cy + 2 * kMargin};
+        AdjustWindowRectEx(&frame, kStyle, FALSE, kExtendedStyle);
+        const SIZE size = {frame.right - frame.left, frame.bottom - frame.top};
+        const POINT place = centred(size, host);
+        window_ = CreateWindowExW(kExtendedStyle, kDialogClass, title.c_str(), kStyle, place.x,
+                                  place.y, size.cx, size.cy, host, nullptr, nullptr, nullptr);
+        if (!window_) return;
+        const HWND label = CreateWindowExW(
+            0, L"STATIC", text.c_str(), WS_CHILD | WS_VISIBLE | SS_NOPREFIX, kMargin, kMargin,
+            text_size.cx, text_size.cy, window_, nullptr, nullptr, nullptr);
+        if (label) SendMessageW(label, WM_SETFONT, reinterpret_cast<WPARAM>(font()), FALSE);
+        ShowWindow(window_, SW_SHOWNOACTIVATE);
+        RedrawWindow(window_, nullptr, nullptr, RDW_UPDATENOW | RDW_ALLCHILDREN);
+    }
+    ~NoticeWindow() {
+        if (window_) DestroyWindow(window_);
+    }
+    NoticeWindow(const NoticeWindow&) = delete;
+    NoticeWindow& operator=(const NoticeWindow&) = delete;
+
+    bool is_open() const { return window_ != nullptr; }
+
+  private:
+    static constexpr const wchar_t* kDialogClass = L"#32770";
+    static constexpr DWORD kStyle = WS_POPUP | WS_CAPTION;
+    static constexpr DWORD kExtendedStyle = WS_EX_DLGMODALFRAME | WS_EX_NOACTIVATE | WS_EX_TOPMOST;
+    static constexpr LONG kMargin = 16;
+    static constexpr LONG kWidestText = 480;
+
+    static HGDIOBJ font() { return GetStockObject(DEFAULT_GUI_FONT); }
+
+    static SIZE measure(const std::wstring& text) {
+        RECT area = {0, 0, kWidestText, 0};
+        const HDC screen = GetDC(nullptr);
+        const HGDIOBJ before = SelectObject(screen, font());
+        DrawTextW(screen, text.c_str(), static_cast<int>(text.size()), &area,
+                  DT_CALCRECT | DT_NOPREFIX | DT_WORDBREAK);
+        SelectObject(screen, before);
+        ReleaseDC(nullptr, screen);
+        return {area.right, area.bottom};
+    }
+
+    // On the screen that shows the host.
+    static POINT centred(SIZE size, HWND host) {
+        MONITORINFO screen = {};
+        screen.cbSize = sizeof screen;
+        GetMonitorInfoW(MonitorFromWindow(host, MONITOR_DEFAULTTOPRIMARY), &screen);
+        const RECT& room = screen.rcWork;
+        return {(room.left + room.right - size.cx) / 2, (room.top + room.bottom - size.cy) / 2};
+    }
+
+    HWND window_ = nullptr;
+};
+
+// A text that is not in the host's code page is shown as well as it can be.
+std::wstring shown_text(const std::string& text) {
+    return wide_text(text).value_or(std::wstring(text.begin(), text.end()));
+}
+
+// Where the system makes no window, standard error has the text.
+class WindowInterface : public UserInterface {
+  public:
+    // Modal to the whole host: the active window is the box's owner and waits for it, or else all
+    // windows of this thread do.
+    void message_box(const std::string& text, const std::string& title, Icon icon) override {
+        const UINT look = icon == Icon::kStop ? MB_ICONSTOP : MB_ICONINFORMATION;
+        const std::wstring caption = shown_text(title);
+        if (MessageBoxW(GetActiveWindow(), shown_text(text).c_str(),
+                        title.empty() ? nullptr : caption.c_str(),
+                        MB_OK | MB_TASKMODAL | MB_SETFOREGROUND | look) <= 0) {
+            write_to_standard_error(readable(text, title));
+        }
+    }
+    void notice(const std::string& text, const std::string& title, int duration_ms) override {
+        const NoticeWindow window(shown_text(text), shown_text(title));
+        if (!window.is_open()) write_to_standard_error(readable(text, title));
+        wait_ms(duration_ms);
+    }
+    void beep() override { MessageBeep(MB_ICONSTOP); }
+    void set_cursor(Cursor cursor) override {
+        SetCursor(LoadCursorW(nullptr, cursor == Cursor::kWait ? IDC_WAIT : IDC_ARROW));
+    }
+};
+
+// Services have a desktop that nobody sees; a box there would wait for ever.
+bool is_desktop_visible() {
+    USEROBJECTFLAGS flags = {};
+    return GetUserObjectInformationW(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags,
+                                     nullptr) &&
+           (flags.dwFlags & WSF_VISIBLE) != 0;
+}
+
+}  // namespace
+
+std::unique_ptr<UserInterface> make_user_interface() {
+    const std::string wanted = environment_variable(L"BRENIK_UI");
+    if (wanted == "none") return std::make_unique<SilentInterface>();
+    if (wanted == "stderr" || !is_desktop_visible()) {
+        return std::make_unique<StandardErrorInterface>();
+    }
+    return std::make_unique<WindowInterface>();
+}
+
+}  // namespace brenik::platform
