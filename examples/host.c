@@ -1,6 +1,6 @@
-/* A host program: it loads the library at run time and works on a practice through the exports.
+/* A host program: it works on a practice through the library's exports.
  *
- *     example_host PRACTICE [--step] [--library PATH]
+ *     host PRACTICE [--step]
  *
  * One line is printed for each call, with its result. With --step the host then waits for a line on
  * standard input before it goes on, so that somebody else can look at the files in between.
@@ -8,11 +8,9 @@
  * The practice should be a fresh sample: its last contact and its first deleted contact, whose
  * record numbers are below, were changed without the library and are reported to it here. */
 
-#include <dlfcn.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "brenikdb.h"
 
@@ -20,46 +18,7 @@ enum { kNames = 1, kMatters = 3, kCodes = 7 };
 enum { kContactAddedElsewhere = 60, kContactDeletedElsewhere = 25 };
 enum { kCurrentRecord = 0, kIdentifierSize = 9, kFirmLength = 400 };
 
-/* The exports that this host uses, of the types that the public header gives them. */
-static struct {
-    __typeof__(BrenikInitialize)* initialize;
-    __typeof__(BrenikShutDown)* shut_down;
-    __typeof__(BrenikAddedRecord)* added_record;
-    __typeof__(BrenikDeletedRecord)* deleted_record;
-    __typeof__(BrenikAddStart)* add_start;
-    __typeof__(BrenikAddEnd)* add_end;
-    __typeof__(BrenikEditStart)* edit_start;
-    __typeof__(BrenikSetField)* set_field;
-    __typeof__(BrenikEditEnd)* edit_end;
-    __typeof__(BrenikGetMyFirm)* get_my_firm;
-    __typeof__(BrenikGetU_ID)* get_u_id;
-} api;
-
 static int stepping;
-
-static int load(const char* path) {
-    static const struct {
-        const char* name;
-        void* target;
-    } exports[] = {
-        {"BrenikInitialize", &api.initialize},    {"BrenikShutDown", &api.shut_down},
-        {"BrenikAddedRecord", &api.added_record}, {"BrenikDeletedRecord", &api.deleted_record},
-        {"BrenikAddStart", &api.add_start},       {"BrenikAddEnd", &api.add_end},
-        {"BrenikEditStart", &api.edit_start},     {"BrenikSetField", &api.set_field},
-        {"BrenikEditEnd", &api.edit_end},         {"BrenikGetMyFirm", &api.get_my_firm},
-        {"BrenikGetU_ID", &api.get_u_id},
-    };
-    void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    size_t i;
-    for (i = 0; library && i < sizeof exports / sizeof *exports; ++i) {
-        void* symbol = dlsym(library, exports[i].name);
-        if (!symbol) break;
-        memcpy(exports[i].target, &symbol, sizeof symbol);
-    }
-    if (library && i == sizeof exports / sizeof *exports) return 1;
-    fprintf(stderr, "%s\n", dlerror());
-    return 0;
-}
 
 /* Prints a call and its result, waits when stepping, and hands the result on. */
 static BrenikCode called(BrenikCode code, const char* format, ...) {
@@ -80,16 +39,16 @@ static void heading(const char* text) { printf("\n-- %s\n", text); }
 
 static void add_start(int table) {
     int p = 0;
-    called(api.add_start(table, &p), "BrenikAddStart(%d, &p)", table);
+    called(BrenikAddStart(table, &p), "BrenikAddStart(%d, &p)", table);
 }
 
 static void edit_start(int table, const char* u_id) {
     int p = 0;
-    called(api.edit_start(table, u_id, &p), "BrenikEditStart(%d, \"%s\", &p)", table, u_id);
+    called(BrenikEditStart(table, u_id, &p), "BrenikEditStart(%d, \"%s\", &p)", table, u_id);
 }
 
 static void set_field(int table, const char* field, const char* value) {
-    called(api.set_field(table, kCurrentRecord, field, value),
+    called(BrenikSetField(table, kCurrentRecord, field, value),
            "BrenikSetField(%d, 0, \"%s\", \"%s\")", table, field, value);
 }
 
@@ -97,12 +56,12 @@ static void set_field(int table, const char* field, const char* value) {
 static void add_end(int table, char* u_id) {
     char given[kIdentifierSize];
     strcpy(given, u_id);
-    const BrenikCode code = api.add_end(table, u_id);
+    const BrenikCode code = BrenikAddEnd(table, u_id);
     called(code, "BrenikAddEnd(%d, \"%s\" -> \"%s\")", table, given, u_id);
 }
 
 static void edit_end(int table) {
-    called(api.edit_end(table, kCurrentRecord), "BrenikEditEnd(%d, 0)", table);
+    called(BrenikEditEnd(table, kCurrentRecord), "BrenikEditEnd(%d, 0)", table);
 }
 
 static void add_code(const char* type, const char* code) {
@@ -130,7 +89,7 @@ static void work(void) {
     add_end(kNames, contact);
 
     heading("The same contact, found by its ID");
-    code = api.get_u_id(kNames, "okafor", found);
+    code = BrenikGetU_ID(kNames, "okafor", found);
     called(code, "BrenikGetU_ID(%d, \"okafor\" -> \"%s\")", kNames, found);
 
     heading("A matter for that contact");
@@ -149,47 +108,42 @@ static void work(void) {
     set_field(kNames, "CITY", "Dunmore");
     set_field(kNames, "ACTIVE", "N");
     edit_end(kNames);
-    if (stepping) sleep(2); /* stamps count in units of two seconds: let the two edits differ */
     edit_start(kNames, contact);
     set_field(kNames, "CITY", "Fairhaven");
     edit_end(kNames);
 
     heading("Records that another program added and deleted, reported for the journal");
-    called(api.added_record(kNames, kContactAddedElsewhere), "BrenikAddedRecord(%d, %d)", kNames,
+    called(BrenikAddedRecord(kNames, kContactAddedElsewhere), "BrenikAddedRecord(%d, %d)", kNames,
            kContactAddedElsewhere);
-    called(api.deleted_record(kNames, kContactDeletedElsewhere), "BrenikDeletedRecord(%d, %d)",
+    called(BrenikDeletedRecord(kNames, kContactDeletedElsewhere), "BrenikDeletedRecord(%d, %d)",
            kNames, kContactDeletedElsewhere);
 
     heading("The practice's own firm");
     memset(firm, ' ', kFirmLength); /* the primed length is the most that comes back */
-    code = api.get_my_firm(firm);
+    code = BrenikGetMyFirm(firm);
     called(code, "BrenikGetMyFirm(\"%s\")", firm);
 }
 
 int main(int argc, char** argv) {
     const char* practice = NULL;
-    const char* library = "build/native/libBrenikDB.so";
     int i;
     for (i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--step") == 0) {
             stepping = 1;
-        } else if (strcmp(argv[i], "--library") == 0 && i + 1 < argc) {
-            library = argv[++i];
         } else {
             practice = argv[i];
         }
     }
     if (!practice) {
-        fprintf(stderr, "usage: %s PRACTICE [--step] [--library PATH]\n", argv[0]);
+        fprintf(stderr, "usage: %s PRACTICE [--step]\n", argv[0]);
         return 2;
     }
-    if (!load(library)) return 3;
 
     heading("Start, with tracing");
-    if (called(api.initialize(practice, 1, 0), "BrenikInitialize(\"%s\", 1, 0)", practice) != 0) {
+    if (called(BrenikInitialize(practice, 1, 0), "BrenikInitialize(\"%s\", 1, 0)", practice) != 0) {
         return 1;
     }
     work();
     heading("The end");
-    return called(api.shut_down(), "BrenikShutDown()") == 0 ? 0 : 1;
+    return called(BrenikShutDown(), "BrenikShutDown()") == 0 ? 0 : 1;
 }

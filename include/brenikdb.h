@@ -44,9 +44,7 @@
 #define BRENIK_CALL
 #endif
 
-#if defined(BRENIK_BUILDING) && defined(_WIN32)
-#define BRENIK_EXPORT __declspec(dllexport)
-#elif defined(BRENIK_BUILDING)
+#if defined(BRENIK_BUILDING) && !defined(_WIN32)
 #define BRENIK_EXPORT __attribute__((visibility("default")))
 #else
 #define BRENIK_EXPORT

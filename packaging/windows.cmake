@@ -1,0 +1,35 @@
+# The release archive for Windows hosts, file by file, and the symbols that are kept apart from it.
+
+install(TARGETS BrenikDB brenik example_host COMPONENT package
+  RUNTIME DESTINATION bin
+  ARCHIVE DESTINATION lib)
+install(FILES ${PROJECT_BINARY_DIR}/BrenikDB.lib ${PROJECT_BINARY_DIR}/BrenikDB.def
+  DESTINATION lib COMPONENT package)
+install(FILES ${PROJECT_SOURCE_DIR}/include/brenikdb.h DESTINATION include COMPONENT package)
+install(FILES ${PROJECT_SOURCE_DIR}/examples/host.c DESTINATION examples COMPONENT package)
+install(FILES $<TARGET_FILE:BrenikDB>.debug DESTINATION . COMPONENT symbols)
+
+# The readme tells what is different for 32 and 64 bits.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  set(package_bits 32)
+  set(package_machine x86)
+  set(package_convention "\
+- Every function but BrenikShutDown is __stdcall, as the header declares; that\r\n\
+  one is __cdecl. Whoever declares the functions by hand must keep to it.")
+else()
+  set(package_bits 64)
+  set(package_machine x64)
+  set(package_convention "\
+- All functions have the one calling convention of 64-bit Windows.")
+endif()
+get_filename_component(package_compiler ${CMAKE_C_COMPILER} NAME)
+
+# Plain texts have the line ends that Windows' own programs expect.
+function(install_text source name)
+  set(text ${CMAKE_CURRENT_BINARY_DIR}/${name})
+  configure_file(${PROJECT_SOURCE_DIR}/${source} ${text} @ONLY NEWLINE_STYLE CRLF)
+  install(FILES ${text} DESTINATION . COMPONENT package)
+endfunction()
+install_text(packaging/README.txt.in README.txt)
+install_text(CHANGELOG.md CHANGELOG.md)
+install_text(LICENSE LICENSE.txt)
