@@ -4,7 +4,12 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
 
 build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl)
+test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl pkg-config)
+windows_packages=(g++-mingw-w64-i686 g++-mingw-w64-x86-64 llvm lld)
+windows_test_packages=(googletest xvfb imagemagick zip unzip)
+
+as_root=()
+[[ $EUID -eq 0 ]] || as_root=(sudo)
 
 # quietly NAME COMMAND...: runs a command, its output in a log that is shown only should it fail.
 quietly() {
@@ -20,19 +25,20 @@ quietly() {
 }
 
 install_packages() {
-    local as_root=()
-    [[ $EUID -eq 0 ]] || as_root=(sudo)
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install --yes --no-install-recommends "$@"
+}
+
+is_installed() {
+    [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
 
 # need PACKAGE...: installs those Debian packages that are not there yet.
 need() {
     local package missing=()
     for package; do
-        [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
-            missing+=("$package")
+        is_installed "$package" || missing+=("$package")
     done
     [[ ${#missing[@]} -eq 0 ]] || quietly install install_packages "${missing[@]}"
 }

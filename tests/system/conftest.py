@@ -3,6 +3,9 @@
 Practices come from the companion tool and are thrown away; hosts are child processes that know the
 library only by its path. A Host answers every call within a time limit or is killed, checks the
 guard bytes of every buffer, and must leave without a word from a sanitizer.
+
+Host and tool are command lines. A library for Windows runs in a Windows host, which is given the
+paths of the tests on drive Z; tests that want a host of either system ask for NATIVE.
 """
 
 import concurrent.futures
@@ -12,6 +15,7 @@ import os
 import re
 import resource
 import select
+import shlex
 import shutil
 import signal
 import struct
@@ -30,19 +34,53 @@ SHARING_BYTE = 0x7FFFFFFF
 UNTOUCHED = b'\xEE' * 8
 
 Reply = namedtuple('Reply', 'rc buffer p')
+Workstation = namedtuple('Workstation', 'host library')            # a command line and a path
+OURS = Workstation(os.environ['BRENIK_HOST'], os.environ['BRENIK_LIBRARY'])
+NATIVE = Workstation(os.environ.get('BRENIK_NATIVE_HOST'), os.environ.get('BRENIK_NATIVE_LIBRARY'))
+TOOL = os.environ['BRENIK_TOOL']
+
+
+def windows_form(path):
+    """A path from the root as Windows programs take it; whatever surrounds it stays."""
+    return re.sub(r'^( *)(/(?!/)[^\\]*[^\\/])', lambda match: match[1] + 'Z:' + match[2].replace('/', '\\'), str(path))
+
+
+def path_form(workstation):
+    return windows_form if workstation.library.endswith('.dll') else str
+
+
+def new_wine_profile(folder, registry=''):
+    """A Wine server of its own, with its own registry beside the same drives, for programs that are given the
+    folder as BRENIK_WINE_PROFILE."""
+    profile = Path(os.environ['BRENIK_WINE_PROFILE'])
+    folder.mkdir()
+    for name in '.update-timestamp', 'system.reg', 'userdef.reg', 'user.reg':
+        shutil.copy(profile / name, folder)
+    for name in 'dosdevices', 'drive_c':
+        (folder / name).symlink_to(profile / name)
+    with (folder / 'user.reg').open('a') as file:
+        file.write(registry)
+    return str(folder)
+
+
+def tool(*arguments):
+    """Runs the companion tool, which is of the same system as our hosts."""
+    return subprocess.run([*shlex.split(TOOL), *map(path_form(OURS), arguments)], capture_output=True, timeout=60,
+                          text=True)
 
 
 class Host:
     """One host process; its methods are the library's calls."""
 
-    def __init__(self, windows_folder, cwd=None, file_limit=None):
+    def __init__(self, windows_folder, cwd=None, file_limit=None, workstation=OURS):
         def prepare():
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             if file_limit is not None:
                 resource.setrlimit(resource.RLIMIT_FSIZE, (file_limit, file_limit))
 
-        environment = dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=str(windows_folder))
-        self.child = subprocess.Popen([os.environ['BRENIK_HOST'], os.environ['BRENIK_LIBRARY']], cwd=cwd,
+        self.path = path_form(workstation)
+        environment = dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=self.path(windows_folder))
+        self.child = subprocess.Popen([*shlex.split(workstation.host), self.path(workstation.library)], cwd=cwd,
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                       bufsize=0, preexec_fn=prepare, env=environment)
         self.answers = b''
@@ -77,7 +115,7 @@ class Host:
         return answer
 
     def init(self, practice, trace=0, unused=0):
-        return self.call('init', as_bytes(str(practice)) + b'\0', trace, unused).rc
+        return self.call('init', as_bytes(self.path(practice)) + b'\0', trace, unused).rc
 
     def shutdown(self):
         return self.call('shutdown').rc
@@ -240,9 +278,8 @@ def samples(tmp_path_factory):
     def sample(*options):
         if options not in made:
             made[options] = tmp_path_factory.mktemp('sample') / 'practice'
-            subprocess.run([os.environ['BRENIK_TOOL'], 'sample', str(made[options]), '--contacts', '40',
-                            '--matters', '20', '--events', '30', '--notes', '15', *options],
-                           check=True, stdout=subprocess.DEVNULL, timeout=60)
+            tool('sample', made[options], '--contacts', '40', '--matters', '20', '--events', '30', '--notes', '15',
+                 *options).check_returncode()
         return made[options]
     return sample
 

@@ -10,7 +10,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import at_once
+from conftest import at_once, new_wine_profile
 from judges import assert_finished, assert_sound
 
 START_CODES = {0, 3, 4, 14}
@@ -223,8 +223,9 @@ def test_data_paths(new_host, tmp_path):
 
 
 @pytest.fixture
-def small_disk(tmp_path):
-    """Mounts a memory disk of a given size; without the right to mount there is none."""
+def small_disk(tmp_path, monkeypatch):
+    """Mounts a memory disk of a given size; without the right to mount there is none. Hosts come afterwards:
+    a Wine server sees what was mounted when it began."""
     folder = tmp_path / 'disk'
     folder.mkdir()
 
@@ -232,15 +233,18 @@ def small_disk(tmp_path):
         done = subprocess.run(['mount', '-t', 'tmpfs', '-o', options, 'tmpfs', str(folder)], capture_output=True)
         if done.returncode:
             pytest.skip('mounting needs root')
+        if 'BRENIK_WINE_PROFILE' in os.environ:
+            monkeypatch.setenv('BRENIK_WINE_PROFILE', new_wine_profile(tmp_path / 'profile'))
         return folder
     yield mount
     subprocess.run(['umount', '-l', str(folder)], capture_output=True)
 
 
-def test_folder_that_cannot_be_written(host, new_practice, small_disk):
+def test_folder_that_cannot_be_written(new_host, new_practice, small_disk):
     folder = small_disk('size=8m')
     new_practice(into=folder)
     subprocess.run(['mount', '-o', 'remount,ro', str(folder)], check=True)
+    host = new_host()
     assert host.init(folder / 'practice', 1) == 3
     assert host.init(new_practice()) == 0
 
@@ -269,8 +273,9 @@ def assert_recovered(host, practice, acknowledged):
     assert [uid for uid in acknowledged if host.edit_start(1, uid)] == []
 
 
-def test_full_disk(host, small_disk, new_practice):
+def test_full_disk(new_host, small_disk, new_practice):
     folder = small_disk('size=6m')
+    host = new_host()
     practice, filler = new_practice(into=folder), folder / 'filler'
     room = os.statvfs(folder)
     filler.write_bytes(bytes(room.f_bavail * room.f_frsize - 60_000))

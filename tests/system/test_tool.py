@@ -1,16 +1,14 @@
 """The companion tool: what it prints, what it complains of, and how it ends."""
 
 import json
-import os
-import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import SHARING_BYTE, HeldBytes, Practice
+from conftest import OURS, SHARING_BYTE, HeldBytes, Practice, path_form, tool
 from judges import assert_sound, identifier
 
 CODES = '''\
-{folder}/LAWCodes.DBF: version 03, 26 records of 126 bytes
+{table}: version 03, 26 records of 126 bytes
 fields
   TYPE        C 10
   CODE        C 40
@@ -40,8 +38,8 @@ COUNTED = {'LAW1': 'U_ID1', 'LAW2': 'U_ID2', 'LAW3': 'U_ID3', 'LAWCODES': 'U_ID7
 
 def brenik(*arguments):
     """Exit code, standard output and standard error."""
-    done = subprocess.run([os.environ['BRENIK_TOOL'], *map(str, arguments)], capture_output=True, timeout=60)
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
+    done = tool(*arguments)
+    return done.returncode, done.stdout, done.stderr
 
 
 def json_lines(*arguments):
@@ -81,7 +79,7 @@ def test_sample_sizes(tmp_path):
 
 def test_show(practice):
     """The description as text; records by number and by key, with the values that lie on disk."""
-    assert brenik('show', practice, 'lawcodes') == (0, CODES.format(folder=practice), '')
+    assert brenik('show', practice, 'lawcodes') == (0, CODES.format(table=path_form(OURS)(practice.find('LAWCODES.dbf'))), '')
     row = practice.table('LAW3').rows[4]
     by_number, = json_lines('show', practice, 'LAW3', '--record', 5)
     expected = {name: row[name] for name in ('U_ID', 'CASENUM', 'MATTER', 'ACTIVE', 'PRIORITY', 'BUDGET', 'RATE')}

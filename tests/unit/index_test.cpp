@@ -4,8 +4,6 @@
 // that compression, free counts, parents and siblings are exactly what other programs rely on.
 
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -19,6 +17,8 @@
 
 #include "engine/local/cdx_file.h"
 #include "engine/local/lock_scheme.h"
+#include "recorded_writes.h"
+#include "temporary_folder.h"
 
 namespace brenik::local {
 namespace {
@@ -28,9 +28,6 @@ using Entry = std::pair<std::string, RecordNumber>;
 using Model = std::set<Entry>;
 
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
-
-// The writes of the process in their order, while a test asks for them.
-std::optional<std::vector<std::pair<std::uint64_t, std::vector<Byte>>>> recorded_writes;
 
 std::vector<Byte> load_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -91,8 +88,8 @@ class RawTree {
             for (unsigned b = page[23]; b-- > 0;)
                 packed = packed << 8 | page[24 + i * page[23] + b];
             const auto record = static_cast<RecordNumber>(packed & load_le32(page + 14));
-            const std::size_t dup = packed >> bits & page[18];
-            const std::size_t trail = packed >> (bits + dup_bits) & page[19];
+            const auto dup = static_cast<std::size_t>(packed >> bits & page[18]);
+            const auto trail = static_cast<std::size_t>(packed >> (bits + dup_bits) & page[19]);
             ASSERT_LE(dup + trail, key_length_);
             const std::size_t stored = key_length_ - dup - trail;
             stored_sum += stored;
@@ -120,12 +117,6 @@ class RawTree {
 
 class IndexTest : public testing::Test {
   protected:
-    IndexTest() {
-        std::string name = (fs::temp_directory_path() / "brenik-index-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-    }
-    ~IndexTest() override { fs::remove_all(folder_); }
-
     std::string path() const { return (folder_ / "T.CDX").string(); }
 
     static TagDescription describe(const std::string& name, std::size_t key_length, Byte pad) {
@@ -183,7 +174,7 @@ class IndexTest : public testing::Test {
         return bytes;
     }
 
-    fs::path folder_;
+    TemporaryFolder folder_;
 };
 
 std::vector<Entry> walk(CdxTag& tag, bool forward) {
@@ -580,8 +571,8 @@ TEST_F(IndexTest, FilesOfAnotherEngineAreReadInItsOrder) {
     const std::set<std::string> numbers{"DB", "DBD", "DEL", "DT", "DTD", "DU", "FL",    "ID",
                                         "IN", "IND", "ND",  "NI", "NID", "NU", "SALEM", "SUM"};
     for (const char* name : {"NUMKEYS", "CHARKEYS", "UNIQUES", "FORTAGS", "MEMO64", "EMPTY"}) {
-        fs::copy_file(fixtures / (std::string(name) + ".CDX"), path(),
-                      fs::copy_options::overwrite_existing);
+        fs::remove(path());
+        fs::copy_file(fixtures / (std::string(name) + ".CDX"), path());
         fs::permissions(path(), fs::perms::owner_all);
         std::map<std::string, std::vector<RecordNumber>> expected;
         std::ifstream in(fixtures / (std::string(name) + ".expected.txt"));
@@ -610,17 +601,4 @@ TEST_F(IndexTest, FilesOfAnotherEngineAreReadInItsOrder) {
 
 }  // namespace
 
-void record_write(std::uint64_t offset, Bytes bytes) {
-    if (recorded_writes) {
-        recorded_writes->emplace_back(offset, std::vector<Byte>(bytes.begin(), bytes.end()));
-    }
-}
-
 }  // namespace brenik::local
-
-// Takes the place of the system's own function for the whole program.
-extern "C" ssize_t pwrite(int file, const void* bytes, std::size_t count, off_t offset) {
-    brenik::local::record_write(static_cast<std::uint64_t>(offset),
-                                {static_cast<const brenik::Byte*>(bytes), count});
-    return syscall(SYS_pwrite64, file, bytes, count, offset);
-}

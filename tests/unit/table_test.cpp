@@ -14,9 +14,11 @@
 #include <random>
 #include <sstream>
 
+#include "checker.h"
 #include "engine/local/create.h"
 #include "engine/local/local_engine.h"
 #include "engine/local/table_file.h"
+#include "temporary_folder.h"
 #include "util/runtime.h"
 
 namespace brenik::local {
@@ -26,12 +28,6 @@ namespace fs = std::filesystem;
 
 class TableTest : public testing::Test {
   protected:
-    TableTest() {
-        std::string name = (fs::temp_directory_path() / "brenik-table-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-    }
-    ~TableTest() override { fs::remove_all(folder_); }
-
     std::string copy_of(const std::string& fixture) {
         for (const char* extension : {".DBF", ".CDX", ".FPT"}) {
             const fs::path from = fs::path(BRENIK_TEST_DATA) / "fixtures" / (fixture + extension);
@@ -59,18 +55,7 @@ class TableTest : public testing::Test {
         return open(path(name));
     }
 
-    static ::testing::AssertionResult judged_right(const std::string& file,
-                                                   const std::string& options = "") {
-        const std::string report = file + ".report";
-        const std::string command = "python3 " + std::string(BRENIK_CHECKER) + " " + file + " " +
-                                    options + " > " + report + " 2>&1";
-        const int status = std::system(command.c_str());
-        if (status == 0) return ::testing::AssertionSuccess();
-        std::ifstream lines(report);
-        return ::testing::AssertionFailure() << lines.rdbuf();
-    }
-
-    fs::path folder_;
+    TemporaryFolder folder_;
     LocalEngine engine_;
 };
 

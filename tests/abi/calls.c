@@ -1,0 +1,265 @@
+/* Loads the library as its hosts do, by name and pointer, and looks at what a C compiler hides.
+ *
+ *     calls LIBRARY COPY PRACTICE DBF
+ *
+ * COPY is a second copy of the library's file, DBF a table of the practice. One line is printed for
+ * each fault; the exit code tells whether there was any. */
+
+#include <windows.h>
+
+#include <locale.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+
+enum { kLeftOnSmallStack = 64 * 1024, kKeptRegister = 0x0B0B0B0B, kFunctions = 12 };
+
+static int faults;
+static const char *library_path, *copy_path, *practice, *table_path;
+
+static void expect(int good, const char* what, const char* detail) {
+    if (good) return;
+    ++faults;
+    printf("%s: %s\n", what, detail);
+}
+
+/* ------------------------------------------------------------------ calls through raw pointers */
+
+static const struct {
+    const char* name;
+    int arguments;
+} kExports[kFunctions] = {
+    {"BrenikInitialize", 3},    {"BrenikShutDown", 0},  {"BrenikAddedRecord", 2},
+    {"BrenikDeletedRecord", 2}, {"BrenikAddStart", 2},  {"BrenikAddEnd", 2},
+    {"BrenikEditStart", 3},     {"BrenikEditBegin", 3}, {"BrenikSetField", 4},
+    {"BrenikEditEnd", 2},       {"BrenikGetMyFirm", 1}, {"BrenikGetU_ID", 3},
+};
+
+/* Pushes the arguments and calls; the stack must then stand where it stood before the pushes. */
+static uint32_t call(HMODULE library, const char* name, uint32_t a, uint32_t b, uint32_t c,
+                     uint32_t d) {
+    const uint32_t arguments[] = {a, b, c, d};
+    int number = 0;
+    while (number < kFunctions && strcmp(kExports[number].name, name) != 0) ++number;
+    FARPROC function = GetProcAddress(library, name);
+    expect(function != NULL && number < kFunctions, "no such export", name);
+    if (!function) return ~0u;
+
+    uint32_t result = (uint32_t)function, moved = 0, kept = kKeptRegister, kept_too = kKeptRegister,
+             flags;
+    uint32_t count = (uint32_t)kExports[number].arguments;
+    const uint32_t* from = arguments;
+    __asm__ volatile(
+        "movl %%esp, %%esi\n\t"
+        "1: testl %%ecx, %%ecx\n\t"
+        "jz 2f\n\t"
+        "decl %%ecx\n\t"
+        "pushl (%%edx,%%ecx,4)\n\t"
+        "jmp 1b\n\t"
+        "2: call *%%eax\n\t"
+        "subl %%esp, %%esi\n\t"
+        "addl %%esi, %%esp\n\t"
+        "pushf\n\t"
+        "popl %%ecx\n\t"
+        : "+a"(result), "=&S"(moved), "+c"(count), "+d"(from), "+b"(kept), "+D"(kept_too)
+        :
+        : "memory", "cc", "st", "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7");
+    flags = count;
+    expect(moved == 0, "the stack pointer moved", name);
+    expect(kept == kKeptRegister && kept_too == kKeptRegister, "a register was lost", name);
+    expect((flags & 0x400) == 0, "the direction flag is set", name);
+    return result;
+}
+
+static uint32_t address(const void* pointer) { return (uint32_t)pointer; }
+
+/* Every export at least once; the outcome of each is what a sound practice gives. */
+static void work(HMODULE library) {
+    char uid[16] = "", key[16] = "       ", firm[64];
+    int p = 0;
+    memset(firm, ' ', 40), firm[40] = 0;
+    const struct {
+        uint32_t wanted;
+        const char* name;
+        uint32_t a, b, c, d;
+    } calls[] = {
+        {0, "BrenikInitialize", address(practice), 1, 0, 0},
+        {0, "BrenikAddStart", 1, address(&p), 0, 0},
+        {0, "BrenikSetField", 1, 0, address("LAST"), address("Calls")},
+        {0, "BrenikAddEnd", 1, address(uid), 0, 0},
+        {0, "BrenikEditStart", 1, address(uid), address(&p), 0},
+        {0, "BrenikSetField", 1, 0, address("FIRST"), address("Raw")},
+        {0, "BrenikEditEnd", 1, 0, 0, 0},
+        {0, "BrenikEditBegin", 3, 1, address(&p), 0},
+        {0, "BrenikSetField", 3, 1, address("RATE"), address("12.5")},
+        {0, "BrenikEditEnd", 3, 1, 0, 0},
+        {0, "BrenikAddedRecord", 1, 1, 0, 0},
+        {6, "BrenikDeletedRecord", 1, 1, 0, 0},
+        {0, "BrenikGetMyFirm", address(firm), 0, 0, 0},
+        {19, "BrenikGetU_ID", 1, address("NOBODY"), address(key), 0},
+        {0, "BrenikShutDown", 0, 0, 0, 0},
+        {15, "BrenikShutDown", 0, 0, 0, 0},
+    };
+    for (size_t i = 0; i < sizeof calls / sizeof *calls; ++i) {
+        const uint32_t code =
+            call(library, calls[i].name, calls[i].a, calls[i].b, calls[i].c, calls[i].d);
+        char text[64];
+        sprintf(text, "%s answered %lu", calls[i].name, (unsigned long)code);
+        expect(code == calls[i].wanted, "work", text);
+    }
+}
+
+static HMODULE load(const char* path) {
+    HMODULE library = LoadLibraryA(path);
+    expect(library != NULL, "not loaded", path);
+    return library;
+}
+
+/* ------------------------------------------------------------------------- the host's own state */
+
+struct State {
+    uint16_t control_word;
+    uint32_t mxcsr;
+    char locale[256], folder[MAX_PATH];
+    LCID thread_locale;
+    DWORD input_mode, output_mode, error_mode, thread_error_mode;
+    UINT input_page, output_page;
+    LPTOP_LEVEL_EXCEPTION_FILTER filter;
+};
+
+static struct State state_now(void) {
+    struct State now;
+    memset(&now, 0, sizeof now);
+    __asm__ volatile("fnstcw %0" : "=m"(now.control_word));
+    __asm__ volatile("stmxcsr %0" : "=m"(now.mxcsr));
+    strcpy(now.locale, setlocale(LC_ALL, NULL));
+    GetCurrentDirectoryA(MAX_PATH, now.folder);
+    now.thread_locale = GetThreadLocale();
+    GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &now.input_mode);
+    GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &now.output_mode);
+    now.input_page = GetConsoleCP(), now.output_page = GetConsoleOutputCP();
+    now.error_mode = GetErrorMode(), now.thread_error_mode = GetThreadErrorMode();
+    now.filter = SetUnhandledExceptionFilter(NULL);
+    SetUnhandledExceptionFilter(now.filter);
+    return now;
+}
+
+/* Nothing of it is as a process begins: only then does putting back a default show. */
+static void make_state_unusual(void) {
+    const uint16_t control_word = 0x0E7F; /* towards zero, 53 bits */
+    const uint32_t mxcsr = 0x5F80;        /* upwards */
+    expect(setlocale(LC_ALL, "German_Germany.1252") != NULL, "locale", "not to be had");
+    SetErrorMode(SEM_NOOPENFILEERRORBOX);
+    SetCurrentDirectoryA("C:\\windows");
+    __asm__ volatile("fldcw %0" : : "m"(control_word));
+    __asm__ volatile("ldmxcsr %0" : : "m"(mxcsr));
+}
+
+static void expect_state(const struct State* before, const char* when) {
+    const DWORD error = GetLastError();
+    const struct State now = state_now();
+    expect(memcmp(before, &now, sizeof now) == 0, "the host's state was changed", when);
+    expect(error == 4711, "the last error was changed", when);
+    SetLastError(4711);
+}
+
+static void leaves_the_host_alone(void) {
+    make_state_unusual();
+    const struct State before = state_now();
+    SetLastError(4711);
+    HMODULE library = load(library_path);
+    expect_state(&before, "by loading");
+    work(library);
+    SetLastError(4711);
+    call(library, "BrenikShutDown", 0, 0, 0, 0);
+    expect_state(&before, "by the calls");
+    FreeLibrary(library);
+    expect_state(&before, "by unloading");
+    setlocale(LC_ALL, "C");
+    __asm__ volatile("fninit");
+}
+
+/* ------------------------------------------------------------------------- coming and going */
+
+static int opens_exclusively(void) {
+    HANDLE file =
+        CreateFileA(table_path, GENERIC_READ | GENERIC_WRITE, 0, NULL, OPEN_EXISTING, 0, NULL);
+    if (file == INVALID_HANDLE_VALUE) return 0;
+    CloseHandle(file);
+    return 1;
+}
+
+static void loaded_twice(void) {
+    HMODULE first = load(library_path), second = load(library_path), copy = load(copy_path);
+    expect(first == second && first != copy, "loaded twice", "wrong modules");
+    work(first);
+    FreeLibrary(second);
+    expect(call(first, "BrenikInitialize", address(practice), 0, 0, 0) == 0, "loaded twice",
+           "first");
+    work(copy);
+    expect(call(first, "BrenikAddedRecord", 1, 2, 0, 0) == 0, "loaded twice", "still there");
+    FreeLibrary(copy);
+    expect(!opens_exclusively(), "loaded twice", "the first lost its tables");
+    FreeLibrary(first);
+    expect(opens_exclusively(), "unloaded with tables open", "a table stayed open");
+}
+
+/* Threads come and go without a session noticing. */
+static DWORD WINAPI idle(LPVOID nothing) {
+    (void)nothing;
+    return 0;
+}
+
+static DWORD WINAPI work_with_little_stack(LPVOID result) {
+    char* bottom; /* of the thread's reservation, from its environment block */
+    __asm__("movl %%fs:0xE0C, %0" : "=r"(bottom));
+    const size_t left = (size_t)((char*)__builtin_frame_address(0) - bottom);
+    volatile char* used = __builtin_alloca(left - kLeftOnSmallStack);
+    used[0] = 1;
+    HMODULE library = load(library_path);
+    work(library);
+    FreeLibrary(library);
+    *(int*)result = used[0];
+    return 0;
+}
+
+static void run_thread(LPTHREAD_START_ROUTINE routine, void* argument) {
+    HANDLE thread = CreateThread(NULL, 0, routine, argument, 0, NULL);
+    expect(WaitForSingleObject(thread, 60000) == WAIT_OBJECT_0, "thread", "does not end");
+    CloseHandle(thread);
+}
+
+static void little_stack(void) {
+    int done = 0;
+    run_thread(work_with_little_stack, &done);
+    expect(done == 1, "little stack", "not done");
+}
+
+/* Loading does no work beyond the run-time's own start. */
+static void loads_fast(void) {
+    enum { kTimes = 20, kMostMilliseconds = 250 };
+    const ULONGLONG start = GetTickCount64();
+    for (int i = 0; i < kTimes; ++i) {
+        HMODULE library = load(library_path);
+        run_thread(idle, NULL);
+        FreeLibrary(library);
+    }
+    expect(GetTickCount64() - start < kTimes * kMostMilliseconds, "loading", "takes its time");
+}
+
+int main(int argc, char** argv) {
+    if (argc != 5) return 2;
+    library_path = argv[1], copy_path = argv[2], practice = argv[3], table_path = argv[4];
+    HMODULE library = load(library_path);
+    for (int i = 0; i < kFunctions; ++i) {
+        expect(GetProcAddress(library, kExports[i].name) ==
+                   GetProcAddress(library, (LPCSTR)(uintptr_t)(i + 1)),
+               "ordinal", kExports[i].name);
+    }
+    FreeLibrary(library);
+    leaves_the_host_alone();
+    loaded_twice();
+    little_stack();
+    loads_fast();
+    return faults != 0;
+}
