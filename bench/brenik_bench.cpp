@@ -10,6 +10,14 @@
 //   every contact in the order of the file, one field read
 // The first five go through the twelve functions, as a host does; the scans use the engine. A
 // warm-up of a tenth of the operations is not counted.
+//
+// And on one table of --keys records, whose keys lie in no order:
+//   first-count  the keys counted after the index has changed: the headers of all leaves are read
+//   key-count    the keys counted within scopes somewhere
+//   key-number   the number of a record's key, the record gone to by its number
+//   skip-far     from the top to a key by its number, then back by half as many
+//   walk-order   one record of a walk from the top, to compare: reaching the middle without
+//                counting takes half as many of these as there are keys
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -24,7 +32,9 @@
 #include <vector>
 
 #include "brenikdb.h"
+#include "engine/local/create.h"
 #include "engine/local/local_engine.h"
+#include "engine/local/table_writer.h"
 
 namespace {
 
@@ -50,9 +60,133 @@ struct Result {
     std::exit(1);
 }
 
+double microseconds_since(Clock::time_point begin) {
+    return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
+}
+
+// Times every operation but for a warm-up of a tenth.
+Result timed(const char* name, std::size_t size, std::size_t operations,
+             const std::function<void()>& operation) {
+    for (std::size_t i = 0; i < operations / 10; ++i) operation();
+    std::vector<double> times;
+    times.reserve(operations);
+    double total = 0;
+    for (std::size_t i = 0; i < operations; ++i) {
+        const auto begin = Clock::now();
+        operation();
+        times.push_back(microseconds_since(begin));
+        total += times.back();
+    }
+    std::sort(times.begin(), times.end());
+    const std::size_t last = times.size() - 1;
+    return {name,
+            size,
+            operations,
+            total / static_cast<double>(operations),
+            times[last / 2],
+            times[last * 99 / 100]};
+}
+
 void expect_success(unsigned code, const char* call) {
     if (code != 0) give_up(std::string(call) + " answered " + std::to_string(code));
 }
+
+// Keys by number, in one large order.
+class KeyBench {
+  public:
+    KeyBench(const fs::path& folder, std::size_t keys, std::size_t operations)
+        : keys_(keys), operations_(operations), path_((folder / "KEYS.DBF").string()) {
+        make_table();
+        table_ = engine_.open(path_, brenik::TableSharing::kShared);
+        if (!table_) give_up("the table of keys cannot be opened");
+    }
+
+    std::vector<Result> run() {
+        measure("first-count", std::min<std::size_t>(operations_, 20), [&] {
+            change_a_key();
+            expect(table_->key_count(1, KeySet::kWhole), keys_, "keys");
+        });
+        measure("key-count", operations_, [&] { count_in_scopes(); });
+        measure("key-number", operations_, [&] {
+            table_->go_to(any_record());
+            if (table_->key_number(1, KeySet::kWhole) == 0) give_up("a record without a key");
+        });
+        measure("skip-far", operations_, [&] { skip_far(); });
+        table_->go_top();
+        measure("walk-order", keys_ / 2, [&] { table_->skip(1); });
+        return results_;
+    }
+
+  private:
+    using KeySet = brenik::KeySet;
+
+    void make_table() {
+        brenik::local::TableLayout layout;
+        brenik::local::Field key;
+        key.name = "K";
+        key.width = kKeyWidth;
+        layout.fields = {key};
+        brenik::local::TableWriter writer(path_, layout);
+        for (std::size_t i = 0; i < keys_; ++i) writer.append({some_key()});
+        writer.close();
+        brenik::local::create_index(path_, {{"K", "K"}});
+    }
+
+    std::string some_key() {
+        std::string key(kKeyWidth, 'A');
+        for (char& letter : key) letter = static_cast<char>('A' + random_() % 26);
+        return key;
+    }
+
+    brenik::RecordNumber any_record() {
+        return static_cast<brenik::RecordNumber>(random_() % keys_ + 1);
+    }
+
+    static void expect(std::size_t found, std::size_t wanted, const char* what) {
+        if (found != wanted) {
+            give_up(std::to_string(found) + " " + what + " instead of " + std::to_string(wanted));
+        }
+    }
+
+    void change_a_key() {
+        const brenik::RecordNumber record = any_record();
+        table_->go_to(record);
+        if (!table_->lock_record(record)) give_up("a record of the bench's own is locked");
+        table_->field_put(1, some_key());
+        table_->unlock_all();
+    }
+
+    void count_in_scopes() {
+        const std::string top = some_key();
+        table_->set_scope(brenik::ScopeEnd::kTop, top);
+        table_->set_scope(brenik::ScopeEnd::kBottom, top.substr(0, 1));
+        (void)table_->key_count(1, KeySet::kVisible);
+        table_->set_scope(brenik::ScopeEnd::kTop, {});
+        table_->set_scope(brenik::ScopeEnd::kBottom, {});
+    }
+
+    void skip_far() {
+        const std::size_t number = random_() % keys_ + 1;
+        table_->go_top();
+        table_->skip(static_cast<std::int64_t>(number) - 1);
+        expect(table_->key_number(1, KeySet::kWhole), number, "is the key's number");
+        table_->skip(-static_cast<std::int64_t>(number / 2));
+    }
+
+    void measure(const char* name, std::size_t operations, const std::function<void()>& operation) {
+        results_.push_back(timed(name, keys_, operations, operation));
+    }
+
+    static constexpr std::uint32_t kKeyWidth = 10;
+
+    std::size_t keys_;
+    std::size_t operations_;
+    std::string path_;
+    brenik::local::LocalEngine engine_;
+    std::unique_ptr<brenik::Table> table_;
+    std::mt19937 random_{2026};
+    std::vector<Result> results_;
+};
 
 class Bench {
   public:
@@ -149,25 +283,8 @@ class Bench {
         results_.push_back({name, contacts_, read, mean, mean, mean});
     }
 
-    static double microseconds_since(Clock::time_point begin) {
-        return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
-    }
-
     void measure(const char* name, std::size_t operations, const std::function<void()>& operation) {
-        for (std::size_t i = 0; i < operations / 10; ++i) operation();
-        std::vector<double> times;
-        times.reserve(operations);
-        double total = 0;
-        for (std::size_t i = 0; i < operations; ++i) {
-            const auto begin = Clock::now();
-            operation();
-            times.push_back(microseconds_since(begin));
-            total += times.back();
-        }
-        std::sort(times.begin(), times.end());
-        const std::size_t last = times.size() - 1;
-        results_.push_back({name, contacts_, operations, total / static_cast<double>(operations),
-                            times[last / 2], times[last * 99 / 100]});
+        results_.push_back(timed(name, contacts_, operations, operation));
     }
 
     fs::path practice_;
@@ -185,7 +302,7 @@ std::string thousands(std::size_t contacts) {
 
 void print_text(const std::vector<Result>& results) {
     for (const Result& r : results) {
-        std::printf("%-11s names %-6s %9.2f us/op %10.0f op/s   p50 %8.2f us   p99 %8.2f us\n",
+        std::printf("%-11s records %-6s %9.2f us/op %10.0f op/s   p50 %8.2f us   p99 %8.2f us\n",
                     r.name.c_str(), thousands(r.contacts).c_str(), r.mean_us, 1e6 / r.mean_us,
                     r.p50_us, r.p99_us);
     }
@@ -218,10 +335,12 @@ int main(int argc, char** argv) {
     CLI::App app{"Measures the library on sample practices."};
     std::vector<std::size_t> sizes = {10000, 100000};
     std::size_t operations = 5000;
+    std::size_t keys = 1000000;
     bool json = false;
     app.add_option("--contacts", sizes, "numbers of contacts in the practice");
     app.add_option("--operations", operations, "operations of each kind")
         ->check(CLI::PositiveNumber);
+    app.add_option("--keys", keys, "records of the table whose keys are counted; 0 leaves it out");
     app.add_flag("--json", json, "print the figures as JSON");
     CLI11_PARSE(app, argc, argv);
 
@@ -237,6 +356,11 @@ int main(int argc, char** argv) {
     for (const std::size_t contacts : sizes) {
         const std::vector<Result> results =
             Bench(make_practice(tool, folder, contacts), contacts, operations).run();
+        if (!json) print_text(results);
+        all.insert(all.end(), results.begin(), results.end());
+    }
+    if (keys > 0) {
+        const std::vector<Result> results = KeyBench(folder, keys, operations).run();
         if (!json) print_text(results);
         all.insert(all.end(), results.begin(), results.end());
     }

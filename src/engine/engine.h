@@ -9,7 +9,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,12 +26,28 @@ using RecordNumber = std::uint32_t;  // 1-based; 0 stands for the blank phantom 
 enum class TableSharing { kShared, kExclusive };
 enum class SeekMode { kHard, kSoft };
 enum class SeekEnd { kFirst, kLast };
+// The top is where a walk begins: on a descending order it holds the larger key.
+enum class ScopeEnd { kTop, kBottom };
+// Which keys of an order are counted: all of them, or those that navigation comes across (inside
+// the order's scopes, let through by the filter, and not deleted while deleted records are hidden).
+enum class KeySet { kWhole, kVisible };
+// How much of a filter an engine answers from indexes instead of reading records.
+enum class FilterOptimisation { kNone, kPartial, kFull };
 
 struct FieldDescription {
     std::string name;  // upper case
     char type = 'C';   // the table's own letter: C N F D L M I B Y T ...
     int width = 0;
     int decimals = 0;
+};
+
+struct OrderDescription {
+    std::string name;       // upper case
+    std::string key;        // expression texts as the index file holds them
+    std::string condition;  // empty when there is none
+    bool unique = false;
+    bool descending = false;
+    bool custom = false;
 };
 
 // One open table. Positions: a current record number, 1-based, or the phantom record past the last
@@ -47,13 +65,21 @@ class Table {
     virtual void go_to(RecordNumber record) = 0;
     virtual void go_top() = 0;
     virtual void go_bottom() = 0;
-    // Moves in the controlling order (or by record number), past records that are hidden.
+    // Moves in the controlling order (or by record number), past records that are hidden. Forward
+    // past the end leaves the phantom record; backward past the beginning leaves the first record,
+    // with the beginning-of-file flag. From the phantom record, backwards, the first step leads to
+    // the last record. A record outside the scopes counts as lying before the first or behind the
+    // last one inside. Far moves are cheap (logarithmic) while nothing hides records. 0 reads the
+    // record again and moves nowhere.
     virtual void skip(std::int64_t count) = 0;
     virtual bool end_of_file() = 0;
     virtual bool beginning_of_file() = 0;
     virtual RecordNumber record_number() = 0;  // count + 1 on the phantom record
     virtual RecordNumber record_count() = 0;   // as the file says now
     virtual bool deleted() = 0;                // false on the phantom record
+    // Called at the end of every move (go to, top, bottom, skip by other than 0, seek, append);
+    // an empty one ends that. There is one follower at most.
+    virtual void set_follower(std::function<void()> follower) = 0;
 
     // -- Fields of the current record.
     // Blank-padded text, numbers with width and decimals, dates, logicals, memos; nil for NULL; a
@@ -66,12 +92,24 @@ class Table {
     virtual void recall() = 0;
     // Reads the current record again from the file, dropping the cached copy.
     virtual void refresh_record() = 0;
+    // What an expression over the fields gives on the current record: text as wide as the
+    // expression says, a number, date, logical or date-time as field_get answers them; nil for
+    // NULL. One that does not compile is EngineFault kUnsupported, which names the expression, the
+    // position in it and the reason. Cheap for a text that has been evaluated before.
+    virtual Value evaluate(const std::string& expression) = 0;
+
+    // The table's shared flag: how it was opened, until it is set. The flag is a mark that callers
+    // read; setting it changes nothing about the open files and their locks.
+    virtual bool shared() const = 0;
+    virtual void set_shared(bool shared) = 0;
 
     // -- Locks. They never wait; unlocking first writes out a changed record.
     [[nodiscard]] virtual bool lock_record(RecordNumber record) = 0;
     [[nodiscard]] virtual bool lock_table() = 0;
     virtual void unlock_record(RecordNumber record) = 0;
     virtual void unlock_all() = 0;
+    // True when this session may write the record: by its lock, the table's, or exclusive use.
+    virtual bool owns(RecordNumber record) const = 0;
 
     // Adds a blank record, makes it current and leaves it locked; false when the lock that this
     // needs is somebody else's. Its index keys are written with its final values when the record is
@@ -92,27 +130,54 @@ class Table {
     // Detaches every order; a structural index stays maintained all the same.
     virtual void clear_orders() = 0;
     // Attaches every order of the file (a name without extension, or a table's, means the table's
-    // .CDX); the first of them becomes controlling. False when there is no such file.
+    // .CDX); the first of them becomes controlling, or the one that the engine's automatic order
+    // setting says. False when there is no such file.
     virtual bool add_orders(const std::string& file) = 0;
     virtual std::size_t order_count() const = 0;
+    // Of the attached orders those of one index file, named as for add_orders.
+    virtual std::size_t order_count_of(const std::string& index_file) const = 0;
     virtual std::string order_name(std::size_t number) const = 0;  // empty when there is none
     virtual std::size_t order_number() const = 0;
+    // EngineFault kUnknownName when there is no such order.
+    virtual OrderDescription order_description(std::size_t number) const = 0;
+    // The number of an order as callers name it: by name, by number, or nil for the controlling
+    // one (0 in physical order). With an index file only that file's orders are looked at, numbered
+    // from 1 within it, and nil is its first. Nothing when there is no such order.
+    virtual std::optional<std::size_t> find_order(const Value& order,
+                                                  const std::string& index_file) const = 0;
     // Makes an order controlling, position unchanged; an unknown name or number changes nothing
     // and answers false. The empty name and the number 0 select physical order.
     virtual bool set_order(std::string_view name) = 0;
     virtual bool set_order(std::size_t number) = 0;
     // Finds a key in the controlling order. Text shorter than the key finds the first key that
-    // begins with it. A failed hard seek, or a soft one past every key, leaves the phantom record;
-    // a failed soft one otherwise leaves the next greater key's record.
+    // begins with it. Keys outside the scopes and of hidden records are not found. A failed hard
+    // seek, or a soft one past every key, leaves the phantom record; a failed soft one otherwise
+    // leaves the next greater key's record (the next smaller one's in a descending order).
     virtual bool seek(const Value& key, SeekMode mode, SeekEnd end) = 0;
-    // Limits of the controlling order; nil is no limit. Setting a scope does not move.
-    virtual Value scope_top() const = 0;
-    virtual Value scope_bottom() const = 0;
-    virtual void set_scope(const Value& top, const Value& bottom) = 0;
 
-    // -- Filter: records for which the expression is not true are skipped by navigation.
+    // Limits of the controlling order; nil is no limit, and the answer in physical order. Text
+    // shorter than the key limits to keys that begin with it. Each order keeps its own scopes until
+    // it is detached. Setting one does not move; in physical order it does nothing. A value of
+    // another kind than the key's is EngineFault kUnsuitableValue and leaves the scope as it was.
+    virtual Value scope(ScopeEnd end) const = 0;
+    virtual void set_scope(ScopeEnd end, const Value& value) = 0;
+
+    // Keys of an order (0: physical order, where every record counts as a key). Scopes are the
+    // order's own, whether or not it is controlling. Logarithmic once the order's pages have been
+    // counted, except for kVisible while a filter or hidden deleted records apply, which reads
+    // every record of the order.
+    virtual std::size_t key_count(std::size_t order, KeySet keys) = 0;
+    // 1-based position of the current record's key; 0 on the phantom record and for a record that
+    // is not among those keys.
+    virtual std::size_t key_number(std::size_t order, KeySet keys) = 0;
+
+    // -- Filter: records for which the expression is not true are skipped by navigation. Setting
+    // one does not move. An expression that does not compile, or is not logical, is EngineFault
+    // kUnsupported, which names the expression, the position in it and the reason; the filter stays
+    // as it was.
     virtual std::string filter() const = 0;
     virtual void set_filter(const std::string& expression) = 0;  // empty text clears it
+    virtual FilterOptimisation filter_optimisation() const = 0;
 };
 
 // What a table engine offers besides its tables. Status codes are the engine's own, 0 for success.
@@ -131,6 +196,14 @@ class Engine {
     // Both answer the previous setting. Default: compatible locking, deleted records visible.
     virtual bool set_proprietary_locking(bool on) = 0;
     virtual bool set_deleted_hidden(bool on) = 0;
+    virtual bool deleted_hidden() const = 0;
+    // Which order of an index file becomes controlling when its orders are attached, by the engine
+    // or by add_orders: 0 none, a number that the file does not have none either. Default 1.
+    virtual int automatic_order() const = 0;
+    virtual void set_automatic_order(int order) = 0;
+    // Kept for callers that ask for it again. Default 0: tables are opened the way the caller says.
+    virtual int automatic_share() const = 0;
+    virtual void set_automatic_share(int share) = 0;
     // With full durability `commit` and `write_all_records` also wait for the disk. Default off.
     virtual void set_full_durability(bool on) = 0;
     virtual int write_all_records() = 0;

@@ -2,6 +2,8 @@
 
 #include "engine/work_areas.h"
 
+#include <charconv>
+
 #include "util/runtime.h"
 
 namespace brenik {
@@ -44,8 +46,29 @@ std::string WorkAreas::alias(int area) const {
     return found == slots_.end() ? std::string() : found->second.alias;
 }
 
+int WorkAreas::area_named(std::string_view name) const {
+    if (const int area = area_of(name); area != 0) return area;
+    const std::string_view text = trim_both(name);
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool whole = error == std::errc() && end == text.data() + text.size();
+    return whole && number >= 1 && number <= kMaxWorkArea ? number : 0;
+}
+
+int WorkAreas::lowest_free() const {
+    for (int area = 1; area <= kMaxWorkArea; ++area) {
+        if (!used(area)) return area;
+    }
+    return 0;
+}
+
 void WorkAreas::open(const std::string& path, const std::optional<std::string>& alias,
-                     TableSharing sharing) {
+                     TableSharing sharing, OpenIn where) {
+    if (where == OpenIn::kNewArea) {
+        const int area = lowest_free();
+        if (area == 0) throw EngineFault(FaultCode::kLimit, "open", path + ": no free work area");
+        select(area);
+    }
     close();
     network_error_ = true;
     std::unique_ptr<Table> table = engine_.open(path, sharing);
@@ -54,7 +77,12 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
     network_error_ = false;
 }
 
-void WorkAreas::close() { slots_.erase(current_); }
+void WorkAreas::close() {
+    if (!used()) return;
+    end_relations_to(current_);
+    clear_relations(current_);
+    slots_.erase(current_);
+}
 
 void WorkAreas::close_all() { slots_.clear(); }
 
@@ -99,21 +127,6 @@ void WorkAreas::set_field(int area, std::string_view name, const Value& value) {
 
 void WorkAreas::append_blank(bool release_other_locks) {
     network_error_ = !table("APPEND").append_blank(release_other_locks);
-}
-
-void WorkAreas::clear_relations(int area) {
-    const auto found = slots_.find(area);
-    if (found != slots_.end()) found->second.relations.clear();
-}
-
-void WorkAreas::add_relation(int area, Relation relation) {
-    table(area, "SETRELATION");
-    slots_[area].relations.push_back(std::move(relation));
-}
-
-std::vector<Relation> WorkAreas::relations(int area) const {
-    const auto found = slots_.find(area);
-    return found == slots_.end() ? std::vector<Relation>() : found->second.relations;
 }
 
 void WorkAreas::release_all_locks() noexcept {

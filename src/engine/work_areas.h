@@ -20,29 +20,43 @@ namespace brenik {
 
 inline constexpr int kMaxWorkArea = 150;
 
+// Which slot a table is opened in: the current one, closing what was there, or the lowest free one,
+// which becomes current.
+enum class OpenIn { kCurrentArea, kNewArea };
+
+// The target follows its parent: after every move of the parent it is positioned by the value of
+// the expression, which is sought in its controlling order or, in physical order, taken as a record
+// number. A scoped relation also limits that order to the keys that equal the value.
 struct Relation {
     int target = 0;  // work area
     std::string expression;
+    bool scoped = false;
 };
 
 class WorkAreas {
   public:
     explicit WorkAreas(Engine& engine) : engine_(engine) {}
+    WorkAreas(const WorkAreas&) = delete;
+    WorkAreas& operator=(const WorkAreas&) = delete;
 
     // -- Slots.
     int current() const { return current_; }
     void select(int area) { current_ = area; }
     // Number of the slot that holds the alias (case-insensitive), 0 when none does.
     int area_of(std::string_view alias) const;
+    // As area_of, where a number in text ("5") names the slot itself, used or not (1 to 150).
+    int area_named(std::string_view name) const;
+    int lowest_free() const;  // 0 when all are in use
     bool used() const { return used(current_); }
     bool used(int area) const { return slots_.contains(area); }
     std::string alias() const { return alias(current_); }  // as opened; empty on an empty slot
     std::string alias(int area) const;
 
-    // Opens a table in the current slot, closing what was there. Without an alias the file's base
-    // name in upper case is used. Sets the network error flag; on failure the slot stays empty.
+    // Without an alias the file's base name in upper case is used. Sets the network error flag; on
+    // failure the slot stays empty (and current). No free slot is EngineFault kLimit.
     void open(const std::string& path, const std::optional<std::string>& alias,
-              TableSharing sharing);
+              TableSharing sharing, OpenIn where = OpenIn::kCurrentArea);
+    // Closing a table also ends the relations that lead to it.
     void close();
     void close_all();
 
@@ -69,8 +83,13 @@ class WorkAreas {
     // Appends to the current slot and sets the network error flag.
     void append_blank(bool release_other_locks);
 
-    // -- Relations out of a slot: kept, listed and cleared; navigation does not follow them.
+    // -- Relations out of a slot, in the order in which they were added.
+    // Also takes away the scopes that scoped relations have set. Nothing on an empty slot.
     void clear_relations(int area);
+    // Positions the target at once. A relation to a target that the slot is related to already
+    // takes the old one's place. EngineFault, with everything as it was: an expression that does
+    // not compile or does not suit the target's order, an empty target, and a target from which
+    // relations lead back to this slot.
     void add_relation(int area, Relation relation);
     std::vector<Relation> relations(int area) const;
 
@@ -85,6 +104,12 @@ class WorkAreas {
         std::unique_ptr<Table> table;
         std::vector<Relation> relations;
     };
+
+    bool leads_to(int from, int area) const;
+    void follow(int area);
+    void follow(Table& parent, const Relation& relation);
+    void release_target(const Relation& relation);
+    void end_relations_to(int area);
 
     Engine& engine_;
     std::map<int, Slot> slots_;

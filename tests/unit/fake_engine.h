@@ -4,8 +4,10 @@
 
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,6 +72,7 @@ class Table : public brenik::Table {
     RecordNumber record_number() override { return 7; }
     RecordNumber record_count() override { return 12; }
     bool deleted() override { return false; }
+    void set_follower(std::function<void()>) override {}
     Value field_get(std::size_t position) override { return script_.record.at(position - 1); }
     void field_put(std::size_t position, const Value& value) override {
         if (script_.put_fails)
@@ -79,10 +82,14 @@ class Table : public brenik::Table {
     void mark_deleted() override {}
     void recall() override {}
     void refresh_record() override {}
+    Value evaluate(const std::string&) override { return {}; }
+    bool shared() const override { return true; }
+    void set_shared(bool) override {}
     bool lock_record(RecordNumber) override { return script_.locked = !refuse(); }
     bool lock_table() override { return script_.locked = !refuse(); }
     void unlock_record(RecordNumber) override { script_.locked = false; }
     void unlock_all() override { script_.locked = false; }
+    bool owns(RecordNumber) const override { return script_.locked; }
     bool append_blank(bool) override { return !refuse(); }
     void abandon_changes() noexcept override { script_.abandoned = true; }
     void commit() override {}
@@ -93,16 +100,23 @@ class Table : public brenik::Table {
         return true;
     }
     std::size_t order_count() const override { return 0; }
+    std::size_t order_count_of(const std::string&) const override { return 0; }
     std::string order_name(std::size_t) const override { return {}; }
+    OrderDescription order_description(std::size_t) const override { return {}; }
+    std::optional<std::size_t> find_order(const Value&, const std::string&) const override {
+        return {};
+    }
     std::size_t order_number() const override { return 0; }
     bool set_order(std::string_view) override { return false; }
     bool set_order(std::size_t) override { return false; }
     bool seek(const Value&, SeekMode, SeekEnd) override { return false; }
-    Value scope_top() const override { return {}; }
-    Value scope_bottom() const override { return {}; }
-    void set_scope(const Value&, const Value&) override {}
+    Value scope(ScopeEnd) const override { return {}; }
+    void set_scope(ScopeEnd, const Value&) override {}
+    std::size_t key_count(std::size_t, KeySet) override { return 12; }
+    std::size_t key_number(std::size_t, KeySet) override { return 7; }
     std::string filter() const override { return {}; }
     void set_filter(const std::string&) override {}
+    FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
 
   private:
     bool refuse() {
@@ -125,6 +139,11 @@ class Engine : public brenik::Engine {
     int server_loaded(const std::string&) override { return 1; }
     bool set_proprietary_locking(bool) override { return false; }
     bool set_deleted_hidden(bool) override { return false; }
+    bool deleted_hidden() const override { return false; }
+    int automatic_order() const override { return 1; }
+    void set_automatic_order(int) override {}
+    int automatic_share() const override { return 0; }
+    void set_automatic_share(int) override {}
     void set_full_durability(bool) override {}
     int write_all_records() override { return 0; }
     int close_all_tables() override { return 0; }

@@ -215,6 +215,28 @@ void expect_seeks(CdxTag& tag, const Model& model, const Entry& probe) {
     check(tag.at_or_before(as_bytes(prefix), 9, found), before(model.upper_bound({past, kNone})));
 }
 
+// Entries by number, against a walk of the same tree.
+void expect_numbers(CdxTag& tag, const std::vector<Entry>& walked, std::size_t number) {
+    ASSERT_EQ(tag.count(), walked.size());
+    IndexEntry found;
+    ASSERT_EQ(tag.at(number, found), number < walked.size());
+    if (number >= walked.size()) return;
+    EXPECT_EQ(Entry(found.key, found.record), walked[number]);
+    const Bytes key = as_bytes(walked[number].first);
+    EXPECT_EQ(tag.count_before(key, found.record), number);
+    EXPECT_EQ(tag.count_through(key, found.record), number + 1);
+    const Bytes prefix = key.first(key.size() / 2);
+    const auto compare = [&](const Entry& entry) {
+        return entry.first.compare(0, prefix.size(), as_text(prefix));
+    };
+    const auto first = std::partition_point(walked.begin(), walked.end(),
+                                            [&](const Entry& e) { return compare(e) < 0; });
+    const auto past =
+        std::partition_point(first, walked.end(), [&](const Entry& e) { return compare(e) == 0; });
+    EXPECT_EQ(tag.count_before(prefix, 9), static_cast<std::size_t>(first - walked.begin()));
+    EXPECT_EQ(tag.count_through(prefix, 9), static_cast<std::size_t>(past - walked.begin()));
+}
+
 // Keys as tables have them: many alike, long common beginnings, blank ends.
 std::string some_key(std::mt19937& random, std::size_t length, Byte pad) {
     std::string key(length, static_cast<char>(pad));
@@ -263,8 +285,10 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
             EXPECT_FALSE(change.contains(*file->tags()[0], as_bytes(absent)));
             change.publish();
         }
-        ASSERT_EQ(on_disk(pad), std::vector<Entry>(model.begin(), model.end()));
+        const std::vector<Entry> held(model.begin(), model.end());
+        ASSERT_EQ(on_disk(pad), held);
         for (int seeks = 0; seeks < 20; ++seeks) {
+            expect_numbers(*file->tags()[0], held, random() % (held.size() + 1));
             expect_seeks(*file->tags()[0], model, {some_key(random, length, pad), random() % 9});
         }
         expect_walks(*file->tags()[0], model);
@@ -410,6 +434,9 @@ TEST_F(IndexTest, ATreeWhoseWritingWasCutShortIsReadAndMended) {
         if (writes.size() <= 3) continue;
         for (const bool forward : {true, false}) {
             std::vector<Entry> found = walk(*file->tags()[0], forward);
+            if (forward) {
+                expect_numbers(*file->tags()[0], found, random() % (found.size() + 1));
+            }
             std::erase_if(found, [&](const Entry& e) { return strays.contains(e); });
             ASSERT_TRUE(std::equal(found.begin(), found.end(), model.begin(), model.end()))
                 << "step " << step << ", " << writes.size() << " written, removing " << removing
@@ -507,6 +534,8 @@ TEST_F(IndexTest, RandomBytesNeverDoMoreThanAFault) {
             std::vector<Entry> found = walk(*file->tags()[0], true);
             EXPECT_LE(found.size(), 40000u);
             walk(*file->tags()[0], false);
+            IndexEntry entry;
+            file->tags()[0]->at(file->tags()[0]->count() / 2, entry);
             CdxFile::Change change(*file);
             const std::string key = file->tags()[0]->description().key_length == 6 ? "100300" : "";
             change.insert(*file->tags()[0], as_bytes(key), 7);

@@ -309,9 +309,11 @@ TEST_F(TableTest, NavigationHonoursOrderScopeFilterAndDeletion) {
         EXPECT_EQ(table->record_number(), c.record) << c.order << c.key;
     }
     table->set_order("UP");
-    table->set_scope("B", "C");
+    table->set_scope(ScopeEnd::kTop, "B");
+    table->set_scope(ScopeEnd::kBottom, "C");
     EXPECT_EQ(walk(*table), (Order{1, 5}));
-    table->set_scope(Value(), Value());
+    table->set_scope(ScopeEnd::kTop, Value());
+    table->set_scope(ScopeEnd::kBottom, Value());
     table->set_filter("N <> 5");
     EXPECT_EQ(walk(*table, false), (Order{3, 1, 2, 4}));
     table->set_filter("");

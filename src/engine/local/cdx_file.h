@@ -80,6 +80,15 @@ class CdxTag {
     bool after(const IndexEntry& entry, IndexEntry& found);
     bool before(const IndexEntry& entry, IndexEntry& found);
 
+    // Entries of the tag; those less than (key, record); those not greater, or beginning with a key
+    // that is shorter than the tag's. Logarithmic, but for the first question after a change of the
+    // file, which reads the headers of all leaves (cdx_positions.h).
+    std::size_t count();
+    std::size_t count_before(Bytes key, RecordNumber record);
+    std::size_t count_through(Bytes key, RecordNumber record);
+    // The entry with this number, counted from 0.
+    bool at(std::size_t number, IndexEntry& found);
+
   private:
     friend class CdxFile;
     class Tree;

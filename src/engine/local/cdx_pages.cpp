@@ -121,6 +121,12 @@ CdxPage& CdxFile::Pages::load(const CdxForm& form, std::uint32_t offset) {
     }
 }
 
+void CdxFile::Pages::read_bytes(std::uint64_t offset, MutableBytes into) {
+    prepare_to_load();
+    const std::size_t got = file_.read_at(offset, into);
+    std::fill(into.begin() + static_cast<std::ptrdiff_t>(got), into.end(), Byte{0});
+}
+
 void CdxFile::Pages::begin_change() {
     lock_changes();
     try {

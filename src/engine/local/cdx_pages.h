@@ -44,6 +44,8 @@ class CdxFile::Pages {
     void end_read() noexcept;
     std::uint32_t root(const CdxForm& form);
     CdxPage& page(const CdxForm& form, std::uint32_t offset);
+    // Fills `into` from the file, zeros where it ends; what is remembered is still good then.
+    void read_bytes(std::uint64_t offset, MutableBytes into);
     // Changes whenever anything that a caller remembers about pages may have become wrong.
     std::uint64_t generation() const { return generation_; }
     std::uint64_t page_count() const { return file_size_ / kCdxPageSize; }

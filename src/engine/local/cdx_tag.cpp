@@ -27,22 +27,6 @@ CdxTag::Tree::Tree(CdxFile::Pages& pages, const TagDescription& description,
 
 // -- Walking.
 
-template <typename Walk>
-bool CdxTag::Tree::read(Walk walk) {
-    struct Guard {
-        CdxFile::Pages& pages;
-        ~Guard() { pages.end_read(); }
-    } guard{pages_};
-    pages_.begin_read();
-    try {
-        begin();
-        return walk();
-    } catch (const StaleCache&) {
-        begin();
-        return walk();
-    }
-}
-
 void CdxTag::Tree::begin() {
     if (description_.key_length < 1 || description_.key_length > kLongestCdxKey) {
         throw EngineFault(

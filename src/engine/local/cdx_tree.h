@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "engine/local/cdx_pages.h"
+#include "engine/local/cdx_positions.h"
 
 namespace brenik::local {
 
@@ -32,6 +33,11 @@ class CdxTag::Tree {
     bool backward(Bytes probe, bool past_equal, IndexEntry& found);
     bool next(const IndexEntry& entry, IndexEntry& found);
     bool previous(const IndexEntry& entry, IndexEntry& found);
+
+    // By number, counted from 0 (cdx_positions.h).
+    std::size_t count();
+    std::size_t count_before(Bytes probe, bool past_equal);
+    bool at(std::size_t number, IndexEntry& found);
 
     bool contains(Bytes key);
     bool insert(Bytes key, RecordNumber record);
@@ -53,6 +59,7 @@ class CdxTag::Tree {
     };
     using Path = std::vector<Position>;  // from the root down
     struct Level;
+    class HeaderReader;
 
     // Runs a walk on pages that belong together.
     template <typename Walk>
@@ -60,6 +67,7 @@ class CdxTag::Tree {
     void begin();
     bool answer(Position position, IndexEntry& found);
     bool remembered(Bytes entry) const;
+    const LeafCounts& leaf_counts();
 
     CdxPage& load(std::uint32_t offset);
     CdxPage& root();
@@ -107,6 +115,25 @@ class CdxTag::Tree {
     // Where the last entry was found, valid for one generation of the pages.
     Position last_{nullptr, 0};
     std::uint64_t last_generation_ = 0;
+
+    LeafCounts leaf_counts_;
+    std::uint64_t counted_generation_ = 0;
 };
+
+template <typename Walk>
+bool CdxTag::Tree::read(Walk walk) {
+    struct Guard {
+        CdxFile::Pages& pages;
+        ~Guard() { pages.end_read(); }
+    } guard{pages_};
+    pages_.begin_read();
+    try {
+        begin();
+        return walk();
+    } catch (const StaleCache&) {
+        begin();
+        return walk();
+    }
+}
 
 }  // namespace brenik::local

@@ -48,17 +48,6 @@ Number ascii_number(const RecordView& record, const Field& field) {
             static_cast<int>(field.decimals)};
 }
 
-std::string date_time_text(const Byte* at) {
-    const auto day = static_cast<std::int32_t>(load_le32(at));
-    const std::uint32_t ms = load_le32(at + 4);
-    if (day == 0 && ms == 0) return std::string(kDateTimeDigits, ' ');
-    const std::uint32_t in_day = std::min<std::uint32_t>(ms, kMillisecondsPerDay - 1);
-    char time[16];
-    std::snprintf(time, sizeof time, "%02u%02u%02u%03u", in_day / 3'600'000 % 24,
-                  in_day / 60'000 % 60, in_day / 1000 % 60, in_day % 1000);
-    return Date(day).to_ymd() + time;
-}
-
 // A V or Q field whose length bit is set keeps its length in its last byte.
 std::string variable_text(const RecordView& record, const TableLayout& layout, const Field& field) {
     const Bytes bytes = record.field(field);
@@ -155,6 +144,15 @@ const std::string& text_for(const Field& field, const Value& value) {
 
 }  // namespace
 
+std::string date_time_text(std::int32_t day, std::uint32_t ms) {
+    if (day == 0 && ms == 0) return std::string(kDateTimeDigits, ' ');
+    const std::uint32_t in_day = std::min<std::uint32_t>(ms, kMillisecondsPerDay - 1);
+    char time[16];
+    std::snprintf(time, sizeof time, "%02u%02u%02u%03u", in_day / 3'600'000 % 24,
+                  in_day / 60'000 % 60, in_day / 1000 % 60, in_day % 1000);
+    return Date(day).to_ymd() + time;
+}
+
 bool is_memo(const Field& field) {
     return field.type == 'M' || field.type == 'G' || field.type == 'P' || field.type == 'W' ||
            (field.type == 'B' && field.width == 10);
@@ -206,7 +204,7 @@ Value read_field(const RecordView& record, const TableLayout& layout, const Fiel
                 static_cast<double>(static_cast<std::int64_t>(load_le64(at))) / kCurrencyScale,
                 kBinaryNumberWidth, kCurrencyDecimals};
         case 'T':
-            return date_time_text(at);
+            return date_time_text(static_cast<std::int32_t>(load_le32(at)), load_le32(at + 4));
         case 'V':
         case 'Q':
             return variable_text(record, layout, field);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "engine/local/table_layout.h"
 #include "util/value.h"
@@ -27,6 +28,9 @@ Value read_field(const RecordView& record, const TableLayout& layout, const Fiel
 // value of an unsuitable kind, or beyond a binary field's range, is EngineFault kUnsuitableValue.
 void write_field(MutableBytes record, const TableLayout& layout, const Field& field,
                  const Value& value);
+
+// Day number and milliseconds as the text that date-times are given in, blank when both are 0.
+std::string date_time_text(std::int32_t day, std::uint32_t ms);
 
 // A live record in which every field is empty.
 void make_blank_record(MutableBytes record, const TableLayout& layout);

@@ -16,6 +16,8 @@ class LocalTable;
 struct EngineSettings {
     bool deleted_hidden = false;
     bool full_durability = false;
+    int automatic_order = 1;
+    int automatic_share = 0;
 };
 
 class LocalEngine : public Engine {
@@ -27,6 +29,11 @@ class LocalEngine : public Engine {
     int server_loaded(const std::string& folder) override;
     bool set_proprietary_locking(bool on) override;
     bool set_deleted_hidden(bool on) override;
+    bool deleted_hidden() const override { return settings_.deleted_hidden; }
+    int automatic_order() const override { return settings_.automatic_order; }
+    void set_automatic_order(int order) override { settings_.automatic_order = order; }
+    int automatic_share() const override { return settings_.automatic_share; }
+    void set_automatic_share(int share) override { settings_.automatic_share = share; }
     void set_full_durability(bool on) override;
     int write_all_records() override;
     int close_all_tables() override;

@@ -3,11 +3,19 @@
 #include "engine/local/local_table.h"
 
 #include <algorithm>
+#include <numeric>
+#include <utility>
 
 #include "engine/local/field_codec.h"
 #include "util/runtime.h"
 
 namespace brenik::local {
+namespace {
+
+// From so many records on, finding the place by number costs less than walking there.
+constexpr std::int64_t kFarSkip = 64;
+
+}  // namespace
 
 std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::string& path,
                                              platform::Sharing sharing) {
@@ -21,7 +29,8 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     }
     table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), sharing);
     if (layout.has_structural_index() && !table->orders_->open_structural()) return nullptr;
-    table->use_order(table->orders_->attached_count() > 0 ? 1 : 0);
+    table->orders_attached(0);
+    table->shared_ = sharing == platform::Sharing::kShared;
     table->go_top();
     return table;
 }
@@ -49,7 +58,10 @@ void LocalTable::shut() {
         ~Close() {
             table.place(0);
             table.filter_.reset();
+            table.compiled_.clear();
+            table.follower_ = {};
             table.controlling_ = 0;
+            table.scopes_.clear();
             table.orders_.reset();
             table.memo_.reset();
             table.file_.reset();
@@ -198,6 +210,7 @@ bool LocalTable::append_blank(bool release_other_locks) {
     bytes_ = original_ = std::move(blank);
     loaded_ = true;
     keys_pending_ = true;
+    moved();
     return true;
 }
 
@@ -269,16 +282,19 @@ void LocalTable::unlock_all() {
 
 // -------------------------------------------------------------------------------- navigation
 
-bool LocalTable::hides_records() const { return engine_.settings_.deleted_hidden || filter_; }
+bool LocalTable::shows(const RecordView& record) const {
+    if (engine_.settings_.deleted_hidden && record.deleted()) return false;
+    return !filter_ || filter_->is_true(record);
+}
 
-bool LocalTable::visible() {
-    if (engine_.settings_.deleted_hidden && view().deleted()) return false;
-    return !filter_ || filter_->is_true(view());
+void LocalTable::move_to(RecordNumber record) {
+    flush();
+    place(file_ && file_->holds(record) ? record : 0);
 }
 
 void LocalTable::go_to(RecordNumber record) {
-    flush();
-    place(file_ && file_->holds(record) ? record : 0);
+    move_to(record);
+    moved();
 }
 
 // The entry of the current record; made from its fields where it was not reached by the order.
@@ -295,14 +311,21 @@ bool LocalTable::place_at(const IndexEntry& entry) {
     return visible();
 }
 
-bool LocalTable::step_in_order(bool forward) {
-    IndexEntry entry = current_entry();
-    IndexEntry found;
-    while (forward ? walk().next(entry, found) : walk().previous(entry, found)) {
-        if (place_at(found)) return true;
-        entry = found;
+// Goes on from an entry, itself included, to the first one that shows.
+bool LocalTable::place_near(bool any, IndexEntry entry, bool forward) {
+    IndexEntry from;
+    while (any && !place_at(entry)) {
+        std::swap(from, entry);
+        any = forward ? walk().next(from, entry) : walk().previous(from, entry);
     }
-    return false;
+    return any;
+}
+
+bool LocalTable::step_in_order(bool forward) {
+    const IndexEntry entry = current_entry();
+    IndexEntry found;
+    const bool any = forward ? walk().next(entry, found) : walk().previous(entry, found);
+    return place_near(any, std::move(found), forward);
 }
 
 bool LocalTable::step_by_number(bool forward) {
@@ -327,51 +350,73 @@ void LocalTable::go_end(bool top) {
         if (record_ != 0 && hides_records() && !visible() && !step(top)) place(0);
     } else {
         IndexEntry entry;
-        bool any = top ? walk().first(entry) : walk().last(entry);
-        while (any && !place_at(entry)) {
-            const IndexEntry from = entry;
-            any = top ? walk().next(from, entry) : walk().previous(from, entry);
-        }
-        if (!any) place(0);
+        const bool any = top ? walk().first(entry) : walk().last(entry);
+        if (!place_near(any, std::move(entry), top)) place(0);
     }
     at_beginning_ = record_ == 0;
 }
 
-void LocalTable::go_top() { go_end(true); }
-
-void LocalTable::go_bottom() { go_end(false); }
-
-void LocalTable::skip(std::int64_t count) {
-    flush();
-    at_beginning_ = false;
-    for (; count > 0 && record_ != 0; --count) {
-        if (!step(true)) return place(0);
-    }
-    if (count < 0 && record_ == 0) {
-        go_bottom();
-        ++count;
-    }
-    for (; count < 0 && record_ != 0; ++count) {
-        if (step(false)) continue;
-        go_top();
-        at_beginning_ = true;
-        return;
-    }
+void LocalTable::go_top() {
+    go_end(true);
+    moved();
 }
 
-// ------------------------------------------------------------------------- orders and filter
+void LocalTable::go_bottom() {
+    go_end(false);
+    moved();
+}
+
+void LocalTable::skip(std::int64_t count) {
+    if (count == 0) {
+        flush();
+        return refresh_record();
+    }
+    move_by(count);
+    moved();
+}
+
+void LocalTable::move_by(std::int64_t count) {
+    flush();
+    at_beginning_ = false;
+    if (count < 0 && record_ == 0) {
+        go_end(false);
+        ++count;
+    }
+    if (record_ == 0 || count == 0) return;
+    const bool forward = count > 0;
+    bool any = true;
+    if (!hides_records() && (count > kFarSkip || count < -kFarSkip)) {
+        any = leap(count);
+    } else {
+        for (; any && count != 0; count += forward ? -1 : 1) any = step(forward);
+    }
+    if (any) return;
+    if (forward) return place(0);
+    go_end(true);
+    at_beginning_ = true;
+}
+
+// ------------------------------------------------------------------------- orders and scopes
 
 void LocalTable::use_order(std::size_t number) {
     controlling_ = number;
     entry_.reset();
-    scope_ = {};
-    scope_top_ = scope_bottom_ = Value();
+}
+
+// Makes one of the orders controlling that were attached behind the first `before` ones.
+void LocalTable::orders_attached(std::size_t before) {
+    scopes_.resize(orders_->attached_count());
+    const int chosen = engine_.settings_.automatic_order;
+    if (chosen <= 0) return;
+    const std::size_t number = before + static_cast<std::size_t>(chosen);
+    if (number <= orders_->attached_count()) use_order(number);
 }
 
 void LocalTable::clear_orders() {
     require_open("clear orders");
     flush();
     use_order(0);
+    scopes_.clear();
     orders_->detach_all();
 }
 
@@ -380,13 +425,47 @@ bool LocalTable::add_orders(const std::string& file) {
     flush();
     const std::size_t attached = orders_->attached_count();
     if (!orders_->attach(file)) return false;
-    if (orders_->attached_count() > attached) use_order(attached + 1);
+    if (orders_->attached_count() > attached) orders_attached(attached);
     return true;
+}
+
+std::size_t LocalTable::order_count_of(const std::string& index_file) const {
+    return orders_ ? orders_->numbers_of(index_file).size() : 0;
 }
 
 std::string LocalTable::order_name(std::size_t number) const {
     if (number == 0 || number > order_count()) return {};
     return orders_->attached(number).description().name;
+}
+
+OrderDescription LocalTable::order_description(std::size_t number) const {
+    if (order_name(number).empty()) refuse_order(number, "order");
+    const TagDescription& tag = orders_->attached(number).description();
+    return {tag.name,       tag.key,   tag.condition, tag.unique || tag.candidate,
+            tag.descending, tag.custom};
+}
+
+std::optional<std::size_t> LocalTable::find_order(const Value& order,
+                                                  const std::string& index_file) const {
+    std::vector<std::size_t> numbers(order_count());
+    std::iota(numbers.begin(), numbers.end(), std::size_t{1});
+    if (!index_file.empty()) {
+        if (!orders_) return {};
+        numbers = orders_->numbers_of(index_file);
+        if (numbers.empty()) return {};
+    }
+    if (order.is_nil()) return index_file.empty() ? controlling_ : numbers.front();
+    if (order.kind() == ValueKind::kNumber) {
+        const std::int64_t wanted = order.whole();
+        if (wanted == 0) return 0;
+        if (wanted < 0 || static_cast<std::uint64_t>(wanted) > numbers.size()) return {};
+        return numbers[static_cast<std::size_t>(wanted) - 1];
+    }
+    const std::string_view name = trim_right(order.text());
+    for (const std::size_t number : numbers) {
+        if (equal_ignoring_case(order_name(number), name)) return number;
+    }
+    return {};
 }
 
 bool LocalTable::set_order(std::string_view name) {
@@ -402,6 +481,12 @@ bool LocalTable::set_order(std::size_t number) {
 }
 
 bool LocalTable::seek(const Value& key, SeekMode mode, SeekEnd end) {
+    const bool found = find(key, mode, end);
+    moved();
+    return found;
+}
+
+bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
     require_open("seek");
     flush();
     if (controlling_ == 0) {
@@ -412,40 +497,41 @@ bool LocalTable::seek(const Value& key, SeekMode mode, SeekEnd end) {
     const std::string wanted = seek_key(order.format, key);
     const bool too_long = order.format.form == KeyForm::kText &&
                           trim_right(key.text()).size() > order.format.text_length();
-    IndexEntry entry;
-    OrderWalk::Match match = walk().seek(wanted, end, entry);
-    const bool backwards = end == SeekEnd::kLast && match == OrderWalk::Match::kFound;
-    bool any = match != OrderWalk::Match::kNone;
-    while (any && !(place_at(entry) && order.agrees_with(entry, view()))) {
-        const IndexEntry from = entry;
-        any = backwards ? walk().previous(from, entry) : walk().next(from, entry);
-    }
-    const bool found = any && !too_long && entry.key.compare(0, wanted.size(), wanted) == 0;
-    if (!found && (!any || mode == SeekMode::kHard)) place(0);
-    return found;
-}
-
-void LocalTable::set_scope(const Value& top, const Value& bottom) {
-    require_open("scope");
-    if (controlling_ == 0) return;
-    const KeyFormat& format = orders_->attached(controlling_).format;
-    const auto limit = [&](const Value& value) {
-        return value.is_nil() ? std::optional<std::string>() : seek_key(format, value);
+    IndexEntry entry, from;
+    // Goes on to an entry that shows and is not a left-over; without `any_key`, one of the key.
+    const auto settle = [&](bool any, bool forward, bool any_key) {
+        while (any && (any_key || entry.key.compare(0, wanted.size(), wanted) == 0)) {
+            if (place_at(entry) && order.agrees_with(entry, view())) return true;
+            std::swap(from, entry);
+            any = forward ? walk().next(from, entry) : walk().previous(from, entry);
+        }
+        return false;
     };
-    scope_ = {limit(top), limit(bottom)};
-    scope_top_ = top;
-    scope_bottom_ = bottom;
+    OrderWalk::Match match = walk().seek(wanted, end, entry);
+    const bool has_key = match == OrderWalk::Match::kFound;
+    if (has_key && !too_long && settle(true, end == SeekEnd::kFirst, false)) return true;
+    if (mode == SeekMode::kSoft) {
+        if (has_key) match = walk().seek(wanted, SeekEnd::kFirst, entry);
+        if (settle(match != OrderWalk::Match::kNone, true, true)) return false;
+    }
+    place(0);
+    return false;
 }
 
-void LocalTable::set_filter(const std::string& expression) {
-    require_open("filter");
-    if (expression.empty()) return filter_.reset();
-    try {
-        filter_ = Expression::compile(expression, layout());
-    } catch (const ExpressionError& error) {
-        throw EngineFault(FaultCode::kUnsupported, "filter",
-                          file_->path() + ": filter " + expression + ": " + error.what());
-    }
+Value LocalTable::scope(ScopeEnd end) const {
+    if (controlling_ == 0) return {};
+    const OrderScopes& scopes = scopes_[controlling_ - 1];
+    return end == ScopeEnd::kTop ? scopes.top : scopes.bottom;
+}
+
+void LocalTable::set_scope(ScopeEnd end, const Value& value) {
+    if (controlling_ == 0) return;
+    std::optional<std::string> limit;
+    if (!value.is_nil()) limit = seek_key(orders_->attached(controlling_).format, value);
+    OrderScopes& scopes = scopes_[controlling_ - 1];
+    const bool top = end == ScopeEnd::kTop;
+    (top ? scopes.limits.top : scopes.limits.bottom) = std::move(limit);
+    (top ? scopes.top : scopes.bottom) = value;
 }
 
 }  // namespace brenik::local

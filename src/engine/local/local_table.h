@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -39,17 +40,22 @@ class LocalTable : public Table {
     RecordNumber record_number() override { return record_ == 0 ? record_count() + 1 : record_; }
     RecordNumber record_count() override { return file_ ? file_->count() : 0; }
     bool deleted() override { return record_ != 0 && view().deleted(); }
+    void set_follower(std::function<void()> follower) override { follower_ = std::move(follower); }
 
     Value field_get(std::size_t position) override;
     void field_put(std::size_t position, const Value& value) override;
     void mark_deleted() override { set_deletion_mark('*'); }
     void recall() override { set_deletion_mark(' '); }
     void refresh_record() override;
+    Value evaluate(const std::string& expression) override;
+    bool shared() const override { return shared_; }
+    void set_shared(bool shared) override { shared_ = shared; }
 
     [[nodiscard]] bool lock_record(RecordNumber record) override;
     [[nodiscard]] bool lock_table() override;
     void unlock_record(RecordNumber record) override;
     void unlock_all() override;
+    bool owns(RecordNumber record) const override { return file_ && file_->owns(record); }
     [[nodiscard]] bool append_blank(bool release_other_locks) override;
     void abandon_changes() noexcept override;
     void commit() override;
@@ -60,17 +66,23 @@ class LocalTable : public Table {
     void clear_orders() override;
     bool add_orders(const std::string& file) override;
     std::size_t order_count() const override { return orders_ ? orders_->attached_count() : 0; }
+    std::size_t order_count_of(const std::string& index_file) const override;
     std::string order_name(std::size_t number) const override;
     std::size_t order_number() const override { return controlling_; }
+    OrderDescription order_description(std::size_t number) const override;
+    std::optional<std::size_t> find_order(const Value& order,
+                                          const std::string& index_file) const override;
     bool set_order(std::string_view name) override;
     bool set_order(std::size_t number) override;
     bool seek(const Value& key, SeekMode mode, SeekEnd end) override;
-    Value scope_top() const override { return scope_top_; }
-    Value scope_bottom() const override { return scope_bottom_; }
-    void set_scope(const Value& top, const Value& bottom) override;
+    Value scope(ScopeEnd end) const override;
+    void set_scope(ScopeEnd end, const Value& value) override;
+    std::size_t key_count(std::size_t order, KeySet keys) override;
+    std::size_t key_number(std::size_t order, KeySet keys) override;
 
     std::string filter() const override { return filter_ ? filter_->text() : std::string(); }
     void set_filter(const std::string& expression) override;
+    FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
 
     // Flushes and closes the files; what is asked afterwards is answered as on an empty table.
     void shut();
@@ -93,16 +105,38 @@ class LocalTable : public Table {
     void require_open(const char* operation) const;
 
     // -- Navigation.
-    bool visible();
-    bool hides_records() const;
-    OrderWalk walk() const { return {orders_->attached(controlling_), scope_}; }
+    // What one move does; the public methods also tell the follower.
+    void move_to(RecordNumber record);
+    void move_by(std::int64_t count);
+    bool find(const Value& key, SeekMode mode, SeekEnd end);
+    void moved() {
+        if (follower_) follower_();
+    }
+
+    bool shows(const RecordView& record) const;
+    bool visible() { return !hides_records() || shows(view()); }
+    bool hides_records() const { return engine_.settings_.deleted_hidden || filter_; }
+    OrderWalk walk() const { return walk(controlling_); }
+    OrderWalk walk(std::size_t order) const {
+        return {orders_->attached(order), scopes_[order - 1].limits};
+    }
     IndexEntry current_entry();
     bool place_at(const IndexEntry& entry);
+    bool place_near(bool any, IndexEntry entry, bool forward);
     bool step(bool forward);
     bool step_in_order(bool forward);
     bool step_by_number(bool forward);
+    bool leap(std::int64_t count);
     void go_end(bool top);
     void use_order(std::size_t number);
+    void orders_attached(std::size_t before);
+
+    // -- Keys by number (table_positions.cpp).
+    [[noreturn]] void refuse_order(std::size_t order, const char* operation) const;
+    bool among(RecordNumber record, MutableBytes buffer);
+    std::size_t count_visible(std::size_t order, RecordNumber last);
+
+    Expression compile(const std::string& text, const char* operation) const;
 
     LocalEngine& engine_;
     std::unique_ptr<TableFile> file_;
@@ -121,10 +155,16 @@ class LocalTable : public Table {
 
     std::size_t controlling_ = 0;
     std::optional<IndexEntry> entry_;  // of the current record in the controlling order
-    Scope scope_;
-    Value scope_top_;
-    Value scope_bottom_;
+    struct OrderScopes {
+        Scope limits;
+        Value top;
+        Value bottom;
+    };
+    std::vector<OrderScopes> scopes_;  // of every attached order
     std::optional<Expression> filter_;
+    std::map<std::string, Expression> compiled_;  // what evaluate() has met
+    std::function<void()> follower_;
+    bool shared_ = true;
 };
 
 }  // namespace brenik::local

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 
 #include "engine/local/table_path.h"
 #include "util/runtime.h"
@@ -75,10 +76,16 @@ bool OrderWalk::towards_start(const std::string& key, RecordNumber from, IndexEn
     return order_.tag->at_or_before(as_bytes(key), from, found);
 }
 
-bool OrderWalk::inside(const IndexEntry& entry) const {
-    const int sign = descending() ? -1 : 1;
-    return (!scope_.top || sign * compare_leading(entry.key, *scope_.top) >= 0) &&
-           (!scope_.bottom || sign * compare_leading(entry.key, *scope_.bottom) <= 0);
+bool OrderWalk::before_top(const IndexEntry& entry) const {
+    if (!scope_.top) return false;
+    const int place = compare_leading(entry.key, *scope_.top);
+    return descending() ? place > 0 : place < 0;
+}
+
+bool OrderWalk::behind_bottom(const IndexEntry& entry) const {
+    if (!scope_.bottom) return false;
+    const int place = compare_leading(entry.key, *scope_.bottom);
+    return descending() ? place < 0 : place > 0;
 }
 
 bool OrderWalk::first(IndexEntry& found) const {
@@ -106,24 +113,28 @@ bool OrderWalk::last(IndexEntry& found) const {
 bool OrderWalk::next(const IndexEntry& from, IndexEntry& found) const {
     const bool any =
         descending() ? order_.tag->before(from, found) : order_.tag->after(from, found);
-    return any && inside(found);
+    return any && (before_top(found) ? first(found) : inside(found));
 }
 
 bool OrderWalk::previous(const IndexEntry& from, IndexEntry& found) const {
     const bool any =
         descending() ? order_.tag->after(from, found) : order_.tag->before(from, found);
-    return any && inside(found);
+    return any && (behind_bottom(found) ? last(found) : inside(found));
 }
 
 OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry& found) const {
-    const bool low_end = descending() == (end == SeekEnd::kLast);
+    const auto begins = [&] { return compare_leading(found.key, key) == 0; };
     const auto look = [&](bool from_low) {
         return from_low ? towards_end(key, 0, found) : towards_start(key, kLastRecordNumber, found);
     };
-    if (look(low_end) && compare_leading(found.key, key) == 0 && inside(found)) {
+    if (end == SeekEnd::kLast && look(descending()) &&
+        (behind_bottom(found) ? last(found) : inside(found)) && begins()) {
         return Match::kFound;
     }
-    return look(!descending()) && inside(found) ? Match::kGreater : Match::kNone;
+    if (!look(!descending()) || !(before_top(found) ? first(found) : inside(found))) {
+        return Match::kNone;
+    }
+    return begins() ? Match::kFound : Match::kGreater;
 }
 
 bool TableOrders::open_structural() {
@@ -160,12 +171,16 @@ const TableOrders::Bag* TableOrders::find_bag(const std::string& path) const {
     return nullptr;
 }
 
-bool TableOrders::attach(const std::string& name) {
+std::string TableOrders::full_index_path(const std::string& name) const {
     std::string path = index_path(name);
     if (path.find_first_of("\\/:") == std::string::npos) {
         path = table_path_.substr(0, table_path_.find_last_of("\\/:") + 1) + path;
     }
-    path = platform::system_path(path);
+    return platform::system_path(path);
+}
+
+bool TableOrders::attach(const std::string& name) {
+    const std::string path = full_index_path(name);
     if (find_bag(path) == nullptr) {
         if (!platform::file_exists(path) || !open_bag(path, false)) return false;
         attach_bag(bags_.back());
@@ -193,6 +208,14 @@ std::size_t TableOrders::first_of(const std::string& index_file) const {
         if (!bag->orders.empty() && attached_[i] == bag->orders.front().get()) return i + 1;
     }
     return 0;
+}
+
+std::vector<std::size_t> TableOrders::numbers_of(const std::string& index_file) const {
+    const Bag* bag = find_bag(full_index_path(index_file));
+    const std::size_t first = bag == nullptr ? 0 : first_of(bag->file->path());
+    std::vector<std::size_t> numbers(first == 0 ? 0 : bag->orders.size());
+    std::iota(numbers.begin(), numbers.end(), first);
+    return numbers;
 }
 
 std::vector<TableOrders::KeyChange> TableOrders::key_changes(

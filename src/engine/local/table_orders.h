@@ -56,11 +56,27 @@ class OrderWalk {
     enum class Match { kFound, kGreater, kNone };
     Match seek(const std::string& key, SeekEnd end, IndexEntry& found) const;
 
+    // Entries within the scope; the number of one of them, counted from 1, 0 for any other; and the
+    // one that lies `count` steps from an entry, whether or not that is one itself.
+    std::size_t count() const;
+    std::size_t number_of(const IndexEntry& entry) const;
+    bool leap(const IndexEntry& from, std::int64_t count, IndexEntry& found) const;
+
   private:
     bool descending() const { return order_.description().descending; }
     bool towards_end(const std::string& key, RecordNumber from, IndexEntry& found) const;
     bool towards_start(const std::string& key, RecordNumber from, IndexEntry& found) const;
-    bool inside(const IndexEntry& entry) const;
+    bool before_top(const IndexEntry& entry) const;
+    bool behind_bottom(const IndexEntry& entry) const;
+    bool inside(const IndexEntry& entry) const {
+        return !before_top(entry) && !behind_bottom(entry);
+    }
+    // Numbers of entries in the tag, whatever the order's direction: `to` is behind the last.
+    struct Range {
+        std::size_t from;
+        std::size_t to;
+    };
+    Range range() const;
 
     const Order& order_;
     const Scope& scope_;
@@ -86,6 +102,8 @@ class TableOrders {
     // Number of the first attached order of the index file or of that name; 0 when there is none.
     std::size_t find(std::string_view order_name) const;
     std::size_t first_of(const std::string& index_file) const;
+    // Numbers of the attached orders of an index file, as attach() understands its name.
+    std::vector<std::size_t> numbers_of(const std::string& index_file) const;
 
     // Brings every tag from `before` (none for a record just added) to `after`; calls
     // `write_record` once everything that can be refused has been done. EngineFault kDuplicateKey,
@@ -106,6 +124,7 @@ class TableOrders {
         std::optional<std::string> inserted;
     };
 
+    std::string full_index_path(const std::string& name) const;
     bool open_bag(const std::string& path, bool structural);
     void attach_bag(const Bag& bag);
     const Bag* find_bag(const std::string& path) const;

@@ -1,0 +1,94 @@
+// A table's keys by number: counting them, telling the current one's number, and far moves.
+//
+// While nothing hides records, an order answers from its page counts and physical order from record
+// numbers. A filter or hidden deleted records can only be judged record by record; these are then
+// read into a buffer of their own, so that the current record stays as it is.
+
+#include "engine/local/local_table.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace brenik::local {
+namespace {
+
+const Scope kNoScope;
+constexpr RecordNumber kNoRecord = std::numeric_limits<RecordNumber>::max();
+
+}  // namespace
+
+void LocalTable::refuse_order(std::size_t order, const char* operation) const {
+    throw EngineFault(FaultCode::kUnknownName, operation,
+                      (file_ ? file_->path() + ": " : std::string()) + "no order number " +
+                          std::to_string(order));
+}
+
+// One move over many records; false when it leads beyond the first or the last one.
+bool LocalTable::leap(std::int64_t count) {
+    const bool forward = count > 0;
+    if (controlling_ == 0) {
+        const RecordNumber last = record_count();
+        const std::int64_t reach = forward ? std::int64_t{last} - record_ : record_ - 1;
+        if ((forward ? count : -count) > reach) return false;
+        place(static_cast<RecordNumber>(record_ + count));
+        return true;
+    }
+    IndexEntry found;
+    const bool any = walk().leap(current_entry(), count, found);
+    return place_near(any, std::move(found), forward);
+}
+
+// True for a record that navigation shows.
+bool LocalTable::among(RecordNumber record, MutableBytes buffer) {
+    if (!file_->holds(record)) return false;
+    file_->read(record, buffer);
+    return shows({buffer, record});
+}
+
+// Keys that show, up to and including that of `last`, in a table that hides some.
+std::size_t LocalTable::count_visible(std::size_t order, RecordNumber last) {
+    std::vector<Byte> buffer(layout().record_length);
+    std::size_t shown = 0;
+    if (order == 0) {
+        const RecordNumber end = std::min(record_count(), last);
+        for (RecordNumber record = 1; record <= end; ++record) shown += among(record, buffer);
+        return shown;
+    }
+    const OrderWalk keys = walk(order);
+    IndexEntry entry, from;
+    for (bool any = keys.first(entry); any; any = keys.next(from, entry)) {
+        shown += among(entry.record, buffer);
+        if (entry.record == last) break;
+        std::swap(from, entry);
+    }
+    return shown;
+}
+
+std::size_t LocalTable::key_count(std::size_t order, KeySet keys) {
+    if (order > order_count()) refuse_order(order, "key count");
+    if (!file_) return 0;
+    flush();
+    if (keys == KeySet::kVisible && hides_records()) return count_visible(order, kNoRecord);
+    if (order == 0) return record_count();
+    return keys == KeySet::kVisible ? walk(order).count()
+                                    : OrderWalk(orders_->attached(order), kNoScope).count();
+}
+
+std::size_t LocalTable::key_number(std::size_t order, KeySet keys) {
+    if (order > order_count()) refuse_order(order, "key number");
+    if (record_ == 0) return 0;
+    flush();
+    const bool judged = keys == KeySet::kVisible && hides_records();
+    if (judged && !visible()) return 0;
+    if (order == 0) return judged ? count_visible(0, record_) : record_;
+    const Order& wanted = orders_->attached(order);
+    const IndexEntry entry =
+        order == controlling_ ? current_entry() : IndexEntry{wanted.key_of(view()), record_};
+    const std::size_t number = keys == KeySet::kVisible
+                                   ? walk(order).number_of(entry)
+                                   : OrderWalk(wanted, kNoScope).number_of(entry);
+    return judged && number != 0 ? count_visible(order, record_) : number;
+}
+
+}  // namespace brenik::local
