@@ -107,6 +107,12 @@ int find_identifier(Session& session, int table, const std::string& key, std::st
     return kSuccess;
 }
 
+std::string display_name(const Value& last, const Value& first, std::size_t width) {
+    std::string name(trim_right(last.text()));
+    if (!first.empty()) name += ", " + first.text();
+    return pad_right(name, width);
+}
+
 }  // namespace
 
 int GetMyFirm(Session& session, std::string& firm) {
@@ -136,10 +142,12 @@ int GetU_ID(Session& session, int table, const std::string& key, std::string& id
 std::string LASTFIRST(Session& session, std::size_t width, std::optional<int> area) {
     WorkAreas& areas = session.areas;
     const int source = area ? *area : areas.area_of("Names");
-    std::string name(trim_right(areas.field(source, "LAST").text()));
-    const Value first = areas.field(source, "FIRST");
-    if (!first.empty()) name += ", " + first.text();
-    return pad_right(name, width);
+    return display_name(areas.field(source, "LAST"), areas.field(source, "FIRST"), width);
+}
+
+std::string LASTFIRST(const RecordObject& record, std::size_t width) {
+    if (record.end_of_file()) return std::string(width, ' ');
+    return display_name(record.field("LAST"), record.field("FIRST"), width);
 }
 
 }  // namespace brenik

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "data/record_object.h"
 #include "session/session.h"
 
 namespace brenik {
@@ -19,8 +20,12 @@ int GetMyFirm(Session& session, std::string& firm);
 // order sought in stay current.
 int GetU_ID(Session& session, int table, const std::string& key, std::string& identifier);
 
-// "Last, First" of the current record, in exactly `width` characters; of "Names" when no work area
-// is given.
-std::string LASTFIRST(Session& session, std::size_t width = 55, std::optional<int> area = {});
+inline constexpr std::size_t kNameWidth = 55;
+
+// "Last, First" in exactly `width` characters: of the current record of a work area, "Names" when
+// none is given, or of a record object, for which the end of file gives blanks.
+std::string LASTFIRST(Session& session, std::size_t width = kNameWidth,
+                      std::optional<int> area = {});
+std::string LASTFIRST(const RecordObject& record, std::size_t width = kNameWidth);
 
 }  // namespace brenik

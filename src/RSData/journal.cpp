@@ -29,9 +29,11 @@ int journal_area(const Session& session) { return session.areas.area_of("TRANS")
 
 Table& journal(Session& session) { return session.areas.table(journal_area(session), "TRANS"); }
 
-// Other workstations change the settings of the system table at any time.
+// Other workstations change the settings of the system table at any time, but not while this one
+// holds the record, with changes of its own that reading would drop.
 void reread_settings(Session& session) {
-    session.areas.table(kSystemArea, "ADSREFRESHRECORD").refresh_record();
+    Table& system = session.areas.table(kSystemArea, "ADSREFRESHRECORD");
+    if (!system.owns(system.record_number())) system.refresh_record();
 }
 
 bool tracking(Session& session) { return session.areas.field(kSystemArea, "TRACKSYNC").logical(); }
@@ -45,11 +47,6 @@ std::string current_identifier(Session& session) {
 
 std::string current_workstation(Session& session) {
     return session.areas.field(kSystemArea, "MYUDN").text();
-}
-
-std::string two_digits(int area) {
-    const std::string digits = "0" + std::to_string(area);
-    return digits.substr(digits.size() - 2);
 }
 
 bool is_entry(Session& session, const EntryKey& key) {
@@ -102,7 +99,7 @@ bool remove_entry(Session& session, bool quiet) {
     Table& trans = journal(session);
     if (trans.lock_record(trans.record_number())) {
         trans.mark_deleted();
-        trans.unlock_all();
+        if (!session.module.journal_locked) trans.unlock_all();
         return true;
     }
     if (quiet) return false;
@@ -182,6 +179,11 @@ void store_edit(Session& session, const EntryKey& key, const std::string& stamp,
 
 }  // namespace
 
+std::string table_code_of(int area) {
+    const std::string digits = "0" + std::to_string(area);
+    return digits.substr(digits.size() - 2);
+}
+
 bool RSADD(Session& session, const Addition& addition) {
     reread_settings(session);
     const int area = addition.area.value_or(session.areas.current());
@@ -192,7 +194,7 @@ bool RSADD(Session& session, const Addition& addition) {
     if (!tracking(session)) return true;
     if (!append_entry(session)) return false;
     put(session, "CCODE", "A");
-    put(session, "CDB", addition.table_code.value_or(two_digits(area)));
+    put(session, "CDB", addition.table_code.value_or(table_code_of(area)));
     put(session, "CDT", stamp);
     put(session, "U_ID", identifier);
     if (addition.commit) finish_entry(session);
@@ -208,7 +210,7 @@ bool RSDEL(Session& session, const Deletion& deletion) {
     const std::string workstation =
         deletion.workstation ? *deletion.workstation : current_workstation(session);
     const std::string table_code =
-        deletion.table_code.value_or(two_digits(deletion.code_area.value_or(area)));
+        deletion.table_code.value_or(table_code_of(deletion.code_area.value_or(area)));
     if (Value(identifier).empty()) return false;
     if (!tracking(session)) return true;
     if (find_entry(session, {table_code, identifier, "D"})) {
@@ -233,7 +235,7 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     const std::string workstation =
         changes.workstation ? *changes.workstation : current_workstation(session);
     const int code_area = changes.code_area.value_or(area);
-    const EntryKey key{two_digits(code_area), identifier, "E"};
+    const EntryKey key{table_code_of(code_area), identifier, "E"};
     Table& table = session.areas.table(area, "RSSET");
 
     const bool anonymous = Value(identifier).empty();
@@ -261,8 +263,7 @@ bool RSSET(Session& session, const FieldChanges& changes) {
 }
 
 bool RSLOCK(Session& session) {
-    const SelectedArea selected(session.areas, journal_area(session));
-    session.module.journal_locked = FIL_LOCK(session);
+    session.module.journal_locked = journal(session).lock_table();
     return session.module.journal_locked;
 }
 
@@ -279,7 +280,9 @@ std::string RSDTOF(Session& session, const std::string& table_code, const std::s
     const std::string data = session.areas.field(journal_area(session), "CDATA").text();
     const std::string_view slot = substring(data, (field_number - 1) * kSlotSize + 1, kSlotSize);
     if (changer) *changer = substring(slot, kStampSize + 1);
-    return std::string(substring(slot, 1, kStampSize));
+    std::string stamp(substring(slot, 1, kStampSize));
+    stamp.resize(kStampSize, '\0');  // data from before the table had that field
+    return stamp;
 }
 
 }  // namespace brenik

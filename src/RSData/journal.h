@@ -22,6 +22,9 @@
 
 namespace brenik {
 
+// The table code of a work area: two digits, of larger numbers the last two.
+std::string table_code_of(int area);
+
 // What a caller of RSADD may give; what is absent is taken from the current work area and moment.
 struct Addition {
     std::optional<int> area = {};
@@ -68,7 +71,7 @@ struct FieldChanges {
 [[nodiscard]] bool RSSET(Session& session, const FieldChanges& changes);
 
 // Holds the whole journal through a batch of changes; until RSUNLOCK the writers neither lock nor
-// commit nor release. True when the lock was had.
+// commit nor release. True when the lock was had; there is one attempt, at once.
 [[nodiscard]] bool RSLOCK(Session& session);
 // Commits and releases the journal; always false.
 bool RSUNLOCK(Session& session);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "c_source/Time.h"
 #include "util/bytes.h"
 #include "util/runtime.h"
 
@@ -17,7 +18,8 @@ constexpr std::string_view kBase62 =
 constexpr std::string_view kBase26 = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 constexpr std::string_view kBaseDate = "19971231";
 
-std::string to_digits(std::int64_t number, int digits, std::string_view alphabet) {
+std::string to_digits(const char* routine, std::int64_t number, int digits,
+                      std::string_view alphabet) {
     const auto base = static_cast<std::int64_t>(alphabet.size());
     std::string text(static_cast<std::size_t>(std::max(digits, 0)), alphabet[0]);
     std::int64_t rest = number;
@@ -25,7 +27,7 @@ std::string to_digits(std::int64_t number, int digits, std::string_view alphabet
         *digit = alphabet[static_cast<std::size_t>(rest % base)];
     }
     if (rest == 0) return text;
-    throw EngineFault(FaultCode::kLimit, "RSN2ADS",
+    throw EngineFault(FaultCode::kLimit, routine,
                       "counter " + std::to_string(number) + " does not fit in " +
                           std::to_string(digits) + " digits");
 }
@@ -41,17 +43,9 @@ std::int64_t from_digits(std::string_view text, std::string_view alphabet) {
     return Value(Number{total}).whole();
 }
 
-constexpr int kMinutesPerDay = 1440;
-
-// "hh:mma": the hour right-aligned, 12 for midnight and noon. A whole day of minutes, which no sound
-// stamp reaches, stands for a task without a time.
-std::string twelve_hour_text(int minutes) {
-    if (minutes == kMinutesPerDay) return "TO-DO ";
-    const int hour = minutes / 60;
-    const int shown = hour == 0 || hour == 12 ? 12 : hour % 12;
-    const std::string past = std::to_string(minutes % 60);
-    return number_text(Number{static_cast<double>(shown)}, 2, 0) + ":" +
-           std::string(2 - past.size(), '0') + past + (hour < 12 ? "a" : "p");
+// The quotient by 256 and the rest, each as one byte; both are truncated toward zero.
+std::string two_bytes(std::int64_t number) {
+    return {static_cast<char>(number / 256), static_cast<char>(number % 256)};
 }
 
 }  // namespace
@@ -63,11 +57,7 @@ void RSSETBASEDATE(Session& session) {
 std::string RSDT(const Session& session, Date date, std::optional<double> seconds) {
     if (date.empty()) return std::string(kStampSize, '\0');
     const int day = date.julian_day() - session.module.stamp_base.julian_day();
-    const std::int64_t units = Value(Number{seconds.value_or(0) / 2}).whole();
-    std::array<Byte, kStampSize> bytes{};
-    store_be16(bytes.data(), static_cast<std::uint16_t>(day));
-    store_be16(bytes.data() + 2, static_cast<std::uint16_t>(units));
-    return std::string(as_text(bytes));
+    return two_bytes(day) + two_bytes(Value(Number{seconds.value_or(0) / 2}).whole());
 }
 
 std::string RSNOW(Session& session) {
@@ -75,23 +65,28 @@ std::string RSNOW(Session& session) {
     return RSDT(session, session.today(), std::max(session.clock.seconds(), last_delta));
 }
 
-std::string CDT2STR(const Session& session, std::string_view stamp) {
+// The rounding comes after the minutes have been taken, so it never shows.
+std::string CDT2STR(const Session& session, std::string_view stamp, const Value&, const Value&,
+                    bool) {
     std::string whole(stamp.substr(0, kStampSize));
     whole.resize(kStampSize, '\0');
     const Byte* bytes = as_bytes(whole).data();
     const int day = load_be16(bytes);
     const int minutes = 2 * load_be16(bytes + 2) / 60;
-    if (day == 0) return twelve_hour_text(minutes);
+    const std::string time = MIN2AMPM({static_cast<double>(minutes)});
+    if (day == 0) return time;
     const Date date(session.module.stamp_base.julian_day() + day);
-    return date.to_mdy() + " " + twelve_hour_text(minutes);
+    return date.to_mdy() + " " + time;
 }
 
-std::string RSN2ADS(std::int64_t number, int digits) { return to_digits(number, digits, kBase62); }
+std::string RSN2ADS(std::int64_t number, int digits) {
+    return to_digits("RSN2ADS", number, digits, kBase62);
+}
 
 std::int64_t RSADS2N(std::string_view text) { return from_digits(text, kBase62); }
 
 std::string RSN2ALPHA(std::int64_t number, int digits) {
-    return to_digits(number, digits, kBase26);
+    return to_digits("RSN2ALPHA", number, digits, kBase26);
 }
 
 std::int64_t RSALPHA2N(std::string_view text) { return from_digits(text, kBase26); }

@@ -33,8 +33,10 @@ std::string RSDT(const Session& session, Date date, std::optional<double> second
 std::string RSNOW(Session& session);
 
 // A stamp for people, "01/01/98  9:00a"; without the date for day 0. A stamp shorter than 4 bytes
-// is read as if zeros followed.
-std::string CDT2STR(const Session& session, std::string_view stamp);
+// is read as if zeros followed. The other arguments change nothing: two are ignored, and rounding
+// up by a second, which `round` asks for, never reaches the minutes.
+std::string CDT2STR(const Session& session, std::string_view stamp, const Value& = {},
+                    const Value& = {}, bool round = false);
 
 // A number as exactly `digits` digits, and back. What does not fit is EngineFault kLimit. Going
 // back, a character that is no digit counts as -1.

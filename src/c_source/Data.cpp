@@ -1,12 +1,22 @@
-// The retry loop and the two locks that it serves.
+// The retry loops and what they serve.
 
 #include "c_source/Data.h"
 
+#include "c_source/Misc.h"
+#include "platform/file.h"
 #include "util/runtime.h"
 
 namespace brenik {
 
 namespace {
+
+constexpr std::string_view kTableExtension = ".DBF";
+// The engine's own extension of compound indexes.
+constexpr std::string_view kIndexExtension = ".CDX";
+
+void show_retry_notice(Session& session, const std::string& text, const std::string& title) {
+    session.ui.notice(text, title, static_cast<int>(kRetryStepSeconds * 1000));
+}
 
 template <class Attempt>
 bool lock_with_retries(Session& session, double seconds, Attempt attempt, const std::string& notice,
@@ -21,11 +31,33 @@ bool lock_with_retries(Session& session, double seconds, Attempt attempt, const 
     return false;
 }
 
-}  // namespace
-
-void show_retry_notice(Session& session, const std::string& text, const std::string& title) {
-    session.ui.notice(text, title, static_cast<int>(kRetryStepSeconds * 1000));
+std::string locked_by_another(const WorkAreas& areas) {
+    return std::string(trim_right(areas.alias())) + " is locked by another user. Retrying...";
 }
+
+// An index file that somebody keeps to himself makes the open fail: a table without its orders
+// would leave them behind with the first change.
+bool attach(Session& session, const std::string& orders) {
+    Table& table = session.areas.table("NET_USE");
+    table.clear_orders();
+    if (table.add_orders(orders)) return true;
+    session.areas.close();
+    return false;
+}
+
+bool open_once(Session& session, const NetUse& options, const Opening& opening, bool repeated) {
+    WorkAreas& areas = session.areas;
+    areas.open(opening.path, options.alias,
+               options.exclusive ? TableSharing::kExclusive : TableSharing::kShared, options.where);
+    if (areas.network_error()) return false;
+    if (repeated) opening.show_cursor(platform::Cursor::kArrow);
+    const std::string index = index_name(opening.path);
+    const bool attaches = options.attach_index && platform::file_exists(index) &&
+                          opening.lacks_index(areas.table("NET_USE"), repeated);
+    return !attaches || attach(session, repeated ? opening.path : index);
+}
+
+}  // namespace
 
 bool REC_LOCK(Session& session, double seconds) {
     Table& table = session.areas.table("REC_LOCK");
@@ -39,10 +71,9 @@ bool REC_LOCK(Session& session, double seconds) {
 
 bool FIL_LOCK(Session& session, double seconds) {
     Table& table = session.areas.table("FIL_LOCK");
-    const std::string notice =
-        std::string(trim_right(session.areas.alias())) + " is locked by another user. Retrying...";
     return lock_with_retries(
-        session, seconds, [&] { return table.lock_table(); }, notice, "File Locking");
+        session, seconds, [&] { return table.lock_table(); }, locked_by_another(session.areas),
+        "File Locking");
 }
 
 void REC_UNLOCK(Session& session) {
@@ -50,5 +81,53 @@ void REC_UNLOCK(Session& session) {
     Table& table = session.areas.table("REC_UNLOCK");
     table.unlock_record(table.record_number());
 }
+
+bool append_with_retries(Session& session, double seconds, bool release_other_locks) {
+    WorkAreas& areas = session.areas;
+    areas.append_blank(release_other_locks);
+    while (areas.network_error() && seconds > 0) {
+        areas.append_blank(release_other_locks);
+        if (!areas.network_error()) break;
+        show_retry_notice(session, locked_by_another(areas), "Append record");
+        seconds -= kRetryStepSeconds;
+    }
+    return !areas.network_error();
+}
+
+// The rest of the name keeps its case, because folders that differ only in case are different ones
+// on some systems.
+std::string index_name(std::string table) {
+    for (std::size_t at; (at = position(kTableExtension, upper(table))) != 0;) {
+        table.erase(at - 1, kTableExtension.size());
+    }
+    return table.append(kIndexExtension);
+}
+
+bool open_with_retries(Session& session, const NetUse& options, const Opening& opening) {
+    if (open_once(session, options, opening, false)) return true;
+    const bool for_ever = options.seconds == 0;
+    for (double seconds = options.seconds; for_ever || seconds > 0; seconds -= 1) {
+        if (open_once(session, options, opening, true)) return true;
+        opening.show_cursor(platform::Cursor::kWait);
+        SLEEP(session.clock, 1);
+    }
+    opening.show_cursor(platform::Cursor::kArrow);
+    return false;
+}
+
+namespace second_variant {
+
+bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
+    return open_with_retries(session, options,
+                             {std::string(trim_right(file)),
+                              [](const Table& table, bool) { return table.order_count() == 0; },
+                              [](platform::Cursor) {}});
+}
+
+bool ADD_REC(Session& session, double seconds) {
+    return append_with_retries(session, seconds, true);
+}
+
+}  // namespace second_variant
 
 }  // namespace brenik

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "c_source/Dates.h"
 #include "c_source/MiscFW.h"
 #include "util/date.h"
 #include "util/fault.h"
@@ -15,6 +16,8 @@ namespace brenik {
 namespace {
 
 constexpr std::string_view kSoftLineBreak = "\x8D\n";
+// An array that contains itself would never end.
+constexpr int kDeepestWritten = 1000;
 
 Date date_of_text(const std::string& text, bool strict) {
     if (strict) return Date::from_ymd(text);
@@ -22,22 +25,12 @@ Date date_of_text(const std::string& text, bool strict) {
     return date.empty() ? Date::from_ymd(text) : date;
 }
 
-// The day of any month and day number: months outside 1 to 12 carry into the year, days outside the
-// month into its neighbours. Beyond the calendar's years the date is empty.
-Date rolled_date(int month, int day, int year) {
-    if (year < 100) year += 1900;
-    const int months = year * 12 + month - 1;
-    const Date first = Date::from_civil(months / 12, months % 12 + 1, 1);
-    const Date date(first.julian_day() + day - 1);
-    return first.empty() || date.civil().day == 0 ? Date() : date;
-}
-
 Date date_of_number(const Number& number) {
     const std::string text = trimmed_number(number);
     const auto part = [&text](std::size_t start, std::size_t count) {
-        return static_cast<int>(numeric_value(substring(text, start, count)).amount);
+        return static_cast<std::int64_t>(numeric_value(substring(text, start, count)).amount);
     };
-    return rolled_date(part(5, 2), part(7, 2), part(1, 4));
+    return MAKEDATE(part(5, 2), part(7, 2), part(1, 4));
 }
 
 Value cast_text(platform::UserInterface& ui, const Value& value, char target, bool strict_date) {
@@ -154,7 +147,7 @@ void append_encoding(const Value& value, int depth, std::string& out) {
     } else if (letter == 'A') {
         static const Array no_elements;
         const Array& elements = value.array() ? *value.array() : no_elements;
-        if (depth > kMaxArrayDepth) {
+        if (depth > kDeepestWritten) {
             throw EngineFault(FaultCode::kLimit, "A2STR", "arrays are nested too deeply");
         }
         out += word(elements.size(), "array");
@@ -184,6 +177,13 @@ class ArrayReader {
 
     int take_word() { return int16_from_text(take(2)); }
 
+    // As take_word for a length or count, of which negative ones mean none; nothing when the text
+    // ends before it.
+    std::optional<int> take_length() {
+        if (rest_.size() < 2) return std::nullopt;
+        return std::max(take_word(), 0);
+    }
+
     ArrayReference read_array(int count) {
         auto array = std::make_shared<Array>();
         if (depth_ == kMaxArrayDepth) {
@@ -193,24 +193,25 @@ class ArrayReader {
         ++depth_;
         int length = 0;
         for (int i = 0; i < count; ++i) {
-            const std::string_view letter = take(1);
-            length = letter.empty() ? length : payload_length(letter[0], length);
-            if (letter.empty() || lacks_data(letter[0], length)) {
+            std::optional<Value> element = read_element(length);
+            if (!element) {
                 ERRBEEP(ui_, "STR2A ERROR! Less data than expected.");
                 break;
             }
-            array->push_back(read_element(letter[0], length));
+            array->push_back(std::move(*element));
         }
         --depth_;
         return array;
     }
 
-    int payload_length(char letter, int previous) {
+    // The payload's length, or the count of elements. A letter that is not known has the length of
+    // the element before it.
+    std::optional<int> payload_length(char letter, int previous) {
         switch (letter) {
             case 'C':
             case 'N':
             case 'A':
-                return std::max(take_word(), 0);
+                return take_length();
             case 'D':
                 return 8;
             case 'L':
@@ -222,16 +223,24 @@ class ArrayReader {
         }
     }
 
-    bool lacks_data(char letter, int length) const {
-        return letter != 'A' && rest_.size() < static_cast<std::size_t>(length);
+    // Nothing when the text ends within the element. `length` is the previous element's, then this
+    // one's.
+    std::optional<Value> read_element(int& length) {
+        const std::string_view letter = take(1);
+        if (letter.empty()) return std::nullopt;
+        const std::optional<int> own_length = payload_length(letter[0], length);
+        if (!own_length) return std::nullopt;
+        length = *own_length;
+        if (letter[0] == 'A') return read_array(length);
+        const auto size = static_cast<std::size_t>(length);
+        if (rest_.size() < size) return std::nullopt;
+        return read_payload(letter[0], take(size));
     }
 
-    Value read_element(char letter, int length) {
-        if (letter == 'A') return read_array(length);
-        const std::string_view payload = take(static_cast<std::size_t>(length));
+    std::optional<Value> read_payload(char letter, std::string_view payload) {
         switch (letter) {
             case 'C':
-                return second_version_ ? with_trailing_blanks(payload) : std::string(payload);
+                return second_version_ ? read_full_length(payload) : Value(payload);
             case 'N':
                 return numeric_value(payload);
             case 'D':
@@ -239,13 +248,14 @@ class ArrayReader {
             case 'L':
                 return payload == "T";
             default:
-                return {};
+                return Value();
         }
     }
 
-    std::string with_trailing_blanks(std::string_view text) {
-        const int full_length = std::max(take_word(), 0);
-        return pad_right(text, std::max(text.size(), static_cast<std::size_t>(full_length)));
+    std::optional<Value> read_full_length(std::string_view text) {
+        const std::optional<int> full_length = take_length();
+        if (!full_length) return std::nullopt;
+        return pad_right(text, static_cast<std::size_t>(*full_length));
     }
 
     platform::UserInterface& ui_;

@@ -27,7 +27,7 @@
 
 namespace brenik {
 
-// Deepest nesting of arrays in a byte string.
+// Deepest nesting of arrays that is read back from a byte string.
 inline constexpr int kMaxArrayDepth = 300;
 
 // The value as type `target` ("C", "N", "D", "L", "M" or "A"; any other gives empty text). Where no
@@ -44,11 +44,11 @@ std::string CAST(const Value& value, std::optional<std::string_view> memo_mode =
                  bool blank_date = false);
 
 // The array byte string of a value. Throws EngineFault(kLimit) for texts or arrays of 32768 or more
-// and for nesting beyond kMaxArrayDepth, none of which the form can hold.
+// and for an array within itself or a thousand others. STR2A reads less nesting than that.
 std::string A2STR(const Value& value);
 
 // The array of a byte string. Text that is none gives an empty array; a string that ends early
-// gives what was read, after a message.
+// gives what was read, after a message. A full length shorter than its text cuts the text.
 ArrayReference STR2A(platform::UserInterface& ui, std::string_view text);
 
 }  // namespace brenik

@@ -2,7 +2,6 @@
 
 #include "data/net_use.h"
 
-#include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
 #include "c_source/Strings.h"
 #include "fwp/trace_log.h"
@@ -15,67 +14,9 @@ namespace brenik {
 
 namespace {
 
-constexpr std::string_view kTableExtension = ".DBF";
-
 std::string in_data_folder(const Session& session, const std::string& file) {
     const std::string name(trim_right(file));
     return name.find_first_of("\\:") == std::string::npos ? session.data_path() + name : name;
-}
-
-// Every ".DBF" is taken out, whatever its case. The rest keeps its case, because folders that
-// differ only in case are different ones on some systems.
-std::string index_name(std::string name) {
-    for (std::size_t at; (at = position(kTableExtension, upper(name))) != 0;) {
-        name.erase(at - 1, kTableExtension.size());
-    }
-    return name + ".CDX";
-}
-
-bool try_open(Session& session, const std::string& path, const NetUse& options) {
-    session.areas.open(path, options.alias,
-                       options.exclusive ? TableSharing::kExclusive : TableSharing::kShared);
-    return !session.areas.network_error();
-}
-
-// An index file that somebody keeps to himself makes the open fail: a table without its orders
-// would leave them behind with the first change.
-bool attach(Session& session, const std::string& orders) {
-    Table& table = session.areas.table("NET_USE");
-    table.clear_orders();
-    if (table.add_orders(orders)) return true;
-    session.areas.close();
-    return false;
-}
-
-bool first_open(Session& session, const std::string& path, const NetUse& options) {
-    if (!try_open(session, path, options)) return false;
-    const std::string index = index_name(path);
-    if (options.attach_index && platform::file_exists(index) &&
-        !session.areas.table("NET_USE").opened_orders_automatically()) {
-        return attach(session, index);
-    }
-    return true;
-}
-
-// After a retry the orders are attached under the table's own name, and without a look at what the
-// engine opened by itself.
-bool repeated_open(Session& session, const std::string& path, const NetUse& options) {
-    if (!try_open(session, path, options)) return false;
-    session.ui.set_cursor(platform::Cursor::kArrow);
-    const bool has_index = options.attach_index && platform::file_exists(index_name(path));
-    return !has_index || attach(session, path);
-}
-
-bool open_with_retries(Session& session, const std::string& path, const NetUse& options) {
-    if (first_open(session, path, options)) return true;
-    const bool for_ever = options.seconds == 0;
-    for (double seconds = options.seconds; for_ever || seconds > 0; seconds -= 1) {
-        if (repeated_open(session, path, options)) return true;
-        session.ui.set_cursor(platform::Cursor::kWait);
-        SLEEP(session.clock, 1);
-    }
-    session.ui.set_cursor(platform::Cursor::kArrow);
-    return false;
 }
 
 void log_missing_server(const Session& session, int loaded, int status) {
@@ -119,12 +60,21 @@ int check_local_server(Session& session) {
 }  // namespace
 
 bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
+    // The area in use that a new one was asked for beside.
+    const bool beside = options.where == OpenIn::kNewArea && session.areas.used();
+    const int kept = beside ? session.areas.current() : 0;
     try {
-        return open_with_retries(session, in_data_folder(session, file), options);
+        return open_with_retries(
+            session, options,
+            {in_data_folder(session, file),
+             [](const Table& table, bool repeated) {
+                 return repeated || !table.opened_orders_automatically();
+             },
+             [&session](platform::Cursor cursor) { session.ui.set_cursor(cursor); }});
     } catch (const EngineFault& fault) {
         if (session.variables.LTRACE) TRACELOG(session, "NET_USE", {Value(), fault.what()});
     }
-    session.areas.close();
+    if (session.areas.current() != kept) session.areas.close();
     session.ui.set_cursor(platform::Cursor::kArrow);
     return false;
 }

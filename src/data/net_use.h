@@ -2,9 +2,9 @@
 
 #pragma once
 
-#include <optional>
 #include <string>
 
+#include "c_source/Data.h"
 #include "session/session.h"
 
 namespace brenik {
@@ -13,16 +13,10 @@ namespace brenik {
 inline constexpr int kLocalServer = 1;
 inline constexpr int kRemoteServer = 2;
 
-struct NetUse {
-    bool exclusive = false;
-    double seconds = 5;  // to go on retrying; 0 for ever, less than 0 not at all
-    std::optional<std::string> alias = {};
-    bool attach_index = false;
-};
-
-// Opens a table in the current work area, with retries a second apart, and attaches its compound
-// index where asked and not yet done by the engine. A bare name lies in the data folder. False when
-// every open failed, or the file is damaged: then the area is empty and the fault is traced.
+// Opens a table, with retries a second apart, and attaches its compound index where asked and not
+// yet done by the engine; after a retry under the table's own name, and whatever the engine has
+// done. A bare name lies in the data folder. False when every open failed, or the file is damaged:
+// then the area is empty and the fault is traced.
 [[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
 
 // The server type that "LAWSYS.INI" in a folder (with its trailing backslash) asks for.

@@ -15,6 +15,7 @@ namespace {
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr int kLineNumberWidth = 5;
 constexpr int kWidestNumber = 20;
+constexpr std::size_t kCallerIndent = 30;
 
 // Numbers wider than their own width are shown all the same.
 std::string whole_text(const Number& number) {
@@ -40,14 +41,23 @@ std::string argument_text(const Value& value) {
     return {};
 }
 
-// Operations are called by the host alone, so the chain of callers that a record can carry below
-// its heading is always empty.
-std::string trace_record(std::string_view caller, unsigned line,
-                         std::initializer_list<Value> arguments) {
-    std::string record = "[" + upper(caller) + "] (" +
-                         number_text(Number{static_cast<double>(line)}, kLineNumberWidth, 0) +
-                         ") Called from: ";
+std::string line_text(unsigned line) {
+    return number_text(Number{static_cast<double>(line)}, kLineNumberWidth, 0);
+}
+
+bool shows_callers(std::initializer_list<Value> arguments) {
+    return arguments.size() != 0 && !arguments.begin()->is_nil();
+}
+
+std::string trace_record(const CallSite& caller, std::initializer_list<Value> arguments) {
+    std::string record =
+        "[" + upper(caller.name) + "] (" + line_text(caller.line) + ") Called from: ";
     record += kLineEnd;
+    const CallSite* level = shows_callers(arguments) ? caller.called_by : nullptr;
+    for (; level != nullptr && !level->name.empty(); level = level->called_by) {
+        record.append(kCallerIndent, ' ').append(upper(level->name));
+        record.append("(").append(line_text(level->line)).append(")").append(kLineEnd);
+    }
     for (const Value& argument : arguments) {
         record.append(">>>").append(argument_text(argument)).append("<<<").append(kLineEnd);
     }
@@ -59,8 +69,8 @@ std::string trace_record(std::string_view caller, unsigned line,
 std::string trace_log_path(const Session& session) { return session.data_path() + "Trace.Log"; }
 
 bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
-              std::source_location where) {
-    const std::string record = trace_record(caller, where.line(), arguments);
+              std::source_location where, const CallSite* called_by) {
+    const std::string record = trace_record({caller, where.line(), called_by}, arguments);
     try {
         platform::File log =
             platform::File::open(trace_log_path(session), platform::OpenMode::kWriteOnly);

@@ -20,11 +20,22 @@
 
 namespace brenik {
 
+// A routine on the way from the host to a record: its name, the line of its call, and who called
+// it.
+struct CallSite {
+    std::string_view name;
+    unsigned line = 0;
+    const CallSite* called_by = nullptr;
+};
+
 // Appends one record: the calling operation's name in capitals and the line of the call, then one
-// line for each argument. Callers test LTRACE first. A file that cannot be opened or written to is
-// passed over in silence; the result is always true.
+// line for each argument. When the first argument is not nil, lines for the callers of the caller
+// come in between, from `called_by` outwards; nobody in the library asks for them. Callers test
+// LTRACE first. A file that cannot be opened or written to is passed over in silence; the result is
+// always true.
 bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
-              std::source_location where = std::source_location::current());
+              std::source_location where = std::source_location::current(),
+              const CallSite* called_by = nullptr);
 
 std::string trace_log_path(const Session& session);
 

@@ -8,6 +8,8 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <map>
 #include <string>
 
 #include "engine/work_areas.h"
@@ -41,6 +43,13 @@ struct SessionVariables {
     bool LTRACE = false;        // tracing on or off
 };
 
+// The companion batch program, which this library knows only as two hooks: whether it runs, and
+// running it with a switch.
+struct CompanionHooks {
+    std::function<bool()> is_running = [] { return false; };
+    std::function<void(const std::string& command_line)> run = [](const std::string&) {};
+};
+
 struct Session {
     Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
         : areas(engine), clock(session_clock), ui(session_ui) {}
@@ -65,6 +74,10 @@ struct Session {
     SessionVariables variables;
     ArrayReference buffer;  // the transaction buffer; null before the first Start operation
     std::string link_type;  // type of new cross-references; empty until it is first needed
+    CompanionHooks companion;
+    // The query that a work area's filter came from, for callers that keep it; CLEARFILTER forgets
+    // it together with the filter.
+    std::map<int, std::string> related_queries;
 };
 
 }  // namespace brenik

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 
 #include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
@@ -71,6 +72,10 @@ TEST_F(CastingTest, EverySourceGivesWhatItsTargetCallsFor) {
                 << shown(c.source) << " to " << kTargets[i];
         }
     }
+    EXPECT_EQ(cast(Number{-999999999}, 'C').text(), "-999999999");
+    EXPECT_EQ(cast(Number{9999999999}, 'M').text(), "9999999999");
+    EXPECT_EQ(cast(Number{10000000000}, 'C').text(), "**********");
+    EXPECT_EQ(cast("10000000000", 'N').number(), 1e10);
     for (const char* text : {"y", "Yes", "Y ", "TRUE", "true", "", "11"}) {
         EXPECT_FALSE(cast(text, 'L').logical()) << text;
     }
@@ -150,6 +155,10 @@ TEST_F(CastingTest, BrokenByteStringsGiveWhatCouldBeRead) {
                           {"2A\2\0LTC\5\0ab"s, "A(L:Y)", true},
                           {"2A\1\0C\xFF\xFF\0\0"s, "A(C:)", false},
                           {"2A\2\0LFXT"s, "A(L:N)(U:)", false},
+                          {"2A\1\0C\3\0abc\5\0"s, "A(C:abc  )", false},
+                          {"2A\1\0C\3\0abc\2\0"s, "A(C:ab)", false},
+                          {"2A\1\0C\3\0abc\2"s, "A", true},
+                          {"2A\2\0LTN\5"s, "A(L:Y)", true},
                           {"2A\1\0D2003"s, "A", true}}) {
         ui_.events.clear();
         EXPECT_EQ(shown(STR2A(ui_, c.text)), c.shown) << testing::PrintToString(c.text);
@@ -158,15 +167,71 @@ TEST_F(CastingTest, BrokenByteStringsGiveWhatCouldBeRead) {
     }
 }
 
+// A value of any kind; arrays get rarer with their depth.
+Value random_value(std::mt19937& random, int depth) {
+    const auto below = [&random](unsigned limit) { return static_cast<int>(random() % limit); };
+    switch (below(depth > 6 ? 6 : 9)) {
+        case 0:
+            return {};
+        case 1:
+            return below(2) == 1;
+        case 2:
+            return Number{(below(2000000) - 1000000) / 100.0, 10, 2};
+        case 3:
+            return below(1000) == 0 ? Value(Date()) : Value(Date(1721426 + below(3652059)));
+        case 4:
+            return below(1 << 30) - (1 << 29);
+        case 5: {
+            std::string text(static_cast<std::size_t>(below(40)), ' ');
+            for (char& c : text) c = static_cast<char>(below(2) == 0 ? ' ' : below(256));
+            return text;
+        }
+        default: {
+            Array elements(static_cast<std::size_t>(below(5)));
+            for (Value& element : elements) element = random_value(random, depth + 1);
+            return Value::array(elements);
+        }
+    }
+}
+
+TEST_F(CastingTest, AnyArrayComesBackAsItWas) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 300; ++round) {
+        const Value array = Value::array({random_value(random, 0), random_value(random, 0)});
+        const std::string text = A2STR(array);
+        EXPECT_EQ(shown(STR2A(ui_, text)), shown(array));
+        EXPECT_TRUE(ui_.events.empty());
+    }
+}
+
+TEST_F(CastingTest, CutByteStringsAreReportedWhereverTheyEnd) {
+    const Value array = Value::array(
+        {"ab  ", -12, true, Date::from_ymd("20031127"), Value::array({"x", Value()}), "end"});
+    const std::string whole = A2STR(array);
+    for (std::size_t size = 5; size < whole.size(); ++size) {
+        ui_.events.clear();
+        const std::string read = shown(STR2A(ui_, whole.substr(0, size)));
+        EXPECT_LT(read.size(), shown(array).size()) << size;
+        EXPECT_FALSE(ui_.events.empty()) << size;
+    }
+    std::mt19937 random(6);
+    for (int round = 0; round < 4000; ++round) {
+        std::string text = whole;
+        for (int i = 0; i < 3; ++i) text[random() % text.size()] = static_cast<char>(random());
+        ui_.events.clear();
+        STR2A(ui_, text);  // whatever its lengths claim, it ends and stays inside the text
+    }
+}
+
 TEST_F(CastingTest, NestingIsReadToThreeHundredLevels) {
-    for (const int levels : {kMaxArrayDepth, kMaxArrayDepth + 1}) {
+    for (const int levels : {kMaxArrayDepth, kMaxArrayDepth + 1, 400}) {
         ui_.events.clear();
         std::string text = "2";
         for (int i = 1; i < levels; ++i) text += "A\1\0"s;
         ArrayReference array = STR2A(ui_, text + "A\0\0"s);
         int depth = 0;
         for (; array; ++depth) array = array->empty() ? nullptr : array->front().array();
-        EXPECT_EQ(depth, levels);
+        EXPECT_EQ(depth, std::min(levels, kMaxArrayDepth + 1));
         const bool reported = std::find(ui_.events.begin(), ui_.events.end(),
                                         "|Too many recursions in STR2A!\r\n") != ui_.events.end();
         EXPECT_EQ(reported, levels > kMaxArrayDepth);

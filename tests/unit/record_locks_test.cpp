@@ -59,7 +59,7 @@ TEST_F(Retries, NameTheTableInTheirNotice) {
     names().refusals = -1;
     EXPECT_FALSE(REC_LOCK(session_, 0.5));
     EXPECT_FALSE(FIL_LOCK(session_, 0.5));
-    EXPECT_FALSE(ADD_REC(session_, {}, true, 0.5));
+    EXPECT_FALSE(ADD_REC(session_, {.seconds = 0.5}));
     const std::vector<std::string> expected{
         "Record Locking: Names ( record 7) is locked by another user or program. Retrying...",
         "File Locking: Names is locked by another user. Retrying...",
@@ -79,7 +79,7 @@ TEST_F(Retries, OfAnAppendEndAfterElevenAndNeverRepeatForZero) {
     for (const auto& c : cases) {
         names() = {.refusals = c.refusals};
         ui_ = {};
-        EXPECT_EQ(ADD_REC(session_, {}, true, c.seconds), c.appended);
+        EXPECT_EQ(ADD_REC(session_, {.seconds = c.seconds}), c.appended);
         EXPECT_EQ(names().attempts, c.attempts);
         EXPECT_EQ(ui_.notices.size(), c.notices);
     }
@@ -142,6 +142,16 @@ TEST_F(Retries, OfAnOpenAttachTheIndexInTheirOwnWay) {
         engine_.tables[table] = {.automatic_orders = c.automatic};
         EXPECT_TRUE(NET_USE(session_, table, {.attach_index = true}));
         EXPECT_EQ(engine_.tables[table].orders_added, c.added) << c.refusals << c.automatic;
+    }
+    // The second variant asks whether there is an order instead, of which these tables have none.
+    for (const auto& [refusals, added] : {std::pair(0, index), std::pair(2, table)}) {
+        engine_.refusals = refusals;
+        engine_.opened.clear();
+        engine_.tables[table] = {.automatic_orders = true};
+        ui_ = {};
+        EXPECT_TRUE(second_variant::NET_USE(session_, table, {.attach_index = true}));
+        EXPECT_EQ(engine_.tables[table].orders_added, std::vector<std::string>{added});
+        EXPECT_EQ(ui_.waits, 0);
     }
     std::remove(index.c_str());
 }

@@ -1,0 +1,85 @@
+// Each helper is one engine operation, or two.
+
+#include "data/cmxfun.h"
+
+#include <algorithm>
+
+#include "data/key_helpers.h"
+
+namespace brenik {
+
+int CMXAUTOORDER(Session& session, std::optional<int> order) {
+    Engine& engine = session.areas.engine();
+    const int previous = engine.automatic_order();
+    if (order) engine.set_automatic_order(*order);
+    return previous;
+}
+
+int CMXAUTOSHARE(Session& session, std::optional<int> share) {
+    Engine& engine = session.areas.engine();
+    const int previous = engine.automatic_share();
+    if (share) engine.set_automatic_share(*share);
+    return previous;
+}
+
+void CMXCLRSCOPE(Session& session, ScopeEnd end) { CMXSETSCOPE(session, end, Value()); }
+
+std::size_t CMXCOUNT(Session& session, const std::optional<std::string>& index_file) {
+    const Table& table = session.areas.table("CMXCOUNT");
+    return index_file ? table.order_count_of(*index_file) : table.order_count();
+}
+
+ArrayReference CMXINDEXINFO(Session& session) {
+    const Table& table = session.areas.table("CMXINDEXINFO");
+    auto rows = std::make_shared<Array>();
+    for (std::size_t number = 1; number <= table.order_count(); ++number) {
+        const OrderDescription order = table.order_description(number);
+        rows->push_back(Value::array({order.name, order.key, order.condition, order.unique,
+                                      order.descending, order.custom}));
+    }
+    return rows;
+}
+
+std::size_t CMXKEYCOUNT(Session& session, const Value& order, const std::string& index_file) {
+    return count_keys(session, order, index_file, KeySet::kWhole);
+}
+
+std::size_t CMXKEYNO(Session& session, const Value& order, const std::string& index_file) {
+    return key_position(session, order, index_file, KeySet::kWhole);
+}
+
+void CMXKEYGOTO(Session& session, std::int64_t position) {
+    Table& table = session.areas.table("CMXKEYGOTO");
+    table.go_top();
+    table.skip(std::max(position, std::int64_t{0}) - 1);
+}
+
+bool CMXSEEKLAST(Session& session, const Value& key, SeekMode mode) {
+    return session.areas.table("CMXSEEKLAST").seek(key, mode, SeekEnd::kLast);
+}
+
+void CMXSETRELATION(Session& session, int target, const std::string& text) {
+    WorkAreas& areas = session.areas;
+    areas.add_relation(areas.current(), {target, text, true});
+}
+
+Value CMXSETSCOPE(Session& session, ScopeEnd end, const std::optional<Value>& value) {
+    Table& table = session.areas.table("CMXSETSCOPE");
+    const Value previous = table.scope(end);
+    if (value) table.set_scope(end, *value);
+    return previous;
+}
+
+bool CMXSHARED(Session& session, std::optional<bool> shared) {
+    Table& table = session.areas.table("CMXSHARED");
+    const bool previous = table.shared();
+    if (shared) table.set_shared(*shared);
+    return previous;
+}
+
+void CLEARFILTER(Session& session) {
+    session.areas.table("CLEARFILTER").set_filter({});
+    session.related_queries.erase(session.areas.current());
+}
+
+}  // namespace brenik
