@@ -1,4 +1,5 @@
-// The companion tool: makes sample practices, shows tables and records, and reads the journal.
+// The companion tool: makes sample practices, shows tables and records, reads the journal and
+// calls any routine of the library.
 //
 // Data goes to standard output, messages to standard error. The exit code says how it ended: 0
 // well, 1 a problem was found, 2 the command line makes no sense, 3 something cannot be opened, 4
@@ -7,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "call.h"
 #include "journal.h"
 #include "practice.h"
 #include "sample.h"
@@ -60,6 +62,15 @@ void add_journal(CLI::App& app, JournalRequest& request) {
     command->callback([&request] { print_journal(request); });
 }
 
+void add_call(CLI::App& app, CallRequest& request) {
+    CLI::App* command = app.add_subcommand(
+        "call", "Call routines of the library: JSON arrays in, one JSON line out for each");
+    auto* folder = command->add_option("--dir", request.folder, "Practice to start a session on");
+    command->add_flag("--list", request.list, "Print the routines and their arguments")
+        ->excludes(folder);
+    command->callback([&request] { call_routines(request); });
+}
+
 ExitCode run(CLI::App& app, int argc, char** argv) {
     try {
         app.parse(argc, argv);
@@ -93,6 +104,8 @@ int main(int argc, char** argv) {
     add_sample(app, sample);
     add_show(app, show_request);
     add_journal(app, journal);
+    CallRequest call;
+    add_call(app, call);
     const ExitCode code = run(app, argc, argv);
     // A full disk or a closed pipe shows only when the last of the output is written.
     if (!std::cout.flush() && code == ExitCode::kOk) {

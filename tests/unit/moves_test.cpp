@@ -16,6 +16,7 @@
 #include "engine/local/create.h"
 #include "engine/local/local_engine.h"
 #include "engine/work_areas.h"
+#include "temporary_folder.h"
 
 namespace brenik::local {
 namespace {
@@ -34,12 +35,6 @@ std::string padded(std::string text) { return text.resize(4, ' '), text; }
 
 class NavigationTest : public testing::Test {
   protected:
-    NavigationTest() {
-        std::string name = (fs::temp_directory_path() / "brenik-move-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-    }
-    ~NavigationTest() override { fs::remove_all(folder_); }
-
     std::string path(const std::string& name) const { return (folder_ / (name + ".DBF")).string(); }
 
     // A table of text K and number N.
@@ -58,7 +53,7 @@ class NavigationTest : public testing::Test {
         if (!tags.empty()) create_index(path(name), tags);
     }
 
-    fs::path folder_;
+    TemporaryFolder folder_;
     LocalEngine engine_;
 };
 

@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +12,7 @@
 #include "engine/local/local_engine.h"
 #include "fake_engine.h"
 #include "session/session.h"
+#include "temporary_folder.h"
 
 namespace brenik::fake {
 
@@ -25,15 +24,6 @@ struct Column {
 
 class Practice {
   public:
-    Practice() {
-        std::string name =
-            (std::filesystem::temp_directory_path() / "brenik-practice-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-    }
-    ~Practice() { std::filesystem::remove_all(folder_); }
-    Practice(const Practice&) = delete;
-    Practice& operator=(const Practice&) = delete;
-
     std::string path(const std::string& file) const { return (folder_ / file).string(); }
     std::string data_path() const { return folder_.string() + "\\"; }
 
@@ -51,7 +41,7 @@ class Practice {
     }
 
   private:
-    std::filesystem::path folder_;
+    TemporaryFolder folder_;
 };
 
 struct Workstation {

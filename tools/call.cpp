@@ -1,0 +1,131 @@
+// Reading lines, finding the routine each one names, and answering.
+
+#include "call.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <memory>
+
+#include "BrenikDB/registry.h"
+#include "RSData/stamps.h"
+#include "call_arguments.h"
+#include "call_table.h"
+#include "engine/local/local_engine.h"
+#include "platform/ui.h"
+#include "practice.h"
+#include "util/runtime.h"
+
+namespace brenik::tools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct NamedOperation {
+    std::string_view name;
+    std::string_view arguments;
+};
+
+// The operations of the library's registry, as its exports call them.
+constexpr NamedOperation kOperations[] = {
+    {"StartUp", "data folder, trace"},
+    {"ShutDown", ""},
+    {"AddedRec", "table, record number"},
+    {"DeletedRec", "table, record number"},
+    {"AddStart", "table, number"},
+    {"AddEnd", "table, identifier (ref)"},
+    {"EditStart", "table, identifier, number"},
+    {"EditBegin", "table, record number, number"},
+    {"SetField", "table, record number, field name, text"},
+    {"EditEnd", "table, record number"},
+    {"GetMyFirm", "text (ref)"},
+    {"GetU_ID", "table, key, identifier (ref)"},
+    {"TMENU", ""},
+    {"TMENUITEM", ""},
+    {"TBAR", ""},
+    {"TCOMBOBOX", ""},
+    {"TMULTIGET", ""},
+    {"TMDIFRAME", ""},
+    {"TMDICHILD", ""},
+    {"TRADIO", ""},
+    {"TRADMENU", ""},
+    {"TMETAFILE", ""},
+    {"BATISRUNNING", ""},
+    {"RUNTHEBAT", ""},
+    {"RPREVIEW", ""},
+};
+
+void print_line(std::string_view name, std::string_view arguments) {
+    std::cout << name << (arguments.empty() ? "" : ": ") << arguments << "\n";
+}
+
+void print_names() {
+    for (const NamedOperation& each : kOperations) print_line(each.name, each.arguments);
+    for (const Routine& each : library_routines()) print_line(each.name, each.arguments);
+    for (const Routine& each : table_operations()) print_line(each.name, each.arguments);
+}
+
+const Routine* find(std::span<const Routine> routines, std::string_view name) {
+    const auto found = std::ranges::find_if(
+        routines, [&](const Routine& each) { return equal_ignoring_case(each.name, name); });
+    return found == routines.end() ? nullptr : &*found;
+}
+
+Value run(Session& session, const std::string& name, CallArguments& arguments) {
+    for (const auto routines : {library_routines(), table_operations()}) {
+        if (const Routine* routine = find(routines, name)) return routine->call(session, arguments);
+    }
+    if (const Operation operation = find_operation(name))
+        return operation(session, arguments.values());
+    throw CallError("no routine is called \"" + name + "\"; --list names them all");
+}
+
+Json answer(Session& session, const std::string& line) {
+    const Json call = json_from_line(line);
+    if (!call.is_array() || call.empty() || !call[0].is_string()) {
+        throw CallError("a line is an array that begins with the name of a routine");
+    }
+    CallArguments arguments(session, call);
+    Json reply{{"result", value_to_json(run(session, call[0].get<std::string>(), arguments))}};
+    if (arguments.has_references()) reply["refs"] = arguments.references();
+    return reply;
+}
+
+// A line that fails is answered too; the lines after it go on in the same session.
+Json answer_or_error(Session& session, const std::string& line) {
+    try {
+        return answer(session, line);
+    } catch (const EngineFault& fault) {
+        return Json{{"error", fault.operation() + ": " + fault.what() + " (" +
+                                  std::to_string(static_cast<int>(fault.code())) + ")"}};
+    } catch (const std::exception& error) {
+        return Json{{"error", error.what()}};
+    }
+}
+
+void start_up(Session& session, const std::string& folder) {
+    std::array<Value, 2> arguments{Value(folder), Value(false)};
+    const std::int64_t code = find_operation("StartUp")(session, arguments).whole();
+    if (code != 0) {
+        throw ToolError(ExitCode::kCannotOpen,
+                        folder + ": StartUp answers " + std::to_string(code));
+    }
+}
+
+}  // namespace
+
+void call_routines(const CallRequest& request) {
+    if (request.list) return print_names();
+    local::LocalEngine engine;
+    const std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
+    Session session(engine, platform::system_clock(), *ui);
+    if (request.folder) start_up(session, *request.folder);
+    RSSETBASEDATE(session);
+    for (std::string line; std::getline(std::cin, line);) {
+        if (trim_both(line).empty()) continue;
+        const Json reply = answer_or_error(session, line);
+        std::cout << reply.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    }
+}
+
+}  // namespace brenik::tools
