@@ -97,6 +97,7 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     CLI::App app("Companion tool for practice tables", "brenik");
     app.require_subcommand(1);
+    app.allow_windows_style_options(false);  // paths may begin with a slash
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     SampleRequest sample;
     ShowRequest show_request;

@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/profile.h"
+#include "util/runtime.h"
 
 namespace brenik::tools {
 namespace {
@@ -44,14 +45,14 @@ Value open_table(Session& session, Arguments& a) {
 }
 
 Value append_blank(Session& session, Arguments& a) {
-    session.areas.append_blank(a.logical(0, false));
+    session.areas.append_blank(a.logical(0, true));
     return {};
 }
 
 Value deleted_visibility(Session& session, Arguments& a) {
     Engine& engine = session.areas.engine();
     const bool before = engine.deleted_hidden();
-    if (a.given(0)) engine.set_deleted_hidden(a.text(0) == "on" || a.text(0) == "ON");
+    if (a.given(0)) engine.set_deleted_hidden(equal_ignoring_case(a.text(0), "on"));
     return before ? "on" : "off";
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include "BrenikDB/add.h"
 #include "BrenikDB/edit.h"
@@ -26,7 +27,12 @@ std::string text(Arguments arguments, std::size_t index) {
     return argument(arguments, index).text();
 }
 
-int table_number(Arguments arguments) { return static_cast<int>(argument(arguments, 0).whole()); }
+// Numbers beyond an int name no table either.
+int table_number(Arguments arguments) {
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(
+        std::clamp<std::int64_t>(argument(arguments, 0).whole(), Limits::min(), Limits::max()));
+}
 
 std::int64_t record_number(Arguments arguments) { return argument(arguments, 1).whole(); }
 

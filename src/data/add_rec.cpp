@@ -74,9 +74,10 @@ bool ADD_REC(Session& session, const NewRecord& options) {
     const bool identified = options.assign_identifier.value_or(
         areas.field_position(area, "U_ID") != 0 && areas.used(kSystemArea));
     if (identified && !lock_record_of(session, kSystemArea)) return false;
-    const bool appended = identified ? append_identified(session, table, area, options)
-                                     : append_with_retries(session, options.seconds, false);
-    if (identified) areas.table(kSystemArea, "UNLOCK").unlock_all();
+    const bool appended =
+        identified ? releasing_counter(
+                         session, [&] { return append_identified(session, table, area, options); })
+                   : append_with_retries(session, options.seconds, false);
     if (appended) mark_object(session, area, options.object);
     return appended;
 }

@@ -58,14 +58,14 @@ bool NEXTUID(Session& session, std::string& identifier, const NextUid& options) 
     const int area = areas.current();
     const int table = options.object ? options.object->NDB() : options.table.value_or(area);
     if (areas.field_position("U_ID") == 0 || !areas.used(kSystemArea)) return false;
-    if (!options.counter_locked && !lock_record_of(session, kSystemArea)) return false;
-    bool issued = false;
-    if (options.record_locked || REC_LOCK(session)) {
-        issued = identify(session, identifier, table, area, options.object);
+    const auto issue = [&] {
+        if (!options.record_locked && !REC_LOCK(session)) return false;
+        const bool issued = identify(session, identifier, table, area, options.object);
         if (!options.record_locked) REC_UNLOCK(session);
-    }
-    if (!options.counter_locked) areas.table(kSystemArea, "UNLOCK").unlock_all();
-    return issued;
+        return issued;
+    };
+    if (options.counter_locked) return issue();
+    return lock_record_of(session, kSystemArea) && releasing_counter(session, issue);
 }
 
 }  // namespace brenik

@@ -32,6 +32,22 @@ template <class Write>
     return true;
 }
 
+// Runs `work`, then releases the system table, where the caller has locked the counter record;
+// after a fault too, with what that left half done in the counter dropped.
+template <class Work>
+[[nodiscard]] bool releasing_counter(Session& session, Work work) {
+    Table& counters = session.areas.table(kSystemArea, "UNLOCK");
+    try {
+        const bool done = work();
+        counters.unlock_all();
+        return done;
+    } catch (const EngineFault&) {
+        counters.abandon_changes();
+        counters.unlock_all();
+        throw;
+    }
+}
+
 // Brings the counter record up to date after its lock and before its first field is read.
 void reread_counter(Session& session);
 

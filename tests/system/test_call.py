@@ -8,11 +8,11 @@ from conftest import tool
 from judges import assert_sound
 
 
-def call(*lines, folder=None, expect=0):
+def call(*lines, folder=None, expect=0, cwd=None):
     """The answer to each line, as the tool gives it."""
     options = ['--dir', str(folder)] if folder else []
     text = ''.join((line if isinstance(line, str) else json.dumps(line)) + '\n' for line in lines)
-    done = tool('call', *options, input=text, env={**os.environ, 'BRENIK_UI': 'none'})
+    done = tool('call', *options, input=text, env={**os.environ, 'BRENIK_UI': 'none'}, cwd=cwd)
     assert done.returncode == expect, done.stderr
     return [json.loads(line) for line in done.stdout.splitlines()]
 
@@ -63,7 +63,10 @@ def test_routines_without_a_practice(line, result):
     (['XTOC', 'caf\u00e9'], 'hex'),
     (['RSN2ADS', 3844], 'RSN2ADS'),
     (['field get', 1], '2001'),
-    ('[' * 100000, 'parse error'),
+    ('[' * 100000, 'nested too deeply'),
+    pytest.param('["XTOC", {"date": ' + '[' * 200000 + ']' * 200000 + '}]', 'nested too deeply', id='date'),
+    pytest.param('["XTOC", ' + '{"ref": ' * 200000 + '1' + '}' * 200000 + ']', 'nested too deeply', id='ref'),
+    (['RSN2ADS', 5, 2000000000], 'argument 2 must be a width'),
 ])
 def test_a_line_that_fails_is_answered_and_the_next_goes_on(line, part):
     refused, after = call(line, ['RSADS2N', 'zz'])
@@ -85,7 +88,11 @@ def test_one_session_over_a_practice(new_practice):
     assert [each for each in answers if 'error' in each] == []
     assert answers[2]['result'] is True and answers[6]['result'] != answers[3]['result']
     assert answers[4]['result'][5].upper() == 'NAMES' and answers[8]['result'] is True
+    assert call(['AddStart', 2**32 + 1, 0], folder=folder) == [{'result': 5}]
     assert answers[9] == {'result': 19, 'refs': [identifier]}
+    untouched = call(['select area', 5], ['NEXTUID', {'ref': None}],
+                     ['RSDTOF', '01', 'nobody', 1, {'ref': None}], folder=folder)
+    assert [each['refs'] for each in untouched[1:]] == [[None], [None]]
     assert answers[12]['result'] == 0 and answers[12]['refs'][0].startswith('A1')
     assert [answers[13]['result'], answers[17]['result']] == [False, True]
     assert_sound(folder)
@@ -103,12 +110,14 @@ def test_state_is_restored_and_filters_that_do_not_compile_change_nothing(new_pr
     assert restored == [True, 3, 'RECNO() > 1', answers[5]['result'], state, None, None, False]
 
 
-def test_every_listed_name_is_there():
+def test_every_listed_name_is_there(tmp_path):
     names = [line.split(':')[0] for line in tool('call', '--list').stdout.splitlines()]
     assert len(names) == len({name.upper() for name in names}) > 150
     # Without arguments a routine may refuse, and those that wait or show something are not tried.
     quiet = [name for name in names if name not in ('ERRBEEP', 'GET_EXCLUSIVE', 'CLOSEMOST', 'CHECKSERVER')]
-    assert not any('no routine' in each.get('error', '') for each in call(*([name] for name in quiet)))
+    # StartUp without a folder works in the current one.
+    answers = call(*([name] for name in quiet), cwd=tmp_path)
+    assert not any('no routine' in each.get('error', '') for each in answers)
 
 
 def test_a_practice_that_cannot_be_opened(tmp_path):

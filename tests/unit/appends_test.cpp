@@ -287,6 +287,20 @@ TEST_F(Appends, TellWhenAFieldChangedAndWhere) {
     EXPECT_EQ(CDT2STR(session_, stamp, 1, "ignored", true), "11/27/03  1:00a");
 }
 
+TEST_F(Appends, LeaveTheCounterToOthersAfterAFault) {
+    Station other(practice_);
+    constexpr int kLastOfFiveDigits = 916132831;
+    station_.set_counter("U_ID1", kLastOfFiveDigits);
+    areas().select(kNamesArea);
+    std::string identifier;
+    EXPECT_THROW(static_cast<void>(ADD_REC(session_)), EngineFault);
+    EXPECT_TRUE(other.session.areas.table(kSystemArea, "test").lock_record(1));
+    other.session.areas.table(kSystemArea, "test").unlock_all();
+    EXPECT_THROW(static_cast<void>(NEXTUID(session_, identifier)), EngineFault);
+    EXPECT_TRUE(other.session.areas.table(kSystemArea, "test").lock_record(1));
+    EXPECT_EQ(other.counter("U_ID1"), kLastOfFiveDigits);
+}
+
 TEST_F(Appends, OfABatchWaitForItsEnd) {
     Station other(practice_);
     areas().select(kNamesArea);

@@ -223,11 +223,16 @@ TEST_F(CastingTest, CutByteStringsAreReportedWhereverTheyEnd) {
     }
 }
 
-TEST_F(CastingTest, NestingIsReadToThreeHundredLevels) {
+TEST_F(CastingTest, NestingIsWrittenToAnyDepthAndReadToThreeHundredLevels) {
     for (const int levels : {kMaxArrayDepth, kMaxArrayDepth + 1, 400}) {
         ui_.events.clear();
         std::string text = "2";
-        for (int i = 1; i < levels; ++i) text += "A\1\0"s;
+        Value nested = Value::array({});
+        for (int i = 1; i < levels; ++i) {
+            text += "A\1\0"s;
+            nested = Value::array({nested});
+        }
+        EXPECT_EQ(A2STR(nested), text + "A\0\0"s);
         ArrayReference array = STR2A(ui_, text + "A\0\0"s);
         int depth = 0;
         for (; array; ++depth) array = array->empty() ? nullptr : array->front().array();
