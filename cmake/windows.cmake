@@ -7,8 +7,14 @@ add_compile_definitions(_WIN32_WINNT=0x0601 WINVER=0x0601 UNICODE _UNICODE NOMIN
 # same sources make the same image at any time.
 add_link_options(-static -static-libgcc -static-libstdc++
   LINKER:--dynamicbase,--nxcompat,--no-insert-timestamp)
+# Nor do they in another folder: the symbols, whose checksum is in the image, name none.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   add_link_options(LINKER:--high-entropy-va)
+else()
+  # A function's seldom part, put elsewhere, can be empty. Its unwind entry then has the address of
+  # whatever follows, hides that one's, and an exception on its way through ends the process.
+  add_compile_options(-fno-reorder-blocks-and-partition)
 endif()
 
 # brenik_add_version(TARGET DESCRIPTION): the version resource that Windows shows.

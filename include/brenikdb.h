@@ -104,7 +104,8 @@ enum {
 };
 
 /* Opens the practice in a folder and empties the trace log there.
- *   data_path  the folder; blank for the current one
+ *   data_path  the folder; blank for the current one. On Windows its characters are those of the
+ *              process's ANSI code page.
  *   trace      not 0: every call is written to "Trace.Log" in the folder. The workstation's setting
  *              APITracing overrides it.
  *   reserved   not used

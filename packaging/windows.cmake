@@ -7,7 +7,7 @@ install(FILES ${PROJECT_BINARY_DIR}/BrenikDB.lib ${PROJECT_BINARY_DIR}/BrenikDB.
   DESTINATION lib COMPONENT package)
 install(FILES ${PROJECT_SOURCE_DIR}/include/brenikdb.h DESTINATION include COMPONENT package)
 install(FILES ${PROJECT_SOURCE_DIR}/examples/host.c DESTINATION examples COMPONENT package)
-install(FILES $<TARGET_FILE:BrenikDB>.debug DESTINATION . COMPONENT symbols)
+install(FILES $<TARGET_FILE:BrenikDB>.debug $<TARGET_FILE:brenik>.debug DESTINATION . COMPONENT symbols)
 
 # The readme tells what is different for 32 and 64 bits.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
@@ -33,3 +33,4 @@ endfunction()
 install_text(packaging/README.txt.in README.txt)
 install_text(CHANGELOG.md CHANGELOG.md)
 install_text(LICENSE LICENSE.txt)
+install_text(packaging/NOTICES.txt NOTICES.txt)

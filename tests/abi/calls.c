@@ -1,9 +1,12 @@
 /* Loads the library as its hosts do, by name and pointer, and looks at what a C compiler hides.
  *
  *     calls LIBRARY COPY PRACTICE DBF
+ *     calls LIBRARY UNWINDER PRACTICE
  *
- * COPY is a second copy of the library's file, DBF a table of the practice. One line is printed for
- * each fault; the exit code tells whether there was any. */
+ * COPY is a second copy of the library's file, DBF a table of the practice. UNWINDER is the library
+ * that other programs of the same compiler share for their exceptions; the practice has a table of
+ * contacts that is cut short then. One line is printed for each fault; the exit code tells whether
+ * there was any. */
 
 #include <windows.h>
 
@@ -235,6 +238,23 @@ static void little_stack(void) {
     expect(done == 1, "little stack", "not done");
 }
 
+/* A fault becomes a code, whichever of the two came first and whichever goes first. */
+static void beside_an_unwinder(const char* unwinder) {
+    for (int order = 0; order < 4; ++order) {
+        HMODULE first = load(order & 1 ? library_path : unwinder);
+        HMODULE second = load(order & 1 ? unwinder : library_path);
+        HMODULE library = order & 1 ? first : second;
+        char identifier[16] = "";
+        int p = 0;
+        expect(call(library, "BrenikInitialize", address(practice), 0, 0, 0) == 0 &&
+                   call(library, "BrenikAddStart", 1, address(&p), 0, 0) == 0 &&
+                   call(library, "BrenikAddEnd", 1, address(identifier), 0, 0) == 14,
+               "beside an unwinder", "no fault");
+        FreeLibrary(order & 2 ? first : second);
+        FreeLibrary(order & 2 ? second : first);
+    }
+}
+
 /* Loading does no work beyond the run-time's own start. */
 static void loads_fast(void) {
     enum { kTimes = 20, kMostMilliseconds = 250 };
@@ -248,8 +268,9 @@ static void loads_fast(void) {
 }
 
 int main(int argc, char** argv) {
-    if (argc != 5) return 2;
+    if (argc < 4) return 2;
     library_path = argv[1], copy_path = argv[2], practice = argv[3], table_path = argv[4];
+    if (argc == 4) return beside_an_unwinder(argv[2]), faults != 0;
     HMODULE library = load(library_path);
     for (int i = 0; i < kFunctions; ++i) {
         expect(GetProcAddress(library, kExports[i].name) ==

@@ -5,6 +5,8 @@ import re
 import subprocess
 from pathlib import Path
 
+import pytest
+
 IMAGE = os.environ['BRENIK_IMAGE']
 NARROW = os.environ['BRENIK_BITS'] == '32'
 SYSTEM_LIBRARIES = {'kernel32.dll', 'user32.dll', 'gdi32.dll', 'advapi32.dll', 'msvcrt.dll'}
@@ -43,6 +45,15 @@ def test_flags():
     assert re.search(r'file format pei-(i386|x86-64)', HEADERS)[1] == ('i386' if NARROW else 'x86-64')
     relocations = re.search(r'^Entry 5 (\w+) (\w+) Base Relocation', HEADERS, re.M)
     assert int(relocations[2], 16), 'an image without relocations is not moved'
+
+
+@pytest.mark.skipif(not NARROW, reason='the system itself unwinds 64-bit functions')
+def test_unwind_tables():
+    """Each entry is found by its address: an empty one at the same place hides it, and the exception has no way out."""
+    entries = re.findall(r' FDE .* pc=(\w+)\.\.(\w+)', objdump('--dwarf=frames', IMAGE))
+    begins = [begin for begin, _ in entries]
+    hidden = [begin for begin, end in entries if begin == end and begins.count(begin) > 1]
+    assert len(entries) > 100 and hidden == []
 
 
 def test_resources_and_symbols():

@@ -16,7 +16,7 @@ ROOT = Path(__file__).parents[2]
 PRESET = os.environ['BRENIK_PRESET']
 NAME = 'BrenikDB-%s-%s' % (os.environ['BRENIK_VERSION'], PRESET)
 COMPILER = os.environ['BRENIK_COMPILER']
-CONTENTS = ['CHANGELOG.md', 'LICENSE.txt', 'README.txt', 'bin/BrenikDB.dll', 'bin/brenik.exe', 'bin/host.exe',
+CONTENTS = ['CHANGELOG.md', 'LICENSE.txt', 'NOTICES.txt', 'README.txt', 'bin/BrenikDB.dll', 'bin/brenik.exe', 'bin/host.exe',
             'examples/host.c', 'include/brenikdb.h', 'lib/BrenikDB.def', 'lib/BrenikDB.lib',
             'lib/libBrenikDB.dll.a']
 CODE_EXISTS = 18
@@ -63,7 +63,7 @@ def test_contents(archive):
     with zipfile.ZipFile(archive) as packed:
         assert packed.namelist() == ['%s/%s' % (NAME, name) for name in CONTENTS]
         assert len({entry.date_time for entry in packed.infolist()}) == 1
-        for name in CONTENTS[:3]:
+        for name in CONTENTS[:4]:
             text = packed.read('%s/%s' % (NAME, name)).decode()
             assert text.count('\r\n') == text.count('\n') > 10 and not re.search('@|TODO', text), name
         for name in CONTENTS:
@@ -71,7 +71,9 @@ def test_contents(archive):
         readme = packed.read(NAME + '/README.txt').decode()
         assert [name for name in CONTENTS if name.replace('/', '\\') not in readme] == ['README.txt']
     with zipfile.ZipFile(archive.with_name(NAME + '-symbols.zip')) as packed:
-        assert packed.namelist() == [NAME + '-symbols/BrenikDB.dll.debug']
+        assert packed.namelist() == ['%s-symbols/%s.debug' % (NAME, name) for name in ('BrenikDB.dll', 'brenik.exe')]
+        for name in packed.namelist():
+            assert str(ROOT).encode() not in packed.read(name), '%s names this place' % name
 
 
 def test_same_commit_gives_the_same_archive(archive):

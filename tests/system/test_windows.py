@@ -26,6 +26,14 @@ def test_calling_conventions_and_the_hosts_state(practice, tmp_path):
     assert len(practice.table('LAW1').where(LAST='Calls', FIRST='Raw')) == 4
 
 
+def test_faults_beside_a_shared_unwinder(practice, tmp_path):
+    """Hosts of the same compiler may have its shared unwinder with them, which knows nothing of our exceptions."""
+    os.truncate(practice.find('LAW1.dbf'), os.path.getsize(practice.find('LAW1.dbf')) - 100)
+    unwinder = shutil.copy(os.environ['BRENIK_SHARED_UNWINDER'], tmp_path)
+    done = program('BRENIK_ABI_CALLS', OURS.library, unwinder, practice)
+    assert (done.stdout, done.returncode) == ('', 0)
+
+
 def test_client_of_microsofts_linker():
     assert program('BRENIK_MS_CLIENT', cwd=Path(OURS.library).parent).returncode == 0
 
@@ -67,7 +75,7 @@ def test_long_paths(new_host, new_practice, tmp_path):
     practice, host = new_practice(into=deep), new_host(cwd=tmp_path)
     for form in (practice, '\\\\?\\' + windows_form(practice), str(practice.folder.relative_to(tmp_path))):
         assert host.init(form, 1) == 0 and host.add(1, {'LAST': 'Deep'})[0] == 0
-        assert host.firm(10) and host.shutdown() == 0 and practice.trace()
+        assert host.firm(10)[2:10].strip() and host.shutdown() == 0 and practice.trace()
     assert len(practice.table('LAW1').where(LAST='Deep')) == 3
 
 

@@ -5,7 +5,8 @@
  *         edits the contact, or adds a matter for it, with the window on the screen, which another
  *         thread keeps asking to be painted; one JSON object tells what happened during the End
  *     window_host press TITLE
- *         waits for a box, prints its text, and presses its button when a line is read
+ *         waits for a box, prints its text and how many of the host's windows take input, and
+ *         presses its button when a line is read
  *     window_host start LIBRARY PRACTICE
  *         opens the practice and prints the result
  *     window_host hold FILE
@@ -57,6 +58,8 @@ static HWND show_window(void) {
     description.lpszClassName = "Host";
     description.hCursor = LoadCursorA(NULL, (LPCSTR)IDC_ARROW);
     RegisterClassA(&description);
+    CreateWindowA("Host", "Second", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 380, 200, 90, NULL, NULL,
+                  NULL, NULL);
     HWND window = CreateWindowA("Host", "Host", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 40, 40, 560, 320,
                                 NULL, NULL, NULL, NULL);
     UpdateWindow(window);
@@ -111,7 +114,10 @@ static void press(const char* title) {
     HWND part = NULL;
     while ((part = FindWindowExA(box, part, "Static", NULL)) != NULL && box)
         GetWindowTextA(part, text, sizeof text);
-    puts(text);
+    int enabled = 0;
+    for (HWND window = NULL; (window = FindWindowExA(NULL, window, "Host", NULL)) != NULL;)
+        enabled += IsWindowEnabled(window) != 0;
+    printf("%s\n%d\n", text, enabled);
     fflush(stdout);
     getchar();
     PostMessageA(box, WM_COMMAND, IDOK, 0);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <vector>
 
 #include "platform/windows/system_text.h"
 
@@ -151,6 +152,33 @@ class NoticeWindow {
     HWND window_ = nullptr;
 };
 
+// While it lives, no other window of this thread takes input: the host's code behind one might call
+// the library again in the middle of a transaction. A box disables its owner alone.
+class OtherWindowsDisabled {
+  public:
+    explicit OtherWindowsDisabled(HWND owner) : owner_(owner) {
+        EnumThreadWindows(GetCurrentThreadId(), disable, reinterpret_cast<LPARAM>(this));
+    }
+    ~OtherWindowsDisabled() {
+        for (const HWND window : disabled_) EnableWindow(window, TRUE);
+    }
+    OtherWindowsDisabled(const OtherWindowsDisabled&) = delete;
+    OtherWindowsDisabled& operator=(const OtherWindowsDisabled&) = delete;
+
+  private:
+    static BOOL CALLBACK disable(HWND window, LPARAM self) {
+        auto& others = *reinterpret_cast<OtherWindowsDisabled*>(self);
+        const bool takes_input = IsWindowVisible(window) && IsWindowEnabled(window);
+        if (!takes_input || window == others.owner_) return TRUE;
+        others.disabled_.push_back(window);
+        EnableWindow(window, FALSE);
+        return TRUE;
+    }
+
+    HWND owner_;
+    std::vector<HWND> disabled_;
+};
+
 // A text that is not in the host's code page is shown as well as it can be.
 std::wstring shown_text(const std::string& text) {
     return wide_text(text).value_or(std::wstring(text.begin(), text.end()));
@@ -159,13 +187,14 @@ std::wstring shown_text(const std::string& text) {
 // Where the system makes no window, standard error has the text.
 class WindowInterface : public UserInterface {
   public:
-    // Modal to the whole host: the active window is the box's owner and waits for it, or else all
-    // windows of this thread do.
+    // Modal to all windows of this thread. The active one is its owner, so that the box stays in
+    // front of it.
     void message_box(const std::string& text, const std::string& title, Icon icon) override {
         const UINT look = icon == Icon::kStop ? MB_ICONSTOP : MB_ICONINFORMATION;
         const std::wstring caption = shown_text(title);
-        if (MessageBoxW(GetActiveWindow(), shown_text(text).c_str(),
-                        title.empty() ? nullptr : caption.c_str(),
+        const HWND owner = GetActiveWindow();
+        const OtherWindowsDisabled others(owner);
+        if (MessageBoxW(owner, shown_text(text).c_str(), title.empty() ? nullptr : caption.c_str(),
                         MB_OK | MB_TASKMODAL | MB_SETFOREGROUND | look) <= 0) {
             write_to_standard_error(readable(text, title));
         }
@@ -198,6 +227,11 @@ std::unique_ptr<UserInterface> make_user_interface() {
         return std::make_unique<StandardErrorInterface>();
     }
     return std::make_unique<WindowInterface>();
+}
+
+bool error_output_is_terminal() {
+    DWORD mode = 0;
+    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
 }
 
 }  // namespace brenik::platform
