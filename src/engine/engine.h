@@ -103,7 +103,8 @@ class Table {
     virtual bool shared() const = 0;
     virtual void set_shared(bool shared) = 0;
 
-    // -- Locks. They never wait; unlocking first writes out a changed record.
+    // -- Locks. They answer within milliseconds: long enough for a quick change by another session,
+    // never for a person. Unlocking first writes out a changed record.
     [[nodiscard]] virtual bool lock_record(RecordNumber record) = 0;
     [[nodiscard]] virtual bool lock_table() = 0;
     virtual void unlock_record(RecordNumber record) = 0;

@@ -106,6 +106,14 @@ class File {
 // True when a plain file of that name exists, whatever the case of its name.
 bool file_exists(const std::string& path);
 
+// Puts the file `from` in the place of `to`, whether or not there is one, so that at every moment
+// either the old or the new file goes by that name, and waits until that has reached the disk. Both
+// lie in one folder; nobody may have `to` open. Throws FileError.
+void replace_file(const std::string& from, const std::string& to);
+
+// Removes the file if there is one and it can be removed.
+void remove_file(const std::string& path) noexcept;
+
 // The system's form of a library path: separators turned and, on case-sensitive systems, every
 // existing component in the case in which it lies on disk; one that does not exist stays as given.
 std::string system_path(const std::string& path);

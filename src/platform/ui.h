@@ -30,4 +30,7 @@ class UserInterface {
 // The interface that this machine and BRENIK_UI call for.
 std::unique_ptr<UserInterface> make_user_interface();
 
+// True when a person watches standard error, so that a line on it may be drawn over.
+bool error_output_is_terminal();
+
 }  // namespace brenik::platform

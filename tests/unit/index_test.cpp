@@ -515,6 +515,52 @@ TEST_F(IndexTest, DamageIsNamedAndNeverFollowed) {
     EXPECT_THROW(open(), EngineFault);
 }
 
+// The root's left child is replaced by a leaf from further below: looking for the page to the left
+// of one on the right side then comes to a leaf before it has gone down far enough.
+TEST_F(IndexTest, AnUnevenTreeIsRefusedWhereTheLeftNeighbourIsLookedFor) {
+    constexpr std::size_t kKeyLength = 200;
+    std::vector<IndexEntry> entries;
+    for (RecordNumber r = 1; r <= 60; ++r) {
+        entries.push_back({std::string(kKeyLength, static_cast<char>('A' + r % 2)), r});
+        std::string& key = entries.back().key;
+        key.replace(0, 3, std::to_string(100 + r));
+    }
+    make(kKeyLength, ' ', entries);
+    const std::vector<Byte> sound = load_file(path());
+    const std::uint32_t root = load_le32(&sound[1536]);
+    const std::uint32_t leaf = leaves().front();
+    ASSERT_GE(RawTree(sound, 1536, ' ').depth(), 3u);
+    ASSERT_EQ(load_le16(&sound[root + 2]), 2u);
+    std::vector<Byte> child(4);
+    store_be32(child.data(), leaf);
+    poke(root + 12 + kKeyLength + 4, child);
+
+    // Just behind the left side, as the root tells it, is the first place of the right side.
+    const std::string last_of_left(as_text(Bytes(sound).subspan(root + 12, kKeyLength)));
+    const auto expect_refusal = [&](auto change_tag) {
+        const std::vector<Byte> before = load_file(path());
+        const auto file = open();
+        try {
+            CdxFile::Change change(*file);
+            change_tag(change, *file->tags()[0]);
+            change.publish();
+            ADD_FAILURE() << "not noticed";
+        } catch (const EngineFault& fault) {
+            EXPECT_EQ(fault.code(), FaultCode::kDamagedFile);
+            EXPECT_NE(std::string(fault.what()).find("T.CDX: at"), std::string::npos);
+        }
+        EXPECT_EQ(load_file(path()), before);
+    };
+    expect_refusal([&](CdxFile::Change& change, CdxTag& tag) {
+        change.insert(tag, as_bytes(last_of_left), 999);
+    });
+    expect_refusal([&](CdxFile::Change& change, CdxTag& tag) {
+        for (const IndexEntry& entry : entries) {
+            if (entry.key > last_of_left) change.remove(tag, as_bytes(entry.key), entry.record);
+        }
+    });
+}
+
 TEST_F(IndexTest, RandomBytesNeverDoMoreThanAFault) {
     std::mt19937 random(11);
     std::vector<IndexEntry> entries;

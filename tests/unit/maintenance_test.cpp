@@ -13,6 +13,7 @@
 #include "data/companion.h"
 #include "data/exclusive.h"
 #include "data/net_use.h"
+#include "environment.h"
 #include "fwp/trace_log.h"
 #include "practice.h"
 
@@ -194,7 +195,7 @@ TEST_F(Maintenance, TracesTheCallersOnlyWhenAsked) {
 }
 
 TEST_F(Maintenance, WaitsInRealTime) {
-    setenv("BRENIK_UI", "none", 1);
+    set_variable("BRENIK_UI", "none");
     local::LocalEngine engine;
     const auto ui = platform::make_user_interface();
     Session real{engine, platform::system_clock(), *ui};

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "environment.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/profile.h"
@@ -22,10 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 #ifdef _WIN32
 constexpr bool kWindows = true;
-void set_variable(const char* name, const char* value) { _putenv_s(name, value); }
 #else
 constexpr bool kWindows = false;
-void set_variable(const char* name, const char* value) { setenv(name, value, 1); }
 #endif
 
 class PlatformTest : public testing::Test {

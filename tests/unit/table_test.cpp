@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -13,10 +15,12 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "checker.h"
 #include "engine/local/create.h"
 #include "engine/local/local_engine.h"
+#include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
 #include "temporary_folder.h"
 #include "util/runtime.h"
@@ -388,6 +392,218 @@ TEST_F(TableTest, AnEntryWhoseRecordHasAnotherKeyIsPassedOver) {
     EXPECT_FALSE(table->seek("AAAA", SeekMode::kHard, SeekEnd::kFirst));
     EXPECT_TRUE(table->seek("BBBB", SeekMode::kHard, SeekEnd::kFirst));
     EXPECT_EQ(table->record_number(), 3u);
+}
+
+// ----------------------------------------------------------------- other programs' ways to write
+
+void write_over(const fs::path& file, std::uint64_t offset, std::string_view bytes) {
+    std::fstream open(file, std::ios::in | std::ios::out | std::ios::binary);
+    open.seekp(static_cast<std::streamoff>(offset));
+    open.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string bytes_of(const fs::path& file) {
+    std::stringstream all;
+    all << std::ifstream(file, std::ios::binary).rdbuf();
+    return all.str();
+}
+
+TEST_F(TableTest, ValuesInForeignFormAreReadAndKeptAsTheyLie) {
+    using namespace std::string_literals;
+    const Date none;
+    const struct {
+        std::string raw;  // N 8.2, D, L
+        double number;
+        Date date;
+        bool logical;
+    } cases[] = {
+        {"\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"s, 0, none, false},
+        {"12.5\0\0\0\0"
+         "00000000?"s,
+         12.5, none, false},
+        {"********01/02/99?", 0, none, false},
+        {"        00000000 ", 0, none, false},
+        {"    1.5020240229y", 1.5, Date::from_civil(2024, 2, 29), true},
+        {"-.5     20240230Y", -0.5, none, true},
+        {"1,5      2024 1 t", 1, none, true},
+        {"+7      19000101n", 7, Date::from_civil(1900, 1, 1), false},
+    };
+    {
+        const auto table =
+            make("FOREIGN", 0x03,
+                 {field("N", 'N', 8, 2), field("D", 'D', 8), field("L", 'L', 1),
+                  field("WIDE", 'C', 300)},
+                 {{"N", "N"}, {"D", "DTOS(D)"}, {"L", "L"}, {"WIDE", "LEFT(WIDE,10)"}});
+        for (std::size_t i = 0; i < std::size(cases); ++i) ASSERT_TRUE(append(*table, {}));
+    }
+    const std::uint64_t start = 32 + 4 * 32 + 1, length = 1 + 17 + 300;
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        write_over(path("FOREIGN"), start + i * length + 1, cases[i].raw);
+    }
+    create_index(path("FOREIGN"), {{"N", "N"}, {"D", "DTOS(D)"}, {"WIDE", "LEFT(WIDE,10)"}});
+    {
+        const auto table = open(path("FOREIGN"));
+        for (std::size_t i = 0; i < std::size(cases); ++i) {
+            const auto record = static_cast<RecordNumber>(i + 1);
+            table->go_to(record);
+            EXPECT_EQ(table->field_get(1).number(), cases[i].number) << i;
+            EXPECT_EQ(table->field_get(2).date(), cases[i].date) << i;
+            EXPECT_EQ(table->field_get(3).logical(), cases[i].logical) << i;
+            ASSERT_TRUE(table->lock_record(record));
+            for (std::size_t column = 1; column <= 3; ++column) {
+                table->field_put(column, table->field_get(column));
+            }
+            table->field_put(4, "changed " + std::string(280, 'x'));
+            table->unlock_all();
+            const std::string now =
+                bytes_of(path("FOREIGN"))
+                    .substr(static_cast<std::size_t>(start + i * length + 1), 25);
+            if (i == 3) continue;  // blank numbers are filled in
+            EXPECT_EQ(now, cases[i].raw + "changed ") << i;
+        }
+    }
+    EXPECT_TRUE(judged_right(path("FOREIGN")));
+}
+
+TEST_F(TableTest, HeadersOfOtherProgramsDoNotHinderReadingOrAdding) {
+    using namespace std::string_literals;
+    const std::uint64_t start = 32 + 2 * 32 + 1, length = 1 + 6 + 4;
+    const struct {
+        const char* what;
+        std::uint64_t offset;
+        std::string bytes;
+        std::uint64_t cut;  // from the end of the file
+        RecordNumber records;
+        bool adds;
+    } cases[] = {
+        {"no end marker", 0, "", 1, 3, true},
+        {"rubbish behind the records", start + 3 * length, "rubbish and more of it", 0, 3, true},
+        {"a count below the length", 4, "\2", 0, 2, true},
+        {"a count above the length", 4, "\5", 0, 3, false},
+        {"a record cut short", 0, "", 1 + 3, 2, false},
+        {"field offsets that are rubbish", 32 + 12, "\xEE\xEE\xEE\xEE", 0, 3, true},
+        {"a name in lower case, filled with blanks", 32, "k         \0"s, 0, 3, true},
+        {"a year counted from 1900", 1, "\x7C\1\1", 0, 3, true},
+        {"an open transaction", 14, "\1", 0, 3, true},
+    };
+    for (const auto& c : cases) {
+        make("HEADER", 0x03, {field("K", 'C', 6), field("N", 'N', 4)}, {}).reset();
+        for (const char* key : {"one", "two", "three"}) {
+            ASSERT_TRUE(append(*open(path("HEADER")), {key, 1}));
+        }
+        write_over(path("HEADER"), c.offset, c.bytes);
+        fs::resize_file(path("HEADER"), fs::file_size(path("HEADER")) - c.cut);
+        const auto table = open(path("HEADER"));
+        ASSERT_TRUE(table) << c.what;
+        EXPECT_EQ(table->record_count(), c.records) << c.what;
+        table->go_to(2);
+        EXPECT_EQ(table->field_get(position_of(*table, "K")).text(), "two   ") << c.what;
+        bool added = false;
+        try {
+            added = append(*table, {"four", 4});
+        } catch (const EngineFault&) {
+        }
+        EXPECT_EQ(added, c.adds) << c.what;
+        EXPECT_TRUE(!added || judged_right(path("HEADER"))) << c.what;
+    }
+}
+
+TEST_F(TableTest, MemosOfEveryBlockSizeAreReadAndReplacedWithoutTouchingOthers) {
+    for (const int size : {0, 1, 33, 64, 512}) {
+        make("MEMO", 0xF5, {field("M", 'M', 10)}, {}).reset();
+        std::array<Byte, 8> header{};
+        const int first = (511 + std::max(size, 1)) / std::max(size, 1);
+        store_be32(header.data(), static_cast<std::uint32_t>(first));
+        store_be16(header.data() + 6, static_cast<std::uint16_t>(size));
+        write_over(folder_ / "MEMO.FPT", 0, as_text(header));
+        {
+            const auto table = open(path("MEMO"));
+            for (const char* text : {"first", "second"}) {
+                ASSERT_TRUE(append(*table, {Memo{text}}));
+            }
+            const std::string before = bytes_of(folder_ / "MEMO.FPT");
+            ASSERT_TRUE(table->lock_record(1));
+            table->go_to(1);
+            table->field_put(1, Memo{"1st"});
+            table->unlock_all();
+            EXPECT_EQ(bytes_of(folder_ / "MEMO.FPT").substr(8, before.size() - 8), before.substr(8))
+                << "a shorter text is not written over the old one";
+            table->refresh_record();
+            EXPECT_EQ(table->field_get(1).text(), "1st") << size;
+            table->go_to(2);
+            EXPECT_EQ(table->field_get(1).text(), "second") << size;
+        }
+        EXPECT_TRUE(judged_right(path("MEMO"))) << size;
+    }
+}
+
+// Texts that are replaced again and again take turns in the blocks that they leave.
+TEST_F(TableTest, MemoFilesDoNotGrowForEver) {
+    const auto table = make("TURNS", 0x30, {field("M", 'M', 4)}, {});
+    ASSERT_TRUE(append(*table, {Memo{"x"}}));
+    const auto rewrite = [&](int times) {
+        ASSERT_TRUE(table->lock_record(1));
+        for (int i = 0; i < times; ++i) {
+            table->field_put(1, Memo{std::string(static_cast<std::size_t>(100 + i % 50), 'x')});
+            table->commit();
+        }
+        table->unlock_all();
+    };
+    rewrite(300);
+    const auto size = fs::file_size(folder_ / "TURNS.FPT");
+    std::this_thread::sleep_for(MemoFile::kTextStays + std::chrono::milliseconds(50));
+    rewrite(250);
+    EXPECT_EQ(fs::file_size(folder_ / "TURNS.FPT"), size);
+}
+
+TEST_F(TableTest, OlderMemoFilesAreReadAndNotWritten) {
+    using namespace std::string_literals;
+    const std::string text = "a text of the older kind";
+    const struct {
+        std::uint8_t version;
+        std::string header, block;
+    } cases[] = {{0x83, std::string(512, '\0'), text + "\x1A\x1A"},
+                 {0x8B, std::string(20, '\0') + "\0\2"s + std::string(490, '\0'),
+                  "\xFF\xFF\x08\0"s + static_cast<char>(text.size() + 8) + "\0\0\0"s + text}};
+    for (const auto& c : cases) {
+        make("OLDER", 0x03, {field("M", 'M', 10)}, {}).reset();
+        ASSERT_TRUE(append(*open(path("OLDER")), {}));
+        write_over(path("OLDER"), 0, {reinterpret_cast<const char*>(&c.version), 1});
+        write_over(path("OLDER"), 32 + 32 + 1 + 1, "         1");
+        std::ofstream(folder_ / "OLDER.DBT", std::ios::binary) << c.header << c.block;
+        const auto table = open(path("OLDER"));
+        ASSERT_TRUE(table);
+        table->go_to(1);
+        EXPECT_EQ(table->field_get(1).text(), text);
+        ASSERT_TRUE(table->lock_record(1));
+        table->field_put(1, Memo{"new"});
+        EXPECT_THROW(table->commit(), EngineFault);
+        table->abandon_changes();
+    }
+}
+
+TEST_F(TableTest, AnIndexOfAnotherNameIsAttachedAndMaintained) {
+    make("PLAIN", 0x03, {field("K", 'C', 4)}, {{"K", "K"}}).reset();
+    fs::rename(folder_ / "PLAIN.CDX", folder_ / "OTHER.CDX");
+    const auto plain = [&] {
+        write_over(path("PLAIN"), 28, std::string(1, '\0'));  // no structural index
+        return open(path("PLAIN"));
+    };
+    {
+        const auto table = plain();
+        ASSERT_TRUE(table);
+        EXPECT_EQ(table->order_count(), 0u);
+        EXPECT_FALSE(table->add_orders("MISSING"));
+        ASSERT_TRUE(table->add_orders("OTHER"));
+        for (const char* key : {"b", "c", "a"}) ASSERT_TRUE(append(*table, {key}));
+        EXPECT_EQ(walk(*table), (std::vector<RecordNumber>{3, 1, 2}));
+        table->clear_orders();
+        ASSERT_TRUE(table->add_orders("other.cdx"));
+        EXPECT_TRUE(table->seek("c", SeekMode::kHard, SeekEnd::kFirst));
+    }
+    fs::rename(folder_ / "OTHER.CDX", folder_ / "PLAIN.CDX");
+    write_over(path("PLAIN"), 28, "\1");
+    EXPECT_TRUE(judged_right(path("PLAIN")));
 }
 
 // ------------------------------------------------------------------------------- what is refused

@@ -81,11 +81,15 @@ std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
     root.root = true;
     root.encode(MutableBytes(bytes).subspan(kTagHeaderSize));
     file.write_at(0, bytes);
-    return std::unique_ptr<CdxFile>(new CdxFile(std::move(file), true));
+    return std::unique_ptr<CdxFile>(new CdxFile(std::move(file), true, LockMode::kCompatible));
 }
 
 CdxTag& CdxFile::add_tag(const TagDescription& description,
                          const std::vector<IndexEntry>& entries) {
+    if (!pages_->exclusive()) {
+        throw EngineFault(FaultCode::kNotLocked, "create index",
+                          path() + ": a tag is only added in exclusive use");
+    }
     std::string name = description.name;
     name.resize(kTagNameLength, ' ');
     // The header is made once more when the root is known; this first one finds what does not fit.

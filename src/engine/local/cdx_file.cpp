@@ -17,10 +17,17 @@ std::vector<Byte> read_tag_header(const platform::File& file, std::uint64_t offs
     return header;
 }
 
+// Held until the file is closed: no compatible program can change the index, or lock it to read.
+bool keep_strangers_out(platform::File& file) {
+    constexpr int kTimeout_ms = 50;
+    const LockRange marker = LockScheme::index();
+    return file.lock_within(marker.offset, marker.length, platform::LockKind::kShared, kTimeout_ms);
+}
+
 }  // namespace
 
-CdxFile::CdxFile(platform::File file, bool exclusive)
-    : pages_(std::make_unique<Pages>(std::move(file), exclusive)),
+CdxFile::CdxFile(platform::File file, bool exclusive, LockMode mode)
+    : pages_(std::make_unique<Pages>(std::move(file), exclusive, mode)),
       directory_(std::make_unique<CdxTag>(*this, directory_description(), 0)) {}
 
 CdxFile::~CdxFile() = default;
@@ -31,12 +38,16 @@ const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_
 
 void CdxFile::sync() { pages_->file().sync(); }
 
-std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, platform::Sharing sharing) {
+void CdxFile::require_room() const { pages_->require_room(); }
+
+std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, platform::Sharing sharing,
+                                       LockMode mode) {
     platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
     if (!file.is_open()) return nullptr;
+    const bool exclusive = sharing == platform::Sharing::kExclusive;
+    if (mode == LockMode::kProprietary && !exclusive && !keep_strangers_out(file)) return nullptr;
     check_directory_header(read_tag_header(file, 0), file.path());
-    auto index = std::unique_ptr<CdxFile>(
-        new CdxFile(std::move(file), sharing == platform::Sharing::kExclusive));
+    auto index = std::unique_ptr<CdxFile>(new CdxFile(std::move(file), exclusive, mode));
     index->read_directory();
     return index;
 }

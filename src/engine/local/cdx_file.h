@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/local/lock_scheme.h"
 #include "platform/file.h"
 #include "util/bytes.h"
 
@@ -100,9 +101,11 @@ class CdxTag {
 
 class CdxFile {
   public:
-    // Opens an existing index. Null when it cannot be had (missing, or somebody's exclusive use);
-    // a damaged file is EngineFault kDamagedFile naming the file and the offset.
-    static std::unique_ptr<CdxFile> open(const std::string& path, platform::Sharing sharing);
+    // Opens an existing index. Null when it cannot be had (missing, somebody's exclusive use, or
+    // locked by a program of the other mode); a damaged file is EngineFault kDamagedFile naming the
+    // file and the offset.
+    static std::unique_ptr<CdxFile> open(const std::string& path, platform::Sharing sharing,
+                                         LockMode mode = LockMode::kCompatible);
     // Makes an empty index file (directory only), replacing any file of that name.
     static std::unique_ptr<CdxFile> create(const std::string& path);
     ~CdxFile();
@@ -112,8 +115,12 @@ class CdxFile {
     const std::vector<std::unique_ptr<CdxTag>>& tags() const;
 
     // Adds a tag and fills it from entries sorted by (key, record), bottom up. The file must be in
-    // exclusive use. Unique tags take the first entry of each key.
+    // exclusive use, else EngineFault kNotLocked: whoever else has it open would not keep the new
+    // tag up to date. Unique tags take the first entry of each key.
     CdxTag& add_tag(const TagDescription& description, const std::vector<IndexEntry>& entries);
+
+    // EngineFault kLimit when the file is so large that the keys of a new record might not fit.
+    void require_room() const;
 
     // Waits for the disk.
     void sync();
@@ -149,7 +156,7 @@ class CdxFile {
     friend class CdxTag;
     class Pages;
 
-    CdxFile(platform::File file, bool exclusive);
+    CdxFile(platform::File file, bool exclusive, LockMode mode);
     void read_directory();
 
     std::unique_ptr<Pages> pages_;

@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "engine/local/cdx_header.h"
-#include "engine/local/lock_scheme.h"
 
 namespace brenik::local {
 namespace {
@@ -15,15 +14,28 @@ constexpr std::size_t kCounterOffset = 8;
 constexpr std::size_t kLeftPointerOffset = 4;  // in a page; the right pointer follows
 constexpr std::size_t kLeastFileSize = 3 * kCdxPageSize;
 constexpr std::size_t kMostMemory = std::size_t{64} << 20;
-// The page with the lock byte in it is left alone, hence nothing may lie behind it either.
+// The page with the lock byte in it is left alone, hence nothing may lie behind it either; in
+// proprietary mode it is the marker that lies there.
 constexpr std::uint64_t kLargestFile = LockScheme::index().offset / kCdxPageSize * kCdxPageSize;
+// More than the keys of one record, and of those that other workstations are about to add, can
+// take; and how far from the end the remembered size is good enough.
+constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
+constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
 
 bool is_end(std::uint32_t free_page) { return free_page == 0 || free_page == kNoPage; }
 
+// A page in the free list begins with the next one's offset. So does, to all appearance, a branch
+// of a tree: no attributes and a count, which make a multiple of 65536. When anything else is on
+// such a page it is left alone; a leaf's attributes never look like an offset.
+bool may_be_in_use(const std::array<Byte, kCdxPageSize>& raw) {
+    return load_le16(raw.data()) == 0 &&
+           std::any_of(raw.begin() + 4, raw.end(), [](Byte b) { return b != 0; });
+}
+
 }  // namespace
 
-CdxFile::Pages::Pages(platform::File file, bool exclusive)
-    : file_(std::move(file)), exclusive_(exclusive) {}
+CdxFile::Pages::Pages(platform::File file, bool exclusive, LockMode mode)
+    : file_(std::move(file)), exclusive_(exclusive), lock_(LockScheme::index(mode)) {}
 
 void CdxFile::Pages::damaged(std::uint64_t offset, const std::string& what) const {
     throw EngineFault(FaultCode::kDamagedFile, "read index",
@@ -38,15 +50,15 @@ void CdxFile::Pages::begin_read() {
 
 void CdxFile::Pages::end_read() noexcept {
     if (changing_ || !locked_) return;
-    file_.unlock(LockScheme::index().offset, LockScheme::index().length);
+    file_.unlock(lock_.offset, lock_.length);
     locked_ = false;
 }
 
 // Called whenever something must come from the file.
 void CdxFile::Pages::prepare_to_load() {
     if (!locked_ && !exclusive_) {
-        if (!file_.lock_within(LockScheme::index().offset, LockScheme::index().length,
-                               platform::LockKind::kShared)) {
+        if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kShared,
+                         platform::kShortLockTimeout_ms)) {
             throw EngineFault(FaultCode::kBusy, "read index",
                               path() + ": somebody keeps the index locked");
         }
@@ -144,8 +156,8 @@ void CdxFile::Pages::begin_change() {
 }
 
 void CdxFile::Pages::lock_changes() {
-    if (!exclusive_ && !file_.lock_within(LockScheme::index().offset, LockScheme::index().length,
-                                          platform::LockKind::kExclusive)) {
+    if (!exclusive_ && !queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
+                                    platform::kShortLockTimeout_ms)) {
         throw EngineFault(FaultCode::kBusy, "change index",
                           path() + ": somebody keeps the index locked");
     }
@@ -188,14 +200,21 @@ std::uint32_t CdxFile::Pages::allocate() {
 }
 
 std::uint32_t CdxFile::Pages::extend(std::uint64_t bytes) {
-    if (file_size_ + bytes > kLargestFile) {
-        throw EngineFault(
-            FaultCode::kLimit, "change index",
-            path() + ": the index cannot grow past " + std::to_string(kLargestFile) + " bytes");
-    }
+    if (file_size_ + bytes > kLargestFile) full();
     const auto offset = static_cast<std::uint32_t>(file_size_);
     file_size_ += bytes;
     return offset;
+}
+
+void CdxFile::Pages::full() const {
+    throw EngineFault(
+        FaultCode::kLimit, "change index",
+        path() + ": the index cannot grow past " + std::to_string(kLargestFile) + " bytes");
+}
+
+void CdxFile::Pages::require_room() const {
+    if (file_size_ != 0 && file_size_ + kFarFromFull < kLargestFile) return;
+    if (file_.size() + kReserve > kLargestFile) full();
 }
 
 // A free list that cannot be right is given up: its pages become space that nothing names.
@@ -208,11 +227,11 @@ std::uint32_t CdxFile::Pages::take_free_page() {
         return offset % kCdxPageSize == 0 && offset >= 2 * kCdxPageSize &&
                std::uint64_t{offset} + kCdxPageSize <= size_before_ && !pages_.contains(offset);
     };
-    std::array<Byte, 4> link{};
-    if (!sound(taken) || file_.read_at(taken, link) < link.size()) return 0;
-    const std::uint32_t next = load_le32(link.data());
+    std::array<Byte, kCdxPageSize> raw{};
+    if (!sound(taken) || file_.read_at(taken, raw) < raw.size()) return 0;
+    const std::uint32_t next = load_le32(raw.data());
     if (is_end(next)) return taken;
-    if (!sound(next) || next == taken) return 0;
+    if (!sound(next) || next == taken || may_be_in_use(raw)) return 0;
     free_head_ = next;
     return taken;
 }
@@ -283,14 +302,24 @@ void CdxFile::Pages::publish() {
     write_new_pages();
     publishing_ = true;
     if (!touched_.empty() || !new_roots_.empty() || !freed_.empty()) {
-        write_header();
-        write_changed_pages();
-        write_roots();
-        write_pointers();
-        write_freed_pages();
-        write_header();
+        try {
+            write_published();
+        } catch (const platform::FileError&) {
+            // A page that was written in part is worse than one that was not: every step can be
+            // done again, and what made it fail has often passed by then.
+            write_published();
+        }
     }
     publishing_ = added_pages_written_ = false;
+}
+
+void CdxFile::Pages::write_published() {
+    write_header();
+    write_changed_pages();
+    write_roots();
+    write_pointers();
+    write_freed_pages();
+    write_header();
 }
 
 void CdxFile::Pages::write_changed_pages() {
@@ -335,13 +364,12 @@ void CdxFile::Pages::write_roots() {
 }
 
 void CdxFile::Pages::write_freed_pages() {
-    for (const std::uint32_t offset : freed_) {
+    for (; !freed_.empty(); freed_.pop_back()) {
         std::array<Byte, kCdxPageSize> raw{};
         store_le32(raw.data(), free_head_);
-        file_.write_at(offset, raw);
-        free_head_ = offset;
+        file_.write_at(freed_.back(), raw);
+        free_head_ = freed_.back();
     }
-    freed_.clear();
 }
 
 }  // namespace brenik::local

@@ -25,6 +25,7 @@
 
 #include "engine/local/cdx_file.h"
 #include "engine/local/cdx_page.h"
+#include "engine/local/lock_queue.h"
 #include "platform/file.h"
 
 namespace brenik::local {
@@ -34,7 +35,7 @@ struct StaleCache {};
 
 class CdxFile::Pages {
   public:
-    Pages(platform::File file, bool exclusive);
+    Pages(platform::File file, bool exclusive, LockMode mode);
 
     platform::File& file() { return file_; }
     const std::string& path() const { return file_.path(); }
@@ -50,8 +51,10 @@ class CdxFile::Pages {
     std::uint64_t generation() const { return generation_; }
     std::uint64_t page_count() const { return file_size_ / kCdxPageSize; }
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
+    bool exclusive() const { return exclusive_; }
 
     // -- Changing.
+    void require_room() const;
     void begin_change();
     // Drops whatever was not published, and the lock.
     void end_change() noexcept;
@@ -83,14 +86,18 @@ class CdxFile::Pages {
     std::uint32_t take_free_page();
     void write(CdxPage& page);
     void write_all(PageList::iterator first, PageList::iterator last);
+    void write_published();
     void write_changed_pages();
     void write_roots();
     void write_pointers();
     void write_freed_pages();
     void lock_changes();
+    [[noreturn]] void full() const;
 
     platform::File file_;
     bool exclusive_;
+    LockRange lock_;
+    LockQueue queue_{file_};
     bool changing_ = false;
     bool locked_ = false;
 

@@ -58,7 +58,8 @@ const LeafCounts::Leaf& LeafCounts::holding(std::size_t number) const {
 class CdxTag::Tree::HeaderReader {
   public:
     explicit HeaderReader(CdxFile::Pages& pages)
-        : pages_(pages), headers_(pages.page_count() / kPagesAtOnce + 1) {}
+        : pages_(pages),
+          headers_(static_cast<std::size_t>(pages.page_count() / kPagesAtOnce + 1)) {}
 
     LeafHeader leaf(std::uint32_t offset) {
         const std::size_t page = offset / kCdxPageSize;

@@ -19,15 +19,17 @@ constexpr std::int64_t kFarSkip = 64;
 
 std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::string& path,
                                              platform::Sharing sharing) {
-    auto file = TableFile::open(path, sharing);
+    const LockMode mode =
+        engine.proprietary_locking_ ? LockMode::kProprietary : LockMode::kCompatible;
+    auto file = TableFile::open(path, sharing, mode);
     if (!file) return nullptr;
     auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, std::move(file)));
     const TableLayout& layout = table->layout();
     if (std::any_of(layout.fields.begin(), layout.fields.end(), is_memo)) {
-        table->memo_ = MemoFile::open(table->file_->path(), layout.version, sharing);
+        table->memo_ = MemoFile::open(table->file_->path(), layout.version, sharing, mode);
         if (!table->memo_) return nullptr;
     }
-    table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), sharing);
+    table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), sharing, mode);
     if (layout.has_structural_index() && !table->orders_->open_structural()) return nullptr;
     table->orders_attached(0);
     table->shared_ = sharing == platform::Sharing::kShared;
@@ -82,6 +84,7 @@ RecordView LocalTable::view() {
         }
         original_ = bytes_;
         loaded_ = true;
+        if (memo_) loaded_at_ = MemoFile::Clock::now();
     }
     return {bytes_, record_};
 }
@@ -123,9 +126,15 @@ const Field& LocalTable::field_at(std::size_t position, const char* operation) c
     return layout().fields[position - 1];
 }
 
+// A text that another session has replaced stays as it is for a while, so a record that has been
+// read just now can be followed to its texts.
 std::string LocalTable::memo_text(const Field& field) {
     const auto pending = pending_memos_.find(&field);
     if (pending != pending_memos_.end()) return pending->second;
+    if (loaded_ && record_ != 0 && !file_->owns(record_) &&
+        MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
+        refresh_record();
+    }
     return memo_->read(memo_block(view(), field));
 }
 
@@ -136,11 +145,20 @@ Value LocalTable::field_get(std::size_t position) {
     return Memo{memo_text(field)};
 }
 
+// Other programs write what reads the same in other ways (asterisks, slashed dates, zero bytes).
+// Putting back what was read leaves it in their form; only blanks are filled in.
+bool LocalTable::says_already(const Field& field, const Value& value) {
+    const Bytes raw = view().field(field);
+    const bool blank = std::all_of(raw.begin(), raw.end(), [](Byte byte) { return byte == ' '; });
+    return !blank && read_field(view(), layout(), field).exactly_equals(value);
+}
+
 void LocalTable::field_put(std::size_t position, const Value& value) {
     const Field& field = field_at(position, "field put");
     require_writable("field put");
     if (is_autoincrement(field)) return;  // the engine's own column
     if (!is_memo(field)) {
+        if (says_already(field, value)) return;
         std::vector<Byte> changed = bytes_;
         write_field(changed, layout(), field, value);
         changed_ = changed_ || changed != bytes_;
@@ -174,24 +192,33 @@ void LocalTable::refresh_record() {
     entry_ = entry;
 }
 
-void LocalTable::flush_memos() {
+// The record goes on naming its old texts until it is written itself; only then are their blocks
+// free for others.
+void LocalTable::write_record() {
+    std::vector<std::uint32_t> replaced;
     for (const auto& [field, text] : pending_memos_) {
-        const std::uint32_t old_block = memo_block({bytes_, record_}, *field);
-        const std::uint32_t block = memo_->write(old_block, text, field->type != 'M');
-        if (block != old_block) set_memo_block(bytes_, *field, block);
+        replaced.push_back(memo_block({bytes_, record_}, *field));
+        set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M'));
     }
+    if (bytes_ != original_) file_->write(record_, bytes_, original_);
+    for (const std::uint32_t block : replaced) memo_->release(block);
     pending_memos_.clear();
+}
+
+// What is pending has to find room at the end of the memo file, whether or not it goes there.
+void LocalTable::require_room_for_memos() const {
+    std::uint64_t bytes = 0;
+    for (const auto& [field, text] : pending_memos_) bytes += text.size();
+    if (!pending_memos_.empty()) memo_->require_room(pending_memos_.size(), bytes);
 }
 
 void LocalTable::flush() {
     if (!changed_ && !keys_pending_) return;
     const std::optional<RecordView> before =
         keys_pending_ ? std::nullopt : std::optional(RecordView{original_, record_});
+    require_room_for_memos();
     // Memos come after everything that can refuse the change, and before the record names them.
-    orders_->update(before, {bytes_, record_}, [&] {
-        flush_memos();
-        if (bytes_ != original_) file_->write(record_, bytes_);
-    });
+    orders_->update(before, {bytes_, record_}, [&] { write_record(); });
     original_ = bytes_;
     changed_ = false;
     keys_pending_ = false;
@@ -201,6 +228,7 @@ void LocalTable::flush() {
 bool LocalTable::append_blank(bool release_other_locks) {
     require_open("append");
     flush();
+    orders_->require_room();
     if (release_other_locks) file_->unlock_all();
     std::vector<Byte> blank(layout().record_length);
     make_blank_record(blank, layout());
@@ -218,7 +246,9 @@ void LocalTable::abandon_changes() noexcept {
     if (!file_) return;
     if (!keys_pending_) return forget_record();
     try {
+        // Blank, not half filled in: its identifier may yet be given to another record.
         pending_memos_.clear();
+        bytes_ = original_;
         bytes_[0] = '*';
         changed_ = true;
         flush();
@@ -231,8 +261,9 @@ void LocalTable::abandon_changes() noexcept {
 // deleted record without keys than a live one.
 void LocalTable::abandon_without_keys() noexcept {
     try {
+        const std::vector<Byte> before = original_;
         original_[0] = '*';
-        file_->write(record_, original_);
+        file_->write(record_, original_, before);
     } catch (const std::exception&) {
         // It stays in the file as it was appended: blank.
     }

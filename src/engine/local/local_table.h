@@ -96,10 +96,12 @@ class LocalTable : public Table {
     void forget_record();
     void place(RecordNumber record);
     void flush();
-    void flush_memos();
+    void require_room_for_memos() const;
+    void write_record();
     void abandon_without_keys() noexcept;
     void require_writable(const char* operation);
     void set_deletion_mark(char mark);
+    bool says_already(const Field& field, const Value& value);
     const Field& field_at(std::size_t position, const char* operation) const;
     std::string memo_text(const Field& field);
     void require_open(const char* operation) const;
@@ -149,6 +151,7 @@ class LocalTable : public Table {
     std::vector<Byte> bytes_;     // the record as it is to be written
     std::vector<Byte> original_;  // as it was read: the keys that the index holds for it
     bool loaded_ = false;
+    MemoFile::Clock::time_point loaded_at_{};  // of a table with memos
     bool changed_ = false;
     bool keys_pending_ = false;  // just appended: the index does not hold it yet
     std::map<const Field*, std::string> pending_memos_;

@@ -6,7 +6,6 @@
 #include <array>
 #include <vector>
 
-#include "engine/local/lock_scheme.h"
 #include "engine/local/table_path.h"
 #include "util/bytes.h"
 
@@ -21,11 +20,14 @@ constexpr std::uint32_t kGeneration4Mark = 0x0008FFFF;  // FF FF 08 00
 constexpr std::uint32_t kTextBlock = 1;
 constexpr std::uint32_t kBinaryBlock = 0;
 constexpr Byte kTextEnd = 0x1A;
+// How far from the end the remembered size is good enough.
+constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
+constexpr std::size_t kMostReleased = 4096;
 
 }  // namespace
 
 std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uint8_t version,
-                                         platform::Sharing sharing) {
+                                         platform::Sharing sharing, LockMode mode) {
     const Kind kind = version == 0x83   ? Kind::kGeneration3
                       : version == 0x8B ? Kind::kGeneration4
                                         : Kind::kFpt;
@@ -36,7 +38,7 @@ std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uin
         throw EngineFault(FaultCode::kDamagedFile, "open",
                           path + ": the table's memo file is missing or cannot be opened");
     }
-    auto memo = std::unique_ptr<MemoFile>(new MemoFile(std::move(file), kind));
+    auto memo = std::unique_ptr<MemoFile>(new MemoFile(std::move(file), kind, mode));
     memo->read_header();
     return memo;
 }
@@ -115,16 +117,15 @@ std::uint64_t MemoFile::blocks_for(std::uint64_t data_length) const {
     return (kBlockHeaderSize + data_length + block_size_ - 1) / block_size_;
 }
 
-std::uint32_t MemoFile::write(std::uint32_t old_block, std::string_view text, bool binary) {
+std::uint32_t MemoFile::write(std::string_view text, bool binary) {
     if (kind_ != Kind::kFpt) {
         throw EngineFault(FaultCode::kUnsupported, "field put",
                           path() + ": memo files of this generation are read only");
     }
     if (text.empty()) return 0;
     const std::uint64_t blocks = blocks_for(text.size());
-    const bool fits_in_place =
-        old_block != 0 && blocks <= blocks_for(data_length(std::uint64_t{old_block} * block_size_));
-    const std::uint32_t block = fits_in_place ? old_block : allocate(blocks);
+    const std::uint32_t reused = reuse(blocks);
+    const std::uint32_t block = reused != 0 ? reused : allocate(blocks);
     std::vector<Byte> bytes(static_cast<std::size_t>(blocks * block_size_), 0);
     store_be32(bytes.data(), binary ? kBinaryBlock : kTextBlock);
     store_be32(bytes.data() + 4, static_cast<std::uint32_t>(text.size()));
@@ -133,32 +134,72 @@ std::uint32_t MemoFile::write(std::uint32_t old_block, std::string_view text, bo
     return block;
 }
 
+void MemoFile::release(std::uint32_t block) {
+    if (block == 0) return;
+    try {
+        const std::uint64_t blocks = blocks_for(data_length(std::uint64_t{block} * block_size_));
+        released_.push_back({block, blocks, Clock::now() + kTextStays});
+    } catch (const EngineFault&) {
+        return;  // what is not a memo is nothing to build on
+    }
+    if (released_.size() > kMostReleased) released_.pop_front();
+}
+
+// The first released blocks that are enough; what is left of them stays for the next text.
+std::uint32_t MemoFile::reuse(std::uint64_t blocks) {
+    const Clock::time_point now = Clock::now();
+    for (auto one = released_.begin(); one != released_.end() && one->free_from <= now; ++one) {
+        if (one->blocks < blocks) continue;
+        const std::uint32_t block = one->block;
+        one->block += static_cast<std::uint32_t>(blocks);
+        one->blocks -= blocks;
+        if (one->blocks == 0) released_.erase(one);
+        return block;
+    }
+    return 0;
+}
+
 // Reserves blocks at the end of the file under the memo lock.
 std::uint32_t MemoFile::allocate(std::uint64_t blocks) {
-    const LockRange lock = LockScheme::memo();
-    if (!file_.lock_within(lock.offset, lock.length, platform::LockKind::kExclusive)) {
+    if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
+                     platform::kShortLockTimeout_ms)) {
         throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
     }
-    struct Unlock {
-        platform::File& file;
-        LockRange range;
-        ~Unlock() { file.unlock(range.offset, range.length); }
-    } unlock{file_, lock};
-
-    std::array<Byte, 4> next_free;
-    if (file_.read_at(0, next_free) != next_free.size()) damaged(0, "shorter than a header");
-    const std::uint64_t block = load_be32(next_free.data());
+    const HeldLock held(file_, lock_);
+    const std::uint64_t block = next_free_block();
     const std::uint64_t offset = block * block_size_;
     if (offset < kFptHeaderSize || offset < file_.size()) {
         damaged(0, "next free block " + std::to_string(block) + " lies inside used blocks");
     }
-    // Record data, memos and lock positions share one limit: the lock of this file is at 1 GB.
-    if (offset + blocks * block_size_ > lock.offset) {
-        throw EngineFault(FaultCode::kLimit, "field put", path() + ": the memo file is full");
-    }
+    check_room(block, blocks);
+    std::array<Byte, 4> next_free;
     store_be32(next_free.data(), static_cast<std::uint32_t>(block + blocks));
     file_.write_at(0, next_free);
+    known_blocks_ = block + blocks;
     return static_cast<std::uint32_t>(block);
+}
+
+std::uint64_t MemoFile::next_free_block() const {
+    std::array<Byte, 4> next_free;
+    if (file_.read_at(0, next_free) != next_free.size()) damaged(0, "shorter than a header");
+    return load_be32(next_free.data());
+}
+
+// Memos end before the lock's position, and their numbers fit into 32 bits.
+void MemoFile::check_room(std::uint64_t next_free, std::uint64_t blocks) const {
+    const std::uint64_t end = next_free + blocks;
+    if (end * block_size_ <= lock_.offset && end < lock_.offset) return;
+    throw EngineFault(
+        FaultCode::kLimit, "field put",
+        path() + ": the memo file cannot grow past " + std::to_string(lock_.offset) + " bytes");
+}
+
+void MemoFile::require_room(std::uint64_t memos, std::uint64_t bytes) const {
+    if (kind_ != Kind::kFpt) return;
+    const std::uint64_t blocks = bytes / block_size_ + memos * blocks_for(0) + memos;
+    const bool far_from_full =
+        known_blocks_ != 0 && (known_blocks_ + blocks) * block_size_ + kFarFromFull < lock_.offset;
+    if (!far_from_full) check_room(next_free_block(), blocks);
 }
 
 void MemoFile::damaged(std::uint64_t offset, const std::string& what) const {

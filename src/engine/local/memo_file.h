@@ -6,52 +6,82 @@
 // run to the first 0x1A, generation IV blocks begin with FF FF 08 00 and a length that counts
 // itself.
 //
-// A block number and a length are checked against the file's size before anything is read. There is
-// no list of free blocks: a memo that outgrows its blocks moves to the end of the file.
+// A block number and a length are checked against the file's size before anything is read.
+//
+// A text is never written over the one that it replaces: it goes into other blocks, then the record
+// names those, and a process that ends in between has changed nothing. The format has no list of
+// free blocks, but whoever has replaced a text knows that its blocks are free, and uses them again,
+// once those who still hold the record as it was have had the time to read them.
 
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "engine/engine.h"
+#include "engine/local/lock_queue.h"
 #include "platform/file.h"
 
 namespace brenik::local {
 
 class MemoFile {
   public:
+    using Clock = std::chrono::steady_clock;
+    // How long a released text can still be read.
+    static constexpr std::chrono::milliseconds kTextStays{1000};
+
     // Opens the memo file that belongs to the table. Null when it is somebody's exclusive use; a
     // missing or damaged one is EngineFault kDamagedFile.
     static std::unique_ptr<MemoFile> open(const std::string& table_path, std::uint8_t version,
-                                          platform::Sharing sharing);
+                                          platform::Sharing sharing,
+                                          LockMode mode = LockMode::kCompatible);
     // Makes an empty .FPT beside the table, replacing what is there.
     static void create(const std::string& table_path);
 
     // The memo that begins at `block`; empty for block 0.
     std::string read(std::uint32_t block) const;
-    // Stores a memo and answers its block: the old one where it still fits, else new blocks at the
-    // end; 0 for empty text. EngineFault kUnsupported for .DBT files.
-    std::uint32_t write(std::uint32_t old_block, std::string_view text, bool binary);
+    // Stores a memo in blocks that nothing names and answers the first; 0 for empty text.
+    // EngineFault kUnsupported for .DBT files.
+    std::uint32_t write(std::string_view text, bool binary);
+    // No record names this memo any more; 0 is none.
+    void release(std::uint32_t block);
+    // EngineFault kLimit when there is no room at the end for memos of that many bytes in all.
+    void require_room(std::uint64_t memos, std::uint64_t bytes) const;
     void sync() { file_.sync(); }
     const std::string& path() const { return file_.path(); }
 
   private:
     enum class Kind { kFpt, kGeneration3, kGeneration4 };
 
-    MemoFile(platform::File file, Kind kind) : file_(std::move(file)), kind_(kind) {}
+    MemoFile(platform::File file, Kind kind, LockMode mode)
+        : file_(std::move(file)), kind_(kind), lock_(LockScheme::memo(mode)) {}
     void read_header();
     std::string read_generation3(std::uint64_t offset) const;
     std::uint64_t data_length(std::uint64_t block_offset) const;
+    std::uint32_t reuse(std::uint64_t blocks);
     std::uint32_t allocate(std::uint64_t blocks);
     std::uint64_t blocks_for(std::uint64_t data_length) const;
+    std::uint64_t next_free_block() const;
+    void check_room(std::uint64_t next_free, std::uint64_t blocks) const;
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
 
     platform::File file_;
     Kind kind_;
+    LockRange lock_;
+    LockQueue queue_{file_};
     std::uint32_t block_size_ = 512;
+    std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: not known
+
+    struct Released {
+        std::uint32_t block;
+        std::uint64_t blocks;
+        Clock::time_point free_from;
+    };
+    std::deque<Released> released_;  // the longest free first
 };
 
 }  // namespace brenik::local

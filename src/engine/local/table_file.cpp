@@ -22,14 +22,48 @@ constexpr Byte kEndOfFile = 0x1A;
 // Another append holds its lock for less than a millisecond; whoever holds it longer holds the
 // whole table, and the caller's own retries are the place to wait for that.
 constexpr int kAppendLockTimeout_ms = 200;
+// Workstations that write the same record one after the other hold it for less than a millisecond
+// each; with eight of them the last in line waits less than this.
+constexpr int kRecordLockTimeout_ms = 40;
+// Others hold the bytes that tell the modes apart only while they open the table themselves.
+constexpr int kModeTimeout_ms = 50;
+
+bool lock_within(platform::File& file, LockRange range, platform::LockKind kind, int timeout_ms) {
+    return file.lock_within(range.offset, range.length, kind, timeout_ms);
+}
 
 }  // namespace
 
-std::unique_ptr<TableFile> TableFile::open(const std::string& path, platform::Sharing sharing) {
+std::unique_ptr<TableFile> TableFile::open(const std::string& path, platform::Sharing sharing,
+                                           LockMode mode) {
     platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
     if (!file.is_open()) return nullptr;
     const bool exclusive = sharing == platform::Sharing::kExclusive;
-    return std::unique_ptr<TableFile>(new TableFile(std::move(file), exclusive));
+    auto table = std::unique_ptr<TableFile>(new TableFile(std::move(file), exclusive, mode));
+    if (!exclusive && !table->keep_other_mode_out()) return nullptr;
+    return table;
+}
+
+// While the other mode's byte is held exclusively nobody is, or can come to be, a user in that
+// mode; our own byte is taken under that cover and kept until the file is closed.
+bool TableFile::keep_other_mode_out() {
+    const bool proprietary = mode_ == LockMode::kProprietary;
+    const LockRange ours = LockScheme::use(mode_);
+    const LockRange theirs =
+        LockScheme::use(proprietary ? LockMode::kCompatible : LockMode::kProprietary);
+    if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) return false;
+    const HeldLock cover(file_, theirs);
+    return file_.try_lock(ours.offset, ours.length, platform::LockKind::kShared) &&
+           (!proprietary || keep_strangers_out());
+}
+
+// A table that has outgrown the marker, in exclusive use, is beyond what compatible programs can
+// lock and keep in order anyway.
+bool TableFile::keep_strangers_out() {
+    const LockRange marker = locks_.marker();
+    if (file_.size() > marker.offset) return true;
+    marked_ = lock_within(file_, marker, platform::LockKind::kShared, kModeTimeout_ms);
+    return marked_;
 }
 
 TableLayout TableFile::read_layout() const {
@@ -66,22 +100,33 @@ void TableFile::read(RecordNumber record, MutableBytes into) const {
     }
 }
 
-void TableFile::write(RecordNumber record, Bytes bytes) {
-    file_.write_at(offset_of(record), bytes);
+void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
+    replace(offset_of(record), bytes, before);
+}
+
+// Overwrites what others read. A write that fails half-way is undone: a record, or a count, that is
+// part old and part new is worse than either.
+void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
+    try {
+        file_.write_at(offset, bytes);
+    } catch (const platform::FileError&) {
+        try {
+            file_.write_at(offset, before);
+        } catch (const platform::FileError&) {
+            // The first failure is the one to tell of.
+        }
+        throw;
+    }
 }
 
 RecordNumber TableFile::append(MutableBytes bytes) {
     if (exclusive_ || table_locked_) return append_locked(bytes);
     const LockRange range = locks_.append();
-    if (!file_.lock_within(range.offset, range.length, platform::LockKind::kExclusive,
-                           kAppendLockTimeout_ms)) {
+    if (!append_queue_.lock(range, LockScheme::queue(), platform::LockKind::kExclusive,
+                            kAppendLockTimeout_ms)) {
         return 0;
     }
-    struct Unlock {
-        platform::File& file;
-        LockRange range;
-        ~Unlock() { file.unlock(range.offset, range.length); }
-    } unlock{file_, range};
+    const HeldLock held(file_, range);
     return append_locked(bytes);
 }
 
@@ -94,12 +139,14 @@ RecordNumber TableFile::append_locked(MutableBytes bytes) {
                               " records, the file holds " + std::to_string(known_count_) +
                               "; repair the table before adding to it");
     }
-    if (counted >= locks_.max_records()) {
+    if (counted >= locks_.max_records(marked_)) {
         throw EngineFault(FaultCode::kLimit, "append",
-                          path() + ": the table has reached 1 GB, the most that can be shared");
+                          path() + ": full: " + std::to_string(counted) +
+                              " records reach as far as locks allow, offset " +
+                              std::to_string(locks_.data_limit(marked_)));
     }
     const RecordNumber record = counted + 1;
-    if (!lock(record)) return 0;
+    if (!lock_new(record)) return 0;
     assign_autoincrement(bytes);
     std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
     record_and_end.push_back(kEndOfFile);
@@ -109,8 +156,10 @@ RecordNumber TableFile::append_locked(MutableBytes bytes) {
     std::array<Byte, 7> date_and_count = {static_cast<Byte>(today.year % 100),
                                           static_cast<Byte>(today.month),
                                           static_cast<Byte>(today.day)};
+    std::array<Byte, 7> before = date_and_count;
     store_le32(date_and_count.data() + 3, record);
-    file_.write_at(kDateOffset, date_and_count);
+    store_le32(before.data() + 3, counted);
+    replace(kDateOffset, date_and_count, before);
     known_count_ = record;
     return record;
 }
@@ -130,12 +179,25 @@ void TableFile::assign_autoincrement(MutableBytes bytes) {
         const std::uint32_t next = load_le32(next_and_step.data());
         store_le32(bytes.data() + field.offset, next);
         const std::uint32_t step = next_and_step[kAutoincrementStep - kAutoincrementNext];
+        const std::array<Byte, 5> before = next_and_step;
         store_le32(next_and_step.data(), next + step);
-        file_.write_at(descriptor + kAutoincrementNext, Bytes(next_and_step).first(4));
+        replace(descriptor + kAutoincrementNext, Bytes(next_and_step).first(4),
+                Bytes(before).first(4));
     }
 }
 
 bool TableFile::lock(RecordNumber record) {
+    if (owns(record)) return true;
+    if (!record_queue_.lock(locks_.record(record), LockScheme::queue(record),
+                            platform::LockKind::kExclusive, kRecordLockTimeout_ms)) {
+        return false;
+    }
+    locked_records_.insert(record);
+    return true;
+}
+
+// Nobody waits for a record that is not there yet.
+bool TableFile::lock_new(RecordNumber record) {
     if (owns(record)) return true;
     const LockRange range = locks_.record(record);
     if (!file_.try_lock(range.offset, range.length)) return false;
@@ -149,7 +211,8 @@ bool TableFile::lock_all() {
     if (exclusive_ || table_locked_) return true;
     const std::set<RecordNumber> held = locked_records_;
     unlock_all();
-    table_locked_ = file_.try_lock(LockScheme::table().offset, LockScheme::table().length);
+    table_locked_ = lock_within(file_, LockScheme::table(mode_), platform::LockKind::kExclusive,
+                                kRecordLockTimeout_ms);
     if (!table_locked_) {
         for (const RecordNumber record : held) lock(record);
     }
@@ -165,7 +228,7 @@ void TableFile::unlock(RecordNumber record) {
 void TableFile::unlock_all() {
     while (!locked_records_.empty()) unlock(*locked_records_.begin());
     if (!table_locked_) return;
-    file_.unlock(LockScheme::table().offset, LockScheme::table().length);
+    file_.unlock(LockScheme::table(mode_).offset, LockScheme::table(mode_).length);
     table_locked_ = false;
 }
 

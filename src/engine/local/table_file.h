@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/local/lock_queue.h"
 #include "engine/local/lock_scheme.h"
 #include "engine/local/table_layout.h"
 #include "platform/file.h"
@@ -19,8 +20,10 @@ namespace brenik::local {
 
 class TableFile {
   public:
-    // Null when it cannot be had: missing, not permitted, or somebody's exclusive use.
-    static std::unique_ptr<TableFile> open(const std::string& path, platform::Sharing sharing);
+    // Null when it cannot be had: missing, not permitted, somebody's exclusive use, or in use in
+    // the other locking mode.
+    static std::unique_ptr<TableFile> open(const std::string& path, platform::Sharing sharing,
+                                           LockMode mode = LockMode::kCompatible);
 
     const std::string& path() const { return file_.path(); }
     const TableLayout& layout() const { return layout_; }
@@ -34,7 +37,8 @@ class TableFile {
     }
     // Reads one record; the number must be 1 to count().
     void read(RecordNumber record, MutableBytes into) const;
-    void write(RecordNumber record, Bytes bytes);
+    // `before` is what the record holds now: it is put back should the write be cut short.
+    void write(RecordNumber record, Bytes bytes, Bytes before);
     // Adds a record at the end and leaves it locked; 0 when a lock that this needs is somebody
     // else's. Fills in autoincrement columns of `bytes`.
     RecordNumber append(MutableBytes bytes);
@@ -42,7 +46,8 @@ class TableFile {
     // Sets the header's mark of a table that is opened with its index.
     void mark_as_indexed();
 
-    // Locks are tried once.
+    // Both wait some milliseconds, long enough for other programs' quick changes and far too short
+    // for anybody to notice.
     bool lock(RecordNumber record);
     bool lock_all();
     void unlock(RecordNumber record);
@@ -51,18 +56,30 @@ class TableFile {
     bool owns(RecordNumber record) const;
 
   private:
-    explicit TableFile(platform::File file, bool exclusive)
-        : file_(std::move(file)), exclusive_(exclusive), layout_(read_layout()), locks_(layout_) {}
+    TableFile(platform::File file, bool exclusive, LockMode mode)
+        : file_(std::move(file)),
+          exclusive_(exclusive),
+          mode_(mode),
+          layout_(read_layout()),
+          locks_(layout_, mode) {}
     TableLayout read_layout() const;
+    bool keep_other_mode_out();
+    bool keep_strangers_out();
     std::uint64_t offset_of(RecordNumber record) const;
     RecordNumber counted_in_header() const;
     RecordNumber append_locked(MutableBytes bytes);
     void assign_autoincrement(MutableBytes bytes);
+    bool lock_new(RecordNumber record);
+    void replace(std::uint64_t offset, Bytes bytes, Bytes before);
 
     platform::File file_;
     bool exclusive_;
+    LockMode mode_;
     TableLayout layout_;
     LockScheme locks_;
+    LockQueue append_queue_{file_};
+    LockQueue record_queue_{file_};
+    bool marked_ = false;  // the positions of compatible programs are kept locked
     std::set<RecordNumber> locked_records_;
     bool table_locked_ = false;
     RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough

@@ -24,6 +24,12 @@ bool is_ascii(const std::string& bytes) {
                        [](char c) { return static_cast<Byte>(c) < 0x80; });
 }
 
+// UPPER and LOWER, which may be shortened to four letters. A field of such a name does no harm.
+bool folds_case(const std::string& expression) {
+    const std::string text = upper(expression);
+    return text.find("UPPE") != std::string::npos || text.find("LOWE") != std::string::npos;
+}
+
 // Everything about a tag that could make an index wrong is settled here, when it is opened.
 std::unique_ptr<Order> make_order(CdxTag& tag, const TableLayout& layout, const std::string& path) {
     const TagDescription& description = tag.description();
@@ -65,7 +71,7 @@ bool Order::agrees_with(const IndexEntry& entry, const RecordView& record) const
     if (format.form != KeyForm::kText) {
         return key.lone_field() == nullptr || format.type == ResultType::kDateTime;
     }
-    return !is_ascii(expected) || !is_ascii(entry.key);
+    return folds_case(key.text()) && !(is_ascii(expected) && is_ascii(entry.key));
 }
 
 bool OrderWalk::towards_end(const std::string& key, RecordNumber from, IndexEntry& found) const {
@@ -150,7 +156,7 @@ bool TableOrders::open_structural() {
 
 bool TableOrders::open_bag(const std::string& path, bool structural) {
     Bag bag;
-    bag.file = CdxFile::open(path, sharing_);
+    bag.file = CdxFile::open(path, sharing_, mode_);
     if (!bag.file) return false;
     bag.structural = structural;
     for (const auto& tag : bag.file->tags()) {
@@ -258,6 +264,10 @@ void TableOrders::update(const std::optional<RecordView>& before, const RecordVi
     for (const auto& change : changes) change->write_new_pages();
     write_record();
     for (const auto& change : changes) change->publish();
+}
+
+void TableOrders::require_room() const {
+    for (const Bag& bag : bags_) bag.file->require_room();
 }
 
 void TableOrders::sync() {

@@ -31,7 +31,8 @@ struct Order {
     std::string key_of(const RecordView& record) const;
     // False for an entry that an interrupted change or a failed append has left behind: the record
     // that it names has another key by now, or none. Keys that two writers may compute differently
-    // (letters beyond ASCII, times of day, arithmetic) are given the benefit of the doubt.
+    // (the case of letters beyond ASCII, times of day, arithmetic) are given the benefit of the
+    // doubt.
     bool agrees_with(const IndexEntry& entry, const RecordView& record) const;
 };
 
@@ -84,8 +85,9 @@ class OrderWalk {
 
 class TableOrders {
   public:
-    TableOrders(const TableLayout& layout, std::string table_path, platform::Sharing sharing)
-        : layout_(layout), table_path_(std::move(table_path)), sharing_(sharing) {}
+    TableOrders(const TableLayout& layout, std::string table_path, platform::Sharing sharing,
+                LockMode mode)
+        : layout_(layout), table_path_(std::move(table_path)), sharing_(sharing), mode_(mode) {}
 
     // Opens the structural index and attaches its orders; false when it is somebody's exclusive
     // use. A missing file or a tag that cannot be kept correct is an EngineFault.
@@ -110,6 +112,8 @@ class TableOrders {
     // with nothing changed, when a candidate tag has the key already.
     void update(const std::optional<RecordView>& before, const RecordView& after,
                 const std::function<void()>& write_record);
+    // EngineFault kLimit when the keys of a further record might not fit into an index file.
+    void require_room() const;
     void sync();
 
   private:
@@ -136,6 +140,7 @@ class TableOrders {
     const TableLayout& layout_;
     std::string table_path_;
     platform::Sharing sharing_;
+    LockMode mode_;
     std::vector<Bag> bags_;  // the structural one first
     std::vector<const Order*> attached_;
 };

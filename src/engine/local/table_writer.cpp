@@ -65,7 +65,7 @@ void TableWriter::put(const Field& field, const Value& value) {
                           file_.path() + ": field " + field.name + ": the value is not text");
     }
     const bool binary = (field.flags & kBinary) != 0;
-    set_memo_block(record_, field, memo_->write(0, value.text(), binary));
+    set_memo_block(record_, field, memo_->write(value.text(), binary));
 }
 
 void TableWriter::close() {

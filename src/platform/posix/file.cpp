@@ -17,9 +17,11 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdio>
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -299,7 +301,7 @@ bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind
     using namespace std::chrono;
     constexpr int kTriesWithoutPause = 4;
     constexpr microseconds kFirstPause(50);
-    constexpr microseconds kLongestPause(500);
+    constexpr microseconds kLongestPause(250);
 
     for (int i = 0; i < kTriesWithoutPause; ++i) {
         if (try_lock(offset, length, kind)) return true;
@@ -321,6 +323,29 @@ bool file_exists(const std::string& path) {
     const std::string found = system_path(path);
     struct stat facts;
     return is_possible_path(found) && stat(found.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+// The folder is synced too: without that a power failure may bring the old name back.
+void replace_file(const std::string& from, const std::string& to) {
+    const std::string target = system_path(to);
+    if (std::rename(system_path(from).c_str(), target.c_str()) != 0) {
+        throw FileError("replace", target, 0, errno);
+    }
+    const std::size_t separator = target.rfind('/');
+    const std::string folder =
+        separator == std::string::npos ? "." : target.substr(0, separator + 1);
+    const int handle = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (handle < 0) return;
+    fsync(handle);
+    ::close(handle);
+}
+
+void remove_file(const std::string& path) noexcept {
+    try {
+        ::unlink(system_path(path).c_str());
+    } catch (const std::bad_alloc&) {
+        // The file stays.
+    }
 }
 
 std::string system_path(const std::string& path) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "platform/windows/system_text.h"
@@ -304,6 +305,26 @@ bool file_exists(const std::string& path) {
     if (!full) return false;
     const DWORD attributes = GetFileAttributesW(full->c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+void replace_file(const std::string& from, const std::string& to) {
+    const auto source = full_path(from);
+    const auto target = full_path(to);
+    const bool possible = source && target;
+    if (possible && MoveFileExW(source->c_str(), target->c_str(),
+                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        return;
+    }
+    const DWORD code = possible ? GetLastError() : ERROR_INVALID_NAME;
+    throw FileError("replace", to, 0, static_cast<int>(code));
+}
+
+void remove_file(const std::string& path) noexcept {
+    try {
+        if (const auto full = full_path(path)) DeleteFileW(full->c_str());
+    } catch (const std::bad_alloc&) {
+        // The file stays.
+    }
 }
 
 std::string system_path(const std::string& path) {

@@ -1,0 +1,381 @@
+// The structure of an index first, on bytes read under its lock; then tag by tag the keys.
+//
+// Keys are compared without holding up anybody: the records are read as they are just then. What
+// looks wrong is compared once more under the index lock, with the index read again if it has
+// changed; under that lock no change of an index is half done. A record that somebody has locked
+// may lack its keys for good reason, so it is named as not checked.
+
+#include "engine/local/check_index.h"
+
+#include <algorithm>
+#include <set>
+
+#include "engine/local/cdx_header.h"
+#include "engine/local/check_keys.h"
+#include "engine/local/record_scan.h"
+#include "engine/local/short_lock.h"
+#include "util/runtime.h"
+
+namespace brenik::local {
+namespace {
+
+constexpr std::uint32_t kFirstTreePage = 2 * kCdxPageSize;
+constexpr std::uint64_t kFreeHeadOffset = 4;
+constexpr std::size_t kMostPagesNamed = 5;
+constexpr RecordNumber kProgressStep = 4096;
+
+CdxForm directory_form() { return {0, kTagNameLength, ' '}; }
+
+// For tags whose expression cannot be used: the key bytes are only compared with each other.
+Byte likely_pad(const TagDescription& tag) { return tag.collation.empty() ? ' ' : 0; }
+
+std::string reason_of(const EngineFault& fault, const std::string& path) {
+    const std::string what = fault.what();
+    return what.starts_with(path + ": ") ? what.substr(path.size() + 2) : what;
+}
+
+// The tag as it would be made today, where only the key length in its header is wrong.
+std::optional<TagPlan> plan_anew(const TagDescription& tag, const TableLayout& layout) {
+    if (!tag.unsupported.empty() && tag.key_length >= 1 && tag.key_length <= kLongestCdxKey) {
+        return std::nullopt;
+    }
+    if (!tag.collation.empty()) return std::nullopt;
+    try {
+        return plan_new_tag(
+            {tag.name, tag.key, tag.condition, tag.unique, tag.candidate, tag.descending}, layout);
+    } catch (const ExpressionError&) {
+        return std::nullopt;
+    }
+}
+
+FoundTag read_tag(const IndexBytes& bytes, const TableLayout& layout, const std::string& name,
+                  std::uint32_t header, const std::string& path) {
+    const Bytes raw = bytes.header_at(header);
+    FoundTag tag{
+        parse_tag_header(raw, name, path, header), header, load_le32(raw.data()), {}, {}, {}};
+    try {
+        tag.plan = plan_existing_tag(tag.description, layout);
+    } catch (const ExpressionError& error) {
+        tag.unusable = error.what();
+        tag.rebuilt = plan_anew(tag.description, layout);
+    }
+    return tag;
+}
+
+// The entries of the directory that can be read, whatever else is wrong.
+struct Directory {
+    std::vector<IndexEntry> names;
+    bool complete = true;
+};
+
+Directory read_directory(const IndexBytes& bytes, const std::string& path) {
+    Directory directory;
+    if (bytes.header_at(0).empty()) return {{}, false};
+    CheckedTable counts;
+    const Report silent = [](const Finding&) {};
+    const Reporter report(path, silent, counts);
+    const auto walk = [&](std::uint32_t root) {
+        PageOwners owners(bytes.bytes().size());
+        TreeWalk(bytes, owners, report, "", directory_form()).run(root, [&](const CdxPage& page) {
+            for (std::size_t slot = 0; slot < page.count(); ++slot) {
+                const Bytes name = page.entry(slot).first(kTagNameLength);
+                directory.names.push_back(
+                    {std::string(trim_right(as_text(name))), page.record(slot)});
+            }
+        });
+    };
+    walk(load_le32(bytes.bytes().data()));
+    // Nearly every file has the directory right behind its header.
+    if (directory.names.empty() && counts.faults > 0) {
+        counts.faults = 0;
+        walk(kFirstTreePage);
+    }
+    directory.complete = counts.faults == 0;
+    std::stable_sort(directory.names.begin(), directory.names.end(),
+                     [](const IndexEntry& a, const IndexEntry& b) { return a.record < b.record; });
+    return directory;
+}
+
+class IndexCheck {
+  public:
+    IndexCheck(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+               const Progress& progress)
+        : files_(files),
+          header_(header),
+          layout_(*header.layout),
+          report_(report),
+          progress_(progress) {}
+
+    void run() {
+        if (!bytes_.read(files_.index)) {
+            return report_.unchecked("index-locked", {}, "somebody keeps the index locked");
+        }
+        if (files_.index.size() > IndexBytes::kLargest) {
+            report_.fault("index-size", Remedy::kReindex, {},
+                          "the file is larger than its page numbers can tell");
+        }
+        if (bytes_.header_at(0).empty()) {
+            return report_.fault("index-header", Remedy::kRestore, {},
+                                 "the file is shorter than an index header");
+        }
+        check_structure();
+        for (std::size_t i = 0; i < found_.tags.size(); ++i) check_keys(i);
+    }
+
+  private:
+    void check_structure() {
+        if (bytes_.bytes().size() % kCdxPageSize != 0) {
+            report_.note("index-size", Remedy::kReindex, {},
+                         "the file ends in the middle of a page");
+        }
+        try {
+            check_directory_header(bytes_.header_at(0), report_.file());
+        } catch (const EngineFault& fault) {
+            report_.fault("index-header", Remedy::kReindex, {}, reason_of(fault, report_.file()));
+        }
+        PageOwners owners(bytes_.bytes().size());
+        owners.claim(0, "the header");
+        owners.claim(kCdxPageSize, "the header");
+        TreeWalk(bytes_, owners, report_, "(directory)", directory_form())
+            .run(load_le32(bytes_.bytes().data()), [](const CdxPage&) {});
+        found_ = find_tags(bytes_, layout_, report_.file());
+        report_tags(owners);
+        for (const FoundTag& tag : found_.tags) walk_tag(tag, owners);
+        check_free_list(owners);
+        report_orphans(owners);
+        report_.counts().tags += found_.tags.size();
+    }
+
+    void report_tags(PageOwners& owners) {
+        for (const std::string& name : found_.unreadable) {
+            Finding place;
+            place.tag = name;
+            report_.fault("tag-header", Remedy::kReindex, place,
+                          "its header cannot be read: the tag is lost unless its definition is "
+                          "given anew");
+        }
+        std::set<std::string> names;
+        for (const FoundTag& tag : found_.tags) {
+            const std::string& name = tag.description.name;
+            if (!names.insert(name).second) {
+                report_.fault("tag-name", Remedy::kReindex, at_page(name, tag.header),
+                              "a second tag of that name");
+            }
+            for (const std::uint64_t page : {tag.header, tag.header + 512U}) {
+                const std::string refused = owners.claim(page, "the header of tag " + name);
+                if (refused.empty()) continue;
+                report_.fault("index-page", Remedy::kReindex, at_page(name, page),
+                              "the page of its header " + refused);
+            }
+            if (tag.unusable.empty()) continue;
+            report_unusable(tag);
+        }
+    }
+
+    void report_unusable(const FoundTag& tag) {
+        const Finding place = at_page(tag.description.name, tag.header);
+        if (tag.rebuilt) {
+            return report_.fault("tag-header", Remedy::kReindex, place, tag.unusable);
+        }
+        const bool foreign = !tag.description.unsupported.empty();
+        report_.fault(foreign ? "tag-unsupported" : "tag-expression", Remedy::kByHand, place,
+                      tag.unusable +
+                          ": its keys cannot be checked, and a table with such a tag "
+                          "cannot be used");
+    }
+
+    void walk_tag(const FoundTag& tag, PageOwners& owners) {
+        entries_.emplace_back();
+        const TagDescription& description = tag.plan ? tag.plan->description : tag.description;
+        if (description.key_length < 1 || description.key_length > kLongestCdxKey) return;
+        const Byte pad = tag.plan ? description.pad : likely_pad(description);
+        const CdxForm form{tag.header, description.key_length, pad};
+        TreeWalk(bytes_, owners, report_, description.name, form)
+            .run(tag.root, [&](const CdxPage& page) { collect(page, entries_.back()); });
+        if (!tag.plan) entries_.back().clear();
+    }
+
+    static void collect(const CdxPage& page, std::vector<TreeEntry>& entries) {
+        for (std::size_t slot = 0; slot < page.count(); ++slot) {
+            const Bytes entry = page.entry(slot);
+            entries.push_back({page.record(slot), page.offset(),
+                               hash_of(as_text(entry.first(entry.size() - 4)))});
+        }
+    }
+
+    void check_free_list(PageOwners& owners) {
+        std::uint32_t page = load_le32(bytes_.bytes().data() + kFreeHeadOffset);
+        while (page != 0 && page != kNoPage) {
+            const std::string refused = owners.claim(page, "the free list");
+            if (!refused.empty()) {
+                return report_.fault("free-list", Remedy::kReindex, at_page({}, page),
+                                     "is on the list of free pages, but " + refused);
+            }
+            page = load_le32(bytes_.page(page).data());
+        }
+    }
+
+    void report_orphans(const PageOwners& owners) {
+        const std::vector<std::uint64_t> orphans = owners.unclaimed();
+        if (orphans.empty()) return;
+        std::string list;
+        for (std::size_t i = 0; i < std::min(orphans.size(), kMostPagesNamed); ++i) {
+            list += (i == 0 ? "" : ", ") + std::to_string(orphans[i]);
+        }
+        if (orphans.size() > kMostPagesNamed) list += " ...";
+        report_.note("orphan-pages", Remedy::kReindex, at_page({}, orphans.front()),
+                     std::to_string(orphans.size()) +
+                         " pages belong to no tag and are not on the list of free pages (at " +
+                         list + "): wasted space, nothing worse");
+    }
+
+    // -- Keys.
+
+    bool read_records(RecordNumber first, MutableBytes into) const {
+        return files_.table.read_at(header_.end_of(first - 1), into) == into.size();
+    }
+
+    RecordNumber count_now() const {
+        std::vector<Byte> count(4);
+        if (files_.table.read_at(4, count) != 4) return 0;
+        const RecordNumber counted = std::max(load_le32(count.data()), header_.usable);
+        const std::uint64_t size = files_.table.size();
+        const std::uint64_t held = size < layout_.header_length
+                                       ? 0
+                                       : (size - layout_.header_length) / layout_.record_length;
+        return static_cast<RecordNumber>(std::min<std::uint64_t>(counted, held));
+    }
+
+    void check_keys(std::size_t number) {
+        const FoundTag& tag = found_.tags[number];
+        if (!tag.plan) return;
+        KeyCheck::Suspicions found;
+        {
+            const KeyCheck check(*tag.plan, bytes_, std::move(entries_[number]));
+            const RecordNumber count = header_.usable;
+            const auto read = [&](RecordNumber first, MutableBytes into) {
+                return read_records(first, into);
+            };
+            scan_records(layout_, count, read, [&](const RecordView& record) {
+                check.check(record, found);
+                if (progress_ && record.number % kProgressStep == 0) {
+                    progress_("tag " + tag.description.name, record.number, count);
+                }
+                return true;
+            });
+            check.check_past(count, found);
+            check.check_unique(found);
+        }
+        if (!found.empty()) confirm(tag, found);
+    }
+
+    // Looks once more, with nobody changing the index meanwhile.
+    void confirm(const FoundTag& tag, const KeyCheck::Suspicions& suspicions) {
+        const ShortLock lock = ShortLock::on_index(files_.index);
+        if (!lock.held()) {
+            return report_.unchecked("index-locked", at_page(tag.description.name, tag.header),
+                                     "somebody keeps the index locked");
+        }
+        if (!bytes_.is_current(files_.index)) bytes_.read_again(files_.index);
+        const KeyCheck check(*tag.plan, bytes_, entries_of(tag));
+        std::set<RecordNumber> records;
+        for (const auto& suspicion : suspicions) records.insert(suspicion.record);
+        const RecordNumber count = count_now();
+        KeyCheck::Suspicions found;
+        std::vector<Byte> bytes(layout_.record_length);
+        for (const RecordNumber record : records) {
+            if (record == 0 || record > count || !read_records(record, bytes)) continue;
+            check.check({bytes, record}, found);
+        }
+        check.check_past(count, found);
+        check.check_unique(found);
+        for (const auto& suspicion : found) report_suspicion(tag, suspicion, count);
+    }
+
+    // The tree as the bytes say now; its structure has been looked at before.
+    std::vector<TreeEntry> entries_of(const FoundTag& tag) const {
+        std::vector<TreeEntry> entries;
+        CheckedTable counts;
+        const Report silent = [](const Finding&) {};
+        const Reporter report(report_.file(), silent, counts);
+        PageOwners owners(bytes_.bytes().size());
+        const TagDescription& description = tag.plan->description;
+        const Bytes raw = bytes_.header_at(tag.header);
+        if (raw.empty()) return entries;
+        TreeWalk(bytes_, owners, report, description.name,
+                 {tag.header, description.key_length, description.pad})
+            .run(load_le32(raw.data()), [&](const CdxPage& page) { collect(page, entries); });
+        return entries;
+    }
+
+    bool in_use(RecordNumber record) {
+        return !ShortLock::on_record(files_.table, layout_, record).held();
+    }
+
+    void report_suspicion(const FoundTag& tag, const KeyCheck::Suspicion& suspicion,
+                          RecordNumber count) {
+        Finding place = at_tag(tag.description.name, suspicion.record);
+        if (suspicion.page != 0) place.page = suspicion.page;
+        const bool there = suspicion.record != 0 && suspicion.record <= count;
+        if (there && in_use(suspicion.record)) {
+            return report_.unchecked("record-locked", place,
+                                     "another program has the record locked; its keys are not "
+                                     "checked");
+        }
+        switch (suspicion.wrong) {
+            case KeyCheck::Wrong::kMissing:
+                return report_.fault("missing-key", Remedy::kReindex, place,
+                                     "the record has no key in the tag");
+            case KeyCheck::Wrong::kStray:
+                return report_.fault("stray-key", Remedy::kReindex, place,
+                                     there ? "an entry whose key is not the record's"
+                                           : "an entry of a record that is not there");
+            case KeyCheck::Wrong::kUnrepresented:
+                return report_.note("unrepresented-key", Remedy::kReindex, place,
+                                    "no entry stands for the record's key; programs leave that "
+                                    "behind when the record that had it changes");
+            case KeyCheck::Wrong::kAgain:
+                return report_.fault(
+                    "key-not-unique", tag.description.unique ? Remedy::kReindex : Remedy::kByHand,
+                    place,
+                    "has the same key as record " + std::to_string(suspicion.other) +
+                        ", which the tag does not allow");
+        }
+    }
+
+    TableFiles& files_;
+    const HeaderFacts& header_;
+    const TableLayout& layout_;
+    const Reporter& report_;
+    const Progress& progress_;
+    IndexBytes bytes_;
+    FoundTags found_;
+    std::vector<std::vector<TreeEntry>> entries_;
+};
+
+}  // namespace
+
+FoundTags find_tags(const IndexBytes& bytes, const TableLayout& layout, const std::string& path) {
+    const Directory directory = read_directory(bytes, path);
+    FoundTags found;
+    found.complete = directory.complete;
+    for (const IndexEntry& name : directory.names) {
+        try {
+            if (name.record % kCdxPageSize != 0 || name.record < kFirstTreePage ||
+                bytes.header_at(name.record).empty()) {
+                throw EngineFault(FaultCode::kDamagedFile, "open", "outside the file");
+            }
+            found.tags.push_back(read_tag(bytes, layout, name.key, name.record, path));
+        } catch (const EngineFault&) {
+            found.unreadable.push_back(name.key);
+        }
+    }
+    return found;
+}
+
+void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+                 const Progress& progress) {
+    IndexCheck(files, header, report, progress).run();
+}
+
+}  // namespace brenik::local

@@ -1,0 +1,74 @@
+// The line in front of a lock.
+
+#include "engine/local/lock_queue.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace brenik::local {
+namespace {
+
+using platform::LockKind;
+
+// How often a free lock is taken without a look at the line: after waiting in it, and at most.
+// Taking turns strictly costs a change of process each time; a few turns at once cost the others
+// little.
+constexpr int kFewWithoutLook = 7;
+constexpr int kMostWithoutLook = 31;
+
+class Deadline {
+  public:
+    explicit Deadline(int timeout_ms)
+        : end_(Clock::now() + std::chrono::milliseconds(timeout_ms)) {}
+    int left_ms() const {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now());
+        return static_cast<int>(std::max<decltype(left.count())>(left.count(), 0));
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point end_;
+};
+
+}  // namespace
+
+bool LockQueue::lock(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
+    const bool locked =
+        left_ > 0 ? lock_out_of_turn(range, kind) : lock_unless_somebody_waits(range, queue, kind);
+    if (locked) return true;
+    earned_ = left_ = kFewWithoutLook;
+    return lock_in_turn(range, queue, kind, timeout_ms);
+}
+
+bool LockQueue::lock_out_of_turn(LockRange range, LockKind kind) {
+    --left_;
+    return file_.try_lock(range.offset, range.length, kind);
+}
+
+// Holding every place of the line for a moment proves that nobody has one.
+bool LockQueue::lock_unless_somebody_waits(LockRange range, LockRange queue, LockKind kind) {
+    if (!file_.try_lock(queue.offset, queue.length)) return false;
+    const HeldLock line(file_, queue);
+    if (!file_.try_lock(range.offset, range.length, kind)) return false;
+    left_ = earned_ = std::min(2 * earned_ + 1, kMostWithoutLook);
+    return true;
+}
+
+// From the last place to the first; the place behind is let go only when the one ahead is had.
+bool LockQueue::lock_in_turn(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
+    const Deadline end(timeout_ms), end_of_patience(timeout_ms / 2);
+    std::uint64_t place = queue.length;
+    const auto leave = [&] {
+        if (place < queue.length) file_.unlock(queue.offset + place, 1);
+    };
+    while (place > 0 && file_.lock_within(queue.offset + place - 1, 1, LockKind::kExclusive,
+                                          end_of_patience.left_ms())) {
+        leave();
+        --place;
+    }
+    const bool locked = file_.lock_within(range.offset, range.length, kind, end.left_ms());
+    leave();
+    return locked;
+}
+
+}  // namespace brenik::local

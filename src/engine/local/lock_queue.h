@@ -1,0 +1,55 @@
+// Waiting for a lock in turn.
+//
+// The system's locks have no queue: whoever tries at the right moment has it, and a process that
+// takes a lock again and again may keep out for seconds one that only tries now and then. So those
+// who find a lock taken line up on a few bytes of their own (LockScheme::queue): each holds the
+// byte of its place and moves on to the one ahead as soon as that is let go, and only the first in
+// line tries the lock itself. A killed process leaves the line as it leaves every lock.
+//
+// The lock alone decides who may write. Programs that know nothing of the line do no harm, and a
+// line that does not move (somebody in it is suspended) is passed by after half the time.
+//
+// A lock that is free costs one call. The line is looked at every eighth time, more seldom by those
+// who have not met anybody for long, so that nobody in it can be passed for ever.
+
+#pragma once
+
+#include "engine/local/lock_scheme.h"
+#include "platform/file.h"
+
+namespace brenik::local {
+
+// Releases a lock at the end of a block.
+class HeldLock {
+  public:
+    HeldLock(platform::File& file, LockRange range) : file_(file), range_(range) {}
+    ~HeldLock() { file_.unlock(range_.offset, range_.length); }
+    HeldLock(const HeldLock&) = delete;
+    HeldLock& operator=(const HeldLock&) = delete;
+
+  private:
+    platform::File& file_;
+    LockRange range_;
+};
+
+class LockQueue {
+  public:
+    explicit LockQueue(platform::File& file) : file_(file) {}
+    LockQueue(const LockQueue&) = delete;
+    LockQueue& operator=(const LockQueue&) = delete;
+
+    // False when the lock was not to be had in time. `queue` is where others wait for `range`.
+    [[nodiscard]] bool lock(LockRange range, LockRange queue, platform::LockKind kind,
+                            int timeout_ms);
+
+  private:
+    bool lock_out_of_turn(LockRange range, platform::LockKind kind);
+    bool lock_unless_somebody_waits(LockRange range, LockRange queue, platform::LockKind kind);
+    bool lock_in_turn(LockRange range, LockRange queue, platform::LockKind kind, int timeout_ms);
+
+    platform::File& file_;
+    int earned_ = 0;  // tries without a look at the line, after the last look
+    int left_ = 0;    // of those
+};
+
+}  // namespace brenik::local

@@ -1,0 +1,272 @@
+// Repairing one table: header, end of file, memos, index, in this order, and a second look.
+
+#include <algorithm>
+#include <array>
+
+#include "engine/local/check_table.h"
+#include "engine/local/field_codec.h"
+#include "engine/local/index_builder.h"
+#include "engine/local/lock_scheme.h"
+#include "engine/local/memo_file.h"
+#include "engine/local/mending.h"
+
+namespace brenik::local {
+namespace {
+
+constexpr std::uint64_t kCountOffset = 4;
+constexpr std::uint64_t kBlockSizeOffset = 6;
+constexpr Byte kEndOfFile = 0x1A;
+
+class TableMender {
+  public:
+    TableMender(const MendOptions& options, const DeedReport& report, const Progress& progress)
+        : options_(options),
+          access_(options.dry_run ? Access::kCheck : Access::kMend),
+          report_(report),
+          mending_(options, report),
+          progress_(progress) {}
+
+    Mended run(const std::string& path, bool index_only) {
+        files_ = TableFiles::open(path, access_);
+        if (!files_.table.is_open()) return refusal(files_.table);
+        try {
+            CheckedTable counts;
+            found_ = check_open_table(files_, access_, reporter(counts), progress_);
+            if (!found_.header.layout) {
+                mending_.refuse(files_.table.path(),
+                                "the header cannot be understood; restore the table from a backup");
+                return Mended::kPartly;
+            }
+            for (const platform::File* file : {&files_.memo, &files_.index}) {
+                if (!can_be_had(*file)) return refusal(*file);
+            }
+            if (index_only) return reindex();
+            if (counts.faults + counts.notes == 0) return Mended::kNothingToDo;
+            repair();
+        } catch (const EngineFault& fault) {
+            mending_.refuse(files_.table.path(), fault.what());
+        }
+        return outcome();
+    }
+
+  private:
+    // Nobody else has a file that is not there.
+    static bool can_be_had(const platform::File& file) {
+        return file.failure() == platform::OpenFailure::kNone ||
+               file.failure() == platform::OpenFailure::kMissing;
+    }
+
+    Reporter reporter(CheckedTable& counts) const { return {files_.table.path(), silent_, counts}; }
+
+    Mended refusal(const platform::File& file) {
+        const bool sharing = file.failure() == platform::OpenFailure::kSharing;
+        report_({false, file.path(),
+                 sharing ? "in use by other programs; it can be mended when they have closed it"
+                         : "cannot be opened for writing"});
+        return sharing ? Mended::kInUse : Mended::kCannotOpen;
+    }
+
+    Mended reindex() {
+        if (!found_.header.mended.empty() || found_.header.tail == Tail::kCutShort ||
+            found_.header.tail == Tail::kUncounted) {
+            mending_.refuse(files_.table.path(),
+                            "header or record count is wrong; run \"brenik repair\"");
+            return Mended::kPartly;
+        }
+        remove_leftover();
+        const bool any = files_.index.is_open() || found_.header.layout->has_structural_index() ||
+                         !options_.tags.empty();
+        if (!any) return Mended::kNothingToDo;
+        rebuild_index(files_, found_.header, mending_, progress_);
+        return outcome();
+    }
+
+    void repair() {
+        mend_header();
+        mend_end();
+        mend_memo_header();
+        for (const MemoFault& fault : found_.memo.faults) mend(fault);
+        remove_leftover();
+        const bool keys_changed =
+            found_.header.tail == Tail::kUncounted || found_.header.tail == Tail::kCutShort;
+        const bool indexed = files_.index.is_open() || found_.header.layout->has_structural_index();
+        if (indexed && (found_.index_faults || keys_changed)) {
+            rebuild_index(files_, found_.header, mending_, progress_);
+        }
+    }
+
+    void mend_header() {
+        const std::vector<Byte>& header = found_.header.mended;
+        if (header.empty()) return;
+        mending_.act(files_.table, "header put right", [&] {
+            files_.table.write_at(0, Bytes(header).first(found_.header.layout->header_length));
+        });
+    }
+
+    void mend_end() {
+        const HeaderFacts& header = found_.header;
+        if (header.tail == Tail::kSound) return;
+        const std::uint64_t end = header.end_of(header.usable);
+        if (header.usable != header.counted) {
+            mending_.act(files_.table,
+                         "record count set from " + std::to_string(header.counted) + " to " +
+                             std::to_string(header.usable),
+                         [&] { write_count(header.usable); });
+        }
+        const std::uint64_t cut = header.size > end + 1 ? header.size - end - 1 : 0;
+        mending_.act(
+            files_.table,
+            "end mark put behind record " + std::to_string(header.usable) +
+                (cut > 0 ? "; " + std::to_string(cut) + " bytes behind it are in the copy only"
+                         : std::string()),
+            [&] {
+                files_.table.write_at(end, {&kEndOfFile, 1});
+                files_.table.resize(end + 1);
+            });
+    }
+
+    void write_count(RecordNumber count) {
+        std::array<Byte, 4> bytes{};
+        store_le32(bytes.data(), count);
+        files_.table.write_at(kCountOffset, bytes);
+    }
+
+    // -- Memos.
+
+    void mend_memo_header() {
+        if (!files_.memo.is_open()) return make_memo_file();
+        if (found_.memo.block_size) {
+            mending_.act(files_.memo,
+                         "block size set to " + std::to_string(*found_.memo.block_size), [&] {
+                             std::array<Byte, 2> size{};
+                             store_be16(size.data(), *found_.memo.block_size);
+                             files_.memo.write_at(kBlockSizeOffset, size);
+                         });
+        }
+        if (!found_.memo.next_free) return;
+        mending_.act(files_.memo,
+                     "next free block set to " + std::to_string(*found_.memo.next_free),
+                     [&] { write_next_free(*found_.memo.next_free); });
+    }
+
+    void make_memo_file() {
+        const TableLayout& layout = *found_.header.layout;
+        const bool wanted = std::any_of(layout.fields.begin(), layout.fields.end(), is_memo);
+        if (!wanted) return;
+        if (found_.memo.pointers || layout.version == 0x83 || layout.version == 0x8B) {
+            return mending_.refuse(files_.memo.path(),
+                                   "the memo file is missing, and records have memos in it; "
+                                   "restore it from a backup");
+        }
+        if (!options_.dry_run) {
+            MemoFile::create(files_.table.path());
+            files_.open_memo(layout.version, access_);
+        }
+        mending_.done(files_.memo.path(), "an empty memo file made");
+    }
+
+    void write_next_free(std::uint32_t block) {
+        std::array<Byte, 4> bytes{};
+        store_be32(bytes.data(), block);
+        files_.memo.write_at(0, bytes);
+    }
+
+    void mend(const MemoFault& fault) {
+        const Field& field = found_.header.layout->fields[fault.field];
+        const std::uint64_t at = found_.header.end_of(fault.record - 1);
+        std::vector<Byte> record(found_.header.layout->record_length);
+        if (files_.table.read_at(at, record) < record.size()) return;
+        if (!fault.shared) {
+            set_memo_block(record, field, 0);
+            return mending_.act(
+                files_.table,
+                "field " + field.name + ": its memo cannot be read; the field is empty now",
+                [&] { files_.table.write_at(at, record); }, fault.record);
+        }
+        if (found_.header.layout->version == 0x8B) {
+            return mending_.refuse(files_.memo.path(),
+                                   "memo files of this generation are read only", fault.record);
+        }
+        mending_.back_up(files_.memo);
+        mending_.act(
+            files_.table, "field " + field.name + ": its memo has blocks of its own now",
+            [&] {
+                set_memo_block(record, field, copy_memo(memo_block({record, 0}, field)));
+                files_.table.write_at(at, record);
+            },
+            fault.record);
+    }
+
+    // To the end of the file, in the order in which any program adds a memo.
+    std::uint32_t copy_memo(std::uint32_t block) {
+        const std::uint64_t block_size = memo_block_size(files_.memo);
+        const std::uint64_t size = memo_size(files_.memo, block).value_or(0);
+        std::array<Byte, 4> number{};
+        files_.memo.read_at(0, number);
+        const std::uint64_t behind = (files_.memo.size() + block_size - 1) / block_size;
+        const std::uint64_t free = std::max<std::uint64_t>(load_be32(number.data()), behind);
+        const std::uint64_t blocks = (size + block_size - 1) / block_size;
+        if ((free + blocks) * block_size > LockScheme::memo().offset) {
+            throw EngineFault(FaultCode::kLimit, "repair",
+                              files_.memo.path() + ": the memo file is full");
+        }
+        std::vector<Byte> bytes(static_cast<std::size_t>(size));
+        files_.memo.read_at(block * block_size, bytes);
+        bytes.resize(static_cast<std::size_t>(blocks * block_size));
+        write_next_free(static_cast<std::uint32_t>(free + blocks));
+        files_.memo.write_at(free * block_size, bytes);
+        return static_cast<std::uint32_t>(free);
+    }
+
+    // -- The end.
+
+    void remove_leftover() {
+        if (!found_.leftover) return;
+        const std::string path = unfinished_index_path(files_.index.path());
+        if (!options_.dry_run) platform::remove_file(path);
+        mending_.done(path, "left behind by an interrupted run; removed");
+    }
+
+    Mended outcome() {
+        if (options_.dry_run) {
+            return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
+        }
+        sync();
+        CheckedTable counts;
+        check_open_table(files_, access_, reporter(counts), progress_);
+        if (counts.faults > 0) {
+            mending_.refuse(
+                files_.table.path(),
+                std::to_string(counts.faults) + " faults are left; \"brenik check\" names them");
+        }
+        return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
+    }
+
+    void sync() {
+        if (files_.memo.is_open()) files_.memo.sync();
+        files_.table.sync();
+    }
+
+    const MendOptions& options_;
+    Access access_;
+    const DeedReport& report_;
+    Mending mending_;
+    const Progress& progress_;
+    const Report silent_ = [](const Finding&) {};
+    TableFiles files_;
+    TableFindings found_;
+};
+
+}  // namespace
+
+Mended repair_table(const std::string& path, const MendOptions& options, const DeedReport& report,
+                    const Progress& progress) {
+    return TableMender(options, report, progress).run(path, false);
+}
+
+Mended reindex_table(const std::string& path, const MendOptions& options, const DeedReport& report,
+                     const Progress& progress) {
+    return TableMender(options, report, progress).run(path, true);
+}
+
+}  // namespace brenik::local
