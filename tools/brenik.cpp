@@ -1,5 +1,5 @@
-// The companion tool: makes sample practices, shows tables and records, reads the journal and
-// calls any routine of the library.
+// The companion tool: makes sample practices, shows tables and records, reads the journal, checks
+// and mends the files, and calls any routine of the library.
 //
 // Data goes to standard output, messages to standard error. The exit code says how it ended: 0
 // well, 1 a problem was found, 2 the command line makes no sense, 3 something cannot be opened, 4
@@ -9,7 +9,9 @@
 #include <iostream>
 
 #include "call.h"
+#include "check.h"
 #include "journal.h"
+#include "mend.h"
 #include "practice.h"
 #include "sample.h"
 #include "show.h"
@@ -71,10 +73,34 @@ void add_call(CLI::App& app, CallRequest& request) {
     command->callback([&request] { call_routines(request); });
 }
 
-ExitCode run(CLI::App& app, int argc, char** argv) {
+void add_check(CLI::App& app, CheckRequest& request, ExitCode& code) {
+    CLI::App* command = app.add_subcommand("check", "Name every fault of a practice or a table");
+    command->add_option("PATH", request.path, "Folder of the practice, or a table's file")
+        ->required();
+    command->add_flag("--json", request.json, "As JSON, one line a finding");
+    command->callback([&request, &code] { code = check(request); });
+}
+
+using Mend = ExitCode (*)(const MendRequest&);
+
+CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, MendRequest& request,
+                      Mend mend, ExitCode& code) {
+    CLI::App* command = app.add_subcommand(name, purpose);
+    command->add_option("PATH", request.path, "Folder of the practice, or a table's file")
+        ->required();
+    command->add_option("--backup", request.backup,
+                        "Folder for the copies of changed files, else beside them");
+    command->add_flag("--dry-run", request.dry_run, "Only tell what would be done");
+    command->add_flag("--json", request.json, "As JSON, one line a deed");
+    command->callback([&request, &code, mend] { code = mend(request); });
+    return command;
+}
+
+// `code` is what the command's callback leaves there.
+ExitCode run(CLI::App& app, const ExitCode& code, int argc, char** argv) {
     try {
         app.parse(argc, argv);
-        return ExitCode::kOk;
+        return code;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? ExitCode::kOk : ExitCode::kUsage;
     } catch (const ToolError& error) {
@@ -107,7 +133,18 @@ int main(int argc, char** argv) {
     add_journal(app, journal);
     CallRequest call;
     add_call(app, call);
-    const ExitCode code = run(app, argc, argv);
+    CheckRequest check_request;
+    ExitCode outcome = ExitCode::kOk;
+    add_check(app, check_request, outcome);
+    MendRequest repair_request;
+    add_mending(app, "repair", "Mend what check names", repair_request, repair, outcome);
+    MendRequest reindex_request;
+    add_mending(app, "reindex", "Build indexes anew", reindex_request, reindex, outcome)
+        ->add_option("--tag", reindex_request.tags,
+                     "Tag to use instead of, or besides, those of the old index: "
+                     "NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    const ExitCode code = run(app, outcome, argc, argv);
     // A full disk or a closed pipe shows only when the last of the output is written.
     if (!std::cout.flush() && code == ExitCode::kOk) {
         std::cerr << "brenik: standard output cannot be written\n";

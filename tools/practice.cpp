@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/file.h"
+#include "platform/profile.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -34,7 +35,19 @@ local::TableLayout read_layout(const std::string& path) {
     return local::parse_layout(header, path);
 }
 
+local::LockMode configured_locks(const std::string& folder) {
+    const std::string type =
+        platform::profile_string("Main", "LockType", "", folder + "/LAWSYS.INI");
+    return numeric_value(type).amount == 1 ? local::LockMode::kProprietary
+                                           : local::LockMode::kCompatible;
+}
+
 }  // namespace
+
+Practice::Practice(std::string folder)
+    : folder_(std::move(folder)), locks_(configured_locks(folder_)) {
+    engine_.set_proprietary_locking(locks_ == local::LockMode::kProprietary);
+}
 
 std::string Practice::path_of(std::string_view file) const {
     return folder_ + "/" + std::string(file) + ".DBF";
@@ -54,16 +67,19 @@ OpenedTable Practice::open(std::string_view name) {
         if (!equal_ignoring_case(table.alias, name)) continue;
         if (const PracticeTable* present = find(table.number)) file = present->file;
     }
-    OpenedTable opened{platform::system_path(path_of(file)), {}, nullptr};
+    OpenedTable opened{platform::system_path(path_of(file)), locks_, {}, nullptr};
     try {
         opened.layout = read_layout(opened.path);
         opened.table = engine_.open(opened.path, TableSharing::kShared);
     } catch (const EngineFault& fault) {
         throw ToolError(ExitCode::kCannotOpen, fault.what());
     }
-    // The table's own file could be read, so what the engine was refused is its index or memo file.
+    // The table's own file could be read, so nobody has that for exclusive use.
     if (!opened.table) {
-        throw ToolError(ExitCode::kLocked, opened.path + ": its index or memo file is in use");
+        throw ToolError(ExitCode::kLocked,
+                        opened.path +
+                            ": its index or memo file is in use, or other programs use "
+                            "the table with locks of another kind (LockType)");
     }
     return opened;
 }

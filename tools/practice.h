@@ -9,6 +9,7 @@
 
 #include "engine/engine.h"
 #include "engine/local/local_engine.h"
+#include "engine/local/lock_scheme.h"
 #include "engine/local/table_layout.h"
 
 namespace brenik::tools {
@@ -43,13 +44,15 @@ inline constexpr PracticeTable kPracticeTables[] = {
 
 struct OpenedTable {
     std::string path;
+    local::LockMode locks;
     local::TableLayout layout;
     std::unique_ptr<Table> table;
 };
 
 class Practice {
   public:
-    explicit Practice(std::string folder) : folder_(std::move(folder)) {}
+    // Its locks are those that the practice's settings ask hosts to use.
+    explicit Practice(std::string folder);
 
     // Opens a table for reading, by file name or by alias, in any case. Throws ToolError when it
     // is missing, cannot be read, or is in somebody's exclusive use.
@@ -61,6 +64,7 @@ class Practice {
     std::string path_of(std::string_view file) const;
 
     std::string folder_;
+    local::LockMode locks_;
     local::LocalEngine engine_;
 };
 

@@ -25,7 +25,7 @@ std::vector<local::TagDescription> read_tags(const OpenedTable& opened) {
     std::vector<local::TagDescription> tags;
     if (!opened.layout.has_structural_index()) return tags;
     const std::string path = local::index_path(opened.path);
-    const auto index = local::CdxFile::open(path, platform::Sharing::kShared);
+    const auto index = local::CdxFile::open(path, platform::Sharing::kShared, opened.locks);
     if (!index) throw ToolError(ExitCode::kCannotOpen, path + ": missing, or in exclusive use");
     for (const auto& tag : index->tags()) tags.push_back(tag->description());
     return tags;

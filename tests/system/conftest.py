@@ -63,10 +63,13 @@ def new_wine_profile(folder, registry=''):
     return str(folder)
 
 
+def tool_command(*arguments):
+    """A command line of the companion tool, which is of the same system as our hosts."""
+    return [*shlex.split(TOOL), *map(path_form(OURS), arguments)]
+
+
 def tool(*arguments, **options):
-    """Runs the companion tool, which is of the same system as our hosts."""
-    return subprocess.run([*shlex.split(TOOL), *map(path_form(OURS), arguments)], capture_output=True, timeout=60,
-                          text=True, **options)
+    return subprocess.run(tool_command(*arguments), capture_output=True, timeout=60, text=True, **options)
 
 
 class Host:

@@ -1,0 +1,302 @@
+"""Checking and mending: each fault is named with its place, mended, and then nobody finds any more."""
+
+import json
+import shutil
+import signal
+import subprocess
+import threading
+import time
+from pathlib import Path
+
+import pytest
+from conftest import HeldBytes, tool_command
+from judges import TableView, assert_sound, identifier
+from test_damage import cut, header, last_tag, put, record_length, within
+from test_tool import brenik
+
+FIXTURES = Path(__file__).resolve().parent.parent / 'data' / 'fixtures'
+
+
+def findings(path, code):
+    """Every finding; the summary must agree with them."""
+    ended, output, complaint = brenik('check', path, '--json')
+    assert (ended, complaint) == (code, ''), output
+    *found, summary = [json.loads(line) for line in output.splitlines()]
+    assert summary['faults'] == sum(finding['severity'] == 'fault' for finding in found)
+    return found
+
+
+def has(found, **wanted):
+    return any(all(finding[name] == value for name, value in wanted.items()) for finding in found)
+
+
+def snapshot(folder):
+    return {path.name: path.read_bytes() for path in Path(folder).iterdir() if path.is_file()}
+
+
+def record_at(number):
+    return lambda data: header(data) + (number - 1) * record_length(data)
+
+
+def append(text):
+    def damage(data):
+        data.extend(text(data) if callable(text) else text)
+    return damage
+
+
+def without_count(data):
+    """What an append leaves that was killed before the header counted it: here with content."""
+    put(4, int.from_bytes(data[4:8], 'little') - 1, 4)(data)
+
+
+def unfinished_append(data):
+    data[-1:] = b' ' * record_length(data) + b'\x1A'
+
+
+def first_leaf(data):
+    """The leftmost leaf of the first tag."""
+    at = 1536
+    page, length = int.from_bytes(data[at:at + 4], 'little'), int.from_bytes(data[at + 12:at + 14], 'little')
+    while not data[page] & 2:
+        page = int.from_bytes(data[page + 16 + length:page + 20 + length], 'big')
+    return page
+
+
+def second_leaf(data):
+    at = first_leaf(data) + 8
+    return int.from_bytes(data[at:at + 4], 'little')
+
+
+def orphan(data):
+    """A whole page at the end that nothing names."""
+    data.extend(bytes(512))
+
+
+def free_page(page):
+    def damage(data):
+        data.extend(bytes(512))
+        put(len(data) - 512, page(data), 4)(data)
+        put(4, len(data) - 512, 4)(data)
+    return damage
+
+
+# Name of the file, the damage, and the finding that it must lead to.
+PLANTED = {
+    'count too high': ('LAW1.DBF', put(4, 50, 4), dict(kind='cut-short', record=41)),
+    'cut in a record': ('LAW2.DBF', cut(lambda d: header(d) + 20 * record_length(d) + 9), dict(kind='cut-short', record=21)),
+    'count too low': ('LAW1.DBF', without_count, dict(kind='uncounted-records', record=40)),
+    'append not finished': ('LAW1.DBF', unfinished_append, dict(kind='unfinished-append', record=41)),
+    'no end mark': ('LAW1.DBF', cut(lambda d: len(d) - 1), dict(kind='end-mark')),
+    'rubbish behind': ('LAW9.DBF', append(b'rubbish!' * 100), dict(kind='rubbish')),
+    'record length': ('LAW3.DBF', put(10, 7, 2), dict(kind='header')),
+    'header length': ('LAW3.DBF', put(8, 65535, 2), dict(kind='header')),
+    'field list not ended': ('LAW1.DBF', lambda d: put(header(d) - 1, 65, 1)(d), dict(kind='header')),
+    'memo outside': ('LAW1.DBF', None, dict(kind='memo-pointer', record=3, field='NOTES')),
+    'memo no number': ('LAW1.DBF', None, dict(kind='memo-pointer', record=3, field='NOTES')),
+    'memo cut off': ('LAW1.FPT', cut(lambda d: len(d) - 100), dict(kind='memo-pointer', field='NOTES')),
+    'memos overlap': ('LAW1.DBF', None, dict(kind='memo-overlap', field='NOTES')),
+    'memo block size': ('LAW1.FPT', put(6, 0, 2), dict(kind='memo-block-size')),
+    'next memo in used blocks': ('LAW3.FPT', put(0, 9, 1), dict(kind='memo-next-free')),
+    'directory header': ('LAW1.CDX', put(12, 11, 2), dict(kind='index-header')),
+    'root outside': ('LAW1.CDX', put(1536, 0x7FFFFE00, 4), dict(kind='index-page', tag='U_ID', page=0x7FFFFE00)),
+    'key length': ('LAW1.CDX', put(within(last_tag, 12), 9, 2), dict(kind='tag-header', tag='NEWEST')),
+    'right sibling': ('LAW2.CDX', put(within(first_leaf, 8), 0xFFFFFFFF, 4), dict(kind='index-page', tag='U_ID')),
+    'left sibling': ('LAW2.CDX', put(within(second_leaf, 4), 0xFFFFFFFF, 4), dict(kind='index-page', tag='U_ID')),
+    'free space': ('LAW2.CDX', put(within(first_leaf, 12), 3, 2), dict(kind='index-page', tag='U_ID')),
+    'not a page': ('LAW2.CDX', put(first_leaf, 0x5A5A, 2), dict(kind='index-page', tag='U_ID')),
+    'page used twice': ('LAW1.CDX', free_page(lambda d: 1024), dict(kind='free-list', page=1024)),
+    'file not whole pages': ('LAW1.CDX', append(b'half a page'), dict(kind='index-size', severity='note')),
+    'orphan': ('LAW1.CDX', orphan, dict(kind='orphan-pages', severity='note')),
+}
+
+
+def plant(practice, name):
+    file, damage, _ = PLANTED[name]
+    pointers = {'memo outside': b'  77777777', 'memo no number': b'rubbish   '}
+    if name in pointers:
+        return practice.patch('LAW1', 3, 'NOTES', pointers[name])
+    if name == 'memos overlap':
+        table = practice.table('LAW1').table
+        field = table.by_name['NOTES']
+        slots = [table.record(n)[field.offset:field.offset + 10] for n in range(1, table.count + 1)]
+        taken = next(slot for slot in slots if slot.strip())
+        return practice.patch('LAW1', slots.index(taken) + 2, 'NOTES', taken)
+    path = Path(practice.find(file))
+    data = bytearray(path.read_bytes())
+    damage(data)
+    path.write_bytes(data)
+
+
+@pytest.fixture
+def large_practice(new_practice):
+    """With trees of more than one level."""
+    return new_practice('practice', '--events', '400')
+
+
+@pytest.mark.parametrize('name', PLANTED)
+def test_planted(large_practice, name):
+    """Named in its place; told but not touched in a dry run; mended, with a copy of what was changed."""
+    plant(large_practice, name)
+    file, _, wanted = PLANTED[name]
+    found = findings(large_practice, 0 if wanted.get('severity') == 'note' else 1)
+    assert has(found, **wanted), found
+    damaged = snapshot(large_practice.folder)
+    ended, output, _ = brenik('repair', large_practice, '--dry-run')
+    assert ended == 0 and 'would do: ' in output and snapshot(large_practice.folder) == damaged
+    assert brenik('repair', large_practice)[0] == 0
+    assert findings(large_practice, 0) == []
+    assert_sound(large_practice.folder)
+    copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in large_practice.folder.glob('*.bak-*')}
+    assert copies and all(damaged[copied] == content for copied, content in copies.items())
+    assert brenik('repair', large_practice) == (0, '%s: nothing to mend\n' % large_practice, '')
+
+
+def test_sound_files_are_left_alone(new_practice, tmp_path):
+    for folder in (new_practice(), new_practice('v14', '--v14').folder, FIXTURES):
+        assert findings(folder, 0) == []
+    fixtures = shutil.copytree(FIXTURES, tmp_path / 'fixtures')
+    before = snapshot(fixtures)
+    assert brenik('repair', fixtures)[0] == 0 and snapshot(fixtures) == before
+    copies = tmp_path / 'copies'
+    assert brenik('reindex', fixtures, '--backup', copies)[0] == 0      # the tags of another engine
+    assert findings(fixtures, 0) == [] and len(snapshot(copies)) == 6
+    for table in fixtures.glob('*.DBF'):
+        old, new = TableView(FIXTURES, table.stem), TableView(fixtures, table.stem)
+        assert not new.report.faults and list(new.tags) == list(old.tags)
+        for name, tag in new.tags.items():
+            same = ('key_text', 'for_text', 'key_length', 'descending', 'options')
+            assert [getattr(tag, a) for a in same] == [getattr(old.tags[name], a) for a in same]
+            assert tag.options & 1 or tag.entries == old.tags[name].entries
+
+
+def test_keys(practice):
+    """A changed field and a deletion mark behind the index's back, in plain, conditional and odd tags."""
+    path = practice.folder / 'TAGS.DBF'
+    shutil.copy(practice.find('LAW3.DBF'), path)
+    shutil.copy(practice.find('LAW3.FPT'), practice.folder / 'TAGS.FPT')
+    tags = ['PLAIN=UPPER(MATTER)', 'LIVE=U_ID;FOR !DELETED()', 'ONE=MATTER;UNIQUE', 'ONLY=U_ID;CANDIDATE',
+            'DOWN=MATTER+U_ID;DESCENDING']
+    options = [word for tag in tags for word in ('--tag', tag)]
+    assert findings(path, 1)[0]['kind'] == 'index-missing'
+    assert brenik('repair', path)[0] == 1 and brenik('reindex', path, '--tag', 'X=NOFIELD')[0] == 1
+    assert not (practice.folder / 'TAGS.CDX').exists()
+    assert brenik('reindex', path, *options)[0] == 0
+    assert findings(path, 0) == []
+    assert_sound(practice.folder, 'TAGS')
+    practice.patch('TAGS', 5, 'MATTER', b'Zzz')
+    practice.patch('TAGS', 6)
+    found = findings(path, 1)
+    for tag in 'PLAIN', 'DOWN':
+        assert has(found, tag=tag, record=5, kind='missing-key') and has(found, tag=tag, record=5, kind='stray-key')
+    assert has(found, tag='ONE', record=5, kind='stray-key') and has(found, tag='LIVE', record=6, kind='stray-key')
+    assert not has(found, tag='ONLY') and {finding['record'] for finding in found} == {5, 6}
+    practice.patch('TAGS', 7, 'U_ID', practice.table('TAGS').rows[7]['U_ID'].encode())
+    assert has(findings(path, 1), tag='ONLY', record=7, kind='missing-key')
+    before = (practice.folder / 'TAGS.CDX').read_bytes()
+    ended, output, _ = brenik('reindex', path)
+    assert ended == 1 and 'records 7 and 8 have the same key; the index stays as it was' in output
+    assert (practice.folder / 'TAGS.CDX').read_bytes() == before
+    assert sorted(p.name for p in practice.folder.glob('TAGS.CDX*'))[0] == 'TAGS.CDX' \
+        and not (practice.folder / 'TAGS.CDX.new').exists()
+
+
+def test_practice(session, practice):
+    """Identifiers, their counters and the journal."""
+    assert session.add(1, {'LAST': 'Last'}) == (0, identifier('A1', 41))
+    assert session.shutdown() == 0
+    assert findings(practice, 0) == []
+    practice.patch('LAWSYS', 1, 'U_ID1', b'%10d' % 39)
+    practice.patch('LAWTRANS', len(practice.table('LAWTRANS').rows), 'U_ID', b'A1zzzzz')
+    practice.patch('LAWCODES', 3, 'U_ID', practice.table('LAWCODES').rows[1]['U_ID'].encode())
+    found = findings(practice, 1)
+    assert has(found, kind='counter-behind', field='U_ID1', remedy='repair')
+    assert has(found, kind='journal-entry', record=len(practice.table('LAWTRANS').rows))
+    assert has(found, kind='duplicate-identifier', record=3, remedy='by hand')
+    assert brenik('repair', practice)[0] == 1
+    assert [finding['kind'] for finding in findings(practice, 1)] == ['duplicate-identifier']
+    assert practice.counter('U_ID1') == 41
+    assert_sound(practice.folder)
+    assert session.init(practice) == 0 and session.add(1, {})[1] == identifier('A1', 42)
+
+
+@pytest.mark.parametrize('file, damage', [
+    ('LAW1.DBF', cut(20)), ('LAW1.DBF', put(48, 0, 1)), ('LAW1.DBF', put(0, 0xFF, 1)), ('LAW1.CDX', cut(300)),
+    ('LAW1.CDX', cut(1536)), ('LAW1.CDX', put(within(last_tag, 494), 0x44524F4E, 4)), ('LAW1.FPT', cut(6)), ('LAW1.FPT', None)])
+def test_what_only_a_backup_can_mend(practice, file, damage):
+    """Is named as such; nothing of it is touched."""
+    path = Path(practice.find(file))
+    data = bytearray(path.read_bytes())
+    path.unlink()
+    if damage:
+        damage(data)
+        path.write_bytes(data)
+    assert has(findings(practice, 1), remedy='by hand' if damage and len(data) > 1536 and file == 'LAW1.CDX' else 'restore') \
+        or has(findings(practice, 1), kind='tag-header')
+    before = snapshot(practice.folder)
+    ended, output, _ = brenik('repair', practice)
+    assert ended == 1 and 'not mended: ' in output and snapshot(practice.folder) == before
+
+
+def test_beside_sessions(session, practice):
+    """What a session has not finished is no fault; what it has open is not mended."""
+    last = practice.table('LAW1').rows[4]['LAST'].encode()
+    practice.patch('LAW1', 5, 'LAST', b'Zzz')               # the record is written, its key is not
+    with HeldBytes(practice.find('LAW1.DBF'), practice.table('LAW1').lock_position(5)):
+        found = findings(practice, 4)
+        assert {(finding['kind'], finding['record'], finding['tag']) for finding in found} == {('record-locked', 5, 'NAME')}
+    assert has(findings(practice, 1), kind='missing-key', record=5, tag='NAME')
+    before = snapshot(practice.folder)
+    ended, output, _ = brenik('repair', practice)
+    assert ended == 4 and 'in use by other programs' in output and snapshot(practice.folder) == before
+    practice.patch('LAW1', 5, 'LAST', last)
+    with HeldBytes(practice.find('LAW1.CDX'), 0x7FFFFFFE):
+        assert has(findings(Path(practice.find('LAW1.DBF')), 4), kind='index-locked')
+    stop = threading.Event()
+
+    def work():
+        number = 0
+        while not stop.is_set():
+            number += 1
+            uid = session.add(1, {'LAST': 'Name %d' % (number * 7919 % 997), 'NOTES': 'n' * number})[1]
+            session.edit(1, 1 + number % 40, {'LAST': 'Edit %d' % (number * 31 % 997), 'NOTES': 'e' * (number % 700)})
+            session.add(3, {'MATTER': 'Matter %d' % number}, uid)
+    worker = threading.Thread(target=work)
+    worker.start()
+    try:
+        for _ in range(15):
+            ended, output, _ = brenik('check', practice, '--json')
+            faults = [line for line in output.splitlines() if '"fault"' in line]
+            assert ended in (0, 4) and not faults, faults[:3]
+    finally:
+        stop.set()
+        worker.join()
+    assert findings(practice, 0) == []
+
+
+def test_reindex_killed(new_practice):
+    """The old index stays until the new one is whole; the next run clears up and finishes."""
+    practice = new_practice('practice', '--contacts', '20000')
+    old = Path(practice.find('LAW1.CDX')).read_bytes()
+    started, made = practice.folder / 'LAW1.CDX.new', 0
+    for delay in (0, 0.005, 0.02, 0.05):
+        child = subprocess.Popen(tool_command('reindex', practice.find('LAW1.DBF')), stdout=subprocess.DEVNULL)
+        while child.poll() is None and not started.exists():
+            pass
+        time.sleep(delay)
+        child.kill()
+        if child.wait() == -signal.SIGKILL and started.exists():
+            made += 1
+            assert Path(practice.find('LAW1.CDX')).read_bytes() == old
+            assert [finding['kind'] for finding in findings(practice, 0)] == ['leftover']
+    assert made
+    assert brenik('reindex', practice.find('LAW1.DBF'))[0] == 0 and not started.exists()
+    assert findings(practice, 0) == []
+
+
+def test_paths(practice, tmp_path):
+    assert brenik('check', tmp_path / 'nowhere')[0] == 3 and brenik('check', practice.folder / 'billing')[0] == 3
+    assert brenik('check', str(practice.folder / 'law1'))[0] == 0
+    assert brenik('reindex', practice, '--tag', 'A=B')[0] == 2
+    assert brenik('reindex', practice.find('LAW1.DBF'), '--tag', 'A=U_ID;SOMETIMES')[0] == 2
+    with HeldBytes(practice.find('LAW1.DBF'), 0x7FFFFFFF):
+        assert has(findings(practice, 4), kind='in-use', severity='not checked')

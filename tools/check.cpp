@@ -1,0 +1,94 @@
+// Going through the tables of a folder.
+
+#include "check.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <system_error>
+
+#include "findings.h"
+#include "platform/file.h"
+#include "practice_check.h"
+#include "progress.h"
+#include "util/runtime.h"
+
+namespace brenik::tools {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+void print_summary(const CheckRequest& request, const FindingPrinter& printer, std::size_t tables,
+                   std::uint64_t records) {
+    if (request.json) {
+        std::cout << Json{{"summary", request.path},  {"tables", tables},
+                          {"records", records},       {"faults", printer.faults()},
+                          {"notes", printer.notes()}, {"unchecked", printer.unchecked()}}
+                         .dump()
+                  << "\n";
+        return;
+    }
+    std::cout << request.path << ": " << tables << (tables == 1 ? " table, " : " tables, ")
+              << records
+              << " records: " << (printer.faults() == 0 ? "no" : std::to_string(printer.faults()))
+              << " faults";
+    if (printer.notes() > 0) std::cout << ", " << printer.notes() << " notes";
+    if (printer.unchecked() > 0) std::cout << ", " << printer.unchecked() << " not checked";
+    std::cout << "\n";
+}
+
+}  // namespace
+
+bool is_practice(const std::string& path) {
+    std::error_code error;
+    return fs::is_directory(platform::system_path(path), error) &&
+           platform::file_exists(path + "/LAWSYS.DBF");
+}
+
+std::vector<std::string> tables_at(const std::string& path) {
+    const std::string found = platform::system_path(path);
+    std::error_code error;
+    if (!fs::is_directory(found, error)) {
+        for (const std::string& name : {found, platform::system_path(path + ".DBF")}) {
+            if (platform::file_exists(name)) return {name};
+        }
+        throw ToolError(ExitCode::kCannotOpen, path + ": no such table or folder");
+    }
+    std::vector<std::string> tables;
+    for (fs::directory_iterator entry(found, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const fs::path& file = entry->path();
+        if (equal_ignoring_case(file.extension().string(), ".DBF")) tables.push_back(file.string());
+    }
+    if (error) throw ToolError(ExitCode::kCannotOpen, path + ": " + error.message());
+    if (tables.empty()) throw ToolError(ExitCode::kCannotOpen, path + ": no tables in it");
+    std::sort(tables.begin(), tables.end());
+    return tables;
+}
+
+ExitCode check(const CheckRequest& request) {
+    FindingPrinter printer(request.json);
+    std::uint64_t records = 0;
+    const std::vector<std::string> tables = tables_at(request.path);
+    for (const std::string& table : tables) {
+        ProgressBar bar(base_name(table));
+        const local::Report report = [&](const local::Finding& finding) {
+            bar.clear();
+            printer.print(finding);
+        };
+        records += local::check_table(table, report, bar.progress()).records;
+        printer.finish_file();
+    }
+    if (is_practice(request.path)) {
+        check_practice(request.path,
+                       [&](const local::Finding& finding) { printer.print(finding); });
+        printer.finish_file();
+    }
+    print_summary(request, printer, tables.size(), records);
+    return printer.exit_code();
+}
+
+}  // namespace brenik::tools

@@ -1,0 +1,143 @@
+// Wording and counting of findings.
+
+#include "findings.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "display.h"
+
+namespace brenik::tools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using local::Finding;
+using local::Remedy;
+using local::Severity;
+
+constexpr std::size_t kMostOfAKind = 100;
+
+const char* severity_word(Severity severity) {
+    switch (severity) {
+        case Severity::kFault:
+            return "fault";
+        case Severity::kNote:
+            return "note";
+        case Severity::kUnchecked:
+            return "not checked";
+    }
+    return "";
+}
+
+// persistent: the words that programs get.
+const char* remedy_word(Remedy remedy) {
+    switch (remedy) {
+        case Remedy::kNothing:
+            return "nothing";
+        case Remedy::kRepair:
+            return "repair";
+        case Remedy::kReindex:
+            return "reindex";
+        case Remedy::kRestore:
+            return "restore";
+        case Remedy::kByHand:
+            return "by hand";
+        case Remedy::kTryAgain:
+            return "try again";
+    }
+    return "";
+}
+
+std::string advice(Remedy remedy) {
+    switch (remedy) {
+        case Remedy::kNothing:
+            return "";
+        case Remedy::kRepair:
+            return "; run \"brenik repair\"";
+        case Remedy::kReindex:
+            return "; run \"brenik reindex\"";
+        case Remedy::kRestore:
+            return "; restore the file from a backup";
+        case Remedy::kByHand:
+            return "; this needs a decision by hand";
+        case Remedy::kTryAgain:
+            return "; check again later";
+    }
+    return "";
+}
+
+std::string text_line(const Finding& finding) {
+    std::string line = finding.severity == Severity::kFault
+                           ? ""
+                           : std::string(severity_word(finding.severity)) + ": ";
+    line += to_utf8(base_name(finding.file)) + ": ";
+    std::string place;
+    const auto add = [&](const std::string& part) { place += (place.empty() ? "" : ", ") + part; };
+    if (!finding.tag.empty()) add("tag " + to_utf8(finding.tag));
+    if (finding.record) add("record " + std::to_string(*finding.record));
+    if (!finding.field.empty()) add("field " + to_utf8(finding.field));
+    if (finding.page) add("page at " + std::to_string(*finding.page));
+    if (!place.empty()) line += place + ": ";
+    return line + to_utf8(finding.what) + advice(finding.remedy);
+}
+
+Json json_line(const Finding& finding) {
+    Json line = {{"severity", severity_word(finding.severity)},
+                 {"kind", finding.kind},
+                 {"file", to_utf8(finding.file)}};
+    line["tag"] = finding.tag.empty() ? Json() : Json(to_utf8(finding.tag));
+    line["record"] = finding.record ? Json(*finding.record) : Json();
+    line["field"] = finding.field.empty() ? Json() : Json(to_utf8(finding.field));
+    line["page"] = finding.page ? Json(*finding.page) : Json();
+    line["what"] = to_utf8(finding.what);
+    line["remedy"] = remedy_word(finding.remedy);
+    return line;
+}
+
+}  // namespace
+
+std::string base_name(const std::string& path) {
+    const std::size_t separator = path.find_last_of("\\/");
+    return separator == std::string::npos ? path : path.substr(separator + 1);
+}
+
+void FindingPrinter::count(const Finding& finding) {
+    switch (finding.severity) {
+        case Severity::kFault:
+            ++faults_;
+            break;
+        case Severity::kNote:
+            ++notes_;
+            break;
+        case Severity::kUnchecked:
+            ++unchecked_;
+            cannot_open_ = cannot_open_ || finding.kind == "cannot-open";
+            break;
+    }
+}
+
+void FindingPrinter::print(const Finding& finding) {
+    count(finding);
+    if (json_) {
+        std::cout << json_line(finding).dump() << "\n";
+    } else if (++shown_[{finding.file, finding.kind}] <= kMostOfAKind) {
+        std::cout << text_line(finding) << "\n";
+    }
+}
+
+void FindingPrinter::finish_file() {
+    for (const auto& [place, count] : shown_) {
+        if (count <= kMostOfAKind) continue;
+        std::cout << to_utf8(base_name(place.first)) << ": and " << count - kMostOfAKind
+                  << " more like the last (" << place.second << "); --json lists them all\n";
+    }
+    shown_.clear();
+}
+
+ExitCode FindingPrinter::exit_code() const {
+    if (faults_ > 0) return ExitCode::kProblem;
+    if (cannot_open_) return ExitCode::kCannotOpen;
+    return unchecked_ > 0 ? ExitCode::kLocked : ExitCode::kOk;
+}
+
+}  // namespace brenik::tools

@@ -1,0 +1,42 @@
+// Printing what a check finds: a line of text for people, a line of JSON for programs.
+
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "engine/local/maintenance.h"
+#include "practice.h"
+
+namespace brenik::tools {
+
+class FindingPrinter {
+  public:
+    explicit FindingPrinter(bool json) : json_(json) {}
+
+    // Of one kind in one file a person is shown the first hundred, programs get them all.
+    void print(const local::Finding& finding);
+    // Says how many more there were of the kinds that were cut short.
+    void finish_file();
+
+    // The exit code that the findings so far call for.
+    ExitCode exit_code() const;
+    std::size_t faults() const { return faults_; }
+    std::size_t notes() const { return notes_; }
+    std::size_t unchecked() const { return unchecked_; }
+
+  private:
+    void count(const local::Finding& finding);
+
+    bool json_;
+    std::size_t faults_ = 0;
+    std::size_t notes_ = 0;
+    std::size_t unchecked_ = 0;
+    bool cannot_open_ = false;
+    std::map<std::pair<std::string, std::string>, std::size_t> shown_;  // by file and kind
+};
+
+// The file's name without its folder.
+std::string base_name(const std::string& path);
+
+}  // namespace brenik::tools

@@ -1,0 +1,226 @@
+// Going through the tables, and mending what they say about each other.
+
+#include "mend.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "check.h"
+#include "display.h"
+#include "findings.h"
+#include "practice_check.h"
+#include "progress.h"
+#include "util/runtime.h"
+
+namespace brenik::tools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using local::Deed;
+using local::Mended;
+
+using MendTable = Mended (*)(const std::string&, const local::MendOptions&,
+                             const local::DeedReport&, const local::Progress&);
+
+[[noreturn]] void refuse_tag(const std::string& text) {
+    throw ToolError(
+        ExitCode::kUsage,
+        "--tag " + text + ": expected NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]");
+}
+
+void add_clause(local::TagDefinition& tag, const std::string& clause, const std::string& text) {
+    const std::string word = upper(trim_both(clause));
+    if (word.starts_with("FOR ")) {
+        tag.condition = trim_both(clause).substr(4);
+    } else if (word == "UNIQUE") {
+        tag.unique = true;
+    } else if (word == "CANDIDATE") {
+        tag.candidate = true;
+    } else if (word == "DESCENDING") {
+        tag.descending = true;
+    } else {
+        refuse_tag(text);
+    }
+}
+
+local::TagDefinition parse_tag(const std::string& text) {
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) refuse_tag(text);
+    local::TagDefinition tag;
+    tag.name = upper(trim_both(text.substr(0, equals)));
+    std::size_t end = std::min(text.find(';', equals), text.size());
+    tag.key = trim_both(text.substr(equals + 1, end - equals - 1));
+    while (end < text.size()) {
+        const std::size_t next = std::min(text.find(';', end + 1), text.size());
+        add_clause(tag, text.substr(end + 1, next - end - 1), text);
+        end = next;
+    }
+    if (tag.key.empty()) refuse_tag(text);
+    return tag;
+}
+
+class Mender {
+  public:
+    explicit Mender(const MendRequest& request) : request_(request) {
+        options_.dry_run = request.dry_run;
+        options_.backup_folder = request.backup;
+        for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
+        if (request.backup.empty() || request.dry_run) return;
+        std::error_code error;
+        std::filesystem::create_directories(request.backup, error);
+        if (error) {
+            throw ToolError(ExitCode::kCannotOpen, request.backup + ": " + error.message());
+        }
+    }
+
+    void mend_tables(MendTable mend) {
+        const std::vector<std::string> tables = tables_at(request_.path);
+        if (!options_.tags.empty() && tables.size() != 1) {
+            throw ToolError(ExitCode::kUsage, "--tag goes with a single table");
+        }
+        for (const std::string& table : tables) {
+            ProgressBar bar(base_name(table));
+            const local::DeedReport report = [&](const Deed& deed) {
+                bar.clear();
+                print(deed);
+            };
+            note(mend(table, options_, report, bar.progress()));
+        }
+    }
+
+    // Counters and journal entries, while other programs may go on working.
+    void mend_practice() {
+        if (!is_practice(request_.path)) return;
+        const PracticeFaults faults =
+            check_practice(request_.path, [&](const local::Finding& found) {
+                if (found.remedy != local::Remedy::kByHand) return;
+                print({false, found.file, found.what + "; this needs a decision by hand",
+                       found.record});
+                note(Mended::kPartly);
+            });
+        try {
+            if (!faults.counters.empty()) raise_counters(faults.counters);
+            if (!faults.journal_entries.empty()) remove_entries(faults.journal_entries);
+        } catch (const ToolError& error) {
+            print({false, request_.path, error.what()});
+            note(error.code() == ExitCode::kLocked ? Mended::kInUse : Mended::kCannotOpen);
+        } catch (const EngineFault& fault) {
+            print({false, request_.path, fault.what()});
+            note(Mended::kPartly);
+        }
+    }
+
+    ExitCode finish() const {
+        if (request_.json) {
+            std::cout << Json{{"summary", request_.path}, {"done", done_}, {"left", left_}}.dump()
+                      << "\n";
+        } else if (done_ + left_ == 0) {
+            std::cout << request_.path << ": nothing to mend\n";
+        }
+        if (partly_) return ExitCode::kProblem;
+        if (cannot_open_) return ExitCode::kCannotOpen;
+        return in_use_ ? ExitCode::kLocked : ExitCode::kOk;
+    }
+
+  private:
+    void print(const Deed& deed) {
+        ++(deed.done ? done_ : left_);
+        if (request_.json) {
+            Json line = {{"done", deed.done && !request_.dry_run},
+                         {"file", to_utf8(deed.file)},
+                         {"record", nullptr},
+                         {"what", to_utf8(deed.what)}};
+            if (deed.record) line["record"] = *deed.record;
+            std::cout << line.dump() << "\n";
+            return;
+        }
+        std::cout << (!deed.done         ? "not mended: "
+                      : request_.dry_run ? "would do: "
+                                         : "")
+                  << to_utf8(base_name(deed.file)) << ": ";
+        if (deed.record) std::cout << "record " << *deed.record << ": ";
+        std::cout << to_utf8(deed.what) << "\n";
+    }
+
+    void note(Mended outcome) {
+        partly_ = partly_ || outcome == Mended::kPartly;
+        cannot_open_ = cannot_open_ || outcome == Mended::kCannotOpen;
+        in_use_ = in_use_ || outcome == Mended::kInUse;
+    }
+
+    // One copy of the table's own file: only its records are changed.
+    void back_up(const std::string& path) {
+        if (request_.dry_run) return;
+        const platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
+        if (!file.is_open()) throw ToolError(ExitCode::kCannotOpen, path + ": cannot be copied");
+        print({true, path, "copied to " + local::back_up_file(file, request_.backup)});
+    }
+
+    static void lock(const OpenedTable& opened, RecordNumber record) {
+        opened.table->go_to(record);
+        if (opened.table->lock_record(record)) return;
+        throw ToolError(ExitCode::kLocked, opened.path + ": record " + std::to_string(record) +
+                                               " is locked by another program");
+    }
+
+    void raise_counters(const std::vector<CounterFault>& counters) {
+        Practice practice(request_.path);
+        const OpenedTable system = practice.open("LAWSYS");
+        back_up(system.path);
+        if (!request_.dry_run) lock(system, 1);
+        for (const CounterFault& counter : counters) {
+            const local::Field* field = system.layout.find(counter.field);
+            const auto position = static_cast<std::size_t>(field - system.layout.fields.data()) + 1;
+            if (!request_.dry_run) {
+                const std::int64_t now = system.table->field_get(position).whole();
+                system.table->field_put(position, std::max(now, counter.least));
+            }
+            print({true, system.path,
+                   "counter " + counter.field + " raised to " + std::to_string(counter.least), 1});
+        }
+        system.table->unlock_all();
+    }
+
+    void remove_entries(const std::vector<RecordNumber>& entries) {
+        Practice practice(request_.path);
+        const OpenedTable journal = practice.open("LawTrans");
+        back_up(journal.path);
+        for (const RecordNumber entry : entries) {
+            if (!request_.dry_run) {
+                lock(journal, entry);
+                journal.table->mark_deleted();
+                journal.table->unlock_all();
+            }
+            print({true, journal.path, "marked as deleted: it tells of a record that is not there",
+                   entry});
+        }
+    }
+
+    const MendRequest& request_;
+    local::MendOptions options_;
+    std::size_t done_ = 0;
+    std::size_t left_ = 0;
+    bool partly_ = false;
+    bool cannot_open_ = false;
+    bool in_use_ = false;
+};
+
+}  // namespace
+
+ExitCode repair(const MendRequest& request) {
+    Mender mender(request);
+    mender.mend_tables(local::repair_table);
+    mender.mend_practice();
+    return mender.finish();
+}
+
+ExitCode reindex(const MendRequest& request) {
+    Mender mender(request);
+    mender.mend_tables(local::reindex_table);
+    return mender.finish();
+}
+
+}  // namespace brenik::tools

@@ -1,0 +1,25 @@
+// The commands "repair" and "reindex": making good what "check" finds.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "practice.h"
+
+namespace brenik::tools {
+
+struct MendRequest {
+    std::string path;  // a folder or a table
+    std::string backup;
+    std::vector<std::string> tags;  // NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]
+    bool dry_run = false;
+    bool json = false;
+};
+
+// Both print what was done and answer the exit code: a problem when something is left that could
+// not be mended, locked when other programs use a table.
+ExitCode repair(const MendRequest& request);
+ExitCode reindex(const MendRequest& request);
+
+}  // namespace brenik::tools
