@@ -1,0 +1,248 @@
+// File calls that go wrong on purpose: preloaded into a program, this counts its calls on the files
+// below one folder and spoils one of them.
+//
+//   FAULTY_FOLDER  the folder; calls on other files are neither counted nor spoilt
+//   FAULTY_KIND    what goes wrong, one of kKinds
+//   FAULTY_CALL    at which call, from 1; 0 only counts
+//   FAULTY_LOG     where the numbers of writing, reading and locking calls are noted at the end
+//   FAULTY_ARMED   set: counting begins with the program, else with its faulty_files_arm()
+
+#define _GNU_SOURCE
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+enum Class { kWriting, kReading, kLocking, kClasses };
+enum Kind { kEnd, kError, kGone, kFull, kShort, kRead, kLock };
+
+static const struct {
+    const char* name;
+    enum Class class_of_calls;
+} kKinds[] = {
+    {"end", kWriting},    // the process is gone before the call
+    {"error", kWriting},  // the call fails, the next one works again
+    {"gone", kWriting},   // this call and all that follow fail
+    {"full", kWriting},   // from this call on no file grows
+    {"short", kWriting},  // a part is written, the write of the rest finds no space
+    {"read", kReading},   // the call fails
+    {"lock", kLocking},   // the call fails, and not because somebody else has the lock
+};
+
+enum { kMostFiles = 4096 };
+
+static struct {
+    int ready, armed;
+    enum Kind kind;
+    unsigned long spoilt_call;
+    unsigned long calls[kClasses];
+    int fail_rest;
+    char folder[PATH_MAX];
+    unsigned char ours[kMostFiles];
+} state;
+
+#define REAL(type, name, ...)         \
+    static type (*real)(__VA_ARGS__); \
+    if (!real) *(void**)&real = dlsym(RTLD_NEXT, name)
+
+__attribute__((visibility("default"))) void faulty_files_arm(void) { state.armed = 1; }
+
+__attribute__((constructor)) static void begin(void) {
+    const char* folder = getenv("FAULTY_FOLDER");
+    const char* kind = getenv("FAULTY_KIND");
+    const char* call = getenv("FAULTY_CALL");
+    if (!folder || !kind || !call) return;
+    for (size_t i = 0; i < sizeof kKinds / sizeof *kKinds; ++i) {
+        if (!strcmp(kKinds[i].name, kind)) state.kind = (enum Kind)i;
+    }
+    snprintf(state.folder, sizeof state.folder, "%s/", folder);
+    state.spoilt_call = strtoul(call, NULL, 10);
+    state.ready = 1;
+    if (getenv("FAULTY_ARMED")) state.armed = 1;
+}
+
+__attribute__((destructor)) static void note_calls(void) {
+    const char* path = getenv("FAULTY_LOG");
+    FILE* log = state.ready && path ? fopen(path, "w") : NULL;
+    if (!log) return;
+    fprintf(log, "%lu %lu %lu\n", state.calls[kWriting], state.calls[kReading],
+            state.calls[kLocking]);
+    fclose(log);
+}
+
+static int is_ours(int file) { return file >= 0 && file < kMostFiles && state.ours[file]; }
+
+static int below_folder(const char* path) {
+    return state.ready && !strncmp(path, state.folder, strlen(state.folder));
+}
+
+// Counts a call; true when it, or everything from an earlier one on, is to be spoilt.
+static int spoils(enum Class class_of_call) {
+    if (!state.armed) return 0;
+    const unsigned long number = ++state.calls[class_of_call];
+    if (class_of_call != kKinds[state.kind].class_of_calls || !state.spoilt_call) return 0;
+    const int lasting = state.kind == kGone || state.kind == kFull;
+    return lasting ? number >= state.spoilt_call : number == state.spoilt_call;
+}
+
+// What becomes of a writing call: 0 nothing, else the error number that it fails with.
+static int fate(int grows) {
+    if (state.fail_rest) {
+        state.fail_rest = 0;
+        ++state.calls[kWriting];
+        return ENOSPC;
+    }
+    if (!spoils(kWriting)) return 0;
+    if (state.kind == kEnd) kill(getpid(), SIGKILL);
+    if (state.kind == kFull) return grows ? ENOSPC : 0;
+    return state.kind == kShort ? ENOSPC : EIO;
+}
+
+static int grows_file(int file, off_t end) {
+    struct stat facts;
+    return fstat(file, &facts) == 0 && end > facts.st_size;
+}
+
+static int fail_with(int code) {
+    errno = code;
+    return -1;
+}
+
+static int makes_file(const char* path, int flags) {
+    return (flags & O_TRUNC) || ((flags & O_CREAT) && access(path, F_OK) != 0);
+}
+
+static int opened(const char* path, int flags, mode_t mode) {
+    REAL(int, "open", const char*, int, ...);
+    const int ours = below_folder(path);
+    const int code = ours && makes_file(path, flags) ? fate(1) : 0;
+    if (code) return fail_with(code);
+    const int file = real(path, flags, mode);
+    if (file >= 0 && file < kMostFiles) state.ours[file] = (unsigned char)ours;
+    return file;
+}
+
+#define TAKE_MODE(flags)                  \
+    mode_t mode = 0;                      \
+    if ((flags)&O_CREAT) {                \
+        va_list rest;                     \
+        va_start(rest, flags);            \
+        mode = (mode_t)va_arg(rest, int); \
+        va_end(rest);                     \
+    }
+
+__attribute__((visibility("default"))) int open(const char* path, int flags, ...) {
+    TAKE_MODE(flags)
+    return opened(path, flags, mode);
+}
+
+__attribute__((visibility("default"))) int open64(const char* path, int flags, ...) {
+    TAKE_MODE(flags)
+    return opened(path, flags | O_LARGEFILE, mode);
+}
+
+__attribute__((visibility("default"))) int close(int file) {
+    REAL(int, "close", int);
+    if (file >= 0 && file < kMostFiles) state.ours[file] = 0;
+    return real(file);
+}
+
+static int set_lock_or_duplicate(int file, int command, void* argument) {
+    REAL(int, "fcntl", int, int, ...);
+    const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
+    if (locking && is_ours(file) && ((struct flock*)argument)->l_type != F_UNLCK &&
+        spoils(kLocking)) {
+        return fail_with(ENOLCK);
+    }
+    const int result = real(file, command, argument);
+    if ((command == F_DUPFD_CLOEXEC || command == F_DUPFD) && result >= 0 && result < kMostFiles) {
+        state.ours[result] = (unsigned char)is_ours(file);
+    }
+    return result;
+}
+
+__attribute__((visibility("default"))) int fcntl(int file, int command, ...) {
+    va_list rest;
+    va_start(rest, command);
+    void* argument = va_arg(rest, void*);
+    va_end(rest);
+    return set_lock_or_duplicate(file, command, argument);
+}
+
+__attribute__((visibility("default"))) int fcntl64(int file, int command, ...) {
+    va_list rest;
+    va_start(rest, command);
+    void* argument = va_arg(rest, void*);
+    va_end(rest);
+    return set_lock_or_duplicate(file, command, argument);
+}
+
+__attribute__((visibility("default"))) ssize_t pwrite(int file, const void* bytes, size_t count,
+                                                      off_t at) {
+    REAL(ssize_t, "pwrite", int, const void*, size_t, off_t);
+    const int code = is_ours(file) ? fate(grows_file(file, at + (off_t)count)) : 0;
+    if (code && state.kind == kShort && count > 1 && !state.fail_rest &&
+        state.calls[kWriting] == state.spoilt_call) {
+        state.fail_rest = 1;
+        return real(file, bytes, 1 + state.spoilt_call * 7 % (count - 1), at);
+    }
+    return code ? fail_with(code) : real(file, bytes, count, at);
+}
+
+__attribute__((visibility("default"))) ssize_t pwrite64(int file, const void* bytes, size_t count,
+                                                        off64_t at) {
+    return pwrite(file, bytes, count, at);
+}
+
+__attribute__((visibility("default"))) ssize_t write(int file, const void* bytes, size_t count) {
+    REAL(ssize_t, "write", int, const void*, size_t);
+    const int code = is_ours(file) ? fate(1) : 0;
+    return code ? fail_with(code) : real(file, bytes, count);
+}
+
+__attribute__((visibility("default"))) ssize_t pread(int file, void* bytes, size_t count,
+                                                     off_t at) {
+    REAL(ssize_t, "pread", int, void*, size_t, off_t);
+    return is_ours(file) && spoils(kReading) ? fail_with(EIO) : real(file, bytes, count, at);
+}
+
+__attribute__((visibility("default"))) ssize_t pread64(int file, void* bytes, size_t count,
+                                                       off64_t at) {
+    return pread(file, bytes, count, at);
+}
+
+__attribute__((visibility("default"))) int ftruncate(int file, off_t length) {
+    REAL(int, "ftruncate", int, off_t);
+    const int code = is_ours(file) ? fate(grows_file(file, length)) : 0;
+    return code ? fail_with(code) : real(file, length);
+}
+
+__attribute__((visibility("default"))) int ftruncate64(int file, off64_t length) {
+    return ftruncate(file, length);
+}
+
+__attribute__((visibility("default"))) int fsync(int file) {
+    REAL(int, "fsync", int);
+    const int code = is_ours(file) ? fate(0) : 0;
+    return code ? fail_with(code) : real(file);
+}
+
+__attribute__((visibility("default"))) int rename(const char* from, const char* to) {
+    REAL(int, "rename", const char*, const char*);
+    const int code = below_folder(to) ? fate(0) : 0;
+    return code ? fail_with(code) : real(from, to);
+}
+
+__attribute__((visibility("default"))) int unlink(const char* path) {
+    REAL(int, "unlink", const char*);
+    const int code = below_folder(path) ? fate(0) : 0;
+    return code ? fail_with(code) : real(path);
+}

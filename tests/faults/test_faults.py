@@ -1,0 +1,234 @@
+"""Every writing, reading and locking call of a change fails once, in every way in which it can.
+
+A script of changes is run without faults first, one step longer each time: that tells what the
+practice looks like after each step. Then it is run again and again, each time with one call spoilt.
+What was acknowledged must be there afterwards; the step that was not may have happened or not, for
+each record by itself, but nothing in between. The next session must be able to work as if nothing
+had happened, and `brenik check` must find nothing that `brenik repair` does not mend.
+
+By default a spoilt writing call is tried with a killed process and with one of the other faults in
+turn; BRENIK_FAULTS=all tries every fault at every call.
+"""
+
+import concurrent.futures
+import hashlib
+import os
+import shutil
+import subprocess
+import tempfile
+from pathlib import Path
+
+import judges
+import pytest
+
+WRITING = ('error', 'short', 'full', 'gone')
+SCRIPTS = ('add', 'edit', 'matter', 'memo', 'remove')
+TABLES = {'1': 'LAW1', '2': 'LAW2', '3': 'LAW3', '4': 'LAWNotes', '9': 'LAW9'}      # those with identifiers
+# Times of change, which no two runs share. The counters are judged by what they have given out.
+MASKED = {('LAWTRANS', 'CDT'), ('LAWTRANS', 'CDATA'), ('LAWSYS', 'TLASTDELTA'), ('LAWSYS', 'RECORDNO')}
+MASKED |= {('LAWSYS', 'U_ID' + table) for table in TABLES}
+TOOL = os.environ['BRENIK_TOOL']
+
+
+class Run:
+    """What became of one run of a script: steps acknowledged, identifiers given out, calls made."""
+
+    def __init__(self, folder, script, kind='end', call=0, steps=-1):
+        log = '%s.calls' % folder
+        done = subprocess.run([os.environ['BRENIK_SCRIPTED'], str(folder), script, str(steps)], timeout=60,
+                              capture_output=True, text=True, env=faulty(folder, kind, call, log))
+        lines = done.stdout.splitlines()
+        self.steps = [line.split()[1:] for line in lines if line.startswith('done')]
+        self.identifiers = [tuple(step) for step in self.steps if step]
+        self.refused = [line for line in lines if line.startswith('refused')]
+        self.calls = [int(word) for word in Path(log).read_text().split()] if os.path.exists(log) else None
+        assert done.returncode in (0, -9) and 'Sanitizer' not in done.stderr, done.stderr
+
+
+def faulty(folder, kind, call, log, armed=False):
+    environment = dict(os.environ, LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(folder),
+                       FAULTY_KIND=kind, FAULTY_CALL=str(call), FAULTY_LOG=log, BRENIK_UI='none',
+                       BRENIK_WINDIR=str(folder), ASAN_OPTIONS='verify_asan_link_order=0')
+    return dict(environment, FAULTY_ARMED='1') if armed else environment
+
+
+class Reindex(Run):
+    """`brenik reindex` of the whole practice, which has no steps to acknowledge."""
+
+    def __init__(self, folder, kind, call):
+        log = '%s.calls' % folder
+        done = tool('reindex', folder, env=faulty(folder, kind, call, log, armed=True))
+        self.steps, self.identifiers, self.refused = [], [], [done.stderr] if done.returncode else []
+        self.calls = [int(word) for word in Path(log).read_text().split()] if os.path.exists(log) else None
+        assert done.returncode in (-9, 0, 1, 3, 4) and 'Sanitizer' not in done.stderr, done.stderr
+
+
+def tables_of(folder):
+    return sorted(p.stem for p in Path(folder).iterdir() if p.suffix.lower() == '.dbf')
+
+
+VIEWS = {}
+
+
+def view_of(folder, name):
+    """Reading a table in Python is slow, and most tables are as they were in the run before."""
+    files = [judges.find(folder, name + extension) if extension == '.dbf' else
+             judges.dbfcheck.sibling_file(os.path.join(str(folder), name + extension), extension)
+             for extension in ('.dbf', '.cdx', '.fpt')]
+    digest = hashlib.sha1()
+    for file in files:
+        digest.update(Path(file).read_bytes() if file else b'none')
+        digest.update(b'/')
+    key = (name, digest.digest())
+    if key not in VIEWS:
+        VIEWS[key] = judges.TableView(folder, name)
+    return VIEWS[key]
+
+
+def rows(folder):
+    """Every record as it can be compared between runs."""
+    found = {}
+    for name in tables_of(folder):
+        view = view_of(folder, name)
+        hidden = [field.name for field in view.fields if (name.upper(), field.name) in MASKED]
+        pointers = [field.name for field in view.fields if field.type == 'M']
+        for row in view.rows:
+            values = [row.deleted] + [row[n] if n in pointers else row.raw[n] for n in view.names if n not in hidden]
+            found[name, row.number] = values
+    return found
+
+
+def is_blank(row):
+    return row[0] or all(not value.strip(b' \0F') for value in row[1:])
+
+
+def assert_old_or_new(now, old, new):
+    """`new` is the step after `old`, or None where nothing was under way."""
+    for key in old.keys() | now.keys():
+        allowed = [state[key] for state in (old, new) if state and key in state]
+        if now.get(key) in allowed:
+            continue
+        assert key not in old or (new and key not in new), '%s record %d is neither old nor new' % key
+        assert new is not None and is_blank(now[key]), '%s record %d: not asked for' % key
+
+
+def assert_unique(folder, identifiers):
+    """Each identifier that was given out is one record's, and no counter will give it out again."""
+    system, = view_of(folder, 'LAWSYS').rows
+    for table, name in TABLES.items():
+        issued = [row['U_ID'] for row in view_of(folder, name).rows if row['U_ID']]
+        assert len(set(issued)) == len(issued), name
+        assert {identifier for number, identifier in identifiers if number == table} <= set(issued), name
+        assert max(issued) <= judges.identifier(system['MYUDN'], int(system['U_ID' + table])), name
+    noted = [(row['CDB'], row['U_ID']) for row in view_of(folder, 'LawTrans').where(CCODE='A') if not row.deleted]
+    assert len(set(noted)) == len(noted)
+    assert {('%02d' % int(number), identifier) for number, identifier in identifiers} <= set(noted)
+
+
+def tool(*arguments, **options):
+    return subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True, timeout=60, **options)
+
+
+def assert_mended(folder):
+    """`check` and the outside readers agree that `repair` leaves nothing to say."""
+    views = [view_of(folder, name) for name in tables_of(folder)]
+    faults = [fault for view in views for fault in view.report.faults]
+    checked = tool('check', folder)
+    assert checked.returncode in (0, 1), checked.stderr
+    if checked.returncode or faults:
+        assert checked.returncode == 1, (faults[:3], checked.stdout)
+        before = rows(folder)
+        repaired = tool('repair', folder)
+        assert repaired.returncode in (0, 1), repaired.stderr
+        checked = tool('check', folder)
+        assert checked.returncode == 0, checked.stdout[:2000]
+        after = rows(folder)
+        assert all(after.get(key) in (row, [True] + row[1:]) for key, row in before.items() if not is_blank(row))
+    for name in tables_of(folder):
+        assert not view_of(folder, name).report.faults, (name, view_of(folder, name).report.faults[:4])
+
+
+def judge(folder, run, states):
+    """`states` are those of the practice after each step."""
+    done = len(run.steps)
+    finished = done + 1 == len(states) and not run.refused
+    assert_old_or_new(rows(folder), states[done], None if finished else states[min(done + 1, len(states) - 1)])
+    later = Run(folder, 'later')
+    assert not later.refused, later.refused
+    assert len(later.identifiers) == 4
+    assert_unique(folder, run.identifiers + later.identifiers)
+    assert_mended(folder)
+    return folder
+
+
+class Workshop:
+    """Copies of one practice, in memory where there is a place for that."""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix='brenik-faults-', dir='/dev/shm' if os.path.isdir('/dev/shm') else None)
+        self.pristine = Path(self.folder) / 'pristine'
+        tool('sample', self.pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
+        assert not Run(self.pristine, 'prepare').refused
+
+    def copy(self, name, of=None):
+        return Path(shutil.copytree(of or self.pristine, os.path.join(self.folder, name)))
+
+
+@pytest.fixture
+def workshop():
+    made = Workshop()
+    yield made
+    shutil.rmtree(made.folder)
+
+
+def after_each_step(workshop, script):
+    states, steps = [rows(workshop.pristine)], 1
+    while True:
+        folder = workshop.copy('step%d' % steps)
+        run = Run(folder, script, steps=steps)
+        assert not run.refused
+        if len(run.steps) < steps:
+            return states, run.calls
+        states.append(rows(folder))
+        steps += 1
+
+
+def faults(writing, reading, locking):
+    everything = os.environ.get('BRENIK_FAULTS') == 'all'
+    for call in range(1, writing + 1):
+        yield 'end', call
+        for kind in WRITING if everything else WRITING[call % len(WRITING)::len(WRITING)]:
+            yield kind, call
+    for kind, calls in ('read', reading), ('lock', locking):
+        for call in range(1, calls + 1, 1 if everything else 5):
+            yield kind, call
+
+
+def run_with_fault(workshop, make_run, states, kind, call):
+    folder = workshop.copy('%s%d' % (kind, call))
+    try:
+        judge(folder, make_run(folder, kind, call), states)
+    except (AssertionError, subprocess.TimeoutExpired) as error:
+        return '%s at call %d: %s' % (kind, call, str(error)[:600])
+    shutil.rmtree(folder)
+    return None
+
+
+def fail_at_every_call(workshop, make_run, states, calls):
+    jobs = list(faults(*calls))
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        outcomes = pool.map(lambda job: run_with_fault(workshop, make_run, states, *job), jobs)
+    failed = [outcome for outcome in outcomes if outcome]
+    print('%d faults' % len(jobs))
+    assert len(jobs) > 20 and not failed, '%d of %d\n%s' % (len(failed), len(jobs), '\n'.join(failed[:12]))
+
+
+@pytest.mark.parametrize('script', SCRIPTS)
+def test_every_call_fails_once(workshop, script):
+    states, calls = after_each_step(workshop, script)
+    fail_at_every_call(workshop, lambda folder, *fault: Run(folder, script, *fault), states, calls)
+
+
+def test_reindex_is_interrupted(workshop):
+    """The old indexes stay until the new ones are whole; the records are nobody's business."""
+    fail_at_every_call(workshop, Reindex, [rows(workshop.pristine)], Reindex(workshop.copy('all'), 'end', 0).calls)

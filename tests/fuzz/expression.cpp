@@ -1,0 +1,71 @@
+// Any text as an expression, evaluated on a blank record and on one that is full of nines.
+
+#include "engine/local/expression.h"
+
+#include <vector>
+
+#include "engine/local/field_codec.h"
+#include "engine/local/index_key.h"
+#include "fuzz.h"
+
+using namespace brenik;
+using namespace brenik::local;
+
+namespace {
+
+TableLayout make_layout() {
+    TableLayout layout;
+    layout.version = 0x30;
+    layout.code_page = 0x03;
+    const struct {
+        const char* name;
+        char type;
+        std::uint32_t width, decimals;
+        std::uint8_t flags;
+    } columns[] = {{"C", 'C', 12, 0, 0}, {"N", 'N', 9, 2, 0}, {"D", 'D', 8, 0, 0},
+                   {"L", 'L', 1, 0, 0},  {"I", 'I', 4, 0, 0}, {"T", 'T', 8, 0, 0},
+                   {"Y", 'Y', 8, 4, 0},  {"B", 'B', 8, 2, 0}, {"V", 'C', 5, 0, 2}};
+    for (const auto& column : columns) {
+        Field field;
+        field.name = column.name;
+        field.type = column.type;
+        field.width = column.width;
+        field.decimals = column.decimals;
+        field.flags = column.flags;
+        layout.fields.push_back(field);
+    }
+    make_header(layout);
+    return layout;
+}
+
+void evaluate(const Expression& expression, const RecordView& record) {
+    const ExpressionResult result = expression.evaluate(record);
+    if (result.type == ResultType::kCharacter) fuzz::require(result.text.size() < 1 << 20);
+    expression.is_true(record);
+    try {
+        const KeyFormat format = natural_key_format(expression, false);
+        std::vector<Byte> key(format.length);
+        build_key(expression, format, record, key);
+    } catch (const ExpressionError&) {
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    static const TableLayout layout = make_layout();
+    static const std::vector<Byte> blank = [] {
+        std::vector<Byte> record(layout.record_length);
+        make_blank_record(record, layout);
+        return record;
+    }();
+    static const std::vector<Byte> nines(layout.record_length, '9');
+    try {
+        const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+        const Expression expression = Expression::compile(text, layout);
+        evaluate(expression, {blank, 1});
+        evaluate(expression, {nines, 99999999});
+    } catch (const ExpressionError&) {
+    }
+    return 0;
+}

@@ -1,0 +1,38 @@
+// A memo file of any content and of each generation.
+
+#include "engine/local/memo_file.h"
+#include "fuzz.h"
+
+using namespace brenik;
+using namespace brenik::local;
+
+namespace {
+
+void use(const std::string& path, std::uint8_t version) {
+    const auto memos = MemoFile::open(path, version, platform::Sharing::kShared);
+    if (!memos) return;
+    for (std::uint32_t block = 0; block < 64; ++block) {
+        fuzz::allow_faults([&] { memos->read(block); });
+    }
+    fuzz::allow_faults([&] { memos->read(0xFFFFFFFF); });
+    for (std::uint32_t block = 8; block < 12; ++block) {
+        fuzz::allow_faults([&] {
+            memos->release(block);
+            const std::string text(block * 40, 'm');
+            fuzz::require(memos->read(memos->write(text, false)) == text);
+        });
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    const fuzz::Input file{bytes, size};
+    fuzz::write_file("T.FPT", file);
+    fuzz::write_file("T.DBT", file);
+    for (const int version : {0xF5, 0x83, 0x8B}) {
+        fuzz::allow_faults(
+            [&] { use((fuzz::folder() / "T.DBF").string(), static_cast<std::uint8_t>(version)); });
+    }
+    return 0;
+}

@@ -1,0 +1,101 @@
+// A whole session, with its trace, over a practice that the input has damaged.
+//
+// The input is a list of patches: which file, where (a fraction of its length), how many bytes and
+// the bytes; a patch of no bytes cuts the file off there.
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+#include "api/bridge.h"
+#include "engine/local/local_engine.h"
+#include "fuzz.h"
+#include "unit/fake_engine.h"
+
+using namespace brenik;
+
+namespace {
+
+struct PracticeFile {
+    std::string name;
+    std::vector<std::uint8_t> bytes;
+};
+
+// The sound practice, from the folder that BRENIK_FUZZ_PRACTICE names.
+std::vector<PracticeFile> read_practice() {
+    std::vector<PracticeFile> files;
+    const char* from = std::getenv("BRENIK_FUZZ_PRACTICE");
+    if (from == nullptr) return files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(from)) {
+        if (!entry.is_regular_file()) continue;
+        std::ifstream file(entry.path(), std::ios::binary);
+        files.push_back({std::filesystem::relative(entry.path(), from).string(),
+                         {std::istreambuf_iterator<char>(file), {}}});
+    }
+    std::sort(files.begin(), files.end(),
+              [](const auto& a, const auto& b) { return a.name < b.name; });
+    return files;
+}
+
+void patch(std::vector<PracticeFile>& files, fuzz::Input input) {
+    while (input.size() > 3) {
+        std::vector<std::uint8_t>& bytes = files[fuzz::take(input) % files.size()].bytes;
+        const std::size_t place = fuzz::take(input) * 256U + fuzz::take(input);
+        const std::size_t at = std::min(place, bytes.size());
+        const std::size_t count = std::min<std::size_t>(fuzz::take(input) % 32, bytes.size() - at);
+        if (count == 0) bytes.resize(at);
+        for (std::size_t i = 0; i < count; ++i) bytes[at + i] = fuzz::take(input);
+    }
+}
+
+// Locks and opens that are refused are tried for five seconds by this clock, not by ours.
+Session& session() {
+    static local::LocalEngine engine;
+    static fake::Clock clock;
+    static fake::UserInterface ui;
+    static Session made(engine, clock, ui);
+    ui.boxes.clear();
+    ui.notices.clear();
+    return made;
+}
+
+void work(const Bridge& bridge, int table) {
+    int ignored = 0;
+    char identifier[8] = "A100003";
+    bridge.add_start(table, &ignored);
+    for (const char* field : {"LAST", "MATTER", "TOPIC", "DETAIL", "NOTES", "NOTE", "BALANCE"}) {
+        bridge.set_field(table, 0, field, "12/31/99 of some text");
+    }
+    bridge.add_end(table, identifier);
+    bridge.edit_start(table, identifier, &ignored);
+    bridge.set_field(table, 0, "OPERATOR", "ABC");
+    bridge.edit_end(table, 0);
+    for (const int record : {1, 2, 5}) {
+        bridge.edit_begin(table, record, &ignored);
+        bridge.set_field(table, 0, table == 4 ? "NOTE" : "NOTES", "another text");
+        bridge.set_field(table, 0, "ENTRY", "01/02/03");
+        bridge.edit_end(table, record);
+        bridge.added_record(table, record);
+        bridge.deleted_record(table, record);
+    }
+    char found[8] = {};
+    bridge.get_u_id(table, "X", found);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    static const std::vector<PracticeFile> sound = read_practice();
+    if (sound.empty()) return 0;
+    std::vector<PracticeFile> files = sound;
+    patch(files, {bytes, size});
+    for (const PracticeFile& file : files) fuzz::write_file(file.name, file.bytes);
+    const Bridge bridge(session);
+    bridge.initialize(fuzz::folder().c_str(), 1);
+    for (const int table : {1, 2, 3, 4, 7}) work(bridge, table);
+    std::vector<char> firm(300, ' ');
+    firm.back() = '\0';
+    bridge.get_my_firm(firm.data());
+    bridge.shut_down();
+    return 0;
+}
