@@ -11,6 +11,7 @@
 #include "RSData/stamps.h"
 #include "call_arguments.h"
 #include "call_table.h"
+#include "display.h"
 #include "engine/local/local_engine.h"
 #include "platform/ui.h"
 #include "practice.h"
@@ -124,7 +125,7 @@ void call_routines(const CallRequest& request) {
     for (std::string line; std::getline(std::cin, line);) {
         if (trim_both(line).empty()) continue;
         const Json reply = answer_or_error(session, line);
-        std::cout << reply.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+        std::cout << dump(reply) << std::endl;
     }
 }
 

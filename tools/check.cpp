@@ -9,6 +9,7 @@
 #include <optional>
 #include <system_error>
 
+#include "display.h"
 #include "findings.h"
 #include "platform/file.h"
 #include "practice_check.h"
@@ -24,11 +25,10 @@ using Json = nlohmann::ordered_json;
 void print_summary(const CheckRequest& request, const FindingPrinter& printer, std::size_t tables,
                    std::uint64_t records) {
     if (request.json) {
-        std::cout << Json{{"summary", request.path},  {"tables", tables},
-                          {"records", records},       {"faults", printer.faults()},
-                          {"notes", printer.notes()}, {"unchecked", printer.unchecked()}}
-                         .dump()
-                  << "\n";
+        const Json summary{{"summary", request.path},  {"tables", tables},
+                           {"records", records},       {"faults", printer.faults()},
+                           {"notes", printer.notes()}, {"unchecked", printer.unchecked()}};
+        std::cout << dump(summary) << "\n";
         return;
     }
     std::cout << request.path << ": " << tables << (tables == 1 ? " table, " : " tables, ")

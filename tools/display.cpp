@@ -113,6 +113,10 @@ std::string without_control_characters(std::string_view text) {
 
 }  // namespace
 
+std::string dump(const Json& json, int indent) {
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
 std::string to_utf8(std::string_view bytes) {
     if (is_utf8(bytes)) return std::string(bytes);
     std::string text;

@@ -16,6 +16,9 @@ namespace brenik::tools {
 
 std::string to_utf8(std::string_view bytes);
 
+// JSON as text; bytes that are no UTF-8, as paths may have, become replacement characters.
+std::string dump(const nlohmann::ordered_json& json, int indent = -1);
+
 // Dates as YYYY-MM-DD, times as YYYY-MM-DD hh:mm:ss, numbers and logicals as such; empty dates and
 // times, numbers that are none, and NULL are null.
 nlohmann::ordered_json to_json(const local::Field& field, const Value& value);

@@ -119,7 +119,7 @@ void FindingPrinter::count(const Finding& finding) {
 void FindingPrinter::print(const Finding& finding) {
     count(finding);
     if (json_) {
-        std::cout << json_line(finding).dump() << "\n";
+        std::cout << dump(json_line(finding)) << "\n";
     } else if (++shown_[{finding.file, finding.kind}] <= kMostOfAKind) {
         std::cout << text_line(finding) << "\n";
     }

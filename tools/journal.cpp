@@ -148,7 +148,7 @@ void print_journal(const JournalRequest& request) {
         if (journal.deleted(record)) continue;
         const Json entry = journal.entry(record);
         if (request.json) {
-            std::cout << entry.dump() << "\n";
+            std::cout << dump(entry) << "\n";
         } else {
             print_entry(entry);
         }

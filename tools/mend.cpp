@@ -115,8 +115,8 @@ class Mender {
 
     ExitCode finish() const {
         if (request_.json) {
-            std::cout << Json{{"summary", request_.path}, {"done", done_}, {"left", left_}}.dump()
-                      << "\n";
+            const Json summary{{"summary", request_.path}, {"done", done_}, {"left", left_}};
+            std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {
             std::cout << request_.path << ": nothing to mend\n";
         }
@@ -134,7 +134,7 @@ class Mender {
                          {"record", nullptr},
                          {"what", to_utf8(deed.what)}};
             if (deed.record) line["record"] = *deed.record;
-            std::cout << line.dump() << "\n";
+            std::cout << dump(line) << "\n";
             return;
         }
         std::cout << (!deed.done         ? "not mended: "

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "display.h"
 #include "engine/local/create.h"
 #include "engine/local/table_writer.h"
 #include "practice.h"
@@ -434,7 +435,7 @@ void print_summary(const SampleRequest& request, const std::vector<WrittenTable>
     if (request.json) {
         nlohmann::ordered_json summary = {{"folder", request.folder}};
         for (const WrittenTable& table : tables) summary["tables"][table.file] = table.records;
-        std::cout << summary.dump(2) << "\n";
+        std::cout << dump(summary, 2) << "\n";
         return;
     }
     std::cout << "sample practice in " << request.folder << "\n";

@@ -115,7 +115,7 @@ void print_record(OpenedTable& opened, bool json) {
     const Json record = {{"record", table.record_number()},
                          {"deleted", table.deleted()},
                          {"fields", std::move(fields)}};
-    std::cout << record.dump() << "\n";
+    std::cout << dump(record) << "\n";
 }
 
 void select_order(OpenedTable& opened, const std::string& order) {
@@ -180,7 +180,7 @@ void show(const ShowRequest& request) {
     if (request.all) return show_all(opened, request);
     const Json description = describe(opened);
     if (request.json) {
-        std::cout << description.dump(2) << "\n";
+        std::cout << dump(description, 2) << "\n";
     } else {
         print_description(description);
     }

@@ -9,7 +9,7 @@ import time
 from pathlib import Path
 
 import pytest
-from conftest import HeldBytes, tool_command
+from conftest import OURS, HeldBytes, path_form, tool_command
 from judges import TableView, assert_sound, identifier
 from test_damage import cut, header, last_tag, put, record_length, within
 from test_tool import brenik
@@ -148,7 +148,7 @@ def test_planted(large_practice, name):
     assert_sound(large_practice.folder)
     copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in large_practice.folder.glob('*.bak-*')}
     assert copies and all(damaged[copied] == content for copied, content in copies.items())
-    assert brenik('repair', large_practice) == (0, '%s: nothing to mend\n' % large_practice, '')
+    assert brenik('repair', large_practice) == (0, '%s: nothing to mend\n' % path_form(OURS)(large_practice), '')
 
 
 def test_sound_files_are_left_alone(new_practice, tmp_path):

@@ -185,7 +185,7 @@ TEST_F(Maintenance, TracesTheCallersOnlyWhenAsked) {
     TRACELOG(mine_.session, "Net_Use", {"x", Value()}, here, &start);
     TRACELOG(mine_.session, "Net_Use", {Value()}, here, &start);
     std::ostringstream log;
-    log << std::ifstream(path).rdbuf();
+    log << std::ifstream(path, std::ios::binary).rdbuf();
     const std::string heading = "[NET_USE] (" +
                                 std::string(5 - std::to_string(here.line()).size(), ' ') +
                                 std::to_string(here.line()) + ") Called from: \r\n";

@@ -1,113 +1,14 @@
-// A line reader and a matcher over it, for files that nobody promises to be sane.
-//
-// Only the first section of a name is searched. The file is read in chunks and no further than its
-// first 64 MB, so that a mistaken path to something huge costs neither memory nor patience.
+// There is no reader of profiles but our own.
 
 #include "platform/profile.h"
 
-#include <algorithm>
-#include <optional>
-#include <string_view>
-#include <utility>
-#include <vector>
-
-#include "platform/file.h"
-#include "util/runtime.h"
+#include "platform/profile_reader.h"
 
 namespace brenik::platform {
 
-namespace {
-
-constexpr std::size_t kChunkSize = 64 * 1024;
-constexpr std::uint64_t kMostBytesRead = 64ull * 1024 * 1024;
-
-class LineReader {
-  public:
-    explicit LineReader(File file) : file_(std::move(file)), chunk_(kChunkSize) {}
-
-    // The next line, without its LF; a CR before that is left on, as one more blank.
-    bool next(std::string& line) {
-        line.clear();
-        while (!rest_.empty() || fill()) {
-            const std::size_t length = std::min(rest_.find('\n'), rest_.size());
-            line.append(rest_.substr(0, length));
-            const bool ended = length < rest_.size();
-            rest_.remove_prefix(ended ? length + 1 : length);
-            if (ended) return true;
-        }
-        return !line.empty();
-    }
-
-  private:
-    bool fill() {
-        if (offset_ >= kMostBytesRead) return false;
-        const std::size_t count = file_.read_at(offset_, chunk_);
-        offset_ += count;
-        rest_ = {reinterpret_cast<const char*>(chunk_.data()), count};
-        return count > 0;
-    }
-
-    File file_;
-    std::vector<std::uint8_t> chunk_;
-    std::string_view rest_;
-    std::uint64_t offset_ = 0;
-};
-
-// Old editors close a text with the byte 0x1A, which counts as a blank.
-std::string_view without_blanks(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r\v\f\x1A";
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-std::string_view without_quotes(std::string_view value) {
-    const bool quoted = value.size() >= 2 && value.front() == value.back() &&
-                        (value.front() == '"' || value.front() == '\'');
-    return quoted ? value.substr(1, value.size() - 2) : value;
-}
-
-// The name in a line of the form "[name]"; the line has no blanks around it.
-std::optional<std::string_view> section_name(std::string_view line) {
-    if (line.empty() || line.front() != '[') return std::nullopt;
-    const std::size_t end = line.find(']');
-    if (end == line.npos) return std::nullopt;
-    return without_blanks(line.substr(1, end - 1));
-}
-
-std::optional<std::string> find_value(LineReader& lines, std::string_view section,
-                                      std::string_view key) {
-    bool inside = false;
-    std::string raw;
-    while (lines.next(raw)) {
-        const std::string_view line = without_blanks(raw);
-        if (line.empty() || line.front() == ';') continue;
-        if (const auto name = section_name(line)) {
-            if (inside) return std::nullopt;
-            inside = equal_ignoring_case(*name, section);
-            continue;
-        }
-        const std::size_t equals = line.find('=');
-        if (!inside || equals == line.npos) continue;
-        if (equal_ignoring_case(without_blanks(line.substr(0, equals)), key)) {
-            return std::string(without_quotes(without_blanks(line.substr(equals + 1))));
-        }
-    }
-    return std::nullopt;
-}
-
-}  // namespace
-
 std::string profile_string(const std::string& section, const std::string& key,
                            const std::string& fallback, const std::string& path) {
-    File file = File::open(path, OpenMode::kReadOnly);
-    if (!file.is_open()) return fallback;
-    try {
-        LineReader lines(std::move(file));
-        return find_value(lines, without_blanks(section), without_blanks(key)).value_or(fallback);
-    } catch (const FileError&) {
-        return fallback;  // an unreadable profile counts as a missing one
-    }
+    return read_profile(section, key, fallback, path);
 }
 
 }  // namespace brenik::platform

@@ -1,11 +1,13 @@
 // Windows' own reader of private profiles.
 //
-// It is given a full path always: a bare name would be looked for in the Windows folder.
+// It is given a full path always: a bare name would be looked for in the Windows folder. Paths
+// longer than it can take are left to our own reader.
 
 #include "platform/profile.h"
 
 #include <windows.h>
 
+#include "platform/profile_reader.h"
 #include "platform/windows/system_text.h"
 
 namespace brenik::platform {
@@ -26,6 +28,7 @@ std::string profile_string(const std::string& section, const std::string& key,
     const auto wide_section = wide_text(section);
     const auto wide_key = wide_text(key);
     if (!file || !wide_section || !wide_key) return fallback;
+    if (file->size() >= MAX_PATH) return read_profile(section, key, fallback, path);
 
     std::wstring value(kFirstRoom, L'\0');
     DWORD length = 0;
