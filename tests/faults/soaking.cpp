@@ -203,8 +203,8 @@ void Soak::remove() {
     notes.go_to(record);
     if (notes.deleted() || text(kNotes, "U_ID").empty() || !notes.lock_record(record)) return;
     notes.mark_deleted();
+    at_.report_deleted(kNotes, record);  // under the lock, or somebody else recycles it before
     notes.unlock_all();
-    at_.report_deleted(kNotes, record);
 }
 
 // The first deleted note that nobody else is at becomes another one; its identifier stays.
