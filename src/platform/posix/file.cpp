@@ -199,20 +199,6 @@ FileError::FileError(const std::string& operation, const std::string& path, std:
       offset_(offset),
       system_code_(system_code) {}
 
-File::File(File&& other) noexcept
-    : handle_(std::exchange(other.handle_, kNoHandle)),
-      failure_(other.failure_),
-      path_(std::move(other.path_)) {}
-
-File& File::operator=(File&& other) noexcept {
-    if (this == &other) return *this;
-    close();
-    handle_ = std::exchange(other.handle_, kNoHandle);
-    failure_ = other.failure_;
-    path_ = std::move(other.path_);
-    return *this;
-}
-
 File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     File file;
     file.path_ = system_path(path);

@@ -13,6 +13,8 @@
 #include <ctime>
 #include <string_view>
 
+#include "platform/notice_text.h"
+
 namespace brenik::platform {
 
 namespace {
@@ -22,19 +24,6 @@ void wait_ms(int duration_ms) {
     std::timespec rest = {duration_ms / 1000, duration_ms % 1000 * 1'000'000L};
     while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
     }
-}
-
-// One line for each line of the text; anything that could steer a terminal becomes a dot.
-std::string readable(const std::string& text, const std::string& title) {
-    std::string lines = (title.empty() ? std::string("Error") : title) + ": ";
-    for (const char c : text) {
-        if (c == '\r') continue;
-        const auto code = static_cast<unsigned char>(c);
-        const bool shown = c == '\n' || c == '\t' || (code >= 0x20 && code != 0x7F);
-        lines += shown ? c : '.';
-    }
-    lines.resize(lines.find_last_not_of("\n ") + 1);
-    return lines + "\n";
 }
 
 class SilentInterface : public UserInterface {

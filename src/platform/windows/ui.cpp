@@ -13,6 +13,7 @@
 #include <cwchar>
 #include <vector>
 
+#include "platform/notice_text.h"
 #include "platform/windows/system_text.h"
 
 namespace brenik::platform {
@@ -52,19 +53,6 @@ class SilentInterface : public UserInterface {
     void beep() override {}
     void set_cursor(Cursor) override {}
 };
-
-// One line for each line of the text; anything that could steer a console becomes a dot.
-std::string readable(const std::string& text, const std::string& title) {
-    std::string lines = (title.empty() ? std::string("Error") : title) + ": ";
-    for (const char c : text) {
-        if (c == '\r') continue;
-        const auto code = static_cast<unsigned char>(c);
-        const bool shown = c == '\n' || c == '\t' || (code >= 0x20 && code != 0x7F);
-        lines += shown ? c : '.';
-    }
-    lines.resize(lines.find_last_not_of("\n ") + 1);
-    return lines + "\n";
-}
 
 // Written by the system and not by the C library: what its handle stands for is the host's, and
 // windowed hosts have none.
