@@ -9,6 +9,7 @@ paths of the tests on drive Z; tests that want a host of either system ask for N
 """
 
 import concurrent.futures
+import contextlib
 import fcntl
 import json
 import os
@@ -49,9 +50,10 @@ def path_form(workstation):
     return windows_form if workstation.library.endswith('.dll') else str
 
 
-def new_wine_profile(folder, registry=''):
-    """A Wine server of its own, with its own registry beside the same drives, for programs that are given the
-    folder as BRENIK_WINE_PROFILE."""
+@contextlib.contextmanager
+def new_wine_profile(folder, registry='', **environment):
+    """An environment in which programs have a Wine server of their own, with its own registry beside the same
+    drives."""
     profile = Path(os.environ['BRENIK_WINE_PROFILE'])
     folder.mkdir()
     for name in '.update-timestamp', 'system.reg', 'userdef.reg', 'user.reg':
@@ -60,7 +62,9 @@ def new_wine_profile(folder, registry=''):
         (folder / name).symlink_to(profile / name)
     with (folder / 'user.reg').open('a') as file:
         file.write(registry)
-    return str(folder)
+    environment = dict(os.environ, **environment, BRENIK_WINE_PROFILE=str(folder))
+    yield environment
+    subprocess.run([shlex.split(TOOL)[0], '--stop'], env=environment)
 
 
 def tool_command(*arguments):

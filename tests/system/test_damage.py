@@ -5,6 +5,7 @@ call, or work around it; the host must live, other tables and the records far fr
 stay as they were, and afterwards the same host must work on a sound practice.
 """
 
+import contextlib
 import os
 import subprocess
 from pathlib import Path
@@ -228,15 +229,18 @@ def small_disk(tmp_path, monkeypatch):
     a Wine server sees what was mounted when it began."""
     folder = tmp_path / 'disk'
     folder.mkdir()
+    profiles = contextlib.ExitStack()
 
     def mount(options):
         done = subprocess.run(['mount', '-t', 'tmpfs', '-o', options, 'tmpfs', str(folder)], capture_output=True)
         if done.returncode:
             pytest.skip('mounting needs root')
         if 'BRENIK_WINE_PROFILE' in os.environ:
-            monkeypatch.setenv('BRENIK_WINE_PROFILE', new_wine_profile(tmp_path / 'profile'))
+            environment = profiles.enter_context(new_wine_profile(tmp_path / 'profile'))
+            monkeypatch.setenv('BRENIK_WINE_PROFILE', environment['BRENIK_WINE_PROFILE'])
         return folder
-    yield mount
+    with profiles:
+        yield mount
     subprocess.run(['umount', '-l', str(folder)], capture_output=True)
 
 

@@ -25,18 +25,18 @@ VIRTUAL_DESKTOP = '''
 def display(tmp_path_factory):
     """Runs the window host on a screen of its own. Wine shows windows only where its server began with a
     screen, so the server is another one too, with a registry of its own beside the same drives."""
-    profile = new_wine_profile(tmp_path_factory.mktemp('display') / 'profile', VIRTUAL_DESKTOP)
     server = subprocess.Popen(['Xvfb', '-displayfd', '1', '-screen', '0', SCREEN + 'x24'], stdout=subprocess.PIPE,
                               stderr=subprocess.DEVNULL, text=True)
-    environment = dict(os.environ, DISPLAY=':' + server.stdout.readline().strip(), BRENIK_WINE_PROFILE=profile)
-    environment.pop('BRENIK_UI', None)
+    screen = ':' + server.stdout.readline().strip()
+    folder = tmp_path_factory.mktemp('display') / 'profile'
+    with new_wine_profile(folder, VIRTUAL_DESKTOP, DISPLAY=screen) as environment:
+        environment.pop('BRENIK_UI', None)
 
-    def run(*arguments):
-        return subprocess.Popen([*WINDOW_HOST, *arguments], env=environment, text=True, stdin=subprocess.PIPE,
-                                stdout=subprocess.PIPE)
-    run.environment = environment
-    yield run
-    subprocess.run([WINDOW_HOST[0], '--stop'], env=environment)
+        def run(*arguments):
+            return subprocess.Popen([*WINDOW_HOST, *arguments], env=environment, text=True, stdin=subprocess.PIPE,
+                                    stdout=subprocess.PIPE)
+        run.environment = environment
+        yield run
     server.terminate()
     server.wait()
 
