@@ -229,6 +229,7 @@ bool LocalTable::append_blank(bool release_other_locks) {
     require_open("append");
     flush();
     orders_->require_room();
+    if (memo_) memo_->require_room_for_record();
     if (release_other_locks) file_->unlock_all();
     std::vector<Byte> blank(layout().record_length);
     make_blank_record(blank, layout());

@@ -22,7 +22,10 @@ constexpr std::uint32_t kBinaryBlock = 0;
 constexpr Byte kTextEnd = 0x1A;
 // How far from the end the remembered size is good enough.
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
+// What a new record must find free: its memos come later, and are then refused no more.
+constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
 constexpr std::size_t kMostReleased = 4096;
+constexpr std::size_t kMostRemembered = 4096;
 
 }  // namespace
 
@@ -131,11 +134,15 @@ std::uint32_t MemoFile::write(std::string_view text, bool binary) {
     store_be32(bytes.data() + 4, static_cast<std::uint32_t>(text.size()));
     std::copy(text.begin(), text.end(), bytes.begin() + kBlockHeaderSize);
     file_.write_at(std::uint64_t{block} * block_size_, bytes);
+    ours_.push_back(block);
+    if (ours_.size() > kMostRemembered) ours_.pop_front();
     return block;
 }
 
 void MemoFile::release(std::uint32_t block) {
-    if (block == 0) return;
+    const auto own = std::find(ours_.begin(), ours_.end(), block);
+    if (own == ours_.end()) return;
+    ours_.erase(own);
     try {
         const std::uint64_t blocks = blocks_for(data_length(std::uint64_t{block} * block_size_));
         released_.push_back({block, blocks, Clock::now() + kTextStays});
@@ -194,13 +201,17 @@ void MemoFile::check_room(std::uint64_t next_free, std::uint64_t blocks) const {
         path() + ": the memo file cannot grow past " + std::to_string(lock_.offset) + " bytes");
 }
 
-void MemoFile::require_room(std::uint64_t memos, std::uint64_t bytes) const {
+void MemoFile::require_room(std::uint64_t memos, std::uint64_t bytes) {
     if (kind_ != Kind::kFpt) return;
     const std::uint64_t blocks = bytes / block_size_ + memos * blocks_for(0) + memos;
     const bool far_from_full =
         known_blocks_ != 0 && (known_blocks_ + blocks) * block_size_ + kFarFromFull < lock_.offset;
-    if (!far_from_full) check_room(next_free_block(), blocks);
+    if (far_from_full) return;
+    known_blocks_ = next_free_block();
+    check_room(known_blocks_, blocks);
 }
+
+void MemoFile::require_room_for_record() { require_room(0, kReserve); }
 
 void MemoFile::damaged(std::uint64_t offset, const std::string& what) const {
     throw EngineFault(FaultCode::kDamagedFile, "memo",

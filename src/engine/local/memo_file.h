@@ -10,8 +10,10 @@
 //
 // A text is never written over the one that it replaces: it goes into other blocks, then the record
 // names those, and a process that ends in between has changed nothing. The format has no list of
-// free blocks, but whoever has replaced a text knows that its blocks are free, and uses them again,
-// once those who still hold the record as it was have had the time to read them.
+// free blocks, but whoever replaces a text that he wrote himself knows that its blocks are free,
+// and uses them again, once those who still hold the record as it was have had the time to read
+// them. Older texts stay where they are: other programs leave deleted records behind that name the
+// text of a live one.
 
 #pragma once
 
@@ -47,10 +49,12 @@ class MemoFile {
     // Stores a memo in blocks that nothing names and answers the first; 0 for empty text.
     // EngineFault kUnsupported for .DBT files.
     std::uint32_t write(std::string_view text, bool binary);
-    // No record names this memo any more; 0 is none.
+    // The record that named this memo does so no more; 0 is none.
     void release(std::uint32_t block);
     // EngineFault kLimit when there is no room at the end for memos of that many bytes in all.
-    void require_room(std::uint64_t memos, std::uint64_t bytes) const;
+    void require_room(std::uint64_t memos, std::uint64_t bytes);
+    // The same for the memos that a new record may come to have.
+    void require_room_for_record();
     void sync() { file_.sync(); }
     const std::string& path() const { return file_.path(); }
 
@@ -81,7 +85,8 @@ class MemoFile {
         std::uint64_t blocks;
         Clock::time_point free_from;
     };
-    std::deque<Released> released_;  // the longest free first
+    std::deque<Released> released_;   // the longest free first
+    std::deque<std::uint32_t> ours_;  // memos written here, the oldest first
 };
 
 }  // namespace brenik::local
