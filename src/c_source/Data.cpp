@@ -21,10 +21,10 @@ void show_retry_notice(Session& session, const std::string& text, const std::str
 template <class Attempt>
 bool lock_with_retries(Session& session, double seconds, Attempt attempt, const std::string& notice,
                        const std::string& title) {
-    if (attempt()) return true;
+    if (attempt(LockTry::kAtOnce)) return true;
     const bool for_ever = seconds == 0;
     while (for_ever || seconds > 0) {
-        if (attempt()) return true;
+        if (attempt(LockTry::kInTurn)) return true;
         show_retry_notice(session, notice, title);
         seconds -= kRetryStepSeconds;
     }
@@ -66,14 +66,15 @@ bool REC_LOCK(Session& session, double seconds) {
                                std::to_string(record) +
                                ") is locked by another user or program. Retrying...";
     return lock_with_retries(
-        session, seconds, [&] { return table.lock_record(record); }, notice, "Record Locking");
+        session, seconds, [&](LockTry attempt) { return table.lock_record(record, attempt); },
+        notice, "Record Locking");
 }
 
 bool FIL_LOCK(Session& session, double seconds) {
     Table& table = session.areas.table("FIL_LOCK");
     return lock_with_retries(
-        session, seconds, [&] { return table.lock_table(); }, locked_by_another(session.areas),
-        "File Locking");
+        session, seconds, [&](LockTry attempt) { return table.lock_table(attempt); },
+        locked_by_another(session.areas), "File Locking");
 }
 
 void REC_UNLOCK(Session& session) {

@@ -31,6 +31,10 @@ enum class ScopeEnd { kTop, kBottom };
 // Which keys of an order are counted: all of them, or those that navigation comes across (inside
 // the order's scopes, let through by the filter, and not deleted while deleted records are hidden).
 enum class KeySet { kWhole, kVisible };
+// A try at once never waits. One in turn, for callers that have been refused, waits some
+// milliseconds behind those who came before: long enough for their quick changes and never for a
+// person. An engine that knows no turns takes both alike.
+enum class LockTry { kAtOnce, kInTurn };
 // How much of a filter an engine answers from indexes instead of reading records.
 enum class FilterOptimisation { kNone, kPartial, kFull };
 
@@ -103,10 +107,10 @@ class Table {
     virtual bool shared() const = 0;
     virtual void set_shared(bool shared) = 0;
 
-    // -- Locks. They answer within milliseconds: long enough for a quick change by another session,
-    // never for a person. Unlocking first writes out a changed record.
-    [[nodiscard]] virtual bool lock_record(RecordNumber record) = 0;
-    [[nodiscard]] virtual bool lock_table() = 0;
+    // -- Locks. Unlocking first writes out a changed record.
+    [[nodiscard]] virtual bool lock_record(RecordNumber record,
+                                           LockTry attempt = LockTry::kAtOnce) = 0;
+    [[nodiscard]] virtual bool lock_table(LockTry attempt = LockTry::kAtOnce) = 0;
     virtual void unlock_record(RecordNumber record) = 0;
     virtual void unlock_all() = 0;
     // True when this session may write the record: by its lock, the table's, or exclusive use.

@@ -85,8 +85,8 @@ class Table : public brenik::Table {
     Value evaluate(const std::string&) override { return {}; }
     bool shared() const override { return true; }
     void set_shared(bool) override {}
-    bool lock_record(RecordNumber) override { return script_.locked = !refuse(); }
-    bool lock_table() override { return script_.locked = !refuse(); }
+    bool lock_record(RecordNumber, LockTry) override { return script_.locked = !refuse(); }
+    bool lock_table(LockTry) override { return script_.locked = !refuse(); }
     void unlock_record(RecordNumber) override { script_.locked = false; }
     void unlock_all() override { script_.locked = false; }
     bool owns(RecordNumber) const override { return script_.locked; }

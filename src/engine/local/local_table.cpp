@@ -282,20 +282,20 @@ void LocalTable::commit() {
 
 // ------------------------------------------------------------------------------------- locks
 
-bool LocalTable::lock_record(RecordNumber record) {
+bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
     require_open("lock record");
     if (!file_->holds(record)) return false;  // the byte of a record to come is the append's
     const bool owned = file_->owns(record);
-    if (!file_->lock(record)) return false;
+    if (!file_->lock(record, attempt)) return false;
     // What was read before the lock may be another session's past.
     if (!owned && record == record_) refresh_record();
     return true;
 }
 
-bool LocalTable::lock_table() {
+bool LocalTable::lock_table(LockTry attempt) {
     require_open("lock file");
     flush();
-    const bool locked = file_->lock_all();
+    const bool locked = file_->lock_all(attempt);
     forget_record();  // locked or not: a refused try has let go of the record for a moment
     return locked;
 }

@@ -51,8 +51,8 @@ class LocalTable : public Table {
     bool shared() const override { return shared_; }
     void set_shared(bool shared) override { shared_ = shared; }
 
-    [[nodiscard]] bool lock_record(RecordNumber record) override;
-    [[nodiscard]] bool lock_table() override;
+    [[nodiscard]] bool lock_record(RecordNumber record, LockTry attempt) override;
+    [[nodiscard]] bool lock_table(LockTry attempt) override;
     void unlock_record(RecordNumber record) override;
     void unlock_all() override;
     bool owns(RecordNumber record) const override { return file_ && file_->owns(record); }

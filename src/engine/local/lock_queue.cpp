@@ -33,11 +33,12 @@ class Deadline {
 }  // namespace
 
 bool LockQueue::lock(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
-    const bool locked =
-        left_ > 0 ? lock_out_of_turn(range, kind) : lock_unless_somebody_waits(range, queue, kind);
-    if (locked) return true;
-    earned_ = left_ = kFewWithoutLook;
-    return lock_in_turn(range, queue, kind, timeout_ms);
+    return try_lock(range, queue, kind) || lock_in_turn(range, queue, kind, timeout_ms);
+}
+
+bool LockQueue::try_lock(LockRange range, LockRange queue, LockKind kind) {
+    return left_ > 0 ? lock_out_of_turn(range, kind)
+                     : lock_unless_somebody_waits(range, queue, kind);
 }
 
 bool LockQueue::lock_out_of_turn(LockRange range, LockKind kind) {
@@ -56,6 +57,7 @@ bool LockQueue::lock_unless_somebody_waits(LockRange range, LockRange queue, Loc
 
 // From the last place to the first; the place behind is let go only when the one ahead is had.
 bool LockQueue::lock_in_turn(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
+    earned_ = left_ = kFewWithoutLook;
     const Deadline end(timeout_ms), end_of_patience(timeout_ms / 2);
     std::uint64_t place = queue.length;
     const auto leave = [&] {

@@ -41,11 +41,15 @@ class LockQueue {
     // False when the lock was not to be had in time. `queue` is where others wait for `range`.
     [[nodiscard]] bool lock(LockRange range, LockRange queue, platform::LockKind kind,
                             int timeout_ms);
+    // Without waiting; whoever stands in line counts as having the lock when the line is looked at.
+    [[nodiscard]] bool try_lock(LockRange range, LockRange queue, platform::LockKind kind);
+    // For those who have tried in vain.
+    [[nodiscard]] bool lock_in_turn(LockRange range, LockRange queue, platform::LockKind kind,
+                                    int timeout_ms);
 
   private:
     bool lock_out_of_turn(LockRange range, platform::LockKind kind);
     bool lock_unless_somebody_waits(LockRange range, LockRange queue, platform::LockKind kind);
-    bool lock_in_turn(LockRange range, LockRange queue, platform::LockKind kind, int timeout_ms);
 
     platform::File& file_;
     int earned_ = 0;  // tries without a look at the line, after the last look

@@ -24,7 +24,7 @@ constexpr Byte kEndOfFile = 0x1A;
 constexpr int kAppendLockTimeout_ms = 200;
 // Workstations that write the same record one after the other hold it for less than a millisecond
 // each; with eight of them the last in line waits less than this.
-constexpr int kRecordLockTimeout_ms = 40;
+constexpr int kTurn_ms = 40;
 // Others hold the bytes that tell the modes apart only while they open the table themselves.
 constexpr int kModeTimeout_ms = 50;
 
@@ -186,14 +186,16 @@ void TableFile::assign_autoincrement(MutableBytes bytes) {
     }
 }
 
-bool TableFile::lock(RecordNumber record) {
+bool TableFile::lock(RecordNumber record, LockTry attempt) {
     if (owns(record)) return true;
-    if (!record_queue_.lock(locks_.record(record), LockScheme::queue(record),
-                            platform::LockKind::kExclusive, kRecordLockTimeout_ms)) {
-        return false;
-    }
-    locked_records_.insert(record);
-    return true;
+    const LockRange range = locks_.record(record);
+    const LockRange queue = LockScheme::queue(record);
+    constexpr auto kKind = platform::LockKind::kExclusive;
+    const bool locked = attempt == LockTry::kInTurn
+                            ? record_queue_.lock_in_turn(range, queue, kKind, kTurn_ms)
+                            : record_queue_.try_lock(range, queue, kKind);
+    if (locked) locked_records_.insert(record);
+    return locked;
 }
 
 // Nobody waits for a record that is not there yet.
@@ -207,14 +209,14 @@ bool TableFile::lock_new(RecordNumber record) {
 
 // Own record locks lie inside the table's range and would stand in its way, so they are given up
 // first; should the table be refused, those that can be had again are taken again.
-bool TableFile::lock_all() {
+bool TableFile::lock_all(LockTry attempt) {
     if (exclusive_ || table_locked_) return true;
     const std::set<RecordNumber> held = locked_records_;
     unlock_all();
     table_locked_ = lock_within(file_, LockScheme::table(mode_), platform::LockKind::kExclusive,
-                                kRecordLockTimeout_ms);
+                                attempt == LockTry::kInTurn ? kTurn_ms : 0);
     if (!table_locked_) {
-        for (const RecordNumber record : held) lock(record);
+        for (const RecordNumber record : held) lock(record, LockTry::kInTurn);
     }
     return table_locked_;
 }

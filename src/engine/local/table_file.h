@@ -46,10 +46,8 @@ class TableFile {
     // Sets the header's mark of a table that is opened with its index.
     void mark_as_indexed();
 
-    // Both wait some milliseconds, long enough for other programs' quick changes and far too short
-    // for anybody to notice.
-    bool lock(RecordNumber record);
-    bool lock_all();
+    bool lock(RecordNumber record, LockTry attempt);
+    bool lock_all(LockTry attempt);
     void unlock(RecordNumber record);
     void unlock_all();
     // True when this session may write the record.
