@@ -23,6 +23,27 @@ void limit_to(Table& target, const Value& value) {
     target.set_scope(ScopeEnd::kBottom, value);
 }
 
+// The order that was limited need not be the controlling one any more.
+void end_limit(Table& target, const Relation& relation) {
+    const std::size_t controlling = target.order_number();
+    if (relation.limited_order.empty() || !target.set_order(relation.limited_order)) return;
+    limit_to(target, {});
+    target.set_order(controlling);
+}
+
+// No record equals NULL: the limit is then the blank key, as at the parent's end.
+void limit(Table& target, Relation& relation, Value value) {
+    const std::size_t controlling = target.order_number();
+    const std::string order = target.order_name(controlling);
+    if (order != relation.limited_order) end_limit(target, relation);
+    relation.limited_order = order;
+    if (value.is_nil()) {
+        target.go_to(0);
+        value = target.evaluate(target.order_description(controlling).key);
+    }
+    limit_to(target, value);
+}
+
 }  // namespace
 
 std::vector<Relation> WorkAreas::relations(int area) const {
@@ -47,7 +68,9 @@ void WorkAreas::add_relation(int area, Relation relation) {
     if (old == kept.end()) {
         kept.push_back(std::move(relation));
     } else {
-        *old = std::move(relation);
+        std::swap(*old, relation);
+        release_target(relation);
+        follow(parent, *old);
     }
     parent.set_follower([this, area] { follow(area); });
 }
@@ -69,16 +92,16 @@ bool WorkAreas::leads_to(int from, int area) const {
 }
 
 void WorkAreas::follow(int area) {
-    const Slot& slot = slots_.at(area);
-    for (const Relation& relation : slot.relations) follow(*slot.table, relation);
+    Slot& slot = slots_.at(area);
+    for (Relation& relation : slot.relations) follow(*slot.table, relation);
 }
 
 // Past the parent's end there is no value to look for: the target goes to its end too.
-void WorkAreas::follow(Table& parent, const Relation& relation) {
+void WorkAreas::follow(Table& parent, Relation& relation) {
     Table& target = table(relation.target, "SETRELATION");
     const Value value = parent.evaluate(relation.expression);
     const bool ordered = target.order_number() != 0;
-    if (ordered && relation.scoped) limit_to(target, value);
+    if (ordered && relation.scoped) limit(target, relation, value);
     if (parent.end_of_file() || value.is_nil()) {
         target.go_to(0);
     } else if (ordered) {
@@ -88,9 +111,16 @@ void WorkAreas::follow(Table& parent, const Relation& relation) {
     }
 }
 
+// What other parents limit the target to holds again.
 void WorkAreas::release_target(const Relation& relation) {
     const auto found = slots_.find(relation.target);
-    if (relation.scoped && found != slots_.end()) limit_to(*found->second.table, {});
+    if (!relation.scoped || found == slots_.end()) return;
+    end_limit(*found->second.table, relation);
+    for (auto& [number, slot] : slots_) {
+        for (Relation& other : slot.relations) {
+            if (other.target == relation.target && other.scoped) follow(*slot.table, other);
+        }
+    }
 }
 
 void WorkAreas::end_relations_to(int area) {

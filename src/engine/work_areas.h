@@ -31,6 +31,7 @@ struct Relation {
     int target = 0;  // work area
     std::string expression;
     bool scoped = false;
+    std::string limited_order = {};  // the one that it limits, named by WorkAreas
 };
 
 class WorkAreas {
@@ -107,7 +108,7 @@ class WorkAreas {
 
     bool leads_to(int from, int area) const;
     void follow(int area);
-    void follow(Table& parent, const Relation& relation);
+    void follow(Table& parent, Relation& relation);
     void release_target(const Relation& relation);
     void end_relations_to(int area);
 
