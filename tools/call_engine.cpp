@@ -201,7 +201,9 @@ constexpr std::array kOperations{
             [](Session& s, Arguments& a) { return count(s.areas.field_position(a.text(0))); }},
     Routine{"field put", "position, value", field_put},
     Routine{"file exists", "path",
-            [](Session&, Arguments& a) -> Value { return platform::file_exists(a.text(0)); }},
+            [](Session& s, Arguments& a) -> Value {
+                return platform::file_exists(s.path_of(a.text(0)));
+            }},
     Routine{"filter", "",
             [](Session& s, Arguments&) -> Value { return table(s, "filter").filter(); }},
     Routine{

@@ -48,7 +48,7 @@ void make_variables(Session& session, bool trace_wanted) {
     session.link_type.clear();
 }
 
-// Bare file names are looked for in this folder by NET_USE; the host's current folder stays as it
+// The default folder of the session's relative file names; the host's current folder stays as it
 // is.
 void set_data_path(Session& session, const std::string& data_path) {
     if (Value(data_path).empty()) return;

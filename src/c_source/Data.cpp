@@ -47,14 +47,15 @@ bool attach(Session& session, const std::string& orders) {
 
 bool open_once(Session& session, const NetUse& options, const Opening& opening, bool repeated) {
     WorkAreas& areas = session.areas;
-    areas.open(opening.path, options.alias,
+    const std::string path = session.path_of(opening.path);
+    areas.open(path, options.alias,
                options.exclusive ? TableSharing::kExclusive : TableSharing::kShared, options.where);
     if (areas.network_error()) return false;
     if (repeated) opening.show_cursor(platform::Cursor::kArrow);
-    const std::string index = index_name(opening.path);
+    const std::string index = index_name(path);
     const bool attaches = options.attach_index && platform::file_exists(index) &&
                           opening.lacks_index(areas.table("NET_USE"), repeated);
-    return !attaches || attach(session, repeated ? opening.path : index);
+    return !attaches || attach(session, repeated ? path : index);
 }
 
 }  // namespace

@@ -62,6 +62,13 @@ struct Session {
     }
     // The data folder, always ending in a backslash; empty before the first StartUp.
     std::string data_path() const { return setting(Setting::DataPath).text(); }
+    // Relative file names lie in the data folder. It may itself be a relative one, so names that
+    // begin with it, as the library's own do, are left alone.
+    std::string path_of(const std::string& file) const {
+        const bool absolute = file.find_first_of("\\/") == 0 || file.find(':') == 1;
+        const std::string folder = data_path();
+        return absolute || file.compare(0, folder.size(), folder) == 0 ? file : folder + file;
+    }
     Date today() {
         const platform::LocalDay day = clock.today();
         return Date::from_civil(day.year, day.month, day.day);

@@ -154,8 +154,7 @@ TEST_F(Maintenance, OpensBesideWhatIsOpen) {
 
 TEST_F(Maintenance, OpensInTheOlderWay) {
     areas().select(kNamesArea);
-    EXPECT_FALSE(second_variant::NET_USE(mine_.session, "law1", {.seconds = -1}))
-        << "a bare name is not looked for in the data folder";
+    EXPECT_TRUE(second_variant::NET_USE(mine_.session, "law1")) << "in the default folder";
     const std::string path = practice_.path("LAW1.DBF");
     EXPECT_TRUE(second_variant::NET_USE(mine_.session, path, {.attach_index = true}));
     EXPECT_EQ(areas().table("test").order_count(), 1U);
