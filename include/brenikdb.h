@@ -173,7 +173,8 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikAddStart(int table, int* in_out);
  *               to, counted only when it is exactly 7 characters long. On return: always 7
  *               characters and a NUL at identifier[7]; the identifier of the table's current
  *               record, which is blank when nothing could be appended, and the existing code's
- *               after BRENIK_DUPLICATE_CODE.
+ *               after BRENIK_DUPLICATE_CODE. After BRENIK_NOT_CURRENT nothing was added, and it is
+ *               the text given, or blanks: look at the code first.
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_APPEND_FAILED, BRENIK_DUPLICATE_CODE (table 7); for a
  * matter also BRENIK_IDENTIFIER_NOT_FOUND and BRENIK_TABLE_NOT_OPENED: it is added, but not linked.
  *
@@ -211,9 +212,9 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditBegin(int table, int record, int*
 /* Sets one field of the transaction, converting the text to the field's type.
  *   record  the record of the transaction; 0 for the current one, and while adding
  *   field   the field's name, in any case
- *   text    characters as they are; a number with a decimal point; a date as MM/DD/YY (in the 1900s)
- *           or YYYYMMDD; "Y", "T" or "1" for true. Text that does not convert gives 0, the empty
- *           date or false, and is not reported.
+ *   text    characters as they are; a number with a decimal point; a date as MM/DD/YY (in the 1900s),
+ *           MM/DD/YYYY or YYYYMMDD; "Y", "T" or "1" for true. Text that does not convert gives 0,
+ *           the empty date or false, and is not reported.
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_BAD_RECORD, BRENIK_UNKNOWN_FIELD.
  *
  *     code = BrenikSetField(1, 0, "OPEN", "20240131");

@@ -7,6 +7,7 @@ install(FILES ${PROJECT_BINARY_DIR}/BrenikDB.lib ${PROJECT_BINARY_DIR}/BrenikDB.
   DESTINATION lib COMPONENT package)
 install(FILES ${PROJECT_SOURCE_DIR}/include/brenikdb.h DESTINATION include COMPONENT package)
 install(FILES ${PROJECT_SOURCE_DIR}/examples/host.c DESTINATION examples COMPONENT package)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION . COMPONENT package)
 install(FILES $<TARGET_FILE:BrenikDB>.debug $<TARGET_FILE:brenik>.debug DESTINATION . COMPONENT symbols)
 
 # The readme tells what is different for 32 and 64 bits.
