@@ -3,7 +3,6 @@
 #include "engine/local/lock_queue.h"
 
 #include <algorithm>
-#include <chrono>
 
 namespace brenik::local {
 namespace {
@@ -15,20 +14,6 @@ using platform::LockKind;
 // little.
 constexpr int kFewWithoutLook = 7;
 constexpr int kMostWithoutLook = 31;
-
-class Deadline {
-  public:
-    explicit Deadline(int timeout_ms)
-        : end_(Clock::now() + std::chrono::milliseconds(timeout_ms)) {}
-    int left_ms() const {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now());
-        return static_cast<int>(std::max<decltype(left.count())>(left.count(), 0));
-    }
-
-  private:
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point end_;
-};
 
 }  // namespace
 
@@ -56,19 +41,19 @@ bool LockQueue::lock_unless_somebody_waits(LockRange range, LockRange queue, Loc
 }
 
 // From the last place to the first; the place behind is let go only when the one ahead is had.
+// Every step shows that the line moves, and is worth as much patience again.
 bool LockQueue::lock_in_turn(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
     earned_ = left_ = kFewWithoutLook;
-    const Deadline end(timeout_ms), end_of_patience(timeout_ms / 2);
     std::uint64_t place = queue.length;
     const auto leave = [&] {
         if (place < queue.length) file_.unlock(queue.offset + place, 1);
     };
-    while (place > 0 && file_.lock_within(queue.offset + place - 1, 1, LockKind::kExclusive,
-                                          end_of_patience.left_ms())) {
+    while (place > 0 &&
+           file_.lock_within(queue.offset + place - 1, 1, LockKind::kExclusive, timeout_ms / 2)) {
         leave();
         --place;
     }
-    const bool locked = file_.lock_within(range.offset, range.length, kind, end.left_ms());
+    const bool locked = file_.lock_within(range.offset, range.length, kind, timeout_ms);
     leave();
     return locked;
 }

@@ -7,7 +7,8 @@
 // line tries the lock itself. A killed process leaves the line as it leaves every lock.
 //
 // The lock alone decides who may write. Programs that know nothing of the line do no harm, and a
-// line that does not move (somebody in it is suspended) is passed by after half the time.
+// line that does not move (somebody in it is suspended) is passed by after half the time that one
+// waits for the lock itself.
 //
 // A lock that is free costs one call. The line is looked at every eighth time, more seldom by those
 // who have not met anybody for long, so that nobody in it can be passed for ever.
@@ -38,7 +39,8 @@ class LockQueue {
     LockQueue(const LockQueue&) = delete;
     LockQueue& operator=(const LockQueue&) = delete;
 
-    // False when the lock was not to be had in time. `queue` is where others wait for `range`.
+    // False when the lock was not to be had in that time after the last step forward. `queue` is
+    // where others wait for `range`.
     [[nodiscard]] bool lock(LockRange range, LockRange queue, platform::LockKind kind,
                             int timeout_ms);
     // Without waiting; whoever stands in line counts as having the lock when the line is looked at.
