@@ -53,7 +53,7 @@ static struct {
     static type (*real)(__VA_ARGS__); \
     if (!real) *(void**)&real = dlsym(RTLD_NEXT, name)
 
-__attribute__((visibility("default"))) void faulty_files_arm(void) { state.armed = 1; }
+void faulty_files_arm(void) { state.armed = 1; }
 
 __attribute__((constructor)) static void begin(void) {
     const char* folder = getenv("FAULTY_FOLDER");
@@ -120,8 +120,15 @@ static int makes_file(const char* path, int flags) {
     return (flags & O_TRUNC) || ((flags & O_CREAT) && access(path, F_OK) != 0);
 }
 
-static int opened(const char* path, int flags, mode_t mode) {
+int open(const char* path, int flags, ...) {
     REAL(int, "open", const char*, int, ...);
+    mode_t mode = 0;
+    if (flags & O_CREAT) {
+        va_list rest;
+        va_start(rest, flags);
+        mode = (mode_t)va_arg(rest, int);
+        va_end(rest);
+    }
     const int ours = below_folder(path);
     const int code = ours && makes_file(path, flags) ? fate(1) : 0;
     if (code) return fail_with(code);
@@ -130,33 +137,18 @@ static int opened(const char* path, int flags, mode_t mode) {
     return file;
 }
 
-#define TAKE_MODE(flags)                  \
-    mode_t mode = 0;                      \
-    if ((flags)&O_CREAT) {                \
-        va_list rest;                     \
-        va_start(rest, flags);            \
-        mode = (mode_t)va_arg(rest, int); \
-        va_end(rest);                     \
-    }
-
-__attribute__((visibility("default"))) int open(const char* path, int flags, ...) {
-    TAKE_MODE(flags)
-    return opened(path, flags, mode);
-}
-
-__attribute__((visibility("default"))) int open64(const char* path, int flags, ...) {
-    TAKE_MODE(flags)
-    return opened(path, flags | O_LARGEFILE, mode);
-}
-
-__attribute__((visibility("default"))) int close(int file) {
+int close(int file) {
     REAL(int, "close", int);
     if (file >= 0 && file < kMostFiles) state.ours[file] = 0;
     return real(file);
 }
 
-static int set_lock_or_duplicate(int file, int command, void* argument) {
+int fcntl(int file, int command, ...) {
     REAL(int, "fcntl", int, int, ...);
+    va_list rest;
+    va_start(rest, command);
+    void* argument = va_arg(rest, void*);
+    va_end(rest);
     const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
     if (locking && is_ours(file) && ((struct flock*)argument)->l_type != F_UNLCK &&
         spoils(kLocking)) {
@@ -169,24 +161,7 @@ static int set_lock_or_duplicate(int file, int command, void* argument) {
     return result;
 }
 
-__attribute__((visibility("default"))) int fcntl(int file, int command, ...) {
-    va_list rest;
-    va_start(rest, command);
-    void* argument = va_arg(rest, void*);
-    va_end(rest);
-    return set_lock_or_duplicate(file, command, argument);
-}
-
-__attribute__((visibility("default"))) int fcntl64(int file, int command, ...) {
-    va_list rest;
-    va_start(rest, command);
-    void* argument = va_arg(rest, void*);
-    va_end(rest);
-    return set_lock_or_duplicate(file, command, argument);
-}
-
-__attribute__((visibility("default"))) ssize_t pwrite(int file, const void* bytes, size_t count,
-                                                      off_t at) {
+ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
     REAL(ssize_t, "pwrite", int, const void*, size_t, off_t);
     const int code = is_ours(file) ? fate(grows_file(file, at + (off_t)count)) : 0;
     if (code && state.kind == kShort && count > 1 && !state.fail_rest &&
@@ -197,52 +172,45 @@ __attribute__((visibility("default"))) ssize_t pwrite(int file, const void* byte
     return code ? fail_with(code) : real(file, bytes, count, at);
 }
 
-__attribute__((visibility("default"))) ssize_t pwrite64(int file, const void* bytes, size_t count,
-                                                        off64_t at) {
-    return pwrite(file, bytes, count, at);
-}
-
-__attribute__((visibility("default"))) ssize_t write(int file, const void* bytes, size_t count) {
+ssize_t write(int file, const void* bytes, size_t count) {
     REAL(ssize_t, "write", int, const void*, size_t);
     const int code = is_ours(file) ? fate(1) : 0;
     return code ? fail_with(code) : real(file, bytes, count);
 }
 
-__attribute__((visibility("default"))) ssize_t pread(int file, void* bytes, size_t count,
-                                                     off_t at) {
+ssize_t pread(int file, void* bytes, size_t count, off_t at) {
     REAL(ssize_t, "pread", int, void*, size_t, off_t);
     return is_ours(file) && spoils(kReading) ? fail_with(EIO) : real(file, bytes, count, at);
 }
 
-__attribute__((visibility("default"))) ssize_t pread64(int file, void* bytes, size_t count,
-                                                       off64_t at) {
-    return pread(file, bytes, count, at);
-}
-
-__attribute__((visibility("default"))) int ftruncate(int file, off_t length) {
+int ftruncate(int file, off_t length) {
     REAL(int, "ftruncate", int, off_t);
     const int code = is_ours(file) ? fate(grows_file(file, length)) : 0;
     return code ? fail_with(code) : real(file, length);
 }
 
-__attribute__((visibility("default"))) int ftruncate64(int file, off64_t length) {
-    return ftruncate(file, length);
-}
-
-__attribute__((visibility("default"))) int fsync(int file) {
+int fsync(int file) {
     REAL(int, "fsync", int);
     const int code = is_ours(file) ? fate(0) : 0;
     return code ? fail_with(code) : real(file);
 }
 
-__attribute__((visibility("default"))) int rename(const char* from, const char* to) {
+int rename(const char* from, const char* to) {
     REAL(int, "rename", const char*, const char*);
     const int code = below_folder(to) ? fate(0) : 0;
     return code ? fail_with(code) : real(from, to);
 }
 
-__attribute__((visibility("default"))) int unlink(const char* path) {
+int unlink(const char* path) {
     REAL(int, "unlink", const char*);
     const int code = below_folder(path) ? fate(0) : 0;
     return code ? fail_with(code) : real(path);
 }
+
+// On 64-bit systems these are other names of the same.
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+int fcntl64(int file, int command, ...) __attribute__((alias("fcntl")));
+ssize_t pwrite64(int file, const void* bytes, size_t count, off64_t at)
+    __attribute__((alias("pwrite")));
+ssize_t pread64(int file, void* bytes, size_t count, off64_t at) __attribute__((alias("pread")));
+int ftruncate64(int file, off64_t length) __attribute__((alias("ftruncate")));

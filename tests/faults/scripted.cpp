@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -69,10 +70,10 @@ void memo(Script& script) {
     const std::string texts[] = {std::string(300, 'a'), std::string(90, 'b'), std::string(90, 'c'),
                                  "", std::string(1000, 'd')};
     for (const std::string& text : texts) {
-        script.at.edit(1, contact, {{"NOTES", text}});
-        script.done();
-        script.at.edit(1, other, {{"NOTES", text + "!"}});
-        script.done();
+        for (const auto& [identifier, note] : {std::pair{contact, text}, {other, text + "!"}}) {
+            script.at.edit(1, identifier, {{"NOTES", note}});
+            script.done();
+        }
     }
 }
 
@@ -82,19 +83,13 @@ std::string wide_key(int number) {
     return key.substr(0, kWideKey);
 }
 
-local::Field wide_field() {
-    local::Field field;
-    field.name = "K";
-    field.width = kWideKey;
-    return field;
-}
-
 // A table whose tags are several levels deep with few records.
 void prepare(Script& script) {
     const std::string path = script.at.folder() + "/PAGES";
     local::TableLayout layout;
     layout.version = 0x30;
-    layout.fields = {wide_field()};
+    layout.fields.emplace_back().name = std::string("K");
+    layout.fields.back().width = kWideKey;
     local::create_table(path, layout);
     local::create_index(path, {{"ALL", "K"}, {"LIVE", "K", "!DELETED()"}});
     Table& table = script.at.open(kPagesArea, "PAGES");
@@ -105,28 +100,20 @@ void prepare(Script& script) {
     table.unlock_all();
 }
 
-template <class Change>
-void change_page_record(Script& script, RecordNumber record, Change change) {
-    script.at.guarded([&] {
-        Table& table = script.at.open(kPagesArea, "PAGES");
-        table.go_to(record);
-        if (!table.lock_record(record)) throw Refused{12};
-        change(table);
-        table.unlock_all();
-    });
-    script.done();
-}
-
 // Empties neighbouring pages, which take their parents with them, then fills them again.
 void remove(Script& script) {
-    for (RecordNumber record = 20; record < 32; ++record) {
-        change_page_record(script, record, [](Table& table) { table.mark_deleted(); });
-    }
-    for (RecordNumber record = 20; record < 30; ++record) {
-        change_page_record(script, record, [&](Table& table) {
-            table.recall();
-            table.field_put(1, wide_key(static_cast<int>(81 + record)));
+    for (int step = 0; step < 22; ++step) {
+        const bool fill = step >= 12;
+        const auto record = static_cast<RecordNumber>(20 + step - (fill ? 12 : 0));
+        script.at.guarded([&] {
+            Table& table = script.at.open(kPagesArea, "PAGES");
+            table.go_to(record);
+            if (!table.lock_record(record)) throw Refused{12};
+            fill ? table.recall() : table.mark_deleted();
+            if (fill) table.field_put(1, wide_key(static_cast<int>(81 + record)));
+            table.unlock_all();
         });
+        script.done();
     }
 }
 
@@ -163,17 +150,15 @@ int follow(const std::string& folder, const std::string& name, int steps) {
     if (name == "prepare") workstation.session().areas.close();
     workstation.session().areas.select(kNamesArea);
     Script script(workstation, steps);
-    for (const auto& one : kScripts) {
-        if (name != one.name) continue;
-        arm();
-        try {
-            one.run(script);
-        } catch (const LastStep&) {
-        }
-        workstation.shut_down();
-        return 0;
+    const auto* found = std::ranges::find(kScripts, name, [](const auto& one) { return one.name; });
+    if (found == std::end(kScripts)) return 2;
+    arm();
+    try {
+        found->run(script);
+    } catch (const LastStep&) {
     }
-    return 2;
+    workstation.shut_down();
+    return 0;
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ turn; BRENIK_FAULTS=all tries every fault at every call.
 
 import concurrent.futures
 import hashlib
+import itertools
 import os
 import shutil
 import subprocess
@@ -22,7 +23,7 @@ import judges
 import pytest
 
 WRITING = ('error', 'short', 'full', 'gone')
-SCRIPTS = ('add', 'edit', 'matter', 'memo', 'remove')
+SCRIPTS = ('add', 'edit', 'matter', 'memo', 'remove', 'reindex')
 TABLES = {'1': 'LAW1', '2': 'LAW2', '3': 'LAW3', '4': 'LAWNotes', '9': 'LAW9'}      # those with identifiers
 # Times of change, which no two runs share. The counters are judged by what they have given out.
 MASKED = {('LAWTRANS', 'CDT'), ('LAWTRANS', 'CDATA'), ('LAWSYS', 'TLASTDELTA'), ('LAWSYS', 'RECORDNO')}
@@ -31,36 +32,27 @@ TOOL = os.environ['BRENIK_TOOL']
 
 
 class Run:
-    """What became of one run of a script: steps acknowledged, identifiers given out, calls made."""
+    """What became of one run of a script: steps acknowledged, identifiers given out, calls made. That of "reindex"
+    is the tool's, on the whole practice, with no steps to acknowledge."""
 
     def __init__(self, folder, script, kind='end', call=0, steps=-1):
         log = '%s.calls' % folder
-        done = subprocess.run([os.environ['BRENIK_SCRIPTED'], str(folder), script, str(steps)], timeout=60,
-                              capture_output=True, text=True, env=faulty(folder, kind, call, log))
-        lines = done.stdout.splitlines()
+        environment = dict(os.environ, LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(folder),
+                           FAULTY_KIND=kind, FAULTY_CALL=str(call), FAULTY_LOG=log, BRENIK_UI='none',
+                           BRENIK_WINDIR=str(folder), ASAN_OPTIONS='verify_asan_link_order=0')
+        if script == 'reindex':
+            done = tool('reindex', folder, env=dict(environment, FAULTY_ARMED='1'))
+            lines = ['refused'] if done.returncode else []
+        else:
+            done = subprocess.run([os.environ['BRENIK_SCRIPTED'], str(folder), script, str(steps)], timeout=60,
+                                  capture_output=True, text=True, env=environment)
+            lines = done.stdout.splitlines()
         self.steps = [line.split()[1:] for line in lines if line.startswith('done')]
         self.identifiers = [tuple(step) for step in self.steps if step]
         self.refused = [line for line in lines if line.startswith('refused')]
         self.calls = [int(word) for word in Path(log).read_text().split()] if os.path.exists(log) else None
-        assert done.returncode in (0, -9) and 'Sanitizer' not in done.stderr, done.stderr
-
-
-def faulty(folder, kind, call, log, armed=False):
-    environment = dict(os.environ, LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(folder),
-                       FAULTY_KIND=kind, FAULTY_CALL=str(call), FAULTY_LOG=log, BRENIK_UI='none',
-                       BRENIK_WINDIR=str(folder), ASAN_OPTIONS='verify_asan_link_order=0')
-    return dict(environment, FAULTY_ARMED='1') if armed else environment
-
-
-class Reindex(Run):
-    """`brenik reindex` of the whole practice, which has no steps to acknowledge."""
-
-    def __init__(self, folder, kind, call):
-        log = '%s.calls' % folder
-        done = tool('reindex', folder, env=faulty(folder, kind, call, log, armed=True))
-        self.steps, self.identifiers, self.refused = [], [], [done.stderr] if done.returncode else []
-        self.calls = [int(word) for word in Path(log).read_text().split()] if os.path.exists(log) else None
-        assert done.returncode in (-9, 0, 1, 3, 4) and 'Sanitizer' not in done.stderr, done.stderr
+        expected = (-9, 0, 1, 3, 4) if script == 'reindex' else (-9, 0)
+        assert done.returncode in expected and 'Sanitizer' not in done.stderr, done.stderr
 
 
 def tables_of(folder):
@@ -72,14 +64,9 @@ VIEWS = {}
 
 def view_of(folder, name):
     """Reading a table in Python is slow, and most tables are as they were in the run before."""
-    files = [judges.find(folder, name + extension) if extension == '.dbf' else
-             judges.dbfcheck.sibling_file(os.path.join(str(folder), name + extension), extension)
-             for extension in ('.dbf', '.cdx', '.fpt')]
-    digest = hashlib.sha1()
-    for file in files:
-        digest.update(Path(file).read_bytes() if file else b'none')
-        digest.update(b'/')
-    key = (name, digest.digest())
+    path = judges.find(folder, name + '.dbf')
+    files = [path] + [judges.dbfcheck.sibling_file(path, extension) for extension in ('.cdx', '.fpt')]
+    key = name, *[hashlib.sha1(Path(file).read_bytes()).digest() for file in files if file]
     if key not in VIEWS:
         VIEWS[key] = judges.TableView(folder, name)
     return VIEWS[key]
@@ -90,11 +77,9 @@ def rows(folder):
     found = {}
     for name in tables_of(folder):
         view = view_of(folder, name)
-        hidden = [field.name for field in view.fields if (name.upper(), field.name) in MASKED]
-        pointers = [field.name for field in view.fields if field.type == 'M']
+        names = [field for field in view.names if (name.upper(), field) not in MASKED]
         for row in view.rows:
-            values = [row.deleted] + [row[n] if n in pointers else row.raw[n] for n in view.names if n not in hidden]
-            found[name, row.number] = values
+            found[name, row.number] = [row.deleted] + [row.raw[field] for field in names]
     return found
 
 
@@ -158,39 +143,27 @@ def judge(folder, run, states):
     assert len(later.identifiers) == 4
     assert_unique(folder, run.identifiers + later.identifiers)
     assert_mended(folder)
-    return folder
-
-
-class Workshop:
-    """Copies of one practice, in memory where there is a place for that."""
-
-    def __init__(self):
-        self.folder = tempfile.mkdtemp(prefix='brenik-faults-', dir='/dev/shm' if os.path.isdir('/dev/shm') else None)
-        self.pristine = Path(self.folder) / 'pristine'
-        tool('sample', self.pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
-        assert not Run(self.pristine, 'prepare').refused
-
-    def copy(self, name, of=None):
-        return Path(shutil.copytree(of or self.pristine, os.path.join(self.folder, name)))
 
 
 @pytest.fixture
-def workshop():
-    made = Workshop()
-    yield made
-    shutil.rmtree(made.folder)
+def copy():
+    """Makes copies of one practice, in memory where there is a place for that."""
+    with tempfile.TemporaryDirectory(prefix='brenik-', dir='/dev/shm' if os.path.isdir('/dev/shm') else None) as folder:
+        pristine = Path(folder) / 'pristine'
+        tool('sample', pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
+        assert not Run(pristine, 'prepare').refused
+        yield lambda name: Path(shutil.copytree(pristine, Path(folder) / name))
 
 
-def after_each_step(workshop, script):
-    states, steps = [rows(workshop.pristine)], 1
-    while True:
-        folder = workshop.copy('step%d' % steps)
+def after_each_step(copy, script):
+    states = [rows(copy('before'))]
+    for steps in itertools.count(1):
+        folder = copy('step%d' % steps)
         run = Run(folder, script, steps=steps)
         assert not run.refused
         if len(run.steps) < steps:
             return states, run.calls
         states.append(rows(folder))
-        steps += 1
 
 
 def faults(writing, reading, locking):
@@ -204,31 +177,23 @@ def faults(writing, reading, locking):
             yield kind, call
 
 
-def run_with_fault(workshop, make_run, states, kind, call):
-    folder = workshop.copy('%s%d' % (kind, call))
+def run_with_fault(copy, script, states, kind, call):
+    folder = copy('%s%d' % (kind, call))
     try:
-        judge(folder, make_run(folder, kind, call), states)
+        judge(folder, Run(folder, script, kind, call), states)
     except (AssertionError, subprocess.TimeoutExpired) as error:
         return '%s at call %d: %s' % (kind, call, str(error)[:600])
     shutil.rmtree(folder)
     return None
 
 
-def fail_at_every_call(workshop, make_run, states, calls):
+@pytest.mark.parametrize('script', SCRIPTS)
+def test_every_call_fails_once(copy, script):
+    """With "reindex" the old indexes stay until the new ones are whole, and the records are nobody's business."""
+    states, calls = after_each_step(copy, script)
     jobs = list(faults(*calls))
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        outcomes = pool.map(lambda job: run_with_fault(workshop, make_run, states, *job), jobs)
+        outcomes = pool.map(lambda job: run_with_fault(copy, script, states, *job), jobs)
     failed = [outcome for outcome in outcomes if outcome]
     print('%d faults' % len(jobs))
     assert len(jobs) > 20 and not failed, '%d of %d\n%s' % (len(failed), len(jobs), '\n'.join(failed[:12]))
-
-
-@pytest.mark.parametrize('script', SCRIPTS)
-def test_every_call_fails_once(workshop, script):
-    states, calls = after_each_step(workshop, script)
-    fail_at_every_call(workshop, lambda folder, *fault: Run(folder, script, *fault), states, calls)
-
-
-def test_reindex_is_interrupted(workshop):
-    """The old indexes stay until the new ones are whole; the records are nobody's business."""
-    fail_at_every_call(workshop, Reindex, [rows(workshop.pristine)], Reindex(workshop.copy('all'), 'end', 0).calls)

@@ -4,7 +4,6 @@ nobody meets anything torn, and nobody starves.
 BRENIK_SOAK_SECONDS makes it longer than the two times twelve seconds that it takes by default.
 """
 
-import collections
 import os
 import random
 import re
@@ -13,11 +12,11 @@ import time
 
 import judges
 import pytest
+from test_faults import assert_mended, assert_unique, tool
 
 SECONDS = int(os.environ.get('BRENIK_SOAK_SECONDS', '12'))
-TABLES = {'1': ('LAW1', 'LAST'), '3': ('LAW3', 'MATTER'), '4': ('LAWNotes', 'TOPIC')}
+FIELDS = {'1': ('LAW1', 'LAST'), '3': ('LAW3', 'MATTER')}      # notes are everybody's
 LONGEST_CALL = 5.0      # seconds; a refused lock would take as long
-TOOL = os.environ['BRENIK_TOOL']
 
 
 class Log:
@@ -28,15 +27,7 @@ class Log:
         self.complaints = [line for line in lines if re.match('violation|refused', line)]
         self.lines = [line.split() for line in lines if line not in self.complaints]
         self.written = [words[2:] for words in self.lines if len(words) == 5]    # table, identifier, token
-        self.added = [words[2:] for words in self.lines if len(words) == 5 and words[0] in ('add', 'matter')]
-        self.added += list({identifier: ['4', identifier, token] for table, identifier, token in self.written
-                            if table == '4'}.values())
-
-    def times(self):
-        found = collections.defaultdict(list)
-        for words in self.lines:
-            found[words[0]].append(int(words[1]) / 1e6)
-        return found
+        self.times = [(int(words[1]) / 1e6, words[0]) for words in self.lines]
 
 
 def start(practice, folder, seed, seconds):
@@ -66,57 +57,35 @@ def report(logs, killed):
     """Figures for whoever looks at the test's output: progress and the longest call of each."""
     print('%d workstations, %d kills' % (len(logs), killed))
     for number, log in sorted(logs.items()):
-        times = log.times()
-        longest = max(((max(seconds), name) for name, seconds in times.items()), default=(0, ''))
-        done = sum(map(len, times.values()))
-        print('%3d: %5d done, longest %.3f s (%s)' % (number, done, *longest))
+        print('%3d: %5d done, longest %.3f s (%s)' % (number, len(log.lines), *max(log.times, default=(0, ''))))
 
 
 def assert_kept(practice, logs):
     """Records, identifiers, contents and journal, as they were acknowledged."""
-    system, = judges.TableView(practice, 'LAWSYS').rows
-    journal = judges.TableView(practice, 'LawTrans')
-    noted = [(row['CDB'], row['U_ID']) for row in journal.rows if row['CCODE'] == 'A' and not row.deleted]
-    assert len(set(noted)) == len(noted)
-    for table, (name, field) in TABLES.items():
-        view = judges.TableView(practice, name)
-        rows = {row['U_ID']: row for row in view.rows if row['U_ID']}
-        assert len(rows) == sum(bool(row['U_ID']) for row in view.rows), 'an identifier twice in ' + name
-        assert max(rows) <= judges.identifier(system['MYUDN'], int(system['U_ID' + table]))
-        for log in logs.values():
-            last = {identifier: token for number, identifier, token in log.written if number == table}
-            assert last.keys() <= rows.keys()
-            assert {('%02d' % int(table), identifier) for identifier in last} <= set(noted)
-            if table != '4':                             # notes are everybody's
-                for identifier, token in last.items():
-                    seed, number = rows[identifier][field].split('.')
-                    assert seed == token.split('.')[0] and int(number) >= int(token.split('.')[1]), token
-
-
-def assert_mended(practice, killed):
-    """Every kill can leave one change half done, in at most a handful of tags."""
-    names = [p.stem for p in practice.iterdir() if p.suffix.lower() == '.dbf']
-    faults = [fault for name in names for fault in judges.TableView(practice, name).report.faults]
-    assert len(faults) <= 12 * killed, faults[:10]
-    tool = lambda command: subprocess.run([TOOL, command, str(practice)], capture_output=True, text=True)  # noqa: E731
-    assert tool('check').returncode in ((0, 1) if killed else (0,))
-    assert tool('repair').returncode in (0, 1)
-    checked = tool('check')
-    assert checked.returncode == 0, checked.stdout[:2000]
-    judges.assert_sound(practice)
+    written = [words for log in logs.values() for words in log.written]
+    assert_unique(practice, {(table, identifier) for table, identifier, _ in written})
+    for table, (name, field) in FIELDS.items():
+        rows = {row['U_ID']: row for row in judges.TableView(practice, name).rows}
+        for identifier, token in (words[1:] for words in written if words[0] == table):
+            seed, number = rows[identifier][field].split('.')
+            assert seed == token.split('.')[0] and int(number) >= int(token.split('.')[1]), token
 
 
 @pytest.mark.parametrize('count, kills', [(8, False), (6, True)])
 def test_soak(tmp_path, count, kills):
     practice = tmp_path / 'practice'
-    subprocess.run([TOOL, 'sample', str(practice), '--contacts', '20', '--matters', '8', '--events', '4', '--notes',
-                    '6'], check=True, stdout=subprocess.DEVNULL)
+    tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
     killed = work(practice, tmp_path, count, kills)
     logs = {int(path.stem): Log(path) for path in tmp_path.glob('*.log')}
     report(logs, killed)
     assert [complaint for log in logs.values() for complaint in log.complaints] == []
-    assert max(max(sum(log.times().values(), [0])) for log in logs.values()) < LONGEST_CALL
+    assert max(max(log.times, default=(0, '')) for log in logs.values())[0] < LONGEST_CALL
     done = [len(log.lines) for log in logs.values()]
     assert kills or min(done) > max(done) / 4, done
     assert_kept(practice, logs)
-    assert_mended(practice, killed)
+    names = [p.stem for p in practice.iterdir() if p.suffix.lower() == '.dbf']
+    faults = [fault for name in names for fault in judges.TableView(practice, name).report.faults]
+    assert len(faults) <= 12 * killed, faults[:10]      # every kill can leave one change half done, in a few tags
+    assert tool('check', practice).returncode in ((0, 1) if killed else (0,))
+    assert_mended(practice)
+    judges.assert_sound(practice)

@@ -23,39 +23,65 @@ class Workstation {
     using Values = std::vector<std::pair<std::string, std::string>>;
 
     // Throws Refused when the practice cannot be opened.
-    explicit Workstation(std::string folder);
+    explicit Workstation(std::string folder) : folder_(std::move(folder)) {
+        expect_success(bridge_.initialize(folder_.c_str(), 0));
+    }
 
     // The identifier of the new record.
-    std::string add(int table, const Values& values, const std::string& contact = "");
-    void edit(int table, const std::string& identifier, const Values& values);
-    void report_deleted(int table, RecordNumber record);
+    std::string add(int table, const Values& values, const std::string& contact = "") {
+        int ignored = 0;
+        expect_success(bridge_.add_start(table, &ignored));
+        set_fields(table, values);
+        char identifier[8] = {};
+        contact.copy(identifier, 7);
+        expect_success(bridge_.add_end(table, identifier));
+        return identifier;
+    }
+    void edit(int table, const std::string& identifier, const Values& values) {
+        int ignored = 0;
+        expect_success(bridge_.edit_start(table, identifier.c_str(), &ignored));
+        set_fields(table, values);
+        expect_success(bridge_.edit_end(table, 0));
+    }
+    void report_deleted(int table, RecordNumber record) {
+        expect_success(bridge_.deleted_record(table, static_cast<int>(record)));
+    }
     void shut_down() { bridge_.shut_down(); }
 
     // The table of a work area, made current; opened by name where the practice's own start-up
     // does not open it.
     Table& table(int area) { return session().areas.table(area, "workstation"); }
-    Table& open(int area, const std::string& name);
+    Table& open(int area, const std::string& name) {
+        WorkAreas& areas = session().areas;
+        areas.select(area);
+        if (!areas.used()) areas.open(folder_ + "/" + name, std::nullopt, TableSharing::kShared);
+        return table(area);
+    }
     // Runs something on tables themselves under the barrier that the library's calls have.
     template <class Work>
-    void guarded(Work work);
+    void guarded(Work work) {
+        try {
+            work();
+        } catch (const EngineFault&) {
+            session().areas.release_all_locks();
+            throw Refused{14};
+        }
+    }
     Session& session() { return process_session(); }
     const std::string& folder() const { return folder_; }
 
   private:
-    void expect_success(Bridge::Code code);
+    void expect_success(Bridge::Code code) {
+        if (code != 0) throw Refused{static_cast<int>(code)};
+    }
+    void set_fields(int table, const Values& values) {
+        for (const auto& [field, text] : values) {
+            expect_success(bridge_.set_field(table, 0, field.c_str(), text.c_str()));
+        }
+    }
 
     Bridge bridge_{process_session};
     std::string folder_;
 };
-
-template <class Work>
-void Workstation::guarded(Work work) {
-    try {
-        work();
-    } catch (const EngineFault&) {
-        session().areas.release_all_locks();
-        throw Refused{14};
-    }
-}
 
 }  // namespace brenik::faults

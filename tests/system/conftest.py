@@ -14,7 +14,6 @@ import fcntl
 import json
 import os
 import re
-import resource
 import select
 import shlex
 import shutil
@@ -39,6 +38,7 @@ Workstation = namedtuple('Workstation', 'host library')            # a command l
 OURS = Workstation(os.environ['BRENIK_HOST'], os.environ['BRENIK_LIBRARY'])
 NATIVE = Workstation(os.environ.get('BRENIK_NATIVE_HOST'), os.environ.get('BRENIK_NATIVE_LIBRARY'))
 TOOL = os.environ['BRENIK_TOOL']
+SIZES = '--contacts 40 --matters 20 --events 30 --notes 15'.split()
 
 
 def windows_form(path):
@@ -67,29 +67,21 @@ def new_wine_profile(folder, registry='', **environment):
     subprocess.run([shlex.split(TOOL)[0], '--stop'], env=environment)
 
 
-def tool_command(*arguments):
-    """A command line of the companion tool, which is of the same system as our hosts."""
-    return [*shlex.split(TOOL), *map(path_form(OURS), arguments)]
-
-
 def tool(*arguments, **options):
-    return subprocess.run(tool_command(*arguments), capture_output=True, timeout=60, text=True, **options)
+    """Runs the companion tool, which is of the same system as our hosts."""
+    return subprocess.run([*shlex.split(TOOL), *map(path_form(OURS), arguments)], capture_output=True, timeout=60,
+                          text=True, **options)
 
 
 class Host:
     """One host process; its methods are the library's calls."""
 
-    def __init__(self, windows_folder, cwd=None, file_limit=None, workstation=OURS):
-        def prepare():
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-            if file_limit is not None:
-                resource.setrlimit(resource.RLIMIT_FSIZE, (file_limit, file_limit))
-
+    def __init__(self, windows_folder, cwd=None, workstation=OURS):
         self.path = path_form(workstation)
         environment = dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=self.path(windows_folder))
         self.child = subprocess.Popen([*shlex.split(workstation.host), self.path(workstation.library)], cwd=cwd,
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                      bufsize=0, preexec_fn=prepare, env=environment)
+                                      bufsize=0, env=environment)
         self.answers = b''
         self.complaints = []
         self.listener = threading.Thread(target=lambda: self.complaints.extend(self.child.stderr), daemon=True)
@@ -97,7 +89,7 @@ class Host:
 
     def call(self, command, *arguments):
         words = [str(a) if isinstance(a, int) else 'x' + as_bytes(a).hex() for a in arguments]
-        line = memoryview(' '.join([command] + words).encode() + b'\n')
+        line = memoryview(' '.join([command, *words, 'p4660']).encode() + b'\n')
         try:
             while line:
                 line = line[self.child.stdin.write(line):]
@@ -128,7 +120,7 @@ class Host:
         return self.call('shutdown').rc
 
     def _start(self, command, table, *arguments):
-        reply = self.call(command, table, *arguments, 0x1234)
+        reply = self.call(command, table, *arguments)
         assert reply.p == table              # whatever the outcome
         return reply.rc
 
@@ -172,23 +164,26 @@ class Host:
         return buffer
 
     # -- whole transactions
+    def set_fields(self, table, values):
+        for name, value in values.items():
+            assert self.set_field(table, name, value) == 0, name
+
     def add(self, table, values, uid=''):
         assert self.add_start(table) == 0
-        for name, value in values.items():
-            assert self.set_field(table, name, value) == 0, name
+        self.set_fields(table, values)
         return self.add_end(table, uid)
 
-    def edit(self, table, record, values):
+    def begin(self, table, record, values):
         assert self.edit_begin(table, record) == 0
-        for name, value in values.items():
-            assert self.set_field(table, name, value) == 0, name
+        self.set_fields(table, values)
+
+    def edit(self, table, record, values):
+        self.begin(table, record, values)
         return self.edit_end(table, record)
 
     def finish(self):
-        try:
+        with contextlib.suppress(BrokenPipeError):
             self.child.stdin.close()
-        except BrokenPipeError:
-            pass
         rc = self.child.wait(CALL_LIMIT)
         self.listener.join(CALL_LIMIT)
         return 'exit code %d\n%s' % (rc, b''.join(self.complaints).decode('latin-1'))
@@ -228,6 +223,15 @@ class Practice:
     def counter(self, field):
         return self.table('LAWSYS').rows[0][field]
 
+    def damage(self, name, change):
+        """Applies a function to the bytes of a file; what they were before, and what they are now."""
+        path = Path(self.find(name))
+        old = path.read_bytes()
+        new = bytearray(old)
+        change(new)
+        path.write_bytes(new)
+        return old, bytes(new)
+
     def patch(self, name, record, field=None, value=b'*'):
         """Overwrites a field in place, or, without a field, the deletion mark."""
         table = self.table(name).table
@@ -241,16 +245,11 @@ class Practice:
 
     def trace(self):
         """The trace log as (caller, arguments) pairs; every byte of it must fit the format."""
-        data = Path(self.find('Trace.log')).read_bytes()
-        records, at = [], 0
-        pattern = re.compile(rb'\[([A-Z_]+)\] \([ \d]{5}\) Called from: \r\n((?:>>>.*?<<<\r\n)+)\r\n', re.S)
-        while at < len(data):
-            match = pattern.match(data, at)
-            assert match, data[at:at + 200]
-            arguments = re.findall(rb'>>>(.*?)<<<\r\n', match[2], re.S)
-            records.append((match[1].decode(), [a.decode('latin-1') for a in arguments]))
-            at = match.end()
-        return records
+        text = Path(self.find('Trace.log')).read_bytes().decode('latin-1')
+        record = r'\[([A-Z_]+)\] \([ \d]{5}\) Called from: \r\n((?:>>>.*?<<<\r\n)+)\r\n'
+        assert re.sub(record, '', text, flags=re.S) == ''
+        return [(caller, re.findall(r'>>>(.*?)<<<\r\n', arguments, re.S))
+                for caller, arguments in re.findall(record, text, re.S)]
 
 
 class HeldBytes:
@@ -277,6 +276,11 @@ def at_once(*tasks):
         return [future.result() for future in [pool.submit(task) for task in tasks]]
 
 
+def timed(call, *arguments):
+    begin = time.monotonic()
+    return call(*arguments), time.monotonic() - begin
+
+
 @pytest.fixture(scope='session')
 def samples(tmp_path_factory):
     """Sample practices by the options that they were made with, each made once."""
@@ -285,8 +289,7 @@ def samples(tmp_path_factory):
     def sample(*options):
         if options not in made:
             made[options] = tmp_path_factory.mktemp('sample') / 'practice'
-            tool('sample', made[options], '--contacts', '40', '--matters', '20', '--events', '30', '--notes', '15',
-                 *options).check_returncode()
+            tool('sample', made[options], *SIZES, *options).check_returncode()
         return made[options]
     return sample
 
@@ -312,14 +315,12 @@ def windows_folder(tmp_path):
 
 @pytest.fixture
 def new_host(windows_folder):
-    hosts = []
-
-    def make(**options):
-        hosts.append(Host(windows_folder, **options))
-        return hosts[-1]
-    yield make
-    for host in hosts:
-        host.close()
+    with contextlib.ExitStack() as hosts:
+        def make(**options):
+            host = Host(windows_folder, **options)
+            hosts.callback(host.close)
+            return host
+        yield make
 
 
 @pytest.fixture

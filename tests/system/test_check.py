@@ -1,17 +1,15 @@
 """Checking and mending: each fault is named with its place, mended, and then nobody finds any more."""
 
+import itertools
 import json
 import shutil
-import signal
-import subprocess
 import threading
-import time
 from pathlib import Path
 
 import pytest
-from conftest import OURS, HeldBytes, path_form, tool_command
+from conftest import OURS, HeldBytes, at_once, path_form
 from judges import TableView, assert_sound, identifier
-from test_damage import cut, header, last_tag, put, record_length, within
+from test_damage import add_to, cut, header, last_tag, put, record_length, within
 from test_tool import brenik
 
 FIXTURES = Path(__file__).resolve().parent.parent / 'data' / 'fixtures'
@@ -34,19 +32,27 @@ def snapshot(folder):
     return {path.name: path.read_bytes() for path in Path(folder).iterdir() if path.is_file()}
 
 
-def record_at(number):
-    return lambda data: header(data) + (number - 1) * record_length(data)
-
-
 def append(text):
+    return lambda data: data.extend(text)
+
+
+def memo_place(data, record):
+    """Where the memo pointer of a record of contacts lies."""
+    at = data.index(b'NOTES\0', 32) & ~31
+    return header(data) + (record - 1) * record_length(data) + int.from_bytes(data[at + 12:at + 16], 'little')
+
+
+def memo_of(record, pointer):
     def damage(data):
-        data.extend(text(data) if callable(text) else text)
+        at = memo_place(data, record)
+        data[at:at + 10] = pointer
     return damage
 
 
-def without_count(data):
-    """What an append leaves that was killed before the header counted it: here with content."""
-    put(4, int.from_bytes(data[4:8], 'little') - 1, 4)(data)
+def share_memo(data):
+    pointers = [bytes(data[at:at + 10]) for at in (memo_place(data, record) for record in range(1, 40))]
+    taken = next(pointer for pointer in pointers if pointer.strip())
+    memo_of(pointers.index(taken) + 2, taken)(data)
 
 
 def unfinished_append(data):
@@ -67,34 +73,26 @@ def second_leaf(data):
     return int.from_bytes(data[at:at + 4], 'little')
 
 
-def orphan(data):
-    """A whole page at the end that nothing names."""
-    data.extend(bytes(512))
-
-
-def free_page(page):
-    def damage(data):
-        data.extend(bytes(512))
-        put(len(data) - 512, page(data), 4)(data)
-        put(4, len(data) - 512, 4)(data)
-    return damage
+def free_list_with_the_directory(data):
+    data.extend((1024).to_bytes(4, 'little') + bytes(508))
+    put(4, len(data) - 512, 4)(data)
 
 
 # Name of the file, the damage, and the finding that it must lead to.
 PLANTED = {
     'count too high': ('LAW1.DBF', put(4, 50, 4), dict(kind='cut-short', record=41)),
     'cut in a record': ('LAW2.DBF', cut(lambda d: header(d) + 20 * record_length(d) + 9), dict(kind='cut-short', record=21)),
-    'count too low': ('LAW1.DBF', without_count, dict(kind='uncounted-records', record=40)),
+    'count too low': ('LAW1.DBF', add_to(4, 4, -1), dict(kind='uncounted-records', record=40)),
     'append not finished': ('LAW1.DBF', unfinished_append, dict(kind='unfinished-append', record=41)),
     'no end mark': ('LAW1.DBF', cut(lambda d: len(d) - 1), dict(kind='end-mark')),
     'rubbish behind': ('LAW9.DBF', append(b'rubbish!' * 100), dict(kind='rubbish')),
     'record length': ('LAW3.DBF', put(10, 7, 2), dict(kind='header')),
     'header length': ('LAW3.DBF', put(8, 65535, 2), dict(kind='header')),
     'field list not ended': ('LAW1.DBF', lambda d: put(header(d) - 1, 65, 1)(d), dict(kind='header')),
-    'memo outside': ('LAW1.DBF', None, dict(kind='memo-pointer', record=3, field='NOTES')),
-    'memo no number': ('LAW1.DBF', None, dict(kind='memo-pointer', record=3, field='NOTES')),
+    'memo outside': ('LAW1.DBF', memo_of(3, b'  77777777'), dict(kind='memo-pointer', record=3, field='NOTES')),
+    'memo no number': ('LAW1.DBF', memo_of(3, b'rubbish   '), dict(kind='memo-pointer', record=3, field='NOTES')),
     'memo cut off': ('LAW1.FPT', cut(lambda d: len(d) - 100), dict(kind='memo-pointer', field='NOTES')),
-    'memos overlap': ('LAW1.DBF', None, dict(kind='memo-overlap', field='NOTES')),
+    'memos overlap': ('LAW1.DBF', share_memo, dict(kind='memo-overlap', field='NOTES')),
     'memo block size': ('LAW1.FPT', put(6, 0, 2), dict(kind='memo-block-size')),
     'next memo in used blocks': ('LAW3.FPT', put(0, 9, 1), dict(kind='memo-next-free')),
     'directory header': ('LAW1.CDX', put(12, 11, 2), dict(kind='index-header')),
@@ -104,51 +102,29 @@ PLANTED = {
     'left sibling': ('LAW2.CDX', put(within(second_leaf, 4), 0xFFFFFFFF, 4), dict(kind='index-page', tag='U_ID')),
     'free space': ('LAW2.CDX', put(within(first_leaf, 12), 3, 2), dict(kind='index-page', tag='U_ID')),
     'not a page': ('LAW2.CDX', put(first_leaf, 0x5A5A, 2), dict(kind='index-page', tag='U_ID')),
-    'page used twice': ('LAW1.CDX', free_page(lambda d: 1024), dict(kind='free-list', page=1024)),
+    'page used twice': ('LAW1.CDX', free_list_with_the_directory, dict(kind='free-list', page=1024)),
     'file not whole pages': ('LAW1.CDX', append(b'half a page'), dict(kind='index-size', severity='note')),
-    'orphan': ('LAW1.CDX', orphan, dict(kind='orphan-pages', severity='note')),
+    'orphan': ('LAW1.CDX', append(bytes(512)), dict(kind='orphan-pages', severity='note')),
 }
 
 
-def plant(practice, name):
-    file, damage, _ = PLANTED[name]
-    pointers = {'memo outside': b'  77777777', 'memo no number': b'rubbish   '}
-    if name in pointers:
-        return practice.patch('LAW1', 3, 'NOTES', pointers[name])
-    if name == 'memos overlap':
-        table = practice.table('LAW1').table
-        field = table.by_name['NOTES']
-        slots = [table.record(n)[field.offset:field.offset + 10] for n in range(1, table.count + 1)]
-        taken = next(slot for slot in slots if slot.strip())
-        return practice.patch('LAW1', slots.index(taken) + 2, 'NOTES', taken)
-    path = Path(practice.find(file))
-    data = bytearray(path.read_bytes())
-    damage(data)
-    path.write_bytes(data)
-
-
-@pytest.fixture
-def large_practice(new_practice):
-    """With trees of more than one level."""
-    return new_practice('practice', '--events', '400')
-
-
 @pytest.mark.parametrize('name', PLANTED)
-def test_planted(large_practice, name):
+def test_planted(new_practice, name):
     """Named in its place; told but not touched in a dry run; mended, with a copy of what was changed."""
-    plant(large_practice, name)
-    file, _, wanted = PLANTED[name]
-    found = findings(large_practice, 0 if wanted.get('severity') == 'note' else 1)
+    practice = new_practice('practice', '--events', '400')      # with trees of more than one level
+    file, damage, wanted = PLANTED[name]
+    practice.damage(file, damage)
+    found = findings(practice, 0 if wanted.get('severity') == 'note' else 1)
     assert has(found, **wanted), found
-    damaged = snapshot(large_practice.folder)
-    ended, output, _ = brenik('repair', large_practice, '--dry-run')
-    assert ended == 0 and 'would do: ' in output and snapshot(large_practice.folder) == damaged
-    assert brenik('repair', large_practice)[0] == 0
-    assert findings(large_practice, 0) == []
-    assert_sound(large_practice.folder)
-    copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in large_practice.folder.glob('*.bak-*')}
+    damaged = snapshot(practice.folder)
+    ended, output, _ = brenik('repair', practice, '--dry-run')
+    assert ended == 0 and 'would do: ' in output and snapshot(practice.folder) == damaged
+    assert brenik('repair', practice)[0] == 0
+    assert findings(practice, 0) == []
+    assert_sound(practice.folder)
+    copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in practice.folder.glob('*.bak-*')}
     assert copies and all(damaged[copied] == content for copied, content in copies.items())
-    assert brenik('repair', large_practice) == (0, '%s: nothing to mend\n' % path_form(OURS)(large_practice), '')
+    assert brenik('repair', practice) == (0, '%s: nothing to mend\n' % path_form(OURS)(practice), '')
 
 
 def test_sound_files_are_left_alone(new_practice, tmp_path):
@@ -196,8 +172,7 @@ def test_keys(practice):
     ended, output, _ = brenik('reindex', path)
     assert ended == 1 and 'records 7 and 8 have the same key; the index stays as it was' in output
     assert (practice.folder / 'TAGS.CDX').read_bytes() == before
-    assert sorted(p.name for p in practice.folder.glob('TAGS.CDX*'))[0] == 'TAGS.CDX' \
-        and not (practice.folder / 'TAGS.CDX.new').exists()
+    assert not (practice.folder / 'TAGS.CDX.new').exists()
 
 
 def test_practice(session, practice):
@@ -219,19 +194,17 @@ def test_practice(session, practice):
     assert session.init(practice) == 0 and session.add(1, {})[1] == identifier('A1', 42)
 
 
-@pytest.mark.parametrize('file, damage', [
-    ('LAW1.DBF', cut(20)), ('LAW1.DBF', put(48, 0, 1)), ('LAW1.DBF', put(0, 0xFF, 1)), ('LAW1.CDX', cut(300)),
-    ('LAW1.CDX', cut(1536)), ('LAW1.CDX', put(within(last_tag, 494), 0x44524F4E, 4)), ('LAW1.FPT', cut(6)), ('LAW1.FPT', None)])
-def test_what_only_a_backup_can_mend(practice, file, damage):
+@pytest.mark.parametrize('file, damage, remedy', [
+    ('LAW1.DBF', cut(20), 'restore'), ('LAW1.DBF', put(48, 0, 1), 'restore'), ('LAW1.DBF', put(0, 0xFF, 1), 'restore'),
+    ('LAW1.CDX', cut(300), 'restore'), ('LAW1.CDX', put(within(last_tag, 494), 0x44524F4E, 4), 'by hand'),
+    ('LAW1.FPT', cut(6), 'restore'), ('LAW1.FPT', None, 'restore')])
+def test_what_only_a_backup_can_mend(practice, file, damage, remedy):
     """Is named as such; nothing of it is touched."""
-    path = Path(practice.find(file))
-    data = bytearray(path.read_bytes())
-    path.unlink()
     if damage:
-        damage(data)
-        path.write_bytes(data)
-    assert has(findings(practice, 1), remedy='by hand' if damage and len(data) > 1536 and file == 'LAW1.CDX' else 'restore') \
-        or has(findings(practice, 1), kind='tag-header')
+        practice.damage(file, damage)
+    else:
+        Path(practice.find(file)).unlink()
+    assert has(findings(practice, 1), remedy=remedy)
     before = snapshot(practice.folder)
     ended, output, _ = brenik('repair', practice)
     assert ended == 1 and 'not mended: ' in output and snapshot(practice.folder) == before
@@ -251,44 +224,28 @@ def test_beside_sessions(session, practice):
     practice.patch('LAW1', 5, 'LAST', last)
     with HeldBytes(practice.find('LAW1.CDX'), 0x7FFFFFFE):
         assert has(findings(Path(practice.find('LAW1.DBF')), 4), kind='index-locked')
-    stop = threading.Event()
+    checked = threading.Event()
 
     def work():
-        number = 0
-        while not stop.is_set():
-            number += 1
+        for number in itertools.takewhile(lambda _: not checked.is_set(), itertools.count(1)):
             uid = session.add(1, {'LAST': 'Name %d' % (number * 7919 % 997), 'NOTES': 'n' * number})[1]
             session.edit(1, 1 + number % 40, {'LAST': 'Edit %d' % (number * 31 % 997), 'NOTES': 'e' * (number % 700)})
             session.add(3, {'MATTER': 'Matter %d' % number}, uid)
-    worker = threading.Thread(target=work)
-    worker.start()
-    try:
-        for _ in range(15):
-            ended, output, _ = brenik('check', practice, '--json')
-            faults = [line for line in output.splitlines() if '"fault"' in line]
-            assert ended in (0, 4) and not faults, faults[:3]
-    finally:
-        stop.set()
-        worker.join()
+
+    def check():
+        try:
+            return [brenik('check', practice, '--json') for _ in range(15)]
+        finally:
+            checked.set()
+    for ended, output, _ in at_once(check, work)[0]:
+        assert ended in (0, 4) and '"fault"' not in output, output
     assert findings(practice, 0) == []
 
 
-def test_reindex_killed(new_practice):
-    """The old index stays until the new one is whole; the next run clears up and finishes."""
-    practice = new_practice('practice', '--contacts', '20000')
-    old = Path(practice.find('LAW1.CDX')).read_bytes()
-    started, made = practice.folder / 'LAW1.CDX.new', 0
-    for delay in (0, 0.005, 0.02, 0.05):
-        child = subprocess.Popen(tool_command('reindex', practice.find('LAW1.DBF')), stdout=subprocess.DEVNULL)
-        while child.poll() is None and not started.exists():
-            pass
-        time.sleep(delay)
-        child.kill()
-        if child.wait() == -signal.SIGKILL and started.exists():
-            made += 1
-            assert Path(practice.find('LAW1.CDX')).read_bytes() == old
-            assert [finding['kind'] for finding in findings(practice, 0)] == ['leftover']
-    assert made
+def test_leftover_of_a_rebuild(practice):
+    started = practice.folder / 'LAW1.CDX.new'
+    started.write_bytes(b'half an index')
+    assert [finding['kind'] for finding in findings(practice, 0)] == ['leftover']
     assert brenik('reindex', practice.find('LAW1.DBF'))[0] == 0 and not started.exists()
     assert findings(practice, 0) == []
 

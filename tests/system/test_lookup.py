@@ -14,13 +14,16 @@ def description(row, firm_name=''):
     return ''.join(item.replace('|', '/').strip(' ') + '|' for item in items).encode('latin-1')
 
 
-def primed(text, length):
-    """What a buffer of `length` blanks holds after `text` was copied back."""
-    n = min(len(text), length)
-    buffer = bytearray(b' ' * length + b'\0' + UNTOUCHED)
-    buffer[:n] = text[:n]
+def copied_back(text, given):
+    """What a buffer that held `given` holds after `text` was copied back."""
+    n = min(len(text), len(given))
+    buffer = bytearray(text[:n] + given[n:] + b'\0' + UNTOUCHED)
     buffer[n + 1] = 0
     return bytes(buffer)
+
+
+def primed(text, length):
+    return copied_back(text, b' ' * length)
 
 
 @pytest.mark.parametrize('setting, shown', [
@@ -33,29 +36,22 @@ def test_firm(session, practice, setting, shown):
     line = '' if setting is None else 'FirmName=%s\n' % setting
     practice.write('LAWSYS.INI', '[Main]\n%sMyFirm=%s\n' % (line, row['ID']))
     text = description(row, shown)
-    for length in (0, 1, 10, len(text) - 1, len(text), len(text) + 5, 5000):
+    for length in (0, 10, len(text) - 1, len(text), 5000):
         assert session.firm(length) == primed(text, length)
 
 
-def test_firm_leaves_everything_where_it_was(session, practice):
-    rows = practice.table('LAW1').rows
-    for ini in ('[Main]\nMyFirm=%s\n' % rows[7]['ID'], '[Main]\n', '[Main]\nMyFirm=NOBODY9\n', ''):
-        practice.write('LAWSYS.INI', ini)
+def test_firm_is_sought_and_everything_left_where_it_was(session, practice):
+    """No change of case, no padding: a shorter key finds the first that begins with it."""
+    assert session.edit(1, 9, {'ID': 'QQFIRM'}) == 0
+    text = description(practice.table('LAW1').rows[8])
+    keys = {key: '[Main]\nMyFirm=%s\n' % key for key in ('QQFIRM', 'QQFI', 'qqfirm', 'QQFIRMS')}
+    for key, settings in {**keys, None: '[Main]\n', 'none': ''}.items():
+        practice.write('LAWSYS.INI', settings)
         assert session.edit_begin(1, 3) == 0
-        found = session.firm(400) != primed(b'', 400)
-        assert found == ('%s\n' % rows[7]['ID'] in ini)
+        assert session.firm(1000) == primed(text if key in ('QQFIRM', 'QQFI') else b'', 1000)
         assert session.edit_end(1, 3) == 0              # same area, same record
         assert session.add_start(3) == 0 and session.firm(10) and session.add_end(3)[0] == 0
     assert session.add_start(1) == 0 and session.firm(10) and session.add_end(1)[0] == 0
-
-
-def test_firm_key_is_taken_as_it_is(session, practice):
-    """No change of case, no padding: a shorter key finds the first that begins with it."""
-    assert session.edit(1, 9, {'ID': 'QQFIRM'}) == 0
-    for key, found in (('QQFIRM', True), ('QQFI', True), ('qqfirm', False), ('QQFIRMS', False)):
-        practice.write('LAWSYS.INI', '[Main]\nMyFirm=%s\n' % key)
-        text = description(practice.table('LAW1').rows[8]) if found else b''
-        assert session.firm(1000) == primed(text, 1000)
 
 
 def test_identifier_lookup(session, practice):
@@ -67,19 +63,15 @@ def test_identifier_lookup(session, practice):
             assert session.get_uid(table, text) == (0, uid + b'\0\0' + UNTOUCHED[1:])
         unknown = (' ' + key, key[:-1] + '\x01', '', '   ', '?')
         assert [session.get_uid(table, text)[0] for text in unknown] == [19] * 5
-    assert [session.get_uid(table, 'X')[0] for table in (0, 2, 4, 7, 20, 255, -1)] == [5] * 7
+    assert [session.get_uid(table, 'X')[0] for table in (0, 2, 4, 255, -1)] == [5] * 5
 
 
 @pytest.mark.parametrize('text', ['', 'abc', 'ABCDEFG', '..........'])
 def test_identifier_buffer(session, practice, text):
     """The shorter of result and buffer is copied; the NUL goes one past the place one expects."""
     row = practice.table('LAW1').rows[0]
-    for key, result in ((row['ID'], row['U_ID']), ('NOSUCHKEY', text if len(text) == 7 else ' ' * 7)):
-        n = min(len(result), len(text))
-        wanted = bytearray(text.encode() + b'\0' + UNTOUCHED)
-        wanted[:n] = result.encode()[:n]
-        wanted[n + 1] = 0
-        assert session.get_uid(1, key, text) == ((0 if result == row['U_ID'] else 19), bytes(wanted))
+    for key, code, result in ((row['ID'], 0, row['U_ID']), ('NOSUCHKEY', 19, text if len(text) == 7 else ' ' * 7)):
+        assert session.get_uid(1, key, text) == (code, copied_back(result.encode(), text.encode()))
 
 
 def test_lookup_moves_the_current_area(session):

@@ -49,11 +49,6 @@ def picture(display, name):
         subprocess.run(['import', '-window', 'root', '-colors', '64', str(target)], env=display.environment, check=True)
 
 
-def answer(process):
-    output, _ = process.communicate(timeout=60)             # with the server's own start
-    return json.loads(output.splitlines()[-1])
-
-
 def test_host_stays_painted_during_the_notices(display, practice):
     """Ten notices of half a second; nothing of the host's runs meanwhile but its painting."""
     view, contact = practice.table('LAW1'), practice.table('LAW1').rows[1]['U_ID']
@@ -62,7 +57,7 @@ def test_host_stays_painted_during_the_notices(display, practice):
         finger = display('press', 'Record Locking')
         text, enabled = finger.stdout.readline().strip(), finger.stdout.readline().strip()
         picture(display, 'notice.png')
-        result = answer(host)
+        result = json.loads(host.communicate(timeout=60)[0].splitlines()[-1])
         finger.communicate('\n', timeout=20)
     assert text == 'Names ( record 2) is locked by another user or program. Retrying...'
     assert enabled == '2' and result['rc'] == 12 and 4500 < result['ms'] < 15000
@@ -81,5 +76,5 @@ def test_box_waits_for_the_person(display, practice):
         assert host.poll() is None
         picture(display, 'message-box.png')
         finger.communicate('\n', timeout=20)
-        result = answer(host)
+        result = json.loads(host.communicate(timeout=60)[0].splitlines()[-1])
     assert result['rc'] == 17 and result['ms'] > 5500

@@ -7,8 +7,6 @@
  *     window_host press TITLE
  *         waits for a box, prints its text and how many of the host's windows take input, and
  *         presses its button when a line is read
- *     window_host start LIBRARY PRACTICE
- *         opens the practice and prints the result
  *     window_host hold FILE
  *         keeps a file open without sharing it, until its input ends */
 
@@ -17,12 +15,7 @@
 #include <stdio.h>
 #include <string.h>
 
-typedef unsigned(__stdcall* Initialize)(const char*, int, int);
-typedef unsigned(__stdcall* AddStart)(int, int*);
-typedef unsigned(__stdcall* AddEnd)(int, char*);
-typedef unsigned(__stdcall* EditStart)(int, const char*, int*);
-typedef unsigned(__stdcall* SetField)(int, int, const char*, const char*);
-typedef unsigned(__stdcall* EditEnd)(int, int);
+#include "brenikdb.h"
 
 enum { kTimer = 1, kTimerMilliseconds = 20, kInvalidationMilliseconds = 50 };
 
@@ -68,35 +61,21 @@ static HWND show_window(void) {
     return window;
 }
 
-static FARPROC entry(HMODULE library, const char* name) {
-    FARPROC found = GetProcAddress(library, name);
-    if (!found) ExitProcess(3);
-    return found;
-}
+static HMODULE library;
 
-static unsigned start(HMODULE library, int table, const char* contact) {
+#define CALL(name) ((__typeof__(&name))GetProcAddress(library, #name))
+
+static void work(int edit, char* contact) {
+    const int table = edit ? 1 : 3;
     int p = 0;
-    return table == 1 ? ((EditStart)entry(library, "BrenikEditStart"))(table, contact, &p)
-                      : ((AddStart)entry(library, "BrenikAddStart"))(table, &p);
-}
-
-static unsigned end(HMODULE library, int table, const char* contact) {
-    char identifier[16];
-    strcpy(identifier, contact);
-    return table == 1 ? ((EditEnd)entry(library, "BrenikEditEnd"))(table, 0)
-                      : ((AddEnd)entry(library, "BrenikAddEnd"))(table, identifier);
-}
-
-static void work(HMODULE library, int table, const char* contact) {
     HWND window = show_window();
-    unsigned rc = start(library, table, contact);
-    if (!rc)
-        rc = ((SetField)entry(library, "BrenikSetField"))(table, 0, table == 1 ? "LAST" : "MATTER",
-                                                          "Window");
+    unsigned rc =
+        edit ? CALL(BrenikEditStart)(table, contact, &p) : CALL(BrenikAddStart)(table, &p);
+    if (!rc) rc = CALL(BrenikSetField)(table, 0, edit ? "LAST" : "MATTER", "Window");
     PostMessageA(window, WM_KEYDOWN, VK_SPACE, 0);
     paints = timers = keys = 0;
     const ULONGLONG begin = GetTickCount64();
-    if (!rc) rc = end(library, table, contact);
+    if (!rc) rc = edit ? CALL(BrenikEditEnd)(table, 0) : CALL(BrenikAddEnd)(table, contact);
     const unsigned long spent = (unsigned long)(GetTickCount64() - begin);
     const int painted = paints, handled = timers + keys;
     MSG message;
@@ -133,11 +112,10 @@ static void hold(const char* path) {
 int main(int argc, char** argv) {
     if (argc == 3 && !strcmp(argv[1], "hold")) return hold(argv[2]), 0;
     if (argc == 3 && !strcmp(argv[1], "press")) return press(argv[2]), 0;
-    if (argc < 4) return 2;
-    HMODULE library = LoadLibraryA(argv[2]);
+    if (argc != 5) return 2;
+    library = LoadLibraryA(argv[2]);
     if (!library) return 3;
-    const unsigned rc = ((Initialize)entry(library, "BrenikInitialize"))(argv[3], 0, 0);
-    if (argc == 4) printf("{\"rc\": %u}\n", rc);
-    if (argc == 5) work(library, strcmp(argv[1], "edit") ? 3 : 1, argv[4]);
+    CALL(BrenikInitialize)(argv[3], 0, 0);
+    work(!strcmp(argv[1], "edit"), argv[4]);
     return 0;
 }

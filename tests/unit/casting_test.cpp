@@ -8,6 +8,7 @@
 #include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
 #include "c_source/Strings.h"
+#include "fake_engine.h"
 #include "util/fault.h"
 
 namespace brenik {
@@ -15,17 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-class RecordingInterface : public platform::UserInterface {
-  public:
-    void message_box(const std::string& text, const std::string& title, platform::Icon) override {
-        events.push_back(title + "|" + text);
-    }
-    void notice(const std::string&, const std::string&, int) override {}
-    void beep() override { events.push_back("beep"); }
-    void set_cursor(platform::Cursor) override {}
-
-    std::vector<std::string> events;
-};
+using Texts = std::vector<std::string>;
 
 class CastingTest : public testing::Test {
   protected:
@@ -40,77 +31,68 @@ class CastingTest : public testing::Test {
         for (const Value& element : *value.array()) text += "(" + shown(element) + ")";
         return text;
     }
+    // What an array string holds, with a mark for each report that it is broken.
+    std::string read(const std::string& text) {
+        ui_ = {};
+        const std::string result = shown(STR2A(ui_, text));
+        const std::size_t reports = ui_.boxes.size();
+        EXPECT_EQ(ui_.boxes, Texts(reports, ": STR2A ERROR! Less data than expected."));
+        EXPECT_EQ(ui_.beeps, static_cast<int>(reports));
+        return result + std::string(reports, '!');
+    }
 
-    RecordingInterface ui_;
+    fake::UserInterface ui_;
 };
 
 TEST_F(CastingTest, EverySourceGivesWhatItsTargetCallsFor) {
-    const Date day = Date::from_civil(2003, 11, 27);
     const std::string none = "D:  /  /  ";
     struct Case {
         Value source;
-        std::vector<std::string> results;  // as C, N, D, L, M, A, Q and c
+        Texts results;  // as C, N, D, L, M, A and c
     };
     const std::vector<Case> cases = {
-        {"1", {"C:1", "N:         1", none, "L:Y", "C:1", "A", "C:", "C:"}},
-        {Memo{"T"}, {"M:T", "N:         0", none, "L:Y", "M:T", "A", "C:", "C:"}},
-        {1,
-         {"C:         1", "N:         1", "D:11/30/00", "L:Y", "C:         1", "C:", "C:", "C:"}},
-        {Number{1.5, 6, 2},
-         {"C:  1.50", "N:  1.50", "D:11/30/00", "L:N", "C:  1.50", "C:", "C:", "C:"}},
-        {day,
+        {"1", {"C:1", "N:         1", none, "L:Y", "C:1", "A", "C:"}},
+        {Memo{"T"}, {"M:T", "N:         0", none, "L:Y", "M:T", "A", "C:"}},
+        {1, {"C:         1", "N:         1", "D:11/30/00", "L:Y", "C:         1", "C:", "C:"}},
+        {Number{1.5, 6, 2}, {"C:  1.50", "N:  1.50", "D:11/30/00", "L:N", "C:  1.50", "C:", "C:"}},
+        {Date::from_civil(2003, 11, 27),
          {"C:11/27/03", "N:         0", "D:11/27/03", "L:N", "C:11/27/03",
-          "A(N:      2003)(N:        11)(N:        27)", "C:", "C:"}},
-        {true, {"C:Y", "N:         0", none, "L:Y", "C:Y", "C:", "C:", "C:"}},
-        {false, {"C:N", "N:         1", none, "L:N", "C:N", "C:", "C:", "C:"}},
-        {Value::array({true}), {"C:2A\1\0LT"s, "C:", none, "L:N", "C:", "C:", "C:", "C:"}},
-        {Value(), {"C:", "C:", none, "L:N", "C:", "C:", "C:", "C:"}}};
-    constexpr std::string_view kTargets = "CNDLMAQc";
+          "A(N:      2003)(N:        11)(N:        27)", "C:"}},
+        {true, {"C:Y", "N:         0", none, "L:Y", "C:Y", "C:", "C:"}},
+        {false, {"C:N", "N:         1", none, "L:N", "C:N", "C:", "C:"}},
+        {Value::array({true}), {"C:2A\1\0LT"s, "C:", none, "L:N", "C:", "C:", "C:"}},
+        {Value(), {"C:", "C:", none, "L:N", "C:", "C:", "C:"}}};
     for (const Case& c : cases) {
-        for (std::size_t i = 0; i < kTargets.size(); ++i) {
-            EXPECT_EQ(shown(cast(c.source, kTargets[i])), c.results[i])
-                << shown(c.source) << " to " << kTargets[i];
-        }
+        Texts results;
+        for (const char target : "CNDLMAc"s) results.push_back(shown(cast(c.source, target)));
+        EXPECT_EQ(results, c.results) << shown(c.source);
     }
-    EXPECT_EQ(cast(Number{-999999999}, 'C').text(), "-999999999");
     EXPECT_EQ(cast(Number{9999999999}, 'M').text(), "9999999999");
     EXPECT_EQ(cast(Number{10000000000}, 'C').text(), "**********");
     EXPECT_EQ(cast("10000000000", 'N').number(), 1e10);
-    for (const char* text : {"y", "Yes", "Y ", "TRUE", "true", "", "11"}) {
+    for (const char* text : {"y", "Yes", "Y ", "TRUE", "", "11"}) {
         EXPECT_FALSE(cast(text, 'L').logical()) << text;
     }
 }
 
 TEST_F(CastingTest, DatesAreReadFromTextAndNumbers) {
-    struct Case {
-        Value source;
-        bool strict;
-        const char* ymd;
+    const std::pair<Value, const char*> cases[] = {
+        {"20031127", "20031127"},    {"11/27/03", "19031127"}, {"11/27/2003", "20031127"},
+        {"20031127 ", "        "},   {20031127, "20031127"},   {20031131, "20031201"},
+        {20030015, "20021215"},      {20040300, "20040229"},   {99991232, "        "},
+        {Number{1e300}, "18991130"}, {-5, "18941130"},
     };
-    for (const Case& c : {Case{"20031127", false, "20031127"},
-                          {"20031127", true, "20031127"},
-                          {"11/27/03", false, "19031127"},
-                          {"11/27/03", true, "        "},
-                          {"11/27/2003", false, "20031127"},
-                          {"20031127 ", false, "        "},
-                          {"abc", false, "        "},
-                          {20031127, false, "20031127"},
-                          {20031131, false, "20031201"},
-                          {20030015, false, "20021215"},
-                          {20040300, false, "20040229"},
-                          {Number{99991231}, false, "99991231"},
-                          {Number{99991232}, false, "        "},
-                          {Number{1e300}, false, "18991130"},
-                          {-5, false, "18941130"}}) {
-        EXPECT_EQ(cast(c.source, 'D', c.strict).date().to_ymd(), c.ymd) << shown(c.source);
+    for (const auto& [source, ymd] : cases) {
+        EXPECT_EQ(cast(source, 'D').date().to_ymd(), ymd) << shown(source);
     }
+    EXPECT_EQ(cast("20031127", 'D', true).date().to_ymd(), "20031127");
+    EXPECT_TRUE(cast("11/27/03", 'D', true).date().empty());
 }
 
 TEST_F(CastingTest, MemosShowAsTheirModeSays) {
     const Memo memo{"one\x8D\ntwo\r\n three*** private  "};
+    for (const char* mode : {"", "y"}) EXPECT_EQ(CAST(memo, mode), "") << mode;
     EXPECT_EQ(CAST(memo), "");
-    EXPECT_EQ(CAST(memo, ""), "");
-    EXPECT_EQ(CAST(memo, "y"), "");
     EXPECT_EQ(CAST(memo, "Yes"), "one two\r\n three*** private");
     EXPECT_EQ(CAST(memo, "P"), "one two\r\n three");
     EXPECT_EQ(CAST(Memo{"public \x8D\n "}, "P"), "public");
@@ -128,8 +110,7 @@ TEST_F(CastingTest, ArraysTravelThroughByteStrings) {
          Date::from_civil(2003, 11, 27), std::string(32767, ' '), ""});
     EXPECT_EQ(A2STR(STR2A(ui_, A2STR(nested))), A2STR(nested));
     EXPECT_EQ((*STR2A(ui_, A2STR(nested)))[5].text().size(), 32767u);
-    EXPECT_EQ(shown(STR2A(ui_, "A\2\0C\2\0abLT"s)), "A(C:ab)(L:Y)") << "version 1";
-    EXPECT_TRUE(ui_.events.empty());
+    EXPECT_TRUE(ui_.boxes.empty());
 
     EXPECT_THROW(A2STR(Value::array({std::string(32768, 'x')})), EngineFault);
     EXPECT_THROW(A2STR(Value::array(Array(32768))), EngineFault);
@@ -140,92 +121,42 @@ TEST_F(CastingTest, ArraysTravelThroughByteStrings) {
 }
 
 TEST_F(CastingTest, BrokenByteStringsGiveWhatCouldBeRead) {
-    const std::string too_short = "|STR2A ERROR! Less data than expected.";
-    struct Case {
-        std::string text;
-        const char* shown;
-        bool reported;
+    const std::pair<std::string, const char*> cases[] = {
+        {"", "A"},
+        {"  \r\n ", "A"},
+        {"2", "A"},
+        {"2C\1\0x", "A"},
+        {"2A", "A"},
+        {"2A\xFF\xFF", "A"},
+        {"A\2\0C\2\0abLT"s, "A(C:ab)(L:Y)"},  // the first version
+        {"2A\2\0LTC\5\0ab"s, "A(L:Y)!"},
+        {"2A\1\0C\xFF\xFF\0\0"s, "A(C:)"},
+        {"2A\2\0LFXT"s, "A(L:N)(U:)"},
+        {"2A\1\0C\3\0abc\5\0"s, "A(C:abc  )"},
+        {"2A\1\0C\3\0abc\2\0"s, "A(C:ab)"},
+        {"2A\1\0C\3\0abc\2"s, "A!"},
+        {"2A\2\0LTN\5"s, "A(L:Y)!"},
+        {"2A\1\0D2003"s, "A!"},
     };
-    for (const Case& c : {Case{"", "A", false},
-                          {"  \r\n ", "A", false},
-                          {"2", "A", false},
-                          {"2C\1\0x", "A", false},
-                          {"2A", "A", false},
-                          {"2A\xFF\xFF", "A", false},
-                          {"2A\2\0LTC\5\0ab"s, "A(L:Y)", true},
-                          {"2A\1\0C\xFF\xFF\0\0"s, "A(C:)", false},
-                          {"2A\2\0LFXT"s, "A(L:N)(U:)", false},
-                          {"2A\1\0C\3\0abc\5\0"s, "A(C:abc  )", false},
-                          {"2A\1\0C\3\0abc\2\0"s, "A(C:ab)", false},
-                          {"2A\1\0C\3\0abc\2"s, "A", true},
-                          {"2A\2\0LTN\5"s, "A(L:Y)", true},
-                          {"2A\1\0D2003"s, "A", true}}) {
-        ui_.events.clear();
-        EXPECT_EQ(shown(STR2A(ui_, c.text)), c.shown) << testing::PrintToString(c.text);
-        EXPECT_EQ(ui_.events, c.reported ? std::vector<std::string>({"beep", too_short})
-                                         : std::vector<std::string>());
+    for (const auto& [text, wanted] : cases) {
+        EXPECT_EQ(read(text), wanted) << testing::PrintToString(text);
     }
-}
-
-// A value of any kind; arrays get rarer with their depth.
-Value random_value(std::mt19937& random, int depth) {
-    const auto below = [&random](unsigned limit) { return static_cast<int>(random() % limit); };
-    switch (below(depth > 6 ? 6 : 9)) {
-        case 0:
-            return {};
-        case 1:
-            return below(2) == 1;
-        case 2:
-            return Number{(below(2000000) - 1000000) / 100.0, 10, 2};
-        case 3:
-            return below(1000) == 0 ? Value(Date()) : Value(Date(1721426 + below(3652059)));
-        case 4:
-            return below(1 << 30) - (1 << 29);
-        case 5: {
-            std::string text(static_cast<std::size_t>(below(40)), ' ');
-            for (char& c : text) c = static_cast<char>(below(2) == 0 ? ' ' : below(256));
-            return text;
-        }
-        default: {
-            Array elements(static_cast<std::size_t>(below(5)));
-            for (Value& element : elements) element = random_value(random, depth + 1);
-            return Value::array(elements);
-        }
-    }
-}
-
-TEST_F(CastingTest, AnyArrayComesBackAsItWas) {
-    std::mt19937 random(5);
-    for (int round = 0; round < 300; ++round) {
-        const Value array = Value::array({random_value(random, 0), random_value(random, 0)});
-        const std::string text = A2STR(array);
-        EXPECT_EQ(shown(STR2A(ui_, text)), shown(array));
-        EXPECT_TRUE(ui_.events.empty());
-    }
-}
-
-TEST_F(CastingTest, CutByteStringsAreReportedWhereverTheyEnd) {
-    const Value array = Value::array(
-        {"ab  ", -12, true, Date::from_ymd("20031127"), Value::array({"x", Value()}), "end"});
-    const std::string whole = A2STR(array);
+    const std::string whole = A2STR(Value::array(
+        {"ab  ", -12, true, Date::from_ymd("20031127"), Value::array({"x", Value()}), "end"}));
     for (std::size_t size = 5; size < whole.size(); ++size) {
-        ui_.events.clear();
-        const std::string read = shown(STR2A(ui_, whole.substr(0, size)));
-        EXPECT_LT(read.size(), shown(array).size()) << size;
-        EXPECT_FALSE(ui_.events.empty()) << size;
+        EXPECT_EQ(read(whole.substr(0, size)).back(), '!') << size;
     }
     std::mt19937 random(6);
     for (int round = 0; round < 4000; ++round) {
         std::string text = whole;
         for (int i = 0; i < 3; ++i) text[random() % text.size()] = static_cast<char>(random());
-        ui_.events.clear();
         STR2A(ui_, text);  // whatever its lengths claim, it ends and stays inside the text
     }
 }
 
 TEST_F(CastingTest, NestingIsWrittenToAnyDepthAndReadToThreeHundredLevels) {
     for (const int levels : {kMaxArrayDepth, kMaxArrayDepth + 1, 400}) {
-        ui_.events.clear();
+        ui_.boxes.clear();
         std::string text = "2";
         Value nested = Value::array({});
         for (int i = 1; i < levels; ++i) {
@@ -237,49 +168,54 @@ TEST_F(CastingTest, NestingIsWrittenToAnyDepthAndReadToThreeHundredLevels) {
         int depth = 0;
         for (; array; ++depth) array = array->empty() ? nullptr : array->front().array();
         EXPECT_EQ(depth, std::min(levels, kMaxArrayDepth + 1));
-        const bool reported = std::find(ui_.events.begin(), ui_.events.end(),
-                                        "|Too many recursions in STR2A!\r\n") != ui_.events.end();
+        const bool reported =
+            std::ranges::count(ui_.boxes, ": Too many recursions in STR2A!\r\n") != 0;
         EXPECT_EQ(reported, levels > kMaxArrayDepth);
     }
 }
 
 TEST_F(CastingTest, ErrorsBeepUnlessOnlyShown) {
-    EXPECT_FALSE(ERRBEEP(ui_));
-    EXPECT_FALSE(ERRBEEP(ui_, "", "", false));
-    EXPECT_FALSE(ERRBEEP(ui_, "text", "title", false));
-    EXPECT_FALSE(ERRBEEP(ui_, "text"));
-    EXPECT_EQ(ui_.events,
-              (std::vector<std::string>{"beep", "beep", "title|text", "beep", "|text"}));
+    const struct {
+        const char *text, *title;
+        bool beep;
+        int beeps;
+        Texts boxes;
+    } cases[] = {
+        {"", "", true, 1, {}},
+        {"", "", false, 1, {}},
+        {"text", "title", false, 0, {"title: text"}},
+        {"text", "", true, 1, {": text"}},
+    };
+    for (const auto& c : cases) {
+        ui_ = {};
+        EXPECT_FALSE(ERRBEEP(ui_, c.text, c.title, c.beep));
+        EXPECT_EQ(ui_.beeps, c.beeps) << c.text << c.beep;
+        EXPECT_EQ(ui_.boxes, c.boxes);
+    }
 }
 
 // Each reading of the clock is one step later; 0 follows the end of the day.
-class SteppingClock : public platform::Clock {
+class SteppingClock : public fake::Clock {
   public:
-    SteppingClock(double start, double step) : now_(start), step_(step) {}
-    platform::LocalDay today() override { return {2000, 1, 1}; }
+    SteppingClock(double start, double step) : step_(step) { now_ = start; }
     double seconds() override {
         const double now = now_;
-        now_ += step_;
-        if (now_ >= 86400) now_ -= 86400;
+        now_ += now_ + step_ < 86400 ? step_ : step_ - 86400;
         return now;
     }
-    double now_;
 
   private:
     double step_;
 };
 
 TEST(Sleep, EndsAfterItsTimeOrAtMidnight) {
-    struct Case {
+    const struct {
         double start, step, seconds, end;
+    } cases[] = {
+        {100, 0.25, 1, 101.25},    {100, 0.25, -1, 100.25},       {100, -10, 1000, 80},
+        {86399.75, 0.25, 1, 0.25}, {86399.75, 60, 86399, 119.75},
     };
-    for (const Case& c : {Case{100, 0.25, 1, 101.25},
-                          {100, 0.25, 0, 100.25},
-                          {100, 0.25, -1, 100.25},
-                          {100, -10, 1000, 80},
-                          {86399.75, 0.25, 1, 0.25},
-                          {86399.75, 60, 86399, 119.75},
-                          {1, 0.25, 1, 1.25}}) {
+    for (const auto& c : cases) {
         SteppingClock clock(c.start, c.step);
         SLEEP(clock, c.seconds);
         EXPECT_EQ(clock.now_, c.end) << c.start << " for " << c.seconds;

@@ -21,11 +21,6 @@ class Calendar : public fake::Clock {
 
 class DatesAndTimes : public testing::Test {
   protected:
-    Date on(const std::string& today, const char* date) {
-        clock_.today_ = today;
-        return Date::from_ymd(date);
-    }
-
     fake::Engine engine_;
     Calendar clock_;
     fake::UserInterface ui_;
@@ -34,104 +29,87 @@ class DatesAndTimes : public testing::Test {
 
 TEST_F(DatesAndTimes, CarryMonthsAndDays) {
     constexpr auto kLimit = std::numeric_limits<std::int64_t>::max();
+    const std::string none = "        ";
     const struct {
         std::int64_t month, day, year;
-        const char* date;
-        const char* clamped;
+        std::string date, clamped;
     } cases[] = {
-        {2, 30, 2003, "20030302", "20030228"},     {2, 29, 2004, "20040229", "20040229"},
-        {2, 29, 1900, "19000301", "19000228"},     {13, 1, 3, "19040101", "19040101"},
-        {0, 15, 2003, "20021215", "20021215"},     {-11, 1, 2003, "20020101", "20020101"},
-        {-12, 1, 2003, "20011201", "20011201"},    {-23, 1, 2003, "20010101", "20010101"},
-        {-24, 1, 2003, "20001201", "20001201"},    {25, 31, 2003, "20050131", "20050131"},
-        {12, 32, 2003, "20040101", "20031231"},    {3, 0, 2003, "20030228", "20030131"},
-        {1, 366, 2004, "20041231", "20041130"},    {1, 1, 0, "19000101", "19000101"},
-        {1, 1, 99, "19990101", "19990101"},        {1, 1, 100, "01000101", "01000101"},
-        {0, 1, 100, "19991201", "19991201"},       {1, 1, -5, "18950101", "18950101"},
-        {12, 31, 9999, "99991231", "99991231"},    {12, 32, 9999, "        ", "        "},
-        {13, 1, 9999, "        ", "        "},     {1, -3000000, 2003, "        ", "        "},
-        {kLimit, 1, 2003, "        ", "        "}, {1, -kLimit - 1, 2003, "        ", "        "},
-        {1, 1, kLimit, "        ", "        "},
+        {2, 30, 2003, "20030302", "20030228"},
+        {2, 29, 2004, "20040229", "20040229"},
+        {2, 29, 1900, "19000301", "19000228"},
+        {13, 1, 3, "19040101", "19040101"},
+        {0, 15, 2003, "20021215", "20021215"},
+        {-11, 1, 2003, "20020101", "20020101"},
+        {-12, 1, 2003, "20011201", "20011201"},
+        {-24, 1, 2003, "20001201", "20001201"},
+        {25, 31, 2003, "20050131", "20050131"},
+        {12, 32, 2003, "20040101", "20031231"},
+        {3, 0, 2003, "20030228", "20030131"},
+        {1, 366, 2004, "20041231", "20041130"},
+        {1, 1, 99, "19990101", "19990101"},
+        {1, 1, 100, "01000101", "01000101"},
+        {0, 1, 100, "19991201", "19991201"},
+        {1, 1, -5, "18950101", "18950101"},
+        {12, 31, 9999, "99991231", "99991231"},
+        {12, 32, 9999, none, none},
+        {13, 1, 9999, none, none},
+        {1, -3000000, 2003, none, none},
+        {kLimit, 1, 2003, none, none},
+        {1, -kLimit - 1, 2003, none, none},
+        {1, 1, kLimit, none, none},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(MAKEDATE(c.month, c.day, c.year).to_ymd(), c.date) << c.month << "/" << c.day;
-        EXPECT_EQ(MAKEDATE(c.month, c.day, c.year, true).to_ymd(), c.clamped)
-            << c.month << "/" << c.day;
+        EXPECT_EQ(MAKEDATE(c.month, c.day, c.year, true).to_ymd(), c.clamped) << c.month;
     }
 }
 
-TEST_F(DatesAndTimes, CountDaysFromToday) {
+TEST_F(DatesAndTimes, CountDaysFromTodayAndWriteThemOut) {
     const struct {
-        const char* date;
-        const char* away;
+        const char *date, *away, *words;
     } cases[] = {
-        {"20031127", "Today"},
-        {"20031126", "1 days past"},
-        {"20031128", "1 days to go"},
-        {"20041127", "366 days to go"},
-        {"        ", ""},
-        {"00010101", "731545 days past"},
-        {"99991231", "2920513 days to go"},
-    };
-    for (const auto& c : cases) EXPECT_EQ(DAYSAWAY(session_, Date::from_ymd(c.date)), c.away);
-}
-
-TEST_F(DatesAndTimes, FindTheNextAnniversary) {
-    const struct {
-        const char* today;
-        const char* date;
-        const char* next;
-    } cases[] = {
-        {"20031127", "19601127", "20031127"}, {"20031127", "19601126", "20041126"},
-        {"20031127", "19601128", "20031128"}, {"20031127", "20991128", "20031128"},
-        {"20030101", "19600229", "20030301"}, {"20040101", "19600229", "20040229"},
-        {"20030301", "19600229", "20040229"}, {"20040301", "19600229", "20050301"},
-        {"20031127", "        ", "20991231"}, {"99991231", "19600101", "        "},
+        {"20031127", "Today", "November 27, 2003"},
+        {"20031126", "1 days past", "November 26, 2003"},
+        {"20041127", "366 days to go", "November 27, 2004"},
+        {"        ", "", "No Date"},
+        {"00050101", "730084 days past", "January 1,    5"},
+        {"99991231", "2920513 days to go", "December 31, 9999"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(NEXTBDAY(session_, on(c.today, c.date)).to_ymd(), c.next) << c.today << c.date;
+        EXPECT_EQ(DAYSAWAY(session_, Date::from_ymd(c.date)), c.away);
+        EXPECT_EQ(DTOW(Date::from_ymd(c.date)), c.words);
     }
 }
 
-TEST_F(DatesAndTimes, WriteDatesOut) {
-    EXPECT_EQ(DTOW(Date::from_ymd("20031127")), "November 27, 2003");
-    EXPECT_EQ(DTOW(Date::from_ymd("00050101")), "January 1,    5");
-    EXPECT_EQ(DTOW(Date::from_ymd("99991231")), "December 31, 9999");
-    EXPECT_EQ(DTOW(Date()), "No Date");
-}
-
-TEST_F(DatesAndTimes, GiveAges) {
+TEST_F(DatesAndTimes, FindAgesAndTheNextAnniversary) {
     const struct {
-        const char* today;
-        Value date;
+        const char *today, *date;
         std::int64_t age;
+        const char* next;
     } cases[] = {
-        {"20031127", Date::from_ymd("19601127"), 43},
-        {"20031127", Date::from_ymd("19601128"), 42},
-        {"20030228", Date::from_ymd("19600229"), 42},
-        {"20030301", Date::from_ymd("19600229"), 43},
-        {"20040229", Date::from_ymd("19600229"), 44},
-        {"20031127", "19601127", 43},
-        {"20031127", "11/27/60", 43},
-        {"20031127", 19601127, 43},
-        {"20031127", Date::from_ymd("20041127"), -1},
-        {"20031127", Date(), 0},
-        {"20031127", "never", 0},
-        {"20031127", true, 0},
-        {"20040101", Value(), 0},
-        {"20041231", Value(), 365},
+        {"20031127", "19601127", 43, "20031127"}, {"20031127", "19601126", 43, "20041126"},
+        {"20031127", "19601128", 42, "20031128"}, {"20031127", "20991128", -97, "20031128"},
+        {"20030228", "19600229", 42, "20030301"}, {"20030301", "19600229", 43, "20040229"},
+        {"20040229", "19600229", 44, "20040229"}, {"20040301", "19600229", 44, "20050301"},
+        {"20031127", "        ", 0, "20991231"},  {"99991231", "19600101", 8039, "        "},
     };
     for (const auto& c : cases) {
         clock_.today_ = c.today;
-        EXPECT_EQ(AGE(session_, c.date), c.age) << c.today;
+        EXPECT_EQ(AGE(session_, Date::from_ymd(c.date)), c.age) << c.today << c.date;
+        EXPECT_EQ(NEXTBDAY(session_, Date::from_ymd(c.date)).to_ymd(), c.next) << c.today << c.date;
     }
+    const std::pair<Value, int> others[] = {
+        {"19601127", 44}, {"11/27/60", 44}, {19601127, 44}, {"never", 0}, {true, 0}, {Value(), 365},
+    };
+    clock_.today_ = "20041231";
+    for (const auto& [value, age] : others) EXPECT_EQ(AGE(session_, value), age);
+    clock_.today_ = "20040101";
+    EXPECT_EQ(AGE(session_, Value()), 0);
 }
 
 TEST_F(DatesAndTimes, ShowMinutesInTwelveHours) {
     const struct {
-        const char* minutes;
-        const char* event;  // from minutes text
-        const char* time;   // from the number
+        const char *minutes, *from_text, *from_number;
     } cases[] = {
         {"0", "      ", "12:00a"},      {"", "      ", "12:00a"},     {"540", " 9:00a", " 9:00a"},
         {"65", " 1:05a", " 1:05a"},     {"720", "12:00p", "12:00p"},  {"1439", "11:59p", "11:59p"},
@@ -140,16 +118,15 @@ TEST_F(DatesAndTimes, ShowMinutesInTwelveHours) {
         {"  600 ", "10:00a", "10:00a"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(EVETIME2AP(c.minutes), c.event) << c.minutes;
-        EXPECT_EQ(MIN2AMPM(numeric_value(c.minutes)), c.time) << c.minutes;
+        EXPECT_EQ(EVETIME2AP(c.minutes), c.from_text) << c.minutes;
+        EXPECT_EQ(MIN2AMPM(numeric_value(c.minutes)), c.from_number) << c.minutes;
     }
     EXPECT_EQ(EVETIME2AP(std::string(400, '9')).size(), 6U) << "a number beyond all numbers";
 }
 
 TEST_F(DatesAndTimes, ReadTwelveHourText) {
     const struct {
-        const char* text;
-        const char* event;
+        const char *text, *event;
         double minutes;
         const char* long_form;
     } cases[] = {
@@ -171,36 +148,30 @@ TEST_F(DatesAndTimes, ReadTwelveHourText) {
 }
 
 TEST_F(DatesAndTimes, ReadTwentyFourHourText) {
-    const struct {
-        const char* text;
-        const char* shown;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"14:30", " 2:30p"}, {"00:05", "12:05a"}, {"12:00", "12:00p"}, {"11:59", "11:59a"},
         {"24:00", " 0:00p"}, {" 9:05", " 9:05a"}, {"TO-DO", "TO-DO "}, {"to-do", "12-doa"},
         {"     ", " "},      {"", "12a"},
     };
-    for (const auto& c : cases) EXPECT_EQ(AMPM(c.text), c.shown) << c.text;
+    for (const auto& [text, shown] : cases) EXPECT_EQ(AMPM(text), shown) << text;
 }
 
 TEST_F(DatesAndTimes, PutDurationsIntoWords) {
-    const struct {
-        double hours;
-        const char* words;
-    } cases[] = {
+    const std::pair<double, const char*> cases[] = {
         {0.25, "15 minutes "},
         {1, "1 hour "},
         {1.5, "1 hour  and 30 minutes "},
         {2, "2 hours "},
         {0, ""},
-        {-1.5, ""},
         {2.75, "2 hours  and 45 minutes "},
+        {-1.5, ""},
         {1.0 / 60, "1 minute "},
         {1.99, "1 hour  and 59 minutes "},
         {0.001, "0 minute "},
         {9999999999, "9999999999 hours "},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(HOURSTEXT(session_, Number{c.hours, 12, 3}), c.words) << c.hours;
+    for (const auto& [hours, words] : cases) {
+        EXPECT_EQ(HOURSTEXT(session_, Number{hours, 12, 3}), words) << hours;
     }
     EXPECT_THROW(HOURSTEXT(session_), EngineFault) << "no events are open";
     engine_.tables["LAW2"] = {.fields = {{"DURATION", 'N', 5, 2}}, .record = {Number{1.5, 5, 2}}};

@@ -34,7 +34,7 @@ class UserInterface : public platform::UserInterface {
         notices.push_back(title + ": " + text);
         waited_ms += duration_ms;
     }
-    void beep() override {}
+    void beep() override { ++beeps; }
     void set_cursor(platform::Cursor cursor) override {
         waits += cursor == platform::Cursor::kWait;
     }
@@ -43,6 +43,7 @@ class UserInterface : public platform::UserInterface {
     std::vector<std::string> notices;
     int waited_ms = 0;
     int waits = 0;
+    int beeps = 0;
 };
 
 // What a table does when it is asked; shared with the test, which outlives the table.

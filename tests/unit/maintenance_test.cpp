@@ -1,37 +1,39 @@
-// Exclusive use for maintenance, with another workstation that holds what is wanted; the second
-// variant of NET_USE; and what the waits cost in real time.
+// Exclusive use for maintenance, with another workstation that holds what is wanted, and the second
+// variant of NET_USE.
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "BrenikDB/lookup.h"
 #include "c_source/Data.h"
 #include "data/companion.h"
 #include "data/exclusive.h"
 #include "data/net_use.h"
-#include "environment.h"
 #include "fwp/trace_log.h"
 #include "practice.h"
 
 namespace brenik {
 namespace {
 
+using Boxes = std::vector<std::string>;
+
 class Maintenance : public testing::Test {
   protected:
-    static std::vector<fake::Column> columns(std::size_t count) {
-        static constexpr const char* kNames[] = {"A", "B", "C", "D", "E",
-                                                 "F", "G", "H", "I", "TENTH"};
+    static std::vector<fake::Column> columns(const char* tenth = "TENTH") {
         std::vector<fake::Column> result;
-        for (std::size_t i = 0; i < count; ++i) result.push_back({kNames[i], 'C', 2});
+        for (const char* name : {"A", "B", "C", "D", "E", "F", "G", "H", "I"}) {
+            result.push_back({name, 'C', 2});
+        }
+        if (tenth != nullptr) result.push_back({tenth, 'C', 2});
         return result;
     }
 
     Maintenance() {
-        practice_.make("LAWSYS", columns(10));
+        practice_.make("LAWSYS", columns());
         practice_.make("LAW1", {{"LAST", 'C', 8}, {"FIRST", 'C', 8}}, {{"LAST", "LAST"}});
         mine_.session.companion = {.is_running = [] { return true; },
                                    .run = [this](const std::string& line) { ran_ += line; }};
@@ -39,10 +41,9 @@ class Maintenance : public testing::Test {
 
     WorkAreas& areas() { return mine_.session.areas; }
     bool can_share_system_table() {
-        const bool shared =
-            other_.engine.open(practice_.path("LAWSYS.DBF"), TableSharing::kShared) != nullptr;
-        return shared;
+        return other_.engine.open(practice_.path("LAWSYS.DBF"), TableSharing::kShared) != nullptr;
     }
+    Boxes take_boxes() { return std::exchange(mine_.ui.boxes, {}); }
 
     fake::Practice practice_;
     fake::Workstation mine_{practice_};
@@ -50,27 +51,25 @@ class Maintenance : public testing::Test {
     std::string ran_;
 };
 
-TEST_F(Maintenance, HasTheSystemTableWhenNobodyElseDoes) {
+TEST_F(Maintenance, HasTheSystemTableOrGivesItBack) {
     mine_.open(kSystemArea, "LAWSYS");
     areas().select(kNamesArea);
     EXPECT_TRUE(GET_EXCLUSIVE(mine_.session));
     EXPECT_EQ(ran_, " /CLOSEBRENIK");
     EXPECT_EQ(areas().current(), kSystemArea);
     EXPECT_FALSE(can_share_system_table());
-    EXPECT_TRUE(mine_.ui.boxes.empty());
-}
+    EXPECT_EQ(take_boxes(), Boxes{});
 
-TEST_F(Maintenance, GivesTheSystemTableBackWhenSomebodyElseUsesIt) {
+    areas().close();
     other_.open(kSystemArea, "LAWSYS");
-    const std::string notice =
-        "Sharing Violation: Warning\r\nThis operation must have exclusive control of files and "
-        "someone else is using Brenik.\r\nPlease have them exit Brenik and Retry";
-    for (const bool was_open : {true, false}) {
-        mine_.ui.boxes.clear();
+    for (const bool was_open : {false, true}) {
         if (was_open) mine_.open(kSystemArea, "LAWSYS");
-        if (!was_open) areas().close();
         EXPECT_FALSE(GET_EXCLUSIVE(mine_.session));
-        EXPECT_EQ(mine_.ui.boxes, std::vector<std::string>{notice});
+        EXPECT_EQ(
+            take_boxes(),
+            Boxes{"Sharing Violation: Warning\r\nThis operation must have exclusive control of "
+                  "files and someone else is using Brenik.\r\nPlease have them exit Brenik and "
+                  "Retry"});
         EXPECT_EQ(mine_.ui.waits, 0) << "a single attempt";
         EXPECT_EQ(areas().used(), was_open);
         EXPECT_EQ(areas().alias(), was_open ? "LAWSYS" : "");
@@ -96,39 +95,28 @@ TEST_F(Maintenance, ClosesNothingWhileSomebodyElseUsesTheSystemTable) {
     for (const bool shared_use : {true, false}) {
         mine_.open(kNamesArea, "LAW1");
         mine_.open(kSystemArea, "LAWSYS");
-        mine_.ui.boxes.clear();
         (*mine_.session.variables.PUBLICVARS)[1] = shared_use;
         EXPECT_FALSE(CLOSEMOST(mine_.session));
         EXPECT_TRUE(areas().used(kNamesArea));
         EXPECT_EQ(areas().used(kSystemArea), shared_use) << "opened again as the setting says";
-        EXPECT_EQ(mine_.ui.boxes,
-                  std::vector<std::string>{": Unable to open LAWSYS.DBF exclusively.\r\n"
-                                           "Someone else on the network is in LAW."});
+        EXPECT_EQ(take_boxes(), Boxes{": Unable to open LAWSYS.DBF exclusively.\r\n"
+                                      "Someone else on the network is in LAW."});
     }
     other_.session.areas.close();
     other_.open(kSystemArea, "LAWSYS", {}, TableSharing::kExclusive);
-    mine_.ui.boxes.clear();
     EXPECT_FALSE(CLOSEMOST(mine_.session, false));
     EXPECT_FALSE(areas().used(kNamesArea)) << "closed before the system table was missed";
-    EXPECT_EQ(mine_.ui.boxes, std::vector<std::string>{": Unable to re-open LAWSYS.DBF"});
+    EXPECT_EQ(take_boxes(), Boxes{": Unable to re-open LAWSYS.DBF"});
 }
 
 TEST_F(Maintenance, ComparesTheTenthFields) {
-    practice_.make("SAME", columns(10));
-    practice_.make("SHORT", columns(9));
-    practice_.make("LONGER", [] {
-        auto longer = columns(10);
-        longer.back().name = "TENTHS";
-        return longer;
-    }());
-    const struct {
-        const char* file;
-        bool same;
-    } cases[] = {{"SAME", true}, {"SHORT", false}, {"LONGER", true}};
-    for (const auto& c : cases) {
-        mine_.open(30, c.file, "NEWSYS");
+    practice_.make("SAME", columns());
+    practice_.make("SHORT", columns(nullptr));
+    practice_.make("LONGER", columns("TENTHS"));
+    for (const auto& [file, same] : {std::pair{"SAME", true}, {"SHORT", false}, {"LONGER", true}}) {
+        mine_.open(30, file, "NEWSYS");
         areas().select(kNamesArea);
-        EXPECT_EQ(SAMELAXSYS(mine_.session), c.same) << c.file;
+        EXPECT_EQ(SAMELAXSYS(mine_.session), same) << file;
         EXPECT_EQ(areas().current(), kNamesArea);
         EXPECT_EQ(areas().area_of("LAWSYS"), 0) << "opened only for the comparison";
     }
@@ -139,7 +127,7 @@ TEST_F(Maintenance, ComparesTheTenthFields) {
     other_.open(kSystemArea, "LAWSYS", {}, TableSharing::kExclusive);
     EXPECT_FALSE(SAMELAXSYS(mine_.session));
     EXPECT_EQ(areas().current(), kSystemArea);
-    EXPECT_EQ(mine_.ui.boxes, std::vector<std::string>{": Unable to open Lawsys.dbf."});
+    EXPECT_EQ(take_boxes(), Boxes{": Unable to open Lawsys.dbf."});
 }
 
 TEST_F(Maintenance, OpensBesideWhatIsOpen) {
@@ -185,36 +173,11 @@ TEST_F(Maintenance, TracesTheCallersOnlyWhenAsked) {
     TRACELOG(mine_.session, "Net_Use", {Value()}, here, &start);
     std::ostringstream log;
     log << std::ifstream(path, std::ios::binary).rdbuf();
-    const std::string heading = "[NET_USE] (" +
-                                std::string(5 - std::to_string(here.line()).size(), ' ') +
-                                std::to_string(here.line()) + ") Called from: \r\n";
-    EXPECT_EQ(log.str(), heading + std::string(30, ' ') + "STARTUP(*****)\r\n" +
-                             std::string(30, ' ') + "HOST(    7)\r\n>>>x<<<\r\n>>>NIL<<<\r\n\r\n" +
-                             heading + ">>>NIL<<<\r\n\r\n");
-}
-
-TEST_F(Maintenance, WaitsInRealTime) {
-    set_variable("BRENIK_UI", "none");
-    local::LocalEngine engine;
-    const auto ui = platform::make_user_interface();
-    Session real{engine, platform::system_clock(), *ui};
-    real.areas.open(practice_.path("LAW1.DBF"), {}, TableSharing::kShared);
-    real.areas.append_blank(false);
-    other_.open(kNamesArea, "LAW1").go_top();
-    const auto seconds_of = [](auto action) {
-        const auto start = std::chrono::steady_clock::now();
-        action();
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    };
-    Session waiting{other_.engine, platform::system_clock(), *ui};
-    waiting.areas.open(practice_.path("LAW1.DBF"), {}, TableSharing::kShared);
-    waiting.areas.table("test").go_to(1);
-    EXPECT_NEAR(seconds_of([&] { EXPECT_FALSE(REC_LOCK(waiting, 0.5)); }), 0.5, 0.2);
-    EXPECT_NEAR(seconds_of([&] {
-                    EXPECT_FALSE(NET_USE(waiting, practice_.path("LAW1.DBF"),
-                                         {.exclusive = true, .seconds = 1}));
-                }),
-                1, 0.3);
+    char heading[60];
+    std::snprintf(heading, sizeof heading, "[NET_USE] (%5u) Called from: \r\n", here.line());
+    const std::string margin(30, ' ');
+    EXPECT_EQ(log.str(), heading + margin + "STARTUP(*****)\r\n" + margin + "HOST(    7)\r\n" +
+                             ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n");
 }
 
 }  // namespace

@@ -8,40 +8,16 @@
 #include <vector>
 
 #include "c_source/Strings.h"
-#include "engine/local/create.h"
 #include "engine/local/local_engine.h"
 #include "fake_engine.h"
 #include "session/session.h"
-#include "temporary_folder.h"
+#include "tables.h"
 
 namespace brenik::fake {
 
-struct Column {
-    const char* name;
-    char type;
-    std::uint32_t width;
-};
-
-class Practice {
+class Practice : public TableFolder {
   public:
-    std::string path(const std::string& file) const { return (folder_ / file).string(); }
     std::string data_path() const { return folder_.string() + "\\"; }
-
-    void make(const std::string& name, const std::vector<Column>& columns,
-              const std::vector<local::TagDefinition>& tags = {}) const {
-        local::TableLayout layout;
-        for (const Column& column : columns) {
-            local::Field& field = layout.fields.emplace_back();
-            field.name = column.name;
-            field.type = column.type;
-            field.width = column.width;
-        }
-        local::create_table(path(name + ".DBF"), layout);
-        if (!tags.empty()) local::create_index(path(name + ".DBF"), tags);
-    }
-
-  private:
-    TemporaryFolder folder_;
 };
 
 struct Workstation {
@@ -62,9 +38,7 @@ struct Workstation {
     // Appends a record with these values and leaves it unlocked.
     void add(const Array& values) {
         session.areas.append_blank(false);
-        brenik::Table& table = session.areas.table("add");
-        for (std::size_t i = 0; i < values.size(); ++i) table.field_put(i + 1, values[i]);
-        table.unlock_all();
+        put_and_unlock(session.areas.table("add"), values);
     }
     std::string text(int area, const char* field) { return CAST(session.areas.field(area, field)); }
 

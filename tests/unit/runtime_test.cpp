@@ -15,24 +15,19 @@ using namespace std::string_literals;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 TEST(Numbers, AreShownAsAPersonWouldRoundThem) {
-    struct Case {
+    const struct {
         double amount;
-        int width;
-        int decimals;
+        int width, decimals;
         const char* text;
+    } cases[] = {
+        {5, 10, 0, "         5"},  {-2.5, 4, 0, "  -3"},
+        {1.005, 6, 2, "  1.01"},   {-1.005, 6, 2, " -1.01"},
+        {-0.004, 6, 2, "  0.00"},  {0.25, 3, 2, ".25"},
+        {9.99, 3, 1, ""},          {1e300, 20, 2, ""},
+        {5e-324, 5, 3, "0.000"},   {1, 2, 2, ""},
+        {std::nan(""), 10, 2, ""}, {-kInfinity, 10, 0, ""},
     };
-    for (const Case& c : {Case{5, 10, 0, "         5"},
-                          {-2.5, 4, 0, "  -3"},
-                          {1.005, 6, 2, "  1.01"},
-                          {-1.005, 6, 2, " -1.01"},
-                          {-0.004, 6, 2, "  0.00"},
-                          {0.25, 3, 2, ".25"},
-                          {9.99, 3, 1, ""},
-                          {1e300, 20, 2, ""},
-                          {5e-324, 5, 3, "0.000"},
-                          {1, 2, 2, ""},
-                          {std::nan(""), 10, 2, ""},
-                          {-kInfinity, 10, 0, ""}}) {
+    for (const auto& c : cases) {
         EXPECT_EQ(fixed_text(c.amount, c.width, c.decimals), c.text) << c.amount;
     }
     EXPECT_EQ(number_text(Number{12345678901.0}), "**********");
@@ -42,22 +37,23 @@ TEST(Numbers, AreShownAsAPersonWouldRoundThem) {
 }
 
 TEST(Numbers, AreReadFromTheFrontOfText) {
-    struct Case {
+    const struct {
         std::string text;
         double amount;
-        int width;
-        int decimals;
+        int width, decimals;
+    } cases[] = {
+        {"", 0, 10, 0},
+        {"-", 0, 10, 0},
+        {"  42abc", 42, 10, 0},
+        {"-3.250 ", -3.25, 10, 3},
+        {"+.5.5", 0.5, 10, 1},
+        {"1e5", 1, 10, 0},
+        {"inf", 0, 10, 0},
+        {"123456789012", 123456789012.0, 12, 0},
+        {"-" + std::string(100'000, '9'), -kInfinity, 100'001, 0},
+        {"." + std::string(1000, '0') + "1", 0, 1002, 1001},
     };
-    for (const Case& c : {Case{"", 0, 10, 0},
-                          {"-", 0, 10, 0},
-                          {"  42abc", 42, 10, 0},
-                          {"-3.250 ", -3.25, 10, 3},
-                          {"+.5.5", 0.5, 10, 1},
-                          {"1e5", 1, 10, 0},
-                          {"inf", 0, 10, 0},
-                          {"123456789012", 123456789012.0, 12, 0},
-                          {"-" + std::string(100'000, '9'), -kInfinity, 100'001, 0},
-                          {"." + std::string(1000, '0') + "1", 0, 1002, 1001}}) {
+    for (const auto& c : cases) {
         const Number number = numeric_value(c.text);
         EXPECT_EQ(number.amount, c.amount) << c.text.substr(0, 20);
         EXPECT_EQ(number.width, c.width) << c.text.substr(0, 20);
@@ -99,20 +95,12 @@ TEST(Dates, EveryDayOfTheCalendarGoesThereAndBack) {
 }
 
 TEST(Dates, OnlyTrueDaysAreRead) {
-    struct Case {
-        const char* text;
-        const char* ymd;
+    const std::pair<const char*, const char*> cases[] = {
+        {"11/27/03", "19031127"}, {"1/2/2003 ", "20030102"}, {"02/29/2000", "20000229"},
+        {"02/29/00", "        "}, {"13/01/03", "        "},  {"1/2/3/4", "        "},
+        {"20031127", "        "}, {"+1/02/03", "        "},
     };
-    for (const Case& c : {Case{"11/27/03", "19031127"},
-                          {"1/2/2003 ", "20030102"},
-                          {"02/29/2000", "20000229"},
-                          {"02/29/00", "        "},
-                          {"13/01/03", "        "},
-                          {"1/2/3/4", "        "},
-                          {"20031127", "        "},
-                          {"+1/02/03", "        "}}) {
-        EXPECT_EQ(Date::from_mdy(c.text).to_ymd(), c.ymd) << c.text;
-    }
+    for (const auto& [text, ymd] : cases) EXPECT_EQ(Date::from_mdy(text).to_ymd(), ymd) << text;
     for (const char* text :
          {"20030229", "2003112", "200311271", "20031x27", "00000101", "        "}) {
         EXPECT_TRUE(Date::from_ymd(text).empty()) << text;
