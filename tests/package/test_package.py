@@ -19,6 +19,7 @@ COMPILER = os.environ['BRENIK_COMPILER']
 CONTENTS = ['CHANGELOG.md', 'LICENSE.txt', 'NOTICES.txt', 'README.txt', 'bin/BrenikDB.dll', 'bin/brenik.exe', 'bin/host.exe',
             'examples/host.c', 'include/brenikdb.h', 'lib/BrenikDB.def', 'lib/BrenikDB.lib',
             'lib/libBrenikDB.dll.a']
+DOCS = sorted(str(path.relative_to(ROOT)) for path in (ROOT / 'docs').rglob('*') if path.is_file())
 CODE_EXISTS = 18
 
 
@@ -61,7 +62,7 @@ def practice(unpacked, tmp_path):
 
 def test_contents(archive):
     with zipfile.ZipFile(archive) as packed:
-        assert packed.namelist() == ['%s/%s' % (NAME, name) for name in CONTENTS]
+        assert packed.namelist() == ['%s/%s' % (NAME, name) for name in sorted(CONTENTS + DOCS)]
         assert len({entry.date_time for entry in packed.infolist()}) == 1
         for name in CONTENTS[:4]:
             text = packed.read('%s/%s' % (NAME, name)).decode()

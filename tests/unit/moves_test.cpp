@@ -468,8 +468,22 @@ TEST_F(RelationsTest, ScopedTargetsShowTheirParentsRecordsOnly) {
         EXPECT_EQ(at(2), shown[record].empty() ? 0 : shown[record].front());
         EXPECT_EQ(walk(2), shown[record]) << record;
     }
+    const Records all{2, 4, 3, 1};
     areas_.clear_relations(1);
-    EXPECT_EQ(walk(2), (Records{2, 4, 3, 1})) << "the scopes went with the relation";
+    EXPECT_EQ(walk(2), all) << "the scopes went with the relation";
+    areas_.add_relation(1, {2, "K", true});
+    areas_.add_relation(1, {2, "K"});
+    EXPECT_EQ(walk(2), all) << "and with one that a plain one replaces";
+    areas_.add_relation(1, {2, "K", true});
+    b().set_order("");
+    areas_.clear_relations(1);
+    b().set_order("KN");
+    EXPECT_EQ(walk(2), all) << "and from an order that is not controlling any more";
+    areas_.add_relation(3, {2, "'X'", true});
+    areas_.add_relation(1, {2, "K", true});
+    EXPECT_EQ(walk(2), shown[4]);
+    areas_.clear_relations(1);
+    EXPECT_EQ(walk(2), shown[1]) << "the other parent's limit holds again";
 }
 
 TEST_F(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {

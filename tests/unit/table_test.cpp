@@ -430,6 +430,20 @@ TEST_F(TableTest, MemoFilesDoNotGrowForEver) {
     EXPECT_EQ(rewrite(250), size);
 }
 
+// Other programs leave deleted records behind that name a live record's text.
+TEST_F(TableTest, ATextOfBeforeIsNotWrittenOverByALaterOne) {
+    make(0x30, {{"M", 'M', 4}}, {}, {{Memo{"live"}}, {Memo{"gone"}}});
+    const std::string header_and_first = bytes_of(file()).substr(0, 328 + 5);
+    write_over(file(), 328 + 5, "*" + header_and_first.substr(328 + 1));
+    const auto table = open();
+    take(*table, 2);
+    fake::put_and_unlock(*table, {Memo{"recycled"}});
+    std::this_thread::sleep_for(MemoFile::kTextStays + std::chrono::milliseconds(50));
+    ASSERT_TRUE(append(*table, {Memo{"another"}}));
+    table->go_to(1);
+    EXPECT_EQ(table->field_get(1).text(), "live");
+}
+
 TEST_F(TableTest, OlderMemoFilesAreReadAndNotWritten) {
     const std::string text = "a text of the older kind";
     const struct {
