@@ -18,6 +18,7 @@ constexpr std::uint64_t kCountOffset = 4;
 constexpr Byte kDescriptorsEnd = 0x0D;
 constexpr Byte kEndOfFile = 0x1A;
 constexpr int kAppendLockTimeout_ms = 1000;
+constexpr RecordNumber kMarksLookedAt = 1000;
 
 std::vector<Byte> read_header(const platform::File& table) {
     std::vector<Byte> header(kLargestHeader);
@@ -85,14 +86,39 @@ bool mend_lengths(std::vector<Byte>& header) {
     return true;
 }
 
-bool explains_size(const TableLayout& layout, RecordNumber counted, std::uint64_t size) {
+bool is_byte(const platform::File& table, std::uint64_t at, Byte expected) {
+    std::array<Byte, 1> byte{};
+    return table.read_at(at, byte) == 1 && byte[0] == expected;
+}
+
+bool has_mark(const platform::File& table, std::uint64_t record_at) {
+    return is_byte(table, record_at, ' ') || is_byte(table, record_at, '*');
+}
+
+// True when the counted records and perhaps an end mark make the file's size. An end mark that
+// would be the last byte of a record belongs to a header that is one too long.
+bool explains_size(const platform::File& table, const TableLayout& layout, RecordNumber counted,
+                   std::uint64_t size) {
     const std::uint64_t end = layout.header_length + std::uint64_t{counted} * layout.record_length;
-    return size == end || size == end + 1;
+    return size == end + 1 || (size == end && !is_byte(table, end - 1, kEndOfFile));
+}
+
+// How many of the first records begin with no deletion mark.
+RecordNumber wrong_marks(const platform::File& table, const TableLayout& layout,
+                         RecordNumber counted, std::uint64_t size) {
+    RecordNumber wrong = 0;
+    std::uint64_t at = layout.header_length;
+    for (RecordNumber i = 0; i < std::min(counted, kMarksLookedAt) && at < size; ++i) {
+        if (!has_mark(table, at)) ++wrong;
+        at += layout.record_length;
+    }
+    return wrong;
 }
 
 // Tries what can be proved from the rest of the header and the file's length.
-void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const std::string& path) {
+void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const platform::File& table) {
     if (header.size() <= kTableHeaderSize) return;
+    const std::string& path = table.path();
     std::vector<Byte> with_end = header;
     if (mend_list_end(with_end) && (facts.layout = parse(with_end, path))) {
         facts.mended = with_end;
@@ -102,24 +128,31 @@ void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const std:
     if (!mend_lengths(with_lengths)) return;
     facts.layout = parse(with_lengths, path);
     if (!facts.layout) return;
-    if (explains_size(*facts.layout, load_le32(header.data() + kCountOffset), facts.size)) {
+    if (explains_size(table, *facts.layout, load_le32(header.data() + kCountOffset), facts.size)) {
         facts.mended = with_lengths;
     } else {
         facts.layout.reset();
     }
 }
 
-// A header that is longer than its field list needs, where only the length that the list needs
-// makes the file hold the records that are counted. Empty where it is well as it is.
+// A header that is longer than its field list needs, where the records show that they begin at the
+// length that the list needs: by their deletion marks, or because only then the file holds those
+// that are counted. Empty where it is well as it is.
 std::optional<std::vector<Byte>> with_exact_length(const HeaderFacts& facts,
                                                    const std::vector<Byte>& header,
-                                                   const std::string& path) {
+                                                   const platform::File& table) {
     const RecordNumber counted = load_le32(header.data() + kCountOffset);
-    if (explains_size(*facts.layout, counted, facts.size)) return std::nullopt;
     std::vector<Byte> exact = header;
+    store_le16(exact.data() + 8, 0);
     if (!mend_lengths(exact) || exact == header) return std::nullopt;
-    const std::optional<TableLayout> layout = parse(exact, path);
-    if (!layout || !explains_size(*layout, counted, facts.size)) return std::nullopt;
+    const std::optional<TableLayout> layout = parse(exact, table.path());
+    if (!layout) return std::nullopt;
+    const RecordNumber as_given = wrong_marks(table, *facts.layout, counted, facts.size);
+    const RecordNumber as_exact = wrong_marks(table, *layout, counted, facts.size);
+    const bool by_marks = as_given > 0 && as_exact == 0;
+    const bool by_size = !explains_size(table, *facts.layout, counted, facts.size) &&
+                         explains_size(table, *layout, counted, facts.size);
+    if (!by_marks && !(by_size && as_exact <= as_given)) return std::nullopt;
     return exact;
 }
 
@@ -169,14 +202,10 @@ bool is_blank(const TableLayout& layout, std::vector<Byte> record) {
 bool are_records(const platform::File& table, const HeaderFacts& facts, std::uint64_t end) {
     const std::uint64_t length = facts.layout->record_length;
     const std::uint64_t extra = facts.size - end;
-    std::array<Byte, 1> mark{};
     if (extra % length > 1) return false;
-    if (extra % length == 1 &&
-        (table.read_at(facts.size - 1, mark) != 1 || mark[0] != kEndOfFile)) {
-        return false;
-    }
+    if (extra % length == 1 && !is_byte(table, facts.size - 1, kEndOfFile)) return false;
     for (std::uint64_t at = end; at + length <= facts.size; at += length) {
-        if (table.read_at(at, mark) != 1 || (mark[0] != ' ' && mark[0] != '*')) return false;
+        if (!has_mark(table, at)) return false;
     }
     return true;
 }
@@ -258,12 +287,12 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
     facts.size = table.size();
     facts.layout = parse(header, table.path());
     if (!facts.layout) {
-        try_to_mend(facts, header, table.path());
+        try_to_mend(facts, header, table);
         report_header(facts, header, table.path(), report);
-    } else if (const auto mended = with_exact_length(facts, header, table.path())) {
+    } else if (const auto mended = with_exact_length(facts, header, table)) {
         report.fault("header", Remedy::kRepair, {},
                      "at 8: header length " + std::to_string(facts.layout->header_length) +
-                         "; the field list and the file's length tell that it should be " +
+                         "; the field list and the records tell that it should be " +
                          std::to_string(load_le16(mended->data() + 8)));
         facts.mended = *mended;
         facts.layout = parse(*mended, table.path());
@@ -271,14 +300,18 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
     if (!facts.layout) return facts;
     if (facts.mended.empty()) check_descriptors(*facts.layout, header, report);
 
-    const ShortLock lock = ShortLock::on_append(table, *facts.layout, kAppendLockTimeout_ms);
-    header = read_header(table);
-    if (header.size() < kTableHeaderSize) {
-        facts.layout.reset();
-        return facts;
+    bool locked = false;
+    {
+        const ShortLock lock = ShortLock::on_append(table, *facts.layout, kAppendLockTimeout_ms);
+        locked = lock.held();
+        header = read_header(table);
+        if (header.size() < kTableHeaderSize) {
+            facts.layout.reset();
+            return facts;
+        }
+        measure(table, facts, header);
     }
-    measure(table, facts, header);
-    if (lock.held() || facts.tail == Tail::kSound) {
+    if (locked || facts.tail == Tail::kSound) {
         report_tail(facts, report);
     } else {
         facts.tail = Tail::kSound;

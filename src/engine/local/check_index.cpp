@@ -4,11 +4,16 @@
 // looks wrong is compared once more under the index lock, with the index read again if it has
 // changed; under that lock no change of an index is half done. A record that somebody has locked
 // may lack its keys for good reason, so it is named as not checked.
+//
+// However much looks wrong, nobody waits for it: the lock is let go every so often, and nothing is
+// reported under it, because whoever takes the report may be slow.
 
 #include "engine/local/check_index.h"
 
 #include <algorithm>
+#include <chrono>
 #include <set>
+#include <span>
 
 #include "engine/local/cdx_header.h"
 #include "engine/local/check_keys.h"
@@ -23,6 +28,7 @@ constexpr std::uint32_t kFirstTreePage = 2 * kCdxPageSize;
 constexpr std::uint64_t kFreeHeadOffset = 4;
 constexpr std::size_t kMostPagesNamed = 5;
 constexpr RecordNumber kProgressStep = 4096;
+constexpr std::chrono::milliseconds kLongestHold{100};
 
 CdxForm directory_form() { return {0, kTagNameLength, ' '}; }
 
@@ -251,7 +257,8 @@ class IndexCheck {
         if (!tag.plan) return;
         KeyCheck::Suspicions found;
         {
-            const KeyCheck check(*tag.plan, bytes_, std::move(entries_[number]));
+            const KeyCheck check(*tag.plan, bytes_,
+                                 read_again_ ? entries_of(tag) : std::move(entries_[number]));
             const RecordNumber count = header_.usable;
             const auto read = [&](RecordNumber first, MutableBytes into) {
                 return read_records(first, into);
@@ -269,27 +276,66 @@ class IndexCheck {
         if (!found.empty()) confirm(tag, found);
     }
 
-    // Looks once more, with nobody changing the index meanwhile.
+    // Looks once more.
     void confirm(const FoundTag& tag, const KeyCheck::Suspicions& suspicions) {
-        const ShortLock lock = ShortLock::on_index(files_.index);
-        if (!lock.held()) {
-            return report_.unchecked("index-locked", at_page(tag.description.name, tag.header),
-                                     "somebody keeps the index locked");
+        std::set<RecordNumber> distinct;
+        for (const auto& suspicion : suspicions) distinct.insert(suspicion.record);
+        const std::vector<RecordNumber> records(distinct.begin(), distinct.end());
+        std::optional<KeyCheck> check(std::in_place, *tag.plan, bytes_, entries_of(tag));
+        for (std::size_t done = 0; done < records.size();) {
+            std::vector<Confirmed> confirmed;
+            const std::size_t more =
+                confirm_some(tag, std::span(records).subspan(done), check, confirmed);
+            if (more == 0) {
+                return report_.unchecked("index-locked", at_page(tag.description.name, tag.header),
+                                         "somebody keeps the index locked");
+            }
+            done += more;
+            for (const Confirmed& wrong : confirmed) report_confirmed(tag, wrong);
         }
-        if (!bytes_.is_current(files_.index)) bytes_.read_again(files_.index);
-        const KeyCheck check(*tag.plan, bytes_, entries_of(tag));
-        std::set<RecordNumber> records;
-        for (const auto& suspicion : suspicions) records.insert(suspicion.record);
+        // The entries among themselves are of one moment, and a count only grows.
         const RecordNumber count = count_now();
         KeyCheck::Suspicions found;
-        std::vector<Byte> bytes(layout_.record_length);
-        for (const RecordNumber record : records) {
-            if (record == 0 || record > count || !read_records(record, bytes)) continue;
-            check.check({bytes, record}, found);
+        check->check_past(count, found);
+        check->check_unique(found);
+        for (const auto& suspicion : found) {
+            const bool there = suspicion.record != 0 && suspicion.record <= count;
+            report_confirmed(tag, {suspicion, there, there && in_use(suspicion.record)});
         }
-        check.check_past(count, found);
-        check.check_unique(found);
-        for (const auto& suspicion : found) report_suspicion(tag, suspicion, count);
+    }
+
+    struct Confirmed {
+        KeyCheck::Suspicion suspicion;
+        bool there;   // the record
+        bool in_use;  // somebody had it locked at that moment
+    };
+
+    // The first of these records, with nobody changing the index meanwhile, and as many as others
+    // can be kept waiting for. Answers their number: 0 when somebody keeps the index locked.
+    std::size_t confirm_some(const FoundTag& tag, std::span<const RecordNumber> records,
+                             std::optional<KeyCheck>& check, std::vector<Confirmed>& confirmed) {
+        using Clock = std::chrono::steady_clock;
+        const ShortLock lock = ShortLock::on_index(files_.index);
+        if (!lock.held()) return 0;
+        if (!bytes_.is_current(files_.index)) {
+            check.reset();
+            bytes_.read_again(files_.index);
+            read_again_ = true;
+            check.emplace(*tag.plan, bytes_, entries_of(tag));
+        }
+        const RecordNumber count = count_now();
+        const Clock::time_point end = Clock::now() + kLongestHold;
+        std::vector<Byte> bytes(layout_.record_length);
+        std::size_t done = 0;
+        do {
+            const RecordNumber record = records[done++];
+            if (record == 0 || record > count || !read_records(record, bytes)) continue;
+            KeyCheck::Suspicions found;
+            check->check({bytes, record}, found);
+            const bool used = !found.empty() && in_use(record);
+            for (const auto& suspicion : found) confirmed.push_back({suspicion, true, used});
+        } while (done < records.size() && Clock::now() < end);
+        return done;
     }
 
     // The tree as the bytes say now; its structure has been looked at before.
@@ -312,12 +358,11 @@ class IndexCheck {
         return !ShortLock::on_record(files_.table, layout_, record).held();
     }
 
-    void report_suspicion(const FoundTag& tag, const KeyCheck::Suspicion& suspicion,
-                          RecordNumber count) {
+    void report_confirmed(const FoundTag& tag, const Confirmed& confirmed) {
+        const KeyCheck::Suspicion& suspicion = confirmed.suspicion;
         Finding place = at_tag(tag.description.name, suspicion.record);
         if (suspicion.page != 0) place.page = suspicion.page;
-        const bool there = suspicion.record != 0 && suspicion.record <= count;
-        if (there && in_use(suspicion.record)) {
+        if (confirmed.in_use) {
             return report_.unchecked("record-locked", place,
                                      "another program has the record locked; its keys are not "
                                      "checked");
@@ -328,8 +373,8 @@ class IndexCheck {
                                      "the record has no key in the tag");
             case KeyCheck::Wrong::kStray:
                 return report_.fault("stray-key", Remedy::kReindex, place,
-                                     there ? "an entry whose key is not the record's"
-                                           : "an entry of a record that is not there");
+                                     confirmed.there ? "an entry whose key is not the record's"
+                                                     : "an entry of a record that is not there");
             case KeyCheck::Wrong::kUnrepresented:
                 return report_.note("unrepresented-key", Remedy::kReindex, place,
                                     "no entry stands for the record's key; programs leave that "
@@ -350,7 +395,8 @@ class IndexCheck {
     const Progress& progress_;
     IndexBytes bytes_;
     FoundTags found_;
-    std::vector<std::vector<TreeEntry>> entries_;
+    std::vector<std::vector<TreeEntry>> entries_;  // by tag, of the bytes as first read
+    bool read_again_ = false;
 };
 
 }  // namespace

@@ -91,7 +91,7 @@ class RecordCheck {
             return true;
         });
         if (fields_.empty()) return facts_;
-        if (!files_.memo.is_open()) report_missing();
+        if (!usable_) report_unusable();
         report_pointers();
         report_overlaps();
         if (usable_ && kind_ == MemoKind::kFpt) check_next_free();
@@ -108,7 +108,6 @@ class RecordCheck {
         const std::uint64_t least = kind_ == MemoKind::kFpt ? kFptHeaderSize : header.size();
         if (files_.memo.size() < least || files_.memo.read_at(0, header) < header.size()) {
             facts_.sound_header = false;
-            report_.fault("memo-header", Remedy::kRestore, {}, "the memo file has no whole header");
             return;
         }
         usable_ = true;
@@ -119,23 +118,28 @@ class RecordCheck {
         }
     }
 
-    void report_missing() {
-        if (files_.memo.failure() == platform::OpenFailure::kSharing) {
-            report_.unchecked("in-use", {}, "in exclusive use by another program");
-        } else if (files_.memo.failure() != platform::OpenFailure::kMissing) {
-            report_.unchecked("cannot-open", {}, "the memo file cannot be opened");
-        } else if (facts_.pointers) {
-            report_.fault("memo-missing", Remedy::kRestore, {},
-                          "the table's memo file is missing, and records have memos in it");
-        } else {
-            report_.fault("memo-missing", Remedy::kRepair, {},
-                          "the table's memo file is missing; no record has a memo in it");
+    void report_unusable() {
+        const platform::OpenFailure failure = files_.memo.failure();
+        if (failure == platform::OpenFailure::kSharing) {
+            return report_.unchecked("in-use", {}, "in exclusive use by another program");
         }
+        const bool missing = failure == platform::OpenFailure::kMissing;
+        if (!missing && !files_.memo.is_open()) {
+            return report_.unchecked("cannot-open", {}, "the memo file cannot be opened");
+        }
+        const std::string what =
+            missing ? "the table's memo file is missing" : "the memo file has no whole header";
+        const bool replaceable = !facts_.pointers && kind_ == MemoKind::kFpt;
+        report_.fault(missing ? "memo-missing" : "memo-header",
+                      replaceable ? Remedy::kRepair : Remedy::kRestore, {},
+                      what + (facts_.pointers ? ", and records have memos in it"
+                                              : "; no record has a memo in it"));
     }
 
     void check(const RecordView& record) {
         const Byte mark = record.bytes[0];
         if (mark != ' ' && mark != '*') {
+            ++facts_.bad_marks;
             table_report_.fault("deletion-mark", Remedy::kByHand, at_record(record.number),
                                 "begins with byte " + std::to_string(mark) +
                                     ", neither blank nor asterisk: compare it with an older copy");
@@ -267,15 +271,16 @@ class RecordCheck {
         std::array<Byte, 4> number{};
         if (files_.memo.read_at(0, number) < number.size()) return;
         const std::uint64_t next = load_be32(number.data());
-        if (facts_.block_size ||
-            (next * block_size_ >= size && next * block_size_ <= LockScheme::memo().offset))
-            return;
-        facts_.next_free = static_cast<std::uint32_t>((size + block_size_ - 1) / block_size_);
-        report_.fault("memo-next-free", Remedy::kRepair, {},
-                      "the next free block " + std::to_string(next) +
-                          (next * block_size_ < size
-                               ? " lies inside used blocks: memos could be written over each other"
-                               : " lies where no memo can be: none can be added"));
+        const std::uint64_t free = (size + block_size_ - 1) / block_size_;
+        // Of a file that is full, no number would be better than the one that is there.
+        const bool too_high = next > free && next * block_size_ > memo_limit(size);
+        if (facts_.block_size || (next >= free && !too_high)) return;
+        facts_.next_free = static_cast<std::uint32_t>(free);
+        report_.fault(
+            "memo-next-free", Remedy::kRepair, {},
+            "the next free block " + std::to_string(next) +
+                (next < free ? " lies inside used blocks: memos could be written over each other"
+                             : " lies where no memo can be: none can be added"));
     }
 
     TableFiles& files_;
@@ -307,6 +312,11 @@ std::optional<std::uint64_t> memo_size(const platform::File& memo, std::uint64_t
     const std::uint64_t length = std::uint64_t{load_be32(header.data() + 4)} + kBlockHeaderSize;
     if (length > memo.size() - at) return std::nullopt;
     return length;
+}
+
+std::uint64_t memo_limit(std::uint64_t file_size) {
+    const std::uint64_t compatible = LockScheme::memo().offset;
+    return file_size <= compatible ? compatible : LockScheme::memo(LockMode::kProprietary).offset;
 }
 
 MemoFacts check_records(TableFiles& files, const HeaderFacts& header, const Reporter& report,

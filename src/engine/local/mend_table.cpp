@@ -9,6 +9,7 @@
 #include "engine/local/lock_scheme.h"
 #include "engine/local/memo_file.h"
 #include "engine/local/mending.h"
+#include "util/runtime.h"
 
 namespace brenik::local {
 namespace {
@@ -16,6 +17,8 @@ namespace {
 constexpr std::uint64_t kCountOffset = 4;
 constexpr std::uint64_t kBlockSizeOffset = 6;
 constexpr Byte kEndOfFile = 0x1A;
+// More bad deletion marks than one in so many records are no damage to single records.
+constexpr RecordNumber kRecordsPerBadMark = 10;
 
 class TableMender {
   public:
@@ -27,11 +30,13 @@ class TableMender {
           progress_(progress) {}
 
     Mended run(const std::string& path, bool index_only) {
+        index_only_ = index_only;
         files_ = TableFiles::open(path, access_);
         if (!files_.table.is_open()) return refusal(files_.table);
         try {
             CheckedTable counts;
-            found_ = check_open_table(files_, access_, reporter(counts), progress_);
+            found_ =
+                check_open_table(files_, access_, {files_.table.path(), tally_, counts}, progress_);
             if (!found_.header.layout) {
                 mending_.refuse(files_.table.path(),
                                 "the header cannot be understood; restore the table from a backup");
@@ -40,6 +45,7 @@ class TableMender {
             for (const platform::File* file : {&files_.memo, &files_.index}) {
                 if (!can_be_had(*file)) return refusal(*file);
             }
+            if (misplaced()) return refuse_misplaced();
             if (index_only) return reindex();
             if (counts.faults + counts.notes == 0) return Mended::kNothingToDo;
             repair();
@@ -56,7 +62,37 @@ class TableMender {
                file.failure() == platform::OpenFailure::kMissing;
     }
 
-    Reporter reporter(CheckedTable& counts) const { return {files_.table.path(), silent_, counts}; }
+    // True for what is wrong with an index or a tag whose definition the options hold.
+    bool is_given_anew(const Finding& finding) const {
+        return finding.file == files_.index.path() &&
+               std::any_of(options_.tags.begin(), options_.tags.end(), [&](const auto& tag) {
+                   return finding.tag.empty() || equal_ignoring_case(finding.tag, tag.name);
+               });
+    }
+
+    // Takes note of what this run is not going to mend.
+    void tally(const Finding& finding) {
+        if (finding.severity != Severity::kFault || finding.remedy == Remedy::kReindex) return;
+        if (finding.remedy == Remedy::kRepair && !index_only_) return;
+        if (is_given_anew(finding)) return;
+        ++staying_;
+    }
+
+    // True when so many records lack their deletion mark that they seem to lie elsewhere: whatever
+    // their fields say then is not what they hold.
+    bool misplaced() const {
+        return found_.memo.bad_marks > found_.header.usable / kRecordsPerBadMark;
+    }
+
+    Mended refuse_misplaced() {
+        mending_.refuse(files_.table.path(),
+                        std::to_string(found_.memo.bad_marks) + " of " +
+                            std::to_string(found_.header.usable) +
+                            " records begin with neither blank nor asterisk, as if they did not "
+                            "lie where the header says: nothing is changed; restore the table "
+                            "from a backup");
+        return Mended::kPartly;
+    }
 
     Mended refusal(const platform::File& file) {
         const bool sharing = file.failure() == platform::OpenFailure::kSharing;
@@ -134,7 +170,7 @@ class TableMender {
     // -- Memos.
 
     void mend_memo_header() {
-        if (!files_.memo.is_open()) return make_memo_file();
+        if (!found_.memo.sound_header) return make_memo_file();
         if (found_.memo.block_size) {
             mending_.act(files_.memo,
                          "block size set to " + std::to_string(*found_.memo.block_size), [&] {
@@ -151,14 +187,14 @@ class TableMender {
 
     void make_memo_file() {
         const TableLayout& layout = *found_.header.layout;
-        const bool wanted = std::any_of(layout.fields.begin(), layout.fields.end(), is_memo);
-        if (!wanted) return;
         if (found_.memo.pointers || layout.version == 0x83 || layout.version == 0x8B) {
             return mending_.refuse(files_.memo.path(),
-                                   "the memo file is missing, and records have memos in it; "
-                                   "restore it from a backup");
+                                   "the memo file is missing or has no header; restore it from a "
+                                   "backup");
         }
+        if (files_.memo.is_open()) mending_.back_up(files_.memo);
         if (!options_.dry_run) {
+            files_.memo.close();
             MemoFile::create(files_.table.path());
             files_.open_memo(layout.version, access_);
         }
@@ -206,7 +242,7 @@ class TableMender {
         const std::uint64_t behind = (files_.memo.size() + block_size - 1) / block_size;
         const std::uint64_t free = std::max<std::uint64_t>(load_be32(number.data()), behind);
         const std::uint64_t blocks = (size + block_size - 1) / block_size;
-        if ((free + blocks) * block_size > LockScheme::memo().offset) {
+        if ((free + blocks) * block_size > memo_limit(files_.memo.size())) {
             throw EngineFault(FaultCode::kLimit, "repair",
                               files_.memo.path() + ": the memo file is full");
         }
@@ -228,18 +264,20 @@ class TableMender {
     }
 
     Mended outcome() {
-        if (options_.dry_run) {
-            return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
-        }
-        sync();
-        CheckedTable counts;
-        check_open_table(files_, access_, reporter(counts), progress_);
-        if (counts.faults > 0) {
-            mending_.refuse(
-                files_.table.path(),
-                std::to_string(counts.faults) + " faults are left; \"brenik check\" names them");
+        if (const std::size_t left = options_.dry_run ? staying_ : faults_left(); left > 0) {
+            mending_.refuse(files_.table.path(), std::to_string(left) + " faults " +
+                                                     (options_.dry_run ? "would be" : "are") +
+                                                     " left; \"brenik check\" names them");
         }
         return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
+    }
+
+    std::size_t faults_left() {
+        sync();
+        CheckedTable counts;
+        const Report silent = [](const Finding&) {};
+        check_open_table(files_, access_, {files_.table.path(), silent, counts}, progress_);
+        return counts.faults;
     }
 
     void sync() {
@@ -252,9 +290,11 @@ class TableMender {
     const DeedReport& report_;
     Mending mending_;
     const Progress& progress_;
-    const Report silent_ = [](const Finding&) {};
+    const Report tally_ = [this](const Finding& finding) { tally(finding); };
+    bool index_only_ = false;
     TableFiles files_;
     TableFindings found_;
+    std::size_t staying_ = 0;  // faults that this run does not mend
 };
 
 }  // namespace

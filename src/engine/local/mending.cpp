@@ -47,16 +47,20 @@ void copy_bytes(const platform::File& from, platform::File& to) {
 
 std::string back_up_file(const platform::File& file, const std::string& folder) {
     const std::string path = backup_path(file.path(), folder);
-    platform::File copy =
-        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
+    // Whatever ends this, a file of the final name is a whole copy.
+    const std::string unfinished = path + ".part";
+    platform::File copy = platform::File::open(unfinished, platform::OpenMode::kCreate,
+                                               platform::Sharing::kExclusive);
     if (!copy.is_open()) {
         throw EngineFault(FaultCode::kInputOutput, "back up", path + ": cannot be made");
     }
     try {
         copy_bytes(file, copy);
+        copy.close();
+        platform::replace_file(unfinished, path);
     } catch (...) {
         copy.close();
-        platform::remove_file(path);
+        platform::remove_file(unfinished);
         throw;
     }
     return path;

@@ -108,13 +108,15 @@ void mark_as_indexed(TableFiles& files, const TableLayout& layout, Mending& mend
 }
 
 void replace_index(TableFiles& files, const HeaderFacts& header, const std::vector<TagPlan>& plans,
-                   const Progress& progress) {
+                   bool dry_run, const Progress& progress) {
     const std::string path = files.index.path();
-    files.index.close();
     const auto read = [&](RecordNumber first, MutableBytes into) {
         return files.table.read_at(header.end_of(first - 1), into) == into.size();
     };
-    build_index(path, {*header.layout, header.usable, read}, plans, progress);
+    const RecordSource records{*header.layout, header.usable, read};
+    if (dry_run) return require_buildable(path, records, plans);
+    files.index.close();
+    build_index(path, records, plans, progress);
 }
 
 std::string built(const std::vector<TagPlan>& plans, RecordNumber records) {
@@ -141,7 +143,7 @@ void rebuild_index(TableFiles& files, const HeaderFacts& header, Mending& mendin
     if (is_new && tags.plans().empty()) return;
     if (!is_new) mending.back_up(files.index);
     try {
-        if (!mending.options().dry_run) replace_index(files, header, tags.plans(), progress);
+        replace_index(files, header, tags.plans(), mending.options().dry_run, progress);
     } catch (const EngineFault& fault) {
         return mending.refuse(path, std::string(fault.what()) + "; the index stays as it was");
     }
