@@ -119,6 +119,15 @@ Value call_CDT2STR(Session& session, Arguments& a) {
     return text;
 }
 
+// The expression and its text are one thing here.
+Value call_CMXSETRELATION(Session& session, Arguments& a) {
+    if (a.given(1) && a.given(2) && a.text(1) != a.text(2)) {
+        throw CallError("arguments 2 and 3 are two different expressions; give one of them");
+    }
+    CMXSETRELATION(session, a.small(0), a.text(a.given(2) ? 2 : 1));
+    return {};
+}
+
 Value call_CMXSETSCOPE(Session& session, Arguments& a) {
     // With a second argument, nil too, the scope is set.
     return CMXSETSCOPE(session, scope_end(a),
@@ -189,10 +198,7 @@ constexpr std::array kRoutines{
                 return CMXSEEKLAST(s, a.value(0), seek_mode(a, 1));
             }},
     Routine{"CMXSETRELATION", "target work area, expression, [expression text]",
-            [](Session& s, Arguments& a) {
-                return nothing(
-                    [&] { CMXSETRELATION(s, a.small(0), a.given(2) ? a.text(2) : a.text(1)); });
-            }},
+            call_CMXSETRELATION},
     Routine{"CMXSETSCOPE", "0 top or 1 bottom, [value]", call_CMXSETSCOPE},
     Routine{"CMXSHARED", "[shared]",
             [](Session& s, Arguments& a) -> Value { return CMXSHARED(s, a.optional_logical(0)); }},

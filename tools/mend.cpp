@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <system_error>
 
 #include "check.h"
@@ -62,6 +63,35 @@ local::TagDefinition parse_tag(const std::string& text) {
     return tag;
 }
 
+struct MendedTable {
+    std::string path;
+    Mended outcome;
+    bool would_change;  // its own file, in a dry run
+
+    // The file's name as check_practice takes it.
+    std::string name() const {
+        const std::string file = base_name(path);
+        return upper(file.substr(0, file.find_last_of('.')));
+    }
+    // What its records say holds. A table in use has not been looked at yet.
+    bool is_settled() const {
+        if (would_change) return false;
+        if (outcome != Mended::kInUse) {
+            return outcome == Mended::kWhole || outcome == Mended::kNothingToDo;
+        }
+        ProgressBar bar(base_name(path));
+        const local::CheckedTable found = local::check_table(
+            path, [](const local::Finding&) {}, bar.progress());
+        return found.faults + found.unchecked == 0;
+    }
+};
+
+bool is_of_practice(const MendedTable& table) {
+    return std::ranges::any_of(kPracticeTables, [&](const PracticeTable& each) {
+        return upper(each.file) == table.name();
+    });
+}
+
 class Mender {
   public:
     explicit Mender(const MendRequest& request) : request_(request) {
@@ -83,24 +113,33 @@ class Mender {
         }
         for (const std::string& table : tables) {
             ProgressBar bar(base_name(table));
+            bool would_change = false;
             const local::DeedReport report = [&](const Deed& deed) {
                 bar.clear();
                 print(deed);
+                const bool of_table = base_name(deed.file) == base_name(table);
+                would_change = would_change || (request_.dry_run && of_table);
             };
-            note(mend(table, options_, report, bar.progress()));
+            const Mended outcome = mend(table, options_, report, bar.progress());
+            note(outcome);
+            mended_.push_back({table, outcome, would_change});
         }
     }
 
-    // Counters and journal entries, while other programs may go on working.
+    // Counters and journal entries, while other programs may go on working. Those that depend on a
+    // table that is still damaged, or will be in a dry run until it is mended, are left alone: its
+    // records may yet come back.
     void mend_practice() {
         if (!is_practice(request_.path)) return;
-        const PracticeFaults faults =
-            check_practice(request_.path, [&](const local::Finding& found) {
+        const PracticeFaults faults = check_practice(
+            request_.path,
+            [&](const local::Finding& found) {
                 if (found.remedy != local::Remedy::kByHand) return;
                 print({false, found.file, found.what + "; this needs a decision by hand",
                        found.record});
                 note(Mended::kPartly);
-            });
+            },
+            leave_alone());
         try {
             if (!faults.counters.empty()) raise_counters(faults.counters);
             if (!faults.journal_entries.empty()) remove_entries(faults.journal_entries);
@@ -151,6 +190,20 @@ class Mender {
         in_use_ = in_use_ || outcome == Mended::kInUse;
     }
 
+    // Says so too.
+    std::set<std::string> leave_alone() {
+        std::set<std::string> names;
+        for (const MendedTable& table : mended_) {
+            if (!is_of_practice(table) || table.is_settled()) continue;
+            names.insert(table.name());
+            print({request_.dry_run, table.path,
+                   request_.dry_run
+                       ? "then compared with the counters and the journal"
+                       : "not compared with the counters and the journal until it is mended"});
+        }
+        return names;
+    }
+
     // One copy of the table's own file: only its records are changed.
     void back_up(const std::string& path) {
         if (request_.dry_run) return;
@@ -161,9 +214,14 @@ class Mender {
 
     static void lock(const OpenedTable& opened, RecordNumber record) {
         opened.table->go_to(record);
-        if (opened.table->lock_record(record)) return;
+        if (opened.table->lock_record(record, LockTry::kInTurn)) return;
         throw ToolError(ExitCode::kLocked, opened.path + ": record " + std::to_string(record) +
                                                " is locked by another program");
+    }
+
+    static std::size_t position_of(const OpenedTable& opened, std::string_view field) {
+        return static_cast<std::size_t>(opened.layout.find(field) - opened.layout.fields.data()) +
+               1;
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
@@ -172,8 +230,7 @@ class Mender {
         back_up(system.path);
         if (!request_.dry_run) lock(system, 1);
         for (const CounterFault& counter : counters) {
-            const local::Field* field = system.layout.find(counter.field);
-            const auto position = static_cast<std::size_t>(field - system.layout.fields.data()) + 1;
+            const std::size_t position = position_of(system, counter.field);
             if (!request_.dry_run) {
                 const std::int64_t now = system.table->field_get(position).whole();
                 system.table->field_put(position, std::max(now, counter.least));
@@ -184,23 +241,37 @@ class Mender {
         system.table->unlock_all();
     }
 
-    void remove_entries(const std::vector<RecordNumber>& entries) {
+    // Under the entry's lock; false when it is no longer the entry that was looked at.
+    static bool remove_entry(const OpenedTable& journal, const JournalFault& entry) {
+        lock(journal, entry.record);
+        const auto says = [&](std::string_view field, const std::string& text) {
+            return journal.table->field_get(position_of(journal, field)).text() == text;
+        };
+        const bool same = !journal.table->deleted() && says("CDB", entry.table_code) &&
+                          says("U_ID", entry.identifier) && says("CCODE", entry.kind);
+        if (same) journal.table->mark_deleted();
+        journal.table->unlock_all();
+        return same;
+    }
+
+    void remove_entries(const std::vector<JournalFault>& entries) {
         Practice practice(request_.path);
         const OpenedTable journal = practice.open("LawTrans");
         back_up(journal.path);
-        for (const RecordNumber entry : entries) {
-            if (!request_.dry_run) {
-                lock(journal, entry);
-                journal.table->mark_deleted();
-                journal.table->unlock_all();
+        for (const JournalFault& entry : entries) {
+            if (request_.dry_run || remove_entry(journal, entry)) {
+                print({true, journal.path,
+                       "marked as deleted: it tells of a record that is not there", entry.record});
+            } else {
+                print({false, journal.path, "changed by another program just now", entry.record});
+                note(Mended::kInUse);
             }
-            print({true, journal.path, "marked as deleted: it tells of a record that is not there",
-                   entry});
         }
     }
 
     const MendRequest& request_;
     local::MendOptions options_;
+    std::vector<MendedTable> mended_;
     std::size_t done_ = 0;
     std::size_t left_ = 0;
     bool partly_ = false;

@@ -27,6 +27,8 @@ using local::Remedy;
 using local::Severity;
 
 constexpr std::size_t kIdentifierDigits = 5;
+// Identifiers that a bad day can have taken from tables and counter alike.
+constexpr std::int64_t kMostLost = 10000;
 
 struct Holder {
     std::string identifier;
@@ -48,11 +50,12 @@ struct Tracked {
 };
 
 struct Entry {
-    RecordNumber record;
+    JournalFault fields;  // in case it turns out to be one
     int table;
-    char kind;
     bool deleted;
-    std::string identifier;
+
+    const std::string& identifier() const { return fields.identifier; }
+    bool is(char kind) const { return fields.kind.starts_with(kind); }
 };
 
 std::string text_of(const RecordReader& table, const RecordView& record,
@@ -84,13 +87,15 @@ std::optional<std::int64_t> number_behind(const std::string& prefix,
 
 class PracticeCheck {
   public:
-    PracticeCheck(std::string folder, const local::Report& report)
-        : folder_(std::move(folder)), report_(report) {}
+    PracticeCheck(std::string folder, const local::Report& report,
+                  const std::set<std::string>& left_alone)
+        : folder_(std::move(folder)), report_(report), left_alone_(left_alone) {}
 
     PracticeFaults run() {
         read_journal();
         for (const PracticeTable& table : kPracticeTables) {
-            if (table.number != kSystem && table.number != kJournal) read_table(table);
+            if (table.number == kSystem || table.number == kJournal) continue;
+            if (looks_at(table.number)) read_table(table);
         }
         report_duplicates();
         report_entries();
@@ -106,7 +111,15 @@ class PracticeCheck {
         return RecordReader::open(folder_ + "/" + file + ".DBF");
     }
 
+    // Where a table comes in variants, a record may be in the one that is left alone.
+    bool looks_at(int number) const {
+        return std::ranges::none_of(kPracticeTables, [&](const PracticeTable& table) {
+            return table.number == number && left_alone_.contains(upper(table.file));
+        });
+    }
+
     void read_journal() {
+        if (!looks_at(kJournal)) return;
         journal_ = open("LawTrans");
         if (!journal_) return;
         const local::TableLayout& layout = journal_->layout();
@@ -115,10 +128,11 @@ class PracticeCheck {
         const local::Field* identifier = layout.find("U_ID");
         if (kind == nullptr || code == nullptr || identifier == nullptr) return;
         journal_->for_each([&](const RecordView& record) {
-            const std::string table = text_of(*journal_, record, code);
-            const std::string kind_text = text_of(*journal_, record, kind);
-            Entry entry{record.number, 0, kind_text.empty() ? ' ' : kind_text[0], record.deleted(),
-                        text_of(*journal_, record, identifier)};
+            Entry entry{{record.number, text_of(*journal_, record, code),
+                         text_of(*journal_, record, identifier), text_of(*journal_, record, kind)},
+                        0,
+                        record.deleted()};
+            const std::string& table = entry.fields.table_code;
             std::from_chars(table.data(), table.data() + table.size(), entry.table);
             entries_.push_back(std::move(entry));
         });
@@ -194,16 +208,17 @@ class PracticeCheck {
     void report_entries() {
         std::vector<std::pair<int, std::string>> gone;  // deleted, as the journal itself says
         for (const Entry& entry : entries_) {
-            if (entry.kind == 'D' && !entry.deleted)
-                gone.emplace_back(entry.table, entry.identifier);
+            if (entry.is('D') && !entry.deleted) {
+                gone.emplace_back(entry.table, entry.identifier());
+            }
         }
         std::sort(gone.begin(), gone.end());
         for (const Entry& entry : entries_) {
-            const bool tells = entry.kind == 'A' || entry.kind == 'E';
+            const bool tells = entry.is('A') || entry.is('E');
             const auto tables = tables_.find(entry.table);
             if (!tells || entry.deleted || tables == tables_.end()) continue;
             if (std::binary_search(gone.begin(), gone.end(),
-                                   std::pair(entry.table, entry.identifier))) {
+                                   std::pair(entry.table, entry.identifier()))) {
                 continue;
             }
             report_if_lost(entry, tables->second);
@@ -213,19 +228,19 @@ class PracticeCheck {
     void report_if_lost(const Entry& entry, std::vector<Tracked>& variants) {
         bool coming = false;
         for (Tracked& tracked : variants) {
-            if (has(tracked, entry.identifier)) return;
-            coming = coming || may_be_coming(tracked, entry.identifier);
+            if (has(tracked, entry.identifier())) return;
+            coming = coming || may_be_coming(tracked, entry.identifier());
         }
-        const std::string what = "tells of record " + to_utf8(entry.identifier) + " of " +
+        const std::string what = "tells of record " + to_utf8(entry.identifier()) + " of " +
                                  base_of(variants.front()) + ", which is not there";
         if (coming) {
             return report(Severity::kUnchecked, "record-locked", journal_->path(),
-                          Remedy::kTryAgain, entry.record, "",
+                          Remedy::kTryAgain, entry.fields.record, "",
                           what + " yet: a record is being added");
         }
-        faults_.journal_entries.push_back(entry.record);
-        report(Severity::kFault, "journal-entry", journal_->path(), Remedy::kRepair, entry.record,
-               "", what);
+        faults_.journal_entries.push_back(entry.fields);
+        report(Severity::kFault, "journal-entry", journal_->path(), Remedy::kRepair,
+               entry.fields.record, "", what);
     }
 
     static std::string base_of(const Tracked& tracked) {
@@ -234,6 +249,7 @@ class PracticeCheck {
     }
 
     void report_counters() {
+        if (!looks_at(kSystem)) return;
         const std::unique_ptr<RecordReader> system = open("LAWSYS");
         if (!system) return;
         const std::vector<Byte> bytes = system->read(1);
@@ -247,8 +263,8 @@ class PracticeCheck {
             const std::string name = "U_ID" + std::to_string(number);
             const local::Field* field = system->layout().find(name);
             if (field == nullptr) continue;
-            const std::int64_t largest = largest_in_use(number, variants, prefix);
             const std::int64_t counter = read_field(record, system->layout(), *field).whole();
+            const std::int64_t largest = largest_in_use(number, variants, prefix, counter);
             if (counter >= largest) continue;
             faults_.counters.push_back({name, largest});
             report(Severity::kFault, "counter-behind", system->path(), Remedy::kRepair, 1, name,
@@ -257,24 +273,28 @@ class PracticeCheck {
         }
     }
 
-    // In the tables and, for records that are deleted and may be gone, in the journal.
+    // In the tables and, for records that are lost or gone, in the journal: what it once told of
+    // has been issued, whatever became of the record and of the entry. An entry alone is no ground
+    // for using up the counter's range: far beyond all others it is taken for a damaged one.
     std::int64_t largest_in_use(int number, const std::vector<Tracked>& variants,
-                                const std::string& prefix) const {
+                                const std::string& prefix, std::int64_t counter) const {
         std::int64_t largest = 0;
-        const auto take = [&](const std::string& identifier) {
-            largest = std::max(largest, number_behind(prefix, identifier).value_or(0));
-        };
         for (const Tracked& tracked : variants) {
-            for (const Holder& holder : tracked.holders) take(holder.identifier);
+            for (const Holder& holder : tracked.holders) {
+                largest = std::max(largest, number_behind(prefix, holder.identifier).value_or(0));
+            }
         }
+        const std::int64_t credible = std::max(largest, counter) + kMostLost;
         for (const Entry& entry : entries_) {
-            if (entry.table == number && entry.kind == 'D') take(entry.identifier);
+            const std::int64_t issued = number_behind(prefix, entry.identifier()).value_or(0);
+            if (entry.table == number && issued <= credible) largest = std::max(largest, issued);
         }
         return largest;
     }
 
     std::string folder_;
     const local::Report& report_;
+    const std::set<std::string>& left_alone_;
     std::unique_ptr<RecordReader> journal_;
     std::vector<Entry> entries_;
     std::map<int, std::vector<Tracked>> tables_;
@@ -283,8 +303,9 @@ class PracticeCheck {
 
 }  // namespace
 
-PracticeFaults check_practice(const std::string& folder, const local::Report& report) {
-    return PracticeCheck(folder, report).run();
+PracticeFaults check_practice(const std::string& folder, const local::Report& report,
+                              const std::set<std::string>& left_alone) {
+    return PracticeCheck(folder, report, left_alone).run();
 }
 
 }  // namespace brenik::tools

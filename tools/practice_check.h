@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,15 +17,26 @@ struct CounterFault {
     std::int64_t least;
 };
 
+// A journal entry for a record that is not there, with what the journal's fields say: by the time
+// it is mended its number may be another entry's.
+struct JournalFault {
+    RecordNumber record;
+    std::string table_code;
+    std::string identifier;
+    std::string kind;
+};
+
 // What can be mended of it.
 struct PracticeFaults {
     std::vector<CounterFault> counters;
-    std::vector<RecordNumber> journal_entries;  // for records that are not there
+    std::vector<JournalFault> journal_entries;
 };
 
 // Reports identifiers that several records have, counters below the identifiers in use (the same
 // would be issued once more), and journal entries for records that are not there. Tables that
-// cannot be read are left to the check of that table.
-PracticeFaults check_practice(const std::string& folder, const local::Report& report);
+// cannot be read are left to the check of that table. Nothing is said that depends on one of the
+// tables `left_alone`, file names in upper case without extension.
+PracticeFaults check_practice(const std::string& folder, const local::Report& report,
+                              const std::set<std::string>& left_alone = {});
 
 }  // namespace brenik::tools

@@ -42,6 +42,7 @@ def test_routines_without_a_practice(line, result):
     (['XTOC', {'date': '20030230'}], '20030230'), (['XTOC', {'hex': '0g'}], '0g'), (['XTOC', 'caf\u00e9'], 'hex'),
     (['RSN2ADS', 3844], 'RSN2ADS'), (['RSN2ADS', 5, 2000000000], 'argument 2 must be a width'),
     (['field get', 1], '2001'), ('[' * 100000, 'nested too deeply'),
+    (['CMXSETRELATION', 3, 'U_ID', 'ID'], 'two different expressions'),
     pytest.param('["XTOC", {"date": ' + '[' * 200000 + ']' * 200000 + '}]', 'nested too deeply', id='date'),
     pytest.param('["XTOC", ' + '{"ref": ' * 200000 + '1' + '}' * 200000 + ']', 'nested too deeply', id='ref')])
 def test_a_line_that_fails_is_answered_and_the_next_goes_on(line, part):
@@ -85,3 +86,16 @@ def test_every_listed_name_is_there(tmp_path):
     answers = call(*quiet, cwd=tmp_path)            # StartUp without a folder works in the current one
     assert not any('no routine' in each.get('error', '') for each in answers)
     call(['RSNOW'], folder=tmp_path / 'missing', expect=3)
+
+
+def test_a_fault_leaves_nothing_half_done(practice):
+    """A line that makes no sense keeps locks; a fault gives up every lock, and a record that was being added."""
+    change = ['field assignment by name', 1, 'LAST', 'Half']
+    fault = ['set filter', 'NOSUCH = ']
+    answers = call(['select area', 1], ['go to', 3], ['lock record', 3], change, ['MAKEDATE', 1], change, fault, change,
+                   ['append blank'], change, fault, ['go to', 41], ['deleted'], folder=practice)
+    failed = [number for number, answer in enumerate(answers) if 'error' in answer]
+    assert failed == [4, 6, 7, 10] and answers[12]['result'] is True
+    rows = practice.table('LAW1').rows
+    assert len(rows) == 41 and rows[2]['LAST'].strip() != 'Half' and rows[40]['LAST'].strip() == ''
+    assert_sound(practice.folder)

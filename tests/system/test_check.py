@@ -2,12 +2,15 @@
 
 import itertools
 import json
+import shlex
 import shutil
+import subprocess
 import threading
+import time
 from pathlib import Path
 
 import pytest
-from conftest import OURS, HeldBytes, at_once, path_form
+from conftest import OURS, TOOL, HeldBytes, at_once, path_form
 from judges import TableView, assert_sound, identifier
 from test_damage import add_to, cut, header, last_tag, put, record_length, within
 from test_tool import brenik
@@ -88,6 +91,7 @@ PLANTED = {
     'rubbish behind': ('LAW9.DBF', append(b'rubbish!' * 100), dict(kind='rubbish')),
     'record length': ('LAW3.DBF', put(10, 7, 2), dict(kind='header')),
     'header length': ('LAW3.DBF', put(8, 65535, 2), dict(kind='header')),
+    'header length by one': ('LAW1.DBF', add_to(8, 2, 1), dict(kind='header')),
     'field list not ended': ('LAW1.DBF', lambda d: put(header(d) - 1, 65, 1)(d), dict(kind='header')),
     'memo outside': ('LAW1.DBF', memo_of(3, b'  77777777'), dict(kind='memo-pointer', record=3, field='NOTES')),
     'memo no number': ('LAW1.DBF', memo_of(3, b'rubbish   '), dict(kind='memo-pointer', record=3, field='NOTES')),
@@ -169,6 +173,7 @@ def test_keys(practice):
     practice.patch('TAGS', 7, 'U_ID', practice.table('TAGS').rows[7]['U_ID'].encode())
     assert has(findings(path, 1), tag='ONLY', record=7, kind='missing-key')
     before = (practice.folder / 'TAGS.CDX').read_bytes()
+    assert brenik('repair', path, '--dry-run')[0] == 1
     ended, output, _ = brenik('reindex', path)
     assert ended == 1 and 'records 7 and 8 have the same key; the index stays as it was' in output
     assert (practice.folder / 'TAGS.CDX').read_bytes() == before
@@ -197,7 +202,8 @@ def test_practice(session, practice):
 @pytest.mark.parametrize('file, damage, remedy', [
     ('LAW1.DBF', cut(20), 'restore'), ('LAW1.DBF', put(48, 0, 1), 'restore'), ('LAW1.DBF', put(0, 0xFF, 1), 'restore'),
     ('LAW1.CDX', cut(300), 'restore'), ('LAW1.CDX', put(within(last_tag, 494), 0x44524F4E, 4), 'by hand'),
-    ('LAW1.FPT', cut(6), 'restore'), ('LAW1.FPT', None, 'restore')])
+    ('LAW1.FPT', cut(6), 'restore'), ('LAW1.FPT', None, 'restore'),
+    ('LAW1.DBF', lambda d: put(header(d), 65, 1)(d), 'by hand'), ('LAW1.DBF', lambda d: d.pop(header(d) + 99), 'by hand')])
 def test_what_only_a_backup_can_mend(practice, file, damage, remedy):
     """Is named as such; nothing of it is touched."""
     if damage:
@@ -206,8 +212,43 @@ def test_what_only_a_backup_can_mend(practice, file, damage, remedy):
         Path(practice.find(file)).unlink()
     assert has(findings(practice, 1), remedy=remedy)
     before = snapshot(practice.folder)
-    ended, output, _ = brenik('repair', practice)
-    assert ended == 1 and 'not mended: ' in output and snapshot(practice.folder) == before
+    for options in ['--dry-run'], []:
+        ended, output, _ = brenik('repair', practice, *options)
+        assert ended == 1 and 'not mended: ' in output and snapshot(practice.folder) == before
+
+
+def test_memo_file_that_nobody_needs(practice):
+    for number in range(1, practice.table('LAW1').table.count + 1):
+        practice.patch('LAW1', number, 'NOTES', b' ' * 10)
+    practice.damage('LAW1.FPT', cut(100))
+    assert has(findings(practice, 1), kind='memo-header', remedy='repair')
+    assert brenik('repair', practice)[0] == 0 and findings(practice, 0) == []
+    assert len(list(practice.folder.glob('LAW1.FPT.bak-*'))) == 1
+
+
+def test_memo_file_beyond_the_limit_of_one_mode(practice):
+    """It is sound in the other, and nothing that is read tells which is in force."""
+    with open(practice.find('LAW1.FPT'), 'r+b') as memo:
+        memo.truncate(0x41000000)
+        memo.write((0x41000000 // 64).to_bytes(4, 'big'))
+    assert findings(practice, 0) == []
+
+
+def test_output_that_is_not_read(session, new_practice):
+    """Keeps nobody from changing the index."""
+    practice = new_practice('large', '--contacts', '2000')
+    assert session.init(practice) == 0
+    last = practice.table('LAW1').table.by_name['LAST'].offset
+
+    def rename(data):
+        for at in range(header(data) + last, len(data), record_length(data)):
+            data[at:at + 3] = b'Zzz'
+    practice.damage('LAW1.DBF', rename)
+    command = [*shlex.split(TOOL), 'check', path_form(OURS)(practice.find('LAW1.DBF')), '--json']
+    with subprocess.Popen(command, stdout=subprocess.PIPE) as check:
+        assert b'missing-key' in check.stdout.readline() + check.stdout.readline()
+        time.sleep(0.5)     # the pipe is full now
+        assert check.poll() is None and session.add(1, {'LAST': 'New'})[0] == 0
 
 
 def test_beside_sessions(session, practice):
@@ -257,3 +298,48 @@ def test_paths(practice, tmp_path):
     assert brenik('reindex', practice.find('LAW1.DBF'), '--tag', 'A=U_ID;SOMETIMES')[0] == 2
     with HeldBytes(practice.find('LAW1.DBF'), 0x7FFFFFFF):
         assert has(findings(practice, 4), kind='in-use', severity='not checked')
+
+
+def test_the_journal_waits_for_its_tables(session, practice):
+    """What is lost for now may come back with its table; other tables are mended beside those who use them."""
+    uid = session.add(1, {'LAST': 'Last'})[1]
+    practice.patch('LAWSYS', 1, 'U_ID3', b'%10d' % 0)
+    practice.damage('LAW1.DBF', put(4, 40, 4))
+    journal = Path(practice.find('LAWTRANS.DBF')).read_bytes()
+    ended, output, _ = brenik('repair', practice, '--dry-run')
+    assert ended == 0 and 'would do: LAW1.DBF: then compared' in output and 'LawTrans' not in output
+    ended, output, _ = brenik('repair', practice)
+    assert ended == 4 and 'not mended: LAW1.DBF: not compared' in output
+    assert practice.counter('U_ID3') == 20 and Path(practice.find('LAWTRANS.DBF')).read_bytes() == journal
+    assert session.shutdown() == 0 and brenik('repair', practice)[0] == 0
+    assert findings(practice, 0) == [] and Path(practice.find('LAWTRANS.DBF')).read_bytes() == journal
+    assert not practice.journal('01', 'A', uid)[0].deleted
+
+
+def test_partly_mended(session, practice):
+    """Half a repair is not enough either: here the index stays as it was."""
+    assert session.add(1, {'LAST': 'Last'})[0] == 0 and session.shutdown() == 0
+    practice.damage('LAW1.DBF', cut(lambda d: header(d) + 40 * record_length(d) + 9))
+    sound, _ = practice.damage('LAW1.CDX', cut(lambda d: 1536))
+    journal = Path(practice.find('LAWTRANS.DBF')).read_bytes()
+    assert brenik('repair', practice)[0] == 1 and Path(practice.find('LAWTRANS.DBF')).read_bytes() == journal
+    Path(practice.find('LAW1.CDX')).write_bytes(sound)
+    assert brenik('repair', practice)[0] == 0       # the record is lost for good, and so is its key
+    assert findings(practice, 0) == []
+    assert Path(practice.find('LAWTRANS.DBF')).read_bytes() != journal
+
+
+@pytest.mark.parametrize('kind', [b'A', None])
+def test_identifiers_of_lost_records(session, practice, kind):
+    """Are not issued once more, whatever the journal tells of the record, and even when that entry is deleted."""
+    counters = Path(practice.find('LAWSYS.DBF'))
+    before = counters.read_bytes()
+    uid = session.add(1, {'LAST': 'Last'})[1]
+    assert uid == identifier('A1', 41) and session.shutdown() == 0
+    practice.damage('LAW1.DBF', cut(lambda d: len(d) - 1 - record_length(d)))
+    counters.write_bytes(before)
+    entry = practice.journal('01', 'A', uid)[0].number
+    practice.patch('LAWTRANS', entry, *(['CCODE', kind] if kind else []))
+    assert has(findings(practice, 1), kind='counter-behind', field='U_ID1', remedy='repair')
+    assert brenik('repair', practice)[0] == 0 and practice.counter('U_ID1') == 41 and findings(practice, 0) == []
+    assert session.init(practice) == 0 and session.add(1, {})[1] == identifier('A1', 42)
