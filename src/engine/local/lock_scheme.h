@@ -10,7 +10,8 @@
 // (marker()), and, between programs of this engine, one byte for each mode (use()).
 //
 // Further up, the same in both modes, lie the places where those wait who found a lock taken
-// (queue(), lock_queue.h). docs/locking.md has all positions and their reasons in one table.
+// (queue(), lock_queue.h), and what keeps records whole (whole()). docs/locking.md has all
+// positions and their reasons in one table.
 
 #pragma once
 
@@ -56,6 +57,9 @@ class LockScheme {
     static constexpr LockRange queue(RecordNumber record = 0) {
         return {16 * kLine + std::uint64_t{record} * kPlaces, kPlaces};
     }
+
+    // Held for as long as a record is read or written that the system copies in two pieces.
+    static constexpr LockRange whole(RecordNumber record) { return {32 * kLine + record, 1}; }
 
     // Data must end before this offset. A proprietary table stays clear of its marker, unless
     // nobody who is there holds it.

@@ -25,6 +25,12 @@ constexpr int kAppendLockTimeout_ms = 200;
 // Workstations that write the same record one after the other hold it for less than a millisecond
 // each; with eight of them the last in line waits less than this.
 constexpr int kTurn_ms = 40;
+// The system's pages, or parts of them.
+constexpr std::uint64_t kPageSize = 4096;
+// A record is copied in microseconds; who has been stopped in the middle of it is not waited for.
+constexpr int kWholeTimeout_ms = 50;
+// A record that is another one each time is being rewritten faster than anybody works.
+constexpr int kMostReadings = 100;
 // Others hold the bytes that tell the modes apart only while they open the table themselves.
 constexpr int kModeTimeout_ms = 50;
 
@@ -93,7 +99,23 @@ RecordNumber TableFile::count() {
     return known_count_ = static_cast<RecordNumber>(std::min<std::uint64_t>(counted, held));
 }
 
-void TableFile::read(RecordNumber record, MutableBytes into) const {
+// The system may hand over a record that is being written part old and part new. Without a lock
+// only what two readings agree on is whole; and where a record lies in two of the system's pages,
+// which are copied one after the other, even they may see the same half.
+void TableFile::read(RecordNumber record, MutableBytes into) {
+    if (owns(record)) return read_once(record, into);
+    std::optional<HeldLock> whole;
+    keep_whole(record, platform::LockKind::kShared, whole);
+    read_once(record, into);
+    again_.resize(into.size());
+    for (int reading = 1; reading < kMostReadings; ++reading) {
+        read_once(record, again_);
+        if (std::equal(again_.begin(), again_.end(), into.begin())) return;
+        std::copy(again_.begin(), again_.end(), into.begin());
+    }
+}
+
+void TableFile::read_once(RecordNumber record, MutableBytes into) const {
     if (file_.read_at(offset_of(record), into) != into.size()) {
         throw EngineFault(FaultCode::kDamagedFile, "read",
                           path() + ": record " + std::to_string(record) + " is cut short");
@@ -101,7 +123,18 @@ void TableFile::read(RecordNumber record, MutableBytes into) const {
 }
 
 void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
+    std::optional<HeldLock> whole;
+    keep_whole(record, platform::LockKind::kExclusive, whole);
     replace(offset_of(record), bytes, before);
+}
+
+void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
+                           std::optional<HeldLock>& held) {
+    const std::uint64_t begin = offset_of(record);
+    const std::uint64_t last = begin + layout_.record_length - 1;
+    if (exclusive_ || begin / kPageSize == last / kPageSize) return;
+    const LockRange range = LockScheme::whole(record);
+    if (lock_within(file_, range, kind, kWholeTimeout_ms)) held.emplace(file_, range);
 }
 
 // Overwrites what others read. A write that fails half-way is undone: a record, or a count, that is

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,7 +37,7 @@ class TableFile {
         return record != 0 && (record <= known_count_ || record <= count());
     }
     // Reads one record; the number must be 1 to count().
-    void read(RecordNumber record, MutableBytes into) const;
+    void read(RecordNumber record, MutableBytes into);
     // `before` is what the record holds now: it is put back should the write be cut short.
     void write(RecordNumber record, Bytes bytes, Bytes before);
     // Adds a record at the end and leaves it locked; 0 when a lock that this needs is somebody
@@ -64,6 +65,8 @@ class TableFile {
     bool keep_other_mode_out();
     bool keep_strangers_out();
     std::uint64_t offset_of(RecordNumber record) const;
+    void keep_whole(RecordNumber record, platform::LockKind kind, std::optional<HeldLock>& held);
+    void read_once(RecordNumber record, MutableBytes into) const;
     RecordNumber counted_in_header() const;
     RecordNumber append_locked(MutableBytes bytes);
     void assign_autoincrement(MutableBytes bytes);
@@ -80,6 +83,7 @@ class TableFile {
     bool marked_ = false;  // the positions of compatible programs are kept locked
     std::set<RecordNumber> locked_records_;
     bool table_locked_ = false;
+    std::vector<Byte> again_;       // a second reading
     RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
 };
 
