@@ -92,13 +92,6 @@ Json answer(Session& session, const std::string& line) {
     return reply;
 }
 
-// As the exports leave a session after a fault: what was half done would otherwise be written out
-// by the lines that follow.
-void recover(Session& session) {
-    session.areas.release_all_locks();
-    session.module.journal_locked = false;
-}
-
 // A line that fails is answered too; the lines after it go on in the same session. One that makes
 // no sense has touched nothing, so locks stay then.
 Json answer_or_error(Session& session, const std::string& line) {
@@ -109,11 +102,11 @@ Json answer_or_error(Session& session, const std::string& line) {
     } catch (const Json::exception& error) {
         return Json{{"error", error.what()}};
     } catch (const EngineFault& fault) {
-        recover(session);
+        session.recover();
         return Json{{"error", fault.operation() + ": " + fault.what() + " (" +
                                   std::to_string(static_cast<int>(fault.code())) + ")"}};
     } catch (const std::exception& error) {
-        recover(session);
+        session.recover();
         return Json{{"error", error.what()}};
     }
 }

@@ -61,8 +61,7 @@ Bridge::Code Bridge::run(Operation operation, std::span<Value> arguments) const 
 void Bridge::recover(std::string_view operation, std::string_view fault) const noexcept {
     try {
         Session& session = session_();
-        session.areas.release_all_locks();
-        session.module.journal_locked = false;
+        session.recover();
         if (session.variables.LTRACE) TRACELOG(session, operation, {Value(), fault});
     } catch (...) {
         // Without memory even for the trace line, the code alone has to tell.

@@ -69,6 +69,11 @@ struct Session {
         const std::string folder = data_path();
         return absolute || file.compare(0, folder.size(), folder) == 0 ? file : folder + file;
     }
+    // After a fault: what is half done is dropped, or it would be written out when its locks go.
+    void recover() noexcept {
+        areas.release_all_locks();
+        module.journal_locked = false;
+    }
     Date today() {
         const platform::LocalDay day = clock.today();
         return Date::from_civil(day.year, day.month, day.day);

@@ -484,12 +484,21 @@ TEST_F(RelationsTest, ScopedTargetsShowTheirParentsRecordsOnly) {
     EXPECT_EQ(walk(2), shown[4]);
     areas_.clear_relations(1);
     EXPECT_EQ(walk(2), shown[1]) << "the other parent's limit holds again";
+    areas_.clear_relations(3);
+    folder_.make("D", {{"K", 'C', 4, 0, 0x02}}, {}, {{Value()}}, 0x30);
+    areas_.open(path("D"), {}, TableSharing::kShared, OpenIn::kNewArea);
+    areas_.add_relation(4, {2, "K", true});
+    EXPECT_EQ(walk(2), Records{}) << "no key equals NULL";
 }
 
 TEST_F(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {
     areas_.add_relation(1, {2, "K"});
     areas_.add_relation(2, {3, "N"});
-    const std::tuple<int, Relation, FaultCode> cases[] = {
+    const struct {
+        int area;
+        Relation relation;
+        FaultCode code;
+    } cases[] = {
         {1, {1, "K"}, FaultCode::kUnsupported},  // itself
         {3, {1, "K"}, FaultCode::kUnsupported},  // a circle
         {1, {2, "K+"}, FaultCode::kUnsupported},
