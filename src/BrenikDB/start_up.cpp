@@ -36,9 +36,8 @@ constexpr std::array kPracticeTables{
 
 constexpr std::string_view kNewerNotesFile = "LAW1Note";
 
-void trace(Session& session, const std::string& text,
-           std::source_location where = std::source_location::current()) {
-    if (session.variables.LTRACE) TRACELOG(session, "StartUp", {Value(), text}, where);
+void trace(Session& session, const std::string& text, unsigned line = __builtin_LINE()) {
+    if (session.variables.LTRACE) TRACELOG(session, "StartUp", {Value(), text}, line);
 }
 
 void make_variables(Session& session, bool trace_wanted) {

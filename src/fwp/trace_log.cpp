@@ -69,8 +69,8 @@ std::string trace_record(const CallSite& caller, std::initializer_list<Value> ar
 std::string trace_log_path(const Session& session) { return session.data_path() + "Trace.Log"; }
 
 bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
-              std::source_location where, const CallSite* called_by) {
-    const std::string record = trace_record({caller, where.line(), called_by}, arguments);
+              unsigned line, const CallSite* called_by) {
+    const std::string record = trace_record({caller, line, called_by}, arguments);
     try {
         platform::File log =
             platform::File::open(trace_log_path(session), platform::OpenMode::kWriteOnly);

@@ -12,7 +12,6 @@
 #pragma once
 
 #include <initializer_list>
-#include <source_location>
 #include <string>
 #include <string_view>
 
@@ -28,14 +27,13 @@ struct CallSite {
     const CallSite* called_by = nullptr;
 };
 
-// Appends one record: the calling operation's name in capitals and the line of the call, then one
-// line for each argument. When the first argument is not nil, lines for the callers of the caller
-// come in between, from `called_by` outwards; nobody in the library asks for them. Callers test
-// LTRACE first. A file that cannot be opened or written to is passed over in silence; the result is
-// always true.
+// Appends one record: the calling operation's name in capitals and the line of the call, which the
+// compiler fills in, then one line for each argument. When the first argument is not nil, lines for
+// the callers of the caller come in between, from `called_by` outwards; nobody in the library asks
+// for them. Callers test LTRACE first. A file that cannot be opened or written to is passed over in
+// silence; the result is always true.
 bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
-              std::source_location where = std::source_location::current(),
-              const CallSite* called_by = nullptr);
+              unsigned line = __builtin_LINE(), const CallSite* called_by = nullptr);
 
 std::string trace_log_path(const Session& session);
 

@@ -265,7 +265,8 @@ TEST_F(Appends, LeaveTheCounterToOthersAfterAFault) {
     table(kNamesArea).go_to(1);
     std::string issued;
     for (const bool append : {true, false}) {
-        EXPECT_THROW(append ? ADD_REC(session_) : NEXTUID(session_, issued), EngineFault);
+        EXPECT_THROW(
+            static_cast<void>(append ? ADD_REC(session_) : NEXTUID(session_, issued)), EngineFault);
         EXPECT_TRUE(other_.lock(kSystemArea, 1));
         other_.table(kSystemArea).unlock_all();
     }

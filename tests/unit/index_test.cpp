@@ -480,9 +480,11 @@ TEST_F(IndexTest, AnUnevenTreeIsRefusedWhereTheLeftNeighbourIsLookedFor) {
         if (key > last_of_left) right.emplace_back(key, record);
     }
     const std::string before = bytes_of(path_);
-    for (const auto& [removed, added] :
-         {std::pair(Entries(), Entries{{last_of_left, 999}}), {right, {}}}) {
-        EXPECT_TRUE(refused([&] { change(*open(), removed, added); }, FaultCode::kDamagedFile,
+    const struct {
+        Entries removed, added;
+    } changes[] = {{{}, {{last_of_left, 999}}}, {right, {}}};
+    for (const auto& c : changes) {
+        EXPECT_TRUE(refused([&] { change(*open(), c.removed, c.added); }, FaultCode::kDamagedFile,
                             "T.CDX: at"));
         EXPECT_EQ(bytes_of(path_), before);
     }

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <utility>
@@ -168,16 +167,18 @@ TEST_F(Maintenance, TracesTheCallersOnlyWhenAsked) {
     std::ofstream{path};
     const CallSite host{"Host", 7};
     const CallSite start{"StartUp", 123456, &host};
-    const auto here = std::source_location::current();
-    TRACELOG(mine_.session, "Net_Use", {"x", Value()}, here, &start);
-    TRACELOG(mine_.session, "Net_Use", {Value()}, here, &start);
+    constexpr unsigned kHere = 4711;
+    TRACELOG(mine_.session, "Net_Use", {"x", Value()}, kHere, &start);
+    TRACELOG(mine_.session, "Net_Use", {Value()}, kHere, &start);
+    TRACELOG(mine_.session, "Net_Use", {Value()});
+    const std::string this_line = std::to_string(__LINE__ - 1);
     std::ostringstream log;
     log << std::ifstream(path, std::ios::binary).rdbuf();
-    char heading[60];
-    std::snprintf(heading, sizeof heading, "[NET_USE] (%5u) Called from: \r\n", here.line());
+    const std::string heading = "[NET_USE] ( 4711) Called from: \r\n";
     const std::string margin(30, ' ');
     EXPECT_EQ(log.str(), heading + margin + "STARTUP(*****)\r\n" + margin + "HOST(    7)\r\n" +
-                             ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n");
+                             ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n" +
+                             "[NET_USE] (  " + this_line + ") Called from: \r\n>>>NIL<<<\r\n\r\n");
 }
 
 }  // namespace

@@ -506,8 +506,8 @@ TEST_F(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {
         {1, {9, "K"}, FaultCode::kEmptyWorkArea},
         {9, {2, "K"}, FaultCode::kEmptyWorkArea},
     };
-    for (const auto& [area, relation, code] : cases) {
-        EXPECT_TRUE(refused([&] { areas_.add_relation(area, relation); }, code)) << area;
+    for (const auto& c : cases) {
+        EXPECT_TRUE(refused([&] { areas_.add_relation(c.area, c.relation); }, c.code)) << c.area;
     }
     ASSERT_EQ(areas_.relations(1).size(), 1u);
     EXPECT_EQ(areas_.relations(1)[0].expression, "K");

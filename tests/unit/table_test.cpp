@@ -155,7 +155,9 @@ TEST_P(FixtureTest, EveryRecordMemoAndOrderIsReadAsItsWriterReadsIt) {
 }
 
 Value random_value(const FieldDescription& described, std::mt19937& random) {
-    const auto number = [&](int limit) { return static_cast<int>(random() % limit); };
+    const auto number = [&](int limit) {
+        return static_cast<int>(random() % static_cast<unsigned>(limit));
+    };
     switch (described.type) {
         case 'D':
             return number(9) == 0 ? Date() : Date(2415021 + number(60000));
