@@ -6,6 +6,7 @@
 #include <array>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "BrenikDB/registry.h"
 #include "RSData/stamps.h"

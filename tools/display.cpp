@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "util/runtime.h"
 
