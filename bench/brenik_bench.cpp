@@ -1,23 +1,12 @@
-// How long the library takes for what hosts do all day.
+// How long the library takes for what hosts do all day, and how many calls on files it makes.
 //
-// Benchmarks, each on a fresh sample practice of every size asked for:
-//   start-up     BrenikInitialize: seven tables and their indexes opened
-//   seek-id      BrenikGetU_ID: a contact's identifier by its ID
-//   edit-start   BrenikEditStart: a contact found by identifier and read into the buffer
-//   edit-end     a whole edit: EditStart, two SetField, EditEnd (lock, write, journal entry)
-//   add-end      a whole add: AddStart, five SetField, AddEnd (counter, record, keys, journal
-//   entry) scan-order   every contact in the order of its identifiers, one field read scan-file
-//   every contact in the order of the file, one field read
-// The first five go through the twelve functions, as a host does; the scans use the engine. A
-// warm-up of a tenth of the operations is not counted.
-//
-// And on one table of --keys records, whose keys lie in no order:
-//   first-count  the keys counted after the index has changed: the headers of all leaves are read
-//   key-count    the keys counted within scopes somewhere
-//   key-number   the number of a record's key, the record gone to by its number
-//   skip-far     from the top to a key by its number, then back by half as many
-//   walk-order   one record of a walk from the top, to compare: reaching the middle without
-//                counting takes half as many of these as there are keys
+// workload.h lists the operations. Each of them, or each batch of quick ones, is timed, after a
+// warm-up; writes are handed to the system and not waited for. With --count the calls on files are
+// counted instead, by kind, after a warm-up too. Everything random is seeded, so counts repeat but
+// for a few hundredths: the change journal's index is in the order of the time. counts.py compares
+// them with those that are kept.
+
+#include <gnu/libc-version.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -25,346 +14,241 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
+#include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "brenikdb.h"
-#include "engine/local/create.h"
-#include "engine/local/local_engine.h"
-#include "engine/local/table_writer.h"
+#include "platform/file_calls.h"
+#include "workload.h"
 
+namespace brenik::bench {
 namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using Json = nlohmann::ordered_json;
+using platform::FileCallCounts;
+using platform::kFileCallNames;
 
-struct Contact {
-    std::string id;
-    std::string u_id;
+constexpr std::size_t kCountedWarmUp = 100;
+
+struct Options {
+    std::vector<std::size_t> contacts = {10000, 100000};
+    std::size_t operations = 5000;
+    std::size_t keys = 1000000;
+    std::set<std::string> only;
+    bool count = false;
+    bool json = false;
 };
 
-struct Result {
-    std::string name;
-    std::size_t contacts;
-    std::size_t operations;
+struct Times {
     double mean_us;
     double p50_us;
     double p99_us;
 };
 
-[[noreturn]] void give_up(const std::string& reason) {
-    std::fprintf(stderr, "brenik_bench: %s\n", reason.c_str());
-    std::exit(1);
+// Calls on files per operation, in the order of FileCall.
+using Calls = std::array<double, kFileCallNames.size()>;
+
+struct Result {
+    std::string name;
+    std::size_t records;  // of the table, when the workload began
+    std::size_t operations;
+    Times times;
+    Calls calls;
+};
+
+void repeat(const Operation& operation, std::size_t runs) {
+    for (std::size_t i = 0; i < runs; ++i) operation.run();
 }
 
-double microseconds_since(Clock::time_point begin) {
-    return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
-}
-
-// Times every operation but for a warm-up of a tenth.
-Result timed(const char* name, std::size_t size, std::size_t operations,
-             const std::function<void()>& operation) {
-    for (std::size_t i = 0; i < operations / 10; ++i) operation();
+Times timed(const Operation& operation, std::size_t runs) {
+    repeat(operation, runs / 10);
     std::vector<double> times;
-    times.reserve(operations);
+    times.reserve(runs);
     double total = 0;
-    for (std::size_t i = 0; i < operations; ++i) {
+    for (std::size_t i = 0; i < runs; ++i) {
         const auto begin = Clock::now();
-        operation();
-        times.push_back(microseconds_since(begin));
+        operation.run();
+        const double us = std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
+        times.push_back(us / static_cast<double>(operation.batch));
         total += times.back();
     }
     std::sort(times.begin(), times.end());
-    const std::size_t last = times.size() - 1;
-    return {name,
-            size,
-            operations,
-            total / static_cast<double>(operations),
-            times[last / 2],
-            times[last * 99 / 100]};
+    return {total / static_cast<double>(runs), times[(runs - 1) / 2], times[(runs - 1) * 99 / 100]};
 }
 
-void expect_success(unsigned code, const char* call) {
-    if (code != 0) give_up(std::string(call) + " answered " + std::to_string(code));
-}
-
-// Keys by number, in one large order.
-class KeyBench {
-  public:
-    KeyBench(const fs::path& folder, std::size_t keys, std::size_t operations)
-        : keys_(keys), operations_(operations), path_((folder / "KEYS.DBF").string()) {
-        make_table();
-        table_ = engine_.open(path_, brenik::TableSharing::kShared);
-        if (!table_) give_up("the table of keys cannot be opened");
+Calls counted(const Operation& operation, std::size_t runs) {
+    const std::size_t warm_up = kCountedWarmUp / operation.batch;
+    repeat(operation, operation.most == 0 ? warm_up : 1);
+    const FileCallCounts before = platform::file_call_counts;
+    repeat(operation, runs);
+    Calls calls{};
+    for (std::size_t kind = 0; kind < calls.size(); ++kind) {
+        calls[kind] = static_cast<double>(platform::file_call_counts[kind] - before[kind]) /
+                      static_cast<double>(runs * operation.batch);
     }
+    return calls;
+}
 
-    std::vector<Result> run() {
-        measure("first-count", std::min<std::size_t>(operations_, 20), [&] {
-            change_a_key();
-            expect(table_->key_count(1, KeySet::kWhole), keys_, "keys");
-        });
-        measure("key-count", operations_, [&] { count_in_scopes(); });
-        measure("key-number", operations_, [&] {
-            table_->go_to(any_record());
-            if (table_->key_number(1, KeySet::kWhole) == 0) give_up("a record without a key");
-        });
-        measure("skip-far", operations_, [&] { skip_far(); });
-        table_->go_top();
-        measure("walk-order", keys_ / 2, [&] { table_->skip(1); });
-        return results_;
+std::vector<Result> measure(Workload& workload, std::size_t records, const Options& options) {
+    std::vector<Result> results;
+    for (const Operation& operation : workload.operations()) {
+        if (!options.only.empty() && !options.only.contains(operation.name)) continue;
+        std::size_t runs = std::max<std::size_t>(options.operations / operation.batch, 1);
+        if (operation.most != 0) runs = std::min(runs, operation.most);
+        Result result{operation.name, records, runs * operation.batch, {}, {}};
+        if (options.count) {
+            result.calls = counted(operation, runs);
+        } else {
+            result.times = timed(operation, runs);
+        }
+        results.push_back(result);
+    }
+    return results;
+}
+
+double sum(const Calls& calls) {
+    double all = 0;
+    for (const double count : calls) all += count;
+    return all;
+}
+
+void print_heading(const Json& environment, bool count) {
+    std::printf("compiler %s, %s build, commits handed to the system (not waiting for the disk)\n",
+                environment["compiler"].get<std::string>().c_str(),
+                environment["build"].get<std::string>().c_str());
+    if (!count) return;
+    std::printf("%-27s", "calls on files per operation");
+    for (const char* kind : kFileCallNames) std::printf("%7s", kind);
+    std::printf("%8s\n", "all");
+}
+
+std::string thousands(std::size_t records) {
+    return records % 1000 == 0 ? std::to_string(records / 1000) + "k" : std::to_string(records);
+}
+
+void print(const Result& r, bool count) {
+    std::printf("%-11s records %-6s ", r.name.c_str(), thousands(r.records).c_str());
+    if (count) {
+        std::printf("  ");
+        for (const double calls : r.calls) std::printf("%7.2f", calls);
+        std::printf("%8.2f\n", sum(r.calls));
+    } else {
+        std::printf("%9.2f us/op %10.0f op/s   p50 %8.2f us   p99 %8.2f us\n", r.times.mean_us,
+                    1e6 / r.times.mean_us, r.times.p50_us, r.times.p99_us);
+    }
+}
+
+Json to_json(const Result& r, bool count) {
+    Json json{{"name", r.name}, {"records", r.records}, {"operations", r.operations}};
+    if (count) {
+        Json& calls = json["calls"];
+        for (std::size_t kind = 0; kind < r.calls.size(); ++kind) {
+            if (r.calls[kind] != 0) calls[kFileCallNames[kind]] = r.calls[kind];
+        }
+        calls["all"] = sum(r.calls);
+    } else {
+        json["mean_us"] = r.times.mean_us;
+        json["p50_us"] = r.times.p50_us;
+        json["p99_us"] = r.times.p99_us;
+    }
+    return json;
+}
+
+// What the system says of the first processor: the same program takes other ways on another one.
+std::string processor() {
+    std::string text, line;
+    std::ifstream facts("/proc/cpuinfo");
+    while (std::getline(facts, line) && !line.empty()) {
+        for (const char* key : {"model name", "cpu family", "model\t", "stepping"}) {
+            if (!line.starts_with(key)) continue;
+            text += (text.empty() ? "" : " ") + line.substr(line.find(':') + 2);
+        }
+    }
+    return text;
+}
+
+// What instruction counts depend on besides the source.
+Json environment() {
+#ifdef __clang__
+    const char* compiler = __VERSION__;
+#else
+    const char* compiler = "GCC " __VERSION__;
+#endif
+    return {{"compiler", compiler},
+            {"build", BRENIK_BUILD_TYPE},
+            {"c_library", gnu_get_libc_version()},
+            {"processor", processor()}};
+}
+
+// A folder for the tables, which goes with this object.
+class Scratch {
+  public:
+    Scratch() {
+        std::string name = (fs::temp_directory_path() / "brenik-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) give_up("there is no room for temporary files");
+        folder_ = name;
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    ~Scratch() { fs::remove_all(folder_); }
+
+    const fs::path& folder() const { return folder_; }
+
+    fs::path practice(std::size_t contacts) const {
+        const fs::path practice = folder_ / std::to_string(contacts);
+        const fs::path tool = fs::read_symlink("/proc/self/exe").parent_path() / "brenik";
+        const std::string command = tool.string() + " sample " + practice.string() +
+                                    " --contacts " + std::to_string(contacts) + " > /dev/null";
+        if (std::system(command.c_str()) != 0) give_up("the sample practice could not be made");
+        return practice;
     }
 
   private:
-    using KeySet = brenik::KeySet;
-
-    void make_table() {
-        brenik::local::TableLayout layout;
-        brenik::local::Field key;
-        key.name = "K";
-        key.width = kKeyWidth;
-        layout.fields = {key};
-        brenik::local::TableWriter writer(path_, layout);
-        for (std::size_t i = 0; i < keys_; ++i) writer.append({some_key()});
-        writer.close();
-        brenik::local::create_index(path_, {{"K", "K"}});
-    }
-
-    std::string some_key() {
-        std::string key(kKeyWidth, 'A');
-        for (char& letter : key) letter = static_cast<char>('A' + random_() % 26);
-        return key;
-    }
-
-    brenik::RecordNumber any_record() {
-        return static_cast<brenik::RecordNumber>(random_() % keys_ + 1);
-    }
-
-    static void expect(std::size_t found, std::size_t wanted, const char* what) {
-        if (found != wanted) {
-            give_up(std::to_string(found) + " " + what + " instead of " + std::to_string(wanted));
-        }
-    }
-
-    void change_a_key() {
-        const brenik::RecordNumber record = any_record();
-        table_->go_to(record);
-        if (!table_->lock_record(record)) give_up("a record of the bench's own is locked");
-        table_->field_put(1, some_key());
-        table_->unlock_all();
-    }
-
-    void count_in_scopes() {
-        const std::string top = some_key();
-        table_->set_scope(brenik::ScopeEnd::kTop, top);
-        table_->set_scope(brenik::ScopeEnd::kBottom, top.substr(0, 1));
-        (void)table_->key_count(1, KeySet::kVisible);
-        table_->set_scope(brenik::ScopeEnd::kTop, {});
-        table_->set_scope(brenik::ScopeEnd::kBottom, {});
-    }
-
-    void skip_far() {
-        const std::size_t number = random_() % keys_ + 1;
-        table_->go_top();
-        table_->skip(static_cast<std::int64_t>(number) - 1);
-        expect(table_->key_number(1, KeySet::kWhole), number, "is the key's number");
-        table_->skip(-static_cast<std::int64_t>(number / 2));
-    }
-
-    void measure(const char* name, std::size_t operations, const std::function<void()>& operation) {
-        results_.push_back(timed(name, keys_, operations, operation));
-    }
-
-    static constexpr std::uint32_t kKeyWidth = 10;
-
-    std::size_t keys_;
-    std::size_t operations_;
-    std::string path_;
-    brenik::local::LocalEngine engine_;
-    std::unique_ptr<brenik::Table> table_;
-    std::mt19937 random_{2026};
-    std::vector<Result> results_;
+    fs::path folder_;
 };
 
-class Bench {
-  public:
-    Bench(fs::path practice, std::size_t contacts, std::size_t operations)
-        : practice_(std::move(practice)), contacts_(contacts), operations_(operations) {}
-
-    std::vector<Result> run() {
-        read_contacts();
-        measure("start-up", 5, [&] { expect_success(start_up(), "BrenikInitialize"); });
-        measure("seek-id", operations_, [&] { seek_id(); });
-        measure("edit-start", operations_, [&] { edit_start(); });
-        measure("edit-end", operations_, [&] { edit(); });
-        measure("add-end", operations_, [&] { add(); });
-        BrenikShutDown();
-        scan("scan-order", "U_ID");
-        scan("scan-file", "");
-        return results_;
-    }
-
-  private:
-    unsigned start_up() { return BrenikInitialize(practice_.c_str(), 0, 0); }
-
-    const Contact& any_contact() { return known_[random_() % known_.size()]; }
-
-    void seek_id() {
-        char u_id[16] = "       ";
-        expect_success(BrenikGetU_ID(1, any_contact().id.c_str(), u_id), "BrenikGetU_ID");
-    }
-
-    void edit_start() {
-        int position = 0;
-        expect_success(BrenikEditStart(1, any_contact().u_id.c_str(), &position),
-                       "BrenikEditStart");
-    }
-
-    void edit() {
-        edit_start();
-        const std::string phone = std::to_string(random_() % 10000000);
-        expect_success(BrenikSetField(1, 0, "DAYPHONE", phone.c_str()), "BrenikSetField");
-        expect_success(BrenikSetField(1, 0, "CITY", "Salem"), "BrenikSetField");
-        expect_success(BrenikEditEnd(1, 0), "BrenikEditEnd");
-    }
-
-    void add() {
-        int position = 0;
-        expect_success(BrenikAddStart(1, &position), "BrenikAddStart");
-        const std::string number = std::to_string(random_());
-        for (const auto& [name, value] : {std::pair<const char*, std::string>{"ID", "B" + number},
-                                          {"LAST", "Bench " + number},
-                                          {"FIRST", "Anna"},
-                                          {"CITY", "Salem"},
-                                          {"DAYPHONE", number}}) {
-            expect_success(BrenikSetField(1, 0, name, value.c_str()), "BrenikSetField");
+void run(const Options& options) {
+    const Scratch scratch;
+    Json list = Json::array();
+    if (!options.json) print_heading(environment(), options.count);
+    const auto measured = [&](std::unique_ptr<Workload> workload, std::size_t records) {
+        for (const Result& result : measure(*workload, records, options)) {
+            if (!options.json) print(result, options.count);
+            list.push_back(to_json(result, options.count));
         }
-        char u_id[16] = "";
-        expect_success(BrenikAddEnd(1, u_id), "BrenikAddEnd");
+    };
+    for (const std::size_t contacts : options.contacts) {
+        const fs::path practice = scratch.practice(contacts);
+        measured(host_workload(practice), contacts);
+        measured(seam_workload(practice), contacts);
     }
-
-    static std::size_t position_of(const brenik::Table& table, const std::string& name) {
-        for (std::size_t i = 0; i < table.fields().size(); ++i) {
-            if (table.fields()[i].name == name) return i + 1;
-        }
-        give_up("the sample's contacts have no field " + name);
+    if (options.keys > 0) measured(key_workload(scratch.folder(), options.keys), options.keys);
+    if (list.empty()) give_up("no operation goes by that name");
+    if (options.json) {
+        const Json all{{"environment", environment()}, {"results", list}};
+        std::printf("%s\n", all.dump(2).c_str());
     }
-
-    std::unique_ptr<brenik::Table> open_contacts() {
-        auto table = engine_.open((practice_ / "LAW1").string(), brenik::TableSharing::kShared);
-        if (!table) give_up("the contacts of the sample cannot be opened");
-        return table;
-    }
-
-    void read_contacts() {
-        const auto table = open_contacts();
-        const std::size_t id = position_of(*table, "ID"), u_id = position_of(*table, "U_ID");
-        table->set_order("");
-        for (table->go_top(); !table->end_of_file(); table->skip(1)) {
-            if (!table->deleted()) {
-                known_.push_back({table->field_get(id).text(), table->field_get(u_id).text()});
-            }
-        }
-    }
-
-    void scan(const char* name, const char* order) {
-        const auto table = open_contacts();
-        const std::size_t last = position_of(*table, "LAST");
-        if (!table->set_order(order)) give_up(std::string("the contacts have no order ") + order);
-        std::size_t read = 0;
-        const auto begin = Clock::now();
-        for (table->go_top(); !table->end_of_file(); table->skip(1)) {
-            read += table->field_get(last).text().empty() ? 0 : 1;
-        }
-        const double mean =
-            microseconds_since(begin) / static_cast<double>(std::max<std::size_t>(read, 1));
-        results_.push_back({name, contacts_, read, mean, mean, mean});
-    }
-
-    void measure(const char* name, std::size_t operations, const std::function<void()>& operation) {
-        results_.push_back(timed(name, contacts_, operations, operation));
-    }
-
-    fs::path practice_;
-    std::size_t contacts_;
-    std::size_t operations_;
-    brenik::local::LocalEngine engine_;
-    std::mt19937 random_{2026};
-    std::vector<Contact> known_;
-    std::vector<Result> results_;
-};
-
-std::string thousands(std::size_t contacts) {
-    return contacts % 1000 == 0 ? std::to_string(contacts / 1000) + "k" : std::to_string(contacts);
-}
-
-void print_text(const std::vector<Result>& results) {
-    for (const Result& r : results) {
-        std::printf("%-11s records %-6s %9.2f us/op %10.0f op/s   p50 %8.2f us   p99 %8.2f us\n",
-                    r.name.c_str(), thousands(r.contacts).c_str(), r.mean_us, 1e6 / r.mean_us,
-                    r.p50_us, r.p99_us);
-    }
-}
-
-void print_json(const std::vector<Result>& results) {
-    nlohmann::json list = nlohmann::json::array();
-    for (const Result& r : results) {
-        list.push_back({{"name", r.name},
-                        {"contacts", r.contacts},
-                        {"operations", r.operations},
-                        {"mean_us", r.mean_us},
-                        {"p50_us", r.p50_us},
-                        {"p99_us", r.p99_us}});
-    }
-    std::printf("%s\n", list.dump(2).c_str());
-}
-
-fs::path make_practice(const fs::path& tool, const fs::path& folder, std::size_t contacts) {
-    const fs::path practice = folder / std::to_string(contacts);
-    const std::string command = tool.string() + " sample " + practice.string() + " --contacts " +
-                                std::to_string(contacts) + " > /dev/null";
-    if (std::system(command.c_str()) != 0) give_up("the sample practice could not be made");
-    return practice;
 }
 
 }  // namespace
+}  // namespace brenik::bench
 
 int main(int argc, char** argv) {
     CLI::App app{"Measures the library on sample practices."};
-    std::vector<std::size_t> sizes = {10000, 100000};
-    std::size_t operations = 5000;
-    std::size_t keys = 1000000;
-    bool json = false;
-    app.add_option("--contacts", sizes, "numbers of contacts in the practice");
-    app.add_option("--operations", operations, "operations of each kind")
+    brenik::bench::Options options;
+    app.add_option("--contacts", options.contacts, "numbers of contacts in the practice");
+    app.add_option("--operations", options.operations, "operations of each kind")
         ->check(CLI::PositiveNumber);
-    app.add_option("--keys", keys, "records of the table whose keys are counted; 0 leaves it out");
-    app.add_flag("--json", json, "print the figures as JSON");
+    app.add_option("--keys", options.keys,
+                   "records of the table whose keys are counted; 0 leaves it out");
+    app.add_option("--only", options.only, "only the operations of these names");
+    app.add_flag("--count", options.count, "count calls on files instead of taking times");
+    app.add_flag("--json", options.json, "print the figures as JSON");
     CLI11_PARSE(app, argc, argv);
-
-    std::string name = (fs::temp_directory_path() / "brenik-bench-XXXXXX").string();
-    const fs::path folder = mkdtemp(name.data());
-    const fs::path tool = fs::read_symlink("/proc/self/exe").parent_path() / "brenik";
-    if (!json) {
-        std::printf(
-            "compiler %s, %s build, commits handed to the system (not waiting for the disk)\n",
-            __VERSION__, BRENIK_BUILD_TYPE);
-    }
-    std::vector<Result> all;
-    for (const std::size_t contacts : sizes) {
-        const std::vector<Result> results =
-            Bench(make_practice(tool, folder, contacts), contacts, operations).run();
-        if (!json) print_text(results);
-        all.insert(all.end(), results.begin(), results.end());
-    }
-    if (keys > 0) {
-        const std::vector<Result> results = KeyBench(folder, keys, operations).run();
-        if (!json) print_text(results);
-        all.insert(all.end(), results.begin(), results.end());
-    }
-    if (json) print_json(all);
-    fs::remove_all(folder);
+    brenik::bench::run(options);
     return 0;
 }

@@ -26,6 +26,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/file_calls.h"
 #include "util/runtime.h"
 
 namespace brenik::platform {
@@ -83,6 +84,7 @@ OpenFailure failure_of(int system_code) {
 int open_descriptor(const std::string& path, int flags) {
     int handle = -1;
     do {
+        count(FileCall::kOpen);
         handle = ::open(path.c_str(), flags, 0666);
     } while (handle < 0 && errno == EINTR);
     if (handle < 0 || handle > STDERR_FILENO) return handle;
@@ -102,6 +104,7 @@ int set_lock(int handle, std::uint64_t offset, std::uint64_t length, short type)
     range.l_whence = SEEK_SET;
     range.l_start = static_cast<off_t>(offset);
     range.l_len = static_cast<off_t>(length);
+    count(type == F_UNLCK ? FileCall::kUnlock : FileCall::kLock);
     while (fcntl(handle, F_OFD_SETLK, &range) != 0) {
         if (errno != EINTR) return errno;
     }
@@ -112,6 +115,7 @@ bool is_conflict(int system_code) { return system_code == EAGAIN || system_code 
 
 OpenFailure check_plain_file(int handle, int flags) {
     struct stat facts;
+    count(FileCall::kStat);
     if (fstat(handle, &facts) != 0) return OpenFailure::kSystem;
     if (!S_ISREG(facts.st_mode)) return OpenFailure::kDenied;
     const bool writing = (flags & O_ACCMODE) != O_RDONLY;
@@ -147,11 +151,13 @@ std::chrono::microseconds with_jitter(std::chrono::microseconds pause) {
 
 bool exists(const std::string& path) {
     struct stat facts;
+    count(FileCall::kStat);
     return stat(path.c_str(), &facts) == 0;
 }
 
 // The name in `folder` that equals `name` but for case, the first in byte order; empty if none.
 std::string name_in_any_case(const std::string& folder, std::string_view name) {
+    count(FileCall::kOpen);
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
     std::string found;
     if (listing == nullptr) return found;
@@ -216,9 +222,9 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     if (file.failure_ == OpenFailure::kNone && takes_part_in_sharing(mode)) {
         file.failure_ = share(handle, sharing);
     }
-    if (file.failure_ == OpenFailure::kNone && mode == OpenMode::kCreate &&
-        ftruncate(handle, 0) != 0) {
-        file.failure_ = failure_of(errno);
+    if (file.failure_ == OpenFailure::kNone && mode == OpenMode::kCreate) {
+        count(FileCall::kResize);
+        if (ftruncate(handle, 0) != 0) file.failure_ = failure_of(errno);
     }
     if (file.failure_ != OpenFailure::kNone) file.close();
     return file;
@@ -226,19 +232,22 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
 
 void File::close() noexcept {
     // Not repeated after EINTR: the descriptor is gone by then and may be somebody else's.
-    if (is_open()) ::close(descriptor(std::exchange(handle_, kNoHandle)));
+    if (!is_open()) return;
+    count(FileCall::kClose);
+    ::close(descriptor(std::exchange(handle_, kNoHandle)));
 }
 
 std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
     const off_t start = checked_offset(offset, buffer.size(), "read", path_);
     std::size_t done = 0;
     while (done < buffer.size()) {
-        const ssize_t count = pread(descriptor(handle_), buffer.data() + done, buffer.size() - done,
-                                    start + static_cast<off_t>(done));
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw FileError("read", path_, offset + done, errno);
-        if (count == 0) break;
-        done += static_cast<std::size_t>(count);
+        count(FileCall::kRead);
+        const ssize_t got = pread(descriptor(handle_), buffer.data() + done, buffer.size() - done,
+                                  start + static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) throw FileError("read", path_, offset + done, errno);
+        if (got == 0) break;
+        done += static_cast<std::size_t>(got);
     }
     return done;
 }
@@ -247,28 +256,32 @@ void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
     const off_t start = checked_offset(offset, bytes.size(), "write", path_);
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t count = pwrite(descriptor(handle_), bytes.data() + done, bytes.size() - done,
-                                     start + static_cast<off_t>(done));
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) throw FileError("write", path_, offset + done, count < 0 ? errno : ENOSPC);
-        done += static_cast<std::size_t>(count);
+        count(FileCall::kWrite);
+        const ssize_t put = pwrite(descriptor(handle_), bytes.data() + done, bytes.size() - done,
+                                   start + static_cast<off_t>(done));
+        if (put < 0 && errno == EINTR) continue;
+        if (put <= 0) throw FileError("write", path_, offset + done, put < 0 ? errno : ENOSPC);
+        done += static_cast<std::size_t>(put);
     }
 }
 
 std::uint64_t File::size() const {
     struct stat facts;
+    count(FileCall::kStat);
     if (fstat(descriptor(handle_), &facts) != 0) throw FileError("size", path_, 0, errno);
     return static_cast<std::uint64_t>(facts.st_size);
 }
 
 void File::resize(std::uint64_t size) {
     const off_t length = checked_offset(size, 0, "resize", path_);
+    count(FileCall::kResize);
     while (ftruncate(descriptor(handle_), length) != 0) {
         if (errno != EINTR) throw FileError("resize", path_, size, errno);
     }
 }
 
 void File::sync() {
+    count(FileCall::kSync);
     while (fsync(descriptor(handle_)) != 0) {
         if (errno != EINTR) throw FileError("sync", path_, 0, errno);
     }
@@ -308,7 +321,9 @@ void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
 bool file_exists(const std::string& path) {
     const std::string found = system_path(path);
     struct stat facts;
-    return is_possible_path(found) && stat(found.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
+    if (!is_possible_path(found)) return false;
+    count(FileCall::kStat);
+    return stat(found.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
 }
 
 // The folder is synced too: without that a power failure may bring the old name back.

@@ -1,0 +1,138 @@
+"""What an operation costs in numbers that noise does not touch: calls on files, and instructions.
+
+Both are taken from brenik_bench. Calls on files are counted by the program itself. Instructions are
+counted by callgrind in two runs of different lengths: the difference belongs to the operations, and
+what a run costs besides falls out. bench/baseline.json keeps the figures. Whoever makes an operation
+dearer or cheaper keeps the new ones, and the commit says why.
+
+    counts.py --build DIR calls|instructions           prints them
+    counts.py --build DIR check-calls                  fails where a figure is above the kept one
+    counts.py --build DIR check-instructions           likewise, where compiler, C library and processor
+                                                       are those of the kept figures; else exits with 77
+    counts.py --build DIR keep                         writes bench/baseline.json
+"""
+
+import argparse
+import concurrent.futures
+import json
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+BASELINE = Path(__file__).resolve().parent / 'baseline.json'
+CONTACTS, KEYS, OPERATIONS = 2000, 20000, 800      # too few to edit a contact twice
+SLACK = 0.03             # a figure may be so much above the kept one
+LEAST = 0.005            # calls per operation: what the rounding of small figures may hide
+NOT_COMPARED = 77        # an exit code that CTest takes for a test that was skipped
+LENGTHS = {'start-stop': (5, 15), 'first-count': (5, 15)}
+BATCHED = ('walk', 'scan', 'walk-keys')        # a hundred steps at a time
+KEY_OPERATIONS = ('first-count', 'key-count', 'key-number', 'skip-far', 'walk-keys')
+
+
+def bench(build, *options, wrapper=()):
+    command = [*wrapper, str(Path(build) / 'brenik_bench'), '--count', '--json', *map(str, options)]
+    done = subprocess.run(command, capture_output=True, text=True)
+    if done.returncode:
+        sys.exit('%s\n%s' % (' '.join(command), done.stderr))
+    return json.loads(done.stdout), done.stderr
+
+
+def calls(build):
+    measured, _ = bench(build, '--contacts', CONTACTS, '--keys', KEYS, '--operations', OPERATIONS)
+    return measured['environment'], {result['name']: rounded(result['calls']) for result in measured['results']}
+
+
+def rounded(figures):
+    return {kind: round(figure, 2) for kind, figure in figures.items()}
+
+
+def instructions(build, names):
+    """Instructions per operation, by the operation's name."""
+    def collected(name, length):
+        sizes = ('--contacts', CONTACTS, '--keys', KEYS if name in KEY_OPERATIONS else 0)
+        _, report = bench(build, *sizes, '--only', name, '--operations', length,
+                          wrapper=('valgrind', '--tool=callgrind', '--callgrind-out-file=/dev/null'))
+        return int(re.search(r'Collected : (\d+)', report)[1])
+
+    def difference(name):
+        short, long = LENGTHS.get(name, (1000, 3000) if name in BATCHED else (200, 600))
+        return round((collected(name, long) - collected(name, short)) / (long - short))
+
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        return dict(zip(names, pool.map(difference, names)))
+
+
+def more_expensive(kept, now):
+    """The figures, by operation and kind, that are above what is kept of them."""
+    for name in kept.keys() | now.keys():
+        if name not in kept or name not in now:
+            yield '%s: measured only %s' % (name, 'now' if name in now else 'before')
+            continue
+        for kind in kept[name].keys() | now[name].keys():
+            before, after = kept[name].get(kind, 0), now[name].get(kind, 0)
+            if after > before * (1 + SLACK) + LEAST:
+                yield '%s: %s %s per operation, kept are %s' % (name, after, kind, before)
+
+
+def judge(kept, now):
+    """Says what has become dearer or cheaper; the exit code."""
+    dearer = sorted(more_expensive(kept, now))
+    cheaper = sorted(more_expensive(now, kept))
+    for line in dearer:
+        print('bench/baseline.json:1: ' + line)
+    if cheaper and not dearer:
+        print('cheaper than kept, which "scripts/bench --keep" would note: '
+              + ', '.join(sorted({line.split(':')[0] for line in cheaper})))
+    return 1 if dearer else 0
+
+
+def check_instructions(build, kept):
+    environment, _ = calls(build)
+    if environment != kept['environment']:
+        print('not compared: kept are figures of %s, this is %s' % (kept['environment'], environment))
+        return NOT_COMPARED
+    now = instructions(build, kept['instructions'])
+    return judge(by_kind(kept['instructions']), by_kind(now))
+
+
+def by_kind(figures):
+    return {name: {'instructions': figure} for name, figure in figures.items()}
+
+
+def show(figures):
+    kinds = list(dict.fromkeys(kind for operation in figures.values() for kind in operation))
+    print('%-12s' % '' + ''.join('%14s' % kind for kind in kinds))
+    for name, operation in figures.items():
+        print('%-12s' % name + ''.join('%14s' % operation.get(kind, 0) for kind in kinds))
+
+
+def keep(build):
+    environment, counted = calls(build)
+    kept = {'environment': environment, 'calls': counted, 'instructions': instructions(build, counted)}
+    text = json.dumps(kept, indent=2)
+    # One line an operation, so that a change of it is one line too.
+    text = re.sub(r'\{\s*("(?:open|close|stat|read|write|lock|unlock|sync|resize|all)"[^}]*?)\s*\}',
+                  lambda match: '{' + re.sub(r'\s+', ' ', match[1]) + '}', text)
+    BASELINE.write_text(text + '\n')
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('--build', required=True)
+    parser.add_argument('what', choices=['calls', 'instructions', 'check-calls', 'check-instructions', 'keep'])
+    arguments = parser.parse_args()
+    if arguments.what == 'keep':
+        return keep(arguments.build)
+    if arguments.what == 'calls':
+        return show(calls(arguments.build)[1])
+    if arguments.what == 'instructions':
+        return show(by_kind(instructions(arguments.build, calls(arguments.build)[1])))
+    kept = json.loads(BASELINE.read_text())
+    if arguments.what == 'check-calls':
+        return judge(kept['calls'], calls(arguments.build)[1])
+    return check_instructions(arguments.build, kept)
+
+
+if __name__ == '__main__':
+    sys.exit(main())
