@@ -3,8 +3,9 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
 
-build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl pkg-config)
+build_packages=(g++ ccache cmake ninja-build libcli11-dev nlohmann-json3-dev)
+test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl pkg-config valgrind)
+sanitizer_packages=(clang libclang-rt-14-dev llvm)
 windows_packages=(g++-mingw-w64-i686 g++-mingw-w64-x86-64 llvm lld)
 windows_test_packages=(googletest xvfb imagemagick zip unzip)
 
@@ -32,6 +33,12 @@ install_packages() {
 
 is_installed() {
     [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+# configure PRESET [OPTION...]: from the presets alone, whatever the folder was configured with before;
+# what has been compiled there stays.
+configure() {
+    quietly "configure-$1" cmake --fresh --preset "$@"
 }
 
 # need PACKAGE...: installs those Debian packages that are not there yet.

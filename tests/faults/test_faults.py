@@ -7,7 +7,8 @@ each record by itself, but nothing in between. The next session must be able to 
 had happened, and `brenik check` must find nothing that `brenik repair` does not mend.
 
 By default a spoilt writing call is tried with a killed process and with one of the other faults in
-turn; BRENIK_FAULTS=all tries every fault at every call.
+turn; BRENIK_FAULTS=all tries every fault at every call. Under the sanitizers no process is killed, since
+a killed one reports nothing; what it leaves behind is the same in every build.
 """
 
 import concurrent.futures
@@ -29,6 +30,8 @@ TABLES = {'1': 'LAW1', '2': 'LAW2', '3': 'LAW3', '4': 'LAWNotes', '9': 'LAW9'}  
 MASKED = {('LAWTRANS', 'CDT'), ('LAWTRANS', 'CDATA'), ('LAWSYS', 'TLASTDELTA'), ('LAWSYS', 'RECORDNO')}
 MASKED |= {('LAWSYS', 'U_ID' + table) for table in TABLES}
 TOOL = os.environ['BRENIK_TOOL']
+SANITIZED = os.environ['BRENIK_SANITIZED'] == '1'
+HANGS = 600              # seconds; no program here takes more than a moment, unless the machine has other work to do
 
 
 class Run:
@@ -44,7 +47,7 @@ class Run:
             done = tool('reindex', folder, env=dict(environment, FAULTY_ARMED='1'))
             lines = ['refused'] if done.returncode else []
         else:
-            done = subprocess.run([os.environ['BRENIK_SCRIPTED'], str(folder), script, str(steps)], timeout=60,
+            done = subprocess.run([os.environ['BRENIK_SCRIPTED'], str(folder), script, str(steps)], timeout=HANGS,
                                   capture_output=True, text=True, env=environment)
             lines = done.stdout.splitlines()
         self.steps = [line.split()[1:] for line in lines if line.startswith('done')]
@@ -111,7 +114,7 @@ def assert_unique(folder, identifiers):
 
 
 def tool(*arguments, **options):
-    return subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True, timeout=60, **options)
+    return subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True, timeout=HANGS, **options)
 
 
 def assert_mended(folder):
@@ -169,7 +172,8 @@ def after_each_step(copy, script):
 def faults(writing, reading, locking):
     everything = os.environ.get('BRENIK_FAULTS') == 'all'
     for call in range(1, writing + 1):
-        yield 'end', call
+        if not SANITIZED:
+            yield 'end', call
         for kind in WRITING if everything else WRITING[call % len(WRITING)::len(WRITING)]:
             yield kind, call
     for kind, calls in ('read', reading), ('lock', locking):

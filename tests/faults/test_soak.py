@@ -1,7 +1,8 @@
 """Workstations at work on one practice while some of them are killed: nothing acknowledged is lost,
 nobody meets anything torn, and nobody starves.
 
-BRENIK_SOAK_SECONDS makes it longer than the two times twelve seconds that it takes by default.
+BRENIK_SOAK_SECONDS makes it longer than the two times twelve seconds that it takes by default. Under the sanitizers
+nobody is killed: a killed process reports nothing.
 """
 
 import os
@@ -12,11 +13,12 @@ import time
 
 import judges
 import pytest
-from test_faults import assert_mended, assert_unique, tool
+from test_faults import SANITIZED, assert_mended, assert_unique, tool
 
 SECONDS = int(os.environ.get('BRENIK_SOAK_SECONDS', '12'))
 FIELDS = {'1': ('LAW1', 'LAST'), '3': ('LAW3', 'MATTER')}      # notes are everybody's
-LONGEST_CALL = 5.0      # seconds; a refused lock would take as long
+NOTICE = 0.5             # seconds
+LONGEST_END = 300        # seconds; only a workstation that hangs does not end its work by then
 
 
 class Log:
@@ -28,12 +30,17 @@ class Log:
         self.lines = [line.split() for line in lines if line not in self.complaints]
         self.written = [words[2:] for words in self.lines if len(words) == 5]    # table, identifier, token
         self.times = [(int(words[1]) / 1e6, words[0]) for words in self.lines]
+        said = path.with_suffix('.said').read_text('latin-1').splitlines()
+        self.complaints += [line for line in said if 'Retrying...' not in line]
+        self.notices = sum('Retrying...' in line for line in said)      # waits of half a second, after one in line
 
 
 def start(practice, folder, seed, seconds):
-    environment = dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=str(folder))
-    return subprocess.Popen([os.environ['BRENIK_SOAKING'], str(practice), str(seed), str(seconds),
-                             str(folder / ('%d.log' % seed))], env=environment)
+    environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=str(folder))
+    log = folder / ('%d.log' % seed)
+    with log.with_suffix('.said').open('w') as said:
+        return subprocess.Popen([os.environ['BRENIK_SOAKING'], str(practice), str(seed), str(seconds), str(log)],
+                                env=environment, stderr=said)
 
 
 def work(practice, folder, count, kills):
@@ -49,7 +56,7 @@ def work(practice, folder, count, kills):
         killed += 1
         workers[victim] = start(practice, folder, next(seeds), max(1, int(end - time.monotonic())))
     for worker in workers:
-        assert worker.wait(SECONDS + 30) in (0, 3)
+        assert worker.wait(SECONDS + LONGEST_END) in (0, 3)
     return killed
 
 
@@ -57,7 +64,8 @@ def report(logs, killed):
     """Figures for whoever looks at the test's output: progress and the longest call of each."""
     print('%d workstations, %d kills' % (len(logs), killed))
     for number, log in sorted(logs.items()):
-        print('%3d: %5d done, longest %.3f s (%s)' % (number, len(log.lines), *max(log.times, default=(0, ''))))
+        print('%3d: %5d done, %d notices, longest %.3f s (%s)'
+              % (number, len(log.lines), log.notices, *max(log.times, default=(0, ''))))
 
 
 def assert_kept(practice, logs):
@@ -71,7 +79,7 @@ def assert_kept(practice, logs):
             assert seed == token.split('.')[0] and int(number) >= int(token.split('.')[1]), token
 
 
-@pytest.mark.parametrize('count, kills', [(8, False), (6, True)])
+@pytest.mark.parametrize('count, kills', [(8, False)] if SANITIZED else [(8, False), (6, True)])
 def test_soak(tmp_path, count, kills):
     practice = tmp_path / 'practice'
     tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
@@ -79,9 +87,10 @@ def test_soak(tmp_path, count, kills):
     logs = {int(path.stem): Log(path) for path in tmp_path.glob('*.log')}
     report(logs, killed)
     assert [complaint for log in logs.values() for complaint in log.complaints] == []
-    assert max(max(log.times, default=(0, '')) for log in logs.values())[0] < LONGEST_CALL
     done = [len(log.lines) for log in logs.values()]
-    assert kills or min(done) > max(done) / 4, done
+    # A starved workstation does next to nothing, or waits all the time; a busy machine alone never goes so far.
+    assert kills or min(done) > max(done) / 8, done
+    assert max(log.notices for log in logs.values()) * NOTICE < SECONDS / 2
     assert_kept(practice, logs)
     names = [p.stem for p in practice.iterdir() if p.suffix.lower() == '.dbf']
     faults = [fault for name in names for fault in judges.TableView(practice, name).report.faults]

@@ -16,7 +16,7 @@ DATA_FILES_MISSING = 1
 
 def run(*command, **options):
     done = subprocess.run([str(word) for word in command], text=True, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, timeout=200, **options)
+                          stderr=subprocess.STDOUT, timeout=900, **options)
     assert done.returncode == 0, done.stdout[-2000:]
     return done.stdout
 

@@ -28,7 +28,7 @@ from pathlib import Path
 import judges
 import pytest
 
-CALL_LIMIT = 20          # seconds; only refused locks and opens take more than a moment, about five
+CALL_LIMIT = 120         # seconds; no call takes more than ten, but the machine may have other work to do
 OFD_SETLK = 37           # a lock that belongs to the open file, as the library's own locks do
 SHARING_BYTE = 0x7FFFFFFF
 UNTOUCHED = b'\xEE' * 8
@@ -69,7 +69,7 @@ def new_wine_profile(folder, registry='', **environment):
 
 def tool(*arguments, **options):
     """Runs the companion tool, which is of the same system as our hosts."""
-    return subprocess.run([*shlex.split(TOOL), *map(path_form(OURS), arguments)], capture_output=True, timeout=60,
+    return subprocess.run([*shlex.split(TOOL), *map(path_form(OURS), arguments)], capture_output=True, timeout=CALL_LIMIT,
                           text=True, **options)
 
 
@@ -78,7 +78,7 @@ class Host:
 
     def __init__(self, windows_folder, cwd=None, workstation=OURS):
         self.path = path_form(workstation)
-        environment = dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=self.path(windows_folder))
+        environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=self.path(windows_folder))
         self.child = subprocess.Popen([*shlex.split(workstation.host), self.path(workstation.library)], cwd=cwd,
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                       bufsize=0, env=environment)
@@ -181,6 +181,15 @@ class Host:
         self.begin(table, record, values)
         return self.edit_end(table, record)
 
+    def notices(self, at_least=0):
+        """How many notices between two tries for a lock have been shown; waits until there are so many."""
+        end = time.monotonic() + CALL_LIMIT
+        while True:
+            shown = sum(b'Retrying...' in line for line in self.complaints)
+            if shown >= at_least or time.monotonic() > end:
+                return shown
+            time.sleep(0.01)
+
     def finish(self):
         with contextlib.suppress(BrokenPipeError):
             self.child.stdin.close()
@@ -219,6 +228,9 @@ class Practice:
         path.parent.mkdir(exist_ok=True)
         old = [p for p in path.parent.iterdir() if p.name.lower() == path.name.lower()]
         (old[0] if old else path).write_bytes(as_bytes(text))
+
+    def set_locking_mode(self, proprietary):
+        self.write('LAWSYS.INI', '[Main]\r\nnServerType=0\r\nLockType=%d\r\n' % proprietary)
 
     def counter(self, field):
         return self.table('LAWSYS').rows[0][field]
@@ -279,6 +291,10 @@ def at_once(*tasks):
 def timed(call, *arguments):
     begin = time.monotonic()
     return call(*arguments), time.monotonic() - begin
+
+
+def pytest_configure(config):
+    config.addinivalue_line('markers', 'waits: takes five seconds and more, most of them waiting')
 
 
 @pytest.fixture(scope='session')

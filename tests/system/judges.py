@@ -124,7 +124,7 @@ def assert_same_order(view):
                 os.symlink(path, os.path.join(folder, 't' + extension))
         tags = [word for tag in view.tags.values() for word in (tag.name, 'char' if tag.pad == b' ' else 'num')]
         done = subprocess.run([os.environ.get('BRENIK_PERL', 'perl'), '-e', WALK, folder + '/t', *tags],
-                              capture_output=True, text=True, timeout=60)
+                              capture_output=True, text=True, timeout=600)
     walked = {line.split()[0]: [int(n) for n in line.split()[1:]] for line in done.stdout.splitlines()}
     for tag in view.tags.values():
         mine = [n for n, _ in tag.entries if not view.rows[n - 1].deleted]

@@ -1,7 +1,6 @@
 """Adding records: identifiers, stamps, links and duplicates, down to the bytes on disk."""
 
 import datetime
-import os
 
 import pytest
 from judges import assert_sound, identifier
@@ -101,19 +100,13 @@ def test_linked_matter(session, practice):
     assert_sound(practice.folder)
 
 
-def test_link_without_its_settings_or_its_table(session, new_practice, practice):
+def test_link_without_its_settings(session, practice):
     for path in practice.folder.rglob('*'):
         if path.name.lower() == 'bolink.ini':
             path.unlink()
     contact = practice.table('LAW1').rows[0]['U_ID']
     uid = session.add(3, {'MATTER': 'Default'}, contact)[1]
     assert practice.table('LAW9').one(U_ID3=uid)['TYPE'] == 'CLIENT'
-    practice = new_practice('without')
-    os.remove(practice.find('LAW9.dbf'))
-    assert session.shutdown() == 0 and session.init(practice) == 0
-    rc, uid = session.add(3, {'MATTER': 'Unlinked'}, contact)
-    assert rc == 4 and practice.table('LAW3').one(MATTER='Unlinked')['U_ID'] == uid
-    assert session.add(1, {'LAST': 'Afterwards'})[0] == 0
 
 
 def test_duplicate_codes(session, practice):

@@ -157,7 +157,8 @@ def survive(host, practice, sound, damaged, extension, damage):
     assert host.init(sound) == 0 and host.edit_begin(1, 1) == 0 and host.get_uid(1, 'X')[0] == 19
 
 
-@pytest.mark.parametrize('extension, damages', [('.dbf', DBF), ('.cdx', CDX), ('.fpt', FPT)])
+@pytest.mark.parametrize('extension, damages', [pytest.param('.dbf', DBF, marks=pytest.mark.waits), ('.cdx', CDX),
+                                                ('.fpt', FPT)])
 def test_damaged_files(new_host, new_practice, extension, damages):
     """The tables take turns; contacts and the system table meet every damage of a table file."""
     sound = new_practice('sound')
@@ -247,6 +248,7 @@ def fill_up(host):
     pytest.fail('the disk never filled up')
 
 
+@pytest.mark.waits
 def test_full_disk(new_host, small_disk, new_practice):
     """Full for a while, and then not to be written at all."""
     folder = small_disk('size=6m')

@@ -7,7 +7,7 @@ import subprocess
 import time
 
 import pytest
-from conftest import NATIVE, OURS, windows_form
+from conftest import CALL_LIMIT, NATIVE, OURS, windows_form
 from test_shared import work_together
 
 SECONDS = float(os.environ.get('BRENIK_MIXED_SECONDS', '20'))
@@ -18,7 +18,7 @@ BOTH_WAYS = pytest.mark.parametrize('first, second', [(OURS, NATIVE), (NATIVE, O
 def test_mixed_workstations(new_host, practice):
     stop = time.monotonic() + SECONDS
     work_together(practice, [new_host(workstation=system) for system in (OURS, NATIVE, OURS, NATIVE)],
-                  lambda: itertools.takewhile(lambda _: time.monotonic() < stop, itertools.count()))
+                  lambda: itertools.takewhile(lambda turn: turn < 20 or time.monotonic() < stop, itertools.count()))
 
 
 class Holder:
@@ -33,7 +33,7 @@ class Holder:
         return self.child.stdout.readline().strip()
 
     def __exit__(self, *_):
-        self.child.communicate(timeout=20)
+        self.child.communicate(timeout=CALL_LIMIT)
 
 
 @BOTH_WAYS

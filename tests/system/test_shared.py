@@ -1,11 +1,11 @@
-"""Several workstations on one practice: together, in each other's way, and one of them dying."""
+"""Several workstations on one practice: together, and one of them dying."""
 
 import random
 import re
 import time
 
 import pytest
-from conftest import SHARING_BYTE, HeldBytes, HostGone, at_once, timed
+from conftest import HostGone, at_once
 from judges import TableView, assert_finished, assert_sound
 
 TURNS = 100
@@ -53,94 +53,10 @@ def work_together(practice, hosts, turns):
     assert_sound(practice.folder)
 
 
-def test_working_at_once(new_host, practice):
+@pytest.mark.parametrize('own_mode', [False, True])
+def test_working_at_once(new_host, practice, own_mode):
+    practice.set_locking_mode(own_mode)
     work_together(practice, [new_host() for _ in range(4)], lambda: range(TURNS))
-
-
-def held_record(host, practice):
-    view = practice.table('LAW1')
-    assert host.init(practice) == 0
-    host.begin(1, 2, {'LAST': 'Held'})
-    with HeldBytes(view.path, view.lock_position(2)):
-        rc, seconds = timed(host.edit_end, 1)
-        assert host.edit(1, 3, {'LAST': 'Free'}) == 0
-    assert rc == 12 and 4.5 < seconds < 9
-    assert practice.table('LAW1').rows[1]['LAST'] == view.rows[1]['LAST']
-    assert host.edit(1, 2, {'LAST': 'Held'}) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Held'
-
-
-def briefly_held_record(host, practice):
-    view = practice.table('LAW1')
-    assert host.init(practice) == 0
-    host.begin(1, 2, {'LAST': 'Waited'})
-    held = HeldBytes(view.path, view.lock_position(2))
-    _, (rc, seconds) = at_once(lambda: time.sleep(1.2) or held.file.close(), lambda: timed(host.edit_end, 1))
-    assert rc == 0 and 0.5 < seconds < 4
-    assert practice.table('LAW1').rows[1]['LAST'] == 'Waited'
-
-
-def held_add(name, record):
-    """The counter, or the end of the table: nothing is added, and everything is released again."""
-    def add(host, practice):
-        held, system, count = practice.table(name), practice.table('LAWSYS'), practice.table('LAW1').table.count
-        assert host.init(practice) == 0 and host.add_start(1) == 0 and host.set_field(1, 'LAST', 'Later') == 0
-        with HeldBytes(held.path, held.lock_position(record)):
-            (rc, uid), seconds = timed(host.add_end, 1)
-        assert (rc, uid) == (17, ' ' * 7) and 4.5 < seconds < 12
-        assert practice.table('LAW1').table.count == count and practice.counter('U_ID1') == system.rows[0]['U_ID1']
-        HeldBytes(system.path, system.lock_position(1)).file.close()
-        assert host.add_end(1)[0] == 0 and practice.table('LAW1').rows[-1]['LAST'] == 'Later'
-    add.__name__ = 'held_add_' + name
-    return add
-
-
-def held_journal_entry(host, practice):
-    """Five quick tries for the entry, then nothing at all is written."""
-    assert host.init(practice) == 0 and host.edit(1, 2, {'LAST': 'First'}) == 0
-    uid = practice.table('LAW1').rows[1]['U_ID']
-    journal, (entry,) = practice.table('LAWTRANS'), practice.journal('01', 'E', uid)
-    host.begin(1, 2, {'LAST': 'Second'})
-    with HeldBytes(journal.path, journal.lock_position(entry.number)):
-        rc, seconds = timed(host.edit_end, 1)
-    assert rc == 9 and seconds < 3 and practice.table('LAW1').rows[1]['LAST'] == 'First'
-    assert host.edit_end(1) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Second'
-
-
-def held_journal(host, practice):
-    """Without a place in the journal notices fail; edits are written all the same."""
-    journal = practice.table('LAWTRANS')
-    number = next(r.number for r in practice.table('LAW1').rows if not journal.where(CCODE='E', U_ID=r['U_ID']))
-    practice.patch('LAW1', number)
-    assert host.init(practice) == 0
-    with HeldBytes(journal.path, journal.lock_position(0)):
-        results = host.added(1, number), host.deleted(1, number), host.edit(1, number, {'LAST': 'Unstamped'})
-        assert results == (8, 10, 0)
-    assert practice.table('LAWTRANS').table.count == journal.table.count
-    assert practice.table('LAW1').rows[number - 1]['LAST'] == 'Unstamped'
-
-
-def exclusive(name, rc, message):
-    def start_up(host, practice):
-        with HeldBytes(practice.find(name + '.dbf'), SHARING_BYTE):
-            result, seconds = timed(host.init, practice, 1)
-        assert result == rc and 4.5 < seconds < 9
-        assert [arguments[1:] for _, arguments in practice.trace()][1:] == message
-        if rc == 4:                                     # the tables before it are open
-            assert host.add_start(1) == 0 and host.add_start(20) == 5
-        assert host.init(practice) == 0
-        with pytest.raises(BlockingIOError):            # now it is ours, if shared
-            HeldBytes(practice.find(name + '.dbf'), SHARING_BYTE)
-    start_up.__name__ = 'exclusive_' + name
-    return start_up
-
-
-def test_waits(new_host, new_practice):
-    """All of them at the same time, since each takes its five seconds."""
-    tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_journal_entry,
-             held_journal, exclusive('LAWSYS', 3, [['Cannot open lawsys.']]), exclusive('LAW3', 4, []),
-             exclusive('LAWTRANS', 4, [])]
-    at_once(*[lambda task=task, host=new_host(), practice=new_practice(task.__name__): task(host, practice)
-              for task in tasks])
 
 
 def add_until_gone(host, seed, uids):

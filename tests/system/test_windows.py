@@ -7,16 +7,18 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import OURS, windows_form
+from conftest import CALL_LIMIT, OURS, windows_form
 
 PROFILE = Path(os.environ['BRENIK_WINE_PROFILE'])
+OF_32_BITS = pytest.mark.skipif(os.environ['BRENIK_WINE_BITS'] != '32', reason='written for the 32-bit conventions')
 
 
 def program(variable, *arguments, **options):
     return subprocess.run([*shlex.split(os.environ[variable]), *map(windows_form, arguments)], capture_output=True,
-                          text=True, timeout=120, env=dict(os.environ, BRENIK_UI='none'), **options)
+                          text=True, timeout=CALL_LIMIT, env=dict(os.environ, BRENIK_UI='none'), **options)
 
 
+@OF_32_BITS
 def test_calling_conventions_and_the_hosts_state(practice, tmp_path):
     """Also loaded twice, unloaded with tables open, and on a small stack."""
     copy = shutil.copy(OURS.library, tmp_path / 'Copy.dll')
@@ -26,6 +28,7 @@ def test_calling_conventions_and_the_hosts_state(practice, tmp_path):
     assert len(practice.table('LAW1').where(LAST='Calls', FIRST='Raw')) == 4
 
 
+@OF_32_BITS
 def test_faults_beside_a_shared_unwinder(practice, tmp_path):
     """Hosts of the same compiler may have its shared unwinder with them, which knows nothing of our exceptions."""
     os.truncate(practice.find('LAW1.dbf'), os.path.getsize(practice.find('LAW1.dbf')) - 100)
@@ -89,5 +92,5 @@ def test_files_that_are_read_only_or_not_shared(host, practice, name, code):
     with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as other:
         assert other.stdout.readline().strip() == 'held'
         assert host.init(practice) == code
-        other.communicate(timeout=20)
+        other.communicate(timeout=CALL_LIMIT)
     assert host.init(practice) == 0

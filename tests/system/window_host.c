@@ -63,7 +63,7 @@ static HWND show_window(void) {
 
 static HMODULE library;
 
-#define CALL(name) ((__typeof__(&name))GetProcAddress(library, #name))
+#define CALL(name) ((__typeof__(&name))(void (*)(void))GetProcAddress(library, #name))
 
 static void work(int edit, char* contact) {
     const int table = edit ? 1 : 3;
@@ -87,7 +87,7 @@ static void work(int edit, char* contact) {
 
 static void press(const char* title) {
     HWND box = NULL;
-    for (int tries = 0; tries < 200 && !box; ++tries, Sleep(100))
+    for (int tries = 0; tries < 1200 && !box; ++tries, Sleep(100))
         box = FindWindowA("#32770", title);
     char text[400] = "no box";
     HWND part = NULL;

@@ -9,6 +9,8 @@
 #include <iostream>
 #include <string>
 
+#include "places.h"
+
 namespace brenik {
 
 // Programs that cannot start the checker ask for it on standard output and read its answer, one
@@ -25,7 +27,7 @@ inline testing::AssertionResult judged_right(const std::string& file,
                                              const std::string& options = "") {
     if (std::getenv("BRENIK_ASK_FOR_CHECKER") != nullptr) return asked_right(file, options);
     const std::string report = file + ".report";
-    const std::string command = "python3 " + std::string(BRENIK_CHECKER) + " " + file + " " +
+    const std::string command = "python3 " + std::string(kChecker) + " " + file + " " +
                                 options + " > " + report + " 2>&1";
     if (std::system(command.c_str()) == 0) return testing::AssertionSuccess();
     std::ifstream lines(report);

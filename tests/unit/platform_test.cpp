@@ -121,9 +121,8 @@ TEST_F(PlatformTest, LocksOfTwoFilesExcludeEachOther) {
 
     const auto start = Clock::now();
     EXPECT_FALSE(two.lock_within(kFar, 1, LockKind::kExclusive, 60));
-    const auto waited = Clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(60));
-    EXPECT_LT(waited, std::chrono::seconds(2));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(60));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(30)) << "milliseconds, not seconds";
 
     one.unlock(kFar, 0);
     EXPECT_FALSE(two.try_lock(kFar, 1)) << "no bytes were unlocked";

@@ -172,7 +172,8 @@ TEST_F(SharingTest, TheLineIsServedInTheOrderOfArrival) {
         waiters.emplace_back([&, i] {
             File file = stranger();
             LockQueue queue(file);
-            if (!queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, 20'000)) return;
+            constexpr int kForever_ms = 600'000;  // a line that stands still half so long is passed
+            if (!queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, kForever_ms)) return;
             served[i] = ++next;
             file.unlock(kMain.offset, 1);
         });

@@ -20,6 +20,7 @@
 #include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
 #include "file_bytes.h"
+#include "places.h"
 #include "refused.h"
 #include "tables.h"
 #include "util/runtime.h"
@@ -32,7 +33,7 @@ namespace fs = std::filesystem;
 using fake::append;
 using Records = std::vector<RecordNumber>;
 
-const fs::path kFixtures = fs::path(BRENIK_TEST_DATA) / "fixtures";
+const fs::path kFixtures = fs::path(kTestData) / "fixtures";
 
 class TableTest : public testing::Test {
   protected:
@@ -427,9 +428,11 @@ TEST_F(TableTest, MemoFilesDoNotGrowForEver) {
         table->unlock_all();
         return fs::file_size(file(".FPT"));
     };
+    constexpr std::uintmax_t kLongest = 192;  // bytes of a text in the file, in blocks of 64
     const auto size = rewrite(300);
     std::this_thread::sleep_for(MemoFile::kTextStays + std::chrono::milliseconds(50));
-    EXPECT_EQ(rewrite(250), size);
+    // On a slow machine some blocks have been used again already, so fewer are free.
+    EXPECT_EQ(rewrite(static_cast<int>(size / kLongest * 4 / 5)), size);
 }
 
 // Other programs leave deleted records behind that name a live record's text.
