@@ -372,8 +372,12 @@ TEST_F(IndexTest, ATreeWhoseWritingWasCutShortIsReadAndMended) {
         if (count <= 3) continue;
         for (const bool forward : {true, false}) {
             Entries found = walk(*file->tags()[0], forward);
-            if (forward && !model.empty()) expect_places(*file->tags()[0], found, any_entry());
-            std::erase_if(found, [&](const Entry& e) { return strays.contains(e); });
+            // A walk comes across a removed entry that a descent does not.
+            const auto removed_ones =
+                std::erase_if(found, [&](const Entry& e) { return strays.contains(e); });
+            if (forward && removed_ones == 0 && !found.empty()) {
+                expect_places(*file->tags()[0], found, any_entry());
+            }
             ASSERT_TRUE(std::equal(found.begin(), found.end(), model.begin(), model.end()))
                 << "step " << step << ", " << count << " written, removing " << removing
                 << ", found " << found.size() << " of " << model.size();
@@ -480,9 +484,7 @@ TEST_F(IndexTest, AnUnevenTreeIsRefusedWhereTheLeftNeighbourIsLookedFor) {
         if (key > last_of_left) right.emplace_back(key, record);
     }
     const std::string before = bytes_of(path_);
-    const struct {
-        Entries removed, added;
-    } changes[] = {{{}, {{last_of_left, 999}}}, {right, {}}};
+    const struct { Entries removed, added; } changes[] = {{{}, {{last_of_left, 999}}}, {right, {}}};
     for (const auto& c : changes) {
         EXPECT_TRUE(refused([&] { change(*open(), c.removed, c.added); }, FaultCode::kDamagedFile,
                             "T.CDX: at"));

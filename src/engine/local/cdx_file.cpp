@@ -34,6 +34,8 @@ CdxFile::~CdxFile() = default;
 
 const std::string& CdxFile::path() const { return pages_->path(); }
 
+const platform::File& CdxFile::file() const { return pages_->file(); }
+
 const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_; }
 
 void CdxFile::sync() { pages_->file().sync(); }
@@ -74,9 +76,15 @@ void CdxFile::read_directory() {
     }
 }
 
-CdxFile::Change::Change(CdxFile& file) : file_(file) { file_.pages_->begin_change(); }
+CdxFile::Change::Change(CdxFile& file, std::optional<LockTry> attempt, bool durable)
+    : file_(file), begun_(file.pages_->begin_change(attempt, durable)) {
+    if (begun_ || attempt) return;
+    throw EngineFault(FaultCode::kBusy, "change index",
+                      file.path() + ": somebody keeps the index locked");
+}
 
 CdxFile::Change::~Change() {
+    if (!begun_) return;
     for (const auto& tag : file_.tags_) tag->tree_->forget_changes();
     file_.pages_->end_change();
 }

@@ -111,6 +111,7 @@ class CdxFile {
     ~CdxFile();
 
     const std::string& path() const;
+    const platform::File& file() const;
     // In creation order.
     const std::vector<std::unique_ptr<CdxTag>>& tags() const;
 
@@ -128,8 +129,10 @@ class CdxFile {
     // A set of changes to the file's trees under the index lock.
     class Change {
       public:
-        // Takes the lock, waiting a bounded time, else EngineFault kBusy.
-        explicit Change(CdxFile& file);
+        // Takes the lock: by one try, after which begun() tells; or waiting a bounded time, else
+        // EngineFault kBusy. What a durable change writes is on the disk when it goes on.
+        explicit Change(CdxFile& file, std::optional<LockTry> attempt = {}, bool durable = false);
+        bool begun() const { return begun_; }
         // Without a publish() nothing of the change is left in the trees; releases the lock.
         ~Change();
         Change(const Change&) = delete;
@@ -145,11 +148,13 @@ class CdxFile {
         // Writes the pages that the change adds to the file; nothing names them yet. What can fail
         // for want of space fails here, before the caller writes the record.
         void write_new_pages();
-        // Writes everything else and the update counter.
+        // Writes everything else and the update counter. Further changes may follow, and be
+        // published again.
         void publish();
 
       private:
         CdxFile& file_;
+        bool begun_;
     };
 
   private:

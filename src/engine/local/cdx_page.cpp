@@ -247,6 +247,12 @@ void CdxPage::become_empty_leaf() {
     left = right = kNoPage;
 }
 
+void CdxPage::become_branch() {
+    leaf_ = false;
+    ++level;
+    left = right = kNoPage;
+}
+
 void CdxPage::move_tail(std::size_t slot, CdxPage& to) {
     const auto first = entries_.begin() + static_cast<std::ptrdiff_t>(slot * stride());
     to.entries_.assign(first, entries_.end());

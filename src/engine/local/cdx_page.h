@@ -103,6 +103,8 @@ class CdxPage {
     void set_last_of_child(std::size_t slot, Bytes entry);
     // An emptied root of any level goes on as an empty leaf.
     void become_empty_leaf();
+    // A root whose entries have moved goes on as an empty branch, one level further up.
+    void become_branch();
 
     // Where the page must be cut so that every part fits a page; empty when it fits as it is. With
     // `appending` the last entry alone goes to the new page, which suits growing keys.

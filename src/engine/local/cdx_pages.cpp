@@ -139,36 +139,42 @@ void CdxFile::Pages::read_bytes(std::uint64_t offset, MutableBytes into) {
     std::fill(into.begin() + static_cast<std::ptrdiff_t>(got), into.end(), Byte{0});
 }
 
-void CdxFile::Pages::begin_change() {
-    lock_changes();
+bool CdxFile::Pages::begin_change(std::optional<LockTry> attempt, bool durable) {
+    if (!lock_changes(attempt)) return false;
+    durable_ = durable;
     try {
         if (known_ && !exclusive_ && !header_matches()) drop();
         if (memory_ > kMostMemory) drop();
         if (!known_) read_header();
-        file_size_ = file_.size();
     } catch (...) {
         end_change();
         throw;
     }
-    // A write that was cut short may have left part of a page behind.
-    file_size_ = (file_size_ + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
+    return true;
+}
+
+bool CdxFile::Pages::lock_changes(std::optional<LockTry> attempt) {
+    if (!exclusive_) {
+        locked_ = attempt ? queue_.attempt(lock_, LockScheme::queue(), *attempt)
+                          : queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
+                                        platform::kShortLockTimeout_ms);
+        if (!locked_) return false;
+    }
+    changing_ = true;
+    return true;
+}
+
+// Whoever adds pages needs to know where the file ends. A write that was cut short may have left
+// part of a page behind.
+void CdxFile::Pages::find_end() {
+    if (size_before_ != 0) return;
+    file_size_ = (file_.size() + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
     size_before_ = file_size_;
 }
 
-void CdxFile::Pages::lock_changes() {
-    if (!exclusive_ && !queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
-                                    platform::kShortLockTimeout_ms)) {
-        throw EngineFault(FaultCode::kBusy, "change index",
-                          path() + ": somebody keeps the index locked");
-    }
-    locked_ = !exclusive_;
-    changing_ = true;
-}
-
 void CdxFile::Pages::end_change() noexcept {
-    const bool unpublished = !touched_.empty() || !new_headers_.empty() || !new_roots_.empty() ||
-                             !freed_.empty() || free_pages_taken_ || added_pages_written_ ||
-                             publishing_;
+    const bool unpublished = !touched_.empty() || !new_headers_.empty() || !freed_.empty() ||
+                             free_pages_taken_ || added_pages_written_ || publishing_;
     if (unpublished) drop();
     if (added_pages_written_ && !publishing_) {
         try {
@@ -179,9 +185,9 @@ void CdxFile::Pages::end_change() noexcept {
     }
     touched_.clear();
     new_headers_.clear();
-    new_roots_.clear();
     freed_.clear();
     added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = false;
+    size_before_ = 0;
     end_read();
 }
 
@@ -195,6 +201,7 @@ CdxPage& CdxFile::Pages::add(const CdxForm& form, bool leaf) {
 }
 
 std::uint32_t CdxFile::Pages::allocate() {
+    find_end();
     const std::uint32_t reused = take_free_page();
     return reused != 0 ? reused : extend(kCdxPageSize);
 }
@@ -248,7 +255,7 @@ void CdxFile::Pages::touch_pointers(CdxPage& page) {
 }
 
 void CdxFile::Pages::set_root(const CdxForm& form, std::uint32_t offset) {
-    roots_[form.header] = new_roots_[form.header] = offset;
+    roots_[form.header] = offset;
 }
 
 void CdxFile::Pages::free(CdxPage& page) {
@@ -258,7 +265,10 @@ void CdxFile::Pages::free(CdxPage& page) {
     pages_.erase(page.offset());
 }
 
-std::uint32_t CdxFile::Pages::reserve_header() { return extend(kTagHeaderSize); }
+std::uint32_t CdxFile::Pages::reserve_header() {
+    find_end();
+    return extend(kTagHeaderSize);
+}
 
 void CdxFile::Pages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) {
     new_headers_[offset] = std::move(bytes);
@@ -296,12 +306,13 @@ void CdxFile::Pages::write_new_pages() {
     for (const auto& [offset, bytes] : new_headers_) file_.write_at(offset, bytes);
     new_headers_.clear();
     write_all(added, touched_.end());
+    if (durable_ && added_pages_written_) file_.sync();
 }
 
 void CdxFile::Pages::publish() {
     write_new_pages();
     publishing_ = true;
-    if (!touched_.empty() || !new_roots_.empty() || !freed_.empty()) {
+    if (!touched_.empty() || !freed_.empty()) {
         try {
             write_published();
         } catch (const platform::FileError&) {
@@ -311,24 +322,37 @@ void CdxFile::Pages::publish() {
         }
     }
     publishing_ = added_pages_written_ = false;
+    size_before_ = 0;
+    if (durable_) file_.sync();
 }
 
 void CdxFile::Pages::write_published() {
     write_header();
     write_changed_pages();
-    write_roots();
     write_pointers();
     write_freed_pages();
     write_header();
 }
 
+// Where the tree gets another shape a level is on the disk before the one above is written; entries
+// that change in their places do no harm in any mixture.
 void CdxFile::Pages::write_changed_pages() {
-    const auto links_only =
-        std::partition(touched_.begin(), touched_.end(),
-                       [](const CdxPage* page) { return page->content_changed; });
-    std::sort(touched_.begin(), links_only,
-              [](const CdxPage* a, const CdxPage* b) { return a->level < b->level; });
-    write_all(touched_.begin(), links_only);
+    for (;;) {
+        const auto links_only =
+            std::partition(touched_.begin(), touched_.end(),
+                           [](const CdxPage* page) { return page->content_changed; });
+        if (links_only == touched_.begin()) return;
+        const bool in_steps = durable_ && (added_pages_written_ || !freed_.empty());
+        std::sort(touched_.begin(), links_only,
+                  [](const CdxPage* a, const CdxPage* b) { return a->level < b->level; });
+        const int lowest = touched_.front()->level;
+        const auto end =
+            in_steps ? std::find_if(touched_.begin(), links_only,
+                                    [&](const CdxPage* page) { return page->level != lowest; })
+                     : links_only;
+        write_all(touched_.begin(), end);
+        if (in_steps) file_.sync();
+    }
 }
 
 void CdxFile::Pages::write_all(PageList::iterator first, PageList::iterator last) {
@@ -353,17 +377,8 @@ void CdxFile::Pages::write_pointers() {
     touched_.clear();
 }
 
-void CdxFile::Pages::write_roots() {
-    for (const auto& [header, root] : new_roots_) {
-        std::array<Byte, 4> bytes{};
-        store_le32(bytes.data(), root);
-        file_.write_at(header, bytes);
-        if (header == 0) std::copy(bytes.begin(), bytes.end(), header_.begin());
-    }
-    new_roots_.clear();
-}
-
 void CdxFile::Pages::write_freed_pages() {
+    if (durable_ && !freed_.empty()) file_.sync();
     for (; !freed_.empty(); freed_.pop_back()) {
         std::array<Byte, kCdxPageSize> raw{};
         store_le32(raw.data(), free_head_);

@@ -10,10 +10,14 @@
 //   1. pages new to the file, which nothing names yet; pages taken from the free list leave it
 //   first
 //   2. the update counter: nobody may go on trusting what he remembers
-//   3. changed entries, leaves before their parents; then root offsets
+//   3. changed entries, leaves before their parents
 //   4. pages of which only a sibling pointer changed, right pointers last
 //   5. pages that nothing names any more, linked into the free list
 //   6. the head of the free list, and the counter again for those who read while we wrote
+//
+// A durable change also waits for the disk: after step 1, after step 6, and, where pages are added
+// or let go, after each level of step 3 and before step 5. So a power failure leaves what a kill
+// leaves, whichever of the writes that were still under way it lets through.
 
 #pragma once
 
@@ -55,12 +59,15 @@ class CdxFile::Pages {
 
     // -- Changing.
     void require_room() const;
-    void begin_change();
+    // With a try: false when the lock is somebody else's; without one it is waited for, as long as
+    // for any short lock, and false then. A durable change goes to the disk step by step.
+    bool begin_change(std::optional<LockTry> attempt, bool durable);
     // Drops whatever was not published, and the lock.
     void end_change() noexcept;
     CdxPage& add(const CdxForm& form, bool leaf);
     void touch_entries(CdxPage& page);
     void touch_pointers(CdxPage& page);
+    // Of a tag whose header is still to be written.
     void set_root(const CdxForm& form, std::uint32_t offset);
     // Nothing may name the page any more; it is gone afterwards.
     void free(CdxPage& page);
@@ -88,10 +95,10 @@ class CdxFile::Pages {
     void write_all(PageList::iterator first, PageList::iterator last);
     void write_published();
     void write_changed_pages();
-    void write_roots();
     void write_pointers();
     void write_freed_pages();
-    void lock_changes();
+    bool lock_changes(std::optional<LockTry> attempt);
+    void find_end();
     [[noreturn]] void full() const;
 
     platform::File file_;
@@ -112,13 +119,13 @@ class CdxFile::Pages {
     std::uint64_t generation_ = 1;
 
     // The change in progress.
-    std::uint64_t size_before_ = 0;
+    std::uint64_t size_before_ = 0;  // 0: not looked at yet
+    bool durable_ = false;
     bool added_pages_written_ = false;
     bool publishing_ = false;
     bool free_pages_taken_ = false;
     PageList touched_;
     std::map<std::uint32_t, std::vector<Byte>> new_headers_;
-    std::map<std::uint32_t, std::uint32_t> new_roots_;
     std::vector<std::uint32_t> freed_;
 };
 

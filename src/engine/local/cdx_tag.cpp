@@ -497,19 +497,20 @@ void CdxTag::Tree::unlink(const CdxPage& page, CdxPage* left) {
     pages_.touch_pointers(*left);
 }
 
-void CdxTag::Tree::grow(CdxPage& old_root, const std::vector<CdxPage*>& added) {
-    CdxPage& top = pages_.add(form(), false);
-    top.root = true;
-    top.level = old_root.level + 1;
-    top.insert(0, old_root.last_entry(), old_root.offset());
+// The root stays where it is, because other engines remember its place: its entries move to a new
+// page, and it becomes the branch above that page and `added`.
+void CdxTag::Tree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
+    CdxPage& first = pages_.add(form(), root.leaf());
+    root.move_tail(0, first);
+    first.left = kNoPage;
+    added.front()->left = first.offset();
+    pages_.touch_pointers(*added.front());
+    root.become_branch();
+    root.insert(0, first.last_entry(), first.offset());
     for (const CdxPage* page : added) {
-        top.insert(top.count(), page->last_entry(), page->offset());
+        root.insert(root.count(), page->last_entry(), page->offset());
     }
-    for (CdxPage* page : added) page->root = false;
-    old_root.root = false;
-    pages_.touch_entries(old_root);
-    pages_.set_root(form(), top.offset());
-    Path path{{&top, top.count() - 1}};
+    Path path{{&root, root.count() - 1}};
     settle(path, 0);
 }
 

@@ -101,7 +101,7 @@ class CdxTag::Tree {
     std::vector<Byte> checked_entry(Bytes key, RecordNumber record) const;
     void append(Level& level, Bytes entry, std::uint32_t child);
     CdxPage& begin_page(Level& level);
-    void grow(CdxPage& old_root, const std::vector<CdxPage*>& added);
+    void grow(CdxPage& root, const std::vector<CdxPage*>& added);
 
     CdxFile::Pages& pages_;
     const TagDescription& description_;

@@ -26,6 +26,12 @@ bool LockQueue::try_lock(LockRange range, LockRange queue, LockKind kind) {
                      : lock_unless_somebody_waits(range, queue, kind);
 }
 
+bool LockQueue::attempt(LockRange range, LockRange queue, LockTry kind_of_try) {
+    constexpr auto kKind = LockKind::kExclusive;
+    return kind_of_try == LockTry::kInTurn ? lock_in_turn(range, queue, kKind, kTurn_ms)
+                                           : try_lock(range, queue, kKind);
+}
+
 bool LockQueue::lock_out_of_turn(LockRange range, LockKind kind) {
     --left_;
     return file_.try_lock(range.offset, range.length, kind);
