@@ -119,7 +119,18 @@ class Table {
     // Adds a blank record, makes it current and leaves it locked; false when the lock that this
     // needs is somebody else's. Its index keys are written with its final values when the record is
     // flushed, unlocked or left.
-    [[nodiscard]] virtual bool append_blank(bool release_other_locks) = 0;
+    [[nodiscard]] virtual bool append_blank(bool release_other_locks,
+                                            LockTry attempt = LockTry::kAtOnce) = 0;
+    // Makes a record current that the file does not hold yet: blank, with the number of the phantom
+    // record, open to field_put. Every move drops it. EngineFault kLimit when there is no room for
+    // a further record.
+    virtual void begin_record() = 0;
+    // Adds the record that was begun, with values, memos and keys at once, and leaves it current
+    // and locked. Refused when a lock that this needs is somebody else's, taken when the order
+    // `distinct` (0: none) has the record's key already; then, and after a fault, the files are as
+    // they were, and the record is still begun.
+    enum class Added { kDone, kRefused, kTaken };
+    [[nodiscard]] virtual Added add_record(LockTry attempt, std::size_t distinct = 0) = 0;
 
     // Drops what the current record has not yet written out. A record that was only just appended
     // stays, marked deleted: its number is taken.
@@ -176,6 +187,10 @@ class Table {
     // is not among those keys.
     virtual std::size_t key_number(std::size_t order, KeySet keys) = 0;
 
+    // The greatest key of an order of text that is not greater than `limit`, or begins with it,
+    // whichever record it belongs to and whatever scopes, filter or visibility say; nothing moves.
+    virtual std::optional<std::string> last_key(std::size_t order, const std::string& limit) = 0;
+
     // -- Filter: records for which the expression is not true are skipped by navigation. Setting
     // one does not move. An expression that does not compile, or is not logical, is EngineFault
     // kUnsupported, which names the expression, the position in it and the reason; the filter stays
@@ -209,7 +224,9 @@ class Engine {
     // Kept for callers that ask for it again. Default 0: tables are opened the way the caller says.
     virtual int automatic_share() const = 0;
     virtual void set_automatic_share(int share) = 0;
-    // With full durability `commit` and `write_all_records` also wait for the disk. Default off.
+    // With full durability a record, its memos and its keys are on the disk when the call that
+    // writes them returns, and never in an order in which a power failure could leave one of them
+    // naming another that is not there. Default off.
     virtual void set_full_durability(bool on) = 0;
     virtual int write_all_records() = 0;
     // Closes every table that this engine still holds open; the Table objects stay valid and

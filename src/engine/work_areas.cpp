@@ -125,8 +125,14 @@ void WorkAreas::set_field(int area, std::string_view name, const Value& value) {
     owner.field_put(known_position(owner, alias(area), name), value);
 }
 
-void WorkAreas::append_blank(bool release_other_locks) {
-    network_error_ = !table("APPEND").append_blank(release_other_locks);
+void WorkAreas::append_blank(bool release_other_locks, LockTry attempt) {
+    network_error_ = !table("APPEND").append_blank(release_other_locks, attempt);
+}
+
+Table::Added WorkAreas::add_record(LockTry attempt, std::size_t distinct) {
+    const Table::Added added = table("APPEND").add_record(attempt, distinct);
+    network_error_ = added == Table::Added::kRefused;
+    return added;
 }
 
 void WorkAreas::release_all_locks() noexcept {

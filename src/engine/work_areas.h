@@ -81,8 +81,10 @@ class WorkAreas {
     Value field(int area, std::string_view name);
     void set_field(int area, std::string_view name, const Value& value);
 
-    // Appends to the current slot and sets the network error flag.
-    void append_blank(bool release_other_locks);
+    // Each appends to the current slot and sets the network error flag, which a key that is taken
+    // does not.
+    void append_blank(bool release_other_locks, LockTry attempt = LockTry::kAtOnce);
+    Table::Added add_record(LockTry attempt, std::size_t distinct = 0);
 
     // -- Relations out of a slot, in the order in which they were added.
     // Also takes away the scopes that scoped relations have set. Nothing on an empty slot.

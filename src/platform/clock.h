@@ -18,6 +18,8 @@ class Clock {
     virtual LocalDay today() = 0;
     // Seconds since local midnight, with hundredths.
     virtual double seconds() = 0;
+    // Lets other programs run for that long.
+    virtual void pause(int milliseconds) = 0;
 };
 
 Clock& system_clock();

@@ -9,6 +9,7 @@ namespace brenik::platform {
 File::File(File&& other) noexcept
     : handle_(std::exchange(other.handle_, kNoHandle)),
       failure_(other.failure_),
+      unsynced_(other.unsynced_),
       path_(std::move(other.path_)) {}
 
 File& File::operator=(File&& other) noexcept {
@@ -16,6 +17,7 @@ File& File::operator=(File&& other) noexcept {
     close();
     handle_ = std::exchange(other.handle_, kNoHandle);
     failure_ = other.failure_;
+    unsynced_ = other.unsynced_;
     path_ = std::move(other.path_);
     return *this;
 }

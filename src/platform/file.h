@@ -83,8 +83,17 @@ class File {
     // Writes all bytes or throws FileError.
     void write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes);
     std::uint64_t size() const;
+    // The size, and whether the file still goes by a name; both from one call.
+    struct Standing {
+        std::uint64_t size;
+        bool named;
+    };
+    Standing standing() const;
+    // False when another file, or none, goes by this one's path by now. Linux tells that, and
+    // `named`, on local file systems; elsewhere both are always true.
+    bool in_place() const;
     void resize(std::uint64_t size);
-    // Waits until everything written has reached the disk.
+    // Waits until everything written through this File has reached the disk.
     void sync();
 
     // Tries once and answers at once. The lock must not overlap one that this File holds already.
@@ -100,6 +109,7 @@ class File {
 
     std::intptr_t handle_ = kNoHandle;
     OpenFailure failure_ = OpenFailure::kNone;
+    bool unsynced_ = false;  // something was written since the last sync
     std::string path_;
 };
 

@@ -21,6 +21,7 @@ class Clock : public platform::Clock {
   public:
     platform::LocalDay today() override { return {1998, 1, 1}; }
     double seconds() override { return now_ += 0.05; }
+    void pause(int milliseconds) override { now_ += milliseconds / 1000.0; }
 
     double now_ = 1000;
 };
@@ -91,7 +92,12 @@ class Table : public brenik::Table {
     void unlock_record(RecordNumber) override { script_.locked = false; }
     void unlock_all() override { script_.locked = false; }
     bool owns(RecordNumber) const override { return script_.locked; }
-    bool append_blank(bool) override { return !refuse(); }
+    bool append_blank(bool, LockTry) override { return !refuse(); }
+    void begin_record() override {}
+    Added add_record(LockTry, std::size_t) override {
+        return refuse() ? Added::kRefused : Added::kDone;
+    }
+    std::optional<std::string> last_key(std::size_t, const std::string&) override { return {}; }
     void abandon_changes() noexcept override { script_.abandoned = true; }
     void commit() override {}
     bool opened_orders_automatically() const override { return script_.automatic_orders; }

@@ -3,6 +3,7 @@
 #include "engine/local/local_table.h"
 
 #include <algorithm>
+#include <limits>
 #include <numeric>
 #include <utility>
 
@@ -93,6 +94,7 @@ void LocalTable::forget_record() {
     loaded_ = false;
     changed_ = false;
     keys_pending_ = false;
+    begun_ = false;
     pending_memos_.clear();
 }
 
@@ -109,7 +111,7 @@ void LocalTable::require_open(const char* operation) const {
 
 void LocalTable::require_writable(const char* operation) {
     require_open(operation);
-    if (record_ == 0 || !file_->owns(record_)) {
+    if (!begun_ && (record_ == 0 || !file_->owns(record_))) {
         throw EngineFault(FaultCode::kNotLocked, operation,
                           file_->path() + ": record " + std::to_string(record_number()) +
                               " is not locked by this session");
@@ -186,23 +188,22 @@ void LocalTable::set_deletion_mark(char mark) {
 }
 
 void LocalTable::refresh_record() {
-    if (keys_pending_) return;  // nobody else can have changed it
+    if (keys_pending_ || begun_) return;  // nobody else can have changed it
     const std::optional<IndexEntry> entry = entry_;
     forget_record();
     entry_ = entry;
 }
 
-// The record goes on naming its old texts until it is written itself; only then are their blocks
-// free for others.
-void LocalTable::write_record() {
+// The record goes on naming its old texts until it is written itself; only then are their blocks,
+// which this answers, free for others.
+std::vector<std::uint32_t> LocalTable::write_memos() {
     std::vector<std::uint32_t> replaced;
     for (const auto& [field, text] : pending_memos_) {
         replaced.push_back(memo_block({bytes_, record_}, *field));
         set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M'));
     }
-    if (bytes_ != original_) file_->write(record_, bytes_, original_);
-    for (const std::uint32_t block : replaced) memo_->release(block);
-    pending_memos_.clear();
+    if (durable() && memo_) memo_->sync();
+    return replaced;
 }
 
 // What is pending has to find room at the end of the memo file, whether or not it goes there.
@@ -213,34 +214,135 @@ void LocalTable::require_room_for_memos() const {
 }
 
 void LocalTable::flush() {
-    if (!changed_ && !keys_pending_) return;
+    if (begun_ || (!changed_ && !keys_pending_)) return;
     const std::optional<RecordView> before =
         keys_pending_ ? std::nullopt : std::optional(RecordView{original_, record_});
+    require_in_place();
     require_room_for_memos();
+    KeyUpdate keys(*orders_, before, {bytes_, record_});
+    keys.lock(durable());
     // Memos come after everything that can refuse the change, and before the record names them.
-    orders_->update(before, {bytes_, record_}, [&] { write_record(); });
+    durable() ? write_record_durably(keys) : write_record(keys);
     original_ = bytes_;
     changed_ = false;
     keys_pending_ = false;
     entry_.reset();
 }
 
-bool LocalTable::append_blank(bool release_other_locks) {
+void LocalTable::write_record(KeyUpdate& keys) {
+    keys.remove();
+    keys.insert();
+    keys.write_new_pages();
+    const std::vector<std::uint32_t> replaced = write_memos();
+    if (bytes_ != original_) file_->write(record_, bytes_, original_);
+    for (const std::uint32_t block : replaced) memo_->release(block);
+    pending_memos_.clear();
+    keys.publish();
+}
+
+// At every moment the keys on the disk are those of the record there, and perhaps some more, which
+// a search passes over.
+void LocalTable::write_record_durably(KeyUpdate& keys) {
+    keys.insert();
+    keys.write_new_pages();
+    const std::vector<std::uint32_t> replaced = write_memos();
+    if (!keys_pending_) keys.publish();
+    if (bytes_ != original_) file_->write(record_, bytes_, original_);
+    file_->sync();
+    for (const std::uint32_t block : replaced) memo_->release(block);
+    pending_memos_.clear();
+    keys.remove();
+    keys.publish();
+}
+
+// A file that was put in the place of one that is open here, or a folder, gets nothing of what is
+// written. Files are looked at by their names once in a while only, because each look is a call.
+void LocalTable::require_in_place() {
+    constexpr std::chrono::seconds kLookedAtEvery{5};
+    const auto now = MemoFile::Clock::now();
+    if (now - place_checked_ < kLookedAtEvery) return;
+    const auto require = [](const platform::File& file) {
+        if (file.in_place()) return;
+        throw EngineFault(FaultCode::kInputOutput, "write",
+                          file.path() + ": was removed or replaced while it is open here");
+    };
+    require(file_->file());
+    if (memo_) require(memo_->file());
+    orders_->for_each_file([&](const CdxFile& index) { require(index.file()); });
+    place_checked_ = now;
+}
+
+bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     require_open("append");
     flush();
+    require_in_place();
     orders_->require_room();
     if (memo_) memo_->require_room_for_record();
     if (release_other_locks) file_->unlock_all();
     std::vector<Byte> blank(layout().record_length);
     make_blank_record(blank, layout());
-    const RecordNumber added = file_->append(blank);
-    if (added == 0) return false;
-    place(added);
+    TableFile::Addition addition(*file_, attempt);
+    if (!addition.begun()) return false;
+    addition.fill_in(blank);
+    addition.write(blank);
+    if (durable()) file_->sync();
+    addition.count();
+    if (durable()) file_->sync();
+    place(addition.record());
     bytes_ = original_ = std::move(blank);
     loaded_ = true;
     keys_pending_ = true;
     moved();
     return true;
+}
+
+void LocalTable::begin_record() {
+    move_to(0);
+    require_open("append");
+    require_in_place();
+    orders_->require_room();
+    if (memo_) memo_->require_room_for_record();
+    view();
+    begun_ = true;
+    moved();
+}
+
+// Every lock is had, and everything that can be refused has been, before anything is written; the
+// header counts the record last.
+Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
+    require_open("append");
+    if (!begun_) {
+        throw EngineFault(FaultCode::kNotLocked, "append", file_->path() + ": no record was begun");
+    }
+    require_room_for_memos();
+    TableFile::Addition addition(*file_, attempt);
+    if (!addition.begun()) return Added::kRefused;
+    addition.fill_in(bytes_);
+    KeyUpdate keys(*orders_, std::nullopt, {bytes_, addition.record()});
+    if (!keys.lock(attempt, durable())) return Added::kRefused;
+    if (distinct != 0 && keys.is_taken(orders_->attached(distinct))) return Added::kTaken;
+    keys.insert();
+    std::optional<MemoFile::Allocation> memos;
+    if (!pending_memos_.empty() && !memos.emplace(*memo_, attempt).begun()) return Added::kRefused;
+    keys.write_new_pages();
+    write_memos();
+    addition.write(bytes_);
+    if (durable()) file_->sync();
+    keys.publish();
+    try {
+        addition.count();
+        if (durable()) file_->sync();
+    } catch (const EngineFault&) {
+        keys.take_back();
+        throw;
+    }
+    std::vector<Byte> added = std::move(bytes_);
+    place(addition.record());
+    original_ = bytes_ = std::move(added);
+    loaded_ = true;
+    if (memo_) loaded_at_ = MemoFile::Clock::now();
+    moved();
+    return Added::kDone;
 }
 
 void LocalTable::abandon_changes() noexcept {
@@ -274,7 +376,7 @@ void LocalTable::abandon_without_keys() noexcept {
 void LocalTable::commit() {
     if (!file_) return;
     flush();
-    if (!engine_.settings_.full_durability) return;
+    if (!durable()) return;
     if (memo_) memo_->sync();
     file_->sync();
     orders_->sync();
@@ -548,6 +650,15 @@ bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
     }
     place(0);
     return false;
+}
+
+std::optional<std::string> LocalTable::last_key(std::size_t order, const std::string& limit) {
+    if (order == 0 || order > order_count()) refuse_order(order, "last key");
+    constexpr RecordNumber kPastEveryRecord = std::numeric_limits<RecordNumber>::max();
+    IndexEntry found;
+    CdxTag& tag = *orders_->attached(order).tag;
+    if (!tag.at_or_before(as_bytes(limit), kPastEveryRecord, found)) return {};
+    return found.key;
 }
 
 Value LocalTable::scope(ScopeEnd end) const {

@@ -2,8 +2,9 @@
 //
 // The current record is read when something about it is first asked, and again after it has been
 // locked. Changes stay in the buffer until the record is flushed: by unlocking, committing or
-// moving off it. An appended record is in the file from the start, blank; its keys follow with its
-// values in that one flush.
+// moving off it. A blank record that is appended is in the file from the start; its keys follow
+// with its values in that one flush. A record that is begun is in the buffer alone until it is
+// added as a whole.
 
 #pragma once
 
@@ -56,7 +57,9 @@ class LocalTable : public Table {
     void unlock_record(RecordNumber record) override;
     void unlock_all() override;
     bool owns(RecordNumber record) const override { return file_ && file_->owns(record); }
-    [[nodiscard]] bool append_blank(bool release_other_locks) override;
+    [[nodiscard]] bool append_blank(bool release_other_locks, LockTry attempt) override;
+    void begin_record() override;
+    [[nodiscard]] Added add_record(LockTry attempt, std::size_t distinct) override;
     void abandon_changes() noexcept override;
     void commit() override;
 
@@ -80,6 +83,8 @@ class LocalTable : public Table {
     std::size_t key_count(std::size_t order, KeySet keys) override;
     std::size_t key_number(std::size_t order, KeySet keys) override;
 
+    std::optional<std::string> last_key(std::size_t order, const std::string& limit) override;
+
     std::string filter() const override { return filter_ ? filter_->text() : std::string(); }
     void set_filter(const std::string& expression) override;
     FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
@@ -97,7 +102,11 @@ class LocalTable : public Table {
     void place(RecordNumber record);
     void flush();
     void require_room_for_memos() const;
-    void write_record();
+    std::vector<std::uint32_t> write_memos();
+    void write_record(KeyUpdate& keys);
+    void write_record_durably(KeyUpdate& keys);
+    void require_in_place();
+    bool durable() const { return engine_.settings_.full_durability; }
     void abandon_without_keys() noexcept;
     void require_writable(const char* operation);
     void set_deletion_mark(char mark);
@@ -154,6 +163,7 @@ class LocalTable : public Table {
     MemoFile::Clock::time_point loaded_at_{};  // of a table with memos
     bool changed_ = false;
     bool keys_pending_ = false;  // just appended: the index does not hold it yet
+    bool begun_ = false;         // not in the file yet
     std::map<const Field*, std::string> pending_memos_;
 
     std::size_t controlling_ = 0;
@@ -168,6 +178,7 @@ class LocalTable : public Table {
     std::map<std::string, Expression> compiled_;  // what evaluate() has met
     std::function<void()> follower_;
     bool shared_ = true;
+    MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();
 };
 
 }  // namespace brenik::local

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "engine/local/table_path.h"
@@ -166,13 +167,27 @@ std::uint32_t MemoFile::reuse(std::uint64_t blocks) {
     return 0;
 }
 
+MemoFile::Allocation::Allocation(MemoFile& memo, LockTry attempt) : memo_(memo) {
+    memo.allocating_ = memo.queue_.attempt(memo.lock_, LockScheme::queue(), attempt);
+}
+
+MemoFile::Allocation::~Allocation() {
+    if (!std::exchange(memo_.allocating_, false)) return;
+    memo_.file_.unlock(memo_.lock_.offset, memo_.lock_.length);
+}
+
 // Reserves blocks at the end of the file under the memo lock.
 std::uint32_t MemoFile::allocate(std::uint64_t blocks) {
+    if (allocating_) return allocate_locked(blocks);
     if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
                      platform::kShortLockTimeout_ms)) {
         throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
     }
     const HeldLock held(file_, lock_);
+    return allocate_locked(blocks);
+}
+
+std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks) {
     const std::uint64_t block = next_free_block();
     const std::uint64_t offset = block * block_size_;
     if (offset < kFptHeaderSize || offset < file_.size()) {

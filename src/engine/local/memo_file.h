@@ -51,11 +51,25 @@ class MemoFile {
     std::uint32_t write(std::string_view text, bool binary);
     // The record that named this memo does so no more; 0 is none.
     void release(std::uint32_t block);
+    // The lock under which blocks are added, kept through several writes: for those who must have
+    // every lock before they write anything.
+    class Allocation {
+      public:
+        Allocation(MemoFile& memo, LockTry attempt);
+        ~Allocation();
+        Allocation(const Allocation&) = delete;
+        Allocation& operator=(const Allocation&) = delete;
+        bool begun() const { return memo_.allocating_; }
+
+      private:
+        MemoFile& memo_;
+    };
     // EngineFault kLimit when there is no room at the end for memos of that many bytes in all.
     void require_room(std::uint64_t memos, std::uint64_t bytes);
     // The same for the memos that a new record may come to have.
     void require_room_for_record();
     void sync() { file_.sync(); }
+    const platform::File& file() const { return file_; }
     const std::string& path() const { return file_.path(); }
 
   private:
@@ -68,6 +82,7 @@ class MemoFile {
     std::uint64_t data_length(std::uint64_t block_offset) const;
     std::uint32_t reuse(std::uint64_t blocks);
     std::uint32_t allocate(std::uint64_t blocks);
+    std::uint32_t allocate_locked(std::uint64_t blocks);
     std::uint64_t blocks_for(std::uint64_t data_length) const;
     std::uint64_t next_free_block() const;
     void check_room(std::uint64_t next_free, std::uint64_t blocks) const;
@@ -77,6 +92,7 @@ class MemoFile {
     Kind kind_;
     LockRange lock_;
     LockQueue queue_{file_};
+    bool allocating_ = false;  // the lock is held by an Allocation
     std::uint32_t block_size_ = 512;
     std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: not known
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include "engine/local/field_codec.h"
 #include "platform/clock.h"
@@ -19,12 +20,6 @@ constexpr std::size_t kLargestHeader = 65535;
 constexpr std::size_t kAutoincrementNext = 19;  // within a field descriptor
 constexpr std::size_t kAutoincrementStep = 23;
 constexpr Byte kEndOfFile = 0x1A;
-// Another append holds its lock for less than a millisecond; whoever holds it longer holds the
-// whole table, and the caller's own retries are the place to wait for that.
-constexpr int kAppendLockTimeout_ms = 200;
-// Workstations that write the same record one after the other hold it for less than a millisecond
-// each; with eight of them the last in line waits less than this.
-constexpr int kTurn_ms = 40;
 // The system's pages, or parts of them.
 constexpr std::uint64_t kPageSize = 4096;
 // A record is copied in microseconds; who has been stopped in the middle of it is not waited for.
@@ -93,10 +88,14 @@ RecordNumber TableFile::counted_in_header() const {
 RecordNumber TableFile::count() {
     const RecordNumber counted = counted_in_header();
     if (counted <= known_count_) return known_count_ = counted;
-    const std::uint64_t size = file_.size();
-    const std::uint64_t held =
-        size < layout_.header_length ? 0 : (size - layout_.header_length) / layout_.record_length;
-    return known_count_ = static_cast<RecordNumber>(std::min<std::uint64_t>(counted, held));
+    return known_count_ = std::min(counted, records_in(file_.size()));
+}
+
+RecordNumber TableFile::records_in(std::uint64_t size) const {
+    if (size < layout_.header_length) return 0;
+    constexpr std::uint64_t kMost = std::numeric_limits<RecordNumber>::max();
+    return static_cast<RecordNumber>(
+        std::min((size - layout_.header_length) / layout_.record_length, kMost));
 }
 
 // The system may hand over a record that is being written part old and part new. Without a lock
@@ -123,6 +122,7 @@ void TableFile::read_once(RecordNumber record, MutableBytes into) const {
 }
 
 void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
+    require_named(file_.standing());
     std::optional<HeldLock> whole;
     keep_whole(record, platform::LockKind::kExclusive, whole);
     replace(offset_of(record), bytes, before);
@@ -152,24 +152,50 @@ void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
     }
 }
 
-RecordNumber TableFile::append(MutableBytes bytes) {
-    if (exclusive_ || table_locked_) return append_locked(bytes);
-    const LockRange range = locks_.append();
-    if (!append_queue_.lock(range, LockScheme::queue(), platform::LockKind::kExclusive,
-                            kAppendLockTimeout_ms)) {
-        return 0;
+TableFile::Addition::Addition(TableFile& file, LockTry attempt) : file_(file) {
+    if (!file.exclusive_ && !file.table_locked_) {
+        const LockRange range = file.locks_.append();
+        if (!file.append_queue_.attempt(range, LockScheme::queue(), attempt)) return;
+        append_lock_.emplace(file.file_, range);
     }
-    const HeldLock held(file_, range);
-    return append_locked(bytes);
+    const RecordNumber next = file.next_record();
+    if (file.lock_new(next)) record_ = next;
 }
 
-// Under the append lock the header's count is exact.
-RecordNumber TableFile::append_locked(MutableBytes bytes) {
+TableFile::Addition::~Addition() {
+    if (record_ != 0 && !counted_) file_.unlock(record_);
+}
+
+void TableFile::Addition::write(Bytes bytes) {
+    std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
+    record_and_end.push_back(kEndOfFile);
+    file_.file_.write_at(file_.offset_of(record_), record_and_end);
+}
+
+void TableFile::Addition::count() {
+    const platform::LocalDay today = platform::system_clock().today();
+    std::array<Byte, 7> date_and_count = {static_cast<Byte>(today.year % 100),
+                                          static_cast<Byte>(today.month),
+                                          static_cast<Byte>(today.day)};
+    std::array<Byte, 7> before = date_and_count;
+    store_le32(date_and_count.data() + 3, record_);
+    store_le32(before.data() + 3, record_ - 1);
+    file_.replace(kDateOffset, date_and_count, before);
+    file_.known_count_ = record_;
+    counted_ = true;
+}
+
+// Under the append lock the header's count is exact. The file is looked at too, each time: it may
+// have been cut short, or have lost its name, since it was opened.
+RecordNumber TableFile::next_record() {
     const RecordNumber counted = counted_in_header();
-    if (counted != count()) {
+    const platform::File::Standing standing = file_.standing();
+    require_named(standing);
+    const RecordNumber held = records_in(standing.size);
+    if (held < counted) {
         throw EngineFault(FaultCode::kDamagedFile, "append",
                           path() + ": cut short: the header counts " + std::to_string(counted) +
-                              " records, the file holds " + std::to_string(known_count_) +
+                              " records, the file holds " + std::to_string(held) +
                               "; repair the table before adding to it");
     }
     if (counted >= locks_.max_records(marked_)) {
@@ -178,29 +204,21 @@ RecordNumber TableFile::append_locked(MutableBytes bytes) {
                               " records reach as far as locks allow, offset " +
                               std::to_string(locks_.data_limit(marked_)));
     }
-    const RecordNumber record = counted + 1;
-    if (!lock_new(record)) return 0;
-    assign_autoincrement(bytes);
-    std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
-    record_and_end.push_back(kEndOfFile);
-    file_.write_at(offset_of(record), record_and_end);
+    return counted + 1;
+}
 
-    const platform::LocalDay today = platform::system_clock().today();
-    std::array<Byte, 7> date_and_count = {static_cast<Byte>(today.year % 100),
-                                          static_cast<Byte>(today.month),
-                                          static_cast<Byte>(today.day)};
-    std::array<Byte, 7> before = date_and_count;
-    store_le32(date_and_count.data() + 3, record);
-    store_le32(before.data() + 3, counted);
-    replace(kDateOffset, date_and_count, before);
-    known_count_ = record;
-    return record;
+void TableFile::require_named(const platform::File::Standing& standing) const {
+    if (standing.named) return;
+    throw EngineFault(FaultCode::kInputOutput, "write",
+                      path() + ": was removed or replaced while it is open here");
 }
 
 void TableFile::mark_as_indexed() {
     const Byte marked = layout_.flags | kHasStructuralIndex;
     file_.write_at(kFlagsOffset, {&marked, 1});
 }
+
+void TableFile::Addition::fill_in(MutableBytes bytes) { file_.assign_autoincrement(bytes); }
 
 void TableFile::assign_autoincrement(MutableBytes bytes) {
     for (std::size_t i = 0; i < layout_.fields.size(); ++i) {
@@ -222,11 +240,7 @@ void TableFile::assign_autoincrement(MutableBytes bytes) {
 bool TableFile::lock(RecordNumber record, LockTry attempt) {
     if (owns(record)) return true;
     const LockRange range = locks_.record(record);
-    const LockRange queue = LockScheme::queue(record);
-    constexpr auto kKind = platform::LockKind::kExclusive;
-    const bool locked = attempt == LockTry::kInTurn
-                            ? record_queue_.lock_in_turn(range, queue, kKind, kTurn_ms)
-                            : record_queue_.try_lock(range, queue, kKind);
+    const bool locked = record_queue_.attempt(range, LockScheme::queue(record), attempt);
     if (locked) locked_records_.insert(record);
     return locked;
 }

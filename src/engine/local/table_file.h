@@ -40,10 +40,33 @@ class TableFile {
     void read(RecordNumber record, MutableBytes into);
     // `before` is what the record holds now: it is put back should the write be cut short.
     void write(RecordNumber record, Bytes bytes, Bytes before);
-    // Adds a record at the end and leaves it locked; 0 when a lock that this needs is somebody
-    // else's. Fills in autoincrement columns of `bytes`.
-    RecordNumber append(MutableBytes bytes);
+    // Adds one record at the end, under the append lock, which goes with the object. The record
+    // stays locked once it has been counted.
+    class Addition {
+      public:
+        // Begun only where the locks were to be had. EngineFault kDamagedFile, kInputOutput or
+        // kLimit when the file cannot take a record.
+        Addition(TableFile& file, LockTry attempt);
+        ~Addition();
+        Addition(const Addition&) = delete;
+        Addition& operator=(const Addition&) = delete;
+
+        bool begun() const { return record_ != 0; }
+        RecordNumber record() const { return record_; }
+        // The autoincrement columns.
+        void fill_in(MutableBytes bytes);
+        // Into the file, where nobody sees it yet.
+        void write(Bytes bytes);
+        void count();
+
+      private:
+        TableFile& file_;
+        std::optional<HeldLock> append_lock_;
+        RecordNumber record_ = 0;
+        bool counted_ = false;
+    };
     void sync() { file_.sync(); }
+    const platform::File& file() const { return file_; }
     // Sets the header's mark of a table that is opened with its index.
     void mark_as_indexed();
 
@@ -68,7 +91,9 @@ class TableFile {
     void keep_whole(RecordNumber record, platform::LockKind kind, std::optional<HeldLock>& held);
     void read_once(RecordNumber record, MutableBytes into) const;
     RecordNumber counted_in_header() const;
-    RecordNumber append_locked(MutableBytes bytes);
+    RecordNumber records_in(std::uint64_t size) const;
+    RecordNumber next_record();
+    void require_named(const platform::File::Standing& standing) const;
     void assign_autoincrement(MutableBytes bytes);
     bool lock_new(RecordNumber record);
     void replace(std::uint64_t offset, Bytes bytes, Bytes before);

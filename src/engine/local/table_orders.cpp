@@ -236,42 +236,87 @@ std::vector<TableOrders::KeyChange> TableOrders::key_changes(
     return changes;
 }
 
-void TableOrders::apply(CdxFile::Change& change, const KeyChange& key, const CdxFile& file,
-                        RecordNumber record) const {
-    CdxTag& tag = *key.order->tag;
-    if (key.removed) change.remove(tag, as_bytes(*key.removed), record);
-    if (!key.inserted) return;
-    const TagDescription& description = tag.description();
-    if ((description.unique || description.candidate) &&
-        change.contains(tag, as_bytes(*key.inserted))) {
-        if (!description.candidate) return;  // a unique tag keeps the first record of a key
-        throw EngineFault(
-            FaultCode::kDuplicateKey, "write",
-            file.path() + ": tag " + description.name + ": another record has this key already");
-    }
-    change.insert(tag, as_bytes(*key.inserted), record);
-}
-
-void TableOrders::update(const std::optional<RecordView>& before, const RecordView& after,
-                         const std::function<void()>& write_record) {
-    std::vector<std::unique_ptr<CdxFile::Change>> changes;
-    for (Bag& bag : bags_) {
-        const std::vector<KeyChange> keys = key_changes(bag, before, after);
-        if (keys.empty()) continue;
-        changes.push_back(std::make_unique<CdxFile::Change>(*bag.file));
-        for (const KeyChange& key : keys) apply(*changes.back(), key, *bag.file, after.number);
-    }
-    for (const auto& change : changes) change->write_new_pages();
-    write_record();
-    for (const auto& change : changes) change->publish();
-}
-
 void TableOrders::require_room() const {
     for (const Bag& bag : bags_) bag.file->require_room();
 }
 
 void TableOrders::sync() {
     for (Bag& bag : bags_) bag.file->sync();
+}
+
+KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
+                     const RecordView& after)
+    : record_(after.number) {
+    for (const TableOrders::Bag& bag : orders.bags_) {
+        std::vector<TableOrders::KeyChange> keys = orders.key_changes(bag, before, after);
+        if (!keys.empty()) files_.push_back({bag.file.get(), std::move(keys)});
+    }
+}
+
+bool KeyUpdate::lock_all(std::optional<LockTry> attempt, bool durable) {
+    return std::all_of(files_.begin(), files_.end(), [&](FileChange& one) {
+        one.change = std::make_unique<CdxFile::Change>(*one.file, attempt, durable);
+        return one.change->begun();
+    });
+}
+
+bool KeyUpdate::is_taken(const Order& order) {
+    for (FileChange& one : files_) {
+        for (const TableOrders::KeyChange& key : one.keys) {
+            if (key.order != &order || !key.inserted) continue;
+            return one.change->contains(*key.order->tag, as_bytes(*key.inserted));
+        }
+    }
+    return false;
+}
+
+void KeyUpdate::insert() {
+    for (FileChange& one : files_) {
+        for (const TableOrders::KeyChange& key : one.keys) {
+            if (!key.inserted) continue;
+            CdxTag& tag = *key.order->tag;
+            const TagDescription& description = tag.description();
+            const bool held = (description.unique || description.candidate) &&
+                              one.change->contains(tag, as_bytes(*key.inserted));
+            if (held && description.candidate) {
+                throw EngineFault(FaultCode::kDuplicateKey, "write",
+                                  one.file->path() + ": tag " + description.name +
+                                      ": another record has this key already");
+            }
+            // A unique tag keeps the first record of a key.
+            if (!held) one.change->insert(tag, as_bytes(*key.inserted), record_);
+        }
+    }
+}
+
+void KeyUpdate::remove() {
+    for (FileChange& one : files_) {
+        for (const TableOrders::KeyChange& key : one.keys) {
+            if (key.removed) one.change->remove(*key.order->tag, as_bytes(*key.removed), record_);
+        }
+    }
+}
+
+void KeyUpdate::write_new_pages() {
+    for (FileChange& one : files_) one.change->write_new_pages();
+}
+
+void KeyUpdate::publish() {
+    for (FileChange& one : files_) one.change->publish();
+}
+
+void KeyUpdate::take_back() noexcept {
+    try {
+        for (FileChange& one : files_) {
+            for (const TableOrders::KeyChange& key : one.keys) {
+                if (!key.inserted) continue;
+                one.change->remove(*key.order->tag, as_bytes(*key.inserted), record_);
+            }
+            one.change->publish();
+        }
+    } catch (const std::exception&) {
+        // They stay behind: keys of a record that is not there, which every search passes over.
+    }
 }
 
 }  // namespace brenik::local

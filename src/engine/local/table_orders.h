@@ -1,13 +1,11 @@
 // The orders of one table: its index files, the walks through them, and keeping them right.
 //
 // Every tag of every open index file is maintained, whether or not it is attached as an order. When
-// a record changes, the tags whose key or condition changed with it are altered in memory under the
-// index lock, the caller writes the record, and only then are the index pages published; a fault
-// before that leaves record and index as they were.
+// a record changes, a KeyUpdate alters the tags whose key or condition changed with it: in memory
+// under the index lock first; a fault before anything is published leaves the index as it was.
 
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -107,16 +105,18 @@ class TableOrders {
     // Numbers of the attached orders of an index file, as attach() understands its name.
     std::vector<std::size_t> numbers_of(const std::string& index_file) const;
 
-    // Brings every tag from `before` (none for a record just added) to `after`; calls
-    // `write_record` once everything that can be refused has been done. EngineFault kDuplicateKey,
-    // with nothing changed, when a candidate tag has the key already.
-    void update(const std::optional<RecordView>& before, const RecordView& after,
-                const std::function<void()>& write_record);
     // EngineFault kLimit when the keys of a further record might not fit into an index file.
     void require_room() const;
     void sync();
+    // Calls `visit` with every open index file.
+    template <class Visit>
+    void for_each_file(Visit visit) const {
+        for (const Bag& bag : bags_) visit(*bag.file);
+    }
 
   private:
+    friend class KeyUpdate;
+
     struct Bag {
         std::unique_ptr<CdxFile> file;
         std::vector<std::unique_ptr<Order>> orders;
@@ -134,8 +134,6 @@ class TableOrders {
     const Bag* find_bag(const std::string& path) const;
     std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,
                                        const RecordView& after) const;
-    void apply(CdxFile::Change& change, const KeyChange& key, const CdxFile& file,
-               RecordNumber record) const;
 
     const TableLayout& layout_;
     std::string table_path_;
@@ -143,6 +141,42 @@ class TableOrders {
     LockMode mode_;
     std::vector<Bag> bags_;  // the structural one first
     std::vector<const Order*> attached_;
+};
+
+// What one record's change does to the keys of its table: from `before` (none for a record that is
+// new) to `after`. The index locks go with the object.
+class KeyUpdate {
+  public:
+    KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
+              const RecordView& after);
+
+    // Locks every index file that is concerned. One try, false when one of them is somebody
+    // else's; or waiting a bounded time, else EngineFault kBusy.
+    [[nodiscard]] bool lock(LockTry attempt, bool durable) { return lock_all(attempt, durable); }
+    void lock(bool durable) { static_cast<void>(lock_all({}, durable)); }
+    // True when the order holds the key already that the change would add to it.
+    bool is_taken(const Order& order);
+
+    // In memory. EngineFault kDuplicateKey when a candidate tag has the key already.
+    void insert();
+    void remove();
+
+    // What can fail for want of space, and is named by nothing yet; then the rest.
+    void write_new_pages();
+    void publish();
+    // Takes what was inserted and published out again, as far as that can be done.
+    void take_back() noexcept;
+
+  private:
+    struct FileChange {
+        CdxFile* file;
+        std::vector<TableOrders::KeyChange> keys;
+        std::unique_ptr<CdxFile::Change> change = {};
+    };
+    bool lock_all(std::optional<LockTry> attempt, bool durable);
+
+    RecordNumber record_;
+    std::vector<FileChange> files_;
 };
 
 }  // namespace brenik::local

@@ -23,6 +23,11 @@ class SystemClock : public Clock {
                static_cast<double>(hundredths) / 100;
     }
 
+    void pause(int milliseconds) override {
+        const std::timespec duration = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+        nanosleep(&duration, nullptr);  // an early end only makes the next try come sooner
+    }
+
   private:
     static std::timespec read() {
         std::timespec now = {};

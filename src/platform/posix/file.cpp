@@ -11,9 +11,11 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -137,6 +139,22 @@ off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* ope
     return static_cast<off_t>(offset);
 }
 
+// On a network file system link counts and file numbers are what the server makes of them.
+bool is_local(int handle) {
+    struct statfs facts;
+    if (fstatfs(handle, &facts) != 0) return false;
+    constexpr std::array<std::uint32_t, 10> kNetworks = {
+        0x00006969,                          // NFS
+        0x0000517B, 0xFF534D42, 0xFE534D42,  // SMB, three generations
+        0x65735546,                          // FUSE, whatever is behind it
+        0x01021997,                          // 9P
+        0x00C36400,                          // Ceph
+        0x5346414F, 0x73757245, 0x0000564C,  // AFS, Coda, NCP
+    };
+    return std::find(kNetworks.begin(), kNetworks.end(),
+                     static_cast<std::uint32_t>(facts.f_type)) == kNetworks.end();
+}
+
 void pause_for(std::chrono::microseconds duration) {
     const std::timespec pause = {0, static_cast<long>(duration.count()) * 1000};
     nanosleep(&pause, nullptr);  // an early end only makes the next try come sooner
@@ -254,6 +272,7 @@ std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) 
 
 void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
     const off_t start = checked_offset(offset, bytes.size(), "write", path_);
+    unsynced_ = true;
     std::size_t done = 0;
     while (done < bytes.size()) {
         count(FileCall::kWrite);
@@ -265,15 +284,30 @@ void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
     }
 }
 
-std::uint64_t File::size() const {
+std::uint64_t File::size() const { return standing().size; }
+
+File::Standing File::standing() const {
     struct stat facts;
     count(FileCall::kStat);
     if (fstat(descriptor(handle_), &facts) != 0) throw FileError("size", path_, 0, errno);
-    return static_cast<std::uint64_t>(facts.st_size);
+    return {static_cast<std::uint64_t>(facts.st_size),
+            facts.st_nlink != 0 || !is_local(descriptor(handle_))};
+}
+
+bool File::in_place() const {
+    struct stat ours, there;
+    count(FileCall::kStat);
+    if (fstat(descriptor(handle_), &ours) != 0) throw FileError("size", path_, 0, errno);
+    count(FileCall::kStat);
+    const bool found = stat(path_.c_str(), &there) == 0;
+    if (!found && errno != ENOENT && errno != ENOTDIR) return true;
+    if (found && ours.st_ino == there.st_ino && ours.st_dev == there.st_dev) return true;
+    return !is_local(descriptor(handle_));
 }
 
 void File::resize(std::uint64_t size) {
     const off_t length = checked_offset(size, 0, "resize", path_);
+    unsynced_ = true;
     count(FileCall::kResize);
     while (ftruncate(descriptor(handle_), length) != 0) {
         if (errno != EINTR) throw FileError("resize", path_, size, errno);
@@ -281,10 +315,12 @@ void File::resize(std::uint64_t size) {
 }
 
 void File::sync() {
+    if (!unsynced_) return;
     count(FileCall::kSync);
-    while (fsync(descriptor(handle_)) != 0) {
+    while (fdatasync(descriptor(handle_)) != 0) {
         if (errno != EINTR) throw FileError("sync", path_, 0, errno);
     }
+    unsynced_ = false;
 }
 
 // A length of 0 would mean "to the end of the file" to the system; here it means no bytes.

@@ -21,6 +21,8 @@ class SystemClock : public Clock {
                static_cast<double>(now.wMilliseconds / 10) / 100;
     }
 
+    void pause(int milliseconds) override { Sleep(static_cast<DWORD>(milliseconds)); }
+
   private:
     static SYSTEMTIME read() {
         SYSTEMTIME now;

@@ -226,6 +226,7 @@ std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) 
 
 void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
     check_offset(offset, bytes.size(), "write", path_);
+    unsynced_ = true;
     std::size_t done = 0;
     while (done < bytes.size()) {
         OVERLAPPED place = place_at(offset + done);
@@ -245,14 +246,22 @@ std::uint64_t File::size() const {
     return static_cast<std::uint64_t>(size.QuadPart);
 }
 
+// The system lets nobody remove or replace a file that is open here.
+File::Standing File::standing() const { return {size(), true}; }
+
+bool File::in_place() const { return true; }
+
 void File::resize(std::uint64_t size) {
     check_offset(size, 0, "resize", path_);
+    unsynced_ = true;
     const DWORD code = set_size(system_handle(handle_), size);
     if (code != 0) throw FileError("resize", path_, size, static_cast<int>(code));
 }
 
 void File::sync() {
+    if (!unsynced_) return;
     if (!FlushFileBuffers(system_handle(handle_))) fail("sync", path_, 0);
+    unsynced_ = false;
 }
 
 bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
