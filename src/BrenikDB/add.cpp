@@ -42,10 +42,11 @@ bool is_duplicate_code(Session& session) {
     return areas.table("AddEnd").seek(key, SeekMode::kHard, SeekEnd::kFirst);
 }
 
-// The new identifier goes into the buffer first, so that writing the buffer keeps it.
-int append_and_write(Session& session) {
+// The identifier that the record was given goes into the buffer as well.
+int add_buffer(Session& session) {
     WorkAreas& areas = session.areas;
-    if (!ADD_REC(session)) {
+    const auto fill = [&] { SCATGAT(session, session.buffer, areas.current() != kCodesArea); };
+    if (!ADD_REC(session, {.fill = fill})) {
         if (session.variables.LTRACE) {
             TRACELOG(session, "AddEnd", {Value(), "AddEnd: add_rec failed"});
         }
@@ -56,7 +57,6 @@ int append_and_write(Session& session) {
     if (position != 0 && position <= session.buffer->size()) {
         (*session.buffer)[position - 1] = areas.table("AddEnd").field_get(position);
     }
-    SCATGAT(session, session.buffer, areas.current() != kCodesArea);
     REC_UNLOCK(session);
     return kSuccess;
 }
@@ -93,14 +93,13 @@ void fill_cross_reference(Session& session) {
     set("ENTRY", session.today());
     set("U_ID1", areas.field(kNamesArea, "U_ID"));
     set("U_ID3", areas.field(kMattersArea, "U_ID"));
-    areas.engine().write_all_records();
-    REC_UNLOCK(session);
 }
 
 int append_cross_reference(Session& session) {
     read_link_type(session);
-    if (ADD_REC(session)) {
-        fill_cross_reference(session);
+    if (ADD_REC(session, {.fill = [&] { fill_cross_reference(session); }})) {
+        session.areas.engine().write_all_records();
+        REC_UNLOCK(session);
         return kSuccess;
     }
     if (session.variables.LTRACE) {
@@ -139,7 +138,7 @@ int add_record(Session& session, const std::string& contact) {
                           "there is no transaction buffer; call AddStart first");
     }
     if (is_duplicate_code(session)) return kDuplicateCode;
-    const int code = append_and_write(session);
+    const int code = add_buffer(session);
     const bool linked = session.areas.current() == kMattersArea && !Value(contact).empty();
     return code == kSuccess && linked ? link_to_contact(session, contact) : code;
 }

@@ -6,7 +6,7 @@
 #include "c_source/Data.h"
 #include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
-#include "engine/selected_area.h"
+#include "fwp/trace_log.h"
 #include "util/runtime.h"
 
 #include <algorithm>
@@ -18,6 +18,8 @@ namespace {
 constexpr std::size_t kWorkstationSize = 2;
 constexpr std::size_t kSlotSize = kStampSize + kWorkstationSize;
 constexpr double kEntryLockPause_s = 0.1;
+// Of the order in which entries are found.
+constexpr std::string_view kEntryKey = "CDB+U_ID+CCODE";
 
 struct EntryKey {
     std::string table_code;
@@ -76,14 +78,42 @@ bool find_entry(Session& session, EntryKey key) {
     return false;
 }
 
-bool append_entry(Session& session) {
-    const SelectedArea selected(session.areas, journal_area(session));
-    session.areas.append_blank(false);
-    return !session.areas.network_error();
-}
-
 void put(Session& session, std::string_view field, const std::string& text) {
     session.areas.set_field(journal_area(session), field, text);
+}
+
+// Makes the entry that is to be added; put() fills it.
+void begin_entry(Session& session) { journal(session).begin_record(); }
+
+// Together with the 40 milliseconds of a try in turn, these pauses make five seconds; they are
+// short so that a journal that is free for moments only is met in one of them.
+bool add_entry(Session& session, Patience patience) {
+    constexpr int kRepeats = 36;
+    constexpr int kPause_ms = 100;
+    const auto added = [&](LockTry attempt) {
+        return journal(session).add_record(attempt) == Table::Added::kDone;
+    };
+    if (added(LockTry::kAtOnce)) return true;
+    for (int i = 0; patience == Patience::kFull && i < kRepeats; ++i) {
+        if (added(LockTry::kInTurn)) return true;
+        session.clock.pause(kPause_ms);
+    }
+    journal(session).go_to(0);
+    return false;
+}
+
+// What a step of the journal's answers; false where a lock that it needs stayed somebody else's.
+template <class Step>
+bool unless_locked(Session& session, Step step) {
+    try {
+        return step();
+    } catch (const EngineFault& fault) {
+        if (fault.code() != FaultCode::kBusy) throw;
+        journal(session).abandon_changes();
+        if (!session.module.journal_locked) journal(session).unlock_all();
+        if (session.variables.LTRACE) TRACELOG(session, "RSSET", {Value(), fault.what()});
+        return false;
+    }
 }
 
 void commit_and_release(Session& session) {
@@ -184,7 +214,7 @@ std::string table_code_of(int area) {
     return digits.substr(digits.size() - 2);
 }
 
-bool RSADD(Session& session, const Addition& addition) {
+bool RSADD(Session& session, const Addition& addition, Patience patience) {
     reread_settings(session);
     const int area = addition.area.value_or(session.areas.current());
     const std::string stamp = addition.stamp ? *addition.stamp : RSNOW(session);
@@ -192,13 +222,34 @@ bool RSADD(Session& session, const Addition& addition) {
         addition.identifier ? *addition.identifier : current_identifier(session);
     if (Value(identifier).empty()) return false;
     if (!tracking(session)) return true;
-    if (!append_entry(session)) return false;
+    begin_entry(session);
     put(session, "CCODE", "A");
     put(session, "CDB", addition.table_code.value_or(table_code_of(area)));
     put(session, "CDT", stamp);
     put(session, "U_ID", identifier);
+    if (!add_entry(session, patience)) return false;
     if (addition.commit) finish_entry(session);
     return true;
+}
+
+void require_journal(Session& session) {
+    if (!tracking(session)) return;
+    for (const char* field : {"CCODE", "CDB", "CDT", "U_ID"}) {
+        static_cast<void>(session.areas.field(journal_area(session), field));
+    }
+}
+
+std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
+                                           const std::string& limit) {
+    const int area = journal_area(session);
+    if (area == 0) return {};
+    Table& trans = journal(session);
+    const std::size_t order = trans.order_number();
+    if (order == 0 || !equal_ignoring_case(trans.order_description(order).key, kEntryKey))
+        return {};
+    const std::optional<std::string> key = trans.last_key(order, table_code + limit);
+    if (!key || !begins_with(*key, table_code)) return {};
+    return key->substr(table_code.size(), limit.size());
 }
 
 bool RSDEL(Session& session, const Deletion& deletion) {
@@ -213,17 +264,20 @@ bool RSDEL(Session& session, const Deletion& deletion) {
         deletion.table_code.value_or(table_code_of(deletion.code_area.value_or(area)));
     if (Value(identifier).empty()) return false;
     if (!tracking(session)) return true;
-    if (find_entry(session, {table_code, identifier, "D"})) {
-        return deletion.remove ? remove_entry(session, deletion.quiet) : true;
-    }
-    if (!append_entry(session)) return false;
-    put(session, "CCODE", "D");
-    put(session, "CDT", stamp);
-    put(session, "CDB", table_code);
-    put(session, "U_ID", identifier);
-    put(session, "CDATA", workstation);
-    finish_entry(session);
-    return true;
+    return unless_locked(session, [&] {
+        if (find_entry(session, {table_code, identifier, "D"})) {
+            return deletion.remove ? remove_entry(session, deletion.quiet) : true;
+        }
+        begin_entry(session);
+        put(session, "CCODE", "D");
+        put(session, "CDT", stamp);
+        put(session, "CDB", table_code);
+        put(session, "U_ID", identifier);
+        put(session, "CDATA", workstation);
+        if (!add_entry(session, Patience::kFull)) return false;
+        finish_entry(session);
+        return true;
+    });
 }
 
 bool RSSET(Session& session, const FieldChanges& changes) {
@@ -247,7 +301,11 @@ bool RSSET(Session& session, const FieldChanges& changes) {
         return !anonymous;
     }
 
-    const bool exists = find_entry(session, key);
+    bool exists = false;
+    const bool readable = unless_locked(session, [&] {
+        exists = find_entry(session, key);
+        return true;
+    });
     if (exists && !session.module.journal_locked) {
         if (!lock_entry(session)) return report_locked_entry(session, code_area);
         // Another workstation may have written the entry between the look-up and the lock.
@@ -255,10 +313,18 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     }
     std::string slots = entry_slots(session, table.fields().size());
     const std::string mark = stamp + pad_right(workstation, kWorkstationSize);
-    if (write_and_mark(table, changes, mark, slots) && (exists || append_entry(session))) {
-        store_edit(session, key, stamp, slots);
-    }
-    finish_entry(session);
+    const bool changed = write_and_mark(table, changes, mark, slots);
+    // The journal tells only of what is in the file.
+    table.commit();
+    if (!readable) return true;
+    // An entry that cannot be written does not undo the edit.
+    static_cast<void>(unless_locked(session, [&] {
+        if (changed && !exists) begin_entry(session);
+        if (changed) store_edit(session, key, stamp, slots);
+        if (changed && !exists && !add_entry(session, Patience::kFull)) return false;
+        finish_entry(session);
+        return true;
+    }));
     return true;
 }
 

@@ -11,6 +11,8 @@
 // that the field has never changed.
 //
 // Nothing is written while the system table's TRACKSYNC is false; the writers then report success.
+// A journal whose index or memo file stays locked by others counts as one that no entry can be
+// appended to: that is no fault, and what the entry was to tell of has been done all the same.
 
 #pragma once
 
@@ -34,8 +36,22 @@ struct Addition {
     std::optional<std::string> table_code = {};
 };
 
+// How long a writer goes on trying to append an entry while others keep the journal locked: not at
+// all, or about five seconds, without a notice.
+enum class Patience { kNone, kFull };
+
 // Notes an added record. False when the identifier is empty or the entry cannot be appended.
-[[nodiscard]] bool RSADD(Session& session, const Addition& addition = {});
+[[nodiscard]] bool RSADD(Session& session, const Addition& addition = {},
+                         Patience patience = Patience::kFull);
+
+// EngineFault kEmptyWorkArea or kUnknownName when an addition could not be noted, because the
+// journal is not open or lacks a field. Nothing while tracking is off.
+void require_journal(Session& session);
+
+// The greatest identifier, not above `limit`, that the journal has an entry of that table for.
+// Nothing when there is none, or the journal's order does not tell.
+std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
+                                           const std::string& limit);
 
 struct Deletion {
     std::optional<int> area = {};

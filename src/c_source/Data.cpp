@@ -35,6 +35,17 @@ std::string locked_by_another(const WorkAreas& areas) {
     return std::string(trim_right(areas.alias())) + " is locked by another user. Retrying...";
 }
 
+// For appends 0 seconds allow no repeat.
+template <class Attempt>
+bool append_repeatedly(Session& session, double seconds, Attempt attempt) {
+    const auto appended = [&](LockTry one) {
+        attempt(one);
+        return !session.areas.network_error();
+    };
+    return lock_with_retries(session, seconds > 0 ? seconds : -1, appended,
+                             locked_by_another(session.areas), "Append record");
+}
+
 // An index file that somebody keeps to himself makes the open fail: a table without its orders
 // would leave them behind with the first change.
 bool attach(Session& session, const std::string& orders) {
@@ -85,15 +96,17 @@ void REC_UNLOCK(Session& session) {
 }
 
 bool append_with_retries(Session& session, double seconds, bool release_other_locks) {
-    WorkAreas& areas = session.areas;
-    areas.append_blank(release_other_locks);
-    while (areas.network_error() && seconds > 0) {
-        areas.append_blank(release_other_locks);
-        if (!areas.network_error()) break;
-        show_retry_notice(session, locked_by_another(areas), "Append record");
-        seconds -= kRetryStepSeconds;
-    }
-    return !areas.network_error();
+    return append_repeatedly(session, seconds, [&](LockTry attempt) {
+        session.areas.append_blank(release_other_locks, attempt);
+    });
+}
+
+Table::Added add_with_retries(Session& session, double seconds, std::size_t distinct) {
+    auto added = Table::Added::kRefused;
+    append_repeatedly(session, seconds, [&](LockTry attempt) {
+        added = session.areas.add_record(attempt, distinct);
+    });
+    return added;
 }
 
 // The rest of the name keeps its case, because folders that differ only in case are different ones

@@ -33,6 +33,8 @@ void REC_UNLOCK(Session& session);
 // Appends a blank record to the current work area, with repeats while `seconds` last; 0 allows
 // none. False when the append stayed refused.
 [[nodiscard]] bool append_with_retries(Session& session, double seconds, bool release_other_locks);
+// The same for the record that has been begun there (Table::add_record).
+[[nodiscard]] Table::Added add_with_retries(Session& session, double seconds, std::size_t distinct);
 
 struct NetUse {
     bool exclusive = false;

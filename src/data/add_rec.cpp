@@ -13,47 +13,114 @@ namespace {
 
 constexpr std::int64_t kLastRecordNumber = 99999999;
 
-void assign_field(WorkAreas& areas, int area, RecordObject* object, std::string_view field,
-                  const Value& value) {
-    areas.set_field(area, field, value);
-    if (object) object->assign(field, value);
-}
-
-// Running number of events; it starts again at 0.
-void assign_record_number(Session& session, int area, RecordObject* object) {
-    WorkAreas& areas = session.areas;
-    const std::int64_t last = areas.field(kSystemArea, "RECORDNO").whole();
-    const Value next = last >= kLastRecordNumber ? std::int64_t{0} : last + 1;
-    areas.set_field(kSystemArea, "RECORDNO", next);
-    assign_field(areas, area, object, "ENTRY", session.variables.TODAY);
-    assign_field(areas, area, object, "RNO", next);
-}
-
-// A table without a counter of its own keeps a blank identifier.
-void identify_and_journal(Session& session, int table, int area, const NewRecord& options) {
-    reread_counter(session);
-    if (table == kEventsArea) assign_record_number(session, area, options.object);
-    issue_identifier(session, table, area, options.object);
-    const std::string identifier = session.areas.field(area, "U_ID").text();
-    // A journal entry that cannot be appended does not undo the record.
-    static_cast<void>(RSADD(session, {.area = area,
-                                      .commit = options.commit,
-                                      .identifier = identifier,
-                                      .table_code = table_code_of(table)}));
-}
-
-bool append_identified(Session& session, int table, int area, const NewRecord& options) {
-    bool appended = false;
-    const auto append = [&] {
-        appended = append_with_retries(session, options.seconds, false);
-        if (appended) identify_and_journal(session, table, area, options);
-    };
-    if (area == session.areas.current()) {
-        append();
-        return appended;
+// The counter record's running number of events, which starts again at 0; other tables have none.
+class RecordNumbers {
+  public:
+    RecordNumbers(Session& session, int table) : areas_(session.areas) {
+        if (table == kEventsArea) last_ = areas_.field(kSystemArea, "RECORDNO").whole();
     }
-    return with_writable_record(session, area, append) && appended;
-}
+    std::optional<std::int64_t> next() const {
+        if (!last_) return {};
+        return *last_ >= kLastRecordNumber ? 0 : *last_ + 1;
+    }
+    void store() { write(next()); }
+    void take_back() { write(last_); }
+
+  private:
+    void write(const std::optional<std::int64_t>& number) {
+        if (number) areas_.set_field(kSystemArea, "RECORDNO", *number);
+    }
+
+    WorkAreas& areas_;
+    std::optional<std::int64_t> last_;
+};
+
+// One append under the counter's lock. The record receives its identifier in work area `area`, as
+// a rule the one that is appended to.
+class IdentifiedAppend {
+  public:
+    IdentifiedAppend(Session& session, int table, int area, const NewRecord& options)
+        : session_(session),
+          area_(area),
+          options_(options),
+          identifier_(session, table, area),
+          numbers_(session, table) {}
+
+    bool run() { return options_.fill ? add_filled() : append_blank(); }
+
+  private:
+    // Filled first, then the counter, then the record: what is wrong with the values shows before
+    // anything is written, and no number is given away twice.
+    bool add_filled() {
+        own() ? identifier_.pass_over_journalled() : identifier_.pass_over_known();
+        for (auto added = Table::Added::kTaken; added != Table::Added::kDone;) {
+            session_.areas.table("APPEND").begin_record();
+            if (own()) assign();
+            options_.fill();
+            if (own()) assign_identifier();
+            added = add_counted();
+            if (added == Table::Added::kRefused) return false;
+            if (added == Table::Added::kTaken) identifier_.pass_over();
+        }
+        if (!own()) assign();
+        return true;
+    }
+
+    Table::Added add_counted() {
+        store();
+        try {
+            const auto added =
+                add_with_retries(session_, options_.seconds, own() ? identifier_.order() : 0);
+            if (added == Table::Added::kRefused) take_back();
+            return added;
+        } catch (const EngineFault&) {
+            take_back();
+            throw;
+        }
+    }
+
+    bool append_blank() {
+        identifier_.pass_over_known();
+        if (!append_with_retries(session_, options_.seconds, false)) return false;
+        assign();
+        store();
+        return true;
+    }
+
+    bool own() const { return area_ == session_.areas.current(); }
+
+    void store() {
+        numbers_.store();
+        identifier_.store();
+    }
+    void take_back() {
+        numbers_.take_back();
+        identifier_.take_back();
+    }
+
+    void assign() {
+        if (const auto number = numbers_.next()) {
+            set("ENTRY", session_.variables.TODAY);
+            set("RNO", *number);
+        }
+        assign_identifier();
+    }
+
+    void assign_identifier() {
+        if (identifier_.issued()) set("U_ID", identifier_.text());
+    }
+
+    void set(std::string_view field, const Value& value) {
+        session_.areas.set_field(area_, field, value);
+        if (options_.object) options_.object->assign(field, value);
+    }
+
+    Session& session_;
+    int area_;
+    const NewRecord& options_;
+    NextIdentifier identifier_;
+    RecordNumbers numbers_;
+};
 
 // The operator's mark on the record object; notes carry none.
 void mark_object(const Session& session, int area, RecordObject* object) {
@@ -62,6 +129,54 @@ void mark_object(const Session& session, int area, RecordObject* object) {
     if (!marked) return;
     object->assign("OPERATOR", session.variables.MOPERATOR);
     object->assign("ENTRY", session.variables.TODAY);
+}
+
+// Without an identifier.
+bool append(Session& session, const NewRecord& options) {
+    if (!options.fill) return append_with_retries(session, options.seconds, false);
+    session.areas.table("APPEND").begin_record();
+    options.fill();
+    return add_with_retries(session, options.seconds, 0) == Table::Added::kDone;
+}
+
+// An entry that cannot be appended does not undo the record; a journal that is damaged does, as far
+// as that can be done.
+bool journal(Session& session, const NewRecord& options, const Addition& addition,
+             Patience patience) {
+    try {
+        return RSADD(session, addition, patience);
+    } catch (const EngineFault&) {
+        if (options.fill) {
+            session.areas.table("RSADD").mark_deleted();
+            session.areas.table("RSADD").commit();
+        }
+        throw;
+    }
+}
+
+// The record receives its identifier in work area `area`, by the counter of table number `table`.
+bool append_identified(Session& session, int table, int area, const NewRecord& options) {
+    if (!lock_record_of(session, kSystemArea)) return false;
+    Addition addition{.area = area, .commit = options.commit, .table_code = table_code_of(table)};
+    bool appended = false, journalled = false;
+    const auto append_and_note = [&] {
+        reread_counter(session);
+        require_journal(session);
+        appended = IdentifiedAppend(session, table, area, options).run();
+        if (!appended) return;
+        addition.identifier = session.areas.field(area, "U_ID").text();
+        journalled = journal(session, options, addition, Patience::kNone);
+    };
+    const bool writable = releasing_counter(session, [&] {
+        if (area != session.areas.current()) {
+            return with_writable_record(session, area, append_and_note);
+        }
+        append_and_note();
+        return true;
+    });
+    // Others wait for the counter, so the journal is waited for without it.
+    if (appended && !journalled) journal(session, options, addition, Patience::kFull);
+    return writable && appended;
 }
 
 }  // namespace
@@ -73,11 +188,8 @@ bool ADD_REC(Session& session, const NewRecord& options) {
     const int table = options.object && !notes ? options.object->NDB() : area;
     const bool identified = options.assign_identifier.value_or(
         areas.field_position(area, "U_ID") != 0 && areas.used(kSystemArea));
-    if (identified && !lock_record_of(session, kSystemArea)) return false;
     const bool appended =
-        identified ? releasing_counter(
-                         session, [&] { return append_identified(session, table, area, options); })
-                   : append_with_retries(session, options.seconds, false);
+        identified ? append_identified(session, table, area, options) : append(session, options);
     if (appended) mark_object(session, area, options.object);
     return appended;
 }

@@ -2,30 +2,155 @@
 
 #include "data/identifiers.h"
 
+#include <algorithm>
+
+#include "RSData/journal.h"
 #include "RSData/stamps.h"
 #include "c_source/Data.h"
 #include "engine/selected_area.h"
+#include "fwp/trace_log.h"
+#include "util/runtime.h"
 
 namespace brenik {
 
 namespace {
 
 constexpr int kIdentifierDigits = 5;
+constexpr std::int64_t kMostIdentifiers = 62LL * 62 * 62 * 62 * 62;
+// Less than this part of a range left above the highest identifier is as good as nothing.
+constexpr std::int64_t kHardlyAny = 1000;
+
+// The greatest whole number that a field shows.
+std::int64_t greatest_in(const FieldDescription& field) {
+    const int digits = field.decimals > 0 ? field.width - field.decimals - 1 : field.width;
+    std::int64_t greatest = 1;
+    for (int i = 0; i < digits && greatest < kMostIdentifiers; ++i) greatest *= 10;
+    const bool written_out = field.type == 'N' || field.type == 'F';
+    return written_out ? std::min(greatest, kMostIdentifiers) - 1 : kMostIdentifiers - 1;
+}
+
+// The order whose keys are the identifiers of every record, as they are.
+std::size_t identifier_order(Table& table) {
+    const std::optional<std::size_t> number = table.find_order("U_ID", "");
+    if (!number || *number == 0) return 0;
+    const OrderDescription order = table.order_description(*number);
+    const bool sound = equal_ignoring_case(trim_both(order.key), "U_ID") &&
+                       order.condition.empty() && !order.custom;
+    return sound ? *number : 0;
+}
 
 // Of the current record of `area`, by the counter of table number `table`.
 bool identify(Session& session, std::string& identifier, int table, int area,
               RecordObject* object) {
     if (table == kSecondNotesArea) table = area = kNotesArea;
-    std::optional<std::string> issued;
+    bool issued = false;
     const bool writable = with_writable_record(session, area, [&] {
         reread_counter(session);
-        issued = issue_identifier(session, table, area, object);
+        NextIdentifier next(session, table, area);
+        if (!next.issued()) return;
+        next.pass_over_known();
+        session.areas.set_field(area, "U_ID", next.text());
+        if (object) object->assign("U_ID", next.text());
+        next.store();
+        identifier = next.text();
+        issued = true;
     });
-    if (issued) identifier = *issued;
     return writable && issued;
 }
 
 }  // namespace
+
+NextIdentifier::NextIdentifier(Session& session, int table, int area)
+    : session_(session), table_code_(table_code_of(table)), area_(area) {
+    WorkAreas& areas = session.areas;
+    const std::string counter = "U_ID" + std::to_string(table);
+    const std::size_t position = areas.field_position(kSystemArea, counter);
+    if (position == 0) return;
+    counter_ = counter;
+    Table& owner = areas.table(area, "U_ID");
+    order_ = identifier_order(owner);
+    if (order_ == 0) trace("no order of identifiers: the counter alone decides");
+    prefix_ = areas.field(kSystemArea, "MYUDN").text();
+    last_ = std::max<std::int64_t>(areas.field(kSystemArea, counter).whole(), 0);
+    limit_ = greatest_in(areas.table(kSystemArea, counter).fields()[position - 1]);
+    const std::size_t field = areas.field_position(area, "U_ID");
+    const auto width = field == 0 ? 0 : static_cast<std::size_t>(owner.fields()[field - 1].width);
+    if (prefix_.size() + kIdentifierDigits > width) limit_ = 0;
+    set(last_ + 1);
+}
+
+void NextIdentifier::set(std::int64_t number) {
+    if (number > limit_) {
+        throw EngineFault(FaultCode::kLimit, "new identifier",
+                          session_.areas.alias(area_) + ": MYUDN " + prefix_ + ", counter " +
+                              counter_ + " at " + std::to_string(last_) +
+                              " or field U_ID cannot hold a further identifier");
+    }
+    number_ = number;
+    text_ = text_of(number);
+}
+
+std::string NextIdentifier::text_of(std::int64_t number) const {
+    return prefix_ + RSN2ADS(number, kIdentifierDigits);
+}
+
+// The greatest identifier, not above `limit`, that the order or the journal knows.
+std::optional<std::string> NextIdentifier::last_known(const std::string& limit) const {
+    std::optional<std::string> last = last_journalled(session_, table_code_, limit);
+    if (order_ == 0) return last;
+    const std::optional<std::string> in_order =
+        session_.areas.table(area_, "U_ID").last_key(order_, limit);
+    if (in_order) last = std::max(last.value_or(""), in_order->substr(0, limit.size()));
+    return last;
+}
+
+// Of the identifiers with this prefix; 0 for none, or one that no counter has issued.
+std::int64_t NextIdentifier::highest() const {
+    const std::string last = last_known(text_of(kMostIdentifiers - 1)).value_or("");
+    if (!begins_with(last, prefix_)) return 0;
+    const std::int64_t number = RSADS2N(last.substr(prefix_.size()));
+    const bool counted = number > 0 && number < kMostIdentifiers && text_of(number) == last;
+    return counted ? number : 0;
+}
+
+void NextIdentifier::pass_over_known() {
+    if (issued() && order_ != 0 && is_known(text_)) pass_over();
+}
+
+void NextIdentifier::pass_over_journalled() {
+    if (!issued() || order_ == 0) return;
+    if (last_journalled(session_, table_code_, text_) == text_) pass_over();
+}
+
+void NextIdentifier::pass_over() {
+    const std::string taken = text_;
+    const std::int64_t top = std::max(highest(), number_);
+    if (limit_ - top > limit_ / kHardlyAny) {
+        set(top + 1);
+    } else {
+        do set(number_ + 1);
+        while (is_known(text_));
+    }
+    trace(taken + " exists already: " + text_ + " is issued");
+}
+
+void NextIdentifier::write(std::int64_t number) {
+    session_.areas.set_field(kSystemArea, counter_, number);
+    session_.areas.table(kSystemArea, "COMMIT").commit();
+}
+
+void NextIdentifier::store() {
+    if (issued()) write(number_);
+}
+
+void NextIdentifier::take_back() {
+    if (issued()) write(last_);
+}
+
+void NextIdentifier::trace(const std::string& line) const {
+    if (!session_.variables.LTRACE) return;
+    TRACELOG(session_, "NEXTUID", {Value(), session_.areas.alias(area_) + ": " + line});
+}
 
 bool lock_record_of(Session& session, int area) {
     const SelectedArea selected(session.areas, area);
@@ -34,23 +159,6 @@ bool lock_record_of(Session& session, int area) {
 
 void reread_counter(Session& session) {
     session.areas.table(kSystemArea, "ADSREFRESHRECORD").refresh_record();
-}
-
-std::optional<std::string> issue_identifier(Session& session, int table, int area,
-                                            RecordObject* object) {
-    WorkAreas& areas = session.areas;
-    const std::string counter = "U_ID" + std::to_string(table);
-    if (areas.field_position(kSystemArea, counter) == 0) return std::nullopt;
-    const std::int64_t number = areas.field(kSystemArea, counter).whole() + 1;
-    const std::string identifier =
-        areas.field(kSystemArea, "MYUDN").text() + RSN2ADS(number, kIdentifierDigits);
-    areas.set_field(kSystemArea, counter, number);
-    areas.set_field(area, "U_ID", identifier);
-    if (object) object->assign("U_ID", identifier);
-    // The counter is on its way before anything names the identifier: a process that ends here
-    // leaves a number unused, never one to be issued twice.
-    areas.table(kSystemArea, "COMMIT").commit();
-    return identifier;
 }
 
 bool NEXTUID(Session& session, std::string& identifier, const NextUid& options) {

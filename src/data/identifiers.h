@@ -51,11 +51,58 @@ template <class Work>
 // Brings the counter record up to date after its lock and before its first field is read.
 void reread_counter(Session& session);
 
-// Takes the next identifier of table number `table`, writes it into the current record of `area`
-// and gives it to the object, if any. Nothing when the counter record has no counter for the table.
-// REQUIRES: the counter record is locked and up to date, and the record is locked.
-std::optional<std::string> issue_identifier(Session& session, int table, int area,
-                                            RecordObject* object);
+// The next identifier of one table, and the counter that it comes from.
+//
+// A counter alone does not know: it may be unreadable, from an older backup, or have lost its last
+// steps in a power failure. So an identifier is looked for before it is handed out: in the table's
+// order of identifiers and in the journal. One that exists already is passed over, as far as the
+// highest one with this installation's prefix; where hardly any are left above that one, as far as
+// the next that is free. REQUIRES: the counter record is locked and up to date.
+class NextIdentifier {
+  public:
+    // Of table number `table`, for a record of work area `area`. EngineFault kLimit when counter,
+    // MYUDN or U_ID cannot hold a further identifier.
+    NextIdentifier(Session& session, int table, int area);
+
+    // False when the counter record has no counter for the table: no identifier is issued.
+    bool issued() const { return !counter_.empty(); }
+    const std::string& text() const { return text_; }
+    // The order of the area's table that knows its identifiers; 0 when it has none.
+    std::size_t order() const { return order_; }
+    // Goes on to another identifier if the journal has this one already, or the order has.
+    void pass_over_known();
+    void pass_over_journalled();
+    // This one exists already.
+    void pass_over();
+
+    // The counter is on its way before anything names the identifier: a process that ends then
+    // leaves a number unused.
+    void store();
+    // Nothing has been given the identifier after all.
+    void take_back();
+
+  private:
+    std::optional<std::string> last_known(const std::string& limit) const;
+    bool is_known(const std::string& identifier) const {
+        return last_known(identifier) == identifier;
+    }
+    std::string text_of(std::int64_t number) const;
+    std::int64_t highest() const;
+    void set(std::int64_t number);
+    void write(std::int64_t number);
+    void trace(const std::string& line) const;
+
+    Session& session_;
+    std::string counter_;
+    std::string table_code_;
+    int area_;
+    std::size_t order_ = 0;
+    std::string prefix_;
+    std::int64_t last_ = 0;   // as the counter says
+    std::int64_t limit_ = 0;  // the greatest number that all fields can hold
+    std::int64_t number_ = 0;
+    std::string text_;
+};
 
 struct NextUid {
     bool record_locked = false;   // the current record is locked already, and stays so
