@@ -5,13 +5,19 @@ unit tests count its tries, by a clock of their own.
 """
 
 import os
+import threading
+import time
 
 import pytest
 from conftest import SHARING_BYTE, HeldBytes, at_once, timed
+from foreign_engine import locked
+from judges import assert_sound
 
 pytestmark = pytest.mark.waits
 LINE = 1 << 32           # positions of the library's own locking mode begin here
+TABLE_LOCK = 0x40000000, 0x3FFFFFFF
 NOTICES = 10             # between eleven tries
+PATIENCE = 4.5, 7        # seconds; eleven tries, half a second apart, each short: twice as long would be another wait
 OPENING = 4.5            # seconds; six tries, a second apart by the time of day
 
 
@@ -37,17 +43,21 @@ def briefly_held_record(new_host, practice):
     assert practice.table('LAW1').rows[1]['LAST'] == 'Waited'
 
 
-def held_add(name, record):
-    """The counter, or the end of the table: nothing is added, and everything is released again."""
+def held_add(name, record, kind='.dbf'):
+    """The counter, the end of the table or its index: nothing is added, and everything is released again."""
     def add(new_host, practice):
-        held, system, count = practice.table(name), practice.table('LAWSYS'), practice.table('LAW1').table.count
+        def counts():
+            return [practice.table(t).table.count for t in ('LAW1', 'LAWTRANS')], practice.counter('U_ID1')
+        position, system, before = practice.table(name).lock_position(record), practice.table('LAWSYS'), counts()
         host = new_host()
         assert host.init(practice) == 0 and host.add_start(1) == 0 and host.set_field(1, 'LAST', 'Later') == 0
-        with HeldBytes(held.path, held.lock_position(record)):
-            assert host.add_end(1) == (17, ' ' * 7) and host.notices(NOTICES) == NOTICES
-        assert practice.table('LAW1').table.count == count and practice.counter('U_ID1') == system.rows[0]['U_ID1']
+        with HeldBytes(practice.find(name + kind), position):
+            result, seconds = timed(host.add_end, 1)
+        assert result == (17, ' ' * 7) and PATIENCE[0] < seconds < PATIENCE[1] and host.notices() == NOTICES
+        assert counts() == before
         HeldBytes(system.path, system.lock_position(1)).file.close()
         assert host.add_end(1)[0] == 0 and practice.table('LAW1').rows[-1]['LAST'] == 'Later'
+        assert_sound(practice.folder, 'LAW1', 'LAWTRANS')
     return add
 
 
@@ -65,16 +75,51 @@ def held_journal_entry(new_host, practice):
 
 
 def held_journal(new_host, practice):
-    """Without a place in the journal notices fail; edits are written all the same."""
-    journal, host = practice.table('LAWTRANS'), new_host()
+    """Without a place in the journal notices fail, adds and edits are made all the same: each after the patience that
+    a place in a table is given, and none of them holds the others up."""
+    journal, hosts = practice.table('LAWTRANS'), [new_host() for _ in range(5)]
     number = next(r.number for r in practice.table('LAW1').rows if not journal.where(CCODE='E', U_ID=r['U_ID']))
     practice.patch('LAW1', number)
-    assert host.init(practice) == 0
-    with HeldBytes(journal.path, journal.lock_position(0)):
-        results = host.added(1, number), host.deleted(1, number), host.edit(1, number, {'LAST': 'Unstamped'})
-        assert results == (8, 10, 0)
+    assert {host.init(practice) for host in hosts} == {0}
+    values = {'LAST': 'Unstamped'}
+    calls = [lambda host: host.added(1, number), lambda host: host.deleted(1, number),
+             lambda host: host.edit(1, number, values), lambda host: host.add(1, values)[0],
+             lambda host: host.add(3, {'MATTER': 'Unstamped'})[0]]
+    with HeldBytes(journal.path, *TABLE_LOCK):
+        results = at_once(*[lambda call=call, host=host: timed(call, host) for call, host in zip(calls, hosts)])
+    assert [rc for rc, _ in results] == [8, 10, 0, 0, 0] and not any(host.notices() for host in hosts)
+    assert all(PATIENCE[0] < seconds < PATIENCE[1] for _, seconds in results), results
     assert practice.table('LAWTRANS').table.count == journal.table.count
-    assert practice.table('LAW1').rows[number - 1]['LAST'] == 'Unstamped'
+    assert [row.number for row in practice.table('LAW1').where(LAST='Unstamped')][0] == number
+    assert practice.table('LAW1').rows[-1]['LAST'] == practice.table('LAW3').rows[-1]['MATTER'] == 'Unstamped'
+
+
+def busy_journal(new_host, practice):
+    """Another program has the journal's append lock nearly all the time: whatever is acknowledged has its entry. The
+    lock is free for almost as long as we pause between two tries, so that one of them meets it on any machine."""
+    journal, host, done, uids = practice.table('LAWTRANS'), new_host(), threading.Event(), []
+    assert host.init(practice) == 0
+
+    def hold():
+        with open(journal.path, 'r+b') as file:
+            while not done.is_set():
+                with locked(file, journal.lock_position(0)):
+                    time.sleep(1)
+                time.sleep(0.4)
+
+    def work():
+        end = time.monotonic() + 5
+        try:
+            while time.monotonic() < end:
+                rc, uid = host.add(1, {'LAST': 'Added'})
+                assert rc == 0 and host.edit_start(1, uid) == 0
+                assert host.set_field(1, 'LAST', 'Edited') == 0 and host.edit_end(1) == 0
+                uids.append(uid)
+        finally:
+            done.set()
+    at_once(hold, work)
+    entries = [(row['CCODE'], row['U_ID']) for row in practice.table('LAWTRANS').rows[journal.table.count:]]
+    assert sorted(entries) == sorted((code, uid) for code in 'AE' for uid in uids) and host.notices() == 0
 
 
 def exclusive(name, rc, message):
@@ -156,17 +201,17 @@ def stranger_second(new_host, practice):
             with pytest.raises(BlockingIOError):
                 HeldBytes(view.path, offset)
         with pytest.raises(BlockingIOError):
-            HeldBytes(view.path, 0x40000000, 0x3FFFFFFF)
+            HeldBytes(view.path, *TABLE_LOCK)
     assert host.add(1, {'LAST': 'Alone'})[0] == 0 and host.shutdown() == 0
-    HeldBytes(practice.find('LAW1.dbf'), 0x40000000, 0x3FFFFFFF).file.close()
+    HeldBytes(practice.find('LAW1.dbf'), *TABLE_LOCK).file.close()
 
 
 def test_waits(new_host, new_practice):
     """All at the same time, since each takes its five seconds."""
-    tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_journal_entry,
-             held_journal, exclusive('LAWSYS', 3, [['Cannot open lawsys.']]), exclusive('LAW3', 4, []),
-             exclusive('LAWTRANS', 4, []), missing_table, missing_links, record_held_in_the_own_mode, mixed_modes(0, 1),
-             mixed_modes(1, 0), stranger_first, stranger_second]
+    tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
+             held_journal_entry, held_journal, busy_journal, exclusive('LAWSYS', 3, [['Cannot open lawsys.']]),
+             exclusive('LAW3', 4, []), exclusive('LAWTRANS', 4, []), missing_table, missing_links,
+             record_held_in_the_own_mode, mixed_modes(0, 1), mixed_modes(1, 0), stranger_first, stranger_second]
 
     def run(number, task, practice):
         try:
