@@ -131,7 +131,7 @@ class CdxPage {
     // must go on leading through it.
     bool right_changed = false;
     std::uint32_t right_until_then = kNoPage;
-    // A leaf that lost its last entry, while its parent still says what that was (cdx_tree.h).
+    // It ends before what its parent says (cdx_tree.h).
     bool loose = false;
 
   private:

@@ -261,27 +261,32 @@ bool CdxTag::Tree::remove(Bytes key, RecordNumber record) {
     const auto [leaf, slot] = path.back();
     if (slot == leaf->count() || !same(leaf->entry(slot), entry)) return false;
     leaf->erase(slot);
-    if (path.size() > 1 && slot == leaf->count()) loosen(path);
+    if (path.size() > 1 && slot == leaf->count()) {
+        const Position& parent = path[path.size() - 2];
+        loosen(*leaf, parent.page->entry(parent.slot));
+    }
     if (path.size() == 1 || !leaf->loose) settle(path, path.size() - 1);
     pages_.touch_entries(*leaf);
     return true;
 }
 
-void CdxTag::Tree::loosen(const Path& path) {
-    CdxPage& leaf = *path.back().page;
-    if (leaf.loose) return;
-    const auto& [parent, slot] = path[path.size() - 2];
-    const Bytes said = parent->entry(slot);
+void CdxTag::Tree::loosen(CdxPage& page, Bytes said) {
+    if (page.loose) return;
     loose_.emplace_back(said.begin(), said.end());
-    leaf.loose = true;
+    page.loose = true;
 }
 
 void CdxTag::Tree::finish() {
-    for (const std::vector<Byte>& said : std::exchange(loose_, {})) {
-        Path path = path_to(said);
-        CdxPage& leaf = *path.back().page;
-        if (!std::exchange(leaf.loose, false)) continue;
-        settle(path, path.size() - 1);
+    while (!loose_.empty()) {
+        Path path = path_to(loose_.back());
+        const auto lowest = std::find_if(path.rbegin(), path.rend(),
+                                         [](const Position& step) { return step.page->loose; });
+        if (lowest == path.rend()) {
+            loose_.pop_back();
+            continue;
+        }
+        lowest->page->loose = false;
+        settle(path, static_cast<std::size_t>(path.rend() - lowest) - 1);
     }
 }
 
@@ -338,15 +343,19 @@ void CdxTag::Tree::learn_levels(const Path& path, CdxPage& child) {
 }
 
 // Brings the last entry of `path` in line with the child that it names. Answers true when
-// something was not as it should be.
+// something was not as it should be. A child that ends before what the parent says is loose.
 bool CdxTag::Tree::mend(Path& path, CdxPage& child) {
     CdxPage& parent = *path.back().page;
     const std::size_t slot = path.back().slot;
     mend_left_pointer(path, child);
     const std::uint32_t next = expected_right(path.back());
     CdxPage* extra = child.right == next ? nullptr : &split_off(child);
-    const bool exact = child.loose || same(parent.entry(slot), child.last_entry());
-    if (extra == nullptr && exact) return false;
+    const std::vector<Byte> said(parent.entry(slot).begin(), parent.entry(slot).end());
+    if (extra == nullptr && (child.loose || same(said, child.last_entry()))) return false;
+    if (extra == nullptr && compare(child.last_entry(), said) < 0) {
+        loosen(child, said);
+        return false;
+    }
     // Pages that were split off lead to the next child of the parent; anything else is no split.
     for (CdxPage* page = extra; page != nullptr && page->right != next;) {
         if (page->right == kNoPage) {
@@ -359,7 +368,9 @@ bool CdxTag::Tree::mend(Path& path, CdxPage& child) {
     pages_.touch_entries(parent);
     parent.set_last_of_child(slot, child.last_entry());
     if (extra != nullptr) {
-        parent.insert(slot + 1, extra->last_entry(), extra->offset());
+        const bool ends_before = compare(extra->last_entry(), said) < 0;
+        if (ends_before) loosen(*extra, said);
+        parent.insert(slot + 1, ends_before ? Bytes(said) : extra->last_entry(), extra->offset());
         link_behind(child, *extra);
     }
     if (slot + 1 < parent.count() && compare(parent.entry(slot), parent.entry(slot + 1)) > 0) {

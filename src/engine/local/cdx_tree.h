@@ -7,9 +7,10 @@
 // only after nothing names it that way; left pointers are kept right for other programs, but after
 // a kill one may name a page that is gone, and nothing here relies on them.
 //
-// While a change is being collected no leaf hands a range of keys to its neighbour: what the parent
-// says about a leaf that lost its last entry stays until finish(), which also takes out the leaves
-// that are still empty then. So neighbouring leaves may reach the file in any order.
+// While a change is being collected no page hands a range of keys to its neighbour: what the parent
+// says about a page that ends before it, because it lost its last entry or a change was cut short,
+// stays until finish(), which also takes out the leaves that are still empty then. So neighbouring
+// pages may reach the file in any order.
 
 #pragma once
 
@@ -90,7 +91,7 @@ class CdxTag::Tree {
     bool mend(Path& path, CdxPage& child);
     std::uint32_t expected_right(const Position& parent);
     void settle(Path& path, std::size_t depth);
-    void loosen(const Path& path);
+    void loosen(CdxPage& page, Bytes said);
     void remove_emptied(Path& path, std::size_t depth);
     std::vector<CdxPage*> split(CdxPage& page, const Position& changed);
     void link_behind(CdxPage& page, CdxPage& added);
@@ -107,7 +108,7 @@ class CdxTag::Tree {
     const TagDescription& description_;
     std::uint32_t header_;
     std::uint64_t visits_left_ = 0;
-    std::vector<std::vector<Byte>> loose_;  // what the parents of loose leaves say
+    std::vector<std::vector<Byte>> loose_;  // what the parents of loose pages say
 
     std::uint64_t depth_generation_ = 0;
     std::size_t leaf_depth_ = 0;
