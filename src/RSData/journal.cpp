@@ -247,9 +247,15 @@ std::optional<std::string> last_journalled(Session& session, const std::string& 
     const std::size_t order = trans.order_number();
     if (order == 0 || !equal_ignoring_case(trans.order_description(order).key, kEntryKey))
         return {};
-    const std::optional<std::string> key = trans.last_key(order, table_code + limit);
-    if (!key || !begins_with(*key, table_code)) return {};
-    return key->substr(table_code.size(), limit.size());
+    std::optional<std::string> identifier;
+    static_cast<void>(unless_locked(session, [&] {
+        const auto key = trans.last_key(order, table_code + limit, Table::Wait::kShort);
+        if (key && begins_with(*key, table_code)) {
+            identifier = key->substr(table_code.size(), limit.size());
+        }
+        return true;
+    }));
+    return identifier;
 }
 
 bool RSDEL(Session& session, const Deletion& deletion) {

@@ -49,7 +49,7 @@ enum class Patience { kNone, kFull };
 void require_journal(Session& session);
 
 // The greatest identifier, not above `limit`, that the journal has an entry of that table for.
-// Nothing when there is none, or the journal's order does not tell.
+// Nothing when there is none, or the journal's order does not tell, for now or at all.
 std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
                                            const std::string& limit);
 

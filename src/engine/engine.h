@@ -189,7 +189,11 @@ class Table {
 
     // The greatest key of an order of text that is not greater than `limit`, or begins with it,
     // whichever record it belongs to and whatever scopes, filter or visibility say; nothing moves.
-    virtual std::optional<std::string> last_key(std::size_t order, const std::string& limit) = 0;
+    // Where others keep the index locked it waits as every search does, or no longer than a try in
+    // turn; then EngineFault kBusy.
+    enum class Wait { kLong, kShort };
+    virtual std::optional<std::string> last_key(std::size_t order, const std::string& limit,
+                                                Wait wait = Wait::kLong) = 0;
 
     // -- Filter: records for which the expression is not true are skipped by navigation. Setting
     // one does not move. An expression that does not compile, or is not logical, is EngineFault

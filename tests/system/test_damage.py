@@ -7,11 +7,12 @@ stay as they were, and afterwards the same host must work on a sound practice.
 
 import contextlib
 import os
+import shutil
 import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import at_once, new_wine_profile
+from conftest import OURS, at_once, new_wine_profile
 from judges import assert_finished, assert_sound
 
 START_CODES = {0, 3, 4, 14}
@@ -284,3 +285,36 @@ def test_long_texts(session, practice):
     assert session.set_field(1, long, long) in (7, 13)
     assert session.add(1, {'LAST': 'After'})[0] == 0
     assert_sound(practice.folder)
+
+
+def shorter(path):
+    os.truncate(path, os.path.getsize(path) - 300)
+
+
+def replaced(path):
+    os.replace(shutil.copy(path, path + '.new'), path)
+
+
+@pytest.mark.parametrize('change', [shorter] if OURS.library.endswith('.dll') else [shorter, os.remove, replaced])
+def test_table_changed_behind_us(new_host, practice, change):
+    """A table that is cut short, removed or replaced while it is open takes nothing more, and says why."""
+    host, before = new_host(), practice.table('LAWTRANS')
+    assert host.init(practice, 1) == 0 and host.add(3, {'MATTER': 'First'})[0] == 0
+    host.begin(1, 2, {'LAST': 'Lost'})
+    change(practice.find('LAW1.dbf'))
+    assert host.edit_end(1) == (0 if change is shorter else 14)
+    assert host.add(1, {'LAST': 'Lost'})[0] == 14 and host.add(3, {'MATTER': 'Next'})[0] == 0
+    reason = 'cut short' if change is shorter else 'was removed or replaced'
+    assert any(reason in argument for _, arguments in practice.trace() for argument in arguments)
+    entries = practice.table('LAWTRANS').rows[before.table.count:]
+    assert [row['CCODE'] + row['CDB'] for row in entries] == ['A03'] + ['E01'] * (change is shorter) + ['A03']
+
+
+def test_what_cannot_be_finished_is_not_begun(new_host, practice):
+    """Notes without the field that their stamp goes into: refused, three times, without a trace in any table."""
+    practice.damage('LAWNOTES.DBF', lambda data: put(data.index(b'OPERATOR\0'), 0x58, 1)(data))
+    host, names = new_host(), ('LAWNOTES', 'LAWSYS', 'LAWTRANS')
+    before = [practice.table(name).rows for name in names]
+    assert host.init(practice) == 0 and [host.add(4, {'TOPIC': 'Lost'})[0] for _ in range(3)] == [14] * 3
+    assert [practice.table(name).rows for name in names] == before
+    assert host.add(1, {'LAST': 'Kept'})[0] == 0

@@ -5,17 +5,19 @@ unit tests count its tries, by a clock of their own.
 """
 
 import os
+import shutil
 import threading
 import time
 
 import pytest
-from conftest import SHARING_BYTE, HeldBytes, at_once, timed
+from conftest import OURS, SHARING_BYTE, HeldBytes, at_once, timed
 from foreign_engine import locked
 from judges import assert_sound
 
 pytestmark = pytest.mark.waits
 LINE = 1 << 32           # positions of the library's own locking mode begin here
 TABLE_LOCK = 0x40000000, 0x3FFFFFFF
+INDEX_LOCK = 0x7FFFFFFE
 NOTICES = 10             # between eleven tries
 PATIENCE = 4.5, 7        # seconds; eleven tries, half a second apart, each short: twice as long would be another wait
 OPENING = 4.5            # seconds; six tries, a second apart by the time of day
@@ -74,24 +76,26 @@ def held_journal_entry(new_host, practice):
     assert host.edit_end(1) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Second'
 
 
-def held_journal(new_host, practice):
-    """Without a place in the journal notices fail, adds and edits are made all the same: each after the patience that
-    a place in a table is given, and none of them holds the others up."""
-    journal, hosts = practice.table('LAWTRANS'), [new_host() for _ in range(5)]
-    number = next(r.number for r in practice.table('LAW1').rows if not journal.where(CCODE='E', U_ID=r['U_ID']))
-    practice.patch('LAW1', number)
-    assert {host.init(practice) for host in hosts} == {0}
-    values = {'LAST': 'Unstamped'}
-    calls = [lambda host: host.added(1, number), lambda host: host.deleted(1, number),
-             lambda host: host.edit(1, number, values), lambda host: host.add(1, values)[0],
-             lambda host: host.add(3, {'MATTER': 'Unstamped'})[0]]
-    with HeldBytes(journal.path, *TABLE_LOCK):
-        results = at_once(*[lambda call=call, host=host: timed(call, host) for call, host in zip(calls, hosts)])
-    assert [rc for rc, _ in results] == [8, 10, 0, 0, 0] and not any(host.notices() for host in hosts)
-    assert all(PATIENCE[0] < seconds < PATIENCE[1] for _, seconds in results), results
-    assert practice.table('LAWTRANS').table.count == journal.table.count
-    assert [row.number for row in practice.table('LAW1').where(LAST='Unstamped')][0] == number
-    assert practice.table('LAW1').rows[-1]['LAST'] == practice.table('LAW3').rows[-1]['MATTER'] == 'Unstamped'
+def held_journal(kind, *place):
+    def journal(new_host, practice):
+        """Without a place in the journal notices fail, adds and edits are made all the same: each after the patience
+        that a place in a table is given, and none of them holds the others up."""
+        before, hosts = practice.table('LAWTRANS'), [new_host() for _ in range(5)]
+        number = next(r.number for r in practice.table('LAW1').rows if not before.where(CCODE='E', U_ID=r['U_ID']))
+        practice.patch('LAW1', number)
+        assert {host.init(practice) for host in hosts} == {0}
+        values = {'LAST': 'Unstamped'}
+        calls = [lambda host: host.added(1, number), lambda host: host.deleted(1, number),
+                 lambda host: host.edit(1, number, values), lambda host: host.add(1, values)[0],
+                 lambda host: host.add(3, {'MATTER': 'Unstamped'})[0]]
+        with HeldBytes(practice.find('LAWTRANS' + kind), *place):
+            results = at_once(*[lambda call=call, host=host: timed(call, host) for call, host in zip(calls, hosts)])
+        assert [rc for rc, _ in results] == [8, 10, 0, 0, 0] and not any(host.notices() for host in hosts)
+        assert all(PATIENCE[0] < seconds < PATIENCE[1] for _, seconds in results), results
+        assert practice.table('LAWTRANS').table.count == before.table.count
+        assert [row.number for row in practice.table('LAW1').where(LAST='Unstamped')][0] == number
+        assert practice.table('LAW1').rows[-1]['LAST'] == practice.table('LAW3').rows[-1]['MATTER'] == 'Unstamped'
+    return journal
 
 
 def busy_journal(new_host, practice):
@@ -120,6 +124,17 @@ def busy_journal(new_host, practice):
     at_once(hold, work)
     entries = [(row['CCODE'], row['U_ID']) for row in practice.table('LAWTRANS').rows[journal.table.count:]]
     assert sorted(entries) == sorted((code, uid) for code in 'AE' for uid in uids) and host.notices() == 0
+
+
+def replaced_folder(new_host, practice):
+    """Another folder goes by the practice's name: within five seconds nothing more is written to the old one."""
+    host, aside = new_host(), practice.folder.with_name(practice.folder.name + '.old')
+    assert host.init(practice) == 0
+    practice.folder.rename(aside)
+    shutil.copytree(aside, practice.folder)
+    time.sleep(5.1)
+    assert host.add(1, {'LAST': 'Lost'})[0] == 14 and host.edit(1, 2, {'LAST': 'Lost'}) == 14
+    assert practice.table('LAW1').where(LAST='Lost') == []
 
 
 def exclusive(name, rc, message):
@@ -209,8 +224,8 @@ def stranger_second(new_host, practice):
 def test_waits(new_host, new_practice):
     """All at the same time, since each takes its five seconds."""
     tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
-             held_journal_entry, held_journal, busy_journal, exclusive('LAWSYS', 3, [['Cannot open lawsys.']]),
-             exclusive('LAW3', 4, []), exclusive('LAWTRANS', 4, []), missing_table, missing_links,
+             held_journal_entry, held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK), busy_journal,
+             *([] if OURS.library.endswith('.dll') else [replaced_folder]), exclusive('LAWSYS', 3, [['Cannot open lawsys.']]), exclusive('LAW3', 4, []), exclusive('LAWTRANS', 4, []), missing_table, missing_links,
              record_held_in_the_own_mode, mixed_modes(0, 1), mixed_modes(1, 0), stranger_first, stranger_second]
 
     def run(number, task, practice):

@@ -64,7 +64,8 @@ class Appends : public testing::Test {
                        {"CDT", 'C', 4},
                        {"CDATA", 'C', 60}},
                       {{"ENTRIES", "CDB+U_ID+CCODE"}});
-        practice.make("LAW1", names, {{"ID", "U_ID"}, {"DELETED", "U_ID", "DELETED()"}},
+        practice.make("LAW1", names,
+                      {{"ID", "U_ID"}, {"DELETED", "U_ID", "DELETED()"}, {"U_ID", "U_ID"}},
                       {{"AAAAAAA", "Old", Date::from_ymd("20000101"), "ANN"}, {"BBBBBBB", "Kept"}});
         practice.make("LAW2", {{"U_ID", 'C', 7}, {"ENTRY", 'D', 8}, {"RNO", 'N', 8}});
         practice.make("NOTES", names, {}, {{"", "first"}, {"", "second"}});
@@ -78,6 +79,21 @@ class Appends : public testing::Test {
     Table& table(int area) { return station_.table(area); }
     std::string identifier(int area) { return station_.text(area, "U_ID"); }
     RecordNumber entries() { return table(kJournalArea).record_count(); }
+    void set_counter(std::int64_t number) {
+        ASSERT_TRUE(station_.lock(kSystemArea, 1));
+        areas().set_field(kSystemArea, "U_ID1", number);
+        table(kSystemArea).unlock_all();
+    }
+    // A name in one piece; where `refused`, while somebody else has the table.
+    bool add_name(bool refused = false) {
+        EXPECT_TRUE(!refused || other_.table(kNamesArea).lock_table());
+        const bool added = ADD_REC(session_, {.fill = [this] {
+                                       areas().set_field(kNamesArea, "LAST", "Whole");
+                                       areas().set_field(kNamesArea, "U_ID", "ignored");
+                                   }});
+        other_.session.areas.release_all_locks();
+        return added;
+    }
     void delete_record(RecordNumber record) {
         table(kNamesArea).go_to(record);
         ASSERT_TRUE(station_.lock(kNamesArea, record));
@@ -257,20 +273,81 @@ TEST_F(Appends, TellWhenAFieldChangedAndWhere) {
     EXPECT_EQ(CDT2STR(session_, stamp_, 1, "ignored", true), "11/27/03  1:00a");
 }
 
+TEST_F(Appends, PassOverIdentifiersThatExist) {
+    struct Row {
+        const char* existing;
+        bool in_journal;
+        std::int64_t counter;
+        const char* issued;
+    };
+    constexpr std::int64_t kTooWide = 10000000000;  // fills the counter with asterisks
+    constexpr Row kRows[] = {{"XY00012", false, 63, "XY00013"},
+                             {"XY0001A", true, 71, "XY0001B"},
+                             {"XY00001", false, kTooWide, "XY0001C"},
+                             {"XYzzzzz", false, 74, "XY0001D"},
+                             {"XY0001G", false, 77, "XY0001H"}};
+    table(kNamesArea).set_scope(ScopeEnd::kTop, "B");
+    std::string issued;
+    for (int way = 0; const Row& row : kRows) {
+        if (row.in_journal) {
+            ASSERT_TRUE(RSADD(other_.session, {.identifier = row.existing}));
+        } else {
+            other_.add({row.existing});
+        }
+        set_counter(row.counter);
+        if (way++ % 3 == 1) {
+            table(kNamesArea).go_to(2);
+            ASSERT_TRUE(NEXTUID(session_, issued));
+            EXPECT_EQ(table(kNamesArea).record_number(), 2U);
+        } else {
+            ASSERT_TRUE(way % 3 == 1 ? add_name() : ADD_REC(session_));
+            issued = identifier(kNamesArea);
+            table(kNamesArea).unlock_all();
+        }
+        EXPECT_EQ(issued, row.issued);
+        EXPECT_EQ(areas().order_name(), "ID");
+        EXPECT_EQ(CAST(table(kNamesArea).scope(ScopeEnd::kTop)), "B");
+    }
+    // The way to the next free one, past those that are taken.
+    set_counter(73);
+    ASSERT_TRUE(add_name());
+    EXPECT_EQ(identifier(kNamesArea), "XY0001E");
+}
+
+TEST_F(Appends, OfWholeRecordsLeaveNothingBehindWhenTheyAreRefused) {
+    const RecordNumber names = table(kNamesArea).record_count();
+    EXPECT_FALSE(add_name(true));
+    EXPECT_THROW(
+        static_cast<void>(ADD_REC(
+            session_, {.fill = [this] { areas().set_field(kNamesArea, "NOSUCH", "field"); }})),
+        EngineFault);
+    session_.recover();
+    EXPECT_EQ(station_.counter("U_ID1"), 61);
+    EXPECT_EQ(entries(), 0U);
+    EXPECT_EQ(table(kNamesArea).record_count(), names);
+
+    ASSERT_TRUE(add_name());
+    EXPECT_EQ(identifier(kNamesArea), "XY00010");
+    EXPECT_EQ(station_.text(kNamesArea, "LAST"), "Whole   ");
+    EXPECT_TRUE(table(kNamesArea).owns(names + 1));
+    ASSERT_TRUE(other_.table(kNamesArea).seek("XY00010", SeekMode::kHard, SeekEnd::kFirst));
+    EXPECT_EQ(other_.text(kNamesArea, "LAST"), "Whole   ") << "others find it while it is locked";
+}
+
 TEST_F(Appends, LeaveTheCounterToOthersAfterAFault) {
     constexpr int kLastOfFiveDigits = 916132831;
-    ASSERT_TRUE(station_.lock(kSystemArea, 1));
-    areas().set_field(kSystemArea, "U_ID1", kLastOfFiveDigits);
-    table(kSystemArea).unlock_all();
+    const RecordNumber names = table(kNamesArea).record_count();
+    set_counter(kLastOfFiveDigits);
     table(kNamesArea).go_to(1);
     std::string issued;
     for (const bool append : {true, false}) {
-        EXPECT_THROW(
-            static_cast<void>(append ? ADD_REC(session_) : NEXTUID(session_, issued)), EngineFault);
+        EXPECT_THROW(static_cast<void>(append ? ADD_REC(session_) : NEXTUID(session_, issued)),
+                     EngineFault);
         EXPECT_TRUE(other_.lock(kSystemArea, 1));
         other_.table(kSystemArea).unlock_all();
     }
     EXPECT_EQ(other_.counter("U_ID1"), kLastOfFiveDigits);
+    EXPECT_EQ(table(kNamesArea).record_count(), names);
 }
 
 TEST_F(Appends, OfABatchWaitForItsEnd) {

@@ -97,7 +97,9 @@ class Table : public brenik::Table {
     Added add_record(LockTry, std::size_t) override {
         return refuse() ? Added::kRefused : Added::kDone;
     }
-    std::optional<std::string> last_key(std::size_t, const std::string&) override { return {}; }
+    std::optional<std::string> last_key(std::size_t, const std::string&, Wait) override {
+        return {};
+    }
     void abandon_changes() noexcept override { script_.abandoned = true; }
     void commit() override {}
     bool opened_orders_automatically() const override { return script_.automatic_orders; }

@@ -74,8 +74,10 @@ class CdxTag {
     // tag's compares as a prefix (an entry that begins with it is not less).
     bool at_or_after(Bytes key, RecordNumber record, IndexEntry& found);
     // The last entry whose key is not greater than `key` or begins with it, and whose record
-    // number, where keys are equal, is not greater than `record`.
-    bool at_or_before(Bytes key, RecordNumber record, IndexEntry& found);
+    // number, where keys are equal, is not greater than `record`. EngineFault kBusy when the index
+    // must be read and stays locked for `timeout_ms`.
+    bool at_or_before(Bytes key, RecordNumber record, IndexEntry& found,
+                      int timeout_ms = platform::kShortLockTimeout_ms);
     // The neighbour of an entry by (key, record), whether or not that entry still exists. Cheap
     // when the entry is the one that the last call on this tag found and nothing has changed.
     bool after(const IndexEntry& entry, IndexEntry& found);

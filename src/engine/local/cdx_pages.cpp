@@ -58,7 +58,7 @@ void CdxFile::Pages::end_read() noexcept {
 void CdxFile::Pages::prepare_to_load() {
     if (!locked_ && !exclusive_) {
         if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kShared,
-                         platform::kShortLockTimeout_ms)) {
+                         read_timeout_ms_)) {
             throw EngineFault(FaultCode::kBusy, "read index",
                               path() + ": somebody keeps the index locked");
         }

@@ -45,6 +45,19 @@ class CdxFile::Pages {
     const std::string& path() const { return file_.path(); }
 
     // -- Reading.
+    // For as long as the object lives, how long pages that must be read are waited for.
+    class ReadTimeout {
+      public:
+        ReadTimeout(Pages& pages, int timeout_ms) : pages_(pages) {
+            pages.read_timeout_ms_ = timeout_ms;
+        }
+        ~ReadTimeout() { pages_.read_timeout_ms_ = platform::kShortLockTimeout_ms; }
+        ReadTimeout(const ReadTimeout&) = delete;
+        ReadTimeout& operator=(const ReadTimeout&) = delete;
+
+      private:
+        Pages& pages_;
+    };
     void begin_read();
     void end_read() noexcept;
     std::uint32_t root(const CdxForm& form);
@@ -105,6 +118,7 @@ class CdxFile::Pages {
     bool exclusive_;
     LockRange lock_;
     LockQueue queue_{file_};
+    int read_timeout_ms_ = platform::kShortLockTimeout_ms;
     bool changing_ = false;
     bool locked_ = false;
 

@@ -543,7 +543,8 @@ bool CdxTag::at_or_after(Bytes key, RecordNumber record, IndexEntry& found) {
     return tree_->forward(tree_->probe(key, record), false, found);
 }
 
-bool CdxTag::at_or_before(Bytes key, RecordNumber record, IndexEntry& found) {
+bool CdxTag::at_or_before(Bytes key, RecordNumber record, IndexEntry& found, int timeout_ms) {
+    const CdxFile::Pages::ReadTimeout timeout(*file_.pages_, timeout_ms);
     return tree_->backward(tree_->probe(key, record), true, found);
 }
 

@@ -652,12 +652,14 @@ bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
     return false;
 }
 
-std::optional<std::string> LocalTable::last_key(std::size_t order, const std::string& limit) {
+std::optional<std::string> LocalTable::last_key(std::size_t order, const std::string& limit,
+                                                Wait wait) {
     if (order == 0 || order > order_count()) refuse_order(order, "last key");
     constexpr RecordNumber kPastEveryRecord = std::numeric_limits<RecordNumber>::max();
     IndexEntry found;
     CdxTag& tag = *orders_->attached(order).tag;
-    if (!tag.at_or_before(as_bytes(limit), kPastEveryRecord, found)) return {};
+    const int timeout_ms = wait == Wait::kShort ? kTurn_ms : platform::kShortLockTimeout_ms;
+    if (!tag.at_or_before(as_bytes(limit), kPastEveryRecord, found, timeout_ms)) return {};
     return found.key;
 }
 

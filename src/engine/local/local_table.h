@@ -83,7 +83,8 @@ class LocalTable : public Table {
     std::size_t key_count(std::size_t order, KeySet keys) override;
     std::size_t key_number(std::size_t order, KeySet keys) override;
 
-    std::optional<std::string> last_key(std::size_t order, const std::string& limit) override;
+    std::optional<std::string> last_key(std::size_t order, const std::string& limit,
+                                        Wait wait) override;
 
     std::string filter() const override { return filter_ ? filter_->text() : std::string(); }
     void set_filter(const std::string& expression) override;
