@@ -1,11 +1,16 @@
 // File calls that go wrong on purpose: preloaded into a program, this counts its calls on the files
-// below one folder and spoils one of them.
+// below one folder, spoils one of them, and records what they change.
 //
 //   FAULTY_FOLDER  the folder; calls on other files are neither counted nor spoilt
 //   FAULTY_KIND    what goes wrong, one of kKinds
 //   FAULTY_CALL    at which call, from 1; 0 only counts
 //   FAULTY_LOG     where the numbers of writing, reading and locking calls are noted at the end
 //   FAULTY_ARMED   set: counting begins with the program, else with its faulty_files_arm()
+//   FAULTY_RECORD  where every change and sync is recorded as it is done, in order: a line of
+//                  what it was, the offset or length, the number of bytes and the file's path in
+//                  the folder, then the bytes. Of a rename the bytes are the new path.
+//
+// The first two are needed, or the first and the last.
 
 #define _GNU_SOURCE
 
@@ -46,8 +51,9 @@ static struct {
     unsigned long calls[kClasses];
     int fail_rest;
     char folder[PATH_MAX];
-    unsigned char ours[kMostFiles];
-} state;
+    char* ours[kMostFiles];  // paths in the folder
+    int record;
+} state = {.record = -1};
 
 #define REAL(type, name, ...)         \
     static type (*real)(__VA_ARGS__); \
@@ -59,14 +65,16 @@ __attribute__((constructor)) static void begin(void) {
     const char* folder = getenv("FAULTY_FOLDER");
     const char* kind = getenv("FAULTY_KIND");
     const char* call = getenv("FAULTY_CALL");
-    if (!folder || !kind || !call) return;
+    const char* record = getenv("FAULTY_RECORD");
+    if (!folder || !(record || (kind && call))) return;
     for (size_t i = 0; i < sizeof kKinds / sizeof *kKinds; ++i) {
-        if (!strcmp(kKinds[i].name, kind)) state.kind = (enum Kind)i;
+        if (kind && !strcmp(kKinds[i].name, kind)) state.kind = (enum Kind)i;
     }
     snprintf(state.folder, sizeof state.folder, "%s/", folder);
-    state.spoilt_call = strtoul(call, NULL, 10);
+    state.spoilt_call = call ? strtoul(call, NULL, 10) : 0;
     state.ready = 1;
     if (getenv("FAULTY_ARMED")) state.armed = 1;
+    if (record) state.record = open(record, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 }
 
 __attribute__((destructor)) static void note_calls(void) {
@@ -82,6 +90,21 @@ static int is_ours(int file) { return file >= 0 && file < kMostFiles && state.ou
 
 static int below_folder(const char* path) {
     return state.ready && !strncmp(path, state.folder, strlen(state.folder));
+}
+
+static const char* path_in_folder(const char* path) { return path + strlen(state.folder); }
+
+static void remember(int file, const char* path) {
+    if (file < 0 || file >= kMostFiles) return;
+    free(state.ours[file]);
+    state.ours[file] = path ? strdup(path) : NULL;
+}
+
+static void note_change(const char* what, const char* path, off_t at, const void* bytes,
+                        size_t count) {
+    if (state.record < 0) return;
+    dprintf(state.record, "%s %lld %zu %s\n", what, (long long)at, count, path);
+    if (count && write(state.record, bytes, count) != (ssize_t)count) abort();
 }
 
 // Counts a call; true when it, or everything from an earlier one on, is to be spoilt.
@@ -130,16 +153,18 @@ int open(const char* path, int flags, ...) {
         va_end(rest);
     }
     const int ours = below_folder(path);
-    const int code = ours && makes_file(path, flags) ? fate(1) : 0;
+    const int makes = ours && makes_file(path, flags);
+    const int code = makes ? fate(1) : 0;
     if (code) return fail_with(code);
     const int file = real(path, flags, mode);
-    if (file >= 0 && file < kMostFiles) state.ours[file] = (unsigned char)ours;
+    remember(file, ours ? path_in_folder(path) : NULL);
+    if (makes && file >= 0) note_change("create", path_in_folder(path), 0, NULL, 0);
     return file;
 }
 
 int close(int file) {
     REAL(int, "close", int);
-    if (file >= 0 && file < kMostFiles) state.ours[file] = 0;
+    remember(file, NULL);
     return real(file);
 }
 
@@ -155,27 +180,38 @@ int fcntl(int file, int command, ...) {
         return fail_with(ENOLCK);
     }
     const int result = real(file, command, argument);
-    if ((command == F_DUPFD_CLOEXEC || command == F_DUPFD) && result >= 0 && result < kMostFiles) {
-        state.ours[result] = (unsigned char)is_ours(file);
+    if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) {
+        remember(result, is_ours(file) ? state.ours[file] : NULL);
     }
     return result;
 }
 
-ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
+static ssize_t write_at(int file, const void* bytes, size_t count, off_t at) {
     REAL(ssize_t, "pwrite", int, const void*, size_t, off_t);
+    const ssize_t put = real(file, bytes, count, at);
+    if (is_ours(file) && put > 0) note_change("write", state.ours[file], at, bytes, (size_t)put);
+    return put;
+}
+
+ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
     const int code = is_ours(file) ? fate(grows_file(file, at + (off_t)count)) : 0;
     if (code && state.kind == kShort && count > 1 && !state.fail_rest &&
         state.calls[kWriting] == state.spoilt_call) {
         state.fail_rest = 1;
-        return real(file, bytes, 1 + state.spoilt_call * 7 % (count - 1), at);
+        return write_at(file, bytes, 1 + state.spoilt_call * 7 % (count - 1), at);
     }
-    return code ? fail_with(code) : real(file, bytes, count, at);
+    return code ? fail_with(code) : write_at(file, bytes, count, at);
 }
 
 ssize_t write(int file, const void* bytes, size_t count) {
     REAL(ssize_t, "write", int, const void*, size_t);
     const int code = is_ours(file) ? fate(1) : 0;
-    return code ? fail_with(code) : real(file, bytes, count);
+    if (code) return fail_with(code);
+    const ssize_t put = real(file, bytes, count);
+    if (is_ours(file) && put > 0) {
+        note_change("write", state.ours[file], lseek(file, 0, SEEK_CUR) - put, bytes, (size_t)put);
+    }
+    return put;
 }
 
 ssize_t pread(int file, void* bytes, size_t count, off_t at) {
@@ -186,25 +222,49 @@ ssize_t pread(int file, void* bytes, size_t count, off_t at) {
 int ftruncate(int file, off_t length) {
     REAL(int, "ftruncate", int, off_t);
     const int code = is_ours(file) ? fate(grows_file(file, length)) : 0;
-    return code ? fail_with(code) : real(file, length);
+    if (code) return fail_with(code);
+    const int result = real(file, length);
+    if (is_ours(file) && result == 0) note_change("resize", state.ours[file], length, NULL, 0);
+    return result;
+}
+
+static int sync_with(int (*real)(int), int file) {
+    const int code = is_ours(file) ? fate(0) : 0;
+    if (code) return fail_with(code);
+    const int result = real(file);
+    if (is_ours(file) && result == 0) note_change("sync", state.ours[file], 0, NULL, 0);
+    return result;
 }
 
 int fsync(int file) {
     REAL(int, "fsync", int);
-    const int code = is_ours(file) ? fate(0) : 0;
-    return code ? fail_with(code) : real(file);
+    return sync_with(real, file);
+}
+
+int fdatasync(int file) {
+    REAL(int, "fdatasync", int);
+    return sync_with(real, file);
 }
 
 int rename(const char* from, const char* to) {
     REAL(int, "rename", const char*, const char*);
     const int code = below_folder(to) ? fate(0) : 0;
-    return code ? fail_with(code) : real(from, to);
+    if (code) return fail_with(code);
+    const int result = real(from, to);
+    if (below_folder(from) && result == 0) {
+        note_change("rename", path_in_folder(from), 0, path_in_folder(to),
+                    strlen(path_in_folder(to)));
+    }
+    return result;
 }
 
 int unlink(const char* path) {
     REAL(int, "unlink", const char*);
     const int code = below_folder(path) ? fate(0) : 0;
-    return code ? fail_with(code) : real(path);
+    if (code) return fail_with(code);
+    const int result = real(path);
+    if (below_folder(path) && result == 0) note_change("unlink", path_in_folder(path), 0, NULL, 0);
+    return result;
 }
 
 // On 64-bit systems these are other names of the same.
