@@ -5,8 +5,10 @@ between the files of a table; DBD::XBase, in Perl, walks the tags a second time 
 same order.
 """
 
+import copy
 import os
 import re
+import struct
 import subprocess
 import sys
 import tempfile
@@ -32,9 +34,9 @@ while (my ($tag, $type) = splice @tags, 0, 2) {
 class Row(dict):
     """One record: text without trailing blanks, dates as YYYYMMDD, numbers, logicals, memo bytes."""
 
-    def __init__(self, number, deleted, raw, values):
+    def __init__(self, number, record, raw, values):
         super().__init__(values)
-        self.number, self.deleted, self.raw = number, deleted, raw
+        self.number, self.record, self.deleted, self.raw = number, record, record[:1] == b'*', raw
 
 
 class TableView:
@@ -54,7 +56,7 @@ class TableView:
         record = self.table.record(number)
         raw = {field.name: self._raw(record, field) for field in self.fields}
         values = {field.name: self._value(record, field, raw[field.name]) for field in self.fields}
-        return Row(number, record[:1] == b'*', raw, values)
+        return Row(number, record, raw, values)
 
     def _raw(self, record, field):
         raw = record[field.offset:field.offset + field.width]
@@ -82,6 +84,30 @@ class TableView:
     def one(self, **wanted):
         found, = self.where(**wanted)
         return found
+
+    def unreachable(self):
+        """(tag, record) where neither the tree nor the chain of its leaves has the entry that the record should have."""
+        for tag in self.tags.values():
+            texts = [dbfcheck.Expression(text, self.table) if text else None for text in (tag.key_text, tag.for_text)]
+            expected, _ = self.cdx._expected(tag, *texts, False)
+            missing = expected.items() - set(tag.entries)
+            yield from ((tag.name, number) for number, _ in missing and missing - set(self._chain(tag)))
+
+    def _chain(self, tag):
+        data, chain, at, leaf = self.cdx.data, copy.copy(tag), tag.root, False
+        chain.entries = []
+        try:
+            for _ in range(len(data) // dbfcheck.PAGE):     # no more, should pages lead in a circle
+                page = data[at:at + dbfcheck.PAGE]
+                leaf = leaf or dbfcheck.u16(page, 0) & dbfcheck.LEAF
+                if leaf:
+                    self.cdx._leaf(chain, page, dbfcheck.u16(page, 2), '', 0)
+                at = dbfcheck.u32(page, 8) if leaf else dbfcheck.be32(page, 12 + tag.key_length + 4)
+                if at == dbfcheck.NONE32:
+                    break
+        except (dbfcheck.Damaged, struct.error, IndexError):
+            pass                                        # the checker has already complained
+        return chain.entries
 
     def lock_position(self, record):
         if self.table.flags & 1 or self.table.vfp:
