@@ -295,7 +295,10 @@ void CdxFile::Pages::write_header() {
 }
 
 void CdxFile::Pages::write_new_pages() {
-    if (free_pages_taken_) write_header();
+    if (free_pages_taken_) {
+        write_header();
+        if (durable_) file_.sync();
+    }
     free_pages_taken_ = false;
     const auto added = std::partition(touched_.begin(), touched_.end(),
                                       [](const CdxPage* page) { return !page->unwritten; });

@@ -87,6 +87,14 @@ void TreeWalk::fault(std::uint64_t page, const std::string& what) const {
     report_.fault("index-page", Remedy::kReindex, at_page(tag_, page), what);
 }
 
+// What a change leaves that was cut short: our walks find their way through it.
+void TreeWalk::unfinished(std::uint64_t page, const std::string& what) const {
+    report_.note("index-unfinished", Remedy::kReindex, at_page(tag_, page),
+                 what +
+                     ": a change was cut short there; BrenikDB reads it rightly and mends it "
+                     "with its next change there, other programs may not");
+}
+
 void TreeWalk::run(std::uint32_t root, const std::function<void(const CdxPage&)>& leaf) {
     leaf_ = &leaf;
     std::vector<Link> level{{root, kNoPage, {}}};
@@ -94,7 +102,7 @@ void TreeWalk::run(std::uint32_t root, const std::function<void(const CdxPage&)>
         below_.clear();
         last_entry_.clear();
         leaves_.reset();
-        previous_ = previous_right_ = kNoPage;
+        previous_ = previous_left_ = previous_right_ = kNoPage;
         gap_ = false;
         for (const Link& link : level) {
             if (previous_ != kNoPage) follow_unnamed(link.page);
@@ -126,8 +134,8 @@ void TreeWalk::visit(const CdxPage& page, const Link& link) {
     check_place(page);
     if (link.parent != kNoPage && !page.empty() && !link.last_entry.empty() &&
         compare(page.last_entry(), link.last_entry) != 0) {
-        fault(page.offset(), "does not end with the entry that page " +
-                                 std::to_string(link.parent) + " names for it");
+        unfinished(page.offset(), "does not end with the entry that page " +
+                                      std::to_string(link.parent) + " names for it");
     }
     if (page.leaf()) {
         check_packing(page);
@@ -150,7 +158,7 @@ void TreeWalk::follow_unnamed(std::uint32_t expected) {
         }
         const std::optional<CdxPage> page = take(next);
         if (!page) return;
-        fault(next, "no page of the level above names it, only its left sibling");
+        unfinished(next, "no page of the level above names it, only its left sibling");
         visit(*page, {next, kNoPage, {}});
         next = page->right;
     }
@@ -167,8 +175,9 @@ void TreeWalk::check_place(const CdxPage& page) {
     }
     leaves_ = page.leaf();
     if (!gap_ && page.left != previous_) {
-        fault(offset,
-              "its left sibling is " + page_name(page.left) + ", expected " + page_name(previous_));
+        const std::string what =
+            "its left sibling is " + page_name(page.left) + ", expected " + page_name(previous_);
+        page.left == previous_left_ ? unfinished(offset, what) : fault(offset, what);
     }
     if (page.empty() && depth_ > 0) fault(offset, "has no entries");
     for (std::size_t slot = 0; slot < page.count(); ++slot) {
@@ -178,6 +187,7 @@ void TreeWalk::check_place(const CdxPage& page) {
     }
     if (!page.empty()) last_entry_.assign(page.last_entry().begin(), page.last_entry().end());
     previous_ = offset;
+    previous_left_ = page.left;
     previous_right_ = page.right;
 }
 

@@ -84,6 +84,7 @@ class TreeWalk {
     };
 
     void fault(std::uint64_t page, const std::string& what) const;
+    void unfinished(std::uint64_t page, const std::string& what) const;
     std::optional<CdxPage> take(std::uint32_t offset);
     void visit(const CdxPage& page, const Link& link);
     void follow_unnamed(std::uint32_t expected);
@@ -102,6 +103,7 @@ class TreeWalk {
     std::vector<Link> below_;
     std::optional<bool> leaves_;  // whether this level's pages are leaves
     std::uint32_t previous_ = kNoPage;
+    std::uint32_t previous_left_ = kNoPage;
     std::uint32_t previous_right_ = kNoPage;
     std::vector<Byte> last_entry_;
     bool gap_ = false;  // the page before could not be read

@@ -200,9 +200,8 @@ std::vector<std::uint32_t> LocalTable::write_memos() {
     std::vector<std::uint32_t> replaced;
     for (const auto& [field, text] : pending_memos_) {
         replaced.push_back(memo_block({bytes_, record_}, *field));
-        set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M'));
+        set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M', durable()));
     }
-    if (durable() && memo_) memo_->sync();
     return replaced;
 }
 

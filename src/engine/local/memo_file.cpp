@@ -121,7 +121,7 @@ std::uint64_t MemoFile::blocks_for(std::uint64_t data_length) const {
     return (kBlockHeaderSize + data_length + block_size_ - 1) / block_size_;
 }
 
-std::uint32_t MemoFile::write(std::string_view text, bool binary) {
+std::uint32_t MemoFile::write(std::string_view text, bool binary, bool durable) {
     if (kind_ != Kind::kFpt) {
         throw EngineFault(FaultCode::kUnsupported, "field put",
                           path() + ": memo files of this generation are read only");
@@ -129,12 +129,13 @@ std::uint32_t MemoFile::write(std::string_view text, bool binary) {
     if (text.empty()) return 0;
     const std::uint64_t blocks = blocks_for(text.size());
     const std::uint32_t reused = reuse(blocks);
-    const std::uint32_t block = reused != 0 ? reused : allocate(blocks);
+    const std::uint32_t block = reused != 0 ? reused : allocate(blocks, durable);
     std::vector<Byte> bytes(static_cast<std::size_t>(blocks * block_size_), 0);
     store_be32(bytes.data(), binary ? kBinaryBlock : kTextBlock);
     store_be32(bytes.data() + 4, static_cast<std::uint32_t>(text.size()));
     std::copy(text.begin(), text.end(), bytes.begin() + kBlockHeaderSize);
     file_.write_at(std::uint64_t{block} * block_size_, bytes);
+    if (durable) file_.sync();
     ours_.push_back(block);
     if (ours_.size() > kMostRemembered) ours_.pop_front();
     return block;
@@ -177,17 +178,17 @@ MemoFile::Allocation::~Allocation() {
 }
 
 // Reserves blocks at the end of the file under the memo lock.
-std::uint32_t MemoFile::allocate(std::uint64_t blocks) {
-    if (allocating_) return allocate_locked(blocks);
+std::uint32_t MemoFile::allocate(std::uint64_t blocks, bool durable) {
+    if (allocating_) return allocate_locked(blocks, durable);
     if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
                      platform::kShortLockTimeout_ms)) {
         throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
     }
     const HeldLock held(file_, lock_);
-    return allocate_locked(blocks);
+    return allocate_locked(blocks, durable);
 }
 
-std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks) {
+std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
     const std::uint64_t block = next_free_block();
     const std::uint64_t offset = block * block_size_;
     if (offset < kFptHeaderSize || offset < file_.size()) {
@@ -197,6 +198,8 @@ std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks) {
     std::array<Byte, 4> next_free;
     store_be32(next_free.data(), static_cast<std::uint32_t>(block + blocks));
     file_.write_at(0, next_free);
+    // Blocks behind what the header counts would stand in everybody's way.
+    if (durable) file_.sync();
     known_blocks_ = block + blocks;
     return static_cast<std::uint32_t>(block);
 }

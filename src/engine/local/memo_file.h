@@ -47,8 +47,8 @@ class MemoFile {
     // The memo that begins at `block`; empty for block 0.
     std::string read(std::uint32_t block) const;
     // Stores a memo in blocks that nothing names and answers the first; 0 for empty text.
-    // EngineFault kUnsupported for .DBT files.
-    std::uint32_t write(std::string_view text, bool binary);
+    // EngineFault kUnsupported for .DBT files. A durable one is on the disk then.
+    std::uint32_t write(std::string_view text, bool binary, bool durable = false);
     // The record that named this memo does so no more; 0 is none.
     void release(std::uint32_t block);
     // The lock under which blocks are added, kept through several writes: for those who must have
@@ -81,8 +81,8 @@ class MemoFile {
     std::string read_generation3(std::uint64_t offset) const;
     std::uint64_t data_length(std::uint64_t block_offset) const;
     std::uint32_t reuse(std::uint64_t blocks);
-    std::uint32_t allocate(std::uint64_t blocks);
-    std::uint32_t allocate_locked(std::uint64_t blocks);
+    std::uint32_t allocate(std::uint64_t blocks, bool durable);
+    std::uint32_t allocate_locked(std::uint64_t blocks, bool durable);
     std::uint64_t blocks_for(std::uint64_t data_length) const;
     std::uint64_t next_free_block() const;
     void check_room(std::uint64_t next_free, std::uint64_t blocks) const;
