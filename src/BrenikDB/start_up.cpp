@@ -57,7 +57,7 @@ void set_data_path(Session& session, const std::string& data_path) {
 }
 
 void empty_trace_log(const Session& session) {
-    platform::File::open(trace_log_path(session), platform::OpenMode::kCreate);
+    platform::File::open(trace_log_path(session), platform::OpenMode::kRewrite);
 }
 
 void choose_engine(Session& session) {

@@ -26,16 +26,27 @@ enum class Sharing { kShared, kExclusive };
 enum class OpenMode {
     kReadOnly,
     kReadWrite,  // must exist
-    kWriteOnly,  // must exist; takes no part in sharing (logs, read by anyone at any time)
-    kAppend,     // made when missing; every write lands at the end; takes no part in sharing
     kCreate,     // made new, or emptied; read and write
+    // Logs: read by anyone at any time, so they take no part in sharing. A link in the place of a
+    // log is not followed but kDenied: it could lead to any file that the user may write.
+    kWriteOnly,  // must exist
+    kAppend,     // made when missing; every write lands at the end
+    kRewrite,    // made new, or emptied; write only
 };
+
+constexpr bool is_log(OpenMode mode) {
+    return mode == OpenMode::kWriteOnly || mode == OpenMode::kAppend || mode == OpenMode::kRewrite;
+}
+
+constexpr bool is_emptied(OpenMode mode) {
+    return mode == OpenMode::kCreate || mode == OpenMode::kRewrite;
+}
 
 enum class OpenFailure {
     kNone,
     kMissing,  // no such file or folder
     kSharing,  // somebody else's open excludes ours
-    kDenied,   // no permission, read-only medium, not a plain file
+    kDenied,   // no permission, read-only medium, not a plain file, a link for a log
     kSystem,   // anything else (too many open files, I/O error)
 };
 

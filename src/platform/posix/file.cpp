@@ -39,10 +39,6 @@ namespace {
 
 int descriptor(std::intptr_t handle) { return static_cast<int>(handle); }
 
-bool takes_part_in_sharing(OpenMode mode) {
-    return mode != OpenMode::kWriteOnly && mode != OpenMode::kAppend;
-}
-
 // O_NONBLOCK matters only until the plain-file check: a named pipe must not stop the open.
 int open_flags(OpenMode mode, Sharing sharing) {
     constexpr int kAlways = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
@@ -52,12 +48,14 @@ int open_flags(OpenMode mode, Sharing sharing) {
             return kAlways | (sharing == Sharing::kExclusive ? O_RDWR : O_RDONLY);
         case OpenMode::kReadWrite:
             return kAlways | O_RDWR;
-        case OpenMode::kWriteOnly:
-            return kAlways | O_WRONLY;
-        case OpenMode::kAppend:
-            return kAlways | O_WRONLY | O_APPEND | O_CREAT;
         case OpenMode::kCreate:
-            return kAlways | O_RDWR | O_CREAT;  // emptied only once no other open excludes ours
+            return kAlways | O_RDWR | O_CREAT;
+        case OpenMode::kWriteOnly:
+            return kAlways | O_WRONLY | O_NOFOLLOW;
+        case OpenMode::kAppend:
+            return kAlways | O_WRONLY | O_NOFOLLOW | O_APPEND | O_CREAT;
+        case OpenMode::kRewrite:
+            return kAlways | O_WRONLY | O_NOFOLLOW | O_CREAT;
     }
     return kAlways | O_RDONLY;
 }
@@ -232,15 +230,16 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     const int flags = open_flags(mode, sharing);
     const int handle = open_descriptor(file.path_, flags);
     if (handle < 0) {
-        file.failure_ = failure_of(errno);
+        file.failure_ = is_log(mode) && errno == ELOOP ? OpenFailure::kDenied : failure_of(errno);
         return file;
     }
     file.handle_ = handle;
     file.failure_ = check_plain_file(handle, flags);
-    if (file.failure_ == OpenFailure::kNone && takes_part_in_sharing(mode)) {
+    if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
         file.failure_ = share(handle, sharing);
     }
-    if (file.failure_ == OpenFailure::kNone && mode == OpenMode::kCreate) {
+    // Emptied only once no other open excludes ours.
+    if (file.failure_ == OpenFailure::kNone && is_emptied(mode)) {
         count(FileCall::kResize);
         if (ftruncate(handle, 0) != 0) file.failure_ = failure_of(errno);
     }

@@ -25,10 +25,6 @@ constexpr std::uint64_t kLargestOffset = std::numeric_limits<std::int64_t>::max(
 
 HANDLE system_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
-bool takes_part_in_sharing(OpenMode mode) {
-    return mode != OpenMode::kWriteOnly && mode != OpenMode::kAppend;
-}
-
 DWORD access_of(OpenMode mode, Sharing sharing) {
     switch (mode) {
         case OpenMode::kReadOnly:
@@ -39,6 +35,7 @@ DWORD access_of(OpenMode mode, Sharing sharing) {
         case OpenMode::kCreate:
             return GENERIC_READ | GENERIC_WRITE;
         case OpenMode::kWriteOnly:
+        case OpenMode::kRewrite:
             return GENERIC_WRITE;
         case OpenMode::kAppend:
             return FILE_APPEND_DATA | SYNCHRONIZE;  // without FILE_WRITE_DATA offsets do not count
@@ -47,12 +44,16 @@ DWORD access_of(OpenMode mode, Sharing sharing) {
 }
 
 DWORD share_mode(OpenMode mode, Sharing sharing) {
-    if (!takes_part_in_sharing(mode)) return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    if (is_log(mode)) return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     return sharing == Sharing::kExclusive ? 0 : FILE_SHARE_READ | FILE_SHARE_WRITE;
 }
 
-bool makes_missing_files(OpenMode mode) {
-    return mode == OpenMode::kAppend || mode == OpenMode::kCreate;
+bool makes_missing_files(OpenMode mode) { return mode == OpenMode::kAppend || is_emptied(mode); }
+
+// A log that is a link is opened itself, to be refused, instead of what it leads to.
+DWORD flags_of(OpenMode mode) {
+    constexpr DWORD kAlways = FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
+    return is_log(mode) ? kAlways | FILE_FLAG_OPEN_REPARSE_POINT : kAlways;
 }
 
 OpenFailure failure_of(DWORD system_code) {
@@ -108,12 +109,14 @@ bool is_conflict(DWORD system_code) {
 }
 
 // The read-only attribute counts for everybody, whatever else the system would let the user do.
-OpenFailure check_plain_file(HANDLE handle, DWORD access) {
+OpenFailure check_plain_file(HANDLE handle, OpenMode mode, DWORD access) {
     if (GetFileType(handle) != FILE_TYPE_DISK) return OpenFailure::kDenied;
     BY_HANDLE_FILE_INFORMATION facts;
     if (!GetFileInformationByHandle(handle, &facts)) return OpenFailure::kSystem;
+    const auto has = [&](DWORD attribute) { return (facts.dwFileAttributes & attribute) != 0; };
+    if (is_log(mode) && has(FILE_ATTRIBUTE_REPARSE_POINT)) return OpenFailure::kDenied;
     const bool writing = access != GENERIC_READ;
-    const bool read_only = (facts.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    const bool read_only = has(FILE_ATTRIBUTE_READONLY);
     return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
 }
 
@@ -181,21 +184,20 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     if (!full) return file;
 
     const DWORD access = access_of(mode, sharing);
-    const HANDLE handle =
-        CreateFileW(full->c_str(), access, share_mode(mode, sharing), nullptr,
-                    makes_missing_files(mode) ? OPEN_ALWAYS : OPEN_EXISTING,
-                    FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr);
+    const HANDLE handle = CreateFileW(full->c_str(), access, share_mode(mode, sharing), nullptr,
+                                      makes_missing_files(mode) ? OPEN_ALWAYS : OPEN_EXISTING,
+                                      flags_of(mode), nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         file.failure_ = failure_of(GetLastError());
         return file;
     }
     file.handle_ = reinterpret_cast<std::intptr_t>(handle);
-    file.failure_ = check_plain_file(handle, access);
-    if (file.failure_ == OpenFailure::kNone && takes_part_in_sharing(mode)) {
+    file.failure_ = check_plain_file(handle, mode, access);
+    if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
         file.failure_ = share(handle, sharing);
     }
     // Emptied only once no other open excludes ours.
-    if (file.failure_ == OpenFailure::kNone && mode == OpenMode::kCreate) {
+    if (file.failure_ == OpenFailure::kNone && is_emptied(mode)) {
         const DWORD code = set_size(handle, 0);
         if (code != 0) file.failure_ = failure_of(code);
     }
