@@ -88,7 +88,8 @@ enum {
     /* The table is not the one that the Start chose: begin the transaction again. */
     BRENIK_NOT_CURRENT = 13,
     /* A damaged file, a full disk or the like stopped the call; the trace log has one line with the
-     * reason. The session stays usable and holds no lock; begin the transaction again. */
+     * reason. The session stays usable and holds no lock; begin the transaction again. In the child
+     * of a fork every call is stopped until BrenikInitialize begins a session there. */
     BRENIK_FAULT = 14,
     /* The session has already been shut down: nothing to do. */
     BRENIK_ALREADY_SHUT_DOWN = 15,

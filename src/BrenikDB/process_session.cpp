@@ -2,9 +2,10 @@
 
 #include "BrenikDB/process_session.h"
 
-#include "engine/local/local_engine.h"
-
 #include <memory>
+
+#include "engine/local/local_engine.h"
+#include "platform/process.h"
 
 namespace brenik {
 
@@ -12,16 +13,39 @@ namespace {
 
 // Members in the order in which the session needs them; it is closed before what it stands on.
 struct Process {
+    explicit Process(Process* parents) : inherited(parents) {
+        if (parents && parents->session.is_begun()) session.inherit(parents->session);
+    }
+
     local::LocalEngine engine;
     std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
     Session session{engine, platform::system_clock(), *ui};
+    unsigned generation = platform::process_generation();
+    // What a fork took along. It is never closed: what it would still write is the parent's to
+    // write, and another thread of the parent may have been changing it at that moment.
+    Process* inherited;
+};
+
+Process* latest = nullptr;
+
+bool is_own(const Process* process) {
+    return process && process->generation == platform::process_generation();
+}
+
+struct Closing {
+    ~Closing() {
+        if (!is_own(latest)) return;
+        const std::unique_ptr<Process> own(latest);
+        latest = own->inherited;
+    }
 };
 
 }  // namespace
 
 Session& process_session() {
-    static Process process;
-    return process.session;
+    if (!is_own(latest)) latest = new Process(latest);
+    static const Closing at_the_end;
+    return latest->session;
 }
 
 }  // namespace brenik

@@ -11,6 +11,7 @@
 #include "BrenikDB/codes.h"
 #include "fwp/trace_log.h"
 #include "platform/host_state.h"
+#include "util/fault.h"
 #include "util/runtime.h"
 
 namespace brenik {
@@ -18,6 +19,9 @@ namespace brenik {
 namespace {
 
 constexpr std::size_t kIdentifierSize = 7;
+
+// The operation that begins a session.
+constexpr const char* kBeginning = "StartUp";
 
 // What the operation receives: the host's text when it is as long as an identifier, else blanks.
 Value incoming_identifier(const char* buffer) {
@@ -45,7 +49,7 @@ template <class Call>
 Bridge::Code Bridge::guarded(std::string_view operation, Call call) const noexcept {
     const platform::HostState host_state;
     try {
-        return call();
+        return call(operation);
     } catch (const std::exception& fault) {
         recover(operation, fault.what());
     } catch (...) {
@@ -54,8 +58,15 @@ Bridge::Code Bridge::guarded(std::string_view operation, Call call) const noexce
     return kStoppedByFault;
 }
 
-Bridge::Code Bridge::run(Operation operation, std::span<Value> arguments) const {
-    return static_cast<Code>(operation(session_(), arguments).whole());
+Bridge::Code Bridge::run(std::string_view name, Operation operation,
+                         std::span<Value> arguments) const {
+    Session& session = session_();
+    if (session.variables.inherited && name != kBeginning) {
+        throw EngineFault(FaultCode::kOtherProcess, std::string(name),
+                          "the session belongs to the process that forked this one; "
+                          "call BrenikInitialize first");
+    }
+    return static_cast<Code>(operation(session, arguments).whole());
 }
 
 void Bridge::recover(std::string_view operation, std::string_view fault) const noexcept {
@@ -69,33 +80,33 @@ void Bridge::recover(std::string_view operation, std::string_view fault) const n
 }
 
 template <class... Arguments>
-Bridge::Code Bridge::forward(const char* name, Arguments... arguments) const noexcept {
-    return guarded(name, [&]() -> Code {
+Bridge::Code Bridge::forward(const char* operation_name, Arguments... arguments) const noexcept {
+    return guarded(operation_name, [&](std::string_view name) -> Code {
         const Operation operation = look_up_(name);
         if (!operation) return kNotRegistered;
         std::array<Value, sizeof...(Arguments)> values{Value(arguments)...};
-        return run(operation, values);
+        return run(name, operation, values);
     });
 }
 
 // The host finds its table number in `in_out` even after kNotRegistered: it is written between the
 // look-up and the test of its outcome. The operation receives what was there before.
 template <class... Arguments>
-Bridge::Code Bridge::forward_start(const char* name, int* in_out, int table,
+Bridge::Code Bridge::forward_start(const char* operation_name, int* in_out, int table,
                                    Arguments... arguments) const noexcept {
-    return guarded(name, [&]() -> Code {
+    return guarded(operation_name, [&](std::string_view name) -> Code {
         const int given = *in_out;
         const Operation operation = look_up_(name);
         *in_out = table;
         if (!operation) return kNotRegistered;
         std::array<Value, sizeof...(Arguments) + 2> values{Value(table), Value(arguments)...,
                                                            Value(given)};
-        return run(operation, values);
+        return run(name, operation, values);
     });
 }
 
 Bridge::Code Bridge::initialize(const char* data_path, int trace) const noexcept {
-    return forward("StartUp", data_path, trace != 0);
+    return forward(kBeginning, data_path, trace != 0);
 }
 
 Bridge::Code Bridge::shut_down() const noexcept { return forward("ShutDown"); }
@@ -113,11 +124,11 @@ Bridge::Code Bridge::add_start(int table, int* in_out) const noexcept {
 }
 
 Bridge::Code Bridge::add_end(int table, char* identifier) const noexcept {
-    return guarded("AddEnd", [&]() -> Code {
-        const Operation operation = look_up_("AddEnd");
+    return guarded("AddEnd", [&](std::string_view name) -> Code {
+        const Operation operation = look_up_(name);
         if (!operation) return kNotRegistered;
         std::array<Value, 2> arguments{table, incoming_identifier(identifier)};
-        const Code code = run(operation, arguments);
+        const Code code = run(name, operation, arguments);
         copy_identifier(arguments[1], identifier);
         return code;
     });
@@ -141,24 +152,24 @@ Bridge::Code Bridge::edit_end(int table, int record) const noexcept {
 }
 
 Bridge::Code Bridge::get_my_firm(char* firm) const noexcept {
-    return guarded("GetMyFirm", [&]() -> Code {
-        const Operation operation = look_up_("GetMyFirm");
+    return guarded("GetMyFirm", [&](std::string_view name) -> Code {
+        const Operation operation = look_up_(name);
         const std::size_t room = std::strlen(firm);
         if (!operation) return kNotRegistered;
         std::array<Value, 1> arguments{firm};
-        const Code code = run(operation, arguments);
+        const Code code = run(name, operation, arguments);
         copy_within(arguments[0], firm, room);
         return code;
     });
 }
 
 Bridge::Code Bridge::get_u_id(int table, const char* key, char* identifier) const noexcept {
-    return guarded("GetU_ID", [&]() -> Code {
-        const Operation operation = look_up_("GetU_ID");
+    return guarded("GetU_ID", [&](std::string_view name) -> Code {
+        const Operation operation = look_up_(name);
         const std::size_t room = std::strlen(identifier);
         if (!operation) return kNotRegistered;
         std::array<Value, 3> arguments{table, key, incoming_identifier(identifier)};
-        const Code code = run(operation, arguments);
+        const Code code = run(name, operation, arguments);
         copy_within(arguments[2], identifier, room);
         return code;
     });

@@ -45,7 +45,7 @@ class Bridge {
     template <class... Arguments>
     Code forward_start(const char* name, int* in_out, int table,
                        Arguments... arguments) const noexcept;
-    Code run(Operation operation, std::span<Value> arguments) const;
+    Code run(std::string_view name, Operation operation, std::span<Value> arguments) const;
     void recover(std::string_view operation, std::string_view fault) const noexcept;
 
     SessionSource session_;

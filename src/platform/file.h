@@ -9,6 +9,9 @@
 //
 // Byte-range locks belong to the File they were made through: two Files of one process exclude
 // each other exactly as two processes do.
+//
+// A File belongs to the process that opened it. The child of a fork has closed it, which leaves the
+// parent's locks as they are; using it there is FileError, unlocking and closing it do nothing.
 
 #pragma once
 

@@ -41,6 +41,7 @@ struct SessionVariables {
     Date TODAY;                 // the date of start-up
     std::string MOPERATOR;      // recorded as the operator of added records
     bool LTRACE = false;        // tracing on or off
+    bool inherited = false;     // begun by the process of which this one is a fork
 };
 
 // The companion batch program, which this library knows only as two hooks: whether it runs, and
@@ -68,6 +69,12 @@ struct Session {
         const bool absolute = file.find_first_of("\\/") == 0 || file.find(':') == 1;
         const std::string folder = data_path();
         return absolute || file.compare(0, folder.size(), folder) == 0 ? file : folder + file;
+    }
+    bool is_begun() const { return variables.PUBLICVARS && !module.shut_down; }
+    // Takes over from the session of a parent process what the trace log needs.
+    void inherit(const Session& parents) {
+        variables = parents.variables;
+        variables.inherited = true;
     }
     // After a fault: what is half done is dropped, or it would be written out when its locks go.
     void recover() noexcept {

@@ -22,6 +22,7 @@ enum class FaultCode {
     kBusy = 2107,             // a lock that is held for milliseconds stayed held for seconds
     kDuplicateKey = 2108,     // a second record for a key that must be unique
     kUnknownName = 2109,      // no such field
+    kOtherProcess = 2110,     // a call in the child of a fork, which has begun no session
 };
 
 class EngineFault : public std::runtime_error {

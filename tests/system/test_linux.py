@@ -1,6 +1,63 @@
-"""What only hosts on Linux meet: links in the place of logs."""
+"""What only hosts on Linux meet: forks, and links in the place of logs."""
 
+import contextlib
 from pathlib import Path
+
+import pytest
+from conftest import SHARING_BYTE, Fork, HeldBytes, at_once
+from judges import assert_sound
+
+ADDITIONS = 30
+
+
+@pytest.fixture
+def new_fork(tmp_path):
+    with contextlib.ExitStack() as forks:
+        def make(parent):
+            make.count += 1
+            fork = Fork(parent, tmp_path / ('fork%d' % make.count))
+            forks.callback(fork.close)
+            return fork
+        make.count = 0
+        yield make
+
+
+def assert_refused(host):
+    """Each of the twelve calls but the one that begins a session."""
+    assert [host.add_start(1), host.set_field(1, 'LAST', 'X'), host.add_end(1)[0], host.edit_start(1, 'X'),
+            host.edit_begin(1, 1), host.edit_end(1), host.added(1, 1), host.deleted(1, 1), host.get_uid(1, 'X')[0],
+            host.call('firm', b'     \0').rc, host.shutdown()] == [14] * 11
+
+
+def test_a_session_belongs_to_its_process(host, new_fork, practice):
+    """Children of a fork take nothing of it along, and work as any other host once they begin one."""
+    early = new_fork(host)
+    assert host.init(practice, 1) == 0
+    host.begin(1, 1, {'FIRST': 'Parent'})
+    idle, *workers = [new_fork(host) for _ in range(3)]
+    for child in idle, *workers:
+        assert_refused(child)
+    caller, (_, reason) = practice.trace()[-1]
+    assert caller == 'SHUTDOWN' and 'process' in reason
+    assert early.add_start(1) == 5, 'forked before there was a session'
+    assert host.edit_end(1) == 0 and practice.table('LAW1').rows[0]['FIRST'] == 'Parent'
+
+    at_work = [host, early, *workers]
+    assert [child.init(practice) for child in at_work[1:]] == [0, 0, 0]
+    assert_refused(new_fork(workers[0]))
+    added = sum(at_once(*[lambda host=host: [host.add(1, {'LAST': 'Forked'}) for _ in range(ADDITIONS)]
+                          for host in at_work]), [])
+    assert {rc for rc, _ in added} == {0} and len({uid for _, uid in added}) == len(at_work) * ADDITIONS
+    assert_sound(practice.folder)
+
+    for child in at_work[1:]:
+        child.close()
+    with pytest.raises(BlockingIOError):        # still the parent's share
+        HeldBytes(practice.find('LAW1.dbf'), SHARING_BYTE)
+    host.child.kill()
+    host.child.wait()
+    HeldBytes(practice.find('LAW1.dbf'), SHARING_BYTE).file.close()
+    assert_refused(idle)
 
 
 def test_log_that_is_a_link_is_left_alone(host, practice, tmp_path):

@@ -2,6 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+#endif
+
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -137,6 +146,85 @@ TEST_F(PlatformTest, LocksOfTwoFilesExcludeEachOther) {
     EXPECT_TRUE(two.lock_within(kFar + 1, 1, LockKind::kExclusive, 0));
     EXPECT_THROW(static_cast<void>(two.try_lock(~0ull, 1)), FileError);
 }
+
+#ifndef _WIN32
+
+// A child of a fork that does nothing but `work`; whether that was right.
+class Child {
+  public:
+    template <class Work>
+    explicit Child(Work work) : process_(fork()) {
+        if (process_ == 0) _exit(work() ? 0 : 1);
+    }
+    bool was_right() const {
+        int status = -1;
+        return waitpid(process_, &status, 0) == process_ && status == 0;
+    }
+
+  private:
+    pid_t process_;
+};
+
+TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
+    const std::string name = write("TABLE");
+    File file = File::open(name, OpenMode::kReadWrite);
+    File other = File::open(name, OpenMode::kReadWrite);
+    ASSERT_TRUE(file.try_lock(9, 1));
+    const Child busy([&] {
+        const File own = File::open(name, OpenMode::kReadWrite);  // has the number of `file`
+        file.unlock(9, 1);
+        bool refused = false;
+        try {
+            file.write_at(0, std::vector<std::uint8_t>(7));
+        } catch (const FileError&) {
+            refused = true;
+        }
+        file.close();
+        return refused && own.size() == 7;
+    });
+    EXPECT_TRUE(busy.was_right());
+    EXPECT_FALSE(other.try_lock(9, 1));
+
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const Child idle([&] {
+        char byte;
+        return ::close(ends[1]) == 0 && ::read(ends[0], &byte, 1) == 0;
+    });
+    file.close();
+    EXPECT_TRUE(other.lock_within(9, 1, LockKind::kExclusive)) << "a living child keeps no lock";
+    ::close(ends[1]);
+    EXPECT_TRUE(idle.was_right());
+    ::close(ends[0]);
+}
+
+TEST_F(PlatformTest, AForkBesideAnotherThreadsOpensTakesNoneAlong) {
+    const std::string name = write("TABLE");
+    struct stat table;
+    ASSERT_EQ(stat(name.c_str(), &table), 0);
+    std::atomic<bool> done = false;
+    std::thread opener([&] {
+        while (!done) File::open(name, OpenMode::kReadWrite);
+    });
+    int right = 0;
+    for (int i = 0; i < 200; ++i) {
+        const Child child([&] {
+            struct stat facts;
+            int descriptor = 0;
+            while (descriptor < 64 &&
+                   (fstat(descriptor, &facts) != 0 || facts.st_ino != table.st_ino)) {
+                ++descriptor;
+            }
+            return descriptor == 64;
+        });
+        right += child.was_right();
+    }
+    done = true;
+    opener.join();
+    EXPECT_EQ(right, 200);
+}
+
+#endif
 
 TEST_F(PlatformTest, ReadsEndAtTheFileAndFailuresNameTheirPlace) {
     File file = File::open(path("NEW"), OpenMode::kCreate);

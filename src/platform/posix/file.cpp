@@ -29,6 +29,8 @@
 #include <utility>
 
 #include "platform/file_calls.h"
+#include "platform/posix/descriptors.h"
+#include "platform/process.h"
 #include "util/runtime.h"
 
 namespace brenik::platform {
@@ -37,7 +39,18 @@ static_assert(sizeof(off_t) == 8, "files need 64-bit offsets");
 
 namespace {
 
-int descriptor(std::intptr_t handle) { return static_cast<int>(handle); }
+// A handle is a descriptor, and in front of it the generation of the process that opened it: the
+// descriptor of a parent has been closed, and its number may be anything by now.
+std::intptr_t handle_of(int descriptor) {
+    return static_cast<std::intptr_t>(std::uintptr_t{process_generation()} << kDescriptorBits |
+                                      static_cast<std::uintptr_t>(descriptor));
+}
+
+// -1 for a file that a parent has opened: the system refuses to do anything with that.
+int descriptor(std::intptr_t handle) {
+    const int number = static_cast<int>(handle & ((1 << kDescriptorBits) - 1));
+    return handle == handle_of(number) ? number : -1;
+}
 
 // O_NONBLOCK matters only until the plain-file check: a named pipe must not stop the open.
 int open_flags(OpenMode mode, Sharing sharing) {
@@ -81,7 +94,7 @@ OpenFailure failure_of(int system_code) {
 
 // Never gives one of the standard descriptors: in a host that has closed its standard error the
 // next message would be written into the table.
-int open_descriptor(const std::string& path, int flags) {
+int open_above_standard(const std::string& path, int flags) {
     int handle = -1;
     do {
         count(FileCall::kOpen);
@@ -93,6 +106,23 @@ int open_descriptor(const std::string& path, int flags) {
     ::close(handle);
     errno = code;
     return moved;
+}
+
+int open_descriptor(const std::string& path, int flags) {
+    const ForksWait step;
+    const int handle = open_above_standard(path, flags);
+    if (handle < 0 || note_descriptor(handle)) return handle;
+    ::close(handle);
+    errno = EMFILE;
+    return -1;
+}
+
+void close_descriptor(int handle) {
+    const ForksWait step;
+    forget_descriptor(handle);
+    count(FileCall::kClose);
+    // Not repeated after EINTR: the descriptor is gone by then and may be somebody else's.
+    ::close(handle);
 }
 
 // 0, or the system's error number.
@@ -233,7 +263,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.failure_ = is_log(mode) && errno == ELOOP ? OpenFailure::kDenied : failure_of(errno);
         return file;
     }
-    file.handle_ = handle;
+    file.handle_ = handle_of(handle);
     file.failure_ = check_plain_file(handle, flags);
     if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
         file.failure_ = share(handle, sharing);
@@ -248,10 +278,8 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
 }
 
 void File::close() noexcept {
-    // Not repeated after EINTR: the descriptor is gone by then and may be somebody else's.
-    if (!is_open()) return;
-    count(FileCall::kClose);
-    ::close(descriptor(std::exchange(handle_, kNoHandle)));
+    const int open = is_open() ? descriptor(std::exchange(handle_, kNoHandle)) : -1;
+    if (open >= 0) close_descriptor(open);
 }
 
 std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const {

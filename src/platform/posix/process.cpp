@@ -1,0 +1,77 @@
+// Forks, and what their children give up.
+//
+// A child shares its parent's open files, not copies of them: an unlock in the child releases the
+// parent's lock, and a lock outlives the parent as long as the child has the file open. So the
+// child closes them all before the fork returns. Only calls that are safe in the child of a process
+// with several threads are made there.
+
+#include "platform/process.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <bitset>
+#include <ctime>
+
+#include "platform/posix/descriptors.h"
+
+namespace brenik::platform {
+
+namespace {
+
+unsigned generation = 0;
+
+std::bitset<(1 << kDescriptorBits)> noted;
+int highest = -1;  // of those that have been noted
+
+// One that notices when its owner locks it again: hosts may fork in a signal handler, or call the
+// library from a handler of their own for forks.
+constexpr pthread_mutex_t kUnlocked = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+pthread_mutex_t mutex = kUnlocked;
+
+// A server that keeps another thread waiting in an open must not keep the host from forking.
+constexpr int kLongestWait_s = 1;
+
+void before_fork() {
+    std::timespec until = {};
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += kLongestWait_s;
+    pthread_mutex_timedlock(&mutex, &until);
+}
+
+void after_fork() { pthread_mutex_unlock(&mutex); }  // refused where the wait was in vain
+
+void in_child() {
+    for (int descriptor = 0; descriptor <= highest; ++descriptor) {
+        if (noted[static_cast<std::size_t>(descriptor)]) ::close(descriptor);
+        noted[static_cast<std::size_t>(descriptor)] = false;
+    }
+    highest = -1;
+    ++generation;
+    mutex = kUnlocked;  // the owner's name is another one here
+}
+
+const bool forks_are_noticed = pthread_atfork(before_fork, after_fork, in_child) == 0;
+
+}  // namespace
+
+unsigned process_generation() noexcept { return generation; }
+
+ForksWait::ForksWait() noexcept : locked_(pthread_mutex_lock(&mutex) == 0) {}
+
+ForksWait::~ForksWait() {
+    if (locked_) pthread_mutex_unlock(&mutex);
+}
+
+bool note_descriptor(int descriptor) noexcept {
+    if (!forks_are_noticed || static_cast<std::size_t>(descriptor) >= noted.size()) return false;
+    noted[static_cast<std::size_t>(descriptor)] = true;
+    if (descriptor > highest) highest = descriptor;
+    return true;
+}
+
+void forget_descriptor(int descriptor) noexcept {
+    noted[static_cast<std::size_t>(descriptor)] = false;
+}
+
+}  // namespace brenik::platform
