@@ -95,8 +95,8 @@ bool add_entry(Session& session, Patience patience) {
     };
     if (added(LockTry::kAtOnce)) return true;
     for (int i = 0; patience == Patience::kFull && i < kRepeats; ++i) {
+        session.clock.pause(i == 0 ? 0 : kPause_ms);
         if (added(LockTry::kInTurn)) return true;
-        session.clock.pause(kPause_ms);
     }
     journal(session).go_to(0);
     return false;
@@ -233,6 +233,7 @@ bool RSADD(Session& session, const Addition& addition, Patience patience) {
 }
 
 void require_journal(Session& session) {
+    static_cast<void>(RSNOW(session));
     if (!tracking(session)) return;
     for (const char* field : {"CCODE", "CDB", "CDT", "U_ID"}) {
         static_cast<void>(session.areas.field(journal_area(session), field));
@@ -247,15 +248,15 @@ std::optional<std::string> last_journalled(Session& session, const std::string& 
     const std::size_t order = trans.order_number();
     if (order == 0 || !equal_ignoring_case(trans.order_description(order).key, kEntryKey))
         return {};
-    std::optional<std::string> identifier;
-    static_cast<void>(unless_locked(session, [&] {
+    try {
         const auto key = trans.last_key(order, table_code + limit, Table::Wait::kShort);
-        if (key && begins_with(*key, table_code)) {
-            identifier = key->substr(table_code.size(), limit.size());
-        }
-        return true;
-    }));
-    return identifier;
+        if (!key || !begins_with(*key, table_code)) return {};
+        return key->substr(table_code.size(), limit.size());
+    } catch (const EngineFault& fault) {
+        if (fault.code() != FaultCode::kBusy) throw;
+        if (session.variables.LTRACE) TRACELOG(session, "NEXTUID", {Value(), fault.what()});
+        return {};
+    }
 }
 
 bool RSDEL(Session& session, const Deletion& deletion) {

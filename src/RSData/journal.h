@@ -45,7 +45,7 @@ enum class Patience { kNone, kFull };
                          Patience patience = Patience::kFull);
 
 // EngineFault kEmptyWorkArea or kUnknownName when an addition could not be noted, because the
-// journal is not open or lacks a field. Nothing while tracking is off.
+// journal is not open, or it or the system table lacks a field.
 void require_journal(Session& session);
 
 // The greatest identifier, not above `limit`, that the journal has an entry of that table for.

@@ -1,5 +1,6 @@
-// The steps of an append, in the order that keeps identifiers unique: lock the counter, append,
-// read the counter again, write it back, journal, release.
+// The steps of an append, in the order that keeps identifiers unique: lock the counter, read it
+// again, raise it, add the record, journal, release. A blank record is appended before the counter
+// is raised.
 
 #include "data/add_rec.h"
 
@@ -35,6 +36,13 @@ class RecordNumbers {
     std::optional<std::int64_t> last_;
 };
 
+// The identifier is the append's to give, whatever the values say.
+void fill_in(Session& session, const NewRecord& options, const std::string& identifier) {
+    options.fill();
+    WorkAreas& areas = session.areas;
+    if (areas.field_position("U_ID") != 0) areas.set_field(areas.current(), "U_ID", identifier);
+}
+
 // One append under the counter's lock. The record receives its identifier in work area `area`, as
 // a rule the one that is appended to.
 class IdentifiedAppend {
@@ -56,13 +64,14 @@ class IdentifiedAppend {
         for (auto added = Table::Added::kTaken; added != Table::Added::kDone;) {
             session_.areas.table("APPEND").begin_record();
             if (own()) assign();
-            options_.fill();
-            if (own()) assign_identifier();
+            fill_in(session_, options_, own() ? identifier_.text() : std::string());
             added = add_counted();
             if (added == Table::Added::kRefused) return false;
             if (added == Table::Added::kTaken) identifier_.pass_over();
         }
-        if (!own()) assign();
+        if (own()) return true;
+        assign();
+        session_.areas.table(area_, "U_ID").commit();
         return true;
     }
 
@@ -71,7 +80,7 @@ class IdentifiedAppend {
         try {
             const auto added =
                 add_with_retries(session_, options_.seconds, own() ? identifier_.order() : 0);
-            if (added == Table::Added::kRefused) take_back();
+            if (added != Table::Added::kDone) take_back();
             return added;
         } catch (const EngineFault&) {
             take_back();
@@ -103,10 +112,6 @@ class IdentifiedAppend {
             set("ENTRY", session_.variables.TODAY);
             set("RNO", *number);
         }
-        assign_identifier();
-    }
-
-    void assign_identifier() {
         if (identifier_.issued()) set("U_ID", identifier_.text());
     }
 
@@ -135,7 +140,7 @@ void mark_object(const Session& session, int area, RecordObject* object) {
 bool append(Session& session, const NewRecord& options) {
     if (!options.fill) return append_with_retries(session, options.seconds, false);
     session.areas.table("APPEND").begin_record();
-    options.fill();
+    fill_in(session, options, {});
     return add_with_retries(session, options.seconds, 0) == Table::Added::kDone;
 }
 

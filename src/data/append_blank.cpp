@@ -59,6 +59,7 @@ bool recycle_top_record(Session& session, Table& table) {
     // or the journal without its entry.
     std::string identifier;
     static_cast<void>(NEXTUID(session, identifier, {.record_locked = true}));
+    table.commit();
     static_cast<void>(RSADD(session));
     return true;
 }

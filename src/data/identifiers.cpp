@@ -125,12 +125,8 @@ void NextIdentifier::pass_over_journalled() {
 void NextIdentifier::pass_over() {
     const std::string taken = text_;
     const std::int64_t top = std::max(highest(), number_);
-    if (limit_ - top > limit_ / kHardlyAny) {
-        set(top + 1);
-    } else {
-        do set(number_ + 1);
-        while (is_known(text_));
-    }
+    set(limit_ - top > limit_ / kHardlyAny ? top + 1 : number_ + 1);
+    while (is_known(text_)) set(number_ + 1);
     trace(taken + " exists already: " + text_ + " is issued");
 }
 

@@ -367,6 +367,7 @@ bool CdxTag::Tree::mend(Path& path, CdxPage& child) {
     // Touched before it is altered: should the order below turn out wrong, the page is forgotten.
     pages_.touch_entries(parent);
     parent.set_last_of_child(slot, child.last_entry());
+    child.loose = false;
     if (extra != nullptr) {
         const bool ends_before = compare(extra->last_entry(), said) < 0;
         if (ends_before) loosen(*extra, said);

@@ -228,9 +228,18 @@ void LocalTable::flush() {
     entry_.reset();
 }
 
+KeyUpdate::RecordHas LocalTable::record_has() {
+    return [this](const Order& order, const IndexEntry& entry) {
+        if (!file_->holds(entry.record)) return false;
+        std::vector<Byte> bytes(layout().record_length);
+        file_->read(entry.record, bytes);
+        return order.agrees_with(entry, {bytes, entry.record});
+    };
+}
+
 void LocalTable::write_record(KeyUpdate& keys) {
     keys.remove();
-    keys.insert();
+    keys.insert(record_has());
     keys.write_new_pages();
     const std::vector<std::uint32_t> replaced = write_memos();
     if (bytes_ != original_) file_->write(record_, bytes_, original_);
@@ -242,12 +251,17 @@ void LocalTable::write_record(KeyUpdate& keys) {
 // At every moment the keys on the disk are those of the record there, and perhaps some more, which
 // a search passes over.
 void LocalTable::write_record_durably(KeyUpdate& keys) {
-    keys.insert();
+    keys.insert(record_has());
     keys.write_new_pages();
     const std::vector<std::uint32_t> replaced = write_memos();
-    if (!keys_pending_) keys.publish();
-    if (bytes_ != original_) file_->write(record_, bytes_, original_);
-    file_->sync();
+    try {
+        if (!keys_pending_) keys.publish();
+        if (bytes_ != original_) file_->write(record_, bytes_, original_);
+        file_->sync();
+    } catch (const EngineFault&) {
+        keys.take_back();
+        throw;
+    }
     for (const std::uint32_t block : replaced) memo_->release(block);
     pending_memos_.clear();
     keys.remove();
@@ -320,18 +334,20 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
     KeyUpdate keys(*orders_, std::nullopt, {bytes_, addition.record()});
     if (!keys.lock(attempt, durable())) return Added::kRefused;
     if (distinct != 0 && keys.is_taken(orders_->attached(distinct))) return Added::kTaken;
-    keys.insert();
+    keys.insert(record_has());
     std::optional<MemoFile::Allocation> memos;
     if (!pending_memos_.empty() && !memos.emplace(*memo_, attempt).begun()) return Added::kRefused;
     keys.write_new_pages();
     write_memos();
     addition.write(bytes_);
     if (durable()) file_->sync();
-    keys.publish();
     try {
+        keys.publish();
         addition.count();
         if (durable()) file_->sync();
     } catch (const EngineFault&) {
+        // Keys may be of no record, a record may not be without keys.
+        addition.uncount();
         keys.take_back();
         throw;
     }

@@ -104,6 +104,7 @@ class LocalTable : public Table {
     void flush();
     void require_room_for_memos() const;
     std::vector<std::uint32_t> write_memos();
+    KeyUpdate::RecordHas record_has();
     void write_record(KeyUpdate& keys);
     void write_record_durably(KeyUpdate& keys);
     void require_in_place();

@@ -170,19 +170,30 @@ void TableFile::Addition::write(Bytes bytes) {
     std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
     record_and_end.push_back(kEndOfFile);
     file_.file_.write_at(file_.offset_of(record_), record_and_end);
+    file_.step_autoincrement();
 }
 
 void TableFile::Addition::count() {
+    set_count(record_ - 1, record_);
+    counted_ = true;
+}
+
+void TableFile::Addition::uncount() {
+    if (!counted_) return;
+    set_count(record_, record_ - 1);
+    counted_ = false;
+}
+
+void TableFile::Addition::set_count(RecordNumber from, RecordNumber to) {
     const platform::LocalDay today = platform::system_clock().today();
     std::array<Byte, 7> date_and_count = {static_cast<Byte>(today.year % 100),
                                           static_cast<Byte>(today.month),
                                           static_cast<Byte>(today.day)};
     std::array<Byte, 7> before = date_and_count;
-    store_le32(date_and_count.data() + 3, record_);
-    store_le32(before.data() + 3, record_ - 1);
+    store_le32(date_and_count.data() + 3, to);
+    store_le32(before.data() + 3, from);
     file_.replace(kDateOffset, date_and_count, before);
-    file_.known_count_ = record_;
-    counted_ = true;
+    file_.known_count_ = to;
 }
 
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may
@@ -218,23 +229,36 @@ void TableFile::mark_as_indexed() {
     file_.write_at(kFlagsOffset, {&marked, 1});
 }
 
-void TableFile::Addition::fill_in(MutableBytes bytes) { file_.assign_autoincrement(bytes); }
-
-void TableFile::assign_autoincrement(MutableBytes bytes) {
+// Calls `visit` with each autoincrement column, where its next value lies in the header, and the
+// value and step that lie there.
+template <class Visit>
+void TableFile::for_each_autoincrement(Visit visit) {
     for (std::size_t i = 0; i < layout_.fields.size(); ++i) {
         const Field& field = layout_.fields[i];
         if (!is_autoincrement(field)) continue;
-        const std::uint64_t descriptor = kTableHeaderSize + i * kFieldDescriptorSize;
+        const std::uint64_t at = kTableHeaderSize + i * kFieldDescriptorSize + kAutoincrementNext;
         std::array<Byte, 5> next_and_step;
-        if (file_.read_at(descriptor + kAutoincrementNext, next_and_step) != 5) return;
-        const std::uint32_t next = load_le32(next_and_step.data());
-        store_le32(bytes.data() + field.offset, next);
-        const std::uint32_t step = next_and_step[kAutoincrementStep - kAutoincrementNext];
-        const std::array<Byte, 5> before = next_and_step;
-        store_le32(next_and_step.data(), next + step);
-        replace(descriptor + kAutoincrementNext, Bytes(next_and_step).first(4),
-                Bytes(before).first(4));
+        if (file_.read_at(at, next_and_step) != next_and_step.size()) return;
+        visit(field, at, load_le32(next_and_step.data()),
+              next_and_step[kAutoincrementStep - kAutoincrementNext]);
     }
+}
+
+void TableFile::Addition::fill_in(MutableBytes bytes) {
+    file_.for_each_autoincrement(
+        [&](const Field& field, std::uint64_t, std::uint32_t next, std::uint32_t) {
+            store_le32(bytes.data() + field.offset, next);
+        });
+}
+
+void TableFile::step_autoincrement() {
+    for_each_autoincrement(
+        [&](const Field&, std::uint64_t at, std::uint32_t next, std::uint32_t step) {
+            std::array<Byte, 4> before{}, after{};
+            store_le32(before.data(), next);
+            store_le32(after.data(), next + step);
+            replace(at, after, before);
+        });
 }
 
 bool TableFile::lock(RecordNumber record, LockTry attempt) {

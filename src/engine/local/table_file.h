@@ -58,8 +58,12 @@ class TableFile {
         // Into the file, where nobody sees it yet.
         void write(Bytes bytes);
         void count();
+        // What was counted last is not there after all.
+        void uncount();
 
       private:
+        void set_count(RecordNumber from, RecordNumber to);
+
         TableFile& file_;
         std::optional<HeldLock> append_lock_;
         RecordNumber record_ = 0;
@@ -94,7 +98,9 @@ class TableFile {
     RecordNumber records_in(std::uint64_t size) const;
     RecordNumber next_record();
     void require_named(const platform::File::Standing& standing) const;
-    void assign_autoincrement(MutableBytes bytes);
+    template <class Visit>
+    void for_each_autoincrement(Visit visit);
+    void step_autoincrement();
     bool lock_new(RecordNumber record);
     void replace(std::uint64_t offset, Bytes bytes, Bytes before);
 

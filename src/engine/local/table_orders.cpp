@@ -270,21 +270,30 @@ bool KeyUpdate::is_taken(const Order& order) {
     return false;
 }
 
-void KeyUpdate::insert() {
+// Entries that a kill or a power failure left behind stand for nobody.
+bool KeyUpdate::is_held(const TableOrders::KeyChange& key, const RecordHas& has) const {
+    CdxTag& tag = *key.order->tag;
+    IndexEntry entry;
+    for (bool any = tag.at_or_after(as_bytes(*key.inserted), 0, entry);
+         any && entry.key == *key.inserted; any = tag.after(entry, entry)) {
+        if (entry.record != record_ && has(*key.order, entry)) return true;
+    }
+    return false;
+}
+
+void KeyUpdate::insert(const RecordHas& has) {
     for (FileChange& one : files_) {
         for (const TableOrders::KeyChange& key : one.keys) {
             if (!key.inserted) continue;
-            CdxTag& tag = *key.order->tag;
-            const TagDescription& description = tag.description();
-            const bool held = (description.unique || description.candidate) &&
-                              one.change->contains(tag, as_bytes(*key.inserted));
+            const TagDescription& description = key.order->description();
+            const bool held = (description.unique || description.candidate) && is_held(key, has);
             if (held && description.candidate) {
                 throw EngineFault(FaultCode::kDuplicateKey, "write",
                                   one.file->path() + ": tag " + description.name +
                                       ": another record has this key already");
             }
             // A unique tag keeps the first record of a key.
-            if (!held) one.change->insert(tag, as_bytes(*key.inserted), record_);
+            if (!held) one.change->insert(*key.order->tag, as_bytes(*key.inserted), record_);
         }
     }
 }

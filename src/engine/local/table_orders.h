@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -157,8 +158,10 @@ class KeyUpdate {
     // True when the order holds the key already that the change would add to it.
     bool is_taken(const Order& order);
 
-    // In memory. EngineFault kDuplicateKey when a candidate tag has the key already.
-    void insert();
+    // True when the record that an entry names has that entry's key.
+    using RecordHas = std::function<bool(const Order& order, const IndexEntry& entry)>;
+    // In memory. EngineFault kDuplicateKey when another record has the key of a candidate tag.
+    void insert(const RecordHas& has);
     void remove();
 
     // What can fail for want of space, and is named by nothing yet; then the rest.
@@ -174,6 +177,7 @@ class KeyUpdate {
         std::unique_ptr<CdxFile::Change> change = {};
     };
     bool lock_all(std::optional<LockTry> attempt, bool durable);
+    bool is_held(const TableOrders::KeyChange& key, const RecordHas& has) const;
 
     RecordNumber record_;
     std::vector<FileChange> files_;

@@ -32,14 +32,19 @@ pthread_mutex_t mutex = kUnlocked;
 // A server that keeps another thread waiting in an open must not keep the host from forking.
 constexpr int kLongestWait_s = 1;
 
+// False where the wait was in vain, or the forking thread itself is in the middle of a step.
+thread_local bool locked_for_fork = false;
+
 void before_fork() {
     std::timespec until = {};
     clock_gettime(CLOCK_REALTIME, &until);
     until.tv_sec += kLongestWait_s;
-    pthread_mutex_timedlock(&mutex, &until);
+    locked_for_fork = pthread_mutex_timedlock(&mutex, &until) == 0;
 }
 
-void after_fork() { pthread_mutex_unlock(&mutex); }  // refused where the wait was in vain
+void after_fork() {
+    if (locked_for_fork) pthread_mutex_unlock(&mutex);
+}
 
 void in_child() {
     for (int descriptor = 0; descriptor <= highest; ++descriptor) {
