@@ -161,57 +161,126 @@ TEST_F(SharingTest, NoLockOfAnyKindTouchesDataOfTheLargestTable) {
 
 constexpr LockRange kMain{1ull << 33, 1};
 
-TEST_F(SharingTest, TheLineIsServedInTheOrderOfArrival) {
-    make(false, 0);
-    File holder = stranger();
-    ASSERT_TRUE(holder.try_lock(kMain.offset, 1));
-    std::array<std::atomic<int>, 4> served{};
-    std::atomic<int> next = 0;
-    std::vector<std::thread> waiters;
-    for (std::size_t i = 0; i < served.size(); ++i) {
-        waiters.emplace_back([&, i] {
-            File file = stranger();
-            LockQueue queue(file);
-            constexpr int kForever_ms = 600'000;  // a line that stands still half so long is passed
-            if (!queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, kForever_ms)) return;
-            served[i] = ++next;
-            file.unlock(kMain.offset, 1);
-        });
-        // The place that the next one will find taken.
-        File look = stranger();
-        while (look.try_lock(LockScheme::queue().offset + i, 1)) {
-            look.unlock(LockScheme::queue().offset + i, 1);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    holder.unlock(kMain.offset, 1);
-    for (std::thread& waiter : waiters) waiter.join();
-    for (std::size_t i = 0; i < served.size(); ++i) EXPECT_EQ(served[i], static_cast<int>(i) + 1);
-}
+struct Waiter {
+    explicit Waiter(File own) : file(std::move(own)) {}
 
-TEST_F(SharingTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
-    make(false, 0);
-    File first_in_line = stranger(), file = stranger();
-    LockQueue queue(file);
-    const auto lock_and_release = [&](int timeout_ms) {
+    bool lock_and_release(int timeout_ms) {
         const bool locked =
             queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, timeout_ms);
         if (locked) file.unlock(kMain.offset, 1);
         return locked;
-    };
-    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(lock_and_release(0)) << "nobody waits";
+    }
+
+    File file;
+    LockQueue queue{file};
+};
+
+// The waiters find the lock taken, one after the other; the first of them gets that place in line.
+// When each was served then, counted from 1; 0 for one who was refused.
+template <std::size_t kCount>
+std::array<int, kCount> served(std::array<Waiter, kCount>& waiters, File holder, File look,
+                               std::uint64_t first_place, int timeout_ms) {
+    EXPECT_TRUE(holder.try_lock(kMain.offset, 1));
+    std::array<int, kCount> turns{};
+    std::atomic<int> next = 0;
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        threads.emplace_back([&, i] {
+            Waiter& waiter = waiters[i];
+            if (!waiter.queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, timeout_ms)) {
+                return;
+            }
+            turns[i] = ++next;
+            waiter.file.unlock(kMain.offset, 1);
+        });
+        // The place that the next one will find taken.
+        const std::uint64_t place = LockScheme::queue().offset + first_place + i;
+        while (look.try_lock(place, 1)) {
+            look.unlock(place, 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    holder.unlock(kMain.offset, 1);
+    for (std::thread& thread : threads) thread.join();
+    return turns;
+}
+
+TEST_F(SharingTest, TheLineIsServedInTheOrderOfArrival) {
+    make(false, 0);
+    std::array waiters{Waiter(stranger()), Waiter(stranger()), Waiter(stranger()),
+                       Waiter(stranger())};
+    constexpr int kForever_ms = 600'000;  // a line that stands still half so long is passed
+    EXPECT_EQ(served(waiters, stranger(), stranger(), 0, kForever_ms), (std::array{1, 2, 3, 4}));
+}
+
+TEST_F(SharingTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
+    make(false, 0);
+    File first_in_line = stranger();
+    Waiter waiter(stranger());
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(waiter.lock_and_release(0)) << "nobody waits";
     ASSERT_TRUE(first_in_line.try_lock(LockScheme::queue().offset, 1));
     int passed = 0;
     const auto begin = std::chrono::steady_clock::now();
     const auto waited = [&] { return std::chrono::steady_clock::now() - begin; };
     while (passed < 1000 && waited() < std::chrono::milliseconds(100)) {
-        ASSERT_TRUE(lock_and_release(200));
+        ASSERT_TRUE(waiter.lock_and_release(200));
         ++passed;
     }
     EXPECT_LE(passed, 32);
     EXPECT_GE(waited(), std::chrono::milliseconds(100)) << "half the time belongs to the line";
     first_in_line.close();
-    EXPECT_TRUE(lock_and_release(0));
+    EXPECT_TRUE(waiter.lock_and_release(0));
+}
+
+TEST_F(SharingTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed) {
+    make(false, 0);
+    const std::uint64_t places = LockScheme::queue().offset;
+    File suspended = stranger(), living = stranger();
+    ASSERT_TRUE(suspended.try_lock(places, 1));
+    std::array waiters{Waiter(stranger()), Waiter(stranger()), Waiter(stranger())};
+    const auto all_lock = [&] {
+        for (Waiter& waiter : waiters) ASSERT_TRUE(waiter.lock_and_release(200));
+    };
+    auto begin = std::chrono::steady_clock::now();
+    const auto waited = [&] { return std::chrono::steady_clock::now() - begin; };
+    while (waited() < std::chrono::milliseconds(1500)) all_lock();
+    begin += waited();
+    for (int i = 0; i < 100; ++i) all_lock();
+    EXPECT_EQ(served(waiters, stranger(), stranger(), 1, 20'000), (std::array{1, 2, 3}));
+    EXPECT_LT(waited(), std::chrono::seconds(2)) << "waited for once more";
+
+    const auto is_met = [&] {
+        for (int i = 0; i < 40; ++i) {
+            if (!waiters[0].queue.try_lock(kMain, LockScheme::queue(), LockKind::kExclusive)) {
+                return true;
+            }
+            waiters[0].file.unlock(kMain.offset, 1);
+        }
+        return false;
+    };
+    ASSERT_TRUE(living.try_lock(places + 1, 1));
+    EXPECT_TRUE(is_met()) << "somebody beside the one who stands still";
+    living.close();
+    EXPECT_FALSE(is_met());
+    suspended.unlock(places, 1);
+    EXPECT_FALSE(is_met());
+    ASSERT_TRUE(suspended.try_lock(places, 1));
+    EXPECT_TRUE(is_met()) << "the place was free in between";
+}
+
+TEST_F(SharingTest, ASuspendedProcessInLineHoldsUpOneChangeForAMoment) {
+    make(true, 1);
+    File suspended = stranger(".CDX");
+    ASSERT_TRUE(suspended.try_lock(LockScheme::queue().offset, 1));
+    const auto table = open(compatible_);
+    table->go_to(1);
+    ASSERT_TRUE(table->lock_record(1));
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100; ++i) {
+        table->field_put(1, "C" + std::to_string(i));
+        table->commit();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
 }
 
 // ----------------------------------------------------------------------------------------- growth

@@ -6,14 +6,21 @@
 // byte of its place and moves on to the one ahead as soon as that is let go, and only the first in
 // line tries the lock itself. A killed process leaves the line as it leaves every lock.
 //
-// The lock alone decides who may write. Programs that know nothing of the line do no harm, and a
-// line that does not move (somebody in it is suspended) is passed by after half the time that one
-// waits for the lock itself.
+// The lock alone decides who may write. Programs that know nothing of the line do no harm.
+//
+// A suspended process keeps its place and does not move on. Whoever stands behind it takes what is
+// free ahead of it, after half the timeout at the latest. A place that was refused for a second
+// although what is ahead of it was free is remembered for a minute, and passed without waiting as
+// long as it is not found free.
 //
 // A lock that is free costs one call. The line is looked at every eighth time, more seldom by those
 // who have not met anybody for long, so that nobody in it can be passed for ever.
 
 #pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
 
 #include "engine/local/lock_scheme.h"
 #include "platform/file.h"
@@ -37,6 +44,34 @@ class HeldLock {
 // millisecond each; with eight of them the last in line waits less than this.
 inline constexpr int kTurn_ms = 40;
 
+// The places, by offset, that were refused and have not been found free since; for a minute each.
+class RefusedPlaces {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // The place was refused for so long a wait.
+    void add(std::uint64_t place, int waited_ms);
+    // The places were found free.
+    void remove(LockRange places);
+    // Time since the first refusal; zero for a place that is not known.
+    Clock::duration refused_for(std::uint64_t place) const;
+    // What is ahead of the place was free. After a second of refusals that means it stands still.
+    void pass(std::uint64_t place);
+    bool stands_still(std::uint64_t place) const;
+
+  private:
+    struct Refused {
+        std::uint64_t place;
+        Clock::time_point since;
+        Clock::time_point until;  // when it is forgotten
+        bool still = false;
+    };
+
+    const Refused* find(std::uint64_t place) const;
+
+    std::vector<Refused> refused_;
+};
+
 class LockQueue {
   public:
     explicit LockQueue(platform::File& file) : file_(file) {}
@@ -56,12 +91,19 @@ class LockQueue {
                                     int timeout_ms);
 
   private:
+    struct Line;
+
     bool lock_out_of_turn(LockRange range, platform::LockKind kind);
     bool lock_unless_somebody_waits(LockRange range, LockRange queue, platform::LockKind kind);
+    bool lock_after_look(LockRange range, platform::LockKind kind);
+    int step(const Line& line, int from);
+    bool may_pass(const Line& line, int nearest, int waited, int& ahead);
+    bool take(const Line& line, int position, int timeout_ms);
 
     platform::File& file_;
     int earned_ = 0;  // tries without a look at the line, after the last look
     int left_ = 0;    // of those
+    RefusedPlaces refused_;
 };
 
 }  // namespace brenik::local
