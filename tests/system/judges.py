@@ -89,7 +89,7 @@ class TableView:
         """(tag, record) where neither the tree nor the chain of its leaves has the entry that the record should have."""
         for tag in self.tags.values():
             texts = [dbfcheck.Expression(text, self.table) if text else None for text in (tag.key_text, tag.for_text)]
-            expected, _ = self.cdx._expected(tag, *texts, False)
+            expected = self.cdx._expected(tag, *texts)
             missing = expected.items() - set(tag.entries)
             yield from ((tag.name, number) for number, _ in missing and missing - set(self._chain(tag)))
 
