@@ -8,7 +8,7 @@
 //   FAULTY_ARMED   set: counting begins with the program, else with its faulty_files_arm()
 //   FAULTY_RECORD  where every change and sync is recorded as it is done, in order: a line of
 //                  what it was, the offset or length, the number of bytes and the file's path in
-//                  the folder, then the bytes. Of a rename the bytes are the new path.
+//                  the folder, then the bytes.
 //
 // The first two are needed, or the first and the last.
 
@@ -251,10 +251,7 @@ int rename(const char* from, const char* to) {
     const int code = below_folder(to) ? fate(0) : 0;
     if (code) return fail_with(code);
     const int result = real(from, to);
-    if (below_folder(from) && result == 0) {
-        note_change("rename", path_in_folder(from), 0, path_in_folder(to),
-                    strlen(path_in_folder(to)));
-    }
+    if (below_folder(from) && result == 0) note_change("rename", path_in_folder(from), 0, NULL, 0);
     return result;
 }
 

@@ -48,22 +48,16 @@ class Appends : public testing::Test {
     static const fake::Practice& with_tables(const fake::Practice& practice) {
         const std::vector<fake::Column> names{
             {"U_ID", 'C', 7}, {"LAST", 'C', 8}, {"ENTRY", 'D', 8}, {"OPERATOR", 'C', 3}};
-        practice.make("LAWSYS",
-                      {{"MYUDN", 'C', 2},
-                       {"TRACKSYNC", 'L', 1},
-                       {"TLASTDELTA", 'N', 5},
-                       {"RECORDNO", 'N', 8},
-                       {"U_ID1", 'N', 9},
-                       {"U_ID2", 'N', 9},
-                       {"U_ID4", 'N', 9}},
-                      {}, {{"XY", true, 0, 99999998, 61, 0, 9}});
-        practice.make("LAWTRANS",
-                      {{"CCODE", 'C', 1},
-                       {"CDB", 'C', 2},
-                       {"U_ID", 'C', 7},
-                       {"CDT", 'C', 4},
-                       {"CDATA", 'C', 60}},
-                      {{"ENTRIES", "CDB+U_ID+CCODE"}});
+        const std::vector<fake::Column> system{
+            {"MYUDN", 'C', 2}, {"TRACKSYNC", 'L', 1}, {"TLASTDELTA", 'N', 5}, {"RECORDNO", 'N', 8},
+            {"U_ID1", 'N', 9}, {"U_ID2", 'N', 9},     {"U_ID4", 'N', 9}};
+        const std::vector<fake::Column> journal{{"CCODE", 'C', 1},
+                                                {"CDB", 'C', 2},
+                                                {"U_ID", 'C', 7},
+                                                {"CDT", 'C', 4},
+                                                {"CDATA", 'C', 60}};
+        practice.make("LAWSYS", system, {}, {{"XY", true, 0, 99999998, 61, 0, 9}});
+        practice.make("LAWTRANS", journal, {{"ENTRIES", "CDB+U_ID+CCODE"}});
         practice.make("LAW1", names,
                       {{"ID", "U_ID"}, {"DELETED", "U_ID", "DELETED()"}, {"U_ID", "U_ID"}},
                       {{"AAAAAAA", "Old", Date::from_ymd("20000101"), "ANN"}, {"BBBBBBB", "Kept"}});

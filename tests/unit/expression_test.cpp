@@ -269,12 +269,12 @@ TEST_F(ExpressionTest, SoughtValuesGiveTheBytesOfTheirKeys) {
     EXPECT_EQ(seek("CITY", Memo{"Edegem-Zuid"}), "45646567656D");
     EXPECT_EQ(seek("NICK", "x"), "8078");
     EXPECT_EQ(seek("SPARE", Value()), "0000000000");
-    for (const auto& [text, value] :
-         std::initializer_list<std::pair<const char*, Value>>{{"CITY", Value()},
-                                                              {"CITY", 1},
-                                                              {"AGE", "1"},
-                                                              {"BORN", "20000101"},
-                                                              {"COUNTER", Number{1.5}}}) {
+    const std::pair<const char*, Value> unsuitable[] = {{"CITY", Value()},
+                                                        {"CITY", 1},
+                                                        {"AGE", "1"},
+                                                        {"BORN", "20000101"},
+                                                        {"COUNTER", Number{1.5}}};
+    for (const auto& [text, value] : unsuitable) {
         EXPECT_THROW(seek(text, value), EngineFault) << text;
     }
 }

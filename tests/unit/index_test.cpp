@@ -509,17 +509,6 @@ TEST_F(IndexTest, WhatCannotBeKeptCorrectIsRefusedOrListedAsSuch) {
     EXPECT_TRUE(refused([&] { open(); }, FaultCode::kUnsupported));
 }
 
-TEST_F(IndexTest, GrowthStopsBelowTheLockPosition) {
-    make(240, ' ').reset();
-    fs::resize_file(path_, LockScheme::index().offset / 512 * 512);
-    const auto file = open();
-    const auto add = [&](char letter) { change(*file, {}, {{std::string(240, letter), 1}}); };
-    add('a'), add('b');
-    EXPECT_TRUE(refused([&] { add('c'); }, FaultCode::kLimit));
-    IndexEntry found;
-    EXPECT_TRUE(file->tags()[0]->first(found));
-}
-
 TEST_F(IndexTest, RememberedPagesNeedNoLock) {
     const auto file = make(10, ' ');
     change(*file, {}, {{"KEY       ", 1}});

@@ -149,28 +149,25 @@ TEST_F(PlatformTest, LocksOfTwoFilesExcludeEachOther) {
 
 #ifndef _WIN32
 
-// A child of a fork that does nothing but `work`; whether that was right.
-class Child {
-  public:
-    template <class Work>
-    explicit Child(Work work) : process_(fork()) {
-        if (process_ == 0) _exit(work() ? 0 : 1);
-    }
-    bool was_right() const {
-        int status = -1;
-        return waitpid(process_, &status, 0) == process_ && status == 0;
-    }
+// A child of a fork that does nothing but `work`.
+template <class Work>
+pid_t start_child(Work work) {
+    const pid_t child = fork();
+    if (child == 0) _exit(work() ? 0 : 1);
+    return child;
+}
 
-  private:
-    pid_t process_;
-};
+bool was_right(pid_t child) {
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
 
 TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
     const std::string name = write("TABLE");
     File file = File::open(name, OpenMode::kReadWrite);
     File other = File::open(name, OpenMode::kReadWrite);
     ASSERT_TRUE(file.try_lock(9, 1));
-    const Child busy([&] {
+    const pid_t busy = start_child([&] {
         const File own = File::open(name, OpenMode::kReadWrite);  // has the number of `file`
         file.unlock(9, 1);
         bool refused = false;
@@ -182,19 +179,19 @@ TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
         file.close();
         return refused && own.size() == 7;
     });
-    EXPECT_TRUE(busy.was_right());
+    EXPECT_TRUE(was_right(busy));
     EXPECT_FALSE(other.try_lock(9, 1));
 
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const Child idle([&] {
+    const pid_t idle = start_child([&] {
         char byte;
         return ::close(ends[1]) == 0 && ::read(ends[0], &byte, 1) == 0;
     });
     file.close();
     EXPECT_TRUE(other.lock_within(9, 1, LockKind::kExclusive)) << "a living child keeps no lock";
     ::close(ends[1]);
-    EXPECT_TRUE(idle.was_right());
+    EXPECT_TRUE(was_right(idle));
     ::close(ends[0]);
 }
 
@@ -208,7 +205,7 @@ TEST_F(PlatformTest, AForkBesideAnotherThreadsOpensTakesNoneAlong) {
     });
     int right = 0;
     for (int i = 0; i < 200; ++i) {
-        const Child child([&] {
+        right += was_right(start_child([&] {
             struct stat facts;
             int descriptor = 0;
             while (descriptor < 64 &&
@@ -216,8 +213,7 @@ TEST_F(PlatformTest, AForkBesideAnotherThreadsOpensTakesNoneAlong) {
                 ++descriptor;
             }
             return descriptor == 64;
-        });
-        right += child.was_right();
+        }));
     }
     done = true;
     opener.join();
