@@ -85,18 +85,19 @@ void put(Session& session, std::string_view field, const std::string& text) {
 // Makes the entry that is to be added; put() fills it.
 void begin_entry(Session& session) { journal(session).begin_record(); }
 
-// Together with the 40 milliseconds of a try in turn, these pauses make five seconds; they are
-// short so that a journal that is free for moments only is met in one of them.
+// The pauses are short, so that a journal that is free for moments only is met in one of them.
 bool add_entry(Session& session, Patience patience) {
-    constexpr int kRepeats = 36;
     constexpr int kPause_ms = 100;
     const auto added = [&](LockTry attempt) {
         return journal(session).add_record(attempt) == Table::Added::kDone;
     };
     if (added(LockTry::kAtOnce)) return true;
-    for (int i = 0; patience == Patience::kFull && i < kRepeats; ++i) {
-        session.clock.pause(i == 0 ? 0 : kPause_ms);
+    const double start = session.clock.seconds();
+    const auto waited = [&] { return session.clock.seconds() - start; };  // less than 0 at midnight
+    while (patience == Patience::kFull) {
         if (added(LockTry::kInTurn)) return true;
+        if (const double now = waited(); now < 0 || now >= kDefaultRetrySeconds) break;
+        session.clock.pause(kPause_ms);
     }
     journal(session).go_to(0);
     return false;
