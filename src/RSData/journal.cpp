@@ -247,8 +247,10 @@ std::optional<std::string> last_journalled(Session& session, const std::string& 
     if (area == 0) return {};
     Table& trans = journal(session);
     const std::size_t order = trans.order_number();
-    if (order == 0 || !equal_ignoring_case(trans.order_description(order).key, kEntryKey))
-        return {};
+    if (order == 0) return {};
+    std::string expression = trans.order_description(order).key;
+    std::erase(expression, ' ');
+    if (!equal_ignoring_case(expression, kEntryKey)) return {};
     try {
         const auto key = trans.last_key(order, table_code + limit, Table::Wait::kShort);
         if (!key || !begins_with(*key, table_code)) return {};

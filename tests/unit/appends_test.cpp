@@ -57,7 +57,7 @@ class Appends : public testing::Test {
                                                 {"CDT", 'C', 4},
                                                 {"CDATA", 'C', 60}};
         practice.make("LAWSYS", system, {}, {{"XY", true, 0, 99999998, 61, 0, 9}});
-        practice.make("LAWTRANS", journal, {{"ENTRIES", "CDB+U_ID+CCODE"}});
+        practice.make("LAWTRANS", journal, {{"ENTRIES", "CDB + U_ID + CCODE"}});
         practice.make("LAW1", names,
                       {{"ID", "U_ID"}, {"DELETED", "U_ID", "DELETED()"}, {"U_ID", "U_ID"}},
                       {{"AAAAAAA", "Old", Date::from_ymd("20000101"), "ANN"}, {"BBBBBBB", "Kept"}});
