@@ -15,6 +15,7 @@ import concurrent.futures
 import hashlib
 import itertools
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -136,8 +137,8 @@ def assert_mended(folder):
         assert not view_of(folder, name).report.faults, (name, view_of(folder, name).report.faults[:4])
 
 
-def judge(folder, run, states):
-    """`states` are those of the practice after each step."""
+def judge(folder, run, script, states):
+    """`states` are those of the practice after each step. What an addition left goes with the next to the table."""
     done = len(run.steps)
     finished = done + 1 == len(states) and not run.refused
     assert_old_or_new(rows(folder), states[done], None if finished else states[min(done + 1, len(states) - 1)])
@@ -145,6 +146,9 @@ def judge(folder, run, states):
     assert not later.refused, later.refused
     assert len(later.identifiers) == 4
     assert_unique(folder, run.identifiers + later.identifiers)
+    if script in ('add', 'matter'):
+        faults = [(name, fault) for name in tables_of(folder) for fault in view_of(folder, name).report.faults]
+        assert not [fault for fault in faults if re.search('occurs twice|has key', fault[1])], faults[:4]
     assert_mended(folder)
 
 
@@ -184,7 +188,7 @@ def faults(writing, reading, locking):
 def run_with_fault(copy, script, states, kind, call):
     folder = copy('%s%d' % (kind, call))
     try:
-        judge(folder, Run(folder, script, kind, call), states)
+        judge(folder, Run(folder, script, kind, call), script, states)
     except (AssertionError, subprocess.TimeoutExpired) as error:
         return '%s at call %d: %s' % (kind, call, str(error)[:600])
     shutil.rmtree(folder)

@@ -37,8 +37,8 @@ SEED = int(os.environ.get('BRENIK_CUT_SEED', '1'))
 SECTOR = 512
 MOST_VIEWS = 100         # kept at a time
 SURPLUS = r'record \d+ (is in the tag|has key|occurs twice)|record number \d+ out of range'
-UNFINISHED = (r'page \d+ has siblings|page \d+: entry \d+ says'                                             # dbfcheck
-              r'|no page of the level above|does not end with the entry that page|its left sibling is')     # brenik check
+UNFINISHED = '%s|%s' % (judges.UNFINISHED,
+                        r'no page of the level above|does not end with the entry that page|its left sibling is')    # check
 TAIL = r'dbf: (byte after record|\d+ bytes after|no end-of-file byte)'
 TAIL_KINDS = 'uncounted-records', 'unfinished-append', 'end-mark', 'rubbish'
 
@@ -271,6 +271,7 @@ def judge(folder, windows_folder, start, old, new, choice):
         host.close()
     second = Verdict(folder, old, new)
     second.torn = first.torn - edited
+    second.moving &= old.keys()                         # what an addition left goes with the next
     second.judge_files(())
     second.judge_identifiers(told + added)
     for key, row in first.rows.items():

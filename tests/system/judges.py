@@ -20,6 +20,9 @@ import dbfcheck  # noqa: E402  (its folder is on the path only now)
 
 DIGITS = '0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz'
 
+# A split that the level above does not know yet: readers go right there, and the next change of the place mends it.
+UNFINISHED = r'page \d+ has siblings|page \d+: entry \d+ says'
+
 WALK = r'''use XBase;
 my ($file, @tags) = @ARGV;
 while (my ($tag, $type) = splice @tags, 0, 2) {
@@ -133,12 +136,15 @@ def assert_sound(folder, *names):
 
 
 def assert_finished(practice, name, acknowledged):
-    """Faults are forgiven that concern only records which no call has acknowledged."""
+    """Forgiven are faults that concern only records which no call has acknowledged, and splits that were cut short."""
     view = TableView(practice.folder, name)
     known = {row.number for row in view.rows if row['U_ID'] in set(acknowledged)}
+    unreachable = set(view.unreachable())
+    assert not [number for _, number in unreachable if number in known], unreachable
     for fault in view.report.faults:
-        record = re.search(r'record (\d+) (?:is missing|has key|is in the tag|number \d+ out of range)', fault)
-        assert record and int(record[1]) not in known, fault
+        record = re.search(r'record (?:number )?(\d+) (is missing|has key|is in the tag|occurs twice|out of range)', fault)
+        passed = record and (int(record[1]) not in known or record[2] == 'is missing')
+        assert passed or re.search(UNFINISHED, fault), fault
 
 
 def assert_same_order(view):

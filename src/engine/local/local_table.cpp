@@ -218,7 +218,7 @@ void LocalTable::flush() {
         keys_pending_ ? std::nullopt : std::optional(RecordView{original_, record_});
     require_in_place();
     require_room_for_memos();
-    KeyUpdate keys(*orders_, before, {bytes_, record_});
+    KeyUpdate keys(*orders_, before, RecordView{bytes_, record_});
     keys.lock(durable());
     // Memos come after everything that can refuse the change, and before the record names them.
     durable() ? write_record_durably(keys) : write_record(keys);
@@ -285,6 +285,18 @@ void LocalTable::require_in_place() {
     place_checked_ = now;
 }
 
+// An addition that was cut short between its keys and the count has left both. The keys go while
+// the record still tells what they are: they would become keys of the record that takes its place.
+bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry attempt) {
+    const std::optional<std::vector<Byte>> record = addition.left_over();
+    if (!record) return true;
+    KeyUpdate keys(*orders_, RecordView{*record, addition.record()}, std::nullopt);
+    if (!keys.lock(attempt, durable())) return false;
+    keys.remove();
+    keys.publish();
+    return true;
+}
+
 bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     require_open("append");
     flush();
@@ -295,7 +307,7 @@ bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     std::vector<Byte> blank(layout().record_length);
     make_blank_record(blank, layout());
     TableFile::Addition addition(*file_, attempt);
-    if (!addition.begun()) return false;
+    if (!addition.begun() || !take_out_left_over(addition, attempt)) return false;
     addition.fill_in(blank);
     addition.write(blank);
     if (durable()) file_->sync();
@@ -329,9 +341,9 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
     }
     require_room_for_memos();
     TableFile::Addition addition(*file_, attempt);
-    if (!addition.begun()) return Added::kRefused;
+    if (!addition.begun() || !take_out_left_over(addition, attempt)) return Added::kRefused;
     addition.fill_in(bytes_);
-    KeyUpdate keys(*orders_, std::nullopt, {bytes_, addition.record()});
+    KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, addition.record()});
     if (!keys.lock(attempt, durable())) return Added::kRefused;
     if (distinct != 0 && keys.is_taken(orders_->attached(distinct))) return Added::kTaken;
     keys.insert(record_has());

@@ -108,6 +108,7 @@ class LocalTable : public Table {
     void write_record(KeyUpdate& keys);
     void write_record_durably(KeyUpdate& keys);
     void require_in_place();
+    bool take_out_left_over(const TableFile::Addition& addition, LockTry attempt);
     bool durable() const { return engine_.settings_.full_durability; }
     void abandon_without_keys() noexcept;
     void require_writable(const char* operation);

@@ -158,12 +158,20 @@ TableFile::Addition::Addition(TableFile& file, LockTry attempt) : file_(file) {
         if (!file.append_queue_.attempt(range, LockScheme::queue(), attempt)) return;
         append_lock_.emplace(file.file_, range);
     }
-    const RecordNumber next = file.next_record();
-    if (file.lock_new(next)) record_ = next;
+    const Place next = file.next_place();
+    left_over_ = next.left_over;
+    if (file.lock_new(next.record)) record_ = next.record;
 }
 
 TableFile::Addition::~Addition() {
     if (record_ != 0 && !counted_) file_.unlock(record_);
+}
+
+std::optional<std::vector<Byte>> TableFile::Addition::left_over() const {
+    if (!left_over_) return {};
+    std::vector<Byte> bytes(file_.layout_.record_length);
+    file_.read_once(record_, bytes);
+    return bytes;
 }
 
 void TableFile::Addition::write(Bytes bytes) {
@@ -198,7 +206,7 @@ void TableFile::Addition::set_count(RecordNumber from, RecordNumber to) {
 
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may
 // have been cut short, or have lost its name, since it was opened.
-RecordNumber TableFile::next_record() {
+TableFile::Place TableFile::next_place() {
     const RecordNumber counted = counted_in_header();
     const platform::File::Standing standing = file_.standing();
     require_named(standing);
@@ -215,7 +223,7 @@ RecordNumber TableFile::next_record() {
                               " records reach as far as locks allow, offset " +
                               std::to_string(locks_.data_limit(marked_)));
     }
-    return counted + 1;
+    return {counted + 1, held > counted};
 }
 
 void TableFile::require_named(const platform::File::Standing& standing) const {

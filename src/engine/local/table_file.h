@@ -53,6 +53,8 @@ class TableFile {
 
         bool begun() const { return record_ != 0; }
         RecordNumber record() const { return record_; }
+        // What an addition that was cut short has left in the record's place. It may have keys.
+        std::optional<std::vector<Byte>> left_over() const;
         // The autoincrement columns.
         void fill_in(MutableBytes bytes);
         // Into the file, where nobody sees it yet.
@@ -67,6 +69,7 @@ class TableFile {
         TableFile& file_;
         std::optional<HeldLock> append_lock_;
         RecordNumber record_ = 0;
+        bool left_over_ = false;
         bool counted_ = false;
     };
     void sync() { file_.sync(); }
@@ -96,7 +99,11 @@ class TableFile {
     void read_once(RecordNumber record, MutableBytes into) const;
     RecordNumber counted_in_header() const;
     RecordNumber records_in(std::uint64_t size) const;
-    RecordNumber next_record();
+    struct Place {
+        RecordNumber record;
+        bool left_over;  // the file holds a record there, which was never counted
+    };
+    Place next_place();
     void require_named(const platform::File::Standing& standing) const;
     template <class Visit>
     void for_each_autoincrement(Visit visit);

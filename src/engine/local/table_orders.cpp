@@ -225,12 +225,13 @@ std::vector<std::size_t> TableOrders::numbers_of(const std::string& index_file) 
 }
 
 std::vector<TableOrders::KeyChange> TableOrders::key_changes(
-    const Bag& bag, const std::optional<RecordView>& before, const RecordView& after) const {
+    const Bag& bag, const std::optional<RecordView>& before,
+    const std::optional<RecordView>& after) const {
     std::vector<KeyChange> changes;
     for (const auto& order : bag.orders) {
         KeyChange change{order.get(), {}, {}};
         if (before && order->holds(*before)) change.removed = order->key_of(*before);
-        if (order->holds(after)) change.inserted = order->key_of(after);
+        if (after && order->holds(*after)) change.inserted = order->key_of(*after);
         if (change.removed != change.inserted) changes.push_back(std::move(change));
     }
     return changes;
@@ -245,8 +246,8 @@ void TableOrders::sync() {
 }
 
 KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
-                     const RecordView& after)
-    : record_(after.number) {
+                     const std::optional<RecordView>& after)
+    : record_(after ? after->number : before->number) {
     for (const TableOrders::Bag& bag : orders.bags_) {
         std::vector<TableOrders::KeyChange> keys = orders.key_changes(bag, before, after);
         if (!keys.empty()) files_.push_back({bag.file.get(), std::move(keys)});

@@ -134,7 +134,7 @@ class TableOrders {
     void attach_bag(const Bag& bag);
     const Bag* find_bag(const std::string& path) const;
     std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,
-                                       const RecordView& after) const;
+                                       const std::optional<RecordView>& after) const;
 
     const TableLayout& layout_;
     std::string table_path_;
@@ -145,11 +145,11 @@ class TableOrders {
 };
 
 // What one record's change does to the keys of its table: from `before` (none for a record that is
-// new) to `after`. The index locks go with the object.
+// new) to `after` (none for one that is not to be there). The index locks go with the object.
 class KeyUpdate {
   public:
     KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
-              const RecordView& after);
+              const std::optional<RecordView>& after);
 
     // Locks every index file that is concerned. One try, false when one of them is somebody
     // else's; or waiting a bounded time, else EngineFault kBusy.
