@@ -271,7 +271,7 @@ def judge(folder, windows_folder, start, old, new, choice):
         host.close()
     second = Verdict(folder, old, new)
     second.torn = first.torn - edited
-    second.moving &= old.keys()                         # what an addition left goes with the next
+    second.moving &= old.keys()                         # the next addition clears what one has left
     second.judge_files(())
     second.judge_identifiers(told + added)
     for key, row in first.rows.items():
@@ -313,16 +313,17 @@ class Case:
         return rows_of(folder)
 
     def cuts(self, choice, count):
-        """Numbers of changes before each cut, in order: half of them where an index has just grown, since splits are
-        rare, and half of each sort just before a sync, when the most is at stake."""
-        sizes, growths = {name: len(content) for name, content in self.files.items()}, []
+        """Numbers of changes before each cut, in order: half of them where an index has just got or given up a page,
+        which is rare, and half of each sort just before a sync, when the most is at stake."""
+        sizes, turns = {name: len(content) for name, content in self.files.items()}, []
         first, last = sum(end <= self.marks[0] for end, _ in self.changes) + 1, len(self.changes)
         for done, (_, (_, at, content, name)) in enumerate(self.changes, 1):
-            if at + len(content) > sizes[name]:
-                sizes[name] = at + len(content)
-                growths += [done] if name.endswith('.CDX') else []
+            free = len(content) == SECTOR and not any(content[4:])
+            if name.endswith('.CDX') and (free or at + len(content) > sizes[name]):
+                turns.append(done)
+            sizes[name] = max(sizes[name], at + len(content))
         for number in range(count):
-            cut = choice.randint(first, last) if number % 2 else min(choice.choice(growths) + choice.randint(0, 15), last)
+            cut = choice.randint(first, last) if number % 2 else min(choice.choice(turns) + choice.randint(0, 15), last)
             while number % 4 < 2 and cut < last and self.changes[cut][1][0] != 'sync':
                 cut += 1
             yield cut

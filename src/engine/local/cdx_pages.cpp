@@ -380,14 +380,17 @@ void CdxFile::Pages::write_pointers() {
     touched_.clear();
 }
 
+// Nothing leads to them when they are written, and the list does not before they have been.
 void CdxFile::Pages::write_freed_pages() {
-    if (durable_ && !freed_.empty()) file_.sync();
+    if (freed_.empty()) return;
+    if (durable_) file_.sync();
     for (; !freed_.empty(); freed_.pop_back()) {
         std::array<Byte, kCdxPageSize> raw{};
         store_le32(raw.data(), free_head_);
         file_.write_at(freed_.back(), raw);
         free_head_ = freed_.back();
     }
+    if (durable_) file_.sync();
 }
 
 }  // namespace brenik::local
