@@ -127,8 +127,8 @@ class Table {
     virtual void begin_record() = 0;
     // Adds the record that was begun, with values, memos and keys at once, and leaves it current
     // and locked. Refused when a lock that this needs is somebody else's, taken when the order
-    // `distinct` (0: none) has the record's key already; then, and after a fault, the files are as
-    // they were, and the record is still begun.
+    // `distinct` (0: none) has the record's key already; then, and after a fault, nothing of it is
+    // in the files, and it is still begun.
     enum class Added { kDone, kRefused, kTaken };
     [[nodiscard]] virtual Added add_record(LockTry attempt, std::size_t distinct = 0) = 0;
 

@@ -138,7 +138,7 @@ def assert_mended(folder):
 
 
 def judge(folder, run, script, states):
-    """`states` are those of the practice after each step. What an addition left goes with the next to the table."""
+    """`states` are those of the practice after each step. The next addition to a table clears what one has left."""
     done = len(run.steps)
     finished = done + 1 == len(states) and not run.refused
     assert_old_or_new(rows(folder), states[done], None if finished else states[min(done + 1, len(states) - 1)])

@@ -1,5 +1,6 @@
 """Several workstations on one practice: together, and one of them dying."""
 
+import itertools
 import random
 import re
 import time
@@ -59,10 +60,10 @@ def test_working_at_once(new_host, practice, own_mode):
     work_together(practice, [new_host() for _ in range(4)], lambda: range(TURNS))
 
 
-def add_until_gone(host, seed, uids):
+def add_until_gone(host, seed, uids, numbers):
     """Ends when the host is killed or has added enough; what was acknowledged is noted."""
     try:
-        for number in range(60):
+        for number in numbers:
             rc, uid = host.add(1, {'LAST': 'K%d-%d' % (seed, number), 'ID': 'K%dX%d' % (seed, number)})
             assert rc == 0
             uids.append(uid)
@@ -83,13 +84,14 @@ def test_killed_at_any_moment(new_host, practice):
             for host in hosts:
                 time.sleep(random_numbers.uniform(0.05, 0.3))
                 host.child.kill()
-        at_once(kill, *[lambda host=host, seed=seed: add_until_gone(host, seed, acknowledged)
-                        for seed, host in enumerate([survivor, *hosts])])
+        at_once(kill, lambda: add_until_gone(survivor, 0, acknowledged, range(60)),
+                *[lambda host=host, seed=seed: add_until_gone(host, seed, acknowledged, itertools.count())
+                  for seed, host in enumerate(hosts, 1)])
+    newcomer = new_host()
+    assert newcomer.init(practice) == 0 and newcomer.add(1, {'LAST': 'Newcomer'})[0] == 0
     assert len(acknowledged) > 50
     uids = [row['U_ID'] for row in practice.table('LAW1').rows if row['U_ID']]
     assert set(acknowledged) <= set(uids) and len(set(uids)) == len(uids)
     assert set(acknowledged) <= {row['U_ID'] for row in practice.table('LAWTRANS').where(CCODE='A', CDB='01')}
     assert_finished(practice, 'LAW1', acknowledged)
-    newcomer = new_host()
-    assert newcomer.init(practice) == 0 and newcomer.add(1, {'LAST': 'Newcomer'})[0] == 0
     assert [uid for uid in acknowledged if newcomer.edit_start(1, uid)] == []

@@ -19,7 +19,7 @@ LINE = 1 << 32           # positions of the library's own locking mode begin her
 TABLE_LOCK = 0x40000000, 0x3FFFFFFF
 INDEX_LOCK = 0x7FFFFFFE
 NOTICES = 10             # between eleven tries
-PATIENCE = 4.5, 7        # seconds; eleven tries, half a second apart, each short: twice as long would be another wait
+PATIENCE = 4.5, 9        # seconds; eleven tries, half a second apart, each short: twice as long would be another wait
 OPENING = 4.5            # seconds; six tries, a second apart by the time of day
 
 

@@ -296,6 +296,36 @@ TEST_F(TableTest, AnEntryWhoseRecordHasAnotherKeyOrNoneIsPassedOver) {
     EXPECT_FALSE(find(*open(), "BBBB")) << "the record is cut short";
 }
 
+TEST_F(TableTest, WhatAdditionsLeftUncountedIsClearedByTheNextOnes) {
+    constexpr std::uint64_t kCountAt = 4;
+    for (const bool whole : {true, false}) {
+        const auto table =
+            make(0x03, {{"K", 'C', 4}},
+                 {{"K", "K"}, {"LIVE", "K", "!DELETED()"}, {"GONE", "K", "DELETED()"}},
+                 {{"AAAA"}, {"BBBB"}, {"CCCC"}, {"DDDD"}, {"EEEE"}});
+        take(*table, 4);
+        table->mark_deleted();
+        table->unlock_all();
+        // As a program leaves it that is killed, or a power failure.
+        write_over(file(), kCountAt, "\x01");
+        const auto add = [&, other = open()](const char* key) {
+            if (!whole) return append(*other, {key});
+            other->begin_record();
+            other->field_put(1, key);
+            return other->add_record(LockTry::kAtOnce) == Table::Added::kDone;
+        };
+        const std::string index = file(".CDX"), before = bytes_of(index);
+        auto stranger =
+            platform::File::open(index, platform::OpenMode::kReadWrite, platform::Sharing::kShared);
+        ASSERT_TRUE(stranger.try_lock(LockScheme::index().offset, LockScheme::index().length));
+        EXPECT_FALSE(add("ZZZZ"));
+        EXPECT_EQ(bytes_of(index), before);
+        stranger.unlock(LockScheme::index().offset, LockScheme::index().length);
+        for (const char* key : {"ZZZZ", "YYYY", "XXXX", "WWWW"}) ASSERT_TRUE(add(key));
+        EXPECT_TRUE(judged_right(file()));
+    }
+}
+
 // ----------------------------------------------------------------- other programs' ways to write
 
 TEST_F(TableTest, ValuesInForeignFormAreReadAndKeptAsTheyLie) {

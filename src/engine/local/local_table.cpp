@@ -287,13 +287,17 @@ void LocalTable::require_in_place() {
 
 // An addition that was cut short between its keys and the count has left both. The keys go while
 // the record still tells what they are: they would become keys of the record that takes its place.
+// The end mark of the record before it may lie on its deletion mark, so they go for either mark.
 bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry attempt) {
-    const std::optional<std::vector<Byte>> record = addition.left_over();
+    std::optional<std::vector<Byte>> record = addition.left_over();
     if (!record) return true;
-    KeyUpdate keys(*orders_, RecordView{*record, addition.record()}, std::nullopt);
-    if (!keys.lock(attempt, durable())) return false;
-    keys.remove();
-    keys.publish();
+    for (const char mark : {' ', '*'}) {
+        record->front() = static_cast<Byte>(mark);
+        KeyUpdate keys(*orders_, RecordView{*record, addition.record()}, std::nullopt);
+        if (!keys.lock(attempt, durable())) return false;
+        keys.remove();
+        keys.publish();
+    }
     return true;
 }
 

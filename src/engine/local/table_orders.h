@@ -145,7 +145,8 @@ class TableOrders {
 };
 
 // What one record's change does to the keys of its table: from `before` (none for a record that is
-// new) to `after` (none for one that is not to be there). The index locks go with the object.
+// new) to `after` (none for one that is not to be there; never both). The index locks go with the
+// object.
 class KeyUpdate {
   public:
     KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
