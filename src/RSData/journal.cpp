@@ -239,6 +239,7 @@ void require_journal(Session& session) {
     for (const char* field : {"CCODE", "CDB", "CDT", "U_ID"}) {
         static_cast<void>(session.areas.field(journal_area(session), field));
     }
+    journal(session).require_room(1);
 }
 
 std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
@@ -324,7 +325,8 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     std::string slots = entry_slots(session, table.fields().size());
     const std::string mark = stamp + pad_right(workstation, kWorkstationSize);
     const bool changed = write_and_mark(table, changes, mark, slots);
-    // The journal tells only of what is in the file.
+    // What the journal has no place for is not done, and it tells only of what is in the file.
+    if (changed && readable) journal(session).require_room(exists ? 0 : 1);
     table.commit();
     if (!readable) return true;
     // An entry that cannot be written does not undo the edit.

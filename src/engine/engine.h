@@ -121,6 +121,9 @@ class Table {
     // flushed, unlocked or left.
     [[nodiscard]] virtual bool append_blank(bool release_other_locks,
                                             LockTry attempt = LockTry::kAtOnce) = 0;
+    // As far as one look at the file tells: EngineFault kInputOutput when nothing can be written to
+    // the table, kDamagedFile or kLimit when it cannot take so many further records.
+    virtual void require_room(RecordNumber records) = 0;
     // Makes a record current that the file does not hold yet: blank, with the number of the phantom
     // record, open to field_put. Every move drops it. EngineFault kLimit when there is no room for
     // a further record.

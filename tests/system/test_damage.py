@@ -295,7 +295,10 @@ def replaced(path):
     os.replace(shutil.copy(path, path + '.new'), path)
 
 
-@pytest.mark.parametrize('change', [shorter] if OURS.library.endswith('.dll') else [shorter, os.remove, replaced])
+CHANGES = [shorter] if OURS.library.endswith('.dll') else [shorter, os.remove, replaced]
+
+
+@pytest.mark.parametrize('change', CHANGES)
 def test_table_changed_behind_us(new_host, practice, change):
     """A table that is cut short, removed or replaced while it is open takes nothing more, and says why."""
     host, before = new_host(), practice.table('LAWTRANS')
@@ -308,6 +311,20 @@ def test_table_changed_behind_us(new_host, practice, change):
     assert any(reason in argument for _, arguments in practice.trace() for argument in arguments)
     entries = practice.table('LAWTRANS').rows[before.table.count:]
     assert [row['CDB'] for row in entries if row['CCODE'] == 'A'] == ['03', '03']
+
+
+@pytest.mark.parametrize('change', CHANGES)
+def test_journal_changed_behind_us(new_host, practice, change):
+    """What could not be journalled is not done. An entry that a shorter file still holds can be written."""
+    host, names = new_host(), ('LAW1', 'LAWSYS')
+    assert host.init(practice) == 0 and host.edit(1, 2, {'FIRST': 'Noted'}) == 0
+    assert {host.add(1, {'LAST': 'First'})[0] for _ in range(20)} == {0}
+    before = [practice.table(name).rows for name in names]
+    change(practice.find('LAWTRANS.dbf'))
+    assert [host.add(1, {'LAST': 'Lost'})[0], host.edit(1, len(before[0]), {'LAST': 'Lost'})] == [14, 14]
+    assert host.edit(1, 2, {'FIRST': 'Noted'}) == 0 and host.edit(1, 2, {'LAST': 'Lost'}) == (0 if change is shorter else 14)
+    before[0][1]['LAST'] = 'Lost' if change is shorter else before[0][1]['LAST']
+    assert [practice.table(name).rows for name in names] == before
 
 
 def test_what_cannot_be_finished_is_not_begun(new_host, practice):

@@ -304,9 +304,7 @@ bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry
 bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     require_open("append");
     flush();
-    require_in_place();
-    orders_->require_room();
-    if (memo_) memo_->require_room_for_record();
+    require_room_beside_records();
     if (release_other_locks) file_->unlock_all();
     std::vector<Byte> blank(layout().record_length);
     make_blank_record(blank, layout());
@@ -325,12 +323,22 @@ bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     return true;
 }
 
-void LocalTable::begin_record() {
-    move_to(0);
-    require_open("append");
+void LocalTable::require_room_beside_records() {
     require_in_place();
     orders_->require_room();
     if (memo_) memo_->require_room_for_record();
+}
+
+void LocalTable::require_room(RecordNumber records) {
+    require_open("append");
+    records != 0 ? require_room_beside_records() : require_in_place();
+    file_->require_room(records);
+}
+
+void LocalTable::begin_record() {
+    move_to(0);
+    require_open("append");
+    require_room_beside_records();
     view();
     begun_ = true;
     moved();

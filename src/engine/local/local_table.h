@@ -58,6 +58,7 @@ class LocalTable : public Table {
     void unlock_all() override;
     bool owns(RecordNumber record) const override { return file_ && file_->owns(record); }
     [[nodiscard]] bool append_blank(bool release_other_locks, LockTry attempt) override;
+    void require_room(RecordNumber records) override;
     void begin_record() override;
     [[nodiscard]] Added add_record(LockTry attempt, std::size_t distinct) override;
     void abandon_changes() noexcept override;
@@ -108,6 +109,7 @@ class LocalTable : public Table {
     void write_record(KeyUpdate& keys);
     void write_record_durably(KeyUpdate& keys);
     void require_in_place();
+    void require_room_beside_records();
     bool take_out_left_over(const TableFile::Addition& addition, LockTry attempt);
     bool durable() const { return engine_.settings_.full_durability; }
     void abandon_without_keys() noexcept;

@@ -40,6 +40,9 @@ class TableFile {
     void read(RecordNumber record, MutableBytes into);
     // `before` is what the record holds now: it is put back should the write be cut short.
     void write(RecordNumber record, Bytes bytes, Bytes before);
+    // As far as one look at the file tells, without a lock: EngineFault kInputOutput when nothing
+    // can be written, kDamagedFile or kLimit when so many records cannot be added.
+    void require_room(RecordNumber records) const;
     // Adds one record at the end, under the append lock, which goes with the object. The record
     // stays locked once it has been counted.
     class Addition {
@@ -104,6 +107,8 @@ class TableFile {
         bool left_over;  // the file holds a record there, which was never counted
     };
     Place next_place();
+    void require_room_behind(RecordNumber counted, RecordNumber records,
+                             const platform::File::Standing& standing) const;
     void require_named(const platform::File::Standing& standing) const;
     template <class Visit>
     void for_each_autoincrement(Visit visit);
