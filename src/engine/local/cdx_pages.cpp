@@ -297,7 +297,7 @@ void CdxFile::Pages::write_header() {
 void CdxFile::Pages::write_new_pages() {
     if (free_pages_taken_) {
         write_header();
-        if (durable_) file_.sync();
+        wait_for_disk();
     }
     free_pages_taken_ = false;
     const auto added = std::partition(touched_.begin(), touched_.end(),
@@ -309,7 +309,7 @@ void CdxFile::Pages::write_new_pages() {
     for (const auto& [offset, bytes] : new_headers_) file_.write_at(offset, bytes);
     new_headers_.clear();
     write_all(added, touched_.end());
-    if (durable_ && added_pages_written_) file_.sync();
+    if (added_pages_written_) wait_for_disk();
 }
 
 void CdxFile::Pages::publish() {
@@ -326,7 +326,7 @@ void CdxFile::Pages::publish() {
     }
     publishing_ = added_pages_written_ = false;
     size_before_ = 0;
-    if (durable_) file_.sync();
+    wait_for_disk();
 }
 
 void CdxFile::Pages::write_published() {
@@ -354,7 +354,7 @@ void CdxFile::Pages::write_changed_pages() {
                                     [&](const CdxPage* page) { return page->level != lowest; })
                      : links_only;
         write_all(touched_.begin(), end);
-        if (in_steps) file_.sync();
+        if (in_steps) wait_for_disk();
     }
 }
 
@@ -380,17 +380,32 @@ void CdxFile::Pages::write_pointers() {
     touched_.clear();
 }
 
-// Nothing leads to them when they are written, and the list does not before they have been.
+// Nothing leads to these pages when they are written, and the free list does not until they are on
+// the disk.
 void CdxFile::Pages::write_freed_pages() {
     if (freed_.empty()) return;
-    if (durable_) file_.sync();
-    for (; !freed_.empty(); freed_.pop_back()) {
+    wait_for_disk();
+    std::uint32_t head = free_head_;
+    for (const std::uint32_t page : freed_) {
         std::array<Byte, kCdxPageSize> raw{};
-        store_le32(raw.data(), free_head_);
-        file_.write_at(freed_.back(), raw);
-        free_head_ = freed_.back();
+        store_le32(raw.data(), head);
+        file_.write_at(page, raw);
+        head = page;
     }
-    if (durable_) file_.sync();
+    wait_for_disk();
+    free_head_ = head;
+    freed_.clear();
+}
+
+// A wait that failed is not repeated as a write is: the system may have dropped what it could not
+// write, and the next wait would succeed without it.
+void CdxFile::Pages::wait_for_disk() {
+    if (!durable_) return;
+    try {
+        file_.sync();
+    } catch (const platform::FileError& failure) {
+        throw EngineFault(failure);
+    }
 }
 
 }  // namespace brenik::local

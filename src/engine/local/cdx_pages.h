@@ -16,8 +16,8 @@
 //   6. the head of the free list, and the counter again for those who read while we wrote
 //
 // A durable change also waits for the disk: after step 1, after step 6, and, where pages are added
-// or let go, after each level of step 3 and before step 5. So a power failure leaves what a kill
-// leaves, whichever of the writes that were still under way it lets through.
+// or let go, after each level of step 3, and before and after step 5. So a power failure leaves
+// what a kill leaves, whichever of the writes that were still under way it lets through.
 
 #pragma once
 
@@ -110,6 +110,7 @@ class CdxFile::Pages {
     void write_changed_pages();
     void write_pointers();
     void write_freed_pages();
+    void wait_for_disk();
     bool lock_changes(std::optional<LockTry> attempt);
     void find_end();
     [[noreturn]] void full() const;
