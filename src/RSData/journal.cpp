@@ -239,7 +239,8 @@ void require_journal(Session& session) {
     for (const char* field : {"CCODE", "CDB", "CDT", "U_ID"}) {
         static_cast<void>(session.areas.field(journal_area(session), field));
     }
-    journal(session).require_room(1);
+    begin_entry(session);
+    journal(session).require_place();
 }
 
 std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
@@ -325,14 +326,16 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     std::string slots = entry_slots(session, table.fields().size());
     const std::string mark = stamp + pad_right(workstation, kWorkstationSize);
     const bool changed = write_and_mark(table, changes, mark, slots);
-    // What the journal has no place for is not done, and it tells only of what is in the file.
-    if (changed && readable) journal(session).require_room(exists ? 0 : 1);
+    if (changed && readable) {
+        if (!exists) begin_entry(session);
+        store_edit(session, key, stamp, slots);
+        // What the journal has no place for is not done, and it tells only of what is in the file.
+        journal(session).require_place();
+    }
     table.commit();
     if (!readable) return true;
     // An entry that cannot be written does not undo the edit.
     static_cast<void>(unless_locked(session, [&] {
-        if (changed && !exists) begin_entry(session);
-        if (changed) store_edit(session, key, stamp, slots);
         if (changed && !exists && !add_entry(session, Patience::kFull)) return false;
         finish_entry(session);
         return true;

@@ -45,8 +45,8 @@ enum class Patience { kNone, kFull };
                          Patience patience = Patience::kFull);
 
 // EngineFault kEmptyWorkArea or kUnknownName when an addition could not be noted, because the
-// journal is not open, or it or the system table lacks a field; what Table::require_room says where
-// the journal can take no entry.
+// journal is not open, or it or the system table lacks a field; what Table::require_place says
+// where the journal can take no entry.
 void require_journal(Session& session);
 
 // The greatest identifier, not above `limit`, that the journal has an entry of that table for.

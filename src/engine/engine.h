@@ -121,13 +121,14 @@ class Table {
     // flushed, unlocked or left.
     [[nodiscard]] virtual bool append_blank(bool release_other_locks,
                                             LockTry attempt = LockTry::kAtOnce) = 0;
-    // As far as one look at the file tells: EngineFault kInputOutput when nothing can be written to
-    // the table, kDamagedFile or kLimit when it cannot take so many further records.
-    virtual void require_room(RecordNumber records) = 0;
     // Makes a record current that the file does not hold yet: blank, with the number of the phantom
     // record, open to field_put. Every move drops it. EngineFault kLimit when there is no room for
     // a further record.
     virtual void begin_record() = 0;
+    // Tells, as far as that can be known without writing, whether the record that was begun can be
+    // added, or else what was put into the current one written: EngineFault kInputOutput when the
+    // file was removed or replaced, kDamagedFile when it was cut short, kLimit when it is full.
+    virtual void require_place() = 0;
     // Adds the record that was begun, with values, memos and keys at once, and leaves it current
     // and locked. Refused when a lock that this needs is somebody else's, taken when the order
     // `distinct` (0: none) has the record's key already; then, and after a fault, nothing of it is

@@ -93,8 +93,8 @@ class Table : public brenik::Table {
     void unlock_all() override { script_.locked = false; }
     bool owns(RecordNumber) const override { return script_.locked; }
     bool append_blank(bool, LockTry) override { return !refuse(); }
-    void require_room(RecordNumber) override {}
     void begin_record() override {}
+    void require_place() override {}
     Added add_record(LockTry, std::size_t) override {
         return refuse() ? Added::kRefused : Added::kDone;
     }

@@ -287,7 +287,7 @@ void LocalTable::require_in_place() {
 
 // An addition that was cut short between its keys and the count has left both. The keys go while
 // the record still tells what they are: they would become keys of the record that takes its place.
-// The end mark of the record before it may lie on its deletion mark, so they go for either mark.
+// The end mark of the record before it may lie on its deletion mark, so its keys go for either.
 bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry attempt) {
     std::optional<std::vector<Byte>> record = addition.left_over();
     if (!record) return true;
@@ -329,12 +329,6 @@ void LocalTable::require_room_beside_records() {
     if (memo_) memo_->require_room_for_record();
 }
 
-void LocalTable::require_room(RecordNumber records) {
-    require_open("append");
-    records != 0 ? require_room_beside_records() : require_in_place();
-    file_->require_room(records);
-}
-
 void LocalTable::begin_record() {
     move_to(0);
     require_open("append");
@@ -342,6 +336,13 @@ void LocalTable::begin_record() {
     view();
     begun_ = true;
     moved();
+}
+
+void LocalTable::require_place() {
+    require_open("write");
+    require_in_place();
+    require_room_for_memos();
+    begun_ ? file_->require_room() : file_->require_named();
 }
 
 // Every lock is had, and everything that can be refused has been, before anything is written; the

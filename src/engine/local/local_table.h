@@ -58,8 +58,8 @@ class LocalTable : public Table {
     void unlock_all() override;
     bool owns(RecordNumber record) const override { return file_ && file_->owns(record); }
     [[nodiscard]] bool append_blank(bool release_other_locks, LockTry attempt) override;
-    void require_room(RecordNumber records) override;
     void begin_record() override;
+    void require_place() override;
     [[nodiscard]] Added add_record(LockTry attempt, std::size_t distinct) override;
     void abandon_changes() noexcept override;
     void commit() override;

@@ -210,21 +210,6 @@ TableFile::Place TableFile::next_place() {
     const RecordNumber counted = counted_in_header();
     const platform::File::Standing standing = file_.standing();
     require_named(standing);
-    require_room_behind(counted, 1, standing);
-    return {counted + 1, records_in(standing.size) > counted};
-}
-
-// The header is read only where the file is shorter than it once had to be.
-void TableFile::require_room(RecordNumber records) const {
-    const platform::File::Standing standing = file_.standing();
-    require_named(standing);
-    if (records == 0) return;
-    const bool as_known = records_in(standing.size) >= known_count_;
-    require_room_behind(as_known ? known_count_ : counted_in_header(), records, standing);
-}
-
-void TableFile::require_room_behind(RecordNumber counted, RecordNumber records,
-                                    const platform::File::Standing& standing) const {
     const RecordNumber held = records_in(standing.size);
     if (held < counted) {
         throw EngineFault(FaultCode::kDamagedFile, "append",
@@ -232,11 +217,21 @@ void TableFile::require_room_behind(RecordNumber counted, RecordNumber records,
                               " records, the file holds " + std::to_string(held) +
                               "; repair the table before adding to it");
     }
-    if (std::uint64_t{counted} + records > locks_.max_records(marked_)) {
+    if (counted >= locks_.max_records(marked_)) {
         throw EngineFault(FaultCode::kLimit, "append",
                           path() + ": full: " + std::to_string(counted) +
                               " records reach as far as locks allow, offset " +
                               std::to_string(locks_.data_limit(marked_)));
+    }
+    return {counted + 1, held > counted};
+}
+
+// What looks wrong without the lock may be an addition of somebody else's that is under way.
+void TableFile::require_room() {
+    try {
+        static_cast<void>(next_place());
+    } catch (const EngineFault&) {
+        const Addition again(*this, LockTry::kInTurn);
     }
 }
 

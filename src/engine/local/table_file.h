@@ -40,9 +40,10 @@ class TableFile {
     void read(RecordNumber record, MutableBytes into);
     // `before` is what the record holds now: it is put back should the write be cut short.
     void write(RecordNumber record, Bytes bytes, Bytes before);
-    // As far as one look at the file tells, without a lock: EngineFault kInputOutput when nothing
-    // can be written, kDamagedFile or kLimit when so many records cannot be added.
-    void require_room(RecordNumber records) const;
+    // EngineFault kInputOutput when the file no longer goes by a name.
+    void require_named() const { require_named(file_.standing()); }
+    // The faults that an Addition would meet.
+    void require_room();
     // Adds one record at the end, under the append lock, which goes with the object. The record
     // stays locked once it has been counted.
     class Addition {
@@ -107,8 +108,6 @@ class TableFile {
         bool left_over;  // the file holds a record there, which was never counted
     };
     Place next_place();
-    void require_room_behind(RecordNumber counted, RecordNumber records,
-                             const platform::File::Standing& standing) const;
     void require_named(const platform::File::Standing& standing) const;
     template <class Visit>
     void for_each_autoincrement(Visit visit);
