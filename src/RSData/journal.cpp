@@ -329,9 +329,10 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     if (changed && readable) {
         if (!exists) begin_entry(session);
         store_edit(session, key, stamp, slots);
-        // What the journal has no place for is not done, and it tells only of what is in the file.
         journal(session).require_place();
     }
+    // After the look at the journal, since an edit is not made where it takes no entry; before the
+    // entry is written, since the journal tells only of what is in the file.
     table.commit();
     if (!readable) return true;
     // An entry that cannot be written does not undo the edit.

@@ -285,9 +285,10 @@ void LocalTable::require_in_place() {
     place_checked_ = now;
 }
 
-// An addition that was cut short between its keys and the count has left both. The keys go while
-// the record still tells what they are: they would become keys of the record that takes its place.
-// The end mark of the record before it may lie on its deletion mark, so its keys go for either.
+// An addition that was cut short may have left a record that is not counted, and its keys. These go
+// while the record still tells what they are: they would become keys of the one that takes its
+// place. The end mark of the record before may have been written over its deletion mark, so the
+// keys of a live record and those of a deleted one go.
 bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry attempt) {
     std::optional<std::vector<Byte>> record = addition.left_over();
     if (!record) return true;

@@ -226,7 +226,8 @@ TableFile::Place TableFile::next_place() {
     return {counted + 1, held > counted};
 }
 
-// What looks wrong without the lock may be an addition of somebody else's that is under way.
+// What looks wrong without the lock may be an addition of somebody else's that is under way. So it
+// is looked at again under the lock, by an Addition that is given up at once.
 void TableFile::require_room() {
     try {
         static_cast<void>(next_place());
