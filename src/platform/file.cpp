@@ -2,15 +2,15 @@
 
 #include "platform/file.h"
 
+#include <algorithm>
 #include <utility>
+#include <vector>
+
+#include "platform/share.h"
 
 namespace brenik::platform {
 
-File::File(File&& other) noexcept
-    : handle_(std::exchange(other.handle_, kNoHandle)),
-      failure_(other.failure_),
-      unsynced_(other.unsynced_),
-      path_(std::move(other.path_)) {}
+File::File(File&& other) noexcept { *this = std::move(other); }
 
 File& File::operator=(File&& other) noexcept {
     if (this == &other) return *this;
@@ -18,8 +18,64 @@ File& File::operator=(File&& other) noexcept {
     handle_ = std::exchange(other.handle_, kNoHandle);
     failure_ = other.failure_;
     unsynced_ = other.unsynced_;
+    mode_ = other.mode_;
+    sharing_ = other.sharing_;
+    locks_ = std::exchange(other.locks_, 0);
+    session_ = other.session_;
+    losses_ = other.losses_;
     path_ = std::move(other.path_);
     return *this;
+}
+
+bool File::remote() const { return session_ != nullptr && session_->remote(); }
+
+bool File::lost() const { return remote() && (!is_open() || session_->losses() != losses_); }
+
+void File::reopen() {
+    close();
+    File again = open(path_, mode_ == OpenMode::kCreate ? OpenMode::kReadWrite : mode_, sharing_);
+    if (!again.is_open()) throw ConnectionLost("open again", path_, 0, not_connected());
+    *this = std::move(again);
+}
+
+void File::require_same_session() const {
+    if (remote()) session_->look();
+    require_session("use", 0);
+}
+
+void File::require_kept(std::uint64_t offset, std::span<const std::uint8_t> written) const {
+    if (!remote()) return;
+    require_same_session();
+    std::vector<std::uint8_t> found(written.size());
+    found.resize(read_at(offset, found));
+    if (std::equal(found.begin(), found.end(), written.begin(), written.end())) return;
+    throw EngineFault(FaultCode::kInputOutput, "read back",
+                      path_ + ": the share does not give back what was just written at offset " +
+                          std::to_string(offset) +
+                          "; look at how it is mounted, and at what else works on its files");
+}
+
+void File::require_session(const char* operation, std::uint64_t offset) const {
+    if (lost()) throw ConnectionLost(operation, path_, offset, not_connected());
+}
+
+void File::fail(const char* operation, std::uint64_t offset, int system_code) const {
+    if (remote() && ends_session(system_code)) {
+        session_->lose();
+        throw ConnectionLost(operation, path_, offset, system_code);
+    }
+    throw FileError(operation, path_, offset, system_code);
+}
+
+// The handle of a file whose session has ended takes no locks before something was read through it.
+// Whoever holds none by it has lost nothing with the session.
+bool File::reached_again() {
+    if (!remote() || locks_ != 0) return false;
+    session_->lose();
+    losses_ = session_->losses();
+    std::uint8_t first;
+    read_at(0, {&first, 1});
+    return true;
 }
 
 }  // namespace brenik::platform

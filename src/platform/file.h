@@ -10,6 +10,10 @@
 // Byte-range locks belong to the File they were made through: two Files of one process exclude
 // each other exactly as two processes do.
 //
+// Where a file lies on a share (share.h), the session with its server can end. Then every File on
+// that share is lost: it does nothing any more but throw ConnectionLost, until it is opened again,
+// and none of its locks is held any more.
+//
 // A File belongs to the process that opened it. The child of a fork has closed it, which leaves the
 // parent's locks as they are; using it there is FileError, unlocking and closing it do nothing.
 
@@ -24,6 +28,8 @@
 
 namespace brenik::platform {
 
+class ShareSession;
+
 enum class Sharing { kShared, kExclusive };
 
 enum class OpenMode {
@@ -32,13 +38,13 @@ enum class OpenMode {
     kCreate,     // made new, or emptied; read and write
     // Logs: read by anyone at any time, so they take no part in sharing. A link in the place of a
     // log is not followed but kDenied: it could lead to any file that the user may write.
-    kWriteOnly,  // must exist
-    kAppend,     // made when missing; every write lands at the end
-    kRewrite,    // made new, or emptied; write only
+    kAppendOnly,  // must exist; every write lands at the end, whatever its offset
+    kAppend,      // the same, but made when missing
+    kRewrite,     // made new, or emptied; write only
 };
 
 constexpr bool is_log(OpenMode mode) {
-    return mode == OpenMode::kWriteOnly || mode == OpenMode::kAppend || mode == OpenMode::kRewrite;
+    return mode == OpenMode::kAppendOnly || mode == OpenMode::kAppend || mode == OpenMode::kRewrite;
 }
 
 constexpr bool is_emptied(OpenMode mode) {
@@ -76,6 +82,12 @@ class FileError : public EngineFault {
     int system_code_;
 };
 
+// The session with the server of a share was lost. What was being done may have been done or not.
+class ConnectionLost : public FileError {
+  public:
+    using FileError::FileError;
+};
+
 class File {
   public:
     File() = default;
@@ -92,10 +104,28 @@ class File {
     const std::string& path() const { return path_; }
     void close() noexcept;
 
+    // True when the file lies on a share.
+    bool remote() const;
+    // True when the session with the share was lost since the file was opened.
+    bool lost() const;
+    // Opens the file again as it was opened, without any locks. Throws ConnectionLost.
+    void reopen();
+    // Throws ConnectionLost when the session has ended at some time since the file was opened, also
+    // where the system has begun another one on its own and nothing has failed. Linux tells that of
+    // SMB shares, at the cost of a call that stays on this computer; nobody else does.
+    void require_same_session() const;
+
+    // Throws EngineFault unless the file still holds what was written there, and in the same
+    // session: under a lock that was lost, or where the share is cached in a way that nobody has
+    // agreed on with the server, it may not. A file on this computer is not asked.
+    void require_kept(std::uint64_t offset, std::span<const std::uint8_t> written) const;
+
     // Reads up to `buffer.size()` bytes; fewer are read only at the end of the file.
     std::size_t read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const;
     // Writes all bytes or throws FileError.
     void write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes);
+    // The size by now, never a remembered one: a share's may be a second old. What others have cut
+    // off is not seen on a share as long as the file is open here.
     std::uint64_t size() const;
     // The size, and whether the file still goes by a name; both from one call.
     struct Standing {
@@ -103,6 +133,8 @@ class File {
         bool named;
     };
     Standing standing() const;
+    // Whether it does; a call only where the answer can be no.
+    bool named() const;
     // False when another file, or none, goes by this one's path by now. Linux tells that, and
     // `named`, on local file systems; elsewhere both are always true.
     bool in_place() const;
@@ -116,14 +148,27 @@ class File {
     // Repeats the try with short pauses until it succeeds or the time is over.
     [[nodiscard]] bool lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind,
                                    int timeout_ms = kShortLockTimeout_ms);
+    // The locks held now stay until the file is closed. They are shared ones that tell others how
+    // the file is used; nothing is written on the strength of them.
+    void keep_locks() { locks_ = 0; }
+    // On a share a lock that cannot be given back was lost with the session.
     void unlock(std::uint64_t offset, std::uint64_t length) noexcept;
 
   private:
     static constexpr std::intptr_t kNoHandle = -1;
 
+    void require_session(const char* operation, std::uint64_t offset) const;
+    [[noreturn]] void fail(const char* operation, std::uint64_t offset, int system_code) const;
+    bool reached_again();
+
     std::intptr_t handle_ = kNoHandle;
     OpenFailure failure_ = OpenFailure::kNone;
     bool unsynced_ = false;  // something was written since the last sync
+    OpenMode mode_ = OpenMode::kReadOnly;
+    Sharing sharing_ = Sharing::kShared;
+    int locks_ = 0;                    // but those that are kept
+    ShareSession* session_ = nullptr;  // null until the file is opened for the first time
+    unsigned losses_ = 0;              // of the session, when the file was opened
     std::string path_;
 };
 

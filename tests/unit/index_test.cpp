@@ -275,8 +275,8 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
     change(*one, {}, all);
     EXPECT_EQ(on_disk(pad), all);
     EXPECT_LE(fs::file_size(path_), size);
-    // A build from sorted entries holds the same, and a change of it that is not published leaves
-    // no trace.
+    // A build from sorted entries holds the same, and of a change of it that is not published there
+    // remain at most pages that nothing names.
     one.reset(), two.reset();
     std::vector<IndexEntry> sorted;
     for (const Entry& e : all) sorted.push_back({e.first, e.second});
@@ -288,7 +288,7 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
         change.write_new_pages();
         EXPECT_GT(fs::file_size(path_), before.size());
     }
-    EXPECT_EQ(bytes_of(path_), before);
+    EXPECT_TRUE(bytes_of(path_).starts_with(before));
     expect_walks(*one->tags()[0], all);
     EXPECT_EQ(on_disk(pad), all);
 }

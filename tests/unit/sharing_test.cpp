@@ -299,7 +299,7 @@ std::string picture(const std::string& path) {
 }
 
 void patch(const std::string& path, std::uint64_t offset, std::vector<Byte> bytes) {
-    File file = File::open(path, OpenMode::kWriteOnly);
+    File file = File::open(path, OpenMode::kReadWrite);
     file.write_at(offset, bytes);
 }
 

@@ -21,7 +21,11 @@ std::vector<Byte> read_tag_header(const platform::File& file, std::uint64_t offs
 bool keep_strangers_out(platform::File& file) {
     constexpr int kTimeout_ms = 50;
     const LockRange marker = LockScheme::index();
-    return file.lock_within(marker.offset, marker.length, platform::LockKind::kShared, kTimeout_ms);
+    if (!file.lock_within(marker.offset, marker.length, platform::LockKind::kShared, kTimeout_ms)) {
+        return false;
+    }
+    file.keep_locks();
+    return true;
 }
 
 }  // namespace
@@ -35,6 +39,8 @@ CdxFile::~CdxFile() = default;
 const std::string& CdxFile::path() const { return pages_->path(); }
 
 const platform::File& CdxFile::file() const { return pages_->file(); }
+
+void CdxFile::close() noexcept { pages_->file().close(); }
 
 const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_; }
 

@@ -114,6 +114,8 @@ class CdxFile {
 
     const std::string& path() const;
     const platform::File& file() const;
+    // Gives the file up, and every lock on it; nothing may be read or changed any more.
+    void close() noexcept;
     // In creation order.
     const std::vector<std::unique_ptr<CdxTag>>& tags() const;
 

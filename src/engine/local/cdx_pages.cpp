@@ -79,7 +79,7 @@ bool CdxFile::Pages::header_matches() const {
 void CdxFile::Pages::read_header() {
     if (file_.read_at(0, header_) < header_.size()) damaged(0, "expected an index header");
     free_head_ = load_le32(header_.data() + kFreeHeadOffset);
-    file_size_ = file_.size();
+    if (file_size_ == 0) measure();
     if (file_size_ < kLeastFileSize) damaged(file_size_, "expected an index of at least 3 pages");
     known_ = true;
 }
@@ -93,7 +93,8 @@ void CdxFile::Pages::drop() noexcept {
     ++generation_;
 }
 
-void CdxFile::Pages::check_page_offset(std::uint64_t offset, const std::string& what) const {
+void CdxFile::Pages::check_page_offset(std::uint64_t offset, const std::string& what) {
+    if (offset + kCdxPageSize > file_size_) measure();
     if (offset % kCdxPageSize != 0 || offset < 2 * kCdxPageSize ||
         offset + kCdxPageSize > file_size_) {
         damaged(offset, "expected " + what + " inside the file of " + std::to_string(file_size_) +
@@ -167,27 +168,19 @@ bool CdxFile::Pages::lock_changes(std::optional<LockTry> attempt) {
 // Whoever adds pages needs to know where the file ends. A write that was cut short may have left
 // part of a page behind.
 void CdxFile::Pages::find_end() {
-    if (size_before_ != 0) return;
+    if (end_found_) return;
     file_size_ = (file_.size() + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
-    size_before_ = file_size_;
+    end_found_ = true;
 }
 
 void CdxFile::Pages::end_change() noexcept {
     const bool unpublished = !touched_.empty() || !new_headers_.empty() || !freed_.empty() ||
                              free_pages_taken_ || added_pages_written_ || publishing_;
     if (unpublished) drop();
-    if (added_pages_written_ && !publishing_) {
-        try {
-            file_.resize(size_before_);
-        } catch (const EngineFault&) {
-            // The pages stay behind as space that nothing names.
-        }
-    }
     touched_.clear();
     new_headers_.clear();
     freed_.clear();
-    added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = false;
-    size_before_ = 0;
+    added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = end_found_ = false;
     end_read();
 }
 
@@ -232,7 +225,7 @@ std::uint32_t CdxFile::Pages::take_free_page() {
     free_head_ = 0;
     const auto sound = [&](std::uint32_t offset) {
         return offset % kCdxPageSize == 0 && offset >= 2 * kCdxPageSize &&
-               std::uint64_t{offset} + kCdxPageSize <= size_before_ && !pages_.contains(offset);
+               std::uint64_t{offset} + kCdxPageSize <= file_size_ && !pages_.contains(offset);
     };
     std::array<Byte, kCdxPageSize> raw{};
     if (!sound(taken) || file_.read_at(taken, raw) < raw.size()) return 0;
@@ -323,9 +316,9 @@ void CdxFile::Pages::publish() {
             // done again, and what made it fail has often passed by then.
             write_published();
         }
+        file_.require_kept(0, header_);
     }
-    publishing_ = added_pages_written_ = false;
-    size_before_ = 0;
+    publishing_ = added_pages_written_ = end_found_ = false;
     wait_for_disk();
 }
 
@@ -333,6 +326,7 @@ void CdxFile::Pages::write_published() {
     write_header();
     write_changed_pages();
     write_pointers();
+    if (freed_.empty()) return;
     write_freed_pages();
     write_header();
 }
@@ -383,7 +377,6 @@ void CdxFile::Pages::write_pointers() {
 // Nothing leads to these pages when they are written, and the free list does not until they are on
 // the disk.
 void CdxFile::Pages::write_freed_pages() {
-    if (freed_.empty()) return;
     wait_for_disk();
     std::uint32_t head = free_head_;
     for (const std::uint32_t page : freed_) {

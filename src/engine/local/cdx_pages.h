@@ -13,7 +13,10 @@
 //   3. changed entries, leaves before their parents
 //   4. pages of which only a sibling pointer changed, right pointers last
 //   5. pages that nothing names any more, linked into the free list
-//   6. the head of the free list, and the counter again for those who read while we wrote
+//   6. the head of the free list, where pages were let go
+//
+// Whoever reads pages while they are written holds the index lock, so the counter tells him enough
+// when it changes first.
 //
 // A durable change also waits for the disk: after step 1, after step 6, and, where pages are added
 // or let go, after each level of step 3, and before and after step 5. So a power failure leaves
@@ -66,7 +69,9 @@ class CdxFile::Pages {
     void read_bytes(std::uint64_t offset, MutableBytes into);
     // Changes whenever anything that a caller remembers about pages may have become wrong.
     std::uint64_t generation() const { return generation_; }
+    // At least so many; exactly after measure().
     std::uint64_t page_count() const { return file_size_ / kCdxPageSize; }
+    void measure() { file_size_ = file_.size(); }
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
     bool exclusive() const { return exclusive_; }
 
@@ -100,7 +105,7 @@ class CdxFile::Pages {
     void write_header();
     void drop() noexcept;
     CdxPage& load(const CdxForm& form, std::uint32_t offset);
-    void check_page_offset(std::uint64_t offset, const std::string& what) const;
+    void check_page_offset(std::uint64_t offset, const std::string& what);
     std::uint32_t allocate();
     std::uint32_t extend(std::uint64_t bytes);
     std::uint32_t take_free_page();
@@ -127,14 +132,14 @@ class CdxFile::Pages {
     bool known_ = false;
     std::array<Byte, kHeaderBytes> header_{};
     std::uint32_t free_head_ = 0;
-    std::uint64_t file_size_ = 0;
+    std::uint64_t file_size_ = 0;  // it may have grown since; a file does not shrink in shared use
     std::unordered_map<std::uint32_t, std::unique_ptr<CdxPage>> pages_;
     std::unordered_map<std::uint32_t, std::uint32_t> roots_;  // by offset of the tag header
     std::size_t memory_ = 0;
     std::uint64_t generation_ = 1;
 
     // The change in progress.
-    std::uint64_t size_before_ = 0;  // 0: not looked at yet
+    bool end_found_ = false;
     bool durable_ = false;
     bool added_pages_written_ = false;
     bool publishing_ = false;

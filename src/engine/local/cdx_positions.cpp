@@ -57,9 +57,10 @@ const LeafCounts::Leaf& LeafCounts::holding(std::size_t number) const {
 // Page headers, with no page read from the file twice.
 class CdxTag::Tree::HeaderReader {
   public:
-    explicit HeaderReader(CdxFile::Pages& pages)
-        : pages_(pages),
-          headers_(static_cast<std::size_t>(pages.page_count() / kPagesAtOnce + 1)) {}
+    explicit HeaderReader(CdxFile::Pages& pages) : pages_(pages) {
+        pages.measure();
+        headers_.resize(static_cast<std::size_t>(pages.page_count() / kPagesAtOnce + 1));
+    }
 
     LeafHeader leaf(std::uint32_t offset) {
         const std::size_t page = offset / kCdxPageSize;

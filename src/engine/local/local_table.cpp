@@ -74,14 +74,46 @@ void LocalTable::shut() {
     flush();
 }
 
+// ----------------------------------------------------------------------- the share's session
+
+bool LocalTable::lost() const {
+    if (!file_) return false;
+    bool lost = file_->file().lost() || (memo_ && memo_->file().lost());
+    orders_->for_each_file([&](const CdxFile& index) { lost = lost || index.file().lost(); });
+    return lost;
+}
+
+// A change that is still to be written stays in the buffer; the record is not locked any more.
+void LocalTable::reopen() {
+    file_->reopen();
+    if (memo_) memo_->reopen();
+    orders_->reopen();
+    if (!begun_ && !changed_ && !keys_pending_) refresh_record();
+}
+
+template <class Step>
+auto LocalTable::reaching(Step step) {
+    if (lost()) reopen();
+    try {
+        return step();
+    } catch (const platform::ConnectionLost&) {
+        reopen();
+        return step();
+    }
+}
+
 // ------------------------------------------------------------------------- the record buffer
+
+RecordNumber LocalTable::record_count() {
+    return file_ ? reaching([this] { return file_->count(); }) : 0;
+}
 
 RecordView LocalTable::view() {
     if (!loaded_) {
         if (record_ == 0) {
             make_blank_record(bytes_, layout());
         } else {
-            file_->read(record_, bytes_);
+            reaching([this] { file_->read(record_, bytes_); });
         }
         original_ = bytes_;
         loaded_ = true;
@@ -214,6 +246,32 @@ void LocalTable::require_room_for_memos() const {
 
 void LocalTable::flush() {
     if (begun_ || (!changed_ && !keys_pending_)) return;
+    try {
+        if (!file_->owns(record_)) prepare_to_write_again();
+        write_changes();
+    } catch (const platform::ConnectionLost&) {
+        prepare_to_write_again();
+        write_changes();
+    }
+}
+
+// After the session was lost: the record is locked anew, and must hold either what was read from it
+// or what was written to it.
+void LocalTable::prepare_to_write_again() {
+    if (lost()) reopen();
+    const auto refuse = [&](const char* reason) {
+        return EngineFault(FaultCode::kNotLocked, "write",
+                           file_->path() + ": record " + std::to_string(record_) +
+                               ": the connection was lost while it was locked, and " + reason);
+    };
+    if (!file_->lock(record_, LockTry::kInTurn)) throw refuse("it is locked by another user now");
+    std::vector<Byte> there(layout().record_length);
+    file_->read(record_, there);
+    if (there != bytes_ && there != original_) throw refuse("another user has changed it");
+    if (there == bytes_ && there != original_) pending_memos_.clear();
+}
+
+void LocalTable::write_changes() {
     const std::optional<RecordView> before =
         keys_pending_ ? std::nullopt : std::optional(RecordView{original_, record_});
     require_in_place();
@@ -303,6 +361,21 @@ bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry
 }
 
 bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
+    RecordNumber place = 0;
+    try {
+        return append_blank_once(release_other_locks, attempt, place);
+    } catch (const platform::ConnectionLost&) {
+        reopen();
+        if (place == 0) return false;
+        make_blank_record(bytes_, layout());
+        if (!is_added(place)) return false;
+        placed_at_added(place);
+        keys_pending_ = true;
+        return true;
+    }
+}
+
+bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place) {
     require_open("append");
     flush();
     require_room_beside_records();
@@ -312,16 +385,33 @@ bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     TableFile::Addition addition(*file_, attempt);
     if (!addition.begun() || !take_out_left_over(addition, attempt)) return false;
     addition.fill_in(blank);
+    place = addition.record();
     addition.write(blank);
     if (durable()) file_->sync();
     addition.count();
     if (durable()) file_->sync();
-    place(addition.record());
-    bytes_ = original_ = std::move(blank);
-    loaded_ = true;
+    bytes_ = std::move(blank);
+    placed_at_added(place);
     keys_pending_ = true;
-    moved();
     return true;
+}
+
+// True when the record that was to be added is there, counted, and locked by nobody else.
+bool LocalTable::is_added(RecordNumber record) {
+    if (!file_->holds(record)) return false;
+    std::vector<Byte> there(layout().record_length);
+    file_->read(record, there);
+    return there == bytes_ && file_->lock_new(record);
+}
+
+// The buffer holds what was added.
+void LocalTable::placed_at_added(RecordNumber record) {
+    std::vector<Byte> added = std::move(bytes_);
+    place(record);
+    original_ = bytes_ = std::move(added);
+    loaded_ = true;
+    if (memo_) loaded_at_ = MemoFile::Clock::now();
+    moved();
 }
 
 void LocalTable::require_room_beside_records() {
@@ -333,7 +423,7 @@ void LocalTable::require_room_beside_records() {
 void LocalTable::begin_record() {
     move_to(0);
     require_open("append");
-    require_room_beside_records();
+    reaching([this] { require_room_beside_records(); });
     view();
     begun_ = true;
     moved();
@@ -341,9 +431,11 @@ void LocalTable::begin_record() {
 
 void LocalTable::require_place() {
     require_open("write");
-    require_in_place();
-    require_room_for_memos();
-    begun_ ? file_->require_room() : file_->require_named();
+    reaching([this] {
+        require_in_place();
+        require_room_for_memos();
+        begun_ ? file_->require_room() : file_->require_named();
+    });
 }
 
 // Every lock is had, and everything that can be refused has been, before anything is written; the
@@ -353,6 +445,24 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
     if (!begun_) {
         throw EngineFault(FaultCode::kNotLocked, "append", file_->path() + ": no record was begun");
     }
+    RecordNumber place = 0;
+    try {
+        if (lost()) reopen();
+        return add_once(attempt, distinct, place);
+    } catch (const platform::ConnectionLost&) {
+        reopen();
+        // What was written of a record that is not counted is cleared by the next addition.
+        if (place == 0 || !is_added(place)) return Added::kRefused;
+        KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, place});
+        keys.lock(durable());
+        keys.insert(record_has());
+        keys.publish();
+        placed_at_added(place);
+        return Added::kDone;
+    }
+}
+
+Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, RecordNumber& place) {
     require_room_for_memos();
     TableFile::Addition addition(*file_, attempt);
     if (!addition.begun() || !take_out_left_over(addition, attempt)) return Added::kRefused;
@@ -363,6 +473,7 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
     keys.insert(record_has());
     std::optional<MemoFile::Allocation> memos;
     if (!pending_memos_.empty() && !memos.emplace(*memo_, attempt).begun()) return Added::kRefused;
+    place = addition.record();
     keys.write_new_pages();
     write_memos();
     addition.write(bytes_);
@@ -377,12 +488,7 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
         keys.take_back();
         throw;
     }
-    std::vector<Byte> added = std::move(bytes_);
-    place(addition.record());
-    original_ = bytes_ = std::move(added);
-    loaded_ = true;
-    if (memo_) loaded_at_ = MemoFile::Clock::now();
-    moved();
+    placed_at_added(place);
     return Added::kDone;
 }
 
@@ -427,9 +533,11 @@ void LocalTable::commit() {
 
 bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
     require_open("lock record");
-    if (!file_->holds(record)) return false;  // the byte of a record to come is the append's
-    const bool owned = file_->owns(record);
-    if (!file_->lock(record, attempt)) return false;
+    const bool owned = !lost() && file_->owns(record);
+    // The byte of a record to come is the append's.
+    const bool locked =
+        reaching([&] { return file_->holds(record) && file_->lock(record, attempt); });
+    if (!locked) return false;
     // What was read before the lock may be another session's past.
     if (!owned && record == record_) refresh_record();
     return true;
@@ -438,7 +546,7 @@ bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
 bool LocalTable::lock_table(LockTry attempt) {
     require_open("lock file");
     flush();
-    const bool locked = file_->lock_all(attempt);
+    const bool locked = reaching([&] { return file_->lock_all(attempt); });
     forget_record();  // locked or not: a refused try has let go of the record for a moment
     return locked;
 }
@@ -464,7 +572,7 @@ bool LocalTable::shows(const RecordView& record) const {
 
 void LocalTable::move_to(RecordNumber record) {
     flush();
-    place(file_ && file_->holds(record) ? record : 0);
+    place(file_ && reaching([&] { return file_->holds(record); }) ? record : 0);
 }
 
 void LocalTable::go_to(RecordNumber record) {
@@ -519,6 +627,10 @@ bool LocalTable::step(bool forward) {
 
 void LocalTable::go_end(bool top) {
     flush();
+    reaching([&] { go_end_once(top); });
+}
+
+void LocalTable::go_end_once(bool top) {
     if (controlling_ == 0) {
         const RecordNumber count = record_count();
         place(top ? std::min<RecordNumber>(1, count) : count);
@@ -668,6 +780,10 @@ bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
         throw EngineFault(FaultCode::kUnknownName, "seek",
                           file_->path() + ": no controlling order");
     }
+    return reaching([&] { return find_from_root(key, mode, end); });
+}
+
+bool LocalTable::find_from_root(const Value& key, SeekMode mode, SeekEnd end) {
     const Order& order = orders_->attached(controlling_);
     const std::string wanted = seek_key(order.format, key);
     const bool too_long = order.format.form == KeyForm::kText &&
@@ -698,10 +814,12 @@ std::optional<std::string> LocalTable::last_key(std::size_t order, const std::st
     if (order == 0 || order > order_count()) refuse_order(order, "last key");
     constexpr RecordNumber kPastEveryRecord = std::numeric_limits<RecordNumber>::max();
     IndexEntry found;
-    CdxTag& tag = *orders_->attached(order).tag;
     const int timeout_ms = wait == Wait::kShort ? kTurn_ms : platform::kShortLockTimeout_ms;
-    if (!tag.at_or_before(as_bytes(limit), kPastEveryRecord, found, timeout_ms)) return {};
-    return found.key;
+    const bool any = reaching([&] {
+        CdxTag& tag = *orders_->attached(order).tag;
+        return tag.at_or_before(as_bytes(limit), kPastEveryRecord, found, timeout_ms);
+    });
+    return any ? std::optional(found.key) : std::nullopt;
 }
 
 Value LocalTable::scope(ScopeEnd end) const {

@@ -5,6 +5,11 @@
 // moving off it. A blank record that is appended is in the file from the start; its keys follow
 // with its values in that one flush. A record that is begun is in the buffer alone until it is
 // added as a whole.
+//
+// On a share the session with the server can be lost, and all locks with it. The next call then
+// opens the files again. A call that is interrupted by the loss looks, under the locks that it gets
+// anew, at what it has written, and finishes; it fails where somebody else has changed the record
+// meanwhile, or the share cannot be reached.
 
 #pragma once
 
@@ -39,7 +44,7 @@ class LocalTable : public Table {
     bool end_of_file() override { return record_ == 0; }
     bool beginning_of_file() override { return at_beginning_; }
     RecordNumber record_number() override { return record_ == 0 ? record_count() + 1 : record_; }
-    RecordNumber record_count() override { return file_ ? file_->count() : 0; }
+    RecordNumber record_count() override;
     bool deleted() override { return record_ != 0 && view().deleted(); }
     void set_follower(std::function<void()> follower) override { follower_ = std::move(follower); }
 
@@ -103,6 +108,12 @@ class LocalTable : public Table {
     void forget_record();
     void place(RecordNumber record);
     void flush();
+    void write_changes();
+    void prepare_to_write_again();
+    bool append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place);
+    Added add_once(LockTry attempt, std::size_t distinct, RecordNumber& place);
+    bool is_added(RecordNumber record);
+    void placed_at_added(RecordNumber record);
     void require_room_for_memos() const;
     std::vector<std::uint32_t> write_memos();
     KeyUpdate::RecordHas record_has();
@@ -120,11 +131,19 @@ class LocalTable : public Table {
     std::string memo_text(const Field& field);
     void require_open(const char* operation) const;
 
+    // -- The share's session.
+    bool lost() const;
+    void reopen();
+    // What a step answers that can be repeated, and is, once, after the session was lost.
+    template <class Step>
+    auto reaching(Step step);
+
     // -- Navigation.
     // What one move does; the public methods also tell the follower.
     void move_to(RecordNumber record);
     void move_by(std::int64_t count);
     bool find(const Value& key, SeekMode mode, SeekEnd end);
+    bool find_from_root(const Value& key, SeekMode mode, SeekEnd end);
     void moved() {
         if (follower_) follower_();
     }
@@ -144,6 +163,7 @@ class LocalTable : public Table {
     bool step_by_number(bool forward);
     bool leap(std::int64_t count);
     void go_end(bool top);
+    void go_end_once(bool top);
     void use_order(std::size_t number);
     void orders_attached(std::size_t before);
 

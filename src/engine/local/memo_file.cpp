@@ -25,6 +25,7 @@ constexpr Byte kTextEnd = 0x1A;
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
 // What a new record must find free: its memos come later, and are then refused no more.
 constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
+constexpr std::uint64_t kReadUnasked = 1 << 16;
 constexpr std::size_t kMostReleased = 4096;
 constexpr std::size_t kMostRemembered = 4096;
 
@@ -45,6 +46,15 @@ std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uin
     auto memo = std::unique_ptr<MemoFile>(new MemoFile(std::move(file), kind, mode));
     memo->read_header();
     return memo;
+}
+
+// What was released may have been taken by others meanwhile: under a lock that was lost.
+void MemoFile::reopen() {
+    file_.reopen();
+    read_header();
+    known_blocks_ = 0;
+    released_.clear();
+    ours_.clear();
 }
 
 void MemoFile::create(const std::string& table_path) {
@@ -95,7 +105,8 @@ std::string MemoFile::read_generation3(std::uint64_t offset) const {
     return text;
 }
 
-// Length of the data of the memo whose first block is at the offset, checked against the file.
+// Length of the data of the memo whose first block is at the offset. One that would cost memory is
+// checked against the file; any other is found out by reading it.
 std::uint64_t MemoFile::data_length(std::uint64_t block_offset) const {
     std::array<Byte, kBlockHeaderSize> header;
     const std::uint64_t first_usable = kind_ == Kind::kFpt ? kFptHeaderSize : block_size_;
@@ -110,7 +121,7 @@ std::uint64_t MemoFile::data_length(std::uint64_t block_offset) const {
         }
         length = whole - kBlockHeaderSize;
     }
-    if (length > file_.size() - block_offset - kBlockHeaderSize) {
+    if (length > kReadUnasked && length > file_.size() - block_offset - kBlockHeaderSize) {
         damaged(block_offset,
                 "a memo of " + std::to_string(length) + " bytes, past the file's end");
     }

@@ -44,6 +44,9 @@ class MemoFile {
     // Makes an empty .FPT beside the table, replacing what is there.
     static void create(const std::string& table_path);
 
+    // Opens the file again where its share's session was lost. Throws EngineFault.
+    void reopen();
+
     // The memo that begins at `block`; empty for block 0.
     std::string read(std::uint32_t block) const;
     // Stores a memo in blocks that nothing names and answers the first; 0 for empty text.

@@ -53,9 +53,40 @@ bool TableFile::keep_other_mode_out() {
     const LockRange theirs =
         LockScheme::use(proprietary ? LockMode::kCompatible : LockMode::kProprietary);
     if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) return false;
-    const HeldLock cover(file_, theirs);
-    return file_.try_lock(ours.offset, ours.length, platform::LockKind::kShared) &&
-           (!proprietary || keep_strangers_out());
+    const bool kept = file_.try_lock(ours.offset, ours.length, platform::LockKind::kShared) &&
+                      (!proprietary || keep_strangers_out());
+    file_.unlock(theirs.offset, theirs.length);
+    file_.keep_locks();
+    return kept;
+}
+
+void TableFile::reopen() {
+    locked_records_.clear();
+    table_locked_ = marked_ = false;
+    file_.reopen();
+    try {
+        require_same_layout();
+        if (exclusive_ || keep_other_mode_out()) return;
+        throw EngineFault(FaultCode::kInputOutput, "open again",
+                          path() + ": is used in the other locking mode by now");
+    } catch (...) {
+        file_.close();
+        throw;
+    }
+}
+
+void TableFile::require_same_layout() const {
+    const TableLayout now = read_layout();
+    const auto same = [](const Field& was, const Field& is) {
+        return was.name == is.name && was.type == is.type && was.offset == is.offset &&
+               was.width == is.width;
+    };
+    if (now.version == layout_.version && now.flags == layout_.flags &&
+        now.header_length == layout_.header_length && now.record_length == layout_.record_length &&
+        std::ranges::equal(layout_.fields, now.fields, same)) {
+        return;
+    }
+    throw EngineFault(FaultCode::kInputOutput, "open again", path() + ": is another table by now");
 }
 
 // A table that has outgrown the marker, in exclusive use, is beyond what compatible programs can
@@ -122,10 +153,12 @@ void TableFile::read_once(RecordNumber record, MutableBytes into) const {
 }
 
 void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
-    require_named(file_.standing());
+    require_named();
+    file_.require_same_session();
     std::optional<HeldLock> whole;
     keep_whole(record, platform::LockKind::kExclusive, whole);
     replace(offset_of(record), bytes, before);
+    file_.require_same_session();
 }
 
 void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
@@ -181,7 +214,9 @@ void TableFile::Addition::write(Bytes bytes) {
     file_.step_autoincrement();
 }
 
+// On a share the append lock may have been lost with the session, and somebody else have added.
 void TableFile::Addition::count() {
+    file_.file_.require_same_session();
     set_count(record_ - 1, record_);
     counted_ = true;
 }
@@ -202,6 +237,7 @@ void TableFile::Addition::set_count(RecordNumber from, RecordNumber to) {
     store_le32(before.data() + 3, from);
     file_.replace(kDateOffset, date_and_count, before);
     file_.known_count_ = to;
+    file_.file_.require_kept(kDateOffset, date_and_count);
 }
 
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may
@@ -209,7 +245,7 @@ void TableFile::Addition::set_count(RecordNumber from, RecordNumber to) {
 TableFile::Place TableFile::next_place() {
     const RecordNumber counted = counted_in_header();
     const platform::File::Standing standing = file_.standing();
-    require_named(standing);
+    require_named(standing.named);
     const RecordNumber held = records_in(standing.size);
     if (held < counted) {
         throw EngineFault(FaultCode::kDamagedFile, "append",
@@ -236,8 +272,8 @@ void TableFile::require_room() {
     }
 }
 
-void TableFile::require_named(const platform::File::Standing& standing) const {
-    if (standing.named) return;
+void TableFile::require_named(bool named) const {
+    if (named) return;
     throw EngineFault(FaultCode::kInputOutput, "write",
                       path() + ": was removed or replaced while it is open here");
 }
@@ -287,7 +323,6 @@ bool TableFile::lock(RecordNumber record, LockTry attempt) {
     return locked;
 }
 
-// Nobody waits for a record that is not there yet.
 bool TableFile::lock_new(RecordNumber record) {
     if (owns(record)) return true;
     const LockRange range = locks_.record(record);

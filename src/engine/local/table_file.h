@@ -26,6 +26,10 @@ class TableFile {
     static std::unique_ptr<TableFile> open(const std::string& path, platform::Sharing sharing,
                                            LockMode mode = LockMode::kCompatible);
 
+    // Opens the file again where its share's session was lost; no record is locked then. Throws
+    // EngineFault when it cannot be had, or is another table by now.
+    void reopen();
+
     const std::string& path() const { return file_.path(); }
     const TableLayout& layout() const { return layout_; }
     bool exclusive() const { return exclusive_; }
@@ -41,7 +45,7 @@ class TableFile {
     // `before` is what the record holds now: it is put back should the write be cut short.
     void write(RecordNumber record, Bytes bytes, Bytes before);
     // EngineFault kInputOutput when the file no longer goes by a name.
-    void require_named() const { require_named(file_.standing()); }
+    void require_named() const { require_named(file_.named()); }
     // The faults that an Addition would meet.
     void require_room();
     // Adds one record at the end, under the append lock, which goes with the object. The record
@@ -82,6 +86,8 @@ class TableFile {
     void mark_as_indexed();
 
     bool lock(RecordNumber record, LockTry attempt);
+    // A record that is just being added: nobody waits for it.
+    bool lock_new(RecordNumber record);
     bool lock_all(LockTry attempt);
     void unlock(RecordNumber record);
     void unlock_all();
@@ -96,6 +102,7 @@ class TableFile {
           layout_(read_layout()),
           locks_(layout_, mode) {}
     TableLayout read_layout() const;
+    void require_same_layout() const;
     bool keep_other_mode_out();
     bool keep_strangers_out();
     std::uint64_t offset_of(RecordNumber record) const;
@@ -108,11 +115,10 @@ class TableFile {
         bool left_over;  // the file holds a record there, which was never counted
     };
     Place next_place();
-    void require_named(const platform::File::Standing& standing) const;
+    void require_named(bool named) const;
     template <class Visit>
     void for_each_autoincrement(Visit visit);
     void step_autoincrement();
-    bool lock_new(RecordNumber record);
     void replace(std::uint64_t offset, Bytes bytes, Bytes before);
 
     platform::File file_;

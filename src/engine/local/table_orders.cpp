@@ -166,6 +166,33 @@ bool TableOrders::open_bag(const std::string& path, bool structural) {
     return true;
 }
 
+void TableOrders::reopen() {
+    for (Bag& bag : bags_) reopen(bag);
+}
+
+// The old file is closed first: the system may have taken its locks again on its own.
+void TableOrders::reopen(Bag& bag) {
+    const std::string path = bag.file->path();
+    bag.file->close();
+    const auto refuse = [&](const char* reason) {
+        return EngineFault(FaultCode::kInputOutput, "open again", path + ": " + reason);
+    };
+    std::unique_ptr<CdxFile> file = CdxFile::open(path, sharing_, mode_);
+    if (!file) throw refuse("cannot be had");
+    const auto same = [](const std::unique_ptr<Order>& order, const std::unique_ptr<CdxTag>& tag) {
+        const TagDescription& was = order->description();
+        const TagDescription& is = tag->description();
+        return was.name == is.name && was.key == is.key && was.condition == is.condition &&
+               was.key_length == is.key_length && was.descending == is.descending;
+    };
+    if (!std::ranges::equal(bag.orders, file->tags(), same)) throw refuse("has other tags by now");
+    for (std::size_t i = 0; i < bag.orders.size(); ++i) {
+        bag.orders[i]->tag = file->tags()[i].get();
+        bag.orders[i]->tag->set_pad(bag.orders[i]->format.pad());
+    }
+    bag.file = std::move(file);
+}
+
 void TableOrders::attach_bag(const Bag& bag) {
     for (const auto& order : bag.orders) attached_.push_back(order.get());
 }

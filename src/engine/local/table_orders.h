@@ -92,6 +92,9 @@ class TableOrders {
     // use. A missing file or a tag that cannot be kept correct is an EngineFault.
     bool open_structural();
     bool has_structural() const { return !bags_.empty() && bags_.front().structural; }
+    // Opens the files again where their share's session was lost; orders stay attached. EngineFault
+    // when one of them cannot be had or has other tags by now.
+    void reopen();
     // Attaches the orders of an index file, opening it where it is not open yet; false when there
     // is no such file or it cannot be had.
     bool attach(const std::string& name);
@@ -131,6 +134,7 @@ class TableOrders {
 
     std::string full_index_path(const std::string& name) const;
     bool open_bag(const std::string& path, bool structural);
+    void reopen(Bag& bag);
     void attach_bag(const Bag& bag);
     const Bag* find_bag(const std::string& path) const;
     std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,

@@ -31,6 +31,7 @@
 #include "platform/file_calls.h"
 #include "platform/posix/descriptors.h"
 #include "platform/process.h"
+#include "platform/share.h"
 #include "util/runtime.h"
 
 namespace brenik::platform {
@@ -63,8 +64,8 @@ int open_flags(OpenMode mode, Sharing sharing) {
             return kAlways | O_RDWR;
         case OpenMode::kCreate:
             return kAlways | O_RDWR | O_CREAT;
-        case OpenMode::kWriteOnly:
-            return kAlways | O_WRONLY | O_NOFOLLOW;
+        case OpenMode::kAppendOnly:
+            return kAlways | O_WRONLY | O_NOFOLLOW | O_APPEND;
         case OpenMode::kAppend:
             return kAlways | O_WRONLY | O_NOFOLLOW | O_APPEND | O_CREAT;
         case OpenMode::kRewrite:
@@ -143,10 +144,7 @@ int set_lock(int handle, std::uint64_t offset, std::uint64_t length, short type)
 
 bool is_conflict(int system_code) { return system_code == EAGAIN || system_code == EACCES; }
 
-OpenFailure check_plain_file(int handle, int flags) {
-    struct stat facts;
-    count(FileCall::kStat);
-    if (fstat(handle, &facts) != 0) return OpenFailure::kSystem;
+OpenFailure check_plain_file(const struct stat& facts, int flags) {
     if (!S_ISREG(facts.st_mode)) return OpenFailure::kDenied;
     const bool writing = (flags & O_ACCMODE) != O_RDONLY;
     const bool read_only = (facts.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
@@ -168,8 +166,9 @@ off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* ope
 }
 
 // On a network file system link counts and file numbers are what the server makes of them.
-bool is_local(int handle) {
+bool is_remote(int handle) {
     struct statfs facts;
+    count(FileCall::kStat);
     if (fstatfs(handle, &facts) != 0) return false;
     constexpr std::array<std::uint32_t, 10> kNetworks = {
         0x00006969,                          // NFS
@@ -180,7 +179,7 @@ bool is_local(int handle) {
         0x5346414F, 0x73757245, 0x0000564C,  // AFS, Coda, NCP
     };
     return std::find(kNetworks.begin(), kNetworks.end(),
-                     static_cast<std::uint32_t>(facts.f_type)) == kNetworks.end();
+                     static_cast<std::uint32_t>(facts.f_type)) != kNetworks.end();
 }
 
 void pause_for(std::chrono::microseconds duration) {
@@ -264,7 +263,17 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         return file;
     }
     file.handle_ = handle_of(handle);
-    file.failure_ = check_plain_file(handle, flags);
+    file.mode_ = mode;
+    file.sharing_ = sharing;
+    struct stat facts;
+    count(FileCall::kStat);
+    if (fstat(handle, &facts) != 0) {
+        file.failure_ = OpenFailure::kSystem;
+    } else {
+        file.failure_ = check_plain_file(facts, flags);
+        file.session_ = &ShareSession::of(facts.st_dev, [&] { return is_remote(handle); });
+        file.losses_ = file.session_->losses();
+    }
     if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
         file.failure_ = share(handle, sharing);
     }
@@ -278,19 +287,21 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
 }
 
 void File::close() noexcept {
+    locks_ = 0;
     const int open = is_open() ? descriptor(std::exchange(handle_, kNoHandle)) : -1;
     if (open >= 0) close_descriptor(open);
 }
 
 std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
     const off_t start = checked_offset(offset, buffer.size(), "read", path_);
+    require_session("read", offset);
     std::size_t done = 0;
     while (done < buffer.size()) {
         count(FileCall::kRead);
         const ssize_t got = pread(descriptor(handle_), buffer.data() + done, buffer.size() - done,
                                   start + static_cast<off_t>(done));
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw FileError("read", path_, offset + done, errno);
+        if (got < 0) fail("read", offset + done, errno);
         if (got == 0) break;
         done += static_cast<std::size_t>(got);
     }
@@ -299,6 +310,7 @@ std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) 
 
 void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
     const off_t start = checked_offset(offset, bytes.size(), "write", path_);
+    require_session("write", offset);
     unsynced_ = true;
     std::size_t done = 0;
     while (done < bytes.size()) {
@@ -306,46 +318,57 @@ void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
         const ssize_t put = pwrite(descriptor(handle_), bytes.data() + done, bytes.size() - done,
                                    start + static_cast<off_t>(done));
         if (put < 0 && errno == EINTR) continue;
-        if (put <= 0) throw FileError("write", path_, offset + done, put < 0 ? errno : ENOSPC);
+        if (put <= 0) fail("write", offset + done, put < 0 ? errno : ENOSPC);
         done += static_cast<std::size_t>(put);
     }
 }
 
 std::uint64_t File::size() const { return standing().size; }
 
+// What fstat() tells of a share may be a second old, also under a lock. Going to the end of the
+// file asks the server.
 File::Standing File::standing() const {
-    struct stat facts;
+    require_session("size", 0);
     count(FileCall::kStat);
-    if (fstat(descriptor(handle_), &facts) != 0) throw FileError("size", path_, 0, errno);
-    return {static_cast<std::uint64_t>(facts.st_size),
-            facts.st_nlink != 0 || !is_local(descriptor(handle_))};
+    if (remote()) {
+        const off_t end = lseek(descriptor(handle_), 0, SEEK_END);
+        if (end < 0) fail("size", 0, errno);
+        return {static_cast<std::uint64_t>(end), true};
+    }
+    struct stat facts;
+    if (fstat(descriptor(handle_), &facts) != 0) fail("size", 0, errno);
+    return {static_cast<std::uint64_t>(facts.st_size), facts.st_nlink != 0};
 }
 
+bool File::named() const { return remote() || standing().named; }
+
 bool File::in_place() const {
+    if (remote()) return true;
     struct stat ours, there;
     count(FileCall::kStat);
-    if (fstat(descriptor(handle_), &ours) != 0) throw FileError("size", path_, 0, errno);
+    if (fstat(descriptor(handle_), &ours) != 0) fail("size", 0, errno);
     count(FileCall::kStat);
     const bool found = stat(path_.c_str(), &there) == 0;
     if (!found && errno != ENOENT && errno != ENOTDIR) return true;
-    if (found && ours.st_ino == there.st_ino && ours.st_dev == there.st_dev) return true;
-    return !is_local(descriptor(handle_));
+    return found && ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
 }
 
 void File::resize(std::uint64_t size) {
     const off_t length = checked_offset(size, 0, "resize", path_);
+    require_session("resize", size);
     unsynced_ = true;
     count(FileCall::kResize);
     while (ftruncate(descriptor(handle_), length) != 0) {
-        if (errno != EINTR) throw FileError("resize", path_, size, errno);
+        if (errno != EINTR) fail("resize", size, errno);
     }
 }
 
 void File::sync() {
     if (!unsynced_) return;
+    require_session("sync", 0);
     count(FileCall::kSync);
     while (fdatasync(descriptor(handle_)) != 0) {
-        if (errno != EINTR) throw FileError("sync", path_, 0, errno);
+        if (errno != EINTR) fail("sync", 0, errno);
     }
     unsynced_ = false;
 }
@@ -353,9 +376,14 @@ void File::sync() {
 // A length of 0 would mean "to the end of the file" to the system; here it means no bytes.
 bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
     if (length == 0) return true;
+    require_session("lock", offset);
     const short type = kind == LockKind::kExclusive ? F_WRLCK : F_RDLCK;
-    const int code = set_lock(descriptor(handle_), offset, length, type);
-    if (code != 0 && !is_conflict(code)) throw FileError("lock", path_, offset, code);
+    int code = set_lock(descriptor(handle_), offset, length, type);
+    if (code == EBADF && reached_again()) {
+        code = set_lock(descriptor(handle_), offset, length, type);
+    }
+    if (code != 0 && !is_conflict(code)) fail("lock", offset, code);
+    if (code == 0) ++locks_;
     return code == 0;
 }
 
@@ -378,7 +406,10 @@ bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind
 }
 
 void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
-    if (is_open() && length > 0) set_lock(descriptor(handle_), offset, length, F_UNLCK);
+    if (!is_open() || length == 0 || lost()) return;
+    const int code = set_lock(descriptor(handle_), offset, length, F_UNLCK);
+    if (code != 0 && remote()) session_->lose();
+    --locks_;
 }
 
 bool file_exists(const std::string& path) {

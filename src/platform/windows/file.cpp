@@ -15,6 +15,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/share.h"
 #include "platform/windows/system_text.h"
 
 namespace brenik::platform {
@@ -34,9 +35,9 @@ DWORD access_of(OpenMode mode, Sharing sharing) {
         case OpenMode::kReadWrite:
         case OpenMode::kCreate:
             return GENERIC_READ | GENERIC_WRITE;
-        case OpenMode::kWriteOnly:
         case OpenMode::kRewrite:
             return GENERIC_WRITE;
+        case OpenMode::kAppendOnly:
         case OpenMode::kAppend:
             return FILE_APPEND_DATA | SYNCHRONIZE;  // without FILE_WRITE_DATA offsets do not count
     }
@@ -109,10 +110,7 @@ bool is_conflict(DWORD system_code) {
 }
 
 // The read-only attribute counts for everybody, whatever else the system would let the user do.
-OpenFailure check_plain_file(HANDLE handle, OpenMode mode, DWORD access) {
-    if (GetFileType(handle) != FILE_TYPE_DISK) return OpenFailure::kDenied;
-    BY_HANDLE_FILE_INFORMATION facts;
-    if (!GetFileInformationByHandle(handle, &facts)) return OpenFailure::kSystem;
+OpenFailure check_plain_file(const BY_HANDLE_FILE_INFORMATION& facts, OpenMode mode, DWORD access) {
     const auto has = [&](DWORD attribute) { return (facts.dwFileAttributes & attribute) != 0; };
     if (is_log(mode) && has(FILE_ATTRIBUTE_REPARSE_POINT)) return OpenFailure::kDenied;
     const bool writing = access != GENERIC_READ;
@@ -142,9 +140,7 @@ void check_offset(std::uint64_t offset, std::uint64_t length, const char* operat
     }
 }
 
-[[noreturn]] void fail(const char* operation, const std::string& path, std::uint64_t offset) {
-    throw FileError(operation, path, offset, static_cast<int>(GetLastError()));
-}
+int last_error() { return static_cast<int>(GetLastError()); }
 
 // The most that one call moves: its count has 32 bits, and network drives dislike large ones.
 DWORD one_transfer(std::size_t wanted) {
@@ -192,7 +188,19 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         return file;
     }
     file.handle_ = reinterpret_cast<std::intptr_t>(handle);
-    file.failure_ = check_plain_file(handle, mode, access);
+    file.mode_ = mode;
+    file.sharing_ = sharing;
+    BY_HANDLE_FILE_INFORMATION facts;
+    if (GetFileType(handle) != FILE_TYPE_DISK) {
+        file.failure_ = OpenFailure::kDenied;
+    } else if (!GetFileInformationByHandle(handle, &facts)) {
+        file.failure_ = OpenFailure::kSystem;
+    } else {
+        file.failure_ = check_plain_file(facts, mode, access);
+        file.session_ = &ShareSession::of(facts.dwVolumeSerialNumber,
+                                          [&] { return share_facts(file.path_).remote; });
+        file.losses_ = file.session_->losses();
+    }
     if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
         file.failure_ = share(handle, sharing);
     }
@@ -206,11 +214,13 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
 }
 
 void File::close() noexcept {
+    locks_ = 0;
     if (is_open()) CloseHandle(system_handle(std::exchange(handle_, kNoHandle)));
 }
 
 std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
     check_offset(offset, buffer.size(), "read", path_);
+    require_session("read", offset);
     std::size_t done = 0;
     while (done < buffer.size()) {
         OVERLAPPED place = place_at(offset + done);
@@ -218,7 +228,7 @@ std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) 
         if (!ReadFile(system_handle(handle_), buffer.data() + done,
                       one_transfer(buffer.size() - done), &count, &place)) {
             if (GetLastError() == ERROR_HANDLE_EOF) break;
-            fail("read", path_, offset + done);
+            fail("read", offset + done, last_error());
         }
         if (count == 0) break;
         done += count;
@@ -228,6 +238,7 @@ std::size_t File::read_at(std::uint64_t offset, std::span<std::uint8_t> buffer) 
 
 void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
     check_offset(offset, bytes.size(), "write", path_);
+    require_session("write", offset);
     unsynced_ = true;
     std::size_t done = 0;
     while (done < bytes.size()) {
@@ -235,7 +246,7 @@ void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
         DWORD count = 0;
         if (!WriteFile(system_handle(handle_), bytes.data() + done,
                        one_transfer(bytes.size() - done), &count, &place)) {
-            fail("write", path_, offset + done);
+            fail("write", offset + done, last_error());
         }
         if (count == 0) throw FileError("write", path_, offset + done, ERROR_DISK_FULL);
         done += count;
@@ -243,35 +254,40 @@ void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
 }
 
 std::uint64_t File::size() const {
+    require_session("size", 0);
     LARGE_INTEGER size = {};
-    if (!GetFileSizeEx(system_handle(handle_), &size)) fail("size", path_, 0);
+    if (!GetFileSizeEx(system_handle(handle_), &size)) fail("size", 0, last_error());
     return static_cast<std::uint64_t>(size.QuadPart);
 }
 
 // The system lets nobody remove or replace a file that is open here.
 File::Standing File::standing() const { return {size(), true}; }
 
+bool File::named() const { return true; }
+
 bool File::in_place() const { return true; }
 
 void File::resize(std::uint64_t size) {
     check_offset(size, 0, "resize", path_);
+    require_session("resize", size);
     unsynced_ = true;
     const DWORD code = set_size(system_handle(handle_), size);
-    if (code != 0) throw FileError("resize", path_, size, static_cast<int>(code));
+    if (code != 0) fail("resize", size, static_cast<int>(code));
 }
 
 void File::sync() {
     if (!unsynced_) return;
-    if (!FlushFileBuffers(system_handle(handle_))) fail("sync", path_, 0);
+    require_session("sync", 0);
+    if (!FlushFileBuffers(system_handle(handle_))) fail("sync", 0, last_error());
     unsynced_ = false;
 }
 
 bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
     if (length == 0) return true;
+    require_session("lock", offset);
     const DWORD code = set_lock(system_handle(handle_), offset, length, kind);
-    if (code != 0 && !is_conflict(code)) {
-        throw FileError("lock", path_, offset, static_cast<int>(code));
-    }
+    if (code != 0 && !is_conflict(code)) fail("lock", offset, static_cast<int>(code));
+    if (code == 0) ++locks_;
     return code == 0;
 }
 
@@ -293,9 +309,12 @@ bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind
 }
 
 void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
-    if (!is_open() || length == 0) return;
+    if (!is_open() || length == 0 || lost()) return;
     OVERLAPPED place = place_at(offset);
-    UnlockFileEx(system_handle(handle_), 0, low_half(length), high_half(length), &place);
+    const BOOL unlocked =
+        UnlockFileEx(system_handle(handle_), 0, low_half(length), high_half(length), &place);
+    if (!unlocked && remote()) session_->lose();
+    --locks_;
 }
 
 bool file_exists(const std::string& path) {

@@ -1,0 +1,61 @@
+// File shares: what a folder lies on, and the session with the server that holds it.
+//
+// A share differs from a disk in three ways that can cost records. Locks may stay on this computer;
+// what others have written may not be seen; and the session with the server can end, with every
+// lock in it, while a program goes on working. share_facts() tells the first two as far as the
+// system's own description of the mount does. ShareSession tells the third.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace brenik::platform {
+
+// What the system says about the file system that a file or folder lies on.
+struct ShareFacts {
+    bool remote = false;  // another computer's, as far as the system tells
+    std::string type;     // the system's name for it, such as "cifs"; may be empty
+    std::string options;  // of the mount, as the system lists them; may be empty
+    std::string
+        unsound;  // why nothing may be written there; empty when nothing is known against it
+    std::string doubtful;  // what can go wrong there all the same; empty likewise
+};
+ShareFacts share_facts(const std::string& path);
+
+// All Files on one share have one session with its server. When one of them finds that it was lost,
+// it is lost to all: none of their locks counts any more.
+class ShareSession {
+  public:
+    // The session of the file system that the system calls by this number. `is_remote` is asked
+    // when the number is met for the first time.
+    static ShareSession& of(std::uint64_t device, const std::function<bool()>& is_remote);
+
+    bool remote() const { return remote_; }
+    // How often the session was lost.
+    unsigned losses() const { return losses_; }
+    void lose() { ++losses_; }
+    // Counts as a loss when the system has connected again on its own since the last look. Costs a
+    // look at what the system counts, and no call to the server.
+    void look();
+
+  private:
+    explicit ShareSession(bool remote);
+
+    bool remote_;
+    unsigned losses_ = 0;
+    std::uint64_t connections_;
+};
+
+// True for an error of a call on an open file of a share after which nothing can be relied on that
+// was done through its handle before.
+bool ends_session(int system_code);
+// The system's own error for the lack of a session.
+int not_connected();
+
+// How many times this computer has connected again to a server that it had lost; 0 where the system
+// does not tell.
+std::uint64_t count_reconnections();
+
+}  // namespace brenik::platform
