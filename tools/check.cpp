@@ -12,6 +12,7 @@
 #include "display.h"
 #include "findings.h"
 #include "platform/file.h"
+#include "platform/share.h"
 #include "practice_check.h"
 #include "progress.h"
 #include "util/runtime.h"
@@ -38,6 +39,23 @@ void print_summary(const CheckRequest& request, const FindingPrinter& printer, s
     if (printer.notes() > 0) std::cout << ", " << printer.notes() << " notes";
     if (printer.unchecked() > 0) std::cout << ", " << printer.unchecked() << " not checked";
     std::cout << "\n";
+}
+
+void check_share(const std::string& path, FindingPrinter& printer) {
+    const platform::ShareFacts share = platform::share_facts(path);
+    const auto find = [&](local::Severity severity, const char* kind, const std::string& what) {
+        if (what.empty()) return;
+        local::Finding finding;
+        finding.severity = severity;
+        finding.kind = kind;
+        finding.file = path;
+        finding.what = what;
+        finding.remedy = local::Remedy::kByHand;
+        printer.print(finding);
+    };
+    find(local::Severity::kFault, "share-unsound", share.unsound);
+    find(local::Severity::kNote, "share-doubtful", share.doubtful);
+    printer.finish_file();
 }
 
 }  // namespace
@@ -71,6 +89,7 @@ std::vector<std::string> tables_at(const std::string& path) {
 
 ExitCode check(const CheckRequest& request) {
     FindingPrinter printer(request.json);
+    check_share(request.path, printer);
     std::uint64_t records = 0;
     const std::vector<std::string> tables = tables_at(request.path);
     for (const std::string& table : tables) {

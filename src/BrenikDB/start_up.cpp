@@ -12,6 +12,7 @@
 #include "fwp/trace_log.h"
 #include "platform/file.h"
 #include "platform/profile.h"
+#include "platform/share.h"
 #include "util/runtime.h"
 
 namespace brenik {
@@ -54,6 +55,7 @@ void set_data_path(Session& session, const std::string& data_path) {
     std::string folder(trim_both(data_path));
     if (folder.back() != '\\') folder += '\\';
     store_setting(session, Setting::DataPath, folder);
+    session.trace_log.close();
 }
 
 void empty_trace_log(const Session& session) {
@@ -79,6 +81,16 @@ void choose_tracing(Session& session) {
     const std::string wanted = platform::profile_string("MAIN", "APITracing", "", workstation);
     if (wanted == "1") session.variables.LTRACE = true;
     if (wanted == "0") session.variables.LTRACE = false;
+}
+
+// Locks that stay on this workstation would protect nothing from the others.
+void require_sound_share(Session& session) {
+    const std::string folder = session.data_path();
+    const platform::ShareFacts share = platform::share_facts(folder);
+    if (!share.unsound.empty()) {
+        throw EngineFault(FaultCode::kUnsupported, "StartUp", folder + ": " + share.unsound);
+    }
+    if (!share.doubtful.empty()) trace(session, folder + ": " + share.doubtful);
 }
 
 bool has_file(const Session& session, const char* name) {
@@ -143,6 +155,7 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     choose_engine(session);
     choose_tracing(session);
     trace(session, session.data_path());
+    require_sound_share(session);
     int code = check_files(session);
     if (code == kSuccess) code = open_tables(session);
     if (code == kSuccess) RSSETBASEDATE(session);

@@ -43,6 +43,13 @@ void copy_within(const Value& result, char* buffer, std::size_t room) {
     buffer[count + 1] = '\0';
 }
 
+// Others may want to empty or remove the trace log between two calls.
+struct ClosedTraceLog {
+    explicit ClosedTraceLog(Session& in) : session(in) {}
+    ~ClosedTraceLog() { session.trace_log.close(); }
+    Session& session;
+};
+
 }  // namespace
 
 template <class Call>
@@ -66,12 +73,14 @@ Bridge::Code Bridge::run(std::string_view name, Operation operation,
                           "the session belongs to the process that forked this one; "
                           "call BrenikInitialize first");
     }
+    const ClosedTraceLog afterwards(session);
     return static_cast<Code>(operation(session, arguments).whole());
 }
 
 void Bridge::recover(std::string_view operation, std::string_view fault) const noexcept {
     try {
         Session& session = session_();
+        const ClosedTraceLog afterwards(session);
         session.recover();
         if (session.variables.LTRACE) TRACELOG(session, operation, {Value(), fault});
     } catch (...) {

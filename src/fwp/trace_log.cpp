@@ -72,11 +72,15 @@ bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<V
               unsigned line, const CallSite* called_by) {
     const std::string record = trace_record({caller, line, called_by}, arguments);
     try {
-        platform::File log =
-            platform::File::open(trace_log_path(session), platform::OpenMode::kWriteOnly);
+        platform::File& log = session.trace_log;
+        if (!log.is_open()) {
+            log = platform::File::open(trace_log_path(session), platform::OpenMode::kAppendOnly);
+        }
+        // Asking for the size tells the system where the end of a share's file is by now.
         if (log.is_open()) log.write_at(log.size(), as_bytes(record));
     } catch (const EngineFault&) {
         // A full disk must not fail the operation that is being traced.
+        session.trace_log.close();
     }
     return true;
 }

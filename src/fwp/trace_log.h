@@ -1,7 +1,9 @@
 // The trace log: a text file beside the data in which an integrator reads the conversation between
 // a host and the library.
 //
-// StartUp empties "Trace.Log" in the data folder; TRACELOG appends to it and never makes it. One
+// StartUp empties "Trace.Log" in the data folder; TRACELOG appends to it and never makes it. The
+// file is opened for the first record of a host's call and closed with the call, because it can be
+// emptied or removed at any time. One
 // record, every line ended by CR LF:
 //     [ADDSTART] (    4) Called from:
 //     >>>NIL<<<

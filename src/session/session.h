@@ -14,6 +14,7 @@
 
 #include "engine/work_areas.h"
 #include "platform/clock.h"
+#include "platform/file.h"
 #include "platform/ui.h"
 #include "session/module_state.h"
 #include "util/date.h"
@@ -91,8 +92,9 @@ struct Session {
     platform::UserInterface& ui;
     ModuleState module;
     SessionVariables variables;
-    ArrayReference buffer;  // the transaction buffer; null before the first Start operation
-    std::string link_type;  // type of new cross-references; empty until it is first needed
+    ArrayReference buffer;     // the transaction buffer; null before the first Start operation
+    platform::File trace_log;  // open while a call that has written to it goes on
+    std::string link_type;     // type of new cross-references; empty until it is first needed
     CompanionHooks companion;
     // The query that a work area's filter came from, for callers that keep it; CLEARFILTER forgets
     // it together with the filter.
