@@ -26,8 +26,10 @@ int select_table(Session& session, const std::string& operation, int table) {
     }
     areas.select(table);
     // There is no blank between alias and label: integrators' tools look for this form.
-    trace(operation + " in alias " + areas.alias() +
-          "reccount: " + std::to_string(areas.record_count()));
+    if (session.variables.LTRACE) {
+        trace(operation + " in alias " + areas.alias() +
+              "reccount: " + std::to_string(areas.record_count()));
+    }
     if (!areas.used()) {
         trace(operation + " nTable is not used.");
         return kBadTable;
