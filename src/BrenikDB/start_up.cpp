@@ -98,7 +98,7 @@ bool has_file(const Session& session, const char* name) {
 }
 
 int check_files(Session& session) {
-    if (!has_file(session, "LAWSYS.dbf") || !has_file(session, "LAW1.dbf")) {
+    if (!has_file(session, "LAWSYS.DBF") || !has_file(session, "LAW1.DBF")) {
         trace(session, "Data files are missing.");
         return kDataFilesMissing;
     }

@@ -64,8 +64,9 @@ bool open_once(Session& session, const NetUse& options, const Opening& opening, 
     if (areas.network_error()) return false;
     if (repeated) opening.show_cursor(platform::Cursor::kArrow);
     const std::string index = index_name(path);
-    const bool attaches = options.attach_index && platform::file_exists(index) &&
-                          opening.lacks_index(areas.table("NET_USE"), repeated);
+    const bool attaches = options.attach_index &&
+                          opening.lacks_index(areas.table("NET_USE"), repeated) &&
+                          platform::file_exists(index);
     return !attaches || attach(session, repeated ? path : index);
 }
 

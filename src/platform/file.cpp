@@ -20,6 +20,7 @@ File& File::operator=(File&& other) noexcept {
     unsynced_ = other.unsynced_;
     mode_ = other.mode_;
     sharing_ = other.sharing_;
+    size_at_open_ = other.size_at_open_;
     locks_ = std::exchange(other.locks_, 0);
     session_ = other.session_;
     losses_ = other.losses_;

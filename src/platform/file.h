@@ -5,7 +5,8 @@
 // name. Every open takes part in sharing: a shared open excludes exclusive opens by any process and
 // an exclusive one excludes all others, as deny-all opens do on Windows. Besides the share modes of
 // systems that have them, the opens hold a lock on one byte that no table uses (kSharingByte), so
-// that programs of different systems exclude each other too.
+// that programs of different systems exclude each other too. Of the files of one table, the table's
+// own speaks for all.
 //
 // Byte-range locks belong to the File they were made through: two Files of one process exclude
 // each other exactly as two processes do.
@@ -30,10 +31,21 @@ namespace brenik::platform {
 
 class ShareSession;
 
-enum class Sharing { kShared, kExclusive };
+enum class Sharing {
+    kShared,
+    kExclusive,
+    kCovered,  // shared, and covered by the sharing byte of another file that is always opened
+               // first
+};
+
+// Of a file that belongs to one that is open with this sharing.
+constexpr Sharing covered(Sharing sharing) {
+    return sharing == Sharing::kShared ? Sharing::kCovered : sharing;
+}
 
 enum class OpenMode {
     kReadOnly,
+    kSettings,   // read only; anybody may read and write such a file at any time
     kReadWrite,  // must exist
     kCreate,     // made new, or emptied; read and write
     // Logs: read by anyone at any time, so they take no part in sharing. A link in the place of a
@@ -99,6 +111,8 @@ class File {
     static File open(const std::string& path, OpenMode mode, Sharing sharing = Sharing::kShared);
 
     bool is_open() const { return handle_ != kNoHandle; }
+    // As it was when the file was opened.
+    std::uint64_t size_at_open() const { return size_at_open_; }
     OpenFailure failure() const { return failure_; }
     // The path in the system's form.
     const std::string& path() const { return path_; }
@@ -166,6 +180,7 @@ class File {
     bool unsynced_ = false;  // something was written since the last sync
     OpenMode mode_ = OpenMode::kReadOnly;
     Sharing sharing_ = Sharing::kShared;
+    std::uint64_t size_at_open_ = 0;
     int locks_ = 0;                    // but those that are kept
     ShareSession* session_ = nullptr;  // null until the file is opened for the first time
     unsigned losses_ = 0;              // of the session, when the file was opened

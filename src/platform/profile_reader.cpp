@@ -40,7 +40,10 @@ class LineReader {
 
   private:
     bool fill() {
-        if (offset_ >= kMostBytesRead) return false;
+        if (offset_ >= std::min(kMostBytesRead, file_.size_at_open())) return false;
+        const std::size_t wanted =
+            std::min<std::uint64_t>(file_.size_at_open() - offset_, kChunkSize);
+        chunk_.resize(wanted);
         const std::size_t count = file_.read_at(offset_, chunk_);
         offset_ += count;
         rest_ = {reinterpret_cast<const char*>(chunk_.data()), count};
@@ -100,7 +103,7 @@ std::optional<std::string> find_value(LineReader& lines, std::string_view sectio
 
 std::string read_profile(const std::string& section, const std::string& key,
                          const std::string& fallback, const std::string& path) {
-    File file = File::open(path, OpenMode::kReadOnly);
+    File file = File::open(path, OpenMode::kSettings);
     if (!file.is_open()) return fallback;
     try {
         LineReader lines(std::move(file));

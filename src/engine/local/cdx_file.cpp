@@ -11,12 +11,6 @@
 namespace brenik::local {
 namespace {
 
-std::vector<Byte> read_tag_header(const platform::File& file, std::uint64_t offset) {
-    std::vector<Byte> header(kTagHeaderSize);
-    header.resize(file.read_at(offset, header));
-    return header;
-}
-
 // Held until the file is closed: no compatible program can change the index, or lock it to read.
 bool keep_strangers_out(platform::File& file) {
     constexpr int kTimeout_ms = 50;
@@ -49,16 +43,22 @@ void CdxFile::sync() { pages_->file().sync(); }
 void CdxFile::require_room() const { pages_->require_room(); }
 
 std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, platform::Sharing sharing,
-                                       LockMode mode) {
+                                       LockMode mode, Opened opened) {
     platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
     if (!file.is_open()) return nullptr;
     const bool exclusive = sharing == platform::Sharing::kExclusive;
     if (mode == LockMode::kProprietary && !exclusive && !keep_strangers_out(file)) return nullptr;
-    check_directory_header(read_tag_header(file, 0), file.path());
     auto index = std::unique_ptr<CdxFile>(new CdxFile(std::move(file), exclusive, mode));
+    if (!index->pages_->begin_opening()) {
+        throw EngineFault(FaultCode::kBusy, "open", path + ": somebody keeps the index locked");
+    }
+    check_directory_header(index->pages_->tag_header(0), index->path());
     index->read_directory();
+    if (opened == Opened::kUnlocked) index->end_opening();
     return index;
 }
+
+void CdxFile::end_opening() noexcept { pages_->end_opening(); }
 
 void CdxFile::read_directory() {
     std::vector<IndexEntry> names;
@@ -71,7 +71,7 @@ void CdxFile::read_directory() {
     std::uint64_t free_from = kTagHeaderSize;
     for (const IndexEntry& name : names) {
         const std::uint64_t offset = name.record;
-        const std::vector<Byte> header = read_tag_header(pages_->file(), offset);
+        const std::vector<Byte> header = pages_->tag_header(offset);
         if (offset % kCdxPageSize != 0 || offset < free_from || header.size() < kTagHeaderSize) {
             pages_->damaged(offset, "expected the header of tag " + name.key);
         }

@@ -103,11 +103,16 @@ class CdxTag {
 
 class CdxFile {
   public:
+    // What an index is like when open() has answered: kLocked for reading until end_opening(), so
+    // that what its tags begin with can be read without further calls.
+    enum class Opened { kUnlocked, kLocked };
     // Opens an existing index. Null when it cannot be had (missing, somebody's exclusive use, or
     // locked by a program of the other mode); a damaged file is EngineFault kDamagedFile naming the
-    // file and the offset.
+    // file and the offset, one that stays locked kBusy.
     static std::unique_ptr<CdxFile> open(const std::string& path, platform::Sharing sharing,
-                                         LockMode mode = LockMode::kCompatible);
+                                         LockMode mode = LockMode::kCompatible,
+                                         Opened opened = Opened::kUnlocked);
+    void end_opening() noexcept;
     // Makes an empty index file (directory only), replacing any file of that name.
     static std::unique_ptr<CdxFile> create(const std::string& path);
     ~CdxFile();

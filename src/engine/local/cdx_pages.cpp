@@ -3,6 +3,7 @@
 #include "engine/local/cdx_pages.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "engine/local/cdx_header.h"
 
@@ -21,6 +22,7 @@ constexpr std::uint64_t kLargestFile = LockScheme::index().offset / kCdxPageSize
 // take; and how far from the end the remembered size is good enough.
 constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
+constexpr std::uint64_t kReadAtOpening = std::uint64_t{1} << 16;
 
 bool is_end(std::uint32_t free_page) { return free_page == 0 || free_page == kNoPage; }
 
@@ -42,14 +44,45 @@ void CdxFile::Pages::damaged(std::uint64_t offset, const std::string& what) cons
                       path() + ": at " + std::to_string(offset) + ": " + what);
 }
 
+bool CdxFile::Pages::begin_opening() {
+    if (!exclusive_) {
+        locked_ = queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kShared,
+                              platform::kShortLockTimeout_ms);
+        if (!locked_) return false;
+    }
+    beginning_.resize(std::min<std::uint64_t>(file_.size_at_open(), kReadAtOpening));
+    beginning_.resize(file_.read_at(0, beginning_));
+    opening_ = true;
+    return true;
+}
+
+void CdxFile::Pages::end_opening() noexcept {
+    if (!std::exchange(opening_, false)) return;
+    beginning_ = {};
+    end_read();
+}
+
+std::size_t CdxFile::Pages::fetch(std::uint64_t offset, MutableBytes into) const {
+    if (offset + into.size() > beginning_.size()) return file_.read_at(offset, into);
+    std::copy_n(beginning_.begin() + static_cast<std::ptrdiff_t>(offset), into.size(),
+                into.begin());
+    return into.size();
+}
+
+std::vector<Byte> CdxFile::Pages::tag_header(std::uint64_t offset) {
+    std::vector<Byte> header(kTagHeaderSize);
+    header.resize(fetch(offset, header));
+    return header;
+}
+
 void CdxFile::Pages::begin_read() {
-    if (changing_) return;
+    if (changing_ || opening_) return;
     if (memory_ > kMostMemory) drop();
     if (known_ && !exclusive_ && !header_matches()) drop();
 }
 
 void CdxFile::Pages::end_read() noexcept {
-    if (changing_ || !locked_) return;
+    if (changing_ || opening_ || !locked_) return;
     file_.unlock(lock_.offset, lock_.length);
     locked_ = false;
 }
@@ -77,9 +110,10 @@ bool CdxFile::Pages::header_matches() const {
 }
 
 void CdxFile::Pages::read_header() {
-    if (file_.read_at(0, header_) < header_.size()) damaged(0, "expected an index header");
+    if (fetch(0, header_) < header_.size()) damaged(0, "expected an index header");
     free_head_ = load_le32(header_.data() + kFreeHeadOffset);
-    if (file_size_ == 0) measure();
+    if (file_size_ == 0) file_size_ = file_.size_at_open();
+    if (file_size_ < kLeastFileSize) measure();
     if (file_size_ < kLeastFileSize) damaged(file_size_, "expected an index of at least 3 pages");
     known_ = true;
 }
@@ -107,7 +141,7 @@ std::uint32_t CdxFile::Pages::root(const CdxForm& form) {
     if (known != roots_.end()) return known->second;
     prepare_to_load();
     std::array<Byte, 4> bytes{};
-    if (file_.read_at(form.header, bytes) < bytes.size()) {
+    if (fetch(form.header, bytes) < bytes.size()) {
         damaged(form.header, "expected a tag header");
     }
     return roots_[form.header] = load_le32(bytes.data());
@@ -124,7 +158,7 @@ CdxPage& CdxFile::Pages::load(const CdxForm& form, std::uint32_t offset) {
     prepare_to_load();
     check_page_offset(offset, "a page");
     std::array<Byte, kCdxPageSize> raw{};
-    if (file_.read_at(offset, raw) < raw.size()) damaged(offset, "expected a whole page");
+    if (fetch(offset, raw) < raw.size()) damaged(offset, "expected a whole page");
     try {
         auto page = std::make_unique<CdxPage>(CdxPage::decode(form, offset, raw));
         memory_ += page->memory();

@@ -63,6 +63,12 @@ class CdxFile::Pages {
     };
     void begin_read();
     void end_read() noexcept;
+    // Keeps the index locked for reading, and what the file begins with at hand, so that a file
+    // costs few calls to open. False when the lock is not to be had.
+    bool begin_opening();
+    void end_opening() noexcept;
+    // The bytes of a tag's header, fewer where the file ends.
+    std::vector<Byte> tag_header(std::uint64_t offset);
     std::uint32_t root(const CdxForm& form);
     CdxPage& page(const CdxForm& form, std::uint32_t offset);
     // Fills `into` from the file, zeros where it ends; what is remembered is still good then.
@@ -99,6 +105,7 @@ class CdxFile::Pages {
     static constexpr std::size_t kHeaderBytes = 16;
     using PageList = std::vector<CdxPage*>;
 
+    std::size_t fetch(std::uint64_t offset, MutableBytes into) const;
     void prepare_to_load();
     bool header_matches() const;
     void read_header();
@@ -126,11 +133,13 @@ class CdxFile::Pages {
     LockQueue queue_{file_};
     int read_timeout_ms_ = platform::kShortLockTimeout_ms;
     bool changing_ = false;
+    bool opening_ = false;
     bool locked_ = false;
 
     // What the leading bytes said; nothing is remembered while `known_` is false.
     bool known_ = false;
     std::array<Byte, kHeaderBytes> header_{};
+    std::vector<Byte> beginning_;  // of the file, while it is opened
     std::uint32_t free_head_ = 0;
     std::uint64_t file_size_ = 0;  // it may have grown since; a file does not shrink in shared use
     std::unordered_map<std::uint32_t, std::unique_ptr<CdxPage>> pages_;

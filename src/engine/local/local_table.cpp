@@ -27,7 +27,8 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, std::move(file)));
     const TableLayout& layout = table->layout();
     if (std::any_of(layout.fields.begin(), layout.fields.end(), is_memo)) {
-        table->memo_ = MemoFile::open(table->file_->path(), layout.version, sharing, mode);
+        table->memo_ =
+            MemoFile::open(table->file_->path(), layout.version, platform::covered(sharing), mode);
         if (!table->memo_) return nullptr;
     }
     table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), sharing, mode);
@@ -35,6 +36,7 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     table->orders_attached(0);
     table->shared_ = sharing == platform::Sharing::kShared;
     table->go_top();
+    table->orders_->end_opening();
     return table;
 }
 
@@ -712,6 +714,7 @@ bool LocalTable::add_orders(const std::string& file) {
     flush();
     const std::size_t attached = orders_->attached_count();
     if (!orders_->attach(file)) return false;
+    orders_->end_opening();
     if (orders_->attached_count() > attached) orders_attached(attached);
     return true;
 }

@@ -102,7 +102,7 @@ class LockQueue {
 
     platform::File& file_;
     int earned_ = 0;  // tries without a look at the line, after the last look
-    int left_ = 0;    // of those
+    int left_ = 1;    // of those; who has just come passes nobody for long
     RefusedPlaces refused_;
 };
 

@@ -75,7 +75,7 @@ void TableFile::reopen() {
     }
 }
 
-void TableFile::require_same_layout() const {
+void TableFile::require_same_layout() {
     const TableLayout now = read_layout();
     const auto same = [](const Field& was, const Field& is) {
         return was.name == is.name && was.type == is.type && was.offset == is.offset &&
@@ -98,10 +98,14 @@ bool TableFile::keep_strangers_out() {
     return marked_;
 }
 
-TableLayout TableFile::read_layout() const {
-    std::vector<Byte> header(kLargestHeader);
+// The count in the header is a first idea of how many records there are.
+TableLayout TableFile::read_layout() {
+    std::vector<Byte> header(std::min<std::uint64_t>(kLargestHeader, file_.size_at_open()));
     header.resize(file_.read_at(0, header));
-    return parse_layout(header, file_.path());
+    TableLayout layout = parse_layout(header, file_.path());
+    known_count_ =
+        std::min(load_le32(header.data() + kCountOffset), records_in(layout, file_.size_at_open()));
+    return layout;
 }
 
 std::uint64_t TableFile::offset_of(RecordNumber record) const {
@@ -119,14 +123,14 @@ RecordNumber TableFile::counted_in_header() const {
 RecordNumber TableFile::count() {
     const RecordNumber counted = counted_in_header();
     if (counted <= known_count_) return known_count_ = counted;
-    return known_count_ = std::min(counted, records_in(file_.size()));
+    return known_count_ = std::min(counted, records_in(layout_, file_.size()));
 }
 
-RecordNumber TableFile::records_in(std::uint64_t size) const {
-    if (size < layout_.header_length) return 0;
+RecordNumber TableFile::records_in(const TableLayout& layout, std::uint64_t size) {
+    if (size < layout.header_length) return 0;
     constexpr std::uint64_t kMost = std::numeric_limits<RecordNumber>::max();
     return static_cast<RecordNumber>(
-        std::min((size - layout_.header_length) / layout_.record_length, kMost));
+        std::min((size - layout.header_length) / layout.record_length, kMost));
 }
 
 // The system may hand over a record that is being written part old and part new. Without a lock
@@ -246,7 +250,7 @@ TableFile::Place TableFile::next_place() {
     const RecordNumber counted = counted_in_header();
     const platform::File::Standing standing = file_.standing();
     require_named(standing.named);
-    const RecordNumber held = records_in(standing.size);
+    const RecordNumber held = records_in(layout_, standing.size);
     if (held < counted) {
         throw EngineFault(FaultCode::kDamagedFile, "append",
                           path() + ": cut short: the header counts " + std::to_string(counted) +

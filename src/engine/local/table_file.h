@@ -101,15 +101,15 @@ class TableFile {
           mode_(mode),
           layout_(read_layout()),
           locks_(layout_, mode) {}
-    TableLayout read_layout() const;
-    void require_same_layout() const;
+    TableLayout read_layout();
+    void require_same_layout();
     bool keep_other_mode_out();
     bool keep_strangers_out();
     std::uint64_t offset_of(RecordNumber record) const;
     void keep_whole(RecordNumber record, platform::LockKind kind, std::optional<HeldLock>& held);
     void read_once(RecordNumber record, MutableBytes into) const;
     RecordNumber counted_in_header() const;
-    RecordNumber records_in(std::uint64_t size) const;
+    static RecordNumber records_in(const TableLayout& layout, std::uint64_t size);
     struct Place {
         RecordNumber record;
         bool left_over;  // the file holds a record there, which was never counted
@@ -124,6 +124,7 @@ class TableFile {
     platform::File file_;
     bool exclusive_;
     LockMode mode_;
+    RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
     TableLayout layout_;
     LockScheme locks_;
     LockQueue append_queue_{file_};
@@ -131,8 +132,7 @@ class TableFile {
     bool marked_ = false;  // the positions of compatible programs are kept locked
     std::set<RecordNumber> locked_records_;
     bool table_locked_ = false;
-    std::vector<Byte> again_;       // a second reading
-    RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
+    std::vector<Byte> again_;  // a second reading
 };
 
 }  // namespace brenik::local

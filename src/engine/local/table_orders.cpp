@@ -145,18 +145,22 @@ OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry
 
 bool TableOrders::open_structural() {
     const std::string path = sibling_path(table_path_, "CDX");
-    if (!platform::file_exists(path)) {
-        throw EngineFault(FaultCode::kDamagedFile, "open",
-                          path + ": the index that belongs to the table is missing");
+    if (open_bag(path, true)) {
+        attach_bag(bags_.back());
+        return true;
     }
-    if (!open_bag(path, true)) return false;
-    attach_bag(bags_.back());
-    return true;
+    if (platform::file_exists(path)) return false;
+    throw EngineFault(FaultCode::kDamagedFile, "open",
+                      path + ": the index that belongs to the table is missing");
+}
+
+void TableOrders::end_opening() noexcept {
+    for (Bag& bag : bags_) bag.file->end_opening();
 }
 
 bool TableOrders::open_bag(const std::string& path, bool structural) {
     Bag bag;
-    bag.file = CdxFile::open(path, sharing_, mode_);
+    bag.file = CdxFile::open(path, sharing_of(structural), mode_, CdxFile::Opened::kLocked);
     if (!bag.file) return false;
     bag.structural = structural;
     for (const auto& tag : bag.file->tags()) {
@@ -177,7 +181,7 @@ void TableOrders::reopen(Bag& bag) {
     const auto refuse = [&](const char* reason) {
         return EngineFault(FaultCode::kInputOutput, "open again", path + ": " + reason);
     };
-    std::unique_ptr<CdxFile> file = CdxFile::open(path, sharing_, mode_);
+    std::unique_ptr<CdxFile> file = CdxFile::open(path, sharing_of(bag.structural), mode_);
     if (!file) throw refuse("cannot be had");
     const auto same = [](const std::unique_ptr<Order>& order, const std::unique_ptr<CdxTag>& tag) {
         const TagDescription& was = order->description();
@@ -191,6 +195,10 @@ void TableOrders::reopen(Bag& bag) {
         bag.orders[i]->tag->set_pad(bag.orders[i]->format.pad());
     }
     bag.file = std::move(file);
+}
+
+platform::Sharing TableOrders::sharing_of(bool structural) const {
+    return structural ? covered(sharing_) : sharing_;
 }
 
 void TableOrders::attach_bag(const Bag& bag) {

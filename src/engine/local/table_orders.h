@@ -91,6 +91,8 @@ class TableOrders {
     // Opens the structural index and attaches its orders; false when it is somebody's exclusive
     // use. A missing file or a tag that cannot be kept correct is an EngineFault.
     bool open_structural();
+    // After each of the calls that open or attach, when what comes first has been read.
+    void end_opening() noexcept;
     bool has_structural() const { return !bags_.empty() && bags_.front().structural; }
     // Opens the files again where their share's session was lost; orders stay attached. EngineFault
     // when one of them cannot be had or has other tags by now.
@@ -135,6 +137,7 @@ class TableOrders {
     std::string full_index_path(const std::string& name) const;
     bool open_bag(const std::string& path, bool structural);
     void reopen(Bag& bag);
+    platform::Sharing sharing_of(bool structural) const;
     void attach_bag(const Bag& bag);
     const Bag* find_bag(const std::string& path) const;
     std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,

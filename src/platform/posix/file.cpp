@@ -57,6 +57,8 @@ int descriptor(std::intptr_t handle) {
 int open_flags(OpenMode mode, Sharing sharing) {
     constexpr int kAlways = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     switch (mode) {
+        case OpenMode::kSettings:
+            return kAlways | O_RDONLY;
         case OpenMode::kReadOnly:
             // The system grants a write lock on the sharing byte only where writing is allowed.
             return kAlways | (sharing == Sharing::kExclusive ? O_RDWR : O_RDONLY);
@@ -219,6 +221,15 @@ bool is_possible_path(const std::string& path) {
     return !path.empty() && path.size() < PATH_MAX && path.find('\0') == std::string::npos;
 }
 
+// One file has one name here, however many separators were typed.
+std::string with_slashes(std::string path) {
+    std::replace(path.begin(), path.end(), '\\', '/');
+    path.erase(
+        std::unique(path.begin(), path.end(), [](char a, char b) { return a == '/' && b == '/'; }),
+        path.end());
+    return path;
+}
+
 // `path` with each component replaced by its name on disk, as far as there are any.
 std::string found_path(const std::string& path) {
     std::string found = path.front() == '/' ? "/" : "";
@@ -252,12 +263,20 @@ FileError::FileError(const std::string& operation, const std::string& path, std:
 
 File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     File file;
-    file.path_ = system_path(path);
+    const int flags = open_flags(mode, sharing);
+    const bool can_make = (flags & O_CREAT) != 0;
+    file.path_ = can_make ? system_path(path) : with_slashes(path);
     file.failure_ = OpenFailure::kMissing;
     if (!is_possible_path(file.path_)) return file;
 
-    const int flags = open_flags(mode, sharing);
-    const int handle = open_descriptor(file.path_, flags);
+    int handle = open_descriptor(file.path_, flags);
+    if (handle < 0 && !can_make && (errno == ENOENT || errno == ENOTDIR)) {
+        std::string found = found_path(file.path_);
+        if (found != file.path_) {
+            file.path_ = std::move(found);
+            handle = open_descriptor(file.path_, flags);
+        }
+    }
     if (handle < 0) {
         file.failure_ = is_log(mode) && errno == ELOOP ? OpenFailure::kDenied : failure_of(errno);
         return file;
@@ -271,10 +290,12 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.failure_ = OpenFailure::kSystem;
     } else {
         file.failure_ = check_plain_file(facts, flags);
+        file.size_at_open_ = static_cast<std::uint64_t>(facts.st_size);
         file.session_ = &ShareSession::of(facts.st_dev, [&] { return is_remote(handle); });
         file.losses_ = file.session_->losses();
     }
-    if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
+    const bool shares = !is_log(mode) && mode != OpenMode::kSettings;
+    if (file.failure_ == OpenFailure::kNone && shares && sharing != Sharing::kCovered) {
         file.failure_ = share(handle, sharing);
     }
     // Emptied only once no other open excludes ours.
@@ -413,9 +434,13 @@ void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
 }
 
 bool file_exists(const std::string& path) {
-    const std::string found = system_path(path);
+    const std::string name = with_slashes(path);
     struct stat facts;
-    if (!is_possible_path(found)) return false;
+    if (!is_possible_path(name)) return false;
+    count(FileCall::kStat);
+    if (stat(name.c_str(), &facts) == 0) return S_ISREG(facts.st_mode);
+    const std::string found = found_path(name);
+    if (found == name) return false;
     count(FileCall::kStat);
     return stat(found.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
 }
@@ -444,12 +469,7 @@ void remove_file(const std::string& path) noexcept {
 }
 
 std::string system_path(const std::string& path) {
-    std::string turned = path;
-    std::replace(turned.begin(), turned.end(), '\\', '/');
-    // One file has one name here, however many separators were typed.
-    turned.erase(std::unique(turned.begin(), turned.end(),
-                             [](char a, char b) { return a == '/' && b == '/'; }),
-                 turned.end());
+    const std::string turned = with_slashes(path);
     if (!is_possible_path(turned) || exists(turned)) return turned;
     return found_path(turned);
 }

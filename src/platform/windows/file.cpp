@@ -28,6 +28,8 @@ HANDLE system_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(han
 
 DWORD access_of(OpenMode mode, Sharing sharing) {
     switch (mode) {
+        case OpenMode::kSettings:
+            return GENERIC_READ;
         case OpenMode::kReadOnly:
             // Other systems grant an exclusive lock on the sharing byte only where writing is
             // allowed.
@@ -45,7 +47,8 @@ DWORD access_of(OpenMode mode, Sharing sharing) {
 }
 
 DWORD share_mode(OpenMode mode, Sharing sharing) {
-    if (is_log(mode)) return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    if (is_log(mode) || mode == OpenMode::kSettings)
+        return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     return sharing == Sharing::kExclusive ? 0 : FILE_SHARE_READ | FILE_SHARE_WRITE;
 }
 
@@ -197,11 +200,13 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.failure_ = OpenFailure::kSystem;
     } else {
         file.failure_ = check_plain_file(facts, mode, access);
+        file.size_at_open_ = std::uint64_t{facts.nFileSizeHigh} << 32 | facts.nFileSizeLow;
         file.session_ = &ShareSession::of(facts.dwVolumeSerialNumber,
                                           [&] { return share_facts(file.path_).remote; });
         file.losses_ = file.session_->losses();
     }
-    if (file.failure_ == OpenFailure::kNone && !is_log(mode)) {
+    const bool shares = !is_log(mode) && mode != OpenMode::kSettings;
+    if (file.failure_ == OpenFailure::kNone && shares && sharing != Sharing::kCovered) {
         file.failure_ = share(handle, sharing);
     }
     // Emptied only once no other open excludes ours.
