@@ -89,7 +89,8 @@ void begin_entry(Session& session) { journal(session).begin_record(); }
 bool add_entry(Session& session, Patience patience) {
     constexpr int kPause_ms = 100;
     const auto added = [&](LockTry attempt) {
-        return journal(session).add_record(attempt) == Table::Added::kDone;
+        return journal(session).add_record(attempt, 0, Table::Leave::kUnlocked) ==
+               Table::Added::kDone;
     };
     if (added(LockTry::kAtOnce)) return true;
     const double start = session.clock.seconds();

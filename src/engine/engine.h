@@ -130,11 +130,13 @@ class Table {
     // file was removed or replaced, kDamagedFile when it was cut short, kLimit when it is full.
     virtual void require_place() = 0;
     // Adds the record that was begun, with values, memos and keys at once, and leaves it current
-    // and locked. Refused when a lock that this needs is somebody else's, taken when the order
-    // `distinct` (0: none) has the record's key already; then, and after a fault, nothing of it is
-    // in the files, and it is still begun.
+    // and, unless the caller has no use for that, locked. Refused when a lock that this needs is
+    // somebody else's, taken when the order `distinct` (0: none) has the record's key already;
+    // then, and after a fault, nothing of it is in the files, and it is still begun.
     enum class Added { kDone, kRefused, kTaken };
-    [[nodiscard]] virtual Added add_record(LockTry attempt, std::size_t distinct = 0) = 0;
+    enum class Leave { kLocked, kUnlocked };
+    [[nodiscard]] virtual Added add_record(LockTry attempt, std::size_t distinct = 0,
+                                           Leave leave = Leave::kLocked) = 0;
 
     // Drops what the current record has not yet written out. A record that was only just appended
     // stays, marked deleted: its number is taken.

@@ -95,7 +95,7 @@ class Table : public brenik::Table {
     bool append_blank(bool, LockTry) override { return !refuse(); }
     void begin_record() override {}
     void require_place() override {}
-    Added add_record(LockTry, std::size_t) override {
+    Added add_record(LockTry, std::size_t, Leave) override {
         return refuse() ? Added::kRefused : Added::kDone;
     }
     std::optional<std::string> last_key(std::size_t, const std::string&, Wait) override {

@@ -115,17 +115,18 @@ RecordView LocalTable::view() {
         if (record_ == 0) {
             make_blank_record(bytes_, layout());
         } else {
-            reaching([this] { file_->read(record_, bytes_); });
+            const Bytes earlier = read_before_ ? Bytes(original_) : Bytes();
+            reaching([&] { file_->read(record_, bytes_, earlier); });
         }
         original_ = bytes_;
-        loaded_ = true;
+        loaded_ = read_before_ = true;
         if (memo_) loaded_at_ = MemoFile::Clock::now();
     }
     return {bytes_, record_};
 }
 
 void LocalTable::forget_record() {
-    loaded_ = false;
+    loaded_ = read_before_ = false;
     changed_ = false;
     keys_pending_ = false;
     begun_ = false;
@@ -224,7 +225,9 @@ void LocalTable::set_deletion_mark(char mark) {
 void LocalTable::refresh_record() {
     if (keys_pending_ || begun_) return;  // nobody else can have changed it
     const std::optional<IndexEntry> entry = entry_;
+    const bool read_before = read_before_ && !changed_;
     forget_record();
+    read_before_ = read_before;
     entry_ = entry;
 }
 
@@ -370,7 +373,7 @@ bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
         reopen();
         if (place == 0) return false;
         make_blank_record(bytes_, layout());
-        if (!is_added(place)) return false;
+        if (!is_added(place, Leave::kLocked)) return false;
         placed_at_added(place);
         keys_pending_ = true;
         return true;
@@ -399,11 +402,11 @@ bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, Re
 }
 
 // True when the record that was to be added is there, counted, and locked by nobody else.
-bool LocalTable::is_added(RecordNumber record) {
+bool LocalTable::is_added(RecordNumber record, Leave leave) {
     if (!file_->holds(record)) return false;
     std::vector<Byte> there(layout().record_length);
     file_->read(record, there);
-    return there == bytes_ && file_->lock_new(record);
+    return there == bytes_ && (leave == Leave::kUnlocked || file_->lock_new(record));
 }
 
 // The buffer holds what was added.
@@ -442,7 +445,7 @@ void LocalTable::require_place() {
 
 // Every lock is had, and everything that can be refused has been, before anything is written; the
 // header counts the record last.
-Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
+Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave leave) {
     require_open("append");
     if (!begun_) {
         throw EngineFault(FaultCode::kNotLocked, "append", file_->path() + ": no record was begun");
@@ -450,11 +453,11 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
     RecordNumber place = 0;
     try {
         if (lost()) reopen();
-        return add_once(attempt, distinct, place);
+        return add_once(attempt, distinct, leave, place);
     } catch (const platform::ConnectionLost&) {
         reopen();
         // What was written of a record that is not counted is cleared by the next addition.
-        if (place == 0 || !is_added(place)) return Added::kRefused;
+        if (place == 0 || !is_added(place, leave)) return Added::kRefused;
         KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, place});
         keys.lock(durable());
         keys.insert(record_has());
@@ -464,9 +467,10 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct) {
     }
 }
 
-Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, RecordNumber& place) {
+Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, Leave leave,
+                                  RecordNumber& place) {
     require_room_for_memos();
-    TableFile::Addition addition(*file_, attempt);
+    TableFile::Addition addition(*file_, attempt, leave);
     if (!addition.begun() || !take_out_left_over(addition, attempt)) return Added::kRefused;
     addition.fill_in(bytes_);
     KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, addition.record()});

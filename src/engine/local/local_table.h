@@ -65,7 +65,7 @@ class LocalTable : public Table {
     [[nodiscard]] bool append_blank(bool release_other_locks, LockTry attempt) override;
     void begin_record() override;
     void require_place() override;
-    [[nodiscard]] Added add_record(LockTry attempt, std::size_t distinct) override;
+    [[nodiscard]] Added add_record(LockTry attempt, std::size_t distinct, Leave leave) override;
     void abandon_changes() noexcept override;
     void commit() override;
 
@@ -111,8 +111,8 @@ class LocalTable : public Table {
     void write_changes();
     void prepare_to_write_again();
     bool append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place);
-    Added add_once(LockTry attempt, std::size_t distinct, RecordNumber& place);
-    bool is_added(RecordNumber record);
+    Added add_once(LockTry attempt, std::size_t distinct, Leave leave, RecordNumber& place);
+    bool is_added(RecordNumber record, Leave leave);
     void placed_at_added(RecordNumber record);
     void require_room_for_memos() const;
     std::vector<std::uint32_t> write_memos();
@@ -185,6 +185,7 @@ class LocalTable : public Table {
     std::vector<Byte> bytes_;     // the record as it is to be written
     std::vector<Byte> original_;  // as it was read: the keys that the index holds for it
     bool loaded_ = false;
+    bool read_before_ = false;                 // original_ is an earlier reading of the record
     MemoFile::Clock::time_point loaded_at_{};  // of a table with memos
     bool changed_ = false;
     bool keys_pending_ = false;  // just appended: the index does not hold it yet

@@ -134,13 +134,15 @@ RecordNumber TableFile::records_in(const TableLayout& layout, std::uint64_t size
 }
 
 // The system may hand over a record that is being written part old and part new. Without a lock
-// only what two readings agree on is whole; and where a record lies in two of the system's pages,
-// which are copied one after the other, even they may see the same half.
-void TableFile::read(RecordNumber record, MutableBytes into) {
+// only what two readings agree on is whole, and an earlier one may be the first; and where a record
+// lies in two of the system's pages, which are copied one after the other, even they may see the
+// same half.
+void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
     if (owns(record)) return read_once(record, into);
     std::optional<HeldLock> whole;
     keep_whole(record, platform::LockKind::kShared, whole);
     read_once(record, into);
+    if (std::ranges::equal(into, earlier)) return;
     again_.resize(into.size());
     for (int reading = 1; reading < kMostReadings; ++reading) {
         read_once(record, again_);
@@ -189,7 +191,7 @@ void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
     }
 }
 
-TableFile::Addition::Addition(TableFile& file, LockTry attempt) : file_(file) {
+TableFile::Addition::Addition(TableFile& file, LockTry attempt, Table::Leave leave) : file_(file) {
     if (!file.exclusive_ && !file.table_locked_) {
         const LockRange range = file.locks_.append();
         if (!file.append_queue_.attempt(range, LockScheme::queue(), attempt)) return;
@@ -197,7 +199,7 @@ TableFile::Addition::Addition(TableFile& file, LockTry attempt) : file_(file) {
     }
     const Place next = file.next_place();
     left_over_ = next.left_over;
-    if (file.lock_new(next.record)) record_ = next.record;
+    if (leave == Table::Leave::kUnlocked || file.lock_new(next.record)) record_ = next.record;
 }
 
 TableFile::Addition::~Addition() {
@@ -266,8 +268,9 @@ TableFile::Place TableFile::next_place() {
     return {counted + 1, held > counted};
 }
 
-// What looks wrong without the lock may be an addition of somebody else's that is under way. So it
-// is looked at again under the lock, by an Addition that is given up at once.
+// What looks wrong without the lock may be an addition of
+// somebody else's that is under way. So it is looked at again under the lock, by an Addition that
+// is given up at once.
 void TableFile::require_room() {
     try {
         static_cast<void>(next_place());

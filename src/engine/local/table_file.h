@@ -40,8 +40,9 @@ class TableFile {
     bool holds(RecordNumber record) {
         return record != 0 && (record <= known_count_ || record <= count());
     }
-    // Reads one record; the number must be 1 to count().
-    void read(RecordNumber record, MutableBytes into);
+    // Reads one record; the number must be 1 to count(). `earlier` is what it was in an earlier
+    // reading, or nothing.
+    void read(RecordNumber record, MutableBytes into, Bytes earlier = {});
     // `before` is what the record holds now: it is put back should the write be cut short.
     void write(RecordNumber record, Bytes bytes, Bytes before);
     // EngineFault kInputOutput when the file no longer goes by a name.
@@ -49,12 +50,12 @@ class TableFile {
     // The faults that an Addition would meet.
     void require_room();
     // Adds one record at the end, under the append lock, which goes with the object. The record
-    // stays locked once it has been counted.
+    // stays locked once it has been counted, where the caller wants it locked at all.
     class Addition {
       public:
         // Begun only where the locks were to be had. EngineFault kDamagedFile, kInputOutput or
         // kLimit when the file cannot take a record.
-        Addition(TableFile& file, LockTry attempt);
+        Addition(TableFile& file, LockTry attempt, Table::Leave leave = Table::Leave::kLocked);
         ~Addition();
         Addition(const Addition&) = delete;
         Addition& operator=(const Addition&) = delete;
