@@ -17,6 +17,7 @@ File& File::operator=(File&& other) noexcept {
     close();
     handle_ = std::exchange(other.handle_, kNoHandle);
     failure_ = other.failure_;
+    failure_code_ = other.failure_code_;
     unsynced_ = other.unsynced_;
     mode_ = other.mode_;
     sharing_ = other.sharing_;
@@ -28,6 +29,8 @@ File& File::operator=(File&& other) noexcept {
     return *this;
 }
 
+bool ConnectionLost::unreachable() const { return is_unreachable(system_code()); }
+
 bool File::remote() const { return session_ != nullptr && session_->remote(); }
 
 bool File::lost() const { return remote() && (!is_open() || session_->losses() != losses_); }
@@ -35,7 +38,10 @@ bool File::lost() const { return remote() && (!is_open() || session_->losses() !
 void File::reopen() {
     close();
     File again = open(path_, mode_ == OpenMode::kCreate ? OpenMode::kReadWrite : mode_, sharing_);
-    if (!again.is_open()) throw ConnectionLost("open again", path_, 0, not_connected());
+    if (!again.is_open()) {
+        const int code = again.failure_code_ != 0 ? again.failure_code_ : not_connected();
+        throw ConnectionLost("open again", path_, 0, code);
+    }
     *this = std::move(again);
 }
 

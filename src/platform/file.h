@@ -98,6 +98,8 @@ class FileError : public EngineFault {
 class ConnectionLost : public FileError {
   public:
     using FileError::FileError;
+    // The server does not answer: whoever tries again at once waits as long once more.
+    bool unreachable() const;
 };
 
 class File {
@@ -177,6 +179,7 @@ class File {
 
     std::intptr_t handle_ = kNoHandle;
     OpenFailure failure_ = OpenFailure::kNone;
+    int failure_code_ = 0;
     bool unsynced_ = false;  // something was written since the last sync
     OpenMode mode_ = OpenMode::kReadOnly;
     Sharing sharing_ = Sharing::kShared;

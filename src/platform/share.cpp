@@ -7,18 +7,18 @@
 
 namespace brenik::platform {
 
-ShareSession::ShareSession(bool remote)
-    : remote_(remote), connections_(remote ? count_reconnections() : 0) {}
+ShareSession::ShareSession(Kind kind)
+    : kind_(kind), connections_(remote() ? count_reconnections() : 0) {}
 
-ShareSession& ShareSession::of(std::uint64_t device, const std::function<bool()>& is_remote) {
+ShareSession& ShareSession::of(std::uint64_t device, const std::function<Kind()>& kind_of) {
     static std::map<std::uint64_t, std::unique_ptr<ShareSession>> sessions;
     auto& session = sessions[device];
-    if (!session) session.reset(new ShareSession(is_remote()));
+    if (!session) session.reset(new ShareSession(kind_of()));
     return *session;
 }
 
 void ShareSession::look() {
-    if (!remote_) return;
+    if (!remote()) return;
     const std::uint64_t now = count_reconnections();
     if (now != connections_) lose();
     connections_ = now;

@@ -28,11 +28,13 @@ ShareFacts share_facts(const std::string& path);
 // it is lost to all: none of their locks counts any more.
 class ShareSession {
   public:
-    // The session of the file system that the system calls by this number. `is_remote` is asked
-    // when the number is met for the first time.
-    static ShareSession& of(std::uint64_t device, const std::function<bool()>& is_remote);
+    enum class Kind { kLocal, kSmb, kOther };
+    // The session of the file system that the system calls by this number. `kind_of` is asked when
+    // the number is met for the first time.
+    static ShareSession& of(std::uint64_t device, const std::function<Kind()>& kind_of);
 
-    bool remote() const { return remote_; }
+    bool remote() const { return kind_ != Kind::kLocal; }
+    bool smb() const { return kind_ == Kind::kSmb; }
     // How often the session was lost.
     unsigned losses() const { return losses_; }
     void lose() { ++losses_; }
@@ -41,9 +43,9 @@ class ShareSession {
     void look();
 
   private:
-    explicit ShareSession(bool remote);
+    explicit ShareSession(Kind kind);
 
-    bool remote_;
+    Kind kind_;
     unsigned losses_ = 0;
     std::uint64_t connections_;
 };
@@ -51,6 +53,8 @@ class ShareSession {
 // True for an error of a call on an open file of a share after which nothing can be relied on that
 // was done through its handle before.
 bool ends_session(int system_code);
+// True for those of them after which the next call would only wait for the server once more.
+bool is_unreachable(int system_code);
 // The system's own error for the lack of a session.
 int not_connected();
 

@@ -11,6 +11,13 @@
 //                  the folder, then the bytes.
 //
 // The first two are needed, or the first and the last.
+//
+// The kinds that begin with "drop" make the folder, and the file system that it lies on, a share,
+// as Linux' SMB client shows one. fstat() tells the size that was last asked of the server, which
+// lseek() to the end does. At the spoilt call the session ends, and all locks of the process with
+// it. From then on locks, unlocks and looks at the end of a file answer EBADF, until something is
+// read from it or written to it: that connects again, is counted, and takes the file's locks again,
+// where nobody else has got them.
 
 #define _GNU_SOURCE
 
@@ -23,26 +30,33 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 enum Class { kWriting, kReading, kLocking, kClasses };
-enum Kind { kEnd, kError, kGone, kFull, kShort, kRead, kLock };
+enum Kind { kEnd, kError, kGone, kFull, kShort, kRead, kLock, kDrop, kDropRead, kDropLock, kDrops };
 
 static const struct {
     const char* name;
     enum Class class_of_calls;
 } kKinds[] = {
-    {"end", kWriting},    // the process is gone before the call
-    {"error", kWriting},  // the call fails, the next one works again
-    {"gone", kWriting},   // this call and all that follow fail
-    {"full", kWriting},   // from this call on no file grows
-    {"short", kWriting},  // a part is written, the write of the rest finds no space
-    {"read", kReading},   // the call fails
-    {"lock", kLocking},   // the call fails, and not because somebody else has the lock
+    {"end", kWriting},        // the process is gone before the call
+    {"error", kWriting},      // the call fails, the next one works again
+    {"gone", kWriting},       // this call and all that follow fail
+    {"full", kWriting},       // from this call on no file grows
+    {"short", kWriting},      // a part is written, the write of the rest finds no space
+    {"read", kReading},       // the call fails
+    {"lock", kLocking},       // the call fails, and not because somebody else has the lock
+    {"drop", kWriting},       // the session with the share ends before the call
+    {"drop-read", kReading},  // likewise
+    {"drop-lock", kLocking},  // likewise
+    {"drops", kReading},      // at every so many calls
 };
 
-enum { kMostFiles = 4096 };
+enum { kMostFiles = 4096, kMostLocks = 64 };
+static const unsigned kShareType = 0xFE534D42;
 
 static struct {
     int ready, armed;
@@ -53,6 +67,14 @@ static struct {
     char folder[PATH_MAX];
     char* ours[kMostFiles];  // paths in the folder
     int record;
+    int disconnected;
+    unsigned reconnections;
+    struct OnShare {
+        int dropped;
+        off_t size;
+        struct flock locks[kMostLocks];
+        int lock_count;
+    } on_share[kMostFiles];
 } state = {.record = -1};
 
 #define REAL(type, name, ...)         \
@@ -107,11 +129,76 @@ static void note_change(const char* what, const char* path, off_t at, const void
     if (count && write(state.record, bytes, count) != (ssize_t)count) abort();
 }
 
+static int is_share(void) { return state.ready && state.kind >= kDrop; }
+
+static int set_lock(int file, const struct flock* range) {
+    static int (*real)(int, int, ...);
+    if (!real) *(void**)&real = dlsym(RTLD_NEXT, "fcntl");
+    return real(file, F_OFD_SETLK, range);
+}
+
+static off_t true_size(int file) {
+    REAL(int, "fstat", int, struct stat*);
+    struct stat facts;
+    return real(file, &facts) == 0 ? facts.st_size : -1;
+}
+
+static void end_session(void) {
+    for (int file = 0; file < kMostFiles; ++file) {
+        if (!is_ours(file)) continue;
+        const struct flock all = {.l_type = F_UNLCK, .l_whence = SEEK_SET};
+        set_lock(file, &all);
+        state.on_share[file].dropped = 1;
+    }
+    state.disconnected = 1;
+}
+
+// What every call but a look at the file's own facts does.
+static void reach_server(void) {
+    state.reconnections += (unsigned)state.disconnected;
+    state.disconnected = 0;
+}
+
+static void connect_again(int file) {
+    struct OnShare* share = &state.on_share[file];
+    if (!is_share() || !share->dropped) return;
+    share->dropped = 0;
+    reach_server();
+    for (int i = 0; i < share->lock_count; ++i) set_lock(file, &share->locks[i]);
+}
+
+static void note_lock(int file, const struct flock* range) {
+    struct OnShare* share = &state.on_share[file];
+    if (range->l_type != F_UNLCK) {
+        if (share->lock_count == kMostLocks) abort();
+        share->locks[share->lock_count++] = *range;
+        return;
+    }
+    for (int i = share->lock_count; i-- > 0;) {
+        if (share->locks[i].l_start != range->l_start) continue;
+        share->locks[i] = share->locks[--share->lock_count];
+    }
+}
+
+// A file with what the system would count of its SMB connections.
+static int open_counts(void) {
+    const int file = memfd_create("counts", MFD_CLOEXEC);
+    dprintf(file, "Resources in use\n%u session %u share reconnects\n", state.reconnections,
+            state.reconnections);
+    lseek(file, 0, SEEK_SET);
+    return file;
+}
+
 // Counts a call; true when it, or everything from an earlier one on, is to be spoilt.
 static int spoils(enum Class class_of_call) {
     if (!state.armed) return 0;
     const unsigned long number = ++state.calls[class_of_call];
     if (class_of_call != kKinds[state.kind].class_of_calls || !state.spoilt_call) return 0;
+    if (is_share()) {
+        const int often = state.kind == kDrops && number % state.spoilt_call == 0;
+        if (number == state.spoilt_call || often) end_session();
+        return 0;
+    }
     const int lasting = state.kind == kGone || state.kind == kFull;
     return lasting ? number >= state.spoilt_call : number == state.spoilt_call;
 }
@@ -129,10 +216,7 @@ static int fate(int grows) {
     return state.kind == kShort ? ENOSPC : EIO;
 }
 
-static int grows_file(int file, off_t end) {
-    struct stat facts;
-    return fstat(file, &facts) == 0 && end > facts.st_size;
-}
+static int grows_file(int file, off_t end) { return end > true_size(file); }
 
 static int fail_with(int code) {
     errno = code;
@@ -152,12 +236,17 @@ int open(const char* path, int flags, ...) {
         mode = (mode_t)va_arg(rest, int);
         va_end(rest);
     }
+    if (is_share() && !strcmp(path, "/proc/fs/cifs/Stats")) return open_counts();
     const int ours = below_folder(path);
+    if (ours) reach_server();
     const int makes = ours && makes_file(path, flags);
     const int code = makes ? fate(1) : 0;
     if (code) return fail_with(code);
     const int file = real(path, flags, mode);
     remember(file, ours ? path_in_folder(path) : NULL);
+    if (ours && file >= 0 && file < kMostFiles) {
+        state.on_share[file] = (struct OnShare){.size = true_size(file)};
+    }
     if (makes && file >= 0) note_change("create", path_in_folder(path), 0, NULL, 0);
     return file;
 }
@@ -175,11 +264,16 @@ int fcntl(int file, int command, ...) {
     void* argument = va_arg(rest, void*);
     va_end(rest);
     const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
-    if (locking && is_ours(file) && ((struct flock*)argument)->l_type != F_UNLCK &&
-        spoils(kLocking)) {
+    const int unlocking = locking && ((struct flock*)argument)->l_type == F_UNLCK;
+    if (locking && is_ours(file) && (!unlocking || is_share()) && spoils(kLocking)) {
         return fail_with(ENOLCK);
     }
+    if (locking && is_ours(file)) reach_server();
+    if (locking && is_ours(file) && is_share() && state.on_share[file].dropped) {
+        return fail_with(EBADF);
+    }
     const int result = real(file, command, argument);
+    if (locking && is_ours(file) && is_share() && result == 0) note_lock(file, argument);
     if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) {
         remember(result, is_ours(file) ? state.ours[file] : NULL);
     }
@@ -188,8 +282,13 @@ int fcntl(int file, int command, ...) {
 
 static ssize_t write_at(int file, const void* bytes, size_t count, off_t at) {
     REAL(ssize_t, "pwrite", int, const void*, size_t, off_t);
+    if (is_ours(file)) connect_again(file);
     const ssize_t put = real(file, bytes, count, at);
-    if (is_ours(file) && put > 0) note_change("write", state.ours[file], at, bytes, (size_t)put);
+    if (is_ours(file) && put > 0) {
+        note_change("write", state.ours[file], at, bytes, (size_t)put);
+        struct OnShare* share = &state.on_share[file];
+        if (share->size < at + put) share->size = at + put;
+    }
     return put;
 }
 
@@ -216,7 +315,33 @@ ssize_t write(int file, const void* bytes, size_t count) {
 
 ssize_t pread(int file, void* bytes, size_t count, off_t at) {
     REAL(ssize_t, "pread", int, void*, size_t, off_t);
-    return is_ours(file) && spoils(kReading) ? fail_with(EIO) : real(file, bytes, count, at);
+    if (is_ours(file) && spoils(kReading)) return fail_with(EIO);
+    if (is_ours(file)) connect_again(file);
+    return real(file, bytes, count, at);
+}
+
+int fstat(int file, struct stat* facts) {
+    REAL(int, "fstat", int, struct stat*);
+    const int result = real(file, facts);
+    if (result == 0 && is_ours(file) && is_share()) facts->st_size = state.on_share[file].size;
+    return result;
+}
+
+off_t lseek(int file, off_t offset, int whence) {
+    REAL(off_t, "lseek", int, off_t, int);
+    const int asks = is_ours(file) && is_share() && whence == SEEK_END;
+    if (asks) reach_server();
+    if (asks && state.on_share[file].dropped) return fail_with(EBADF);
+    const off_t at = real(file, offset, whence);
+    if (asks && at >= 0) state.on_share[file].size = true_size(file);
+    return at;
+}
+
+int fstatfs(int file, struct statfs* facts) {
+    REAL(int, "fstatfs", int, struct statfs*);
+    const int result = real(file, facts);
+    if (result == 0 && is_share()) facts->f_type = kShareType;
+    return result;
 }
 
 int ftruncate(int file, off_t length) {
@@ -270,4 +395,7 @@ int fcntl64(int file, int command, ...) __attribute__((alias("fcntl")));
 ssize_t pwrite64(int file, const void* bytes, size_t count, off64_t at)
     __attribute__((alias("pwrite")));
 ssize_t pread64(int file, void* bytes, size_t count, off64_t at) __attribute__((alias("pread")));
+off64_t lseek64(int file, off64_t offset, int whence) __attribute__((alias("lseek")));
+int fstat64(int file, struct stat64* facts) __attribute__((alias("fstat")));
+int fstatfs64(int file, struct statfs64* facts) __attribute__((alias("fstatfs")));
 int ftruncate64(int file, off64_t length) __attribute__((alias("ftruncate")));

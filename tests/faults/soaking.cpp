@@ -32,6 +32,7 @@ struct Violation {
 
 void write(platform::File& log, const std::string& line) {
     const std::string bytes = line + "\n";
+    if (log.lost()) log.reopen();
     log.write_at(0, {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
 }
 

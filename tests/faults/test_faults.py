@@ -180,6 +180,8 @@ def faults(writing, reading, locking):
             yield 'end', call
         for kind in WRITING if everything else WRITING[call % len(WRITING)::len(WRITING)]:
             yield kind, call
+    for kind, calls in ('drop', writing), ('drop-read', reading), ('drop-lock', 2 * locking):
+        yield from ((kind, call) for call in range(1, calls + 1, 1 if everything else 2))
     for kind, calls in ('read', reading), ('lock', locking):
         for call in range(1, calls + 1, 1 if everything else 5):
             yield kind, call

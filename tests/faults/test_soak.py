@@ -37,6 +37,9 @@ class Log:
 
 def start(practice, folder, seed, seconds):
     environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=str(folder))
+    if practice.name == 'share':
+        environment.update(LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(practice), FAULTY_ARMED='1',
+                           FAULTY_KIND='drops', FAULTY_CALL='2500', ASAN_OPTIONS='verify_asan_link_order=0')
     log = folder / ('%d.log' % seed)
     with log.with_suffix('.said').open('w') as said:
         return subprocess.Popen([os.environ['BRENIK_SOAKING'], str(practice), str(seed), str(seconds), str(log)],
@@ -79,9 +82,13 @@ def assert_kept(practice, logs):
             assert seed == token.split('.')[0] and int(number) >= int(token.split('.')[1]), token
 
 
-@pytest.mark.parametrize('count, kills', [(8, False)] if SANITIZED else [(8, False), (6, True)])
-def test_soak(tmp_path, count, kills):
-    practice = tmp_path / 'practice'
+PLACES = [('practice', 8, False)] if SANITIZED else [('practice', 8, False), ('practice', 6, True), ('share', 3, False)]
+
+
+@pytest.mark.parametrize('place, count, kills', PLACES)
+def test_soak(tmp_path, place, count, kills):
+    """On the share the system tells everybody sizes as they were when he last asked the server."""
+    practice = tmp_path / place
     tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
     killed = work(practice, tmp_path, count, kills)
     logs = {int(path.stem): Log(path) for path in tmp_path.glob('*.log')}

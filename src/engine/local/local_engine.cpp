@@ -20,9 +20,17 @@ constexpr int kLocalServer = 1;
 LocalEngine::~LocalEngine() = default;
 
 std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing sharing) {
-    return LocalTable::open(*this, table_path(path),
-                            sharing == TableSharing::kExclusive ? platform::Sharing::kExclusive
-                                                                : platform::Sharing::kShared);
+    const auto open = [&] {
+        return LocalTable::open(*this, table_path(path),
+                                sharing == TableSharing::kExclusive ? platform::Sharing::kExclusive
+                                                                    : platform::Sharing::kShared);
+    };
+    try {
+        return open();
+    } catch (const platform::ConnectionLost& loss) {
+        if (loss.unreachable()) throw;
+        return open();
+    }
 }
 
 int LocalEngine::set_server_type(int type) {

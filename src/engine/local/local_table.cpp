@@ -85,22 +85,32 @@ bool LocalTable::lost() const {
     return lost;
 }
 
-// A change that is still to be written stays in the buffer; the record is not locked any more.
+// The current record is locked anew, but stays so only if it is still what was read under the lock
+// that was lost. A change to it that is still to be written stays in the buffer.
 void LocalTable::reopen() {
+    const bool held = record_ != 0 && file_->owns(record_);
     file_->reopen();
     if (memo_) memo_->reopen();
     orders_->reopen();
-    if (!begun_ && !changed_ && !keys_pending_) refresh_record();
+    if (begun_ || changed_ || keys_pending_) return;
+    if (held && file_->lock(record_, LockTry::kInTurn) && loaded_) {
+        std::vector<Byte> there(layout().record_length);
+        file_->read(record_, there);
+        if (there != original_) file_->unlock(record_);
+    }
+    refresh_record();
 }
 
 template <class Step>
 auto LocalTable::reaching(Step step) {
-    if (lost()) reopen();
-    try {
-        return step();
-    } catch (const platform::ConnectionLost&) {
-        reopen();
-        return step();
+    constexpr int kMostTries = 4;
+    for (int tries = 1;; ++tries) {
+        try {
+            if (lost()) reopen();
+            return step();
+        } catch (const platform::ConnectionLost& loss) {
+            if (tries == kMostTries || loss.unreachable()) throw;
+        }
     }
 }
 
@@ -172,7 +182,7 @@ std::string LocalTable::memo_text(const Field& field) {
         MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
         refresh_record();
     }
-    return memo_->read(memo_block(view(), field));
+    return reaching([&] { return memo_->read(memo_block(view(), field)); });
 }
 
 Value LocalTable::field_get(std::size_t position) {
@@ -251,19 +261,15 @@ void LocalTable::require_room_for_memos() const {
 
 void LocalTable::flush() {
     if (begun_ || (!changed_ && !keys_pending_)) return;
-    try {
+    reaching([this] {
         if (!file_->owns(record_)) prepare_to_write_again();
         write_changes();
-    } catch (const platform::ConnectionLost&) {
-        prepare_to_write_again();
-        write_changes();
-    }
+    });
 }
 
 // After the session was lost: the record is locked anew, and must hold either what was read from it
 // or what was written to it.
 void LocalTable::prepare_to_write_again() {
-    if (lost()) reopen();
     const auto refuse = [&](const char* reason) {
         return EngineFault(FaultCode::kNotLocked, "write",
                            file_->path() + ": record " + std::to_string(record_) +
@@ -367,17 +373,15 @@ bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry
 
 bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     RecordNumber place = 0;
-    try {
-        return append_blank_once(release_other_locks, attempt, place);
-    } catch (const platform::ConnectionLost&) {
-        reopen();
-        if (place == 0) return false;
-        make_blank_record(bytes_, layout());
-        if (!is_added(place, Leave::kLocked)) return false;
+    return reaching([&] {
+        if (place != 0) make_blank_record(bytes_, layout());
+        if (place == 0 || !is_added(place) || !file_->lock_new(place)) {
+            return append_blank_once(release_other_locks, attempt, place);
+        }
         placed_at_added(place);
         keys_pending_ = true;
         return true;
-    }
+    });
 }
 
 bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place) {
@@ -401,12 +405,12 @@ bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, Re
     return true;
 }
 
-// True when the record that was to be added is there, counted, and locked by nobody else.
-bool LocalTable::is_added(RecordNumber record, Leave leave) {
+// True when the record that was to be added is there, and counted.
+bool LocalTable::is_added(RecordNumber record) {
     if (!file_->holds(record)) return false;
     std::vector<Byte> there(layout().record_length);
     file_->read(record, there);
-    return there == bytes_ && (leave == Leave::kUnlocked || file_->lock_new(record));
+    return there == bytes_;
 }
 
 // The buffer holds what was added.
@@ -450,21 +454,20 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave
     if (!begun_) {
         throw EngineFault(FaultCode::kNotLocked, "append", file_->path() + ": no record was begun");
     }
+    // What was written of a record that is not counted is cleared by the next addition.
     RecordNumber place = 0;
-    try {
-        if (lost()) reopen();
-        return add_once(attempt, distinct, leave, place);
-    } catch (const platform::ConnectionLost&) {
-        reopen();
-        // What was written of a record that is not counted is cleared by the next addition.
-        if (place == 0 || !is_added(place, leave)) return Added::kRefused;
+    return reaching([&] {
+        if (place == 0 || !is_added(place)) {
+            return add_once(attempt, distinct, leave, place);
+        }
         KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, place});
         keys.lock(durable());
         keys.insert(record_has());
         keys.publish();
+        if (leave == Leave::kLocked) static_cast<void>(file_->lock_new(place));
         placed_at_added(place);
         return Added::kDone;
-    }
+    });
 }
 
 Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, Leave leave,

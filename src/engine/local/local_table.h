@@ -112,7 +112,7 @@ class LocalTable : public Table {
     void prepare_to_write_again();
     bool append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place);
     Added add_once(LockTry attempt, std::size_t distinct, Leave leave, RecordNumber& place);
-    bool is_added(RecordNumber record, Leave leave);
+    bool is_added(RecordNumber record);
     void placed_at_added(RecordNumber record);
     void require_room_for_memos() const;
     std::vector<std::uint32_t> write_memos();
@@ -134,7 +134,7 @@ class LocalTable : public Table {
     // -- The share's session.
     bool lost() const;
     void reopen();
-    // What a step answers that can be repeated, and is, once, after the session was lost.
+    // What a step answers that can be repeated, and is, a few times, when the session is lost.
     template <class Step>
     auto reaching(Step step);
 

@@ -168,20 +168,22 @@ off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* ope
 }
 
 // On a network file system link counts and file numbers are what the server makes of them.
-bool is_remote(int handle) {
+ShareSession::Kind kind_of(int handle) {
     struct statfs facts;
     count(FileCall::kStat);
-    if (fstatfs(handle, &facts) != 0) return false;
-    constexpr std::array<std::uint32_t, 10> kNetworks = {
+    if (fstatfs(handle, &facts) != 0) return ShareSession::Kind::kLocal;
+    const auto type = static_cast<std::uint32_t>(facts.f_type);
+    constexpr std::array<std::uint32_t, 3> kSmb = {0x0000517B, 0xFF534D42, 0xFE534D42};
+    constexpr std::array<std::uint32_t, 7> kOthers = {
         0x00006969,                          // NFS
-        0x0000517B, 0xFF534D42, 0xFE534D42,  // SMB, three generations
         0x65735546,                          // FUSE, whatever is behind it
         0x01021997,                          // 9P
         0x00C36400,                          // Ceph
         0x5346414F, 0x73757245, 0x0000564C,  // AFS, Coda, NCP
     };
-    return std::find(kNetworks.begin(), kNetworks.end(),
-                     static_cast<std::uint32_t>(facts.f_type)) != kNetworks.end();
+    if (std::ranges::find(kSmb, type) != kSmb.end()) return ShareSession::Kind::kSmb;
+    const bool other = std::ranges::find(kOthers, type) != kOthers.end();
+    return other ? ShareSession::Kind::kOther : ShareSession::Kind::kLocal;
 }
 
 void pause_for(std::chrono::microseconds duration) {
@@ -278,6 +280,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         }
     }
     if (handle < 0) {
+        file.failure_code_ = errno;
         file.failure_ = is_log(mode) && errno == ELOOP ? OpenFailure::kDenied : failure_of(errno);
         return file;
     }
@@ -291,7 +294,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     } else {
         file.failure_ = check_plain_file(facts, flags);
         file.size_at_open_ = static_cast<std::uint64_t>(facts.st_size);
-        file.session_ = &ShareSession::of(facts.st_dev, [&] { return is_remote(handle); });
+        file.session_ = &ShareSession::of(facts.st_dev, [&] { return kind_of(handle); });
         file.losses_ = file.session_->losses();
     }
     const bool shares = !is_log(mode) && mode != OpenMode::kSettings;
@@ -403,22 +406,25 @@ bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
     if (code == EBADF && reached_again()) {
         code = set_lock(descriptor(handle_), offset, length, type);
     }
-    if (code != 0 && !is_conflict(code)) fail("lock", offset, code);
+    // On an SMB share EAGAIN is no conflict: the session has ended before the server could answer.
+    const bool refused = is_conflict(code) && !(code == EAGAIN && session_ && session_->smb());
+    if (code != 0 && !refused) fail("lock", offset, code);
     if (code == 0) ++locks_;
     return code == 0;
 }
 
+// On a share each try is a call to the server.
 bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind, int timeout_ms) {
     using namespace std::chrono;
-    constexpr int kTriesWithoutPause = 4;
-    constexpr microseconds kFirstPause(50);
-    constexpr microseconds kLongestPause(250);
+    const int tries_without_pause = remote() ? 1 : 4;
+    const microseconds first_pause(remote() ? 1000 : 50);
+    const microseconds longest_pause(remote() ? 8000 : 250);
 
-    for (int i = 0; i < kTriesWithoutPause; ++i) {
+    for (int i = 0; i < tries_without_pause; ++i) {
         if (try_lock(offset, length, kind)) return true;
     }
     const auto deadline = steady_clock::now() + milliseconds(timeout_ms);
-    for (auto pause = kFirstPause;; pause = std::min(pause * 2, kLongestPause)) {
+    for (auto pause = first_pause;; pause = std::min(pause * 2, longest_pause)) {
         const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
         if (left.count() <= 0) return false;
         pause_for(std::min(with_jitter(pause), left));

@@ -119,6 +119,12 @@ bool ends_session(int system_code) {
     return std::ranges::find(kCodes, system_code) != kCodes.end();
 }
 
+bool is_unreachable(int system_code) {
+    constexpr std::array kCodes{EHOSTDOWN,   EHOSTUNREACH, ENETDOWN,
+                                ENETUNREACH, ETIMEDOUT,    ECONNREFUSED};
+    return std::ranges::find(kCodes, system_code) != kCodes.end();
+}
+
 int not_connected() { return ENOTCONN; }
 
 // The second line of what the SMB client counts ends in "S session R share reconnects".

@@ -187,6 +187,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
                                       makes_missing_files(mode) ? OPEN_ALWAYS : OPEN_EXISTING,
                                       flags_of(mode), nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
+        file.failure_code_ = last_error();
         file.failure_ = failure_of(GetLastError());
         return file;
     }
@@ -201,8 +202,10 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     } else {
         file.failure_ = check_plain_file(facts, mode, access);
         file.size_at_open_ = std::uint64_t{facts.nFileSizeHigh} << 32 | facts.nFileSizeLow;
-        file.session_ = &ShareSession::of(facts.dwVolumeSerialNumber,
-                                          [&] { return share_facts(file.path_).remote; });
+        file.session_ = &ShareSession::of(facts.dwVolumeSerialNumber, [&] {
+            return share_facts(file.path_).remote ? ShareSession::Kind::kSmb
+                                                  : ShareSession::Kind::kLocal;
+        });
         file.losses_ = file.session_->losses();
     }
     const bool shares = !is_log(mode) && mode != OpenMode::kSettings;

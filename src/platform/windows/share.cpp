@@ -33,6 +33,12 @@ bool ends_session(int system_code) {
     return std::ranges::find(kCodes, static_cast<LONG>(system_code)) != kCodes.end();
 }
 
+bool is_unreachable(int system_code) {
+    constexpr std::array kCodes{ERROR_BAD_NETPATH, ERROR_SEM_TIMEOUT, ERROR_NETWORK_UNREACHABLE,
+                                ERROR_HOST_UNREACHABLE};
+    return std::ranges::find(kCodes, static_cast<LONG>(system_code)) != kCodes.end();
+}
+
 int not_connected() { return ERROR_NOT_CONNECTED; }
 
 std::uint64_t count_reconnections() { return 0; }
