@@ -1,9 +1,9 @@
-"""A server for SMB shares and guests that mount them, of their own for every test.
+"""A server for SMB shares, and guests that mount them.
 
 The server is a Samba that listens on the loopback only, on a port of its own, with all its state in the test's folder.
 A guest is a small virtual machine, which sees the loopback as 10.0.2.2 and nothing else: it has no route beyond its own
-network. QEMU could restrict that network further, but then the loopback is out of reach too. Server and guests end with
-the test, however that ends.
+network. QEMU could restrict that network further, but then the loopback is out of reach too. Both end with the test,
+also if that is killed.
 """
 
 import os
@@ -12,30 +12,23 @@ import subprocess
 import time
 from pathlib import Path
 
-import pytest
-
 SHARE = Path(os.environ['BRENIK_SHARE'])
 AS_ROOT = [] if os.geteuid() == 0 else ['sudo']
-END_WITH_US = ['setpriv', '--pdeathsig', 'TERM']          # should the test be killed
-START_LIMIT = 180        # seconds; a guest is up in five, unless the machine has other work to do
-END_LIMIT = 300
+END_WITH_US = ['setpriv', '--pdeathsig', 'TERM']
+LIMIT = 300              # seconds; guests are up in five and work for less than two minutes, but the machine may be busy
 
-CONFIGURATION = '''
-[global]
-server role = standalone server
+GLOBAL = '''[global]
 interfaces = 127.0.0.1
 bind interfaces only = yes
 smb ports = {port}
 disable netbios = yes
+server role = standalone server
 server min protocol = SMB3_11
 map to guest = Bad User
 guest account = root
 load printers = no
 disable spoolss = yes
-printing = bsd
-printcap name = /dev/null
 log file = {state}/log
-log level = 1
 smbd profiling level = count
 private dir = {state}
 lock directory = {state}
@@ -45,8 +38,7 @@ pid directory = {state}
 ncalrpc dir = {state}/ncalrpc
 {options}
 '''
-SERVICE = '''
-[{name}]
+SERVICE = '''[{name}]
 path = {path}
 guest ok = yes
 read only = no
@@ -54,28 +46,27 @@ force user = root
 '''
 
 
-def wait_until(condition, limit=START_LIMIT):
-    end = time.monotonic() + limit
+def wait_until(condition):
+    end = time.monotonic() + LIMIT
     while not condition():
-        assert time.monotonic() < end, 'nothing within %d seconds' % limit
+        assert time.monotonic() < end, 'nothing within %d seconds' % LIMIT
         time.sleep(0.05)
 
 
 class Server:
-    """Shares the folder "practice" under the name of each guest, so that it is seen which process serves whom."""
+    """Shares a practice under the name of each guest, so that it is seen which process serves whom, and a folder
+    "control" for the guests' jobs."""
 
-    def __init__(self, folder, options):
-        self.folder, self.practice, self.control = folder, folder / 'practice', folder / 'control'
-        state = folder / 'server'
-        (state / 'ncalrpc').mkdir(parents=True)
+    def __init__(self, folder, practice, options):
+        self.folder, self.control, self.file = folder, folder / 'control', folder / 'smb.conf'
         self.control.mkdir()
+        (folder / 'server' / 'ncalrpc').mkdir(parents=True)
         with socket.socket() as free:
             free.bind(('127.0.0.1', 0))
             self.port = free.getsockname()[1]
-        self.file = folder / 'smb.conf'
-        self.file.write_text(CONFIGURATION.format(port=self.port, state=state, options='\n'.join(options)) +
-                             SERVICE.format(name='control', path=self.control) +
-                             ''.join(SERVICE.format(name=name, path=self.practice) for name in 'AB'))
+        services = [('control', self.control), ('A', practice), ('B', practice)]
+        self.file.write_text(GLOBAL.format(port=self.port, state=folder / 'server', options='\n'.join(options)) +
+                             ''.join(SERVICE.format(name=name, path=path) for name, path in services))
         self.start()
 
     def start(self):
@@ -90,30 +81,30 @@ class Server:
 
     def stop(self):
         subprocess.run([*AS_ROOT, 'kill', str(self.process.pid)])
-        self.process.wait(END_LIMIT)
+        self.process.wait(LIMIT)
 
-    def status(self, *options):
-        return subprocess.run([*AS_ROOT, 'smbstatus', '--configfile=%s' % self.file, *options], check=True, text=True,
+    def _status(self, option):
+        return subprocess.run([*AS_ROOT, 'smbstatus', '--configfile=%s' % self.file, option], check=True, text=True,
                               capture_output=True).stdout
 
     def kill(self, guest):
         """Kills the process that serves this guest's mount, if there is one; whether there was."""
-        lines = [line.split() for line in self.status('--shares').splitlines()]
+        lines = [line.split() for line in self._status('--shares').splitlines()]
         found = [words[1] for words in lines if words and words[0] == guest]
         return bool(found) and subprocess.run([*AS_ROOT, 'kill', '-KILL', *found]).returncode == 0
 
     def locks(self):
-        """How many lock requests have reached the server."""
-        words = self.status('--profile').split()
+        """How many lock requests have reached the server since it started."""
+        words = self._status('--profile').split()
         return int(words[words.index('smb2_lock_count:') + 1])
 
 
 class Guest:
+    """Mounts the practice with these options and, once the file "go" is in the control folder, runs the job."""
+
     def __init__(self, server, name, options, job):
-        self.server, self.name = server, name
-        self.ready, self.said = server.control / (name + '.ready'), server.folder / (name + '.console')
-        self.log = server.folder / (name + '.log')
-        self.monitor = server.folder / (name + '.monitor')
+        self.ready, self.log = server.control / (name + '.ready'), server.folder / (name + '.log')
+        self.console, self.monitor = server.folder / (name + '.console'), server.folder / (name + '.monitor')
         (server.control / (name + '.sh')).write_text(job)
         self.process = subprocess.Popen(
             [*END_WITH_US, 'qemu-system-x86_64', '-accel', 'tcg', '-cpu', 'max', '-m', '256', '-display', 'none',
@@ -121,57 +112,27 @@ class Guest:
              '-append', 'console=ttyS0 quiet panic=-1 mitigations=off guest=%s share_port=%d share_options=%s'
              % (name, server.port, options or 'rw'),
              '-netdev', 'user,id=net,ipv6=off', '-device', 'virtio-net-pci,netdev=net,romfile=',
-             '-serial', 'file:%s' % self.said, '-serial', 'file:%s' % self.log,
+             '-serial', 'file:%s' % self.console, '-serial', 'file:%s' % self.log,
              '-monitor', 'unix:%s,server=on,wait=off' % self.monitor], stdin=subprocess.DEVNULL)
 
-    def set_link(self, up):
+    def wait_until_ready(self):
+        wait_until(lambda: self.ready.exists() or self.process.poll() is not None)
+        assert self.process.poll() is None, self.console.read_text('latin-1')
+
+    def set_link(self, state):
+        """Plugs the network cable in ("on") or pulls it out ("off")."""
         with socket.socket(socket.AF_UNIX) as monitor:
             monitor.connect(str(self.monitor))
-            monitor.sendall(b'set_link net %s\n' % (b'on' if up else b'off'))
+            monitor.sendall(b'set_link net %s\n' % state.encode())
             answer = b''
             while answer.count(b'(qemu)') < 2:
                 answer += monitor.recv(4096)
 
+    def cut(self, seconds):
+        self.set_link('off')
+        time.sleep(seconds)
+        self.set_link('on')
+
     def kill(self):
         self.process.kill()
         self.process.wait()
-
-    def console(self):
-        return self.said.read_text('latin-1')
-
-
-class Office:
-    """A practice on a share, and the guests that work on it."""
-
-    def __init__(self, folder):
-        self.folder, self.guests, self.server = folder, {}, None
-
-    def open(self, *options):
-        self.server = Server(self.folder, options)
-
-    def add_guest(self, name, job, options=''):
-        self.guests[name] = Guest(self.server, name, options, job)
-
-    def begin(self):
-        """Lets all guests begin their jobs at once."""
-        for guest in self.guests.values():
-            wait_until(lambda: guest.ready.exists() or guest.process.poll() is not None)
-            assert guest.process.poll() is None, guest.console()
-        (self.server.control / 'go').touch()
-
-    def end(self):
-        for guest in self.guests.values():
-            guest.process.wait(END_LIMIT)
-
-    def close(self):
-        for guest in self.guests.values():
-            guest.kill()
-        if self.server:
-            self.server.stop()
-
-
-@pytest.fixture
-def office(tmp_path):
-    office = Office(tmp_path)
-    yield office
-    office.close()

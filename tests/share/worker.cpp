@@ -1,13 +1,13 @@
-// A workstation as hosts make it, which works at random: `worker LIBRARY FOLDER SEED SECONDS PAUSE
-// TRACE`, the pause in milliseconds between two pieces of work. It knows the library by its path
-// alone, so that any version of it can be at work. It goes on after every refusal, and begins a new
-// session when nothing works any more. Every finished piece of work is one line of its output,
-// written at once:
+// A workstation as hosts make it, which works at random:
 //
-//   WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of the longest call; what was acknowledged
-//   refused CALL CODE MICROSECONDS
-//   violation CALL IDENTIFIER                      something acknowledged is not found, or as
-//   another
+//     worker LIBRARY FOLDER SEED SECONDS PAUSE TRACE
+//
+// with a pause in milliseconds between two pieces of work. It knows the library by its path alone, so
+// that any version of it can be at work. It goes on after every refusal, and begins a new session when
+// nothing works any more. Every piece of work is one line of its output, written at once:
+//
+//     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
+//     refused CALL CODE MICROSECONDS
 //
 // Tokens are "W", the seed, a point and a number that grows.
 
@@ -83,23 +83,6 @@ class Worker {
             longest_, (steady_clock::now() - begin) / std::chrono::microseconds(1));
         if (code != BRENIK_SUCCESS) throw Refused{name, code};
     }
-    // For what has been acknowledged.
-    template <class Function, class... Arguments>
-    void find(const char* name, const std::string& identifier, Arguments... arguments) {
-        try {
-            call<Function>(name, arguments...);
-        } catch (const Refused& refused) {
-            const BrenikCode codes[] = {BRENIK_BAD_RECORD, BRENIK_IDENTIFIER_NOT_FOUND,
-                                        BRENIK_KEY_NOT_FOUND};
-            if (std::count(std::begin(codes), std::end(codes), refused.code) > 0)
-                complain(name, identifier);
-            throw;
-        }
-    }
-    static void complain(const char* name, const std::string& identifier) {
-        std::printf("violation %s %s\n", name, identifier.c_str());
-    }
-
     const char* begin_session() {
         CALL(BrenikInitialize, folder_, trace_, 0);
         return "initialize";
@@ -154,8 +137,7 @@ class Worker {
     const char* edit() {
         int ignored = 0;
         const std::string identifier = pick().first;
-        find<decltype(BrenikEditStart)>("BrenikEditStart", identifier, kContacts,
-                                        identifier.c_str(), &ignored);
+        CALL(BrenikEditStart, kContacts, identifier.c_str(), &ignored);
         set_fields(kContacts, {{"LAST", token_}, {"FIRST", token_}, {"NOTES", memo()}});
         CALL(BrenikEditEnd, kContacts, 0);
         acknowledge(kContacts, identifier);
@@ -172,8 +154,8 @@ class Worker {
     const char* look_up() {
         const auto& [identifier, key] = pick();
         char found[8] = "       ";
-        find<decltype(BrenikGetU_ID)>("BrenikGetU_ID", identifier, kContacts, key.c_str(), found);
-        if (identifier != found) complain("BrenikGetU_ID", identifier);
+        CALL(BrenikGetU_ID, kContacts, key.c_str(), found);
+        if (identifier != found) throw Refused{"BrenikGetU_ID", BRENIK_KEY_NOT_FOUND};
         return "look-up";
     }
 
