@@ -15,7 +15,7 @@ from pathlib import Path
 SHARE = Path(os.environ['BRENIK_SHARE'])
 AS_ROOT = [] if os.geteuid() == 0 else ['sudo']
 END_WITH_US = ['setpriv', '--pdeathsig', 'TERM']
-LIMIT = 300              # seconds; guests are up in five and work for less than two minutes, but the machine may be busy
+LIMIT = 300              # seconds; guests are up in five and work for two minutes at most, but machines may be busy
 
 GLOBAL = '''[global]
 interfaces = 127.0.0.1
