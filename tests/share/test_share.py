@@ -217,16 +217,20 @@ def test_a_long_cut(practice):
 
 
 def test_killed_server(practice):
-    """First only the process that serves one of the guests, at last all of it."""
+    """First only the process that serves one of the guests; every other time the guest hears of it a second later, when
+    the other one may have had its locks. At last all of the server."""
     practice.open()
     for name in 'AB':
-        practice.add(name, work(name, 2 * SECONDS))
+        practice.add(name, work(name, 3 * SECONDS))
     practice.begin()
     kills = 0
-    for _ in range(8):
+    for silence in (0, 1) * 5:
         time.sleep(SECONDS / 8)
+        practice.guests['A'].set_link('off' if silence else 'on')
         kills += practice.server.kill('A')
-    assert kills >= 4 and practice.locks
+        time.sleep(silence)
+        practice.guests['A'].set_link('on')
+    assert kills >= 5 and practice.locks
     practice.server.stop()
     practice.server.start()
     practice.judge(interrupted=True)
