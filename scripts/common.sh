@@ -8,6 +8,7 @@ test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl p
 sanitizer_packages=(clang libclang-rt-14-dev llvm)
 windows_packages=(g++-mingw-w64-i686 g++-mingw-w64-x86-64 llvm lld)
 windows_test_packages=(googletest xvfb imagemagick zip unzip)
+share_packages=(qemu-system-x86 samba busybox-static cpio kmod)
 
 as_root=()
 [[ $EUID -eq 0 ]] || as_root=(sudo)

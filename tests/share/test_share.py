@@ -1,0 +1,282 @@
+"""Workstations on a real SMB share: whatever happens to guests, network and server, nothing acknowledged is lost.
+
+Every guest runs a worker (worker.cpp), whose output leaves the guest by a serial port at once. After the work the
+practice is judged where it lies on the server. A run counts only if the workstations did something, took turns, and
+locked through the server. Calls may be refused while network or server are away, and only then.
+
+BRENIK_SHARE_SECONDS is the time that they work for in most tests. The machine is emulated: the longest call of each is
+told, but says little about real ones. Windows' own redirector cannot be had here.
+"""
+
+import functools
+import os
+import re
+import subprocess
+import time
+
+import judges
+import pytest
+from conftest import LIMIT, Guest, Server, wait_until
+from test_faults import assert_mended, tables_of, tool
+from test_soak import assert_kept
+
+SECONDS = int(os.environ.get('BRENIK_SHARE_SECONDS', '12'))
+SEEDS = {'A': 1, 'B': 2, 'local': 3}
+PAUSE = 10               # milliseconds between two pieces of work of a local worker, which would be far ahead of guests
+LEAST_WORK = 20          # acknowledged changes of each worker
+LEAST_TURNS = 5          # how often a record in LAW1 is another one's than the record before
+LEAST_LOCKS = 200        # requests at the server
+LOST = {('BrenikEditStart', '6'), ('BrenikEditStart', '16'), ('BrenikGetU_ID', '19')}    # of what is acknowledged
+
+
+class Log:
+    """What one worker has said; a line that its end cut short does not count."""
+
+    def __init__(self, path):
+        lines = [line.split() for line in path.read_text('latin-1').split('\n')[:-1]]
+        self.refused = [words for words in lines if words[0] == 'refused']
+        self.done = [words for words in lines if words[0] != 'refused']
+        self.written = [words[2:] for words in self.done if len(words) == 5]     # table, identifier, token
+        self.longest = max(int(words[1 if words in self.done else 3]) for words in self.done + self.refused) / 1e6
+
+    def __str__(self):
+        return '%d done, %d refused (%s), longest call %.2f s' % (
+            len(self.done), len(self.refused), ', '.join(sorted({' '.join(words[1:3]) for words in self.refused})),
+            self.longest)
+
+
+def work(name, seconds=SECONDS, library='lib', trace=0):
+    return 'worker /%s/libBrenikDB.so.0 /practice %d %d 0 %d >/dev/ttyS1\n' % (library, SEEDS[name], seconds, trace)
+
+
+class Practice:
+    """A shared practice and those who work on it."""
+
+    def __init__(self, folder):
+        self.folder, self.guests, self.paths, self.logs, self.server = folder / 'practice', {}, {}, {}, None
+
+    def open(self, *options, proprietary=False):
+        tool('sample', self.folder, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
+        with open(judges.find(self.folder, 'LAWSYS.INI'), 'w', newline='\r\n') as file:
+            file.write('[Main]\nnServerType=0\nLockType=%d\n' % proprietary)
+        self.server = Server(self.folder.parent, self.folder, options)
+
+    def add_guest(self, name, job, options=''):
+        self.guests[name] = Guest(self.server, name, options, job)
+
+    def add(self, name, job=None, options=''):
+        self.add_guest(name, job or work(name), options)
+        self.paths[name] = self.guests[name].log
+
+    def begin(self):
+        """Returns when everybody has begun to work."""
+        for guest in self.guests.values():
+            guest.wait_until_ready()
+        (self.server.control / 'go').touch()
+        for name in self.paths:
+            self.wait_for_lines(name, 1)
+
+    def lines(self, name):
+        return self.paths[name].read_bytes().count(b'\n')
+
+    def wait_for_lines(self, name, count):
+        wait_until(lambda: self.lines(name) >= count or self.guests[name].process.poll() is not None)
+
+    def end(self):
+        for guest in self.guests.values():
+            guest.process.wait(LIMIT)
+        self.logs = {'W%d' % SEEDS[name]: Log(path) for name, path in self.paths.items()}
+        print('', '%d lock requests, %d turns' % (self.locks, self.turns), *map('%s: %s'.__mod__, self.logs.items()),
+              sep='\n')
+
+    def close(self):
+        for guest in self.guests.values():
+            guest.kill()
+        if self.server:
+            self.server.stop()
+
+    @functools.cached_property
+    def locks(self):
+        return self.server.locks()
+
+    @functools.cached_property
+    def turns(self):
+        seeds = [row['ID'].split('.')[0] for row in judges.TableView(self.folder, 'LAW1').rows if '.' in row['ID']]
+        return sum(one != other for one, other in zip(seeds, seeds[1:]))
+
+    def assert_worked(self):
+        """There was something to judge."""
+        done = [len(log.written) for log in self.logs.values()]
+        turns = LEAST_TURNS if len(done) == 1 else self.turns
+        assert min(done) >= LEAST_WORK and self.locks >= LEAST_LOCKS and turns >= LEAST_TURNS, (done, self.locks, turns)
+
+    def assert_kept(self):
+        assert_kept(self.folder, self.logs)
+        lost = [words for log in self.logs.values() for words in log.refused if tuple(words[1:3]) in LOST]
+        assert not lost, lost[:3]
+
+    def assert_served(self):
+        refused = [' '.join(words) for log in self.logs.values() for words in log.refused]
+        assert not refused, '%d calls: %s' % (len(refused), refused[:3])
+
+    def assert_clean(self):
+        checked = tool('check', self.folder)
+        assert checked.returncode == 0, checked.stdout[:600]
+        judges.assert_sound(self.folder)
+
+    def assert_finished(self):
+        """After an interruption only a change that was never acknowledged may lie there half done."""
+        written = {words[1] for log in self.logs.values() for words in log.written}
+        for name in tables_of(self.folder):
+            if 'U_ID' in judges.TableView(self.folder, name).names:
+                judges.assert_finished(self, name, written)
+        assert_mended(self.folder)
+        judges.assert_sound(self.folder)
+
+    def failures(self, *judgements):
+        """What is wrong, all of it."""
+        for judgement in judgements:
+            try:
+                judgement()
+            except (AssertionError, KeyError) as failure:        # an identifier without its record is a wrong key
+                yield '%s: %s' % (judgement.__name__, str(failure).partition('\n')[0][:400])
+
+    def judge(self, interrupted=False):
+        self.end()
+        after = (self.assert_finished,) if interrupted else (self.assert_served, self.assert_clean)
+        if failures := list(self.failures(self.assert_worked, self.assert_kept, *after)):
+            pytest.fail('\n'.join(failures))
+
+
+@pytest.fixture
+def practice(tmp_path):
+    practice = Practice(tmp_path)
+    yield practice
+    practice.close()
+
+
+@pytest.mark.parametrize('options, proprietary', [('', False), ('cache=none', False), ('', True)],
+                         ids=['default', 'uncached', 'proprietary'])
+def test_two_guests(practice, options, proprietary):
+    practice.open(proprietary=proprietary)
+    for name in 'AB':
+        practice.add(name, options=options)
+    practice.begin()
+    practice.judge()
+
+
+def test_beside_a_local_process(practice):
+    """Without oplocks the server locks in the file system what its clients lock."""
+    practice.open('oplocks = no', 'posix locking = yes')
+    practice.add('A')
+    practice.begin()
+    practice.paths['local'] = practice.folder.parent / 'local.log'
+    with practice.paths['local'].open('w') as log:
+        subprocess.run([os.environ['BRENIK_SHARE_WORKER'], os.environ['BRENIK_LIBRARY'], practice.folder,
+                        str(SEEDS['local']), str(SECONDS), str(PAUSE), '0'], stdout=log, check=True, timeout=LIMIT,
+                       env=dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=str(practice.folder)))
+    practice.judge()
+
+
+def test_killed_guest(practice):
+    practice.open()
+    practice.add('A', work('A', LIMIT))
+    practice.add('B', work('B', 3 * SECONDS))
+    practice.begin()
+    practice.wait_for_lines('A', 5 * LEAST_WORK)
+    practice.guests['A'].kill()
+    done = practice.lines('B')
+    practice.judge(interrupted=True)
+    assert practice.lines('B') >= done + LEAST_WORK
+
+
+def test_short_cuts(practice):
+    practice.open()
+    for name in 'AB':
+        practice.add(name, work(name, 75))
+    practice.begin()
+    for seconds in [2] * 10 + [20]:
+        time.sleep(2)
+        practice.guests['A'].cut(seconds)
+    practice.judge(interrupted=True)
+
+
+def test_a_long_cut(practice):
+    """Meanwhile the server gives the locks to others. With a short echo interval the client notices within the cut."""
+    practice.open()
+    practice.add('A', work('A', 100), 'echo_interval=2')
+    practice.add('B', work('B', 100))
+    practice.begin()
+    practice.wait_for_lines('A', 2 * LEAST_WORK)
+    practice.guests['A'].set_link('off')
+    time.sleep(10)
+    assert practice.server.kill('A')
+    time.sleep(65)
+    practice.guests['A'].set_link('on')
+    practice.judge(interrupted=True)
+
+
+def test_killed_server(practice):
+    """First only the process that serves one of the guests; every other time the guest hears of it a second later, when
+    the other one may have had its locks. At last all of the server."""
+    practice.open()
+    for name in 'AB':
+        practice.add(name, work(name, 3 * SECONDS))
+    practice.begin()
+    kills = 0
+    for silence in (0, 1) * 5:
+        time.sleep(SECONDS / 8)
+        practice.guests['A'].set_link('off' if silence else 'on')
+        kills += practice.server.kill('A')
+        time.sleep(silence)
+        practice.guests['A'].set_link('on')
+    assert kills >= 5 and practice.locks
+    practice.server.stop()
+    practice.server.start()
+    practice.judge(interrupted=True)
+
+
+def test_check_beside_work(practice):
+    """Nothing is wrong at any moment, wherever one looks from."""
+    practice.open()
+    practice.add('A', work('A', 2 * SECONDS))
+    check = 'brenik check /practice; echo "ended with $?"'
+    practice.add_guest('B', 'for i in 1 2 3 4 5 6 7 8; do %s; done >/dev/ttyS1' % check)
+    practice.begin()
+    practice.judge()
+    said = practice.guests['B'].log.read_text('latin-1')
+    assert re.findall(r'ended with (\d+)', said) == ['0'] * 8, said[:1000]
+
+
+def test_refused_without_locks(practice):
+    """A mount that keeps locks to itself makes sharing impossible, and that is said."""
+    practice.open()
+    practice.add('A', work('A', 2, trace=1) + 'brenik check /practice >/dev/ttyS0 2>&1; echo "check: $?"', 'nobrl')
+    practice.begin()
+    practice.end()
+    log, said = practice.logs['W1'], practice.guests['A'].console.read_text('latin-1')
+    assert {tuple(words[1:3]) for words in log.refused} == {('BrenikInitialize', '14')} and not log.done, str(log)
+    assert 'lock' in open(judges.find(practice.folder, 'Trace.Log'), encoding='latin-1').read().lower()
+    assert re.search('check: [1-9]', said) and 'lock' in said.lower(), said
+
+
+def test_beside_an_older_library(practice):
+    """On a mount that makes up for what it does not know of shares: every size is asked for."""
+    practice.open()
+    practice.add('A')
+    practice.add('B', work('B', library='older'), 'cache=none,actimeo=0')
+    practice.begin()
+    practice.judge()
+
+
+def test_older_libraries_fail(practice):
+    """The proof that the judgement means something: libraries that are not made for shares do not pass it."""
+    practice.open()
+    for name in 'AB':
+        practice.add(name, work(name, library='older'))
+    practice.begin()
+    practice.end()
+    assert all(log.done for log in practice.logs.values()) and practice.locks >= LEAST_LOCKS
+    harm = list(practice.failures(practice.assert_kept, practice.assert_served, practice.assert_clean))
+    print('\n'.join(harm))
+    assert harm

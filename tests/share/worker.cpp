@@ -1,0 +1,179 @@
+// A workstation as hosts make it, which works at random:
+//
+//     worker LIBRARY FOLDER SEED SECONDS PAUSE TRACE
+//
+// with a pause in milliseconds between two pieces of work. It knows the library by its path alone, so
+// that any version of it can be at work. It goes on after every refusal, and begins a new session when
+// nothing works any more. Every piece of work is one line of its output, written at once:
+//
+//     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
+//     refused CALL CODE MICROSECONDS
+//
+// Tokens are "W", the seed, a point and a number that grows.
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "brenikdb.h"
+
+namespace {
+
+using std::chrono::milliseconds, std::chrono::seconds, std::chrono::steady_clock;
+
+constexpr int kContacts = 1, kMatters = 3, kNotes = 4;
+constexpr int kRefusalsInLine = 3;  // before a new session is begun
+
+struct Refused {
+    std::string call;
+    BrenikCode code;
+};
+
+#define CALL(name, ...) call<decltype(name)>(#name __VA_OPT__(, ) __VA_ARGS__)
+
+using Values = std::vector<std::pair<const char*, std::string>>;
+
+class Worker {
+  public:
+    Worker(void* library, char** arguments)
+        : library_(library),
+          folder_(arguments[0]),
+          seed_(arguments[1]),
+          trace_(std::atoi(arguments[4])) {
+        random_.seed(static_cast<unsigned>(std::stoul(seed_)));
+        int in_line = kRefusalsInLine;  // it begins with a session
+        const auto end = steady_clock::now() + seconds(std::atoi(arguments[2]));
+        for (; steady_clock::now() < end;
+             std::this_thread::sleep_for(milliseconds(std::atoi(arguments[3])))) {
+            result_.clear();
+            longest_ = 0;
+            try {
+                const char* work = in_line >= kRefusalsInLine ? begin_session() : work_once();
+                std::printf("%s %lld%s\n", work, longest_, result_.c_str());
+                in_line = 0;
+            } catch (const Refused& refused) {
+                std::printf("refused %s %u %lld\n", refused.call.c_str(), refused.code, longest_);
+                ++in_line;
+            }
+            std::fflush(stdout);
+        }
+        try {
+            CALL(BrenikShutDown);
+        } catch (const Refused&) {
+            // There was no session.
+        }
+    }
+
+  private:
+    template <class Function, class... Arguments>
+    void call(const char* name, Arguments... arguments) {
+        auto* function = reinterpret_cast<Function*>(dlsym(library_, name));
+        const auto begin = steady_clock::now();
+        const BrenikCode code = function(arguments...);
+        longest_ = std::max<long long>(
+            longest_, (steady_clock::now() - begin) / std::chrono::microseconds(1));
+        if (code != BRENIK_SUCCESS) throw Refused{name, code};
+    }
+    const char* begin_session() {
+        CALL(BrenikInitialize, folder_, trace_, 0);
+        return "initialize";
+    }
+    const char* work_once() {
+        static constexpr const char* (Worker::*kWork[])() = {
+            &Worker::contact, &Worker::contact, &Worker::contact, &Worker::edit,
+            &Worker::edit,    &Worker::edit,    &Worker::look_up, &Worker::look_up,
+            &Worker::matter,  &Worker::note,    &Worker::share};
+        token_ = "W" + seed_ + "." + std::to_string(++tokens_);
+        return own_.empty() ? contact() : (this->*kWork[random_() % std::size(kWork)])();
+    }
+    const auto& pick() { return own_[random_() % own_.size()]; }
+    std::string memo() {
+        std::string text;
+        for (std::size_t i = random_() % 40 + 1; i > 0; --i) text += token_ + ";";
+        return text;
+    }
+    void set_fields(int table, const Values& values) {
+        for (const auto& [field, text] : values)
+            CALL(BrenikSetField, table, 0, field, text.c_str());
+    }
+    void acknowledge(int table, const std::string& identifier) {
+        result_ = " " + std::to_string(table) + " " + identifier + " " + token_;
+    }
+    std::string add(int table, const Values& values, const std::string& link = "") {
+        int ignored = 0;
+        CALL(BrenikAddStart, table, &ignored);
+        set_fields(table, values);
+        char identifier[8] = {};
+        link.copy(identifier, 7);
+        CALL(BrenikAddEnd, table, identifier);
+        acknowledge(table, identifier);
+        return identifier;
+    }
+
+    const char* contact() {
+        own_.emplace_back(
+            add(kContacts,
+                {{"ID", token_}, {"LAST", token_}, {"FIRST", token_}, {"NOTES", memo()}}),
+            token_);
+        return "contact";
+    }
+    const char* matter() {
+        add(kMatters, {{"MATTER", token_}, {"CASENUM", token_}}, pick().first);
+        return "matter";
+    }
+    const char* note() {
+        add(kNotes, {{"TOPIC", token_}, {"NOTE", memo()}});
+        return "note";
+    }
+    const char* edit() {
+        int ignored = 0;
+        const std::string identifier = pick().first;
+        CALL(BrenikEditStart, kContacts, identifier.c_str(), &ignored);
+        set_fields(kContacts, {{"LAST", token_}, {"FIRST", token_}, {"NOTES", memo()}});
+        CALL(BrenikEditEnd, kContacts, 0);
+        acknowledge(kContacts, identifier);
+        return "edit";
+    }
+    // What everybody edits.
+    const char* share() {
+        int ignored = 0;
+        CALL(BrenikEditBegin, kContacts, 1, &ignored);
+        set_fields(kContacts, {{"FIRST", token_}});
+        CALL(BrenikEditEnd, kContacts, 0);
+        return "share";
+    }
+    const char* look_up() {
+        const auto& [identifier, key] = pick();
+        char found[8] = "       ";
+        CALL(BrenikGetU_ID, kContacts, key.c_str(), found);
+        if (identifier != found) throw Refused{"BrenikGetU_ID", BRENIK_KEY_NOT_FOUND};
+        return "look-up";
+    }
+
+    void* library_;
+    const char* folder_;
+    std::string seed_;
+    int trace_;
+    std::mt19937 random_;
+    std::vector<std::pair<std::string, std::string>> own_;  // contacts: identifier and ID
+    int tokens_ = 0;
+    std::string token_, result_;  // of the work at hand
+    long long longest_ = 0;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    void* library = argc == 7 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : nullptr;
+    if (library == nullptr) return 2;
+    Worker(library, argv + 2);
+}
