@@ -47,10 +47,12 @@ void fill_in(Session& session, const NewRecord& options, const std::string& iden
 // a rule the one that is appended to.
 class IdentifiedAppend {
   public:
-    IdentifiedAppend(Session& session, int table, int area, const NewRecord& options)
+    // `begun` is set when something is written that another try would write once more.
+    IdentifiedAppend(Session& session, int table, int area, const NewRecord& options, bool& begun)
         : session_(session),
           area_(area),
           options_(options),
+          begun_(begun),
           identifier_(session, table, area),
           numbers_(session, table) {}
 
@@ -77,6 +79,7 @@ class IdentifiedAppend {
 
     Table::Added add_counted() {
         store();
+        begun_ = true;
         try {
             const auto added =
                 add_with_retries(session_, options_.seconds, own() ? identifier_.order() : 0);
@@ -90,6 +93,7 @@ class IdentifiedAppend {
 
     bool append_blank() {
         identifier_.pass_over_known();
+        begun_ = true;
         if (!append_with_retries(session_, options_.seconds, false)) return false;
         assign();
         store();
@@ -123,6 +127,7 @@ class IdentifiedAppend {
     Session& session_;
     int area_;
     const NewRecord& options_;
+    bool& begun_;
     NextIdentifier identifier_;
     RecordNumbers numbers_;
 };
@@ -159,15 +164,15 @@ bool journal(Session& session, const NewRecord& options, const Addition& additio
     }
 }
 
-// The record receives its identifier in work area `area`, by the counter of table number `table`.
-bool append_identified(Session& session, int table, int area, const NewRecord& options) {
+bool append_under_counter(Session& session, int table, int area, const NewRecord& options,
+                          bool& begun) {
     if (!lock_record_of(session, kSystemArea)) return false;
     Addition addition{.area = area, .commit = options.commit, .table_code = table_code_of(table)};
     bool appended = false, journalled = false;
     const auto append_and_note = [&] {
         reread_counter(session);
         require_journal(session);
-        appended = IdentifiedAppend(session, table, area, options).run();
+        appended = IdentifiedAppend(session, table, area, options, begun).run();
         if (!appended) return;
         addition.identifier = session.areas.field(area, "U_ID").text();
         journalled = journal(session, options, addition, Patience::kNone);
@@ -182,6 +187,21 @@ bool append_identified(Session& session, int table, int area, const NewRecord& o
     // Others wait for the counter, so the journal is waited for without it.
     if (appended && !journalled) journal(session, options, addition, Patience::kFull);
     return writable && appended;
+}
+
+// The record receives its identifier in work area `area`, by the counter of table number `table`.
+// Where a lost connection has let go of the counter, and somebody else has changed it meanwhile,
+// the append begins anew.
+bool append_identified(Session& session, int table, int area, const NewRecord& options) {
+    constexpr int kMostTries = 4;
+    for (int tries = 1;; ++tries) {
+        bool begun = false;
+        try {
+            return append_under_counter(session, table, area, options, begun);
+        } catch (const EngineFault& fault) {
+            if (begun || fault.code() != FaultCode::kNotLocked || tries == kMostTries) throw;
+        }
+    }
 }
 
 }  // namespace

@@ -14,10 +14,10 @@
 //
 // The kinds that begin with "drop" make the folder, and the file system that it lies on, a share,
 // as Linux' SMB client shows one. fstat() tells the size that was last asked of the server, which
-// lseek() to the end does. At the spoilt call the session ends, and all locks of the process with
-// it. From then on locks, unlocks and looks at the end of a file answer EBADF, until something is
-// read from it or written to it: that connects again, is counted, and takes the file's locks again,
-// where nobody else has got them.
+// lseek() to the end does; somebody else's lock answers EACCES. At the spoilt call the session
+// ends, and all locks of the process with it. From then on locks, unlocks and looks at the end of a
+// file answer EBADF, until something is read from it or written to it: that connects again, is
+// counted, and takes the file's locks again, where nobody else has got them.
 
 #define _GNU_SOURCE
 
@@ -274,6 +274,7 @@ int fcntl(int file, int command, ...) {
     }
     const int result = real(file, command, argument);
     if (locking && is_ours(file) && is_share() && result == 0) note_lock(file, argument);
+    if (locking && is_share() && result != 0 && errno == EAGAIN) errno = EACCES;
     if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) {
         remember(result, is_ours(file) ? state.ours[file] : NULL);
     }

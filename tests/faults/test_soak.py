@@ -87,14 +87,17 @@ PLACES = [('practice', 8, False)] if SANITIZED else [('practice', 8, False), ('p
 
 @pytest.mark.parametrize('place, count, kills', PLACES)
 def test_soak(tmp_path, place, count, kills):
-    """On the share the system tells everybody sizes as they were when he last asked the server."""
+    """On the share sizes are as they were last asked for, and sessions end with all locks. Work is refused there only
+    when somebody else has changed meanwhile what it had locked."""
     practice = tmp_path / place
     tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
     killed = work(practice, tmp_path, count, kills)
     logs = {int(path.stem): Log(path) for path in tmp_path.glob('*.log')}
     report(logs, killed)
-    assert [complaint for log in logs.values() for complaint in log.complaints] == []
     done = [len(log.lines) for log in logs.values()]
+    complaints = [complaint for log in logs.values() for complaint in log.complaints]
+    refused = [complaint for complaint in complaints if re.match('refused .* 14 ', complaint)]
+    assert complaints == (refused if place == 'share' else []) and len(refused) < sum(done) / 200
     # A starved workstation does next to nothing, or waits all the time; a busy machine alone never goes so far.
     assert kills or min(done) > max(done) / 8, done
     assert max(log.notices for log in logs.values()) * NOTICE < SECONDS / 2
