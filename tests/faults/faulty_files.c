@@ -27,19 +27,20 @@
 #include <unistd.h>
 
 enum Class { kWriting, kReading, kLocking, kClasses };
-enum Kind { kEnd, kError, kGone, kFull, kShort, kRead, kLock };
+enum Kind { kEnd, kError, kGone, kFull, kShort, kRead, kLock, kGranted };
 
 static const struct {
     const char* name;
     enum Class class_of_calls;
 } kKinds[] = {
-    {"end", kWriting},    // the process is gone before the call
-    {"error", kWriting},  // the call fails, the next one works again
-    {"gone", kWriting},   // this call and all that follow fail
-    {"full", kWriting},   // from this call on no file grows
-    {"short", kWriting},  // a part is written, the write of the rest finds no space
-    {"read", kReading},   // the call fails
-    {"lock", kLocking},   // the call fails, and not because somebody else has the lock
+    {"end", kWriting},      // the process is gone before the call
+    {"error", kWriting},    // the call fails, the next one works again
+    {"gone", kWriting},     // this call and all that follow fail
+    {"full", kWriting},     // from this call on no file grows
+    {"short", kWriting},    // a part is written, the write of the rest finds no space
+    {"read", kReading},     // the call fails
+    {"lock", kLocking},     // the call fails, and not because somebody else has the lock
+    {"granted", kLocking},  // from this call on every lock is had, whoever has it
 };
 
 enum { kMostFiles = 4096 };
@@ -112,7 +113,7 @@ static int spoils(enum Class class_of_call) {
     if (!state.armed) return 0;
     const unsigned long number = ++state.calls[class_of_call];
     if (class_of_call != kKinds[state.kind].class_of_calls || !state.spoilt_call) return 0;
-    const int lasting = state.kind == kGone || state.kind == kFull;
+    const int lasting = state.kind == kGone || state.kind == kFull || state.kind == kGranted;
     return lasting ? number >= state.spoilt_call : number == state.spoilt_call;
 }
 
@@ -177,7 +178,7 @@ int fcntl(int file, int command, ...) {
     const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
     if (locking && is_ours(file) && ((struct flock*)argument)->l_type != F_UNLCK &&
         spoils(kLocking)) {
-        return fail_with(ENOLCK);
+        return state.kind == kGranted ? 0 : fail_with(ENOLCK);
     }
     const int result = real(file, command, argument);
     if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) {
