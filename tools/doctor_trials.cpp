@@ -32,6 +32,7 @@ constexpr int kWorkAnswer_s = 180;  // no less than the other may work
 constexpr int kLock_ms = 30'000;    // for one of many
 constexpr int kFreeLock_ms = 5'000;
 constexpr int kRounds = 5;
+constexpr int kBouts = 4;  // of work by turns: neither is done before the other has begun
 constexpr int kAppends = 100;
 constexpr int kRaises = 200;
 constexpr int kTimed = 50;
@@ -300,6 +301,10 @@ void work_by_turns(Side& side, File& file, int times, const std::function<std::u
     using std::chrono::milliseconds;
     const auto end = Clock::now() + std::chrono::seconds(kWork_s);
     for (int number = 0; number < times; ++number) {
+        if (number % (times / kBouts) == 0) {
+            side.tell("ready");
+            side.hear("ready", kWorkAnswer_s);
+        }
         require(Clock::now() < end, Ill::kSlow);
         require(file.lock_within(kLow, 1, LockKind::kExclusive, kLock_ms), Ill::kSlow);
         const auto begin = Clock::now();
