@@ -22,7 +22,7 @@ constexpr int kLastWords_ms = 10'000;
 
 std::string in_ms(double duration) {
     char text[40];
-    std::snprintf(text, sizeof text, "%.2f ms", duration);
+    std::snprintf(text, sizeof text, "%.3f ms", duration);
     return text;
 }
 
