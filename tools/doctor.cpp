@@ -118,7 +118,7 @@ ExitCode doctor(const DoctorRequest& request) {
     std::cerr << "brenik: waiting " << request.wait_s
               << " s for \"brenik doctor --with\" on another workstation" << std::endl;
     std::optional<Partner> partner = Partner::find(scratch, request.wait_s);
-    if (!partner) throw ToolError(kNobodyCame, request.folder + ": nobody came");
+    if (!partner) return opinion.conclude("nobody came");
     std::string stopped;
     try {
         opinion.add_times(try_with(scratch, *partner, opinion.sound(), report));

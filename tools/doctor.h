@@ -16,8 +16,7 @@ struct DoctorRequest {
 };
 
 // Tries on scratch files, which are removed at the end, what the library relies on, and prints each
-// trial; answers the exit code. Throws ToolError when nothing can be written in the folder, and
-// when nobody comes.
+// trial; answers the exit code. Throws ToolError when nothing can be written in the folder.
 ExitCode doctor(const DoctorRequest& request);
 
 }  // namespace brenik::tools

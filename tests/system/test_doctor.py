@@ -36,7 +36,7 @@ def test_sound(tmp_path):
 
 def test_alone(tmp_path):
     """Nobody comes; and there is no such folder."""
-    done = tool('doctor', tmp_path, '--with', '--wait', 1)
-    assert done.returncode == 4 and 'nobody came' in done.stderr
+    code, answer, _ = ask(tmp_path, '--with', '--wait', 1)
+    assert (code, answer['verdict'], answer['stopped']) == (4, 'unfinished', 'nobody came')
     assert list(tmp_path.iterdir()) == []
     assert tool('doctor', tmp_path / 'missing').returncode == 3
