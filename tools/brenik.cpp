@@ -1,15 +1,16 @@
 // The companion tool: makes sample practices, shows tables and records, reads the journal, checks
-// and mends the files, and calls any routine of the library.
+// and mends the files, tries whether a share is sound, and calls any routine of the library.
 //
 // Data goes to standard output, messages to standard error. The exit code says how it ended: 0
 // well, 1 a problem was found, 2 the command line makes no sense, 3 something cannot be opened, 4
-// somebody holds a lock on it.
+// somebody holds a lock on it, or nobody came to help.
 
 #include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "call.h"
 #include "check.h"
+#include "doctor.h"
 #include "journal.h"
 #include "mend.h"
 #include "practice.h"
@@ -81,6 +82,20 @@ void add_check(CLI::App& app, CheckRequest& request, ExitCode& code) {
     command->callback([&request, &code] { code = check(request); });
 }
 
+void add_doctor(CLI::App& app, DoctorRequest& request, ExitCode& code) {
+    CLI::App* command =
+        app.add_subcommand("doctor", "Tell whether a folder is sound for a practice");
+    command->add_option("DIR", request.folder, "Folder on the share")->required();
+    auto* with = command->add_flag("--with", request.with,
+                                   "Together with another workstation that runs the same");
+    command->add_option("--wait", request.wait_s, "Seconds to wait for the other")
+        ->needs(with)
+        ->check(CLI::Range(1, 1800))
+        ->capture_default_str();
+    command->add_flag("--json", request.json, "As JSON, one object");
+    command->callback([&request, &code] { code = doctor(request); });
+}
+
 using Mend = ExitCode (*)(const MendRequest&);
 
 CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, MendRequest& request,
@@ -136,6 +151,8 @@ int main(int argc, char** argv) {
     CheckRequest check_request;
     ExitCode outcome = ExitCode::kOk;
     add_check(app, check_request, outcome);
+    DoctorRequest doctor_request;
+    add_doctor(app, doctor_request, outcome);
     MendRequest repair_request;
     add_mending(app, "repair", "Mend what check names", repair_request, repair, outcome);
     MendRequest reindex_request;

@@ -36,7 +36,20 @@
 #include <unistd.h>
 
 enum Class { kWriting, kReading, kLocking, kClasses };
-enum Kind { kEnd, kError, kGone, kFull, kShort, kRead, kLock, kDrop, kDropRead, kDropLock, kDrops };
+enum Kind {
+    kEnd,
+    kError,
+    kGone,
+    kFull,
+    kShort,
+    kRead,
+    kLock,
+    kGranted,
+    kDrop,
+    kDropRead,
+    kDropLock,
+    kDrops,
+};
 
 static const struct {
     const char* name;
@@ -49,6 +62,7 @@ static const struct {
     {"short", kWriting},      // a part is written, the write of the rest finds no space
     {"read", kReading},       // the call fails
     {"lock", kLocking},       // the call fails, and not because somebody else has the lock
+    {"granted", kLocking},    // from this call on every lock is had, whoever has it
     {"drop", kWriting},       // the session with the share ends before the call
     {"drop-read", kReading},  // likewise
     {"drop-lock", kLocking},  // likewise
@@ -199,7 +213,7 @@ static int spoils(enum Class class_of_call) {
         if (number == state.spoilt_call || often) end_session();
         return 0;
     }
-    const int lasting = state.kind == kGone || state.kind == kFull;
+    const int lasting = state.kind == kGone || state.kind == kFull || state.kind == kGranted;
     return lasting ? number >= state.spoilt_call : number == state.spoilt_call;
 }
 
@@ -266,7 +280,7 @@ int fcntl(int file, int command, ...) {
     const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
     const int unlocking = locking && ((struct flock*)argument)->l_type == F_UNLCK;
     if (locking && is_ours(file) && (!unlocking || is_share()) && spoils(kLocking)) {
-        return fail_with(ENOLCK);
+        return state.kind == kGranted ? 0 : fail_with(ENOLCK);
     }
     if (locking && is_ours(file)) reach_server();
     if (locking && is_ours(file) && is_share() && state.on_share[file].dropped) {

@@ -1,11 +1,13 @@
-"""What only hosts on Linux meet: forks, and links in the place of logs."""
+"""What only programs on Linux meet: forks, links in the place of logs, and file calls that go wrong on purpose."""
 
 import contextlib
+import os
 from pathlib import Path
 
 import pytest
 from conftest import SHARING_BYTE, Fork, HeldBytes, at_once
 from judges import assert_sound
+from test_doctor import ask
 
 ADDITIONS = 30
 
@@ -71,3 +73,15 @@ def test_log_that_is_a_link_is_left_alone(host, practice, tmp_path):
         log.symlink_to(target)
         assert host.init(practice, 1) == 0 and host.add(1, {'LAST': 'Untraced'})[0] == 0 and host.shutdown() == 0
     assert victim.read_text() == 'precious' and not nobody.exists()
+
+
+def test_locks_that_reach_nobody(tmp_path):
+    """Where one's locks are granted and kept from the other, both doctors say so."""
+    locks = ['lock', 'lock past 4 GB', 'shared lock']   # the rest takes two who are at work at the same moment
+    spoilt = dict(LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(tmp_path), FAULTY_KIND='granted',
+                  FAULTY_CALL='1', FAULTY_ARMED='1')
+    for code, answer, faults in at_once(lambda: ask(tmp_path, '--with', **spoilt), lambda: ask(tmp_path, '--with')):
+        assert (code, answer['verdict'], faults[:3]) == (1, 'unsound', locks)
+        assert all(trial['remedy'] for trial in answer['trials'] if not trial['sound'])
+    assert ask(tmp_path, **spoilt)[::2] == (1, locks[:2])
+    assert list(tmp_path.iterdir()) == []

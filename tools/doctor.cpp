@@ -1,0 +1,132 @@
+// What the system says of the folder, then what trials show.
+
+#include "doctor.h"
+
+#include <cstdio>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "display.h"
+#include "doctor_partner.h"
+#include "doctor_trials.h"
+#include "platform/share.h"
+
+namespace brenik::tools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr ExitCode kNobodyCame = ExitCode::kLocked;
+constexpr const char* kRemount = "nothing may be written there until then";
+constexpr int kLastWords_ms = 10'000;
+
+std::string in_ms(double duration) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.3f ms", duration);
+    return text;
+}
+
+// Prints each trial as it ends, or all of them as JSON at the end.
+class Opinion {
+  public:
+    explicit Opinion(const DoctorRequest& request) : request_(request) {}
+
+    bool sound() const { return sound_; }
+
+    void add_facts(const platform::ShareFacts& facts) {
+        answer_ = {{"folder", request_.folder},  {"remote", facts.remote},
+                   {"type", facts.type},         {"options", facts.options},
+                   {"doubtful", facts.doubtful}, {"with", request_.with},
+                   {"trials", Json::array()}};
+        say(request_.folder + ": " + (facts.remote ? "on a share" : "no share") +
+            (facts.type.empty() ? "" : ", " + facts.type) +
+            (facts.options.empty() ? "" : " (" + facts.options + ")"));
+        if (!facts.unsound.empty()) return add({"mount", facts.unsound, kRemount, ""});
+        if (facts.doubtful.empty()) return add({"mount", "", "", "nothing is known against it"});
+        answer_["trials"].push_back(line_of({"mount", "", "", facts.doubtful}));
+        say("doubt  mount: " + facts.doubtful);
+    }
+
+    void add(const Trial& trial) {
+        const bool good = trial.fault.empty();
+        sound_ = sound_ && good;
+        answer_["trials"].push_back(line_of(trial));
+        say(good ? "ok     " + trial.name + ": " + trial.good
+                 : "UNSOUND " + trial.name + ": " + trial.fault + "; " + trial.remedy);
+    }
+
+    void add_times(const RoundTrips& times) {
+        if (times.count == 0) return;
+        add_times("lock_and_unlock", "a lock and its unlock", times.count, times.lock);
+        add_times("size", "asking for a size", times.count, times.size);
+    }
+
+    // `stopped` says why not everything was tried; empty when it was.
+    ExitCode conclude(const std::string& stopped) {
+        const char* verdict = !sound_ ? "unsound" : !stopped.empty() ? "unfinished" : "sound";
+        answer_["stopped"] = stopped;
+        answer_["verdict"] = verdict;
+        if (!stopped.empty()) say("stopped: " + stopped);
+        say(request_.folder + ": " + verdict + (sound_ && stopped.empty() ? meaning() : ""));
+        if (request_.json) std::cout << dump(answer_, 2) << "\n";
+        if (!sound_) return ExitCode::kProblem;
+        return stopped.empty() ? ExitCode::kOk : kNobodyCame;
+    }
+
+  private:
+    static Json line_of(const Trial& trial) {
+        const bool good = trial.fault.empty();
+        return {{"trial", trial.name},
+                {"sound", good},
+                {"what", good ? trial.good : trial.fault},
+                {"remedy", trial.remedy}};
+    }
+
+    const char* meaning() const {
+        return request_.with ? " between these two workstations"
+                             : " as far as one workstation can tell; this proves nothing about "
+                               "others: run \"brenik doctor DIR --with\" on two";
+    }
+
+    void add_times(const char* key, const char* what, int count, const Times& times) {
+        answer_["times"][key] = {
+            {"count", count}, {"median_ms", times.median_ms}, {"longest_ms", times.longest_ms}};
+        say("time   " + std::string(what) + ": median " + in_ms(times.median_ms) + ", longest " +
+            in_ms(times.longest_ms) + " of " + std::to_string(count));
+    }
+
+    void say(const std::string& line) {
+        if (!request_.json) std::cout << line << std::endl;
+    }
+
+    const DoctorRequest& request_;
+    Json answer_;
+    bool sound_ = true;
+};
+
+}  // namespace
+
+ExitCode doctor(const DoctorRequest& request) {
+    Opinion opinion(request);
+    Scratch scratch(request.folder);
+    opinion.add_facts(platform::share_facts(request.folder));
+    const auto report = [&](const Trial& trial) { opinion.add(trial); };
+    if (!request.with) {
+        opinion.add_times(try_alone(scratch, report));
+        return opinion.conclude("");
+    }
+    std::cerr << "brenik: waiting " << request.wait_s
+              << " s for \"brenik doctor --with\" on another workstation" << std::endl;
+    std::optional<Partner> partner = Partner::find(scratch, request.wait_s);
+    if (!partner) return opinion.conclude("nobody came");
+    std::string stopped;
+    try {
+        opinion.add_times(try_with(scratch, *partner, opinion.sound(), report));
+        scratch.wait_until_read(kLastWords_ms);
+    } catch (const NoAnswer& reason) {
+        stopped = reason.what();
+    }
+    return opinion.conclude(stopped);
+}
+
+}  // namespace brenik::tools
