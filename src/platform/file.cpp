@@ -52,9 +52,9 @@ void File::require_same_session() const {
 
 void File::require_kept(std::uint64_t offset, std::span<const std::uint8_t> written) const {
     if (!remote()) return;
-    require_same_session();
     std::vector<std::uint8_t> found(written.size());
     found.resize(read_at(offset, found));
+    require_same_session();
     if (std::equal(found.begin(), found.end(), written.begin(), written.end())) return;
     throw EngineFault(FaultCode::kInputOutput, "read back",
                       path_ + ": the share does not give back what was just written at offset " +

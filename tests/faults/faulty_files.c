@@ -66,10 +66,10 @@ static const struct {
     {"drop", kWriting},       // the session with the share ends before the call
     {"drop-read", kReading},  // likewise
     {"drop-lock", kLocking},  // likewise
-    {"drops", kReading},      // at every so many calls
+    {"drops", kReading},      // at every so many calls, which then take a while
 };
 
-enum { kMostFiles = 4096, kMostLocks = 64 };
+enum { kMostFiles = 4096, kMostLocks = 64, kSilence_us = 30000 };
 static const unsigned kShareType = 0xFE534D42;
 
 static struct {
@@ -211,6 +211,7 @@ static int spoils(enum Class class_of_call) {
     if (is_share()) {
         const int often = state.kind == kDrops && number % state.spoilt_call == 0;
         if (number == state.spoilt_call || often) end_session();
+        if (often) usleep(kSilence_us);
         return 0;
     }
     const int lasting = state.kind == kGone || state.kind == kFull || state.kind == kGranted;

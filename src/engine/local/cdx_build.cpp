@@ -40,6 +40,12 @@ void CdxTag::Tree::build(const std::vector<IndexEntry>& entries) {
     pages_.set_root(form(), level.pages.front()->offset());
 }
 
+void CdxTag::Tree::rebuild(const std::vector<IndexEntry>& entries) {
+    const std::uint32_t place = pages_.root(form());
+    build(entries);
+    pages_.move(pages_.page(form(), pages_.root(form())), form(), place);
+}
+
 void CdxTag::Tree::append(Level& level, Bytes entry, std::uint32_t child) {
     CdxPage* page = level.pages.empty() ? &begin_page(level) : level.pages.back();
     page->insert(page->count(), entry, child);

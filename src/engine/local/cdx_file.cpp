@@ -40,6 +40,8 @@ const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_
 
 void CdxFile::sync() { pages_->file().sync(); }
 
+bool CdxFile::doubtful() const { return pages_->doubtful(); }
+
 void CdxFile::require_room() const { pages_->require_room(); }
 
 std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, platform::Sharing sharing,
@@ -103,6 +105,11 @@ bool CdxFile::Change::insert(CdxTag& tag, Bytes key, RecordNumber record) {
 
 bool CdxFile::Change::remove(CdxTag& tag, Bytes key, RecordNumber record) {
     return tag.tree_->remove(key, record);
+}
+
+void CdxFile::Change::rebuild(const std::vector<std::vector<IndexEntry>>& entries) {
+    file_.pages_->start_afresh();
+    for (std::size_t i = 0; i < entries.size(); ++i) file_.tags_[i]->tree_->rebuild(entries[i]);
 }
 
 void CdxFile::Change::write_new_pages() {

@@ -134,6 +134,9 @@ class CdxFile {
 
     // Waits for the disk.
     void sync();
+    // True when what others have written may have been written over: under a lock that was lost
+    // with the session of a share.
+    bool doubtful() const;
 
     // A set of changes to the file's trees under the index lock.
     class Change {
@@ -153,6 +156,9 @@ class CdxFile {
         bool insert(CdxTag& tag, Bytes key, RecordNumber record);
         // Removes an entry; answers false when there is none.
         bool remove(CdxTag& tag, Bytes key, RecordNumber record);
+
+        // Makes every tag anew, in their order, from entries sorted by (key, record).
+        void rebuild(const std::vector<std::vector<IndexEntry>>& entries);
 
         // Writes the pages that the change adds to the file; nothing names them yet. What can fail
         // for want of space fails here, before the caller writes the record.

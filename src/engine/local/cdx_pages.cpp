@@ -301,6 +301,35 @@ void CdxFile::Pages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) 
     new_headers_[offset] = std::move(bytes);
 }
 
+// The system may have connected to a share again in order to write, and then the index was free for
+// others meanwhile. At most this one place has been written over then.
+void CdxFile::Pages::put(std::uint64_t offset, Bytes bytes) {
+    file_.write_at(offset, bytes);
+    try {
+        file_.require_same_session();
+    } catch (const platform::ConnectionLost&) {
+        doubtful_ = true;
+        throw;
+    }
+}
+
+void CdxFile::Pages::start_afresh() {
+    constexpr std::uint32_t kFarAhead = 1 << 20;
+    free_head_ = 0;
+    store_be32(header_.data() + kCounterOffset,
+               load_be32(header_.data() + kCounterOffset) + kFarAhead);
+}
+
+void CdxFile::Pages::move(CdxPage& page, const CdxForm& form, std::uint32_t place) {
+    std::array<Byte, kCdxPageSize> raw{};
+    page.encode(raw);
+    auto moved = std::make_unique<CdxPage>(CdxPage::decode(form, place, raw));
+    moved->level = page.level;
+    free(page);
+    touch_entries(*(pages_[place] = std::move(moved)));
+    set_root(form, place);
+}
+
 // A page that leads past another one is written like that last of all.
 void CdxFile::Pages::write(CdxPage& page) {
     std::array<Byte, kCdxPageSize> raw{};
@@ -309,7 +338,7 @@ void CdxFile::Pages::write(CdxPage& page) {
     } catch (const PageDamage& damage) {
         damaged(page.offset(), damage.what());
     }
-    file_.write_at(page.offset(), raw);
+    put(page.offset(), raw);
     page.unwritten = page.content_changed = false;
     page.listed = page.right_changed;
 }
@@ -318,7 +347,7 @@ void CdxFile::Pages::write(CdxPage& page) {
 void CdxFile::Pages::write_header() {
     store_le32(header_.data() + kFreeHeadOffset, free_head_);
     store_be32(header_.data() + kCounterOffset, load_be32(header_.data() + kCounterOffset) + 1);
-    file_.write_at(0, Bytes(header_).first(kCounterOffset + 4));
+    put(0, Bytes(header_).first(kCounterOffset + 4));
 }
 
 void CdxFile::Pages::write_new_pages() {
@@ -333,7 +362,7 @@ void CdxFile::Pages::write_new_pages() {
     std::sort(added, touched_.end(),
               [](const CdxPage* a, const CdxPage* b) { return a->offset() < b->offset(); });
     added_pages_written_ = added_pages_written_ || added != touched_.end() || !new_headers_.empty();
-    for (const auto& [offset, bytes] : new_headers_) file_.write_at(offset, bytes);
+    for (const auto& [offset, bytes] : new_headers_) put(offset, bytes);
     new_headers_.clear();
     write_all(added, touched_.end());
     if (added_pages_written_) wait_for_disk();
@@ -402,7 +431,7 @@ void CdxFile::Pages::write_pointers() {
         std::array<Byte, 8> pointers{};
         store_le32(pointers.data(), page->left);
         store_le32(pointers.data() + 4, page->right);
-        file_.write_at(page->offset() + kLeftPointerOffset, pointers);
+        put(page->offset() + kLeftPointerOffset, pointers);
         page->right_changed = page->listed = false;
     }
     touched_.clear();
@@ -416,7 +445,7 @@ void CdxFile::Pages::write_freed_pages() {
     for (const std::uint32_t page : freed_) {
         std::array<Byte, kCdxPageSize> raw{};
         store_le32(raw.data(), head);
-        file_.write_at(page, raw);
+        put(page, raw);
         head = page;
     }
     wait_for_disk();

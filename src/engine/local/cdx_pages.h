@@ -100,6 +100,14 @@ class CdxFile::Pages {
     void fill_header(std::uint32_t offset, std::vector<Byte> bytes);
     void write_new_pages();
     void publish();
+    // True when a page was written under a lock that was lost by then: what somebody else has
+    // written meanwhile may be gone.
+    bool doubtful() const { return doubtful_; }
+    // For those who write every tree anew: nothing is taken from the free list, and the counter
+    // becomes one that nobody can have seen.
+    void start_afresh();
+    // The page goes on at another place, in the place of the page there.
+    void move(CdxPage& page, const CdxForm& form, std::uint32_t place);
 
   private:
     static constexpr std::size_t kHeaderBytes = 16;
@@ -117,6 +125,7 @@ class CdxFile::Pages {
     std::uint32_t extend(std::uint64_t bytes);
     std::uint32_t take_free_page();
     void write(CdxPage& page);
+    void put(std::uint64_t offset, Bytes bytes);
     void write_all(PageList::iterator first, PageList::iterator last);
     void write_published();
     void write_changed_pages();
@@ -149,6 +158,7 @@ class CdxFile::Pages {
 
     // The change in progress.
     bool end_found_ = false;
+    bool doubtful_ = false;
     bool durable_ = false;
     bool added_pages_written_ = false;
     bool publishing_ = false;

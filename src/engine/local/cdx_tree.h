@@ -48,6 +48,9 @@ class CdxTag::Tree {
     void forget_changes() { loose_.clear(); }
     // Fills a tag that has no root page yet.
     void build(const std::vector<IndexEntry>& entries);
+    // The same for one that has a root page, which stays where it is; its other pages become space
+    // that nothing names.
+    void rebuild(const std::vector<IndexEntry>& entries);
 
     // Key and record number as pages hold them; a short key alone, to be compared as a prefix.
     std::vector<Byte> probe(Bytes key, RecordNumber record) const;

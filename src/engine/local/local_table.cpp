@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "engine/local/field_codec.h"
+#include "engine/local/record_scan.h"
 #include "util/runtime.h"
 
 namespace brenik::local {
@@ -80,7 +81,7 @@ void LocalTable::shut() {
 
 bool LocalTable::lost() const {
     if (!file_) return false;
-    bool lost = file_->file().lost() || (memo_ && memo_->file().lost());
+    bool lost = orders_->doubtful() || file_->file().lost() || (memo_ && memo_->file().lost());
     orders_->for_each_file([&](const CdxFile& index) { lost = lost || index.file().lost(); });
     return lost;
 }
@@ -92,6 +93,12 @@ void LocalTable::reopen() {
     file_->reopen();
     if (memo_) memo_->reopen();
     orders_->reopen();
+    orders_->mend_doubtful([this](const TableOrders::RecordUse& use) {
+        const auto read = [this](RecordNumber first, MutableBytes into) {
+            return file_->read_many(first, into);
+        };
+        scan_records(layout(), file_->count(), read, use);
+    });
     if (begun_ || changed_ || keys_pending_) return;
     if (held && file_->lock(record_, LockTry::kInTurn) && loaded_) {
         std::vector<Byte> there(layout().record_length);

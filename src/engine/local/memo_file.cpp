@@ -55,6 +55,22 @@ void MemoFile::reopen() {
     known_blocks_ = 0;
     released_.clear();
     ours_.clear();
+    if (doubtful_) pass_over_used_blocks();
+}
+
+void MemoFile::pass_over_used_blocks() {
+    if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
+                     platform::kShortLockTimeout_ms)) {
+        throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
+    }
+    const HeldLock held(file_, lock_);
+    const std::uint64_t used = (file_.size() + block_size_ - 1) / block_size_;
+    if (next_free_block() < used) {
+        std::array<Byte, 4> next_free;
+        store_be32(next_free.data(), static_cast<std::uint32_t>(used));
+        file_.write_at(0, next_free);
+    }
+    doubtful_ = false;
 }
 
 void MemoFile::create(const std::string& table_path) {
@@ -208,7 +224,12 @@ std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
     check_room(block, blocks);
     std::array<Byte, 4> next_free;
     store_be32(next_free.data(), static_cast<std::uint32_t>(block + blocks));
+    // The system may have connected to a share again in order to write, and then others may have
+    // been given these blocks meanwhile.
+    doubtful_ = true;
     file_.write_at(0, next_free);
+    file_.require_same_session();
+    doubtful_ = false;
     // Blocks behind what the header counts would stand in everybody's way.
     if (durable) file_.sync();
     known_blocks_ = block + blocks;

@@ -81,6 +81,7 @@ class MemoFile {
     MemoFile(platform::File file, Kind kind, LockMode mode)
         : file_(std::move(file)), kind_(kind), lock_(LockScheme::memo(mode)) {}
     void read_header();
+    void pass_over_used_blocks();
     std::string read_generation3(std::uint64_t offset) const;
     std::uint64_t data_length(std::uint64_t block_offset) const;
     std::uint32_t reuse(std::uint64_t blocks);
@@ -95,6 +96,7 @@ class MemoFile {
     Kind kind_;
     LockRange lock_;
     LockQueue queue_{file_};
+    bool doubtful_ = false;    // the header was written when others may have gone further
     bool allocating_ = false;  // the lock is held by an Allocation
     std::uint32_t block_size_ = 512;
     std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: not known

@@ -66,13 +66,28 @@ void TableFile::reopen() {
     file_.reopen();
     try {
         require_same_layout();
-        if (exclusive_ || keep_other_mode_out()) return;
+        if (exclusive_ || keep_other_mode_out()) return raise_count();
         throw EngineFault(FaultCode::kInputOutput, "open again",
                           path() + ": is used in the other locking mode by now");
     } catch (...) {
         file_.close();
         throw;
     }
+}
+
+// The records that others have added meanwhile are there, whatever the count says.
+void TableFile::raise_count() {
+    if (!count_doubtful_ || exclusive_) return;
+    const LockRange range = locks_.append();
+    if (!append_queue_.lock(range, LockScheme::queue(), platform::LockKind::kExclusive,
+                            platform::kShortLockTimeout_ms)) {
+        throw EngineFault(FaultCode::kBusy, "append", path() + ": the table stays locked");
+    }
+    const HeldLock held(file_, range);
+    const RecordNumber counted = counted_in_header();
+    const RecordNumber there = records_in(layout_, file_.size());
+    if (there > counted) set_count(counted, there);
+    count_doubtful_ = false;
 }
 
 void TableFile::require_same_layout() {
@@ -216,6 +231,10 @@ std::optional<std::vector<Byte>> TableFile::Addition::left_over() const {
 void TableFile::Addition::write(Bytes bytes) {
     std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
     record_and_end.push_back(kEndOfFile);
+    // A record that somebody else has added in this place under a lock that was lost to him could
+    // not be brought back: the server is asked once more, at the last moment.
+    if (file_.file_.remote()) static_cast<void>(file_.file_.size());
+    file_.file_.require_same_session();
     file_.file_.write_at(file_.offset_of(record_), record_and_end);
     file_.step_autoincrement();
 }
@@ -223,17 +242,19 @@ void TableFile::Addition::write(Bytes bytes) {
 // On a share the append lock may have been lost with the session, and somebody else have added.
 void TableFile::Addition::count() {
     file_.file_.require_same_session();
-    set_count(record_ - 1, record_);
+    file_.count_doubtful_ = true;
+    file_.set_count(record_ - 1, record_);
+    file_.count_doubtful_ = false;
     counted_ = true;
 }
 
 void TableFile::Addition::uncount() {
     if (!counted_) return;
-    set_count(record_, record_ - 1);
+    file_.set_count(record_, record_ - 1);
     counted_ = false;
 }
 
-void TableFile::Addition::set_count(RecordNumber from, RecordNumber to) {
+void TableFile::set_count(RecordNumber from, RecordNumber to) {
     const platform::LocalDay today = platform::system_clock().today();
     std::array<Byte, 7> date_and_count = {static_cast<Byte>(today.year % 100),
                                           static_cast<Byte>(today.month),
@@ -241,9 +262,9 @@ void TableFile::Addition::set_count(RecordNumber from, RecordNumber to) {
     std::array<Byte, 7> before = date_and_count;
     store_le32(date_and_count.data() + 3, to);
     store_le32(before.data() + 3, from);
-    file_.replace(kDateOffset, date_and_count, before);
-    file_.known_count_ = to;
-    file_.file_.require_kept(kDateOffset, date_and_count);
+    replace(kDateOffset, date_and_count, before);
+    known_count_ = to;
+    file_.require_kept(kDateOffset, date_and_count);
 }
 
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may

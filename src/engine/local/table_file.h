@@ -40,6 +40,10 @@ class TableFile {
     bool holds(RecordNumber record) {
         return record != 0 && (record <= known_count_ || record <= count());
     }
+    // Fills `into` with whole records from `first` on; false when they are not all there.
+    bool read_many(RecordNumber first, MutableBytes into) const {
+        return file_.read_at(offset_of(first), into) == into.size();
+    }
     // Reads one record; the number must be 1 to count(). `earlier` is what it was in an earlier
     // reading, or nothing.
     void read(RecordNumber record, MutableBytes into, Bytes earlier = {});
@@ -73,8 +77,6 @@ class TableFile {
         void uncount();
 
       private:
-        void set_count(RecordNumber from, RecordNumber to);
-
         TableFile& file_;
         std::optional<HeldLock> append_lock_;
         RecordNumber record_ = 0;
@@ -96,6 +98,8 @@ class TableFile {
     bool owns(RecordNumber record) const;
 
   private:
+    void raise_count();
+    void set_count(RecordNumber from, RecordNumber to);
     TableFile(platform::File file, bool exclusive, LockMode mode)
         : file_(std::move(file)),
           exclusive_(exclusive),
@@ -133,7 +137,8 @@ class TableFile {
     bool marked_ = false;  // the positions of compatible programs are kept locked
     std::set<RecordNumber> locked_records_;
     bool table_locked_ = false;
-    std::vector<Byte> again_;  // a second reading
+    bool count_doubtful_ = false;  // written when others may have raised it further
+    std::vector<Byte> again_;      // a second reading
 };
 
 }  // namespace brenik::local

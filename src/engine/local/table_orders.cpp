@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <numeric>
+#include <tuple>
 
 #include "engine/local/table_path.h"
 #include "util/runtime.h"
@@ -177,6 +178,7 @@ void TableOrders::reopen() {
 // The old file is closed first: the system may have taken its locks again on its own.
 void TableOrders::reopen(Bag& bag) {
     const std::string path = bag.file->path();
+    bag.doubtful = bag.doubtful || bag.file->doubtful();
     bag.file->close();
     const auto refuse = [&](const char* reason) {
         return EngineFault(FaultCode::kInputOutput, "open again", path + ": " + reason);
@@ -195,6 +197,36 @@ void TableOrders::reopen(Bag& bag) {
         bag.orders[i]->tag->set_pad(bag.orders[i]->format.pad());
     }
     bag.file = std::move(file);
+}
+
+bool TableOrders::doubtful() const {
+    return std::ranges::any_of(bags_,
+                               [](const Bag& bag) { return bag.doubtful || bag.file->doubtful(); });
+}
+
+// The index lock keeps records from being added, and keys from being changed, while they are read.
+void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for_each) {
+    for (Bag& bag : bags_) {
+        if (!bag.doubtful) continue;
+        CdxFile::Change change(*bag.file);
+        std::vector<std::vector<IndexEntry>> entries(bag.orders.size());
+        for_each([&](const RecordView& record) {
+            for (std::size_t i = 0; i < entries.size(); ++i) {
+                const Order& order = *bag.orders[i];
+                if (order.holds(record))
+                    entries[i].push_back({order.key_of(record), record.number});
+            }
+            return true;
+        });
+        for (auto& of_tag : entries) {
+            std::ranges::sort(of_tag, [](const IndexEntry& a, const IndexEntry& b) {
+                return std::tie(a.key, a.record) < std::tie(b.key, b.record);
+            });
+        }
+        change.rebuild(entries);
+        change.publish();
+        bag.doubtful = false;
+    }
 }
 
 platform::Sharing TableOrders::sharing_of(bool structural) const {

@@ -97,6 +97,12 @@ class TableOrders {
     // Opens the files again where their share's session was lost; orders stay attached. EngineFault
     // when one of them cannot be had or has other tags by now.
     void reopen();
+    // Makes the index files anew, in their places, in which a lost session may have left what does
+    // not belong together. `for_each` calls back with every record. EngineFault kBusy when somebody
+    // keeps such an index locked.
+    using RecordUse = std::function<bool(const RecordView&)>;
+    bool doubtful() const;
+    void mend_doubtful(const std::function<void(const RecordUse&)>& for_each);
     // Attaches the orders of an index file, opening it where it is not open yet; false when there
     // is no such file or it cannot be had.
     bool attach(const std::string& name);
@@ -127,6 +133,7 @@ class TableOrders {
         std::unique_ptr<CdxFile> file;
         std::vector<std::unique_ptr<Order>> orders;
         bool structural = false;
+        bool doubtful = false;
     };
     struct KeyChange {
         Order* order;
