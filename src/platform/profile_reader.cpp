@@ -41,8 +41,8 @@ class LineReader {
   private:
     bool fill() {
         if (offset_ >= std::min(kMostBytesRead, file_.size_at_open())) return false;
-        const std::size_t wanted =
-            std::min<std::uint64_t>(file_.size_at_open() - offset_, kChunkSize);
+        const std::uint64_t left = file_.size_at_open() - offset_;
+        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kChunkSize));
         chunk_.resize(wanted);
         const std::size_t count = file_.read_at(offset_, chunk_);
         offset_ += count;

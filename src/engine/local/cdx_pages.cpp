@@ -50,7 +50,8 @@ bool CdxFile::Pages::begin_opening() {
                               platform::kShortLockTimeout_ms);
         if (!locked_) return false;
     }
-    beginning_.resize(std::min<std::uint64_t>(file_.size_at_open(), kReadAtOpening));
+    beginning_.resize(
+        static_cast<std::size_t>(std::min<std::uint64_t>(file_.size_at_open(), kReadAtOpening)));
     beginning_.resize(file_.read_at(0, beginning_));
     opening_ = true;
     return true;

@@ -115,7 +115,8 @@ bool TableFile::keep_strangers_out() {
 
 // The count in the header is a first idea of how many records there are.
 TableLayout TableFile::read_layout() {
-    std::vector<Byte> header(std::min<std::uint64_t>(kLargestHeader, file_.size_at_open()));
+    std::vector<Byte> header(
+        static_cast<std::size_t>(std::min<std::uint64_t>(kLargestHeader, file_.size_at_open())));
     header.resize(file_.read_at(0, header));
     TableLayout layout = parse_layout(header, file_.path());
     known_count_ =
