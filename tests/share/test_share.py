@@ -162,9 +162,11 @@ def practice(tmp_path):
 def test_two_guests(practice, options, proprietary):
     practice.open(proprietary=proprietary)
     for name in 'AB':
-        practice.add(name, options=options)
+        practice.add(name, work(name, trace=1), options)
     practice.begin()
     practice.judge()
+    with open(judges.find(practice.folder, 'Trace.Log'), 'rb') as log:
+        assert b'\0' not in log.read()
 
 
 def test_beside_a_local_process(practice):

@@ -2,9 +2,10 @@
 //
 //     worker LIBRARY FOLDER SEED SECONDS PAUSE TRACE
 //
-// with a pause in milliseconds between two pieces of work. It knows the library by its path alone, so
-// that any version of it can be at work. It goes on after every refusal, and begins a new session when
-// nothing works any more. Every piece of work is one line of its output, written at once:
+// with a pause in milliseconds between two pieces of work. It knows the library by its path alone,
+// so that any version of it can be at work. It goes on after every refusal, and begins a new
+// session when nothing works any more. Every piece of work is one line of its output, written at
+// once:
 //
 //     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
 //     refused CALL CODE MICROSECONDS
