@@ -42,6 +42,7 @@ void File::reopen() {
         const int code = again.failure_code_ != 0 ? again.failure_code_ : not_connected();
         throw ConnectionLost("open again", path_, 0, code);
     }
+    again.unsynced_ = unsynced_;
     *this = std::move(again);
 }
 

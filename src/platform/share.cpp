@@ -11,7 +11,8 @@ ShareSession::ShareSession(Kind kind)
     : kind_(kind), connections_(remote() ? count_reconnections() : 0) {}
 
 ShareSession& ShareSession::of(std::uint64_t device, const std::function<Kind()>& kind_of) {
-    static std::map<std::uint64_t, std::unique_ptr<ShareSession>> sessions;
+    // Never destroyed: files may be closed later than anything else.
+    static auto& sessions = *new std::map<std::uint64_t, std::unique_ptr<ShareSession>>;
     auto& session = sessions[device];
     if (!session) session.reset(new ShareSession(kind_of()));
     return *session;

@@ -179,6 +179,7 @@ bool CdxFile::Pages::begin_change(std::optional<LockTry> attempt, bool durable) 
     if (!lock_changes(attempt)) return false;
     durable_ = durable;
     try {
+        file_.require_same_session();
         if (known_ && !exclusive_ && !header_matches()) drop();
         if (memory_ > kMostMemory) drop();
         if (!known_) read_header();
@@ -212,11 +213,24 @@ void CdxFile::Pages::end_change() noexcept {
     const bool unpublished = !touched_.empty() || !new_headers_.empty() || !freed_.empty() ||
                              free_pages_taken_ || added_pages_written_ || publishing_;
     if (unpublished) drop();
+    if (added_pages_written_ && !publishing_) cut_off_part_of_page();
     touched_.clear();
     new_headers_.clear();
     freed_.clear();
     added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = end_found_ = false;
     end_read();
+}
+
+// Whole pages that were added stay, as space that nothing names: on a share others would not see
+// that the file has become shorter.
+void CdxFile::Pages::cut_off_part_of_page() noexcept {
+    if (file_.remote()) return;
+    try {
+        const std::uint64_t size = file_.size();
+        if (size % kCdxPageSize != 0) file_.resize(size / kCdxPageSize * kCdxPageSize);
+    } catch (const EngineFault&) {
+        // The next change passes over it.
+    }
 }
 
 CdxPage& CdxFile::Pages::add(const CdxForm& form, bool leaf) {
@@ -460,6 +474,8 @@ void CdxFile::Pages::wait_for_disk() {
     if (!durable_) return;
     try {
         file_.sync();
+    } catch (const platform::ConnectionLost&) {
+        throw;
     } catch (const platform::FileError& failure) {
         throw EngineFault(failure);
     }

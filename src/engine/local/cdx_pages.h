@@ -134,6 +134,7 @@ class CdxFile::Pages {
     void wait_for_disk();
     bool lock_changes(std::optional<LockTry> attempt);
     void find_end();
+    void cut_off_part_of_page() noexcept;
     [[noreturn]] void full() const;
 
     platform::File file_;

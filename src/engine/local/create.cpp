@@ -37,8 +37,9 @@ void create_table(const std::string& path, TableLayout layout) {
     bytes[2] = static_cast<Byte>(today.month);
     bytes[3] = static_cast<Byte>(today.day);
     bytes.push_back(kEndOfFile);
+    platform::File table = open_for_creation(name);
     if (std::any_of(layout.fields.begin(), layout.fields.end(), is_memo)) MemoFile::create(name);
-    open_for_creation(name).write_at(0, bytes);
+    table.write_at(0, bytes);
 }
 
 void create_index(const std::string& path, const std::vector<TagDefinition>& tags) {

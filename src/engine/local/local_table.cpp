@@ -36,6 +36,8 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     if (layout.has_structural_index() && !table->orders_->open_structural()) return nullptr;
     table->orders_attached(0);
     table->shared_ = sharing == platform::Sharing::kShared;
+    // Records are read one by one where some are hidden; nobody shall wait for that.
+    if (table->hides_records()) table->orders_->end_opening();
     table->go_top();
     table->orders_->end_opening();
     return table;
@@ -97,28 +99,18 @@ void LocalTable::reopen() {
         const auto read = [this](RecordNumber first, MutableBytes into) {
             return file_->read_many(first, into);
         };
-        scan_records(layout(), file_->count(), read, use);
+        if (scan_records(layout(), file_->count(), read, use)) return;
+        throw EngineFault(FaultCode::kInputOutput, "read",
+                          file_->path() + ": records are missing while the index is made anew");
     });
-    if (begun_ || changed_ || keys_pending_) return;
+    interrupted_ = changed_ || keys_pending_;
+    if (begun_ || interrupted_) return;
     if (held && file_->lock(record_, LockTry::kInTurn) && loaded_) {
         std::vector<Byte> there(layout().record_length);
         file_->read(record_, there);
         if (there != original_) file_->unlock(record_);
     }
     refresh_record();
-}
-
-template <class Step>
-auto LocalTable::reaching(Step step) {
-    constexpr int kMostTries = 4;
-    for (int tries = 1;; ++tries) {
-        try {
-            if (lost()) reopen();
-            return step();
-        } catch (const platform::ConnectionLost& loss) {
-            if (tries == kMostTries || loss.unreachable()) throw;
-        }
-    }
 }
 
 // ------------------------------------------------------------------------- the record buffer
@@ -143,7 +135,7 @@ RecordView LocalTable::view() {
 }
 
 void LocalTable::forget_record() {
-    loaded_ = read_before_ = false;
+    loaded_ = read_before_ = interrupted_ = false;
     changed_ = false;
     keys_pending_ = false;
     begun_ = false;
@@ -269,7 +261,7 @@ void LocalTable::require_room_for_memos() const {
 void LocalTable::flush() {
     if (begun_ || (!changed_ && !keys_pending_)) return;
     reaching([this] {
-        if (!file_->owns(record_)) prepare_to_write_again();
+        if (interrupted_ || !file_->owns(record_)) prepare_to_write_again();
         write_changes();
     });
 }
@@ -277,16 +269,21 @@ void LocalTable::flush() {
 // After the session was lost: the record is locked anew, and must hold either what was read from it
 // or what was written to it.
 void LocalTable::prepare_to_write_again() {
-    const auto refuse = [&](const char* reason) {
-        return EngineFault(FaultCode::kNotLocked, "write",
-                           file_->path() + ": record " + std::to_string(record_) +
-                               ": the connection was lost while it was locked, and " + reason);
-    };
-    if (!file_->lock(record_, LockTry::kInTurn)) throw refuse("it is locked by another user now");
+    if (!file_->lock(record_, LockTry::kInTurn)) refuse_after_loss("is locked by another user now");
     std::vector<Byte> there(layout().record_length);
     file_->read(record_, there);
-    if (there != bytes_ && there != original_) throw refuse("another user has changed it");
+    if (there != bytes_ && there != original_) {
+        file_->unlock(record_);
+        refuse_after_loss("was changed by another user meanwhile");
+    }
     if (there == bytes_ && there != original_) pending_memos_.clear();
+    interrupted_ = false;
+}
+
+void LocalTable::refuse_after_loss(const char* what) const {
+    throw EngineFault(FaultCode::kNotLocked, "write",
+                      file_->path() + ": record " + std::to_string(record_) +
+                          ": the connection was lost while it was locked, and it " + what);
 }
 
 void LocalTable::write_changes() {
@@ -472,6 +469,7 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave
         keys.insert(record_has());
         keys.publish();
         if (leave == Leave::kLocked) static_cast<void>(file_->lock_new(place));
+        if (durable()) file_->sync();
         placed_at_added(place);
         return Added::kDone;
     });
@@ -526,6 +524,7 @@ void LocalTable::abandon_changes() noexcept {
 // For an appended record whose keys an order refuses, or whose index cannot be written: better a
 // deleted record without keys than a live one.
 void LocalTable::abandon_without_keys() noexcept {
+    if (interrupted_ || !file_->owns(record_)) return forget_record();
     try {
         const std::vector<Byte> before = original_;
         original_[0] = '*';
@@ -555,7 +554,8 @@ bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
         reaching([&] { return file_->holds(record) && file_->lock(record, attempt); });
     if (!locked) return false;
     // What was read before the lock may be another session's past.
-    if (!owned && record == record_) refresh_record();
+    if (owned || record != record_) return true;
+    interrupted_ ? prepare_to_write_again() : refresh_record();
     return true;
 }
 
@@ -689,9 +689,11 @@ void LocalTable::move_by(std::int64_t count) {
     const bool forward = count > 0;
     bool any = true;
     if (!hides_records() && (count > kFarSkip || count < -kFarSkip)) {
-        any = leap(count);
+        any = reaching([&] { return leap(count); });
     } else {
-        for (; any && count != 0; count += forward ? -1 : 1) any = step(forward);
+        for (; any && count != 0; count += forward ? -1 : 1) {
+            any = reaching([&] { return step(forward); });
+        }
     }
     if (any) return;
     if (forward) return place(0);

@@ -110,6 +110,7 @@ class LocalTable : public Table {
     void flush();
     void write_changes();
     void prepare_to_write_again();
+    [[noreturn]] void refuse_after_loss(const char* what) const;
     bool append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place);
     Added add_once(LockTry attempt, std::size_t distinct, Leave leave, RecordNumber& place);
     bool is_added(RecordNumber record);
@@ -171,6 +172,8 @@ class LocalTable : public Table {
     [[noreturn]] void refuse_order(std::size_t order, const char* operation) const;
     bool among(RecordNumber record, MutableBytes buffer);
     std::size_t count_visible(std::size_t order, RecordNumber last);
+    std::size_t count_keys(std::size_t order, KeySet keys);
+    std::size_t number_of_key(std::size_t order, KeySet keys);
 
     Expression compile(const std::string& text, const char* operation) const;
 
@@ -190,6 +193,7 @@ class LocalTable : public Table {
     bool changed_ = false;
     bool keys_pending_ = false;  // just appended: the index does not hold it yet
     bool begun_ = false;         // not in the file yet
+    bool interrupted_ = false;   // there are changes, and the lock that they rely on was lost
     std::map<const Field*, std::string> pending_memos_;
 
     std::size_t controlling_ = 0;
@@ -206,5 +210,18 @@ class LocalTable : public Table {
     bool shared_ = true;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();
 };
+
+template <class Step>
+auto LocalTable::reaching(Step step) {
+    constexpr int kMostTries = 4;
+    for (int tries = 1;; ++tries) {
+        try {
+            if (lost()) reopen();
+            return step();
+        } catch (const platform::ConnectionLost& loss) {
+            if (tries == kMostTries || loss.unreachable()) throw;
+        }
+    }
+}
 
 }  // namespace brenik::local

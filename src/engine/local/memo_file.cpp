@@ -226,6 +226,7 @@ std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
     store_be32(next_free.data(), static_cast<std::uint32_t>(block + blocks));
     // The system may have connected to a share again in order to write, and then others may have
     // been given these blocks meanwhile.
+    file_.require_same_session();
     doubtful_ = true;
     file_.write_at(0, next_free);
     file_.require_same_session();

@@ -176,10 +176,18 @@ void TableFile::read_once(RecordNumber record, MutableBytes into) const {
 
 void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
     require_named();
-    file_.require_same_session();
+    ask_server();
     std::optional<HeldLock> whole;
     keep_whole(record, platform::LockKind::kExclusive, whole);
     replace(offset_of(record), bytes, before);
+    file_.require_same_session();
+}
+
+// What somebody else has written in a record's place, under a lock that was lost to him, could not
+// be brought back. So the server of a share is asked at the last moment.
+void TableFile::ask_server() const {
+    if (!file_.remote()) return;
+    static_cast<void>(file_.size());
     file_.require_same_session();
 }
 
@@ -232,10 +240,7 @@ std::optional<std::vector<Byte>> TableFile::Addition::left_over() const {
 void TableFile::Addition::write(Bytes bytes) {
     std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
     record_and_end.push_back(kEndOfFile);
-    // A record that somebody else has added in this place under a lock that was lost to him could
-    // not be brought back: the server is asked once more, at the last moment.
-    if (file_.file_.remote()) static_cast<void>(file_.file_.size());
-    file_.file_.require_same_session();
+    file_.ask_server();
     file_.file_.write_at(file_.offset_of(record_), record_and_end);
     file_.step_autoincrement();
 }
@@ -245,8 +250,9 @@ void TableFile::Addition::count() {
     file_.file_.require_same_session();
     file_.count_doubtful_ = true;
     file_.set_count(record_ - 1, record_);
-    file_.count_doubtful_ = false;
     counted_ = true;
+    file_.file_.require_kept(kCountOffset, file_.count_bytes());
+    file_.count_doubtful_ = false;
 }
 
 void TableFile::Addition::uncount() {
@@ -265,7 +271,12 @@ void TableFile::set_count(RecordNumber from, RecordNumber to) {
     store_le32(before.data() + 3, from);
     replace(kDateOffset, date_and_count, before);
     known_count_ = to;
-    file_.require_kept(kDateOffset, date_and_count);
+}
+
+std::array<Byte, 4> TableFile::count_bytes() const {
+    std::array<Byte, 4> bytes{};
+    store_le32(bytes.data(), known_count_);
+    return bytes;
 }
 
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may

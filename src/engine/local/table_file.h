@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <array>
 #include <memory>
 #include <optional>
 #include <set>
@@ -100,6 +101,8 @@ class TableFile {
   private:
     void raise_count();
     void set_count(RecordNumber from, RecordNumber to);
+    std::array<Byte, 4> count_bytes() const;
+    void ask_server() const;
     TableFile(platform::File file, bool exclusive, LockMode mode)
         : file_(std::move(file)),
           exclusive_(exclusive),

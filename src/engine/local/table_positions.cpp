@@ -69,6 +69,10 @@ std::size_t LocalTable::key_count(std::size_t order, KeySet keys) {
     if (order > order_count()) refuse_order(order, "key count");
     if (!file_) return 0;
     flush();
+    return reaching([&] { return count_keys(order, keys); });
+}
+
+std::size_t LocalTable::count_keys(std::size_t order, KeySet keys) {
     if (keys == KeySet::kVisible && hides_records()) return count_visible(order, kNoRecord);
     if (order == 0) return record_count();
     return keys == KeySet::kVisible ? walk(order).count()
@@ -79,6 +83,10 @@ std::size_t LocalTable::key_number(std::size_t order, KeySet keys) {
     if (order > order_count()) refuse_order(order, "key number");
     if (record_ == 0) return 0;
     flush();
+    return reaching([&] { return number_of_key(order, keys); });
+}
+
+std::size_t LocalTable::number_of_key(std::size_t order, KeySet keys) {
     const bool judged = keys == KeySet::kVisible && hides_records();
     if (judged && !visible()) return 0;
     if (order == 0) return judged ? count_visible(0, record_) : record_;

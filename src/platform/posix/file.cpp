@@ -292,6 +292,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     if (fstat(handle, &facts) != 0) {
         file.failure_ = OpenFailure::kSystem;
     } else {
+        const ForksWait step;
         file.failure_ = check_plain_file(facts, flags);
         file.size_at_open_ = static_cast<std::uint64_t>(facts.st_size);
         file.session_ = &ShareSession::of(facts.st_dev, [&] { return kind_of(handle); });

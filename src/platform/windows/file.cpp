@@ -202,10 +202,12 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     } else {
         file.failure_ = check_plain_file(facts, mode, access);
         file.size_at_open_ = std::uint64_t{facts.nFileSizeHigh} << 32 | facts.nFileSizeLow;
-        file.session_ = &ShareSession::of(facts.dwVolumeSerialNumber, [&] {
-            return share_facts(file.path_).remote ? ShareSession::Kind::kSmb
-                                                  : ShareSession::Kind::kLocal;
-        });
+        // Two computers' disks can have the same number.
+        using Kind = ShareSession::Kind;
+        const Kind kind = share_facts(file.path_).remote ? Kind::kSmb : Kind::kLocal;
+        const std::uint64_t number = facts.dwVolumeSerialNumber;
+        file.session_ =
+            &ShareSession::of(number * 2 + (kind == Kind::kSmb ? 1 : 0), [kind] { return kind; });
         file.losses_ = file.session_->losses();
     }
     const bool shares = !is_log(mode) && mode != OpenMode::kSettings;
