@@ -23,6 +23,7 @@ File& File::operator=(File&& other) noexcept {
     sharing_ = other.sharing_;
     size_at_open_ = other.size_at_open_;
     locks_ = std::exchange(other.locks_, 0);
+    remote_ = other.remote_;
     session_ = other.session_;
     losses_ = other.losses_;
     path_ = std::move(other.path_);
@@ -30,8 +31,6 @@ File& File::operator=(File&& other) noexcept {
 }
 
 bool ConnectionLost::unreachable() const { return is_unreachable(system_code()); }
-
-bool File::remote() const { return session_ != nullptr && session_->remote(); }
 
 bool File::lost() const { return remote() && (!is_open() || session_->losses() != losses_); }
 

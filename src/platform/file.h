@@ -121,7 +121,7 @@ class File {
     void close() noexcept;
 
     // True when the file lies on a share.
-    bool remote() const;
+    bool remote() const { return remote_; }
     // True when the session with the share was lost since the file was opened.
     bool lost() const;
     // Opens the file again as it was opened, without any locks. Throws ConnectionLost.
@@ -184,7 +184,8 @@ class File {
     OpenMode mode_ = OpenMode::kReadOnly;
     Sharing sharing_ = Sharing::kShared;
     std::uint64_t size_at_open_ = 0;
-    int locks_ = 0;                    // but those that are kept
+    int locks_ = 0;  // but those that are kept
+    bool remote_ = false;
     ShareSession* session_ = nullptr;  // null until the file is opened for the first time
     unsigned losses_ = 0;              // of the session, when the file was opened
     std::string path_;

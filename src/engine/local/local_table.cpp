@@ -81,8 +81,7 @@ void LocalTable::shut() {
 
 // ----------------------------------------------------------------------- the share's session
 
-bool LocalTable::lost() const {
-    if (!file_) return false;
+bool LocalTable::lost_on_share() const {
     bool lost = orders_->doubtful() || file_->file().lost() || (memo_ && memo_->file().lost());
     orders_->for_each_file([&](const CdxFile& index) { lost = lost || index.file().lost(); });
     return lost;

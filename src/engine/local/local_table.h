@@ -133,7 +133,8 @@ class LocalTable : public Table {
     void require_open(const char* operation) const;
 
     // -- The share's session.
-    bool lost() const;
+    bool lost() const { return file_ && file_->file().remote() && lost_on_share(); }
+    bool lost_on_share() const;
     void reopen();
     // What a step answers that can be repeated, and is, a few times, when the session is lost.
     template <class Step>

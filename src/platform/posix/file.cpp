@@ -296,6 +296,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.failure_ = check_plain_file(facts, flags);
         file.size_at_open_ = static_cast<std::uint64_t>(facts.st_size);
         file.session_ = &ShareSession::of(facts.st_dev, [&] { return kind_of(handle); });
+        file.remote_ = file.session_->remote();
         file.losses_ = file.session_->losses();
     }
     const bool shares = !is_log(mode) && mode != OpenMode::kSettings;

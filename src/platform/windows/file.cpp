@@ -208,6 +208,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         const std::uint64_t number = facts.dwVolumeSerialNumber;
         file.session_ =
             &ShareSession::of(number * 2 + (kind == Kind::kSmb ? 1 : 0), [kind] { return kind; });
+        file.remote_ = file.session_->remote();
         file.losses_ = file.session_->losses();
     }
     const bool shares = !is_log(mode) && mode != OpenMode::kSettings;
