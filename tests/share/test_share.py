@@ -161,8 +161,9 @@ def practice(tmp_path):
                          ids=['default', 'uncached', 'proprietary'])
 def test_two_guests(practice, options, proprietary):
     practice.open(proprietary=proprietary)
+    traced = options != ''       # which takes its time
     for name in 'AB':
-        practice.add(name, work(name, trace=1), options)
+        practice.add(name, work(name, SECONDS * (4 if traced else 2), trace=traced), options)
     practice.begin()
     practice.judge()
     with open(judges.find(practice.folder, 'Trace.Log'), 'rb') as log:
