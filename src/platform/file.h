@@ -34,8 +34,8 @@ class ShareSession;
 enum class Sharing {
     kShared,
     kExclusive,
-    kCovered,  // shared, and covered by the sharing byte of another file that is always opened
-               // first
+    kCovered,  // shared; the file belongs to another one that is always opened first, and whose
+               // sharing byte speaks for both
 };
 
 // Of a file that belongs to one that is open with this sharing.

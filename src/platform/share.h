@@ -13,14 +13,14 @@
 
 namespace brenik::platform {
 
-// What the system says about the file system that a file or folder lies on.
+// What the system says about the file system that a file or folder lies on. Texts are empty where
+// there is nothing to say.
 struct ShareFacts {
-    bool remote = false;  // another computer's, as far as the system tells
-    std::string type;     // the system's name for it, such as "cifs"; may be empty
-    std::string options;  // of the mount, as the system lists them; may be empty
-    std::string
-        unsound;  // why nothing may be written there; empty when nothing is known against it
-    std::string doubtful;  // what can go wrong there all the same; empty likewise
+    bool remote = false;   // another computer's, as far as the system tells
+    std::string type;      // the system's name for it, such as "cifs"
+    std::string options;   // of the mount, as the system lists them
+    std::string unsound;   // why nothing may be written there
+    std::string doubtful;  // what can go wrong there all the same
 };
 ShareFacts share_facts(const std::string& path);
 

@@ -15,8 +15,8 @@
 //   5. pages that nothing names any more, linked into the free list
 //   6. the head of the free list, where pages were let go
 //
-// Whoever reads pages while they are written holds the index lock, so the counter tells him enough
-// when it changes first.
+// The counter goes first and once: readers of pages hold the index lock, so they wait until the
+// pages are written.
 //
 // A durable change also waits for the disk: after step 1, after step 6, and, where pages are added
 // or let go, after each level of step 3, and before and after step 5. So a power failure leaves

@@ -183,8 +183,8 @@ void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
     file_.require_same_session();
 }
 
-// What somebody else has written in a record's place, under a lock that was lost to him, could not
-// be brought back. So the server of a share is asked at the last moment.
+// Where the lock was lost, somebody else may have written this record, and nobody could bring that
+// back. So the server of a share is asked at the last moment.
 void TableFile::ask_server() const {
     if (!file_.remote()) return;
     static_cast<void>(file_.size());
@@ -301,9 +301,8 @@ TableFile::Place TableFile::next_place() {
     return {counted + 1, held > counted};
 }
 
-// What looks wrong without the lock may be an addition of
-// somebody else's that is under way. So it is looked at again under the lock, by an Addition that
-// is given up at once.
+// What looks wrong without the lock may be an addition of somebody else's that is under way. So it
+// is looked at again under the lock, by an Addition that is given up at once.
 void TableFile::require_room() {
     try {
         static_cast<void>(next_place());
