@@ -79,7 +79,8 @@ def held_journal_entry(new_host, practice):
 def held_journal(kind, *place):
     def journal(new_host, practice):
         """Without a place in the journal notices fail, adds and edits are made all the same: each after the patience
-        that a place in a table is given, and none of them holds the others up."""
+        that a place in a table is given, and none of them holds the others up. The two adds may meet at the counter,
+        on a slow machine for long enough to show that; whoever waited out the other's patience would show it often."""
         before, hosts = practice.table('LAWTRANS'), [new_host() for _ in range(5)]
         number = next(r.number for r in practice.table('LAW1').rows if not before.where(CCODE='E', U_ID=r['U_ID']))
         practice.patch('LAW1', number)
@@ -90,7 +91,9 @@ def held_journal(kind, *place):
                  lambda host: host.add(3, {'MATTER': 'Unstamped'})[0]]
         with HeldBytes(practice.find('LAWTRANS' + kind), *place):
             results = at_once(*[lambda call=call, host=host: timed(call, host) for call, host in zip(calls, hosts)])
-        assert [rc for rc, _ in results] == [8, 10, 0, 0, 0] and not any(host.notices() for host in hosts)
+        assert [rc for rc, _ in results] == [8, 10, 0, 0, 0]
+        notices = [host.notices() for host in hosts]
+        assert notices[:3] == [0, 0, 0] and max(notices) < NOTICES / 2, notices
         assert all(PATIENCE[0] < seconds < PATIENCE[1] for _, seconds in results), results
         assert practice.table('LAWTRANS').table.count == before.table.count
         assert [row.number for row in practice.table('LAW1').where(LAST='Unstamped')][0] == number
