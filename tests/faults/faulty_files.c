@@ -17,7 +17,8 @@
 // lseek() to the end does; somebody else's lock answers EACCES. At the spoilt call the session
 // ends, and all locks of the process with it. From then on locks, unlocks and looks at the end of a
 // file answer EBADF, until something is read from it or written to it: that connects again, is
-// counted, and takes the file's locks again, where nobody else has got them.
+// counted, and takes the file's locks again, where nobody else has got them. "stale" is on a share,
+// too: what was just written to a file's header is not there when it is read back.
 
 #define _GNU_SOURCE
 
@@ -45,6 +46,7 @@ enum Kind {
     kRead,
     kLock,
     kGranted,
+    kStale,
     kDrop,
     kDropRead,
     kDropLock,
@@ -63,13 +65,14 @@ static const struct {
     {"read", kReading},       // the call fails
     {"lock", kLocking},       // the call fails, and not because somebody else has the lock
     {"granted", kLocking},    // from this call on every lock is had, whoever has it
+    {"stale", kReading},      // gives the header as it was before the last write to it
     {"drop", kWriting},       // the session with the share ends before the call
     {"drop-read", kReading},  // likewise
     {"drop-lock", kLocking},  // likewise
     {"drops", kReading},      // at every so many calls, which then take a while
 };
 
-enum { kMostFiles = 4096, kMostLocks = 64, kSilence_us = 30000 };
+enum { kMostFiles = 4096, kMostLocks = 64, kHeader = 32, kSilence_us = 30000 };
 static const unsigned kShareType = 0xFE534D42;
 
 static struct {
@@ -88,6 +91,8 @@ static struct {
         off_t size;
         struct flock locks[kMostLocks];
         int lock_count;
+        char old_header[kHeader];
+        ssize_t kept;
     } on_share[kMostFiles];
 } state = {.record = -1};
 
@@ -143,7 +148,7 @@ static void note_change(const char* what, const char* path, off_t at, const void
     if (count && write(state.record, bytes, count) != (ssize_t)count) abort();
 }
 
-static int is_share(void) { return state.ready && state.kind >= kDrop; }
+static int is_share(void) { return state.ready && state.kind >= kStale; }
 
 static int set_lock(int file, const struct flock* range) {
     static int (*real)(int, int, ...);
@@ -208,7 +213,7 @@ static int spoils(enum Class class_of_call) {
     if (!state.armed) return 0;
     const unsigned long number = ++state.calls[class_of_call];
     if (class_of_call != kKinds[state.kind].class_of_calls || !state.spoilt_call) return 0;
-    if (is_share()) {
+    if (state.kind >= kDrop) {
         const int often = state.kind == kDrops && number % state.spoilt_call == 0;
         if (number == state.spoilt_call || often) end_session();
         if (often) usleep(kSilence_us);
@@ -296,9 +301,28 @@ int fcntl(int file, int command, ...) {
     return result;
 }
 
+static ssize_t read_at(int file, void* bytes, size_t count, off_t at) {
+    REAL(ssize_t, "pread", int, void*, size_t, off_t);
+    return real(file, bytes, count, at);
+}
+
+static void keep_header(int file) {
+    struct OnShare* share = &state.on_share[file];
+    share->kept = read_at(file, share->old_header, kHeader, 0);
+}
+
+static ssize_t read_stale(int file, void* bytes, size_t count, off_t at) {
+    const struct OnShare* share = &state.on_share[file];
+    const ssize_t got = read_at(file, bytes, count, at);
+    const ssize_t kept = share->kept - at;
+    if (kept > 0) memcpy(bytes, share->old_header + at, (size_t)(got < kept ? got : kept));
+    return got;
+}
+
 static ssize_t write_at(int file, const void* bytes, size_t count, off_t at) {
     REAL(ssize_t, "pwrite", int, const void*, size_t, off_t);
     if (is_ours(file)) connect_again(file);
+    if (is_ours(file) && is_share() && at < kHeader) keep_header(file);
     const ssize_t put = real(file, bytes, count, at);
     if (is_ours(file) && put > 0) {
         note_change("write", state.ours[file], at, bytes, (size_t)put);
@@ -330,10 +354,11 @@ ssize_t write(int file, const void* bytes, size_t count) {
 }
 
 ssize_t pread(int file, void* bytes, size_t count, off_t at) {
-    REAL(ssize_t, "pread", int, void*, size_t, off_t);
-    if (is_ours(file) && spoils(kReading)) return fail_with(EIO);
+    if (is_ours(file) && spoils(kReading)) {
+        return state.kind == kStale ? read_stale(file, bytes, count, at) : fail_with(EIO);
+    }
     if (is_ours(file)) connect_again(file);
-    return real(file, bytes, count, at);
+    return read_at(file, bytes, count, at);
 }
 
 int fstat(int file, struct stat* facts) {

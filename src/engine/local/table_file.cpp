@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 #include "engine/local/field_codec.h"
 #include "platform/clock.h"
@@ -222,6 +223,7 @@ TableFile::Addition::Addition(TableFile& file, LockTry attempt, Table::Leave lea
         append_lock_.emplace(file.file_, range);
     }
     const Place next = file.next_place();
+    file.require_uncounted(next.record);
     left_over_ = next.left_over;
     if (leave == Table::Leave::kUnlocked || file.lock_new(next.record)) record_ = next.record;
 }
@@ -299,6 +301,16 @@ TableFile::Place TableFile::next_place() {
                               std::to_string(locks_.data_limit(marked_)));
     }
     return {counted + 1, held > counted};
+}
+
+// A share that shows an older count than before would have counted records written over. It is told
+// of once: a server that has lost what it was given will not show it again.
+void TableFile::require_uncounted(RecordNumber record) {
+    if (!file_.remote() || record > known_count_) return;
+    const RecordNumber known = std::exchange(known_count_, record - 1);
+    throw EngineFault(FaultCode::kInputOutput, "append",
+                      path() + ": the share shows " + std::to_string(record - 1) +
+                          " records, and has shown " + std::to_string(known) + " before");
 }
 
 // What looks wrong without the lock may be an addition of somebody else's that is under way. So it

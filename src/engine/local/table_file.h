@@ -123,6 +123,7 @@ class TableFile {
         bool left_over;  // the file holds a record there, which was never counted
     };
     Place next_place();
+    void require_uncounted(RecordNumber record);
     void require_named(bool named) const;
     template <class Visit>
     void for_each_autoincrement(Visit visit);
