@@ -139,6 +139,7 @@ void LocalTable::forget_record() {
     keys_pending_ = false;
     begun_ = false;
     pending_memos_.clear();
+    known_memos_.clear();
 }
 
 void LocalTable::place(RecordNumber record) {
@@ -180,6 +181,14 @@ std::string LocalTable::memo_text(const Field& field) {
         MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
         refresh_record();
     }
+    if (!file_->owns(record_)) return read_memo(field);
+    // Nobody else changes it now, and it will be compared with the text that replaces it.
+    const auto known = known_memos_.find(&field);
+    if (known != known_memos_.end()) return known->second;
+    return known_memos_[&field] = read_memo(field);
+}
+
+std::string LocalTable::read_memo(const Field& field) {
     return reaching([&] { return memo_->read(memo_block(view(), field)); });
 }
 
@@ -243,6 +252,7 @@ void LocalTable::refresh_record() {
 // which this answers, free for others.
 std::vector<std::uint32_t> LocalTable::write_memos() {
     std::vector<std::uint32_t> replaced;
+    known_memos_.clear();
     for (const auto& [field, text] : pending_memos_) {
         replaced.push_back(memo_block({bytes_, record_}, *field));
         set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M', durable()));

@@ -25,6 +25,8 @@ constexpr Byte kTextEnd = 0x1A;
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
 // What a new record must find free: its memos come later, and are then refused no more.
 constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
+// Enough for most texts, so that they take one call.
+constexpr std::size_t kReadAtOnce = 512;
 constexpr std::uint64_t kReadUnasked = 1 << 16;
 constexpr std::size_t kMostReleased = 4096;
 constexpr std::size_t kMostRemembered = 4096;
@@ -101,9 +103,14 @@ std::string MemoFile::read(std::uint32_t block) const {
     if (block == 0) return {};
     const std::uint64_t offset = std::uint64_t{block} * block_size_;
     if (kind_ == Kind::kGeneration3) return read_generation3(offset);
-    std::string text(static_cast<std::size_t>(data_length(offset)), '\0');
+    std::array<Byte, kReadAtOnce> first;
+    const Bytes begin(first.data(), file_.read_at(offset, first));
+    std::string text(static_cast<std::size_t>(data_length(offset, begin)), '\0');
     const std::span<Byte> buffer{reinterpret_cast<Byte*>(text.data()), text.size()};
-    if (file_.read_at(offset + kBlockHeaderSize, buffer) != text.size()) {
+    const std::size_t at_hand = std::min(buffer.size(), begin.size() - kBlockHeaderSize);
+    std::ranges::copy(begin.subspan(kBlockHeaderSize, at_hand), buffer.begin());
+    const std::span<Byte> rest = buffer.subspan(at_hand);
+    if (!rest.empty() && file_.read_at(offset + kBlockHeaderSize + at_hand, rest) != rest.size()) {
         damaged(offset, "a memo that ends past the file");
     }
     return text;
@@ -121,12 +128,11 @@ std::string MemoFile::read_generation3(std::uint64_t offset) const {
     return text;
 }
 
-// Length of the data of the memo whose first block is at the offset. One that would cost memory is
-// checked against the file; any other is found out by reading it.
-std::uint64_t MemoFile::data_length(std::uint64_t block_offset) const {
-    std::array<Byte, kBlockHeaderSize> header;
+// Length of the data of the memo whose first block is at the offset and begins with these bytes.
+// One that would cost memory is checked against the file; any other is found out by reading it.
+std::uint64_t MemoFile::data_length(std::uint64_t block_offset, Bytes header) const {
     const std::uint64_t first_usable = kind_ == Kind::kFpt ? kFptHeaderSize : block_size_;
-    if (block_offset < first_usable || file_.read_at(block_offset, header) != header.size()) {
+    if (block_offset < first_usable || header.size() < kBlockHeaderSize) {
         damaged(block_offset, "a memo block outside the file");
     }
     std::uint64_t length = load_be32(header.data() + 4);
@@ -163,21 +169,16 @@ std::uint32_t MemoFile::write(std::string_view text, bool binary, bool durable) 
     std::copy(text.begin(), text.end(), bytes.begin() + kBlockHeaderSize);
     file_.write_at(std::uint64_t{block} * block_size_, bytes);
     if (durable) file_.sync();
-    ours_.push_back(block);
+    ours_.push_back({block, blocks});
     if (ours_.size() > kMostRemembered) ours_.pop_front();
     return block;
 }
 
 void MemoFile::release(std::uint32_t block) {
-    const auto own = std::find(ours_.begin(), ours_.end(), block);
+    const auto own = std::ranges::find(ours_, block, &Written::block);
     if (own == ours_.end()) return;
+    released_.push_back({block, own->blocks, Clock::now() + kTextStays});
     ours_.erase(own);
-    try {
-        const std::uint64_t blocks = blocks_for(data_length(std::uint64_t{block} * block_size_));
-        released_.push_back({block, blocks, Clock::now() + kTextStays});
-    } catch (const EngineFault&) {
-        return;  // what is not a memo is nothing to build on
-    }
     if (released_.size() > kMostReleased) released_.pop_front();
 }
 

@@ -83,7 +83,7 @@ class MemoFile {
     void read_header();
     void pass_over_used_blocks();
     std::string read_generation3(std::uint64_t offset) const;
-    std::uint64_t data_length(std::uint64_t block_offset) const;
+    std::uint64_t data_length(std::uint64_t block_offset, Bytes header) const;
     std::uint32_t reuse(std::uint64_t blocks);
     std::uint32_t allocate(std::uint64_t blocks, bool durable);
     std::uint32_t allocate_locked(std::uint64_t blocks, bool durable);
@@ -101,13 +101,17 @@ class MemoFile {
     std::uint32_t block_size_ = 512;
     std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: not known
 
+    struct Written {
+        std::uint32_t block;
+        std::uint64_t blocks;
+    };
     struct Released {
         std::uint32_t block;
         std::uint64_t blocks;
         Clock::time_point free_from;
     };
-    std::deque<Released> released_;   // the longest free first
-    std::deque<std::uint32_t> ours_;  // memos written here, the oldest first
+    std::deque<Released> released_;  // the longest free first
+    std::deque<Written> ours_;       // memos written here, the oldest first
 };
 
 }  // namespace brenik::local
