@@ -88,7 +88,8 @@ PLACES = [('practice', 8, False)] if SANITIZED else [('practice', 8, False), ('p
 @pytest.mark.parametrize('place, count, kills', PLACES)
 def test_soak(tmp_path, place, count, kills):
     """On the share sizes are as they were last asked for, and sessions end with all locks. Work is refused there only
-    when somebody else has changed meanwhile what it had locked."""
+    when somebody else has changed meanwhile what it had locked: a note that was just marked deleted is a live one then.
+    """
     practice = tmp_path / place
     tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
     killed = work(practice, tmp_path, count, kills)
@@ -96,7 +97,7 @@ def test_soak(tmp_path, place, count, kills):
     report(logs, killed)
     done = [len(log.lines) for log in logs.values()]
     complaints = [complaint for log in logs.values() for complaint in log.complaints]
-    refused = [complaint for complaint in complaints if re.match('refused .* 14 ', complaint)]
+    refused = [complaint for complaint in complaints if re.match('refused (.* 14|delete 6) ', complaint)]
     assert complaints == (refused if place == 'share' else []) and len(refused) < sum(done) / 200
     # A starved workstation does next to nothing, or waits all the time; a busy machine alone never goes so far.
     assert kills or min(done) > max(done) / 8, done

@@ -57,10 +57,10 @@ class Practice:
     def __init__(self, folder):
         self.folder, self.guests, self.paths, self.logs, self.server = folder / 'practice', {}, {}, {}, None
 
-    def open(self, *options, proprietary=False):
+    def open(self, *options, settings=''):
         tool('sample', self.folder, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
         with open(judges.find(self.folder, 'LAWSYS.INI'), 'w', newline='\r\n') as file:
-            file.write('[Main]\nnServerType=0\nLockType=%d\n' % proprietary)
+            file.write('[Main]\nnServerType=0\n' + settings)
         self.server = Server(self.folder.parent, self.folder, options)
 
     def add_guest(self, name, job, options=''):
@@ -157,10 +157,11 @@ def practice(tmp_path):
     practice.close()
 
 
-@pytest.mark.parametrize('options, proprietary', [('', False), ('cache=none', False), ('', True)],
-                         ids=['default', 'uncached', 'proprietary'])
-def test_two_guests(practice, options, proprietary):
-    practice.open(proprietary=proprietary)
+@pytest.mark.parametrize('options, settings', [('', ''), ('cache=none', ''), ('', 'LockType=1\n'),
+                                               ('cache=none', 'Durability=full\n')],
+                         ids=['default', 'uncached', 'proprietary', 'durable'])
+def test_two_guests(practice, options, settings):
+    practice.open(settings=settings)
     traced = options != ''       # which takes its time
     for name in 'AB':
         practice.add(name, work(name, SECONDS * (4 if traced else 2), trace=traced), options)

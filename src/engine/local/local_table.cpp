@@ -16,6 +16,8 @@ namespace {
 
 // From so many records on, finding the place by number costs less than walking there.
 constexpr std::int64_t kFarSkip = 64;
+// Longer texts are read again rather than kept.
+constexpr std::size_t kLongestKnown = 1 << 16;
 
 }  // namespace
 
@@ -103,6 +105,7 @@ void LocalTable::reopen() {
                           file_->path() + ": records are missing while the index is made anew");
     });
     interrupted_ = changed_ || keys_pending_;
+    known_memos_.clear();
     if (begun_ || interrupted_) return;
     if (held && file_->lock(record_, LockTry::kInTurn) && loaded_) {
         std::vector<Byte> there(layout().record_length);
@@ -177,19 +180,16 @@ const Field& LocalTable::field_at(std::size_t position, const char* operation) c
 std::string LocalTable::memo_text(const Field& field) {
     const auto pending = pending_memos_.find(&field);
     if (pending != pending_memos_.end()) return pending->second;
-    if (loaded_ && record_ != 0 && !file_->owns(record_) &&
+    if (loaded_ && record_ != 0 && !changed_ && !file_->owns(record_) &&
         MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
         refresh_record();
     }
-    if (!file_->owns(record_)) return read_memo(field);
-    // Nobody else changes it now, and it will be compared with the text that replaces it.
     const auto known = known_memos_.find(&field);
-    if (known != known_memos_.end()) return known->second;
-    return known_memos_[&field] = read_memo(field);
-}
-
-std::string LocalTable::read_memo(const Field& field) {
-    return reaching([&] { return memo_->read(memo_block(view(), field)); });
+    if (known != known_memos_.end() && file_->owns(record_)) return known->second;
+    std::string text = reaching([&] { return memo_->read(memo_block(view(), field)); });
+    // Nobody else changes it now, and it will be compared with the text that replaces it.
+    if (file_->owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
+    return text;
 }
 
 Value LocalTable::field_get(std::size_t position) {

@@ -130,7 +130,6 @@ class LocalTable : public Table {
     bool says_already(const Field& field, const Value& value);
     const Field& field_at(std::size_t position, const char* operation) const;
     std::string memo_text(const Field& field);
-    std::string read_memo(const Field& field);
     void require_open(const char* operation) const;
 
     // -- The share's session.
@@ -197,7 +196,7 @@ class LocalTable : public Table {
     bool begun_ = false;         // not in the file yet
     bool interrupted_ = false;   // there are changes, and the lock that they rely on was lost
     std::map<const Field*, std::string> pending_memos_;
-    std::map<const Field*, std::string> known_memos_;  // as they are in the file
+    std::map<const Field*, std::string> known_memos_;  // of a record that is locked here
 
     std::size_t controlling_ = 0;
     std::optional<IndexEntry> entry_;  // of the current record in the controlling order

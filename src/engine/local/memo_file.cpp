@@ -104,7 +104,7 @@ std::string MemoFile::read(std::uint32_t block) const {
     const std::uint64_t offset = std::uint64_t{block} * block_size_;
     if (kind_ == Kind::kGeneration3) return read_generation3(offset);
     std::array<Byte, kReadAtOnce> first;
-    const Bytes begin(first.data(), file_.read_at(offset, first));
+    const Bytes begin(first.data(), file_.read_at(offset, up_to_lock(first, offset)));
     std::string text(static_cast<std::size_t>(data_length(offset, begin)), '\0');
     const std::span<Byte> buffer{reinterpret_cast<Byte*>(text.data()), text.size()};
     const std::size_t at_hand = std::min(buffer.size(), begin.size() - kBlockHeaderSize);
@@ -114,6 +114,13 @@ std::string MemoFile::read(std::uint32_t block) const {
         damaged(offset, "a memo that ends past the file");
     }
     return text;
+}
+
+// The lock's position is left out: some systems refuse to read what somebody has locked.
+MutableBytes MemoFile::up_to_lock(MutableBytes bytes, std::uint64_t offset) const {
+    if (offset >= lock_.offset) return bytes;
+    return bytes.first(static_cast<std::size_t>(
+        std::clamp<std::uint64_t>(lock_.offset - offset, kBlockHeaderSize, bytes.size())));
 }
 
 std::string MemoFile::read_generation3(std::uint64_t offset) const {

@@ -82,6 +82,7 @@ class MemoFile {
         : file_(std::move(file)), kind_(kind), lock_(LockScheme::memo(mode)) {}
     void read_header();
     void pass_over_used_blocks();
+    MutableBytes up_to_lock(MutableBytes bytes, std::uint64_t offset) const;
     std::string read_generation3(std::uint64_t offset) const;
     std::uint64_t data_length(std::uint64_t block_offset, Bytes header) const;
     std::uint32_t reuse(std::uint64_t blocks);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <utility>
 
 #include "engine/local/field_codec.h"
 #include "platform/clock.h"
@@ -23,6 +22,8 @@ constexpr std::size_t kAutoincrementStep = 23;
 constexpr Byte kEndOfFile = 0x1A;
 // The system's pages, or parts of them.
 constexpr std::uint64_t kPageSize = 4096;
+// Longer than any system is known to remember what a share has told it.
+constexpr std::chrono::seconds kOldAnswersLast{15};
 // A record is copied in microseconds; who has been stopped in the middle of it is not waited for.
 constexpr int kWholeTimeout_ms = 50;
 // A record that is another one each time is being rewritten faster than anybody works.
@@ -120,7 +121,7 @@ TableLayout TableFile::read_layout() {
         static_cast<std::size_t>(std::min<std::uint64_t>(kLargestHeader, file_.size_at_open())));
     header.resize(file_.read_at(0, header));
     TableLayout layout = parse_layout(header, file_.path());
-    known_count_ =
+    known_count_ = seen_count_ =
         std::min(load_le32(header.data() + kCountOffset), records_in(layout, file_.size_at_open()));
     return layout;
 }
@@ -139,8 +140,10 @@ RecordNumber TableFile::counted_in_header() const {
 
 RecordNumber TableFile::count() {
     const RecordNumber counted = counted_in_header();
-    if (counted <= known_count_) return known_count_ = counted;
-    return known_count_ = std::min(counted, records_in(layout_, file_.size()));
+    known_count_ =
+        counted <= known_count_ ? counted : std::min(counted, records_in(layout_, file_.size()));
+    seen_count_ = std::max(seen_count_, known_count_);
+    return known_count_;
 }
 
 RecordNumber TableFile::records_in(const TableLayout& layout, std::uint64_t size) {
@@ -223,7 +226,6 @@ TableFile::Addition::Addition(TableFile& file, LockTry attempt, Table::Leave lea
         append_lock_.emplace(file.file_, range);
     }
     const Place next = file.next_place();
-    file.require_uncounted(next.record);
     left_over_ = next.left_over;
     if (leave == Table::Leave::kUnlocked || file.lock_new(next.record)) record_ = next.record;
 }
@@ -272,7 +274,7 @@ void TableFile::set_count(RecordNumber from, RecordNumber to) {
     store_le32(date_and_count.data() + 3, to);
     store_le32(before.data() + 3, from);
     replace(kDateOffset, date_and_count, before);
-    known_count_ = to;
+    known_count_ = seen_count_ = to;
 }
 
 std::array<Byte, 4> TableFile::count_bytes() const {
@@ -281,10 +283,27 @@ std::array<Byte, 4> TableFile::count_bytes() const {
     return bytes;
 }
 
+// A share that shows an older count would have counted records written over. After a while the
+// lower count is taken as it is: the server may have lost the others, or a workstation have taken
+// them back.
+void TableFile::require_newest(RecordNumber counted) {
+    if (!file_.remote()) return;
+    if (counted >= seen_count_) return older_since_.reset();
+    const auto now = std::chrono::steady_clock::now();
+    if (!older_since_) older_since_ = now;
+    if (now - *older_since_ <= kOldAnswersLast) {
+        throw EngineFault(FaultCode::kInputOutput, "append",
+                          path() + ": the share shows " + std::to_string(counted) +
+                              " records, and has shown " + std::to_string(seen_count_) + " before");
+    }
+    seen_count_ = counted;
+}
+
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may
 // have been cut short, or have lost its name, since it was opened.
 TableFile::Place TableFile::next_place() {
     const RecordNumber counted = counted_in_header();
+    require_newest(counted);
     const platform::File::Standing standing = file_.standing();
     require_named(standing.named);
     const RecordNumber held = records_in(layout_, standing.size);
@@ -301,16 +320,6 @@ TableFile::Place TableFile::next_place() {
                               std::to_string(locks_.data_limit(marked_)));
     }
     return {counted + 1, held > counted};
-}
-
-// A share that shows an older count than before would have counted records written over. It is told
-// of once: a server that has lost what it was given will not show it again.
-void TableFile::require_uncounted(RecordNumber record) {
-    if (!file_.remote() || record > known_count_) return;
-    const RecordNumber known = std::exchange(known_count_, record - 1);
-    throw EngineFault(FaultCode::kInputOutput, "append",
-                      path() + ": the share shows " + std::to_string(record - 1) +
-                          " records, and has shown " + std::to_string(known) + " before");
 }
 
 // What looks wrong without the lock may be an addition of somebody else's that is under way. So it

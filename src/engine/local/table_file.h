@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <set>
@@ -123,7 +124,7 @@ class TableFile {
         bool left_over;  // the file holds a record there, which was never counted
     };
     Place next_place();
-    void require_uncounted(RecordNumber record);
+    void require_newest(RecordNumber counted);
     void require_named(bool named) const;
     template <class Visit>
     void for_each_autoincrement(Visit visit);
@@ -134,6 +135,8 @@ class TableFile {
     bool exclusive_;
     LockMode mode_;
     RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
+    RecordNumber seen_count_ = 0;   // the highest that is not known to be taken back
+    std::optional<std::chrono::steady_clock::time_point> older_since_;  // a share shows less
     TableLayout layout_;
     LockScheme locks_;
     LockQueue append_queue_{file_};
