@@ -62,6 +62,14 @@ void File::require_kept(std::uint64_t offset, std::span<const std::uint8_t> writ
                           "; look at how it is mounted, and at what else works on its files");
 }
 
+// On a share every file does. The server would else let a workstation remember what it reads of the
+// file, until it hears that another one has taken a lock, which may be too late; where somebody has
+// a lock all the time, it never does.
+bool File::takes_sharing_byte() const {
+    return !is_log(mode_) && mode_ != OpenMode::kSettings &&
+           (sharing_ != Sharing::kCovered || remote());
+}
+
 void File::require_session(const char* operation, std::uint64_t offset) const {
     if (lost()) throw ConnectionLost(operation, path_, offset, not_connected());
 }

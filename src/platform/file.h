@@ -35,7 +35,7 @@ enum class Sharing {
     kShared,
     kExclusive,
     kCovered,  // shared; the file belongs to another one that is always opened first, and whose
-               // sharing byte speaks for both
+               // sharing byte speaks for both, but for files on a share
 };
 
 // Of a file that belongs to one that is open with this sharing.
@@ -173,6 +173,7 @@ class File {
   private:
     static constexpr std::intptr_t kNoHandle = -1;
 
+    bool takes_sharing_byte() const;
     void require_session(const char* operation, std::uint64_t offset) const;
     [[noreturn]] void fail(const char* operation, std::uint64_t offset, int system_code) const;
     bool reached_again();

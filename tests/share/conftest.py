@@ -7,6 +7,7 @@ also if that is killed.
 """
 
 import os
+import re
 import socket
 import subprocess
 import time
@@ -92,6 +93,12 @@ class Server:
         lines = [line.split() for line in self._status('--shares').splitlines()]
         found = [words[1] for words in lines if words and words[0] == guest]
         return bool(found) and subprocess.run([*AS_ROOT, 'kill', '-KILL', *found]).returncode == 0
+
+    def remembered(self):
+        """The tables' files that several have open, while one of them may go on with what it has read."""
+        leases = re.findall(r'LEASE\((\w*)\) +\S+ +(\S+\.(?:DBF|CDX|FPT))', self._status('--locks'))
+        names = [name for _, name in leases]
+        return {name for lease, name in leases if 'R' in lease and names.count(name) > 1}
 
     def locks(self):
         """How many lock requests have reached the server since it started."""

@@ -131,7 +131,7 @@ class Practice:
         written = {words[1] for log in self.logs.values() for words in log.written}
         for name in tables_of(self.folder):
             if 'U_ID' in judges.TableView(self.folder, name).names:
-                judges.assert_finished(self, name, written)
+                judges.assert_finished(self, name, written, edited=('NAME',))
         assert_mended(self.folder)
         judges.assert_sound(self.folder)
 
@@ -166,6 +166,7 @@ def test_two_guests(practice, options, settings):
     for name in 'AB':
         practice.add(name, work(name, SECONDS * (4 if traced else 2), trace=traced), options)
     practice.begin()
+    assert not practice.server.remembered()
     practice.judge()
     with open(judges.find(practice.folder, 'Trace.Log'), 'rb') as log:
         assert b'\0' not in log.read()

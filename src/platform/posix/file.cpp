@@ -299,8 +299,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.remote_ = file.session_->remote();
         file.losses_ = file.session_->losses();
     }
-    const bool shares = !is_log(mode) && mode != OpenMode::kSettings;
-    if (file.failure_ == OpenFailure::kNone && shares && sharing != Sharing::kCovered) {
+    if (file.failure_ == OpenFailure::kNone && file.takes_sharing_byte()) {
         file.failure_ = share(handle, sharing);
     }
     // Emptied only once no other open excludes ours.
