@@ -62,9 +62,8 @@ void File::require_kept(std::uint64_t offset, std::span<const std::uint8_t> writ
                           "; look at how it is mounted, and at what else works on its files");
 }
 
-// On a share every file does. The server would else let a workstation remember what it reads of the
-// file, until it hears that another one has taken a lock, which may be too late; where somebody has
-// a lock all the time, it never does.
+// On a share every file does. Where nobody has a lock, a server may let workstations remember what
+// they read of a file until one of them takes a lock; the message that ends this may come too late.
 bool File::takes_sharing_byte() const {
     return !is_log(mode_) && mode_ != OpenMode::kSettings &&
            (sharing_ != Sharing::kCovered || remote());

@@ -297,6 +297,7 @@ void TableFile::require_newest(RecordNumber counted) {
                               " records, and has shown " + std::to_string(seen_count_) + " before");
     }
     seen_count_ = counted;
+    older_since_.reset();
 }
 
 // Under the append lock the header's count is exact. The file is looked at too, each time: it may
