@@ -35,7 +35,7 @@ enum class Sharing {
     kShared,
     kExclusive,
     kCovered,  // shared; the file belongs to another one that is always opened first, and whose
-               // sharing byte speaks for both, but for files on a share
+               // sharing byte speaks for both, unless they lie on a share
 };
 
 // Of a file that belongs to one that is open with this sharing.

@@ -56,6 +56,7 @@ class Practice:
 
     def __init__(self, folder):
         self.folder, self.guests, self.paths, self.logs, self.server = folder / 'practice', {}, {}, {}, None
+        self.edited = ()         # tags in which the key of one record may be missing, whose edit a kill cut short
 
     def open(self, *options, settings=''):
         tool('sample', self.folder, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
@@ -131,7 +132,7 @@ class Practice:
         written = {words[1] for log in self.logs.values() for words in log.written}
         for name in tables_of(self.folder):
             if 'U_ID' in judges.TableView(self.folder, name).names:
-                judges.assert_finished(self, name, written, edited=('NAME',))
+                judges.assert_finished(self, name, written, self.edited)
         assert_mended(self.folder)
         judges.assert_sound(self.folder)
 
@@ -192,6 +193,7 @@ def test_killed_guest(practice):
     practice.begin()
     practice.wait_for_lines('A', 5 * LEAST_WORK)
     practice.guests['A'].kill()
+    practice.edited = ('NAME',)
     done = practice.lines('B')
     practice.judge(interrupted=True)
     assert practice.lines('B') >= done + LEAST_WORK

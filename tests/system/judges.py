@@ -136,8 +136,8 @@ def assert_sound(folder, *names):
 
 
 def assert_finished(practice, name, acknowledged, edited=()):
-    """Forgiven are faults that concern only records which no call has acknowledged, and splits that were cut short; in
-    the tags `edited` one record, whose edit was cut short, too."""
+    """Forgiven are faults that concern only records which no call has acknowledged, and splits that were cut short. In
+    the tags `edited` the key of one record may be missing, because its edit was cut short."""
     view = TableView(practice.folder, name)
     known = {row.number for row in view.rows if row['U_ID'] in set(acknowledged)}
     lost = {(tag, number) for tag, number in view.unreachable() if number in known}
