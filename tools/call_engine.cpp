@@ -135,8 +135,7 @@ constexpr std::array kOperations{
             }},
     Routine{"ADSREFRESHRECORD", "",
             [](Session& s, Arguments&) -> Value {
-                table(s, "ADSREFRESHRECORD").refresh_record();
-                return 0;
+                return table(s, "ADSREFRESHRECORD").refresh_record();
             }},
     Routine{"ADSSETSERVERTYPE", "[server type]",
             [](Session& s, Arguments& a) -> Value {
@@ -267,8 +266,9 @@ constexpr std::array kOperations{
             }},
     Routine{"used", "", [](Session& s, Arguments&) -> Value { return s.areas.used(); }},
     Routine{"value of setting", "section, key, default, file",
-            [](Session&, Arguments& a) -> Value {
-                return platform::profile_string(a.text(0), a.text(1), a.text(2, ""), a.text(3));
+            [](Session& s, Arguments& a) -> Value {
+                return platform::profile_string(a.text(0), a.text(1), a.text(2, ""),
+                                                s.path_of(a.text(3)));
             }},
 };
 

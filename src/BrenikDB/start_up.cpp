@@ -11,6 +11,7 @@
 #include "data/net_use.h"
 #include "fwp/trace_log.h"
 #include "platform/file.h"
+#include "platform/folders.h"
 #include "platform/profile.h"
 #include "platform/share.h"
 #include "util/runtime.h"
@@ -51,11 +52,14 @@ void make_variables(Session& session, bool trace_wanted) {
 // The default folder of the session's relative file names; the host's current folder stays as it
 // is.
 void set_data_path(Session& session, const std::string& data_path) {
-    if (Value(data_path).empty()) return;
-    std::string folder(trim_both(data_path));
-    if (folder.back() != '\\') folder += '\\';
-    store_setting(session, Setting::DataPath, folder);
+    if (!Value(data_path).empty()) {
+        std::string folder(trim_both(data_path));
+        if (folder.back() != '\\') folder += '\\';
+        store_setting(session, Setting::DataPath, folder);
+    }
     session.trace_log.close();
+    session.areas.engine().set_default_folder(
+        platform::absolute_path(session.setting(Setting::DataPath).text()));
 }
 
 void empty_trace_log(const Session& session) {
@@ -154,7 +158,7 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     empty_trace_log(session);
     choose_engine(session);
     choose_tracing(session);
-    trace(session, session.data_path());
+    trace(session, session.setting(Setting::DataPath).text());
     require_sound_share(session);
     int code = check_files(session);
     if (code == kSuccess) code = open_tables(session);

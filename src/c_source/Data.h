@@ -65,9 +65,8 @@ std::string index_name(std::string table);
 
 namespace second_variant {
 
-// As NET_USE of the data library, but the data folder is not put in front of a bare name (which
-// lies there all the same, as every relative one), an index is attached only where the table has no
-// order open yet, the cursor stays as it is, and a damaged file is an EngineFault.
+// As NET_USE of the data library, but an index is attached only where the table has no order open
+// yet, the cursor stays as it is, and a damaged file is an EngineFault.
 [[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
 
 // Appends a blank record, releasing the session's other locks on the table first: no identifier, no

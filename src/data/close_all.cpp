@@ -2,14 +2,35 @@
 
 #include "data/close_all.h"
 
+#include "fwp/fault_file.h"
+
 namespace brenik {
+
+namespace {
+
+void note_status(Session& session, int status) {
+    if (status != 0) note_fault(session, "CLOSEALL", session.areas.engine().last_error());
+}
+
+// Its targets may be somebody's to move once more.
+void clear_relations(Session& session, int area) {
+    try {
+        session.areas.clear_relations(area);
+    } catch (const EngineFault& fault) {
+        note_fault(session, "CLOSEALL", fault.what());
+    }
+}
+
+}  // namespace
 
 void CLOSEALL(Session& session) {
     WorkAreas& areas = session.areas;
-    for (int area = 1; area <= kMaxWorkArea; ++area) areas.clear_relations(area);
-    areas.engine().write_all_records();
+    for (int area = 1; area <= kMaxWorkArea; ++area) clear_relations(session, area);
+    note_status(session, areas.engine().write_all_records());
     areas.close_all();
-    areas.engine().close_all_tables();
+    note_status(session, areas.engine().close_all_tables());
+    session.module.journal_locked = false;
+    session.related_queries.clear();
 }
 
 }  // namespace brenik

@@ -14,11 +14,6 @@ namespace brenik {
 
 namespace {
 
-std::string in_data_folder(const Session& session, const std::string& file) {
-    const std::string name(trim_right(file));
-    return name.find_first_of("\\:") == std::string::npos ? session.data_path() + name : name;
-}
-
 void log_missing_server(const Session& session, int loaded, int status) {
     const std::string lines = session.variables.MOPERATOR + "  Server not found " +
                               std::to_string(loaded) + "  nConnect: " + std::to_string(status) +
@@ -66,7 +61,7 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
     try {
         return open_with_retries(
             session, options,
-            {in_data_folder(session, file),
+            {std::string(trim_right(file)),
              [](const Table& table, bool repeated) {
                  return repeated || !table.opened_orders_automatically();
              },

@@ -94,8 +94,11 @@ class Table {
     virtual void field_put(std::size_t position, const Value& value) = 0;
     virtual void mark_deleted() = 0;
     virtual void recall() = 0;
-    // Reads the current record again from the file, dropping the cached copy.
-    virtual void refresh_record() = 0;
+    // Reads the current record again from the file, dropping the cached copy. Answers a status, as
+    // the engine does (below); one that cannot be read throws when it is next asked about.
+    virtual int refresh_record() = 0;
+    // In capitals, as the function UPPER of this table's expressions makes them.
+    virtual std::string upper(const std::string& text) const = 0;
     // What an expression over the fields gives on the current record: text as wide as the
     // expression says, a number, date, logical or date-time as field_get answers them; nil for
     // NULL. One that does not compile is EngineFault kUnsupported, which names the expression, the
@@ -215,10 +218,22 @@ class Engine {
   public:
     virtual ~Engine() = default;
 
+    // Where relative names of tables and index files lie, with its trailing separator. While it is
+    // empty they lie in the process's current folder, and bare names of index files beside their
+    // table.
+    const std::string& default_folder() const { return default_folder_; }
+    void set_default_folder(const std::string& folder) { default_folder_ = folder; }
+    std::string path_of(const std::string& file) const {
+        const bool absolute = file.find_first_of("\\/") == 0 || file.find(':') == 1;
+        return absolute || file.empty() ? file : default_folder_ + file;
+    }
+
     // Opens a table; a name without extension means ".DBF". Null when it cannot be had: held by
     // somebody else, missing, or not permitted. A file that is there but damaged or beyond what
     // the engine can keep correct is an EngineFault that names file and reason.
     virtual std::unique_ptr<Table> open(const std::string& path, TableSharing sharing) = 0;
+    // What the last null table, or status other than 0, was about: file and reason, for people.
+    virtual std::string last_error() const = 0;
 
     virtual int set_server_type(int type) = 0;
     // 0 no server answers for the folder, 1 the local server, 2 a remote server.
@@ -238,10 +253,14 @@ class Engine {
     // writes them returns, and never in an order in which a power failure could leave one of them
     // naming another that is not there. Default off.
     virtual void set_full_durability(bool on) = 0;
+    // Both go on past a table that fails, and never throw. The status is that of the first one.
     virtual int write_all_records() = 0;
     // Closes every table that this engine still holds open; the Table objects stay valid and
     // answer as on an empty file until they are destroyed.
     virtual int close_all_tables() = 0;
+
+  private:
+    std::string default_folder_;
 };
 
 }  // namespace brenik

@@ -100,6 +100,7 @@ class WorkAreas {
     void release_all_locks() noexcept;
 
     Engine& engine() { return engine_; }
+    const Engine& engine() const { return engine_; }
 
   private:
     struct Slot {

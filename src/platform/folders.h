@@ -14,6 +14,10 @@ std::string current_drive();
 // (backslashes); empty at the root. On a network share one separator is left at the front.
 std::string current_directory();
 
+// The path from the root: a relative one begins in the current directory. One that cannot be told
+// in the process's code page stays as it is.
+std::string absolute_path(const std::string& path);
+
 // The folder of the workstation's settings, without a trailing separator: $BRENIK_WINDIR, else the
 // Windows folder, on other systems ".brenik" in the home folder.
 std::string windows_folder();

@@ -62,19 +62,16 @@ struct Session {
         const ArrayReference& table = variables.PUBLICVARS;
         return table && index < table->size() ? (*table)[index] : Value();
     }
-    // The data folder, always ending in a backslash; empty before the first StartUp.
-    std::string data_path() const { return setting(Setting::DataPath).text(); }
-    // Relative file names lie in the data folder. It may itself be a relative one, so names that
-    // begin with it, as the library's own do, are left alone.
-    std::string path_of(const std::string& file) const {
-        const bool absolute = file.find_first_of("\\/") == 0 || file.find(':') == 1;
-        const std::string folder = data_path();
-        return absolute || file.compare(0, folder.size(), folder) == 0 ? file : folder + file;
-    }
+    // The data folder, from the root and ending in a backslash; empty before the first StartUp. The
+    // setting DataPath keeps it as the host has given it.
+    const std::string& data_path() const { return areas.engine().default_folder(); }
+    // Relative file names lie in the data folder.
+    std::string path_of(const std::string& file) const { return areas.engine().path_of(file); }
     bool is_begun() const { return variables.PUBLICVARS && !module.shut_down; }
     // Takes over from the session of a parent process what the trace log needs.
     void inherit(const Session& parents) {
         variables = parents.variables;
+        areas.engine().set_default_folder(parents.data_path());
         variables.inherited = true;
     }
     // After a fault: what is half done is dropped, or it would be written out when its locks go.

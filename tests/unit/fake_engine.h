@@ -83,7 +83,8 @@ class Table : public brenik::Table {
     }
     void mark_deleted() override {}
     void recall() override {}
-    void refresh_record() override {}
+    int refresh_record() override { return 0; }
+    std::string upper(const std::string& text) const override { return text; }
     Value evaluate(const std::string&) override { return {}; }
     bool shared() const override { return true; }
     void set_shared(bool) override {}
@@ -145,6 +146,7 @@ class Engine : public brenik::Engine {
         const bool refused = refusals < 0 || static_cast<int>(opened.size()) <= refusals;
         return refused ? nullptr : std::make_unique<Table>(tables[path]);
     }
+    std::string last_error() const override { return "refused"; }
     int set_server_type(int) override { return 0; }
     int server_loaded(const std::string&) override { return 1; }
     bool set_proprietary_locking(bool) override { return false; }

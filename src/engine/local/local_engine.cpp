@@ -2,7 +2,7 @@
 
 #include "engine/local/local_engine.h"
 
-#include <exception>
+#include <new>
 #include <utility>
 
 #include "engine/local/local_table.h"
@@ -21,7 +21,7 @@ LocalEngine::~LocalEngine() = default;
 
 std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing sharing) {
     const auto open = [&] {
-        return LocalTable::open(*this, table_path(path),
+        return LocalTable::open(*this, table_path(path_of(path)),
                                 sharing == TableSharing::kExclusive ? platform::Sharing::kExclusive
                                                                     : platform::Sharing::kShared);
     };
@@ -49,22 +49,40 @@ bool LocalEngine::set_deleted_hidden(bool on) {
 
 void LocalEngine::set_full_durability(bool on) { settings_.full_durability = on; }
 
-int LocalEngine::write_all_records() {
-    std::exception_ptr first_fault;
+int LocalEngine::note(const std::exception& fault) noexcept {
+    const auto* known = dynamic_cast<const EngineFault*>(&fault);
+    try {
+        last_error_ = fault.what();
+    } catch (const std::bad_alloc&) {
+        last_error_.clear();
+    }
+    return static_cast<int>(known ? known->code() : FaultCode::kInputOutput);
+}
+
+template <class Step>
+int LocalEngine::for_each_table(Step step) noexcept {
+    int first = kSuccess;
+    std::string about_first;
     for (LocalTable* table : tables_) {
         try {
-            table->commit();
-        } catch (const EngineFault&) {
-            if (!first_fault) first_fault = std::current_exception();
+            step(*table);
+        } catch (const std::exception& fault) {
+            const int status = note(fault);
+            if (first != kSuccess) continue;
+            first = status;
+            about_first.swap(last_error_);
         }
     }
-    if (first_fault) std::rethrow_exception(first_fault);
-    return kSuccess;
+    if (first != kSuccess) last_error_.swap(about_first);
+    return first;
+}
+
+int LocalEngine::write_all_records() {
+    return for_each_table([](LocalTable& table) { table.commit(); });
 }
 
 int LocalEngine::close_all_tables() {
-    for (LocalTable* table : tables_) table->shut();
-    return kSuccess;
+    return for_each_table([](LocalTable& table) { table.shut(); });
 }
 
 }  // namespace brenik::local

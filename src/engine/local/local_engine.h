@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <set>
 #include <string>
@@ -25,6 +26,7 @@ class LocalEngine : public Engine {
     ~LocalEngine() override;
 
     std::unique_ptr<Table> open(const std::string& path, TableSharing sharing) override;
+    std::string last_error() const override { return last_error_; }
     int set_server_type(int type) override;
     int server_loaded(const std::string& folder) override;
     bool set_proprietary_locking(bool on) override;
@@ -41,8 +43,14 @@ class LocalEngine : public Engine {
   private:
     friend class LocalTable;
 
+    // The status that answers a fault.
+    int note(const std::exception& fault) noexcept;
+    template <class Step>
+    int for_each_table(Step step) noexcept;
+
     EngineSettings settings_;
     bool proprietary_locking_ = false;
+    std::string last_error_;
     std::set<LocalTable*> tables_;
 };
 

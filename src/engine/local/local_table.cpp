@@ -55,7 +55,7 @@ LocalTable::LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file)
 LocalTable::~LocalTable() {
     try {
         shut();
-    } catch (const EngineFault&) {
+    } catch (const std::exception&) {
         // Whoever needs to know of a failed last write commits before closing.
     }
     engine_.tables_.erase(this);
@@ -112,7 +112,7 @@ void LocalTable::reopen() {
         file_->read(record_, there);
         if (there != original_) file_->unlock(record_);
     }
-    refresh_record();
+    forget_reading();
 }
 
 // ------------------------------------------------------------------------- the record buffer
@@ -182,7 +182,7 @@ std::string LocalTable::memo_text(const Field& field) {
     if (pending != pending_memos_.end()) return pending->second;
     if (loaded_ && record_ != 0 && !changed_ && !file_->owns(record_) &&
         MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
-        refresh_record();
+        forget_reading();
     }
     const auto known = known_memos_.find(&field);
     if (known != known_memos_.end() && file_->owns(record_)) return known->second;
@@ -239,13 +239,24 @@ void LocalTable::set_deletion_mark(char mark) {
     changed_ = true;
 }
 
-void LocalTable::refresh_record() {
+// The record is read again when something about it is next asked.
+void LocalTable::forget_reading() {
     if (keys_pending_ || begun_) return;  // nobody else can have changed it
     const std::optional<IndexEntry> entry = entry_;
     const bool read_before = read_before_ && !changed_;
     forget_record();
     read_before_ = read_before;
     entry_ = entry;
+}
+
+int LocalTable::refresh_record() {
+    forget_reading();
+    try {
+        if (file_) view();
+        return 0;
+    } catch (const std::exception& fault) {
+        return engine_.note(fault);
+    }
 }
 
 // The record goes on naming its old texts until it is written itself; only then are their blocks,
@@ -564,7 +575,7 @@ bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
     if (!locked) return false;
     // What was read before the lock may be another session's past.
     if (owned || record != record_) return true;
-    interrupted_ ? prepare_to_write_again() : refresh_record();
+    interrupted_ ? prepare_to_write_again() : forget_reading();
     return true;
 }
 
@@ -681,7 +692,7 @@ void LocalTable::go_bottom() {
 void LocalTable::skip(std::int64_t count) {
     if (count == 0) {
         flush();
-        return refresh_record();
+        return forget_reading();
     }
     move_by(count);
     moved();
@@ -738,14 +749,14 @@ bool LocalTable::add_orders(const std::string& file) {
     require_open("add orders");
     flush();
     const std::size_t attached = orders_->attached_count();
-    if (!orders_->attach(file)) return false;
+    if (!orders_->attach(engine_.path_of(file))) return false;
     orders_->end_opening();
     if (orders_->attached_count() > attached) orders_attached(attached);
     return true;
 }
 
 std::size_t LocalTable::order_count_of(const std::string& index_file) const {
-    return orders_ ? orders_->numbers_of(index_file).size() : 0;
+    return orders_ ? orders_->numbers_of(engine_.path_of(index_file)).size() : 0;
 }
 
 std::string LocalTable::order_name(std::size_t number) const {
@@ -766,7 +777,7 @@ std::optional<std::size_t> LocalTable::find_order(const Value& order,
     std::iota(numbers.begin(), numbers.end(), std::size_t{1});
     if (!index_file.empty()) {
         if (!orders_) return {};
-        numbers = orders_->numbers_of(index_file);
+        numbers = orders_->numbers_of(engine_.path_of(index_file));
         if (numbers.empty()) return {};
     }
     if (order.is_nil()) return index_file.empty() ? controlling_ : numbers.front();

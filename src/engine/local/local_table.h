@@ -52,7 +52,8 @@ class LocalTable : public Table {
     void field_put(std::size_t position, const Value& value) override;
     void mark_deleted() override { set_deletion_mark('*'); }
     void recall() override { set_deletion_mark(' '); }
-    void refresh_record() override;
+    int refresh_record() override;
+    std::string upper(const std::string& text) const override;
     Value evaluate(const std::string& expression) override;
     bool shared() const override { return shared_; }
     void set_shared(bool shared) override { shared_ = shared; }
@@ -106,6 +107,7 @@ class LocalTable : public Table {
     // -- The record buffer.
     RecordView view();  // of the current record, read when it is not at hand
     void forget_record();
+    void forget_reading();
     void place(RecordNumber record);
     void flush();
     void write_changes();

@@ -4,8 +4,10 @@
 #include <cmath>
 #include <utility>
 
+#include "engine/local/code_page.h"
 #include "engine/local/field_codec.h"
 #include "engine/local/local_table.h"
+#include "util/runtime.h"
 
 namespace brenik::local {
 namespace {
@@ -66,6 +68,16 @@ void LocalTable::set_filter(const std::string& expression) {
                               ": at character 1: the expression is not logical");
     }
     filter_ = std::move(filter);
+}
+
+std::string LocalTable::upper(const std::string& text) const {
+    CaseTable capitals, small;
+    if (!file_ || !load_case_tables(layout().code_page, capitals, small)) {
+        return brenik::upper(text);
+    }
+    std::string changed = text;
+    for (char& c : changed) c = capitals[static_cast<unsigned char>(c)];
+    return changed;
 }
 
 Value LocalTable::evaluate(const std::string& expression) {

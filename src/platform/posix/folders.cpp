@@ -32,6 +32,12 @@ std::string current_directory() {
     return folder.substr(1);
 }
 
+std::string absolute_path(const std::string& path) {
+    if (path.empty() || path.find_first_of("\\/") == 0) return path;
+    const std::string folder = current_directory();
+    return "\\" + folder + (folder.empty() ? "" : "\\") + path;
+}
+
 std::string windows_folder() {
     const char* chosen = std::getenv("BRENIK_WINDIR");
     if (chosen == nullptr || *chosen == '\0') return home_folder() + "/.brenik";

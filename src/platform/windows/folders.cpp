@@ -40,6 +40,13 @@ std::string current_directory() {
     return folder.substr(std::min(skipped, folder.size()));
 }
 
+std::string absolute_path(const std::string& path) {
+    const std::optional<std::wstring> full = full_path(path);
+    if (!full) return path;
+    const std::string found = narrow_text(*full);
+    return wide_text(found) == full ? found : path;
+}
+
 std::string windows_folder() {
     const std::string chosen = environment_variable(L"BRENIK_WINDIR");
     if (!chosen.empty()) return without_last_separators(chosen);
