@@ -2,6 +2,9 @@
 
 #include "BrenikDB/add.h"
 
+#include <exception>
+#include <utility>
+
 #include "BrenikDB/codes.h"
 #include "BrenikDB/lookup.h"
 #include "BrenikDB/selection.h"
@@ -9,6 +12,7 @@
 #include "data/add_rec.h"
 #include "data/net_use.h"
 #include "data/scatgat.h"
+#include "fwp/fault_file.h"
 #include "fwp/trace_log.h"
 #include "platform/profile.h"
 #include "util/runtime.h"
@@ -95,28 +99,38 @@ void fill_cross_reference(Session& session) {
     set("U_ID3", areas.field(kMattersArea, "U_ID"));
 }
 
+// The link is whole or not there: its fields are filled in before anything of it is written.
 int append_cross_reference(Session& session) {
     read_link_type(session);
-    if (ADD_REC(session, {.fill = [&] { fill_cross_reference(session); }})) {
-        session.areas.engine().write_all_records();
-        REC_UNLOCK(session);
-        return kSuccess;
+    if (!ADD_REC(session, {.fill = [&] { fill_cross_reference(session); }})) return kAppendFailed;
+    if (session.areas.engine().write_all_records() != 0) {
+        note_fault(session, "AddEnd", session.areas.engine().last_error());
     }
+    REC_UNLOCK(session);
+    return kSuccess;
+}
+
+// Leaves "Names", where the contact is looked up, or the cross-references, where the link is
+// written, current. The matter is in the file by now, so a fault is no more than a missing link.
+int write_link(Session& session, const std::string& contact) {
+    try {
+        if (!seek_in_order(session, "U_ID", contact)) return kIdentifierNotFound;
+        return open_cross_reference(session) ? append_cross_reference(session) : kTableNotOpened;
+    } catch (const std::exception& fault) {
+        session.recover();
+        note_fault(session, "AddEnd", fault.what());
+        return kAppendFailed;
+    }
+}
+
+void report_missing_link(Session& session) {
+    WorkAreas& areas = session.areas;
     if (session.variables.LTRACE) {
         TRACELOG(session, "AddEnd", {Value(), "AddEnd: add_rec failed in XREF"});
     }
     session.ui.message_box("An error occurred while adding a record to the XREF database.",
                            "Error Appending Record", platform::Icon::kInformation);
-    session.areas.table("AddEnd").go_to(0);
-    return kAppendFailed;
-}
-
-// Leaves "Names", where the contact is looked up, or the cross-references, where the link is
-// written, current.
-int write_link(Session& session, const std::string& contact) {
-    if (!seek_in_order(session, "U_ID", contact)) return kIdentifierNotFound;
-    if (!open_cross_reference(session)) return kTableNotOpened;
-    return append_cross_reference(session);
+    if (areas.current() == kCrossReferenceArea) areas.table("AddEnd").go_to(0);
 }
 
 // The order remembered from "Names" is given back to whichever area is current at the end. Only
@@ -127,18 +141,24 @@ int link_to_contact(Session& session, const std::string& contact) {
     areas.select(kNamesArea);
     const std::string order = areas.order_name();
     const int code = write_link(session, contact);
-    if (areas.used()) areas.table("AddEnd").set_order(order);
+    try {
+        if (code == kAppendFailed) report_missing_link(session);
+        if (areas.used()) areas.table("AddEnd").set_order(order);
+    } catch (const std::exception& fault) {
+        note_fault(session, "AddEnd", fault.what());
+    }
     areas.select(kMattersArea);
     return code;
 }
 
-int add_record(Session& session, const std::string& contact) {
+// `identifier` names the contact, then the record: it is read before a link can fail.
+int add_record(Session& session, std::string& identifier) {
     if (!session.buffer) {
         throw EngineFault(FaultCode::kUnsuitableValue, "AddEnd",
                           "there is no transaction buffer; call AddStart first");
     }
-    if (is_duplicate_code(session)) return kDuplicateCode;
-    const int code = add_buffer(session);
+    const int code = is_duplicate_code(session) ? kDuplicateCode : add_buffer(session);
+    const std::string contact = std::exchange(identifier, current_identifier(session));
     const bool linked = session.areas.current() == kMattersArea && !Value(contact).empty();
     return code == kSuccess && linked ? link_to_contact(session, contact) : code;
 }
@@ -178,7 +198,6 @@ int AddEnd(Session& session, int table, std::string& identifier) {
     }
     if (table != areas.current()) return kNotCurrentArea;
     const int code = add_record(session, identifier);
-    identifier = current_identifier(session);
     if (session.variables.LTRACE) {
         TRACELOG(session, "AddEnd", {Value(), "AddEnd", code, identifier});
     }

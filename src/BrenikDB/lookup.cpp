@@ -3,12 +3,14 @@
 #include "BrenikDB/lookup.h"
 
 #include <array>
+#include <exception>
 
 #include "BrenikDB/codes.h"
 #include "BrenikDB/selection.h"
 #include "BrenikDB/settings.h"
 #include "c_source/Strings.h"
 #include "engine/selected_area.h"
+#include "fwp/fault_file.h"
 #include "fwp/trace_log.h"
 #include "util/runtime.h"
 
@@ -50,11 +52,12 @@ std::string firm_name(const Session& session) {
 // Of the current record of the current work area.
 std::string describe_firm(Session& session, const std::string& name) {
     WorkAreas& areas = session.areas;
-    const int area = areas.current();
-    std::string firm = Value(name).empty() ? field_item(areas.field(area, "LABEL1")) : item(name);
-    for (const std::string_view field : kFirmFields) {
-        firm += field_item(areas.field(area, field));
-    }
+    const auto item_of = [&](std::string_view field) {
+        const bool known = areas.field_position(field) != 0;
+        return field_item(known ? areas.field(areas.current(), field) : Value(""));
+    };
+    std::string firm = Value(name).empty() ? item_of("LABEL1") : item(name);
+    for (const std::string_view field : kFirmFields) firm += item_of(field);
     return firm;
 }
 
@@ -81,14 +84,19 @@ class RestoredPosition {
     RecordNumber record_;
 };
 
-// The description by the firm's ID; empty when "Names" has no such record.
+// The description by the firm's ID; empty when "Names" has no such record, or cannot be read.
 std::string find_firm(Session& session, const std::string& id, const std::string& name) {
     const SelectedArea selected(session.areas, session.areas.area_of("Names"));
     if (!session.areas.used()) return {};
-    Table& names = session.areas.table("GetMyFirm");
-    const RestoredPosition restored(names, session.areas.order_name());
-    const bool found = !Value(id).empty() && seek_in_order(session, "ID", id);
-    return found ? describe_firm(session, name) : std::string();
+    try {
+        Table& names = session.areas.table("GetMyFirm");
+        const RestoredPosition restored(names, session.areas.order_name());
+        const bool found = !Value(id).empty() && seek_in_order(session, "ID", id);
+        return found ? describe_firm(session, name) : std::string();
+    } catch (const std::exception& fault) {
+        note_fault(session, "GetMyFirm", fault.what());
+        return {};
+    }
 }
 
 int find_identifier(Session& session, int table, const std::string& key, std::string& identifier) {
@@ -100,8 +108,9 @@ int find_identifier(Session& session, int table, const std::string& key, std::st
     const bool contact = table == kNamesArea;
     const std::size_t position = areas.field_position(contact ? "ID" : "CASENUM");
     if (position == 0) return kKeyNotFound;
-    const int width = areas.table("GetU_ID").fields()[position - 1].width;
-    const std::string padded = pad_right(upper(key), static_cast<std::size_t>(width));
+    const Table& sought = areas.table("GetU_ID");
+    const int width = sought.fields()[position - 1].width;
+    const std::string padded = pad_right(sought.upper(key), static_cast<std::size_t>(width));
     if (!seek_in_order(session, contact ? "ID" : "CaseNumber", padded)) return kKeyNotFound;
     identifier = areas.field(table, "U_ID").text();
     return kSuccess;

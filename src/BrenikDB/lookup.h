@@ -10,8 +10,8 @@
 
 namespace brenik {
 
-// `firm` receives 23 items of the firm's own contact record, each followed by "|"; empty text when
-// LAWSYS.INI names no such record. The current work area, and order and position of "Names", are
+// `firm` receives 23 items of the firm's own contact record, each followed by "|", those of missing
+// fields empty; empty text when LAWSYS.INI names no such record or it cannot be read. The current work area, and order and position of "Names", are
 // as before afterwards. Always kSuccess.
 int GetMyFirm(Session& session, std::string& firm);
 

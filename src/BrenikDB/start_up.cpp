@@ -49,17 +49,24 @@ void make_variables(Session& session, bool trace_wanted) {
     session.link_type.clear();
 }
 
+bool is_same_folder(const std::string& a, const std::string& b) {
+    return a == b || platform::is_same_path(platform::system_path(a), platform::system_path(b));
+}
+
 // The default folder of the session's relative file names; the host's current folder stays as it
-// is.
+// is. What an earlier session has left open in another folder would be taken for this one's.
 void set_data_path(Session& session, const std::string& data_path) {
     if (!Value(data_path).empty()) {
         std::string folder(trim_both(data_path));
         if (folder.back() != '\\') folder += '\\';
         store_setting(session, Setting::DataPath, folder);
     }
+    const std::string resolved = platform::absolute_path(session.setting(Setting::DataPath).text());
+    if (!session.data_path().empty() && !is_same_folder(session.data_path(), resolved)) {
+        CLOSEALL(session);
+    }
     session.trace_log.close();
-    session.areas.engine().set_default_folder(
-        platform::absolute_path(session.setting(Setting::DataPath).text()));
+    session.areas.engine().set_default_folder(resolved);
 }
 
 void empty_trace_log(const Session& session) {
@@ -138,6 +145,7 @@ int open_tables(Session& session) {
         trace(session, "Cannot open lawsys.");
         return kSystemTableNotOpened;
     }
+    session.module.system_record = session.areas.end_of_file() ? 0 : session.areas.record_number();
     if (marks_newer_notes(session)) {
         session.module.notes_variant = true;
         trace(session, "Accessing v14 law1notes.");

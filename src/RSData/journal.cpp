@@ -3,6 +3,7 @@
 #include "RSData/journal.h"
 
 #include "RSData/stamps.h"
+#include "RSData/system_record.h"
 #include "c_source/Data.h"
 #include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
@@ -34,11 +35,15 @@ Table& journal(Session& session) { return session.areas.table(journal_area(sessi
 // Other workstations change the settings of the system table at any time, but not while this one
 // holds the record, with changes of its own that reading would drop.
 void reread_settings(Session& session) {
+    const SystemRecord settings(session);
     Table& system = session.areas.table(kSystemArea, "ADSREFRESHRECORD");
     if (!system.owns(system.record_number())) system.refresh_record();
 }
 
-bool tracking(Session& session) { return session.areas.field(kSystemArea, "TRACKSYNC").logical(); }
+bool tracking(Session& session) {
+    const SystemRecord settings(session);
+    return session.areas.field(kSystemArea, "TRACKSYNC").logical();
+}
 
 // A record without an identifier field is one with an empty identifier: it cannot be tracked.
 std::string current_identifier(Session& session) {
@@ -48,6 +53,7 @@ std::string current_identifier(Session& session) {
 }
 
 std::string current_workstation(Session& session) {
+    const SystemRecord settings(session);
     return session.areas.field(kSystemArea, "MYUDN").text();
 }
 

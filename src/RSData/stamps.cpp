@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "RSData/system_record.h"
 #include "c_source/Time.h"
 #include "util/bytes.h"
 #include "util/runtime.h"
@@ -61,6 +62,7 @@ std::string RSDT(const Session& session, Date date, std::optional<double> second
 }
 
 std::string RSNOW(Session& session) {
+    const SystemRecord settings(session);
     const double last_delta = session.areas.field(kSystemArea, "TLASTDELTA").number();
     return RSDT(session, session.today(), std::max(session.clock.seconds(), last_delta));
 }

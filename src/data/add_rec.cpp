@@ -5,6 +5,7 @@
 #include "data/add_rec.h"
 
 #include "RSData/journal.h"
+#include "RSData/system_record.h"
 #include "c_source/Data.h"
 #include "data/identifiers.h"
 
@@ -166,6 +167,7 @@ bool journal(Session& session, const NewRecord& options, const Addition& additio
 
 bool append_under_counter(Session& session, int table, int area, const NewRecord& options,
                           bool& begun) {
+    const SystemRecord counters(session);
     if (!lock_record_of(session, kSystemArea)) return false;
     Addition addition{.area = area, .commit = options.commit, .table_code = table_code_of(table)};
     bool appended = false, journalled = false;

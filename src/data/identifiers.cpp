@@ -6,6 +6,7 @@
 
 #include "RSData/journal.h"
 #include "RSData/stamps.h"
+#include "RSData/system_record.h"
 #include "c_source/Data.h"
 #include "engine/selected_area.h"
 #include "fwp/trace_log.h"
@@ -162,6 +163,7 @@ bool NEXTUID(Session& session, std::string& identifier, const NextUid& options) 
     const int area = areas.current();
     const int table = options.object ? options.object->NDB() : options.table.value_or(area);
     if (areas.field_position("U_ID") == 0 || !areas.used(kSystemArea)) return false;
+    const SystemRecord counters(session);
     const auto issue = [&] {
         if (!options.record_locked && !REC_LOCK(session)) return false;
         const bool issued = identify(session, identifier, table, area, options.object);

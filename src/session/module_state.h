@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <cstdint>
+
 #include "util/date.h"
 
 namespace brenik {
@@ -13,6 +15,9 @@ struct ModuleState {
     bool notes_variant = false;
     // The change journal is held as a whole, so its writers neither lock nor release it.
     bool journal_locked = false;
+    // The record of the system table that holds counters and settings, as start-up found it; 0 for
+    // whichever is current.
+    std::uint32_t system_record = 0;
     // Day 0 of change stamps; empty until RSSETBASEDATE has run.
     Date stamp_base;
 };

@@ -100,6 +100,20 @@ def test_linked_matter(session, practice):
     assert_sound(practice.folder)
 
 
+def test_link_that_fails(host, practice):
+    """A field that the link needs is missing: the matter is there, its identifier is told, and nothing is left held."""
+    practice.damage('LAW9.dbf', lambda data: data.__setitem__(slice(0, 999), data[:999].replace(b'ENTRY', b'ENTRX')))
+    assert host.init(practice) == 0
+    contact, links = practice.table('LAW1').rows[3]['U_ID'], practice.table('LAW9').table.count
+    rc, uid = host.add(3, {'MATTER': 'Alone'}, contact)
+    assert (rc, practice.table('LAW3').one(U_ID=uid)['MATTER']) == (17, 'Alone')
+    assert practice.table('LAW9').table.count == links and len(practice.journal('03', 'A', uid)) == 1
+    assert host.set_field(3, 'MATTER', 'Here') == 0 and host.edit_end(3) == 0    # area 3 is current, on the matter
+    assert practice.table('LAW3').one(U_ID=uid)['MATTER'] == 'Here'
+    assert host.add(2, {})[0] == 0
+    assert_sound(practice.folder, 'LAW3', 'LAWSYS', 'LAWTRANS')
+
+
 def test_link_without_its_settings(session, practice):
     for path in practice.folder.rglob('*'):
         if path.name.lower() == 'bolink.ini':

@@ -54,6 +54,17 @@ def test_firm_is_sought_and_everything_left_where_it_was(session, practice):
     assert session.add_start(1) == 0 and session.firm(10) and session.add_end(1)[0] == 0
 
 
+def test_firm_of_a_table_that_is_not_whole(host, practice):
+    """A field that is missing gives an empty item; a table that cannot be read gives an empty text."""
+    row = practice.table('LAW1').rows[4]
+    practice.write('LAWSYS.INI', '[Main]\nMyFirm=%s\n' % row['ID'])
+    practice.damage('LAW1.dbf', lambda data: data.__setitem__(slice(0, 999), data[:999].replace(b'EMAIL', b'EMAIX')))
+    assert host.init(practice) == 0
+    assert host.firm(1000) == primed(description(dict(row, EMAIL='')), 1000)
+    practice.damage('LAW1.cdx', lambda data: data.__setitem__(slice(1024, None), bytes(len(data) - 1024)))
+    assert host.init(practice) in (0, 4) and host.firm(1000) == primed(b'', 1000)
+
+
 def test_identifier_lookup(session, practice):
     for table, name, field in ((1, 'LAW1', 'ID'), (3, 'LAW3', 'CASENUM')):
         view = practice.table(name)
@@ -63,6 +74,8 @@ def test_identifier_lookup(session, practice):
             assert session.get_uid(table, text) == (0, uid + b'\0\0' + UNTOUCHED[1:])
         unknown = (' ' + key, key[:-1] + '\x01', '', '   ', '?')
         assert [session.get_uid(table, text)[0] for text in unknown] == [19] * 5
+        assert session.edit(table, row.number, {field: 'École1'.upper()}) == 0
+        assert [session.get_uid(table, text)[0] for text in ('École1', 'éCOLE1', 'ÉCOLE1', 'Ecole1')] == [0, 0, 0, 19]
     assert [session.get_uid(table, 'X')[0] for table in (0, 2, 4, 255, -1)] == [5] * 5
 
 
