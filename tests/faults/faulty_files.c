@@ -46,6 +46,7 @@ enum Kind {
     kRead,
     kLock,
     kGranted,
+    kHeld,
     kStale,
     kDrop,
     kDropRead,
@@ -65,6 +66,7 @@ static const struct {
     {"read", kReading},       // the call fails
     {"lock", kLocking},       // the call fails, and not because somebody else has the lock
     {"granted", kLocking},    // from this call on every lock is had, whoever has it
+    {"held", kLocking},       // somebody else has this lock, whoever asks and however often
     {"stale", kReading},      // gives the header as it was before the last write to it
     {"drop", kWriting},       // the session with the share ends before the call
     {"drop-read", kReading},  // likewise
@@ -84,6 +86,8 @@ static struct {
     char folder[PATH_MAX];
     char* ours[kMostFiles];  // paths in the folder
     int record;
+    char held[NAME_MAX];
+    off_t held_at;
     int disconnected;
     unsigned reconnections;
     struct OnShare {
@@ -101,6 +105,7 @@ static struct {
     if (!real) *(void**)&real = dlsym(RTLD_NEXT, name)
 
 void faulty_files_arm(void) { state.armed = 1; }
+void faulty_files_disarm(void) { state.armed = 0; }
 
 __attribute__((constructor)) static void begin(void) {
     const char* folder = getenv("FAULTY_FOLDER");
@@ -199,6 +204,11 @@ static void note_lock(int file, const struct flock* range) {
     }
 }
 
+static int is_held(int file, const struct flock* range) {
+    return state.armed && is_ours(file) && !strcmp(state.ours[file], state.held) &&
+           range->l_start == state.held_at;
+}
+
 // A file with what the system would count of its SMB connections.
 static int open_counts(void) {
     const int file = memfd_create("counts", MFD_CLOEXEC);
@@ -286,8 +296,11 @@ int fcntl(int file, int command, ...) {
     const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
     const int unlocking = locking && ((struct flock*)argument)->l_type == F_UNLCK;
     if (locking && is_ours(file) && (!unlocking || is_share()) && spoils(kLocking)) {
-        return state.kind == kGranted ? 0 : fail_with(ENOLCK);
+        if (state.kind != kHeld) return state.kind == kGranted ? 0 : fail_with(ENOLCK);
+        snprintf(state.held, sizeof state.held, "%s", state.ours[file]);
+        state.held_at = ((struct flock*)argument)->l_start;
     }
+    if (locking && !unlocking && is_held(file, argument)) return fail_with(EAGAIN);
     if (locking && is_ours(file)) reach_server();
     if (locking && is_ours(file) && is_share() && state.on_share[file].dropped) {
         return fail_with(EBADF);

@@ -9,6 +9,7 @@
 
 #include "BrenikDB/lookup.h"
 #include "c_source/Data.h"
+#include "data/close_all.h"
 #include "data/companion.h"
 #include "data/exclusive.h"
 #include "data/net_use.h"
@@ -87,6 +88,27 @@ TEST_F(Maintenance, ClosesEverythingElse) {
         EXPECT_EQ(areas().current(), kSystemArea);
         EXPECT_EQ(can_share_system_table(), !exclusive);
     }
+}
+
+TEST_F(Maintenance, ClosesTheRestWhereATableFails) {
+    practice_.make("ONE", {{"K", 'C', 1}}, {{.name = "K", .key = "K", .candidate = true}},
+                   {{"A"}, {"B"}});
+    mine_.open(kNamesArea, "LAW1");
+    mine_.add({"Doe"});
+    for (const int area : {30, kNamesArea, 31}) {
+        brenik::Table& table = mine_.open(area, area == kNamesArea ? "LAW1" : "ONE");
+        const RecordNumber record = area == 31 ? 1 : table.record_count();
+        table.go_to(record);
+        ASSERT_TRUE(table.lock_record(record));
+        table.field_put(1, area == 31 ? "B" : "A");
+    }
+    EXPECT_EQ(mine_.engine.write_all_records(), static_cast<int>(FaultCode::kDuplicateKey));
+    EXPECT_NE(mine_.engine.last_error().find("ONE"), std::string::npos);
+    CLOSEALL(mine_.session);
+    EXPECT_FALSE(areas().used(30) || areas().used(kNamesArea) || areas().used(31));
+    EXPECT_TRUE(areas().engine().open("ONE", TableSharing::kShared)->lock_table(LockTry::kAtOnce));
+    other_.open(kNamesArea, "LAW1").go_to(1);
+    EXPECT_EQ(other_.text(kNamesArea, "LAST"), "A       ") << "written all the same";
 }
 
 TEST_F(Maintenance, ClosesNothingWhileSomebodyElseUsesTheSystemTable) {
