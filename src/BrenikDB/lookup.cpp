@@ -52,9 +52,10 @@ std::string firm_name(const Session& session) {
 // Of the current record of the current work area.
 std::string describe_firm(Session& session, const std::string& name) {
     WorkAreas& areas = session.areas;
+    Table& names = areas.table("GetMyFirm");
     const auto item_of = [&](std::string_view field) {
-        const bool known = areas.field_position(field) != 0;
-        return field_item(known ? areas.field(areas.current(), field) : Value(""));
+        const std::size_t position = areas.field_position(field);
+        return field_item(position != 0 ? names.field_get(position) : Value(""));
     };
     std::string firm = Value(name).empty() ? item_of("LABEL1") : item(name);
     for (const std::string_view field : kFirmFields) firm += item_of(field);

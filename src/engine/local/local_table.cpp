@@ -7,6 +7,7 @@
 #include <numeric>
 #include <utility>
 
+#include "engine/local/code_page.h"
 #include "engine/local/field_codec.h"
 #include "engine/local/record_scan.h"
 #include "util/runtime.h"
@@ -49,6 +50,11 @@ LocalTable::LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file)
     : engine_(engine), file_(std::move(file)) {
     for (const Field& field : layout().fields) descriptions_.push_back(describe(field));
     bytes_.resize(layout().record_length);
+    CaseTable small;
+    if (!load_case_tables(layout().code_page, capitals_, small)) {
+        // A code page that we do not know folds as one without a mark does.
+        static_cast<void>(load_case_tables(0, capitals_, small));
+    }
     engine_.tables_.insert(this);
 }
 

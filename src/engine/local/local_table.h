@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/local/expression_program.h"
 #include "engine/local/local_engine.h"
 #include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
@@ -210,6 +211,7 @@ class LocalTable : public Table {
     std::vector<OrderScopes> scopes_;  // of every attached order
     std::optional<Expression> filter_;
     std::map<std::string, Expression> compiled_;  // what evaluate() has met
+    CaseTable capitals_{};
     std::function<void()> follower_;
     bool shared_ = true;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();

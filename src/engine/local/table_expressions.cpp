@@ -4,10 +4,8 @@
 #include <cmath>
 #include <utility>
 
-#include "engine/local/code_page.h"
 #include "engine/local/field_codec.h"
 #include "engine/local/local_table.h"
-#include "util/runtime.h"
 
 namespace brenik::local {
 namespace {
@@ -71,12 +69,8 @@ void LocalTable::set_filter(const std::string& expression) {
 }
 
 std::string LocalTable::upper(const std::string& text) const {
-    CaseTable capitals, small;
-    if (!file_ || !load_case_tables(layout().code_page, capitals, small)) {
-        return brenik::upper(text);
-    }
     std::string changed = text;
-    for (char& c : changed) c = capitals[static_cast<unsigned char>(c)];
+    for (char& c : changed) c = capitals_[static_cast<unsigned char>(c)];
     return changed;
 }
 
