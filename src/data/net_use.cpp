@@ -6,6 +6,7 @@
 #include "c_source/Strings.h"
 #include "fwp/trace_log.h"
 #include "platform/file.h"
+#include "platform/folders.h"
 #include "platform/profile.h"
 #include "util/bytes.h"
 #include "util/runtime.h"
@@ -18,9 +19,11 @@ void log_missing_server(const Session& session, int loaded, int status) {
     const std::string lines = session.variables.MOPERATOR + "  Server not found " +
                               std::to_string(loaded) + "  nConnect: " + std::to_string(status) +
                               "\r\nDir = " + session.data_path() + "\r\n";
+    const std::string folder = session.data_path() + "lawtemp";
+    platform::make_folder(folder);
     try {
-        platform::File log = platform::File::open(session.data_path() + "lawtemp\\DataServer.log",
-                                                  platform::OpenMode::kAppend);
+        platform::File log =
+            platform::File::open(folder + "\\DataServer.log", platform::OpenMode::kAppend);
         if (log.is_open()) log.write_at(log.size(), as_bytes(lines));
     } catch (const EngineFault&) {
         // The user is told anyway; a log that cannot be written must not stop start-up.

@@ -90,8 +90,13 @@ def test_notes_variant(host, new_practice):
     assert note_goes_to(old) == ['LAW1NOTE']
 
 
-@pytest.mark.parametrize('text', ['', 'nServerType=2\n', '[Main]\nnServerType=7\nLockType=0\n', '[Main\nLockType=x'])
+@pytest.mark.parametrize('text', ['', 'nServerType=2\n', '[Main]\nnServerType=7\nLockType=0\n', '[Main\nLockType=x',
+                                  '[Main]\nnServerType=2\n'])
 def test_settings_that_change_nothing(host, practice, text):
+    """A missing server is noted in a folder made for that."""
+    shutil.rmtree(practice.folder / 'lawtemp')
     practice.write('LAWSYS.INI', text)
-    assert host.init(practice) == 0
+    assert host.init(practice, 1) == 0
     assert host.add(1, {'LAST': 'Settings'})[0] == 0
+    log = practice.folder / 'lawtemp' / 'DataServer.log'
+    assert log.exists() == (text == '[Main]\nnServerType=2\n') and (not log.exists() or b'Server not f' in log.read_bytes())
