@@ -4,10 +4,10 @@
 
 #include "c_source/MiscFW.h"
 #include "c_source/Strings.h"
+#include "fwp/profile_setting.h"
 #include "fwp/trace_log.h"
 #include "platform/file.h"
 #include "platform/folders.h"
-#include "platform/profile.h"
 #include "util/bytes.h"
 #include "util/runtime.h"
 
@@ -77,10 +77,9 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
     return false;
 }
 
-Number GETSERVERTYPE(const std::string& folder) {
-    const std::string text =
-        platform::profile_string("Main", "nServerType", "0", folder + "LAWSYS.INI");
-    return numeric_value(text);
+Number GETSERVERTYPE(Session& session, const std::string& folder) {
+    return numeric_value(profile_setting(session, "GETSERVERTYPE", "Main", "nServerType", "0",
+                                         folder + "LAWSYS.INI"));
 }
 
 int CHECKSERVER(Session& session, int requested) {
