@@ -44,8 +44,8 @@ def test_routines_without_a_practice(line, result):
     *[([name, 1, 'K'], f'{name}: work area 1 holds no table (2001)') for name in (
         'field get', 'record number', 'relation', 'relation target', 'field position',
         'append blank', 'field assignment by name', 'CMXKEYCOUNT', 'CMXKEYNO', 'CMXSETRELATION', 'CMXCLRSCOPE')],
-    (['seek last', 1], 'seek last: work'), (['set order focus'], 'set order focus: work'), ('[' * 100000, 'nested too deeply'),
-    (['CMXSETRELATION', 3, 'U_ID', 'ID'], 'two different expressions'),
+    (['seek last', 1], 'seek last: work'), (['set order focus'], 'set order focus: work'),
+    ('[' * 100000, 'nested too deeply'), (['CMXSETRELATION', 3, 'U_ID', 'ID'], 'two different expressions'),
     pytest.param('["XTOC", {"date": ' + '[' * 200000 + ']' * 200000 + '}]', 'nested too deeply', id='date'),
     pytest.param('["XTOC", ' + '{"ref": ' * 200000 + '1' + '}' * 200000 + ']', 'nested too deeply', id='ref')])
 def test_a_line_that_fails_is_answered_and_the_next_goes_on(line, part):
