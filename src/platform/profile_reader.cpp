@@ -26,7 +26,7 @@ constexpr std::uint64_t kMostBytesRead = 64ull * 1024 * 1024;
 
 class LineReader {
   public:
-    explicit LineReader(File file) : file_(std::move(file)), chunk_(kChunkSize) {
+    explicit LineReader(File file) : file_(std::move(file)) {
         if (!fill()) return;
         form_ = marked_form(rest_);
         rest_.remove_prefix(mark_size(form_));
@@ -55,7 +55,7 @@ class LineReader {
     }
 
   private:
-    // Chunks have an even size, so no unit of two bytes lies in two of them.
+    // Chunks but the last have an even size, so no unit of two bytes lies in two of them.
     bool fill() {
         if (offset_ >= std::min(kMostBytesRead, file_.size_at_open())) return false;
         const std::uint64_t left = file_.size_at_open() - offset_;
