@@ -47,6 +47,8 @@ static void edit_start(int table, const char* u_id) {
     called(BrenikEditStart(table, u_id, &p), "BrenikEditStart(%d, \"%s\", &p)", table, u_id);
 }
 
+/* Record 0, the current one, suits a record that is being added, or was found by its identifier and
+ * nothing was called since. With BrenikEditBegin pass the record's own number. */
 static void set_field(int table, const char* field, const char* value) {
     called(BrenikSetField(table, kCurrentRecord, field, value),
            "BrenikSetField(%d, 0, \"%s\", \"%s\")", table, field, value);

@@ -12,7 +12,12 @@
  *  3. A table is named by its number:
  *         1 Names (contacts)   2 Events   3 Matters   4 notes   5 the system table
  *         7 code lists         9 cross-references    20 the change journal
+ *     Table 5 is the library's own: hosts do not select it.
  *     Records are numbered from 1. Where a function says so, record 0 means the current record.
+ *     BrenikGetU_ID, BrenikAddedRecord and BrenikDeletedRecord make another record current. So pass
+ *     a record's own number to BrenikSetField and BrenikEditEnd: when it is not the current one any
+ *     more they answer BRENIK_BAD_RECORD, where record 0 would overwrite another record. A record
+ *     that is being added has no number yet; it takes 0.
  *
  *  4. A change is a transaction on one table:
  *         add:   BrenikAddStart, BrenikSetField for each field, BrenikAddEnd
@@ -21,8 +26,8 @@
  *     makes the End answer BRENIK_NOT_CURRENT. There is one transaction at a time; a second Start
  *     replaces the first. A Start that fails begins nothing: do not call its End.
  *
- *  5. Strings end with a NUL, are bytes in the practice's own code page, and must not be null. The
- *     same holds for every pointer: it is used without a test.
+ *  5. Strings end with a NUL and are bytes in the practice's own code page. No pointer may be null:
+ *     none is looked at before it is used, and a null one crashes the host.
  *
  *  6. A buffer that receives text must have the size that its function names. Two functions put the
  *     final NUL one byte past the end of the text; read their copy-back rules before calling.
@@ -189,6 +194,9 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikAddEnd(int table, char* identifier);
 
 /* Begins an edit of the record with an identifier, or of the first one that begins with it.
  *   in_out  receives the table number, whatever the outcome; its value on entry is not used
+ * The record's number is not handed back, so its fields and its End take record 0: call nothing but
+ * BrenikSetField before BrenikEditEnd. On table 7 the order of the identifiers then stays active, in
+ * which BrenikAddEnd finds no duplicate code any more: add codes first, or use BrenikEditBegin.
  * BRENIK_SUCCESS, BRENIK_BAD_TABLE, BRENIK_IDENTIFIER_NOT_FOUND.
  *
  *     if (BrenikEditStart(1, uid, &number) == BRENIK_SUCCESS) {
@@ -215,10 +223,11 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditBegin(int table, int record, int*
  *   field   the field's name, in any case
  *   text    characters as they are; a number with a decimal point; a date as MM/DD/YY (in the 1900s),
  *           MM/DD/YYYY or YYYYMMDD; "Y", "T" or "1" for true. Text that does not convert gives 0,
- *           the empty date or false, and is not reported.
+ *           the empty date or false, and is not reported. A number too wide for its field is
+ *           written as asterisks.
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_BAD_RECORD, BRENIK_UNKNOWN_FIELD.
  *
- *     code = BrenikSetField(1, 0, "OPEN", "20240131");
+ *     code = BrenikSetField(1, record, "OPEN", "20240131");
  *     if (code == BRENIK_UNKNOWN_FIELD) {
  *         puts("this practice has no such field");
  *     }
@@ -226,13 +235,15 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditBegin(int table, int record, int*
 BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikSetField(int table, int record, const char* field,
                                                     const char* text);
 
-/* Writes the edited record under a lock, and notes in the change journal which fields changed.
+/* Writes the edited record under a lock, and notes in the change journal which fields changed. The
+ * whole record is written, as it was read at the Start and with the fields that were set: what
+ * another workstation changed in it since the Start is overwritten, and noted as changed here.
  *   record  the record of the transaction; 0 for the current one
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_BAD_RECORD, BRENIK_LOCK_REFUSED,
  * BRENIK_EDIT_NOT_STAMPED. The transaction stays, so that a refused call can be repeated.
  *
  *     do {
- *         code = BrenikEditEnd(1, 0);
+ *         code = BrenikEditEnd(1, record);
  *     } while (code == BRENIK_LOCK_REFUSED && ask_to_retry());
  */
 BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditEnd(int table, int record);

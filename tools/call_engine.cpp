@@ -33,6 +33,12 @@ std::size_t field_place(Session& session, const Arguments& a, std::string_view o
     return place;
 }
 
+// As table(), for what the work areas do with it.
+WorkAreas& areas(Session& session, std::string_view operation) {
+    table(session, operation);
+    return session.areas;
+}
+
 int area_argument(Session& session, const Arguments& a, std::size_t index) {
     return a.value(index).is_text() ? session.areas.area_named(a.text(index)) : a.small(index);
 }
@@ -45,7 +51,7 @@ Value open_table(Session& session, Arguments& a) {
 }
 
 Value append_blank(Session& session, Arguments& a) {
-    session.areas.append_blank(a.logical(0, true));
+    areas(session, "append blank").append_blank(a.logical(0, true));
     return {};
 }
 
@@ -58,15 +64,17 @@ Value deleted_visibility(Session& session, Arguments& a) {
 
 Value seek(Session& session, Arguments& a, SeekEnd end) {
     const SeekMode mode = a.logical(1, false) ? SeekMode::kSoft : SeekMode::kHard;
-    return table(session, "seek").seek(a.value(0), mode, end);
+    const char* operation = end == SeekEnd::kFirst ? "seek" : "seek last";
+    return table(session, operation).seek(a.value(0), mode, end);
 }
 
 Value set_order_focus(Session& session, Arguments& a) {
-    const std::string before = session.areas.order_name();
+    Table& current = table(session, "set order focus");
+    const std::string before = current.order_name(current.order_number());
     if (a.value(0).kind() == ValueKind::kNumber) {
-        table(session, "set order focus").set_order(a.size(0));
+        current.set_order(a.size(0));
     } else if (a.given(0)) {
-        table(session, "set order focus").set_order(a.text(0));
+        current.set_order(a.text(0));
     }
     return before;
 }
@@ -84,7 +92,9 @@ Value order_count(Session& session, Arguments& a) {
 }
 
 Value assign_field(Session& session, Arguments& a) {
-    session.areas.set_field(area_argument(session, a, 0), a.text(1), a.value(2));
+    const int area = area_argument(session, a, 0);
+    session.areas.table(area, "field assignment by name");
+    session.areas.set_field(area, a.text(1), a.value(2));
     return {};
 }
 
@@ -100,13 +110,14 @@ Value select_area(Session& session, Arguments& a) {
 }
 
 Value set_relation(Session& session, Arguments& a) {
-    session.areas.add_relation(session.areas.current(),
-                               {area_argument(session, a, 0), a.text(1), a.logical(2, false)});
+    areas(session, "set relation")
+        .add_relation(session.areas.current(),
+                      {area_argument(session, a, 0), a.text(1), a.logical(2, false)});
     return {};
 }
 
-Relation relation(Session& session, Arguments& a) {
-    const std::vector<Relation> all = session.areas.relations(session.areas.current());
+Relation relation(Session& session, Arguments& a, std::string_view operation) {
+    const auto all = areas(session, operation).relations(session.areas.current());
     const std::size_t number = a.size(0, 1);
     return number == 0 || number > all.size() ? Relation{} : all[number - 1];
 }
@@ -168,12 +179,14 @@ constexpr std::array kOperations{
             }},
     Routine{"clear relation", "",
             [](Session& s, Arguments&) {
-                return nothing([&] { s.areas.clear_relations(s.areas.current()); });
+                return nothing(
+                    [&] { areas(s, "clear relation").clear_relations(s.areas.current()); });
             }},
     Routine{"close all", "",
             [](Session& s, Arguments&) { return nothing([&] { s.areas.close_all(); }); }},
-    Routine{"close area", "",
-            [](Session& s, Arguments&) { return nothing([&] { s.areas.close(); }); }},
+    Routine{
+        "close area", "",
+        [](Session& s, Arguments&) { return nothing([&] { areas(s, "close area").close(); }); }},
     Routine{"commit", "",
             [](Session& s, Arguments&) { return nothing([&] { table(s, "commit").commit(); }); }},
     Routine{
@@ -197,7 +210,9 @@ constexpr std::array kOperations{
             }},
     Routine{"field name", "position", field_name},
     Routine{"field position", "name",
-            [](Session& s, Arguments& a) { return count(s.areas.field_position(a.text(0))); }},
+            [](Session& s, Arguments& a) {
+                return count(areas(s, "field position").field_position(a.text(0)));
+            }},
     Routine{"field put", "position, value", field_put},
     Routine{"file exists", "path",
             [](Session& s, Arguments& a) -> Value {
@@ -229,14 +244,18 @@ constexpr std::array kOperations{
     Routine{"order scope", "0 top or 1 bottom, [value]", order_scope},
     Routine{"recall", "",
             [](Session& s, Arguments&) { return nothing([&] { table(s, "recall").recall(); }); }},
-    Routine{"record count", "",
-            [](Session& s, Arguments&) -> Value { return s.areas.record_count(); }},
-    Routine{"record number", "",
-            [](Session& s, Arguments&) -> Value { return s.areas.record_number(); }},
-    Routine{"relation", "[number]",
-            [](Session& s, Arguments& a) -> Value { return relation(s, a).expression; }},
-    Routine{"relation target", "[number]",
-            [](Session& s, Arguments& a) -> Value { return relation(s, a).target; }},
+    Routine{
+        "record count", "",
+        [](Session& s, Arguments&) -> Value { return table(s, "record count").record_count(); }},
+    Routine{
+        "record number", "",
+        [](Session& s, Arguments&) -> Value { return table(s, "record number").record_number(); }},
+    Routine{
+        "relation", "[number]",
+        [](Session& s, Arguments& a) -> Value { return relation(s, a, "relation").expression; }},
+    Routine{
+        "relation target", "[number]",
+        [](Session& s, Arguments& a) -> Value { return relation(s, a, "relation target").target; }},
     Routine{"seconds", "",
             [](Session& s, Arguments&) -> Value {
                 return Number{s.clock.seconds(), 8, 2};

@@ -218,7 +218,7 @@ constexpr std::array kRoutines{
                 return FIL_LOCK(s, a.number(0, kDefaultRetrySeconds));
             }},
     Routine{"GETSERVERTYPE", "folder",
-            [](Session&, Arguments& a) -> Value { return GETSERVERTYPE(a.text(0)); }},
+            [](Session& s, Arguments& a) -> Value { return GETSERVERTYPE(s, a.text(0)); }},
     Routine{"GET_EXCLUSIVE", "", [](Session& s, Arguments&) -> Value { return GET_EXCLUSIVE(s); }},
     Routine{"HOURSTEXT", "[hours]",
             [](Session& s, Arguments& a) -> Value {

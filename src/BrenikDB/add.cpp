@@ -13,8 +13,8 @@
 #include "data/net_use.h"
 #include "data/scatgat.h"
 #include "fwp/fault_file.h"
+#include "fwp/profile_setting.h"
 #include "fwp/trace_log.h"
-#include "platform/profile.h"
 #include "util/runtime.h"
 
 namespace brenik {
@@ -79,8 +79,8 @@ bool open_cross_reference(Session& session) {
 
 void read_link_type(Session& session) {
     if (!Value(session.link_type).empty()) return;
-    const std::string type = platform::profile_string("Setup", "LinkType", "CLIENT",
-                                                      session.data_path() + "billing\\BOLink.INI");
+    const std::string type = profile_setting(session, "AddEnd", "Setup", "LinkType", "CLIENT",
+                                             session.data_path() + "billing\\BOLink.INI");
     session.link_type = type.substr(0, type.find(','));
 }
 

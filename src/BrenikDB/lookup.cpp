@@ -44,8 +44,8 @@ std::string field_item(const Value& value) {
     }
 }
 
-std::string firm_name(const Session& session) {
-    const std::string name = main_setting(session, "FirmName");
+std::string firm_name(Session& session) {
+    const std::string name = main_setting(session, "GetMyFirm", "FirmName");
     return begins_with(upper(name), kPlaceholder) ? std::string() : name;
 }
 
@@ -131,7 +131,7 @@ int GetMyFirm(Session& session, std::string& firm) {
         TRACELOG(session, "GetMyFirm",
                  {Value(), "GetMyFirm", static_cast<std::int64_t>(firm.size())});
     }
-    const std::string id = main_setting(session, "MyFirm");
+    const std::string id = main_setting(session, "GetMyFirm", "MyFirm");
     firm = find_firm(session, id, name);
     if (session.variables.LTRACE && firm.empty()) {
         TRACELOG(session, "GetMyFirm", {Value(), "GetMyFirm Failed Seek", id});

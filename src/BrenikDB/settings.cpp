@@ -2,8 +2,8 @@
 
 #include "BrenikDB/settings.h"
 
+#include "fwp/profile_setting.h"
 #include "platform/folders.h"
-#include "platform/profile.h"
 
 namespace brenik {
 
@@ -72,8 +72,8 @@ void store_setting(Session& session, Setting slot, Value value) {
     session.variables.PUBLICVARS->at(static_cast<std::size_t>(slot) - 1) = std::move(value);
 }
 
-std::string main_setting(const Session& session, const std::string& key) {
-    return platform::profile_string("Main", key, "", session.data_path() + "LAWSYS.INI");
+std::string main_setting(Session& session, std::string_view operation, const std::string& key) {
+    return profile_setting(session, operation, "Main", key, "", session.data_path() + "LAWSYS.INI");
 }
 
 }  // namespace brenik

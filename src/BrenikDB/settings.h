@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "session/session.h"
 
@@ -15,6 +16,7 @@ ArrayReference default_settings(Date today);
 void store_setting(Session& session, Setting slot, Value value);
 
 // A key of section Main of the practice's LAWSYS.INI; empty when it is absent.
-std::string main_setting(const Session& session, const std::string& key);
+// `operation` wants it.
+std::string main_setting(Session& session, std::string_view operation, const std::string& key);
 
 }  // namespace brenik

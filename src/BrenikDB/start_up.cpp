@@ -9,10 +9,10 @@
 #include "RSData/stamps.h"
 #include "data/close_all.h"
 #include "data/net_use.h"
+#include "fwp/profile_setting.h"
 #include "fwp/trace_log.h"
 #include "platform/file.h"
 #include "platform/folders.h"
-#include "platform/profile.h"
 #include "platform/share.h"
 #include "util/runtime.h"
 
@@ -75,21 +75,24 @@ void empty_trace_log(const Session& session) {
 
 void choose_engine(Session& session) {
     Engine& engine = session.areas.engine();
-    const Number wanted = GETSERVERTYPE(session.data_path());
+    const Number wanted = GETSERVERTYPE(session, session.data_path());
     store_setting(session, Setting::ServerType, wanted);
     if (wanted.amount == kRemoteServer) {
         const int usable = CHECKSERVER(session, kRemoteServer);
         store_setting(session, Setting::ServerType, usable);
         engine.set_server_type(usable);
     }
-    engine.set_proprietary_locking(numeric_value(main_setting(session, "LockType")).amount == 1);
-    engine.set_full_durability(equal_ignoring_case(main_setting(session, "Durability"), "full"));
+    engine.set_proprietary_locking(
+        numeric_value(main_setting(session, "StartUp", "LockType")).amount == 1);
+    engine.set_full_durability(
+        equal_ignoring_case(main_setting(session, "StartUp", "Durability"), "full"));
 }
 
 // The workstation's own setting overrides what the host asked for.
 void choose_tracing(Session& session) {
     const std::string workstation = session.setting(Setting::WinIniFile).text();
-    const std::string wanted = platform::profile_string("MAIN", "APITracing", "", workstation);
+    const std::string wanted =
+        profile_setting(session, "StartUp", "MAIN", "APITracing", "", workstation);
     if (wanted == "1") session.variables.LTRACE = true;
     if (wanted == "0") session.variables.LTRACE = false;
 }

@@ -32,14 +32,19 @@ std::int64_t skip_backward(Table& table, std::int64_t count) {
     return moved;
 }
 
+void filter(Session& session, const char* routine, const std::string& expression) {
+    session.areas.table(routine).set_filter(Value(expression).empty() ? std::string() : expression);
+}
+
 }  // namespace
 
 void SETFILTER(Session& session, const std::string& expression) {
-    session.areas.table("SETFILTER")
-        .set_filter(Value(expression).empty() ? std::string() : expression);
+    filter(session, "SETFILTER", expression);
 }
 
-void CMFILTER(Session& session, const std::string& expression) { SETFILTER(session, expression); }
+void CMFILTER(Session& session, const std::string& expression) {
+    filter(session, "CMFILTER", expression);
+}
 
 void CMCLRFILTER(Session& session) {
     const Table& table = session.areas.table("CMCLRFILTER");
@@ -48,11 +53,11 @@ void CMCLRFILTER(Session& session) {
 }
 
 std::size_t CMKEYCOUNT(Session& session, const Value& order, const std::string& index_file) {
-    return count_keys(session, order, index_file, KeySet::kVisible);
+    return count_keys(session, "CMKEYCOUNT", order, index_file, KeySet::kVisible);
 }
 
 std::size_t CMKEYNO(Session& session, const Value& order, const std::string& index_file) {
-    return key_position(session, order, index_file, KeySet::kVisible);
+    return key_position(session, "CMKEYNO", order, index_file, KeySet::kVisible);
 }
 
 int RLOPTLEVEL(Session& session) {

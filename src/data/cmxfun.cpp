@@ -22,7 +22,9 @@ int CMXAUTOSHARE(Session& session, std::optional<int> share) {
     return previous;
 }
 
-void CMXCLRSCOPE(Session& session, ScopeEnd end) { CMXSETSCOPE(session, end, Value()); }
+void CMXCLRSCOPE(Session& session, ScopeEnd end) {
+    session.areas.table("CMXCLRSCOPE").set_scope(end, Value());
+}
 
 std::size_t CMXCOUNT(Session& session, const std::optional<std::string>& index_file) {
     const Table& table = session.areas.table("CMXCOUNT");
@@ -41,11 +43,11 @@ ArrayReference CMXINDEXINFO(Session& session) {
 }
 
 std::size_t CMXKEYCOUNT(Session& session, const Value& order, const std::string& index_file) {
-    return count_keys(session, order, index_file, KeySet::kWhole);
+    return count_keys(session, "CMXKEYCOUNT", order, index_file, KeySet::kWhole);
 }
 
 std::size_t CMXKEYNO(Session& session, const Value& order, const std::string& index_file) {
-    return key_position(session, order, index_file, KeySet::kWhole);
+    return key_position(session, "CMXKEYNO", order, index_file, KeySet::kWhole);
 }
 
 void CMXKEYGOTO(Session& session, std::int64_t position) {
@@ -60,6 +62,7 @@ bool CMXSEEKLAST(Session& session, const Value& key, SeekMode mode) {
 
 void CMXSETRELATION(Session& session, int target, const std::string& text) {
     WorkAreas& areas = session.areas;
+    areas.table("CMXSETRELATION");
     areas.add_relation(areas.current(), {target, text, true});
 }
 

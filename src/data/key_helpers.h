@@ -1,4 +1,4 @@
-// Counting the keys of an order that a caller has named.
+// Counting the keys of an order that a caller has named. `routine` is the one that was called.
 
 #pragma once
 
@@ -8,16 +8,16 @@
 
 namespace brenik {
 
-inline std::size_t count_keys(Session& session, const Value& order, const std::string& index_file,
-                              KeySet keys) {
-    Table& table = session.areas.table("CMKEYCOUNT");
+inline std::size_t count_keys(Session& session, const char* routine, const Value& order,
+                              const std::string& index_file, KeySet keys) {
+    Table& table = session.areas.table(routine);
     const auto number = table.find_order(order, index_file);
     return number ? table.key_count(*number, keys) : 0;
 }
 
-inline std::size_t key_position(Session& session, const Value& order, const std::string& index_file,
-                                KeySet keys) {
-    Table& table = session.areas.table("CMKEYNO");
+inline std::size_t key_position(Session& session, const char* routine, const Value& order,
+                                const std::string& index_file, KeySet keys) {
+    Table& table = session.areas.table(routine);
     const auto number = table.find_order(order, index_file);
     return number ? table.key_number(*number, keys) : 0;
 }

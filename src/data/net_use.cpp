@@ -4,9 +4,10 @@
 
 #include "c_source/MiscFW.h"
 #include "c_source/Strings.h"
+#include "fwp/profile_setting.h"
 #include "fwp/trace_log.h"
 #include "platform/file.h"
-#include "platform/profile.h"
+#include "platform/folders.h"
 #include "util/bytes.h"
 #include "util/runtime.h"
 
@@ -18,9 +19,11 @@ void log_missing_server(const Session& session, int loaded, int status) {
     const std::string lines = session.variables.MOPERATOR + "  Server not found " +
                               std::to_string(loaded) + "  nConnect: " + std::to_string(status) +
                               "\r\nDir = " + session.data_path() + "\r\n";
+    const std::string folder = session.data_path() + "lawtemp";
+    platform::make_folder(folder);
     try {
-        platform::File log = platform::File::open(session.data_path() + "lawtemp\\DataServer.log",
-                                                  platform::OpenMode::kAppend);
+        platform::File log =
+            platform::File::open(folder + "\\DataServer.log", platform::OpenMode::kAppend);
         if (log.is_open()) log.write_at(log.size(), as_bytes(lines));
     } catch (const EngineFault&) {
         // The user is told anyway; a log that cannot be written must not stop start-up.
@@ -74,10 +77,9 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
     return false;
 }
 
-Number GETSERVERTYPE(const std::string& folder) {
-    const std::string text =
-        platform::profile_string("Main", "nServerType", "0", folder + "LAWSYS.INI");
-    return numeric_value(text);
+Number GETSERVERTYPE(Session& session, const std::string& folder) {
+    return numeric_value(profile_setting(session, "GETSERVERTYPE", "Main", "nServerType", "0",
+                                         folder + "LAWSYS.INI"));
 }
 
 int CHECKSERVER(Session& session, int requested) {

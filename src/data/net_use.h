@@ -20,7 +20,7 @@ inline constexpr int kRemoteServer = 2;
 [[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
 
 // The server type that "LAWSYS.INI" in a folder (with its trailing backslash) asks for.
-Number GETSERVERTYPE(const std::string& folder);
+Number GETSERVERTYPE(Session& session, const std::string& folder);
 
 // Decides which server type to use when `requested` is wanted: 2 remote, 1 local, 0 none. What
 // stands in the way of the wanted one is shown to the user and noted in "lawtemp\DataServer.log".

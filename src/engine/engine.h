@@ -63,6 +63,9 @@ class Table {
     virtual ~Table() = default;
 
     virtual const std::vector<FieldDescription>& fields() const = 0;
+    // The name by which expressions may call this table; a table without one has only the names
+    // that mean the current table (FIELD, _FIELD).
+    virtual void set_alias(const std::string& alias) = 0;
 
     // -- Position. Every move first writes out a changed record.
     // 0 and numbers past the last record give the phantom record.
@@ -101,9 +104,12 @@ class Table {
     virtual std::string upper(const std::string& text) const = 0;
     // What an expression over the fields gives on the current record: text as wide as the
     // expression says, a number, date, logical or date-time as field_get answers them; nil for
-    // NULL. One that does not compile is EngineFault kUnsupported, which names the expression, the
-    // position in it and the reason. Cheap for a text that has been evaluated before.
+    // NULL. One that does not compile, or names another table's alias, is EngineFault kUnsupported,
+    // which names the expression, the position in it and the reason. Cheap for a text that has been
+    // evaluated before.
     virtual Value evaluate(const std::string& expression) = 0;
+    // What an order's key gives on the current record, whatever aliases the key names.
+    virtual Value key_value(std::size_t order) = 0;
 
     // The table's shared flag: how it was opened, until it is set. The flag is a mark that callers
     // read; setting it changes nothing about the open files and their locks.
@@ -205,9 +211,8 @@ class Table {
                                                 Wait wait = Wait::kLong) = 0;
 
     // -- Filter: records for which the expression is not true are skipped by navigation. Setting
-    // one does not move. An expression that does not compile, or is not logical, is EngineFault
-    // kUnsupported, which names the expression, the position in it and the reason; the filter stays
-    // as it was.
+    // one does not move. An expression that evaluate() would refuse, or that is not logical, is
+    // EngineFault kUnsupported as there; the filter stays as it was.
     virtual std::string filter() const = 0;
     virtual void set_filter(const std::string& expression) = 0;  // empty text clears it
     virtual FilterOptimisation filter_optimisation() const = 0;

@@ -39,7 +39,7 @@ void limit(Table& target, Relation& relation, Value value) {
     relation.limited_order = order;
     if (value.is_nil()) {
         target.go_to(0);
-        value = target.evaluate(target.order_description(controlling).key);
+        value = target.key_value(controlling);
     }
     limit_to(target, value);
 }

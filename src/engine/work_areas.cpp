@@ -73,7 +73,9 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
     network_error_ = true;
     std::unique_ptr<Table> table = engine_.open(path, sharing);
     if (!table) return;
-    slots_[current_] = Slot{alias.value_or(base_name_upper(path)), std::move(table), {}};
+    const std::string name = alias.value_or(base_name_upper(path));
+    table->set_alias(name);
+    slots_[current_] = Slot{name, std::move(table), {}};
     network_error_ = false;
 }
 

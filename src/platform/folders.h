@@ -22,4 +22,7 @@ std::string absolute_path(const std::string& path);
 // Windows folder, on other systems ".brenik" in the home folder.
 std::string windows_folder();
 
+// Makes one folder. Does nothing where the name is in use or the folder cannot be made.
+void make_folder(const std::string& path) noexcept;
+
 }  // namespace brenik::platform

@@ -1,9 +1,10 @@
-// A line reader and a matcher over it, for files that nobody promises to be sane.
+// A line reader and a matcher over it, for files that nobody promises to be sane, and for those
+// with a mark that the system's own reader does not understand.
 //
 // Only the first section of a name is searched. The file is read in chunks and no further than its
 // first 64 MB, so that a mistaken path to something huge costs neither memory nor patience.
 
-#include "platform/profile_reader.h"
+#include "platform/profile.h"
 
 #include <algorithm>
 #include <optional>
@@ -12,6 +13,8 @@
 #include <vector>
 
 #include "platform/file.h"
+#include "platform/marked_text.h"
+#include "platform/profile_reader.h"
 #include "util/runtime.h"
 
 namespace brenik::platform {
@@ -23,22 +26,36 @@ constexpr std::uint64_t kMostBytesRead = 64ull * 1024 * 1024;
 
 class LineReader {
   public:
-    explicit LineReader(File file) : file_(std::move(file)), chunk_(kChunkSize) {}
+    explicit LineReader(File file) : file_(std::move(file)) {
+        if (!fill()) return;
+        form_ = marked_form(rest_);
+        rest_.remove_prefix(mark_size(form_));
+    }
 
-    // The next line, without its LF; a CR before that is left on, as one more blank.
+    bool marked() const { return form_ != TextForm::kBytes; }
+
+    // The next line, without its LF; a CR before that is left on, as one more blank. UTF-8 where
+    // the file is marked.
     bool next(std::string& line) {
         line.clear();
-        while (!rest_.empty() || fill()) {
-            const std::size_t length = std::min(rest_.find('\n'), rest_.size());
+        bool ended = false;
+        while (!ended && (!rest_.empty() || fill())) {
+            const std::size_t length = line_end(rest_, form_);
             line.append(rest_.substr(0, length));
-            const bool ended = length < rest_.size();
-            rest_.remove_prefix(ended ? length + 1 : length);
-            if (ended) return true;
+            ended = length < rest_.size();
+            rest_.remove_prefix(ended ? length + unit_size(form_) : length);
         }
-        return !line.empty();
+        if (marked()) line = utf8_of(line, form_);
+        return ended || !line.empty();
+    }
+
+    // A part of a line as the process knows it.
+    std::string text(std::string_view part) const {
+        return marked() ? in_code_page(std::string(part)) : std::string(part);
     }
 
   private:
+    // Chunks but the last have an even size, so no unit of two bytes lies in two of them.
     bool fill() {
         if (offset_ >= std::min(kMostBytesRead, file_.size_at_open())) return false;
         const std::uint64_t left = file_.size_at_open() - offset_;
@@ -51,6 +68,7 @@ class LineReader {
     }
 
     File file_;
+    TextForm form_ = TextForm::kBytes;
     std::vector<std::uint8_t> chunk_;
     std::string_view rest_;
     std::uint64_t offset_ = 0;
@@ -87,30 +105,58 @@ std::optional<std::string> find_value(LineReader& lines, std::string_view sectio
         if (line.empty() || line.front() == ';') continue;
         if (const auto name = section_name(line)) {
             if (inside) return std::nullopt;
-            inside = equal_ignoring_case(*name, section);
+            inside = equal_ignoring_case(lines.text(*name), section);
             continue;
         }
         const std::size_t equals = line.find('=');
         if (!inside || equals == line.npos) continue;
-        if (equal_ignoring_case(without_blanks(line.substr(0, equals)), key)) {
-            return std::string(without_quotes(without_blanks(line.substr(equals + 1))));
+        if (equal_ignoring_case(lines.text(without_blanks(line.substr(0, equals))), key)) {
+            return lines.text(without_quotes(without_blanks(line.substr(equals + 1))));
         }
     }
     return std::nullopt;
 }
 
+// File and reason; empty for a file that is open or missing.
+std::string why_unreadable(const File& file) {
+    switch (file.failure()) {
+        case OpenFailure::kNone:
+        case OpenFailure::kMissing:
+            return {};
+        case OpenFailure::kSharing:
+            return file.path() + ": somebody has it open and shares it with nobody";
+        case OpenFailure::kDenied:
+            return file.path() + ": no permission to read it, or it is no plain file";
+        case OpenFailure::kSystem:
+            break;
+    }
+    return file.path() + ": it cannot be opened";
+}
+
+// A missing file has no lines.
+std::string value_in(File file, const std::string& section, const std::string& key,
+                     const std::string& fallback, const std::string& path) {
+    LineReader lines(std::move(file));
+    if (!lines.marked()) {
+        if (const auto value = system_profile_string(section, key, fallback, path)) return *value;
+    }
+    return find_value(lines, without_blanks(section), without_blanks(key)).value_or(fallback);
+}
+
 }  // namespace
 
-std::string read_profile(const std::string& section, const std::string& key,
-                         const std::string& fallback, const std::string& path) {
+std::string profile_string(const std::string& section, const std::string& key,
+                           const std::string& fallback, const std::string& path,
+                           std::string* unreadable) {
     File file = File::open(path, OpenMode::kSettings);
-    if (!file.is_open()) return fallback;
+    std::string reason = why_unreadable(file);
     try {
-        LineReader lines(std::move(file));
-        return find_value(lines, without_blanks(section), without_blanks(key)).value_or(fallback);
-    } catch (const FileError&) {
-        return fallback;  // an unreadable profile counts as a missing one
+        if (reason.empty()) return value_in(std::move(file), section, key, fallback, path);
+    } catch (const FileError& error) {
+        reason = error.what();
     }
+    if (unreadable != nullptr) *unreadable = reason;
+    return fallback;
 }
 
 }  // namespace brenik::platform

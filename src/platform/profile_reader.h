@@ -1,14 +1,19 @@
-// Our own reader of initialisation files, for systems that have none, and for files that the system's
-// own cannot reach.
+// What the reader of initialisation files asks of the system.
 
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace brenik::platform {
 
-// As profile_string (profile.h).
-std::string read_profile(const std::string& section, const std::string& key,
-                         const std::string& fallback, const std::string& path);
+// The value, or `fallback`, as the system's own reader of profiles finds it; nothing where there is no
+// such reader, or it cannot reach the file.
+std::optional<std::string> system_profile_string(const std::string& section, const std::string& key,
+                                                 const std::string& fallback,
+                                                 const std::string& path);
+
+// A text in the process's code page (profile.h).
+std::string in_code_page(const std::string& utf8);
 
 }  // namespace brenik::platform

@@ -12,7 +12,8 @@ EXPRESSIONS = [
     'EMPTY(C).OR."a"$LOWER(C)', 'CTOD("01/02/03")', 'STOD("20240131")+1', 'RECNO()', 'BINTOC(I,4)', 'DESCEND(DTOS(D))',
     'T', 'Y', 'B', '((((((C))))))', 'ALIAS->C+ALIAS.C', 'N%3=1', 'C#"x"', 'C!="y"', 'DTOC(D,1)', '-N', 'NVL(V,"x")']
 PROFILES = [b'[Main]\r\nMyFirm=Harbour, Finch\r\nMyFirm2="quoted"\r\n', b'; note\n[setup]\nLinkType = CLIENT,OTHER\n',
-            b'\xef\xbb\xbf[Main]\n=\n', b'[Main\nMyFirm']
+            b'\xef\xbb\xbf[Main]\n=\n', b'[Main\nMyFirm',
+            *['\ufeff[Main]\nMyFirm=\u00fc \U0001d11e'.encode(form) for form in ('utf-8', 'utf-16-le', 'utf-16-be')]]
 ARRAYS = [b'2C\5\0texts', b'2A\2\0N\3\x0042.LT', b'2A\1\0A\1\0A\0\0', b'2D\x08\x0020240131', b'2U', b'1', b'2']
 
 

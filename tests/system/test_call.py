@@ -41,8 +41,11 @@ def test_routines_without_a_practice(line, result):
     (['RSN2ADS', 'text'], 'argument 1 must be a number'), (['MAKEDATE', 1], 'is missing'),
     (['XTOC', {'date': '20030230'}], '20030230'), (['XTOC', {'hex': '0g'}], '0g'), (['XTOC', 'caf\u00e9'], 'hex'),
     (['RSN2ADS', 3844], 'RSN2ADS'), (['RSN2ADS', 5, 2000000000], 'argument 2 must be a width'),
-    (['field get', 1], '2001'), ('[' * 100000, 'nested too deeply'),
-    (['CMXSETRELATION', 3, 'U_ID', 'ID'], 'two different expressions'),
+    *[([name, 1, 'K'], f'{name}: work area 1 holds no table (2001)') for name in (
+        'field get', 'record number', 'relation', 'relation target', 'field position',
+        'append blank', 'field assignment by name', 'CMXKEYCOUNT', 'CMXKEYNO', 'CMXSETRELATION', 'CMXCLRSCOPE')],
+    (['seek last', 1], 'seek last: work'), (['set order focus'], 'set order focus: work'),
+    ('[' * 100000, 'nested too deeply'), (['CMXSETRELATION', 3, 'U_ID', 'ID'], 'two different expressions'),
     pytest.param('["XTOC", {"date": ' + '[' * 200000 + ']' * 200000 + '}]', 'nested too deeply', id='date'),
     pytest.param('["XTOC", ' + '{"ref": ' * 200000 + '1' + '}' * 200000 + ']', 'nested too deeply', id='ref')])
 def test_a_line_that_fails_is_answered_and_the_next_goes_on(line, part):

@@ -106,8 +106,19 @@ def test_another_practice(new_host, new_practice, tmp_path):
     assert [host.add_start(table) for table in (1, 3, 9, 20)] == [5] * 4
 
 
-@pytest.mark.parametrize('text', ['', 'nServerType=2\n', '[Main]\nnServerType=7\nLockType=0\n', '[Main\nLockType=x'])
+@pytest.mark.parametrize('text', ['', 'nServerType=2\n', '[Main]\nnServerType=7\nLockType=0\n', '[Main\nLockType=x',
+                                  '[Main]\nnServerType=2\n', None])
 def test_settings_that_change_nothing(host, practice, text):
-    practice.write('LAWSYS.INI', text)
-    assert host.init(practice) == 0
+    """A missing server is noted in a folder made for that, and a file that cannot be read (None) in the trace."""
+    shutil.rmtree(practice.folder / 'lawtemp')
+    practice.write('LAWSYS.INI', text or '')
+    if text is None:
+        os.remove(practice.find('LAWSYS.INI'))
+        (practice.folder / 'LAWSYS.INI').mkdir()
+    assert host.init(practice, 1) == 0
     assert host.add(1, {'LAST': 'Settings'})[0] == 0
+    log = practice.folder / 'lawtemp' / 'DataServer.log'
+    assert log.exists() == ('=2' in (text or '') and '[Main]' in text)
+    assert not log.exists() or b'Server not found' in log.read_bytes()
+    told = [caller for caller, arguments in practice.trace() if 'LAWSYS.INI: ' in arguments[1]]
+    assert told == ([] if text is not None else ['GETSERVERTYPE', 'STARTUP', 'STARTUP'])

@@ -65,6 +65,7 @@ class Table : public brenik::Table {
     explicit Table(Script& script) : script_(script) {}
 
     const std::vector<FieldDescription>& fields() const override { return script_.fields; }
+    void set_alias(const std::string&) override {}
     void go_to(RecordNumber) override {}
     void go_top() override {}
     void go_bottom() override {}
@@ -86,6 +87,7 @@ class Table : public brenik::Table {
     int refresh_record() override { return 0; }
     std::string upper(const std::string& text) const override { return text; }
     Value evaluate(const std::string&) override { return {}; }
+    Value key_value(std::size_t) override { return {}; }
     bool shared() const override { return true; }
     void set_shared(bool) override {}
     bool lock_record(RecordNumber, LockTry) override { return script_.locked = !refuse(); }

@@ -400,7 +400,7 @@ class RelationsTest : public NavigationTest {
 
     RelationsTest() {
         make("A", {{"X", 2}, {"Y", 9}, {"Z", 1}, {"Y", 3}}, {{"K", "K"}});
-        make("B", {{"Y", 30}, {"X", 10}, {"Y", 20}, {"X", 40}}, {{"KN", "K+STR(N,4)"}});
+        make("B", {{"Y", 30}, {"X", 10}, {"Y", 20}, {"X", 40}}, {{"KN", "OLD->K+STR(N,4)"}});
         make("C", {{"Q", 10}, {"R", 20}, {"S", 30}}, {{"N", "N"}});
         for (const char* name : {"A", "B", "C"}) {
             areas_.open(path(name), {}, TableSharing::kShared, OpenIn::kNewArea);
@@ -502,6 +502,7 @@ TEST_F(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {
         {1, {1, "K"}, FaultCode::kUnsupported},  // itself
         {3, {1, "K"}, FaultCode::kUnsupported},  // a circle
         {1, {2, "K+"}, FaultCode::kUnsupported},
+        {1, {2, "B->K"}, FaultCode::kUnsupported},   // of another area
         {1, {2, "N"}, FaultCode::kUnsuitableValue},  // does not suit the order
         {1, {9, "K"}, FaultCode::kEmptyWorkArea},
         {9, {2, "K"}, FaultCode::kEmptyWorkArea},
@@ -511,8 +512,15 @@ TEST_F(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {
     }
     ASSERT_EQ(areas_.relations(1).size(), 1u);
     EXPECT_EQ(areas_.relations(1)[0].expression, "K");
+    areas_.add_relation(1, {2, "a->K+_FIELD.K"});
+    areas_.add_relation(1, {2, "field->K"});
     a().go_to(2);
     EXPECT_EQ(at(2), 3u);
+    b().set_filter("B->K='Y'");
+    for (const char* text : {"K='X' .AND. A->K='Y'", "OLD.K='Y'"}) {
+        EXPECT_TRUE(refused([&] { b().set_filter(text); }, FaultCode::kUnsupported, "alias"));
+    }
+    EXPECT_EQ(walk(2), (Records{3, 1}));
 }
 
 TEST_F(RelationsTest, ClosingEitherEndEndsTheRelation) {

@@ -287,6 +287,60 @@ TEST_F(PlatformTest, ProfilesAreReadAsWindowsReadsThem) {
         EXPECT_EQ(profile_string("Main", "x", "default", odd), "default");
     }
     EXPECT_EQ(profile_string("Main", "x", "default", write("FLAT.INI", "x=1\n")), "default");
+    std::string unreadable;
+    profile_string("Main", "x", "", path("NONE.INI"), &unreadable);
+    EXPECT_EQ(unreadable, "");
+    profile_string("Main", "x", "", folder_.string(), &unreadable);
+    EXPECT_EQ(unreadable.find(folder_.string() + ": "), 0u) << unreadable;
+}
+
+TEST_F(PlatformTest, ProfilesWithAMarkAreReadInTheCodePage) {
+    const auto value = [&](const std::string& bytes) {
+        return profile_string("main", "name", "default", write("MARKED.INI", bytes));
+    };
+    const auto wide = [](std::u16string_view text, bool big) {
+        std::string bytes;
+        for (const char16_t unit : text) {
+            const char halves[] = {static_cast<char>(unit), static_cast<char>(unit >> 8)};
+            bytes.append({halves[big], halves[!big]});
+        }
+        return bytes;
+    };
+    const std::u16string section = u"\uFEFF[Main]\r\n", filler(100'000, u'\u0A0A');
+    // Text, in UTF-8, and as the ANSI code page 1252 has it, as far as it is tested.
+    const struct {
+        std::u16string_view text;
+        std::string utf8, ansi;
+    } cases[] = {
+        {u"M\u00FCller \u20AC", "M\xC3\xBCller \xE2\x82\xAC", "M\xFCller \x80"},
+        {u"\u4E2D|\U0001D11E|", "\xE4\xB8\xAD|\xF0\x9D\x84\x9E|", ""},
+        {u"a\xD800z\xDC00\xDC00", "a?z??", "a?z??"},
+        {u"\xD834", "?", "?"},
+        {u"\u010D\u0A0D", "\xC4\x8D\xE0\xA8\x8D", ""},
+    };
+    for (const auto& c : cases) {
+        const std::string& expected = kWindows ? c.ansi : c.utf8;
+        for (const bool big : {false, true}) {
+            const std::u16string text =
+                section + u";" + filler + u"\n NAME = \"" + std::u16string(c.text) + u"\" \r\nz=1";
+            const std::string found = value(wide(text, big));
+            EXPECT_EQ(expected.empty() ? "" : found, expected) << big;
+            EXPECT_EQ(value(wide(section + u"name=" + std::u16string(c.text), big) + "\x0D"),
+                      found + "?");
+        }
+    }
+    for (const auto& [bytes, expected] : {std::pair("a\xC3", "a?"),
+                                          {"\xC0\x8A", "??"},
+                                          {"\xED\xA0\x80", "???"},
+                                          {"\xF5z\xF4\x90\x80\x80", "?z????"},
+                                          {"\xE2\x82z", "??z"},
+                                          {"x'\n", "x'"}}) {
+        EXPECT_EQ(value("\xEF\xBB\xBF[Main]\nName="s + bytes), expected);
+    }
+    EXPECT_EQ(value("\xEF\xBB\xBF[Main]\nName=\xC3\xBC"), kWindows ? "\xFC" : "\xC3\xBC");
+    for (const char* mark : {"\xFF\xFE", "\xFE\xFF", "\xEF\xBB\xBF", "\xFF\xFEx"}) {
+        EXPECT_EQ(value(mark), "default");
+    }
 }
 
 TEST_F(PlatformTest, SilentNoticesStillTakeTheirTime) {

@@ -11,10 +11,11 @@ struct Expression::Program {
     ExpressionProgram code;
 };
 
-Expression Expression::compile(std::string_view text, const TableLayout& layout) {
+Expression Expression::compile(std::string_view text, const TableLayout& layout,
+                               std::optional<std::string_view> alias) {
     auto program = std::make_unique<Program>();
     program->text = text;
-    program->code = ExpressionCompiler(program->text, layout).compile();
+    program->code = ExpressionCompiler(program->text, layout, alias).compile();
     return Expression(std::move(program));
 }
 

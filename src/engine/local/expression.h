@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -43,8 +44,11 @@ struct ExpressionResult {
 
 class Expression {
   public:
-    // `deleted` and `record number` come from the record itself. Throws ExpressionError.
-    static Expression compile(std::string_view text, const TableLayout& layout);
+    // `deleted` and `record number` come from the record itself. With `alias`, fields may be called
+    // by that alias and by the names that mean the current table; without it, as in an index file,
+    // by any alias. Throws ExpressionError.
+    static Expression compile(std::string_view text, const TableLayout& layout,
+                              std::optional<std::string_view> alias = {});
 
     Expression(Expression&&) noexcept;
     Expression& operator=(Expression&&) noexcept;

@@ -3,6 +3,7 @@
 #include "engine/local/expression_compiler.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "engine/local/code_page.h"
 #include "engine/local/expression_fields.h"
@@ -18,6 +19,14 @@ constexpr int kMaxNesting = 100;
 
 // Behind these names stand variables of a program, not the table's fields.
 constexpr std::string_view kVariableAliases[] = {"M", "MEMVAR"};
+// These mean the table whose record is being looked at, whatever its alias.
+constexpr std::string_view kCurrentTable[] = {"FIELD", "_FIELD"};
+
+template <std::size_t size>
+bool is_one_of(const std::string_view (&names)[size], std::string_view name) {
+    return std::any_of(std::begin(names), std::end(names),
+                       [&](std::string_view each) { return equal_ignoring_case(each, name); });
+}
 
 std::string type_name(ResultType type) {
     switch (type) {
@@ -78,8 +87,10 @@ class ExpressionCompiler::Nesting {
     int& depth_;
 };
 
-ExpressionCompiler::ExpressionCompiler(std::string_view text, const TableLayout& layout)
+ExpressionCompiler::ExpressionCompiler(std::string_view text, const TableLayout& layout,
+                                       std::optional<std::string_view> alias)
     : layout_(layout),
+      alias_(alias),
       lexer_(text),
       has_case_tables_(
           load_case_tables(layout.code_page, program_.upper_case, program_.lower_case)) {
@@ -185,17 +196,22 @@ Operand ExpressionCompiler::parse_name() {
     Token name = take();
     if (token_.is("(")) return parse_call(name);
     if (!token_.is("->") && !token_.is(".")) return parse_field(name);
-    for (const std::string_view alias : kVariableAliases) {
-        if (equal_ignoring_case(name.text, alias)) {
-            refuse_expression(name.position, "variables lie outside the record");
-        }
-    }
+    check_alias(name);
     take();
     name = take();
     if (name.kind != TokenKind::kName) {
         refuse_expression(name.position, "expected a field behind the alias");
     }
     return parse_field(name);
+}
+
+void ExpressionCompiler::check_alias(const Token& alias) const {
+    if (is_one_of(kVariableAliases, alias.text)) {
+        refuse_expression(alias.position, "variables lie outside the record");
+    }
+    if (!alias_ || equal_ignoring_case(*alias_, alias.text)) return;
+    if (is_one_of(kCurrentTable, alias.text)) return;
+    refuse_expression(alias.position, quoted(alias.text) + " is not this table's alias");
 }
 
 Operand ExpressionCompiler::parse_field(const Token& name) {

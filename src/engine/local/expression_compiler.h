@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -13,10 +14,11 @@ namespace brenik::local {
 
 // Parses the text and writes the program in the same pass. Bounded in text length, nesting and
 // arena, so that no text, however hostile, can exhaust the machine. The text must outlive the
-// program, whose literals point into it.
+// program, whose literals point into it. `alias` is as in Expression::compile().
 class ExpressionCompiler {
   public:
-    ExpressionCompiler(std::string_view text, const TableLayout& layout);
+    ExpressionCompiler(std::string_view text, const TableLayout& layout,
+                       std::optional<std::string_view> alias);
     // Once for each compiler. Throws ExpressionError.
     ExpressionProgram compile();
 
@@ -28,6 +30,7 @@ class ExpressionCompiler {
     Operand parse_sign();
     Operand parse_literal();
     Operand parse_name();
+    void check_alias(const Token& alias) const;
     Operand parse_field(const Token& name);
     Operand parse_call(const Token& name);
     std::vector<Operand> parse_arguments(const FunctionRule& rule, const Token& name);
@@ -43,6 +46,7 @@ class ExpressionCompiler {
     void expect(std::string_view symbol);
 
     const TableLayout& layout_;
+    std::optional<std::string_view> alias_;
     ExpressionLexer lexer_;
     Token token_;
     ExpressionProgram program_;

@@ -37,6 +37,7 @@ class LocalTable : public Table {
     ~LocalTable() override;
 
     const std::vector<FieldDescription>& fields() const override { return descriptions_; }
+    void set_alias(const std::string& alias) override;
 
     void go_to(RecordNumber record) override;
     void go_top() override;
@@ -56,6 +57,7 @@ class LocalTable : public Table {
     int refresh_record() override;
     std::string upper(const std::string& text) const override;
     Value evaluate(const std::string& expression) override;
+    Value key_value(std::size_t order) override;
     bool shared() const override { return shared_; }
     void set_shared(bool shared) override { shared_ = shared; }
 
@@ -186,6 +188,7 @@ class LocalTable : public Table {
     std::unique_ptr<MemoFile> memo_;
     std::unique_ptr<TableOrders> orders_;
     std::vector<FieldDescription> descriptions_;
+    std::string alias_;
 
     RecordNumber record_ = 0;  // 0: the phantom record
     bool at_beginning_ = false;

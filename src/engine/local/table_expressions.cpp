@@ -49,11 +49,16 @@ Value value_of(const ExpressionResult& result) {
 
 Expression LocalTable::compile(const std::string& text, const char* operation) const {
     try {
-        return Expression::compile(text, layout());
+        return Expression::compile(text, layout(), alias_);
     } catch (const ExpressionError& error) {
         throw EngineFault(FaultCode::kUnsupported, operation,
                           file_->path() + ": " + operation + " " + text + ": " + error.what());
     }
+}
+
+void LocalTable::set_alias(const std::string& alias) {
+    alias_ = alias;
+    compiled_.clear();
 }
 
 void LocalTable::set_filter(const std::string& expression) {
@@ -89,6 +94,11 @@ Value LocalTable::evaluate(const std::string& expression) {
         return read_field(view(), layout(), *field);
     }
     return value_of(program.evaluate(view()));
+}
+
+Value LocalTable::key_value(std::size_t order) {
+    if (order == 0 || order > order_count()) refuse_order(order, "key value");
+    return value_of(orders_->attached(order).key.evaluate(view()));
 }
 
 }  // namespace brenik::local

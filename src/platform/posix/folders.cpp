@@ -3,12 +3,16 @@
 #include "platform/folders.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <system_error>
+
+#include "platform/file.h"
 
 namespace brenik::platform {
 
@@ -43,6 +47,15 @@ std::string windows_folder() {
     if (chosen == nullptr || *chosen == '\0') return home_folder() + "/.brenik";
     const std::string folder = chosen;
     return folder.substr(0, folder.find_last_not_of("/\\") + 1);
+}
+
+void make_folder(const std::string& path) noexcept {
+    constexpr mode_t kWhateverTheMaskAllows = 0777;
+    try {
+        ::mkdir(system_path(path).c_str(), kWhateverTheMaskAllows);
+    } catch (const std::bad_alloc&) {
+        // Without memory the folder cannot be made.
+    }
 }
 
 }  // namespace brenik::platform

@@ -1,14 +1,14 @@
-// There is no reader of profiles but our own.
-
-#include "platform/profile.h"
+// There is no reader of profiles but our own, and one encoding that hosts agree on.
 
 #include "platform/profile_reader.h"
 
 namespace brenik::platform {
 
-std::string profile_string(const std::string& section, const std::string& key,
-                           const std::string& fallback, const std::string& path) {
-    return read_profile(section, key, fallback, path);
+std::optional<std::string> system_profile_string(const std::string&, const std::string&,
+                                                 const std::string&, const std::string&) {
+    return std::nullopt;
 }
+
+std::string in_code_page(const std::string& utf8) { return utf8; }
 
 }  // namespace brenik::platform

@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <new>
 
 #include "platform/windows/system_text.h"
 
@@ -53,6 +54,14 @@ std::string windows_folder() {
     wchar_t folder[MAX_PATH] = {};
     GetWindowsDirectoryW(folder, MAX_PATH);
     return without_last_separators(narrow_text(folder));
+}
+
+void make_folder(const std::string& path) noexcept {
+    try {
+        if (const auto full = full_path(path)) CreateDirectoryW(full->c_str(), nullptr);
+    } catch (const std::bad_alloc&) {
+        // Without memory the folder cannot be made.
+    }
 }
 
 }  // namespace brenik::platform

@@ -3,11 +3,10 @@
 // It is given a full path always: a bare name would be looked for in the Windows folder. Paths
 // longer than it can take are left to our own reader.
 
-#include "platform/profile.h"
+#include "platform/profile_reader.h"
 
 #include <windows.h>
 
-#include "platform/profile_reader.h"
 #include "platform/windows/system_text.h"
 
 namespace brenik::platform {
@@ -22,13 +21,14 @@ constexpr std::size_t kMostRoom = 64 * 1024 * 1024;
 
 }  // namespace
 
-std::string profile_string(const std::string& section, const std::string& key,
-                           const std::string& fallback, const std::string& path) {
+std::optional<std::string> system_profile_string(const std::string& section, const std::string& key,
+                                                 const std::string& fallback,
+                                                 const std::string& path) {
     const auto file = full_path(path);
     const auto wide_section = wide_text(section);
     const auto wide_key = wide_text(key);
     if (!file || !wide_section || !wide_key) return fallback;
-    if (file->size() >= MAX_PATH) return read_profile(section, key, fallback, path);
+    if (file->size() >= MAX_PATH) return std::nullopt;
 
     std::wstring value(kFirstRoom, L'\0');
     DWORD length = 0;
@@ -40,6 +40,10 @@ std::string profile_string(const std::string& section, const std::string& key,
     }
     value.resize(length);
     return value == kAbsent ? fallback : narrow_text(value);
+}
+
+std::string in_code_page(const std::string& utf8) {
+    return narrow_text(wide_text(utf8, CP_UTF8).value_or(std::wstring()));
 }
 
 }  // namespace brenik::platform

@@ -8,6 +8,8 @@
 
 namespace brenik::platform {
 
+static_assert(kAnsiCodePage == CP_ACP);
+
 namespace {
 
 // Where the shorter form ends: folders stop before files do, to leave room for an 8.3 name.
@@ -49,15 +51,15 @@ std::wstring in_unlimited_form(const std::wstring& path) {
 
 }  // namespace
 
-std::optional<std::wstring> wide_text(std::string_view text) {
+std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page) {
     if (text.empty()) return std::wstring();
     if (text.size() > std::numeric_limits<int>::max()) return std::nullopt;
     const int size = static_cast<int>(text.size());
     const int length =
-        MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text.data(), size, nullptr, 0);
+        MultiByteToWideChar(code_page, MB_ERR_INVALID_CHARS, text.data(), size, nullptr, 0);
     if (length <= 0) return std::nullopt;
     std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text.data(), size, wide.data(), length);
+    MultiByteToWideChar(code_page, MB_ERR_INVALID_CHARS, text.data(), size, wide.data(), length);
     return wide;
 }
 

@@ -11,8 +11,10 @@
 
 namespace brenik::platform {
 
+constexpr unsigned kAnsiCodePage = 0;
+
 // Nothing when the bytes are no text of the code page, or longer than Windows converts.
-std::optional<std::wstring> wide_text(std::string_view text);
+std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page = kAnsiCodePage);
 std::string narrow_text(std::wstring_view text);
 
 // The full path that the system opens, in the form without limit where it is long; nothing for a
