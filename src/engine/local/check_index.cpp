@@ -173,8 +173,11 @@ class IndexCheck {
                 report_.fault("index-page", Remedy::kReindex, at_page(name, page),
                               "the page of its header " + refused);
             }
-            if (tag.unusable.empty()) continue;
-            report_unusable(tag);
+            if (!tag.description.wrong_place.empty()) {
+                report_.fault("tag-header", Remedy::kReindex, at_page(name, tag.header),
+                              tag.description.wrong_place);
+            }
+            if (!tag.unusable.empty()) report_unusable(tag);
         }
     }
 
