@@ -132,8 +132,9 @@ class Mender {
     void mend_practice() {
         if (!is_practice(request_.path)) return;
         const PracticeFaults faults = check_practice(
-            request_.path,
+            {request_.path},
             [&](const local::Finding& found) {
+                if (found.severity != local::Severity::kFault) return;
                 if (found.remedy != local::Remedy::kByHand) return;
                 print({false, found.file, found.what + "; this needs a decision by hand",
                        found.record});

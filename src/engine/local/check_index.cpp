@@ -422,6 +422,18 @@ FoundTags find_tags(const IndexBytes& bytes, const TableLayout& layout, const st
     return found;
 }
 
+std::optional<std::vector<std::string>> tag_names(const std::string& path) {
+    TableFiles files = TableFiles::open(path, Access::kCheck);
+    files.open_index(Access::kCheck);
+    IndexBytes bytes;
+    if (!files.index.is_open() || !bytes.read(files.index)) return {};
+    const Directory directory = read_directory(bytes, files.index.path());
+    if (!directory.complete) return {};
+    std::vector<std::string> names;
+    for (const IndexEntry& name : directory.names) names.push_back(name.key);
+    return names;
+}
+
 void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,
                  const Progress& progress) {
     IndexCheck(files, header, report, progress).run();

@@ -25,7 +25,7 @@ enum class Severity {
     kUnchecked,  // could not be looked at: somebody holds a lock, or the file cannot be opened
 };
 
-enum class Remedy { kNothing, kRepair, kReindex, kRestore, kByHand, kTryAgain };
+enum class Remedy { kNothing, kRepair, kReindex, kRestore, kByHand, kTryAgain, kTell };
 
 struct Finding {
     Severity severity = Severity::kFault;
@@ -55,6 +55,9 @@ struct CheckedTable {
 // Checks the table and whatever belongs to it. Findings of files that cannot be opened or read are
 // reported like all others; nothing is thrown but for want of memory.
 CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress);
+
+// The names of the tags of the table's index; nothing when they cannot all be read.
+std::optional<std::vector<std::string>> tag_names(const std::string& path);
 
 struct MendOptions {
     // Only tell what would be done; the table need not be had exclusively for that.
