@@ -102,7 +102,7 @@ ExitCode check(const CheckRequest& request) {
         printer.finish_file();
     }
     if (is_practice(request.path)) {
-        check_practice(request.path,
+        check_practice({request.path},
                        [&](const local::Finding& finding) { printer.print(finding); });
         printer.finish_file();
     }

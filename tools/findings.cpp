@@ -44,6 +44,8 @@ const char* remedy_word(Remedy remedy) {
             return "by hand";
         case Remedy::kTryAgain:
             return "try again";
+        case Remedy::kTell:
+            return "tell";
     }
     return "";
 }
@@ -62,6 +64,8 @@ std::string advice(Remedy remedy) {
             return "; this needs a decision by hand";
         case Remedy::kTryAgain:
             return "; check again later";
+        case Remedy::kTell:
+            return "; have the program that added it tell with BrenikAddedRecord";
     }
     return "";
 }

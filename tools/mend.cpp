@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <system_error>
 
@@ -63,10 +64,34 @@ local::TagDefinition parse_tag(const std::string& text) {
     return tag;
 }
 
+// A folder of this run's own, gone when the run ends.
+class TrialFolder {
+  public:
+    TrialFolder() {
+        namespace fs = std::filesystem;
+        const std::string stem = (fs::temp_directory_path() / "brenik-dry-run-").string();
+        int number = 0;
+        do {
+            path_ = stem + std::to_string(++number);
+        } while (!fs::create_directory(path_));
+        fs::permissions(path_, fs::perms::owner_all);
+    }
+    ~TrialFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TrialFolder(const TrialFolder&) = delete;
+    TrialFolder& operator=(const TrialFolder&) = delete;
+
+    std::string path() const { return path_.string(); }
+
+  private:
+    std::filesystem::path path_;
+};
+
 struct MendedTable {
     std::string path;
     Mended outcome;
-    bool would_change;  // its own file, in a dry run
 
     // The file's name as check_practice takes it.
     std::string name() const {
@@ -75,7 +100,6 @@ struct MendedTable {
     }
     // What its records say holds. A table in use has not been looked at yet.
     bool is_settled() const {
-        if (would_change) return false;
         if (outcome != Mended::kInUse) {
             return outcome == Mended::kWhole || outcome == Mended::kNothingToDo;
         }
@@ -95,9 +119,9 @@ bool is_of_practice(const MendedTable& table) {
 class Mender {
   public:
     explicit Mender(const MendRequest& request) : request_(request) {
-        options_.dry_run = request.dry_run;
         options_.backup_folder = request.backup;
         for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
+        if (request.dry_run) make_trial();
         if (request.backup.empty() || request.dry_run) return;
         std::error_code error;
         std::filesystem::create_directories(request.backup, error);
@@ -111,29 +135,28 @@ class Mender {
         if (!options_.tags.empty() && tables.size() != 1) {
             throw ToolError(ExitCode::kUsage, "--tag goes with a single table");
         }
+        folder_ =
+            tables.front().substr(0, tables.front().size() - base_name(tables.front()).size());
         for (const std::string& table : tables) {
             ProgressBar bar(base_name(table));
-            bool would_change = false;
             const local::DeedReport report = [&](const Deed& deed) {
                 bar.clear();
                 print(deed);
-                const bool of_table = base_name(deed.file) == base_name(table);
-                would_change = would_change || (request_.dry_run && of_table);
             };
             const Mended outcome = mend(table, options_, report, bar.progress());
             note(outcome);
-            mended_.push_back({table, outcome, would_change});
+            mended_.push_back({table, outcome});
         }
     }
 
     // Counters and journal entries, while other programs may go on working. Those that depend on a
-    // table that is still damaged, or will be in a dry run until it is mended, are left alone: its
-    // records may yet come back.
+    // table that is still damaged are left alone: its records may yet come back.
     void mend_practice() {
         if (!is_practice(request_.path)) return;
         const PracticeFaults faults = check_practice(
-            request_.path,
+            trial_ ? std::vector{trial_->path(), request_.path} : std::vector{request_.path},
             [&](const local::Finding& found) {
+                if (found.severity != local::Severity::kFault) return;
                 if (found.remedy != local::Remedy::kByHand) return;
                 print({false, found.file, found.what + "; this needs a decision by hand",
                        found.record});
@@ -154,7 +177,8 @@ class Mender {
 
     ExitCode finish() const {
         if (request_.json) {
-            const Json summary{{"summary", request_.path}, {"done", done_}, {"left", left_}};
+            Json summary{{"summary", request_.path}, {"done", trial_ ? 0 : done_}, {"left", left_}};
+            if (trial_) summary["would_do"] = done_;
             std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {
             std::cout << request_.path << ": nothing to mend\n";
@@ -165,23 +189,47 @@ class Mender {
     }
 
   private:
+    void make_trial() {
+        try {
+            trial_.emplace();
+        } catch (const std::filesystem::filesystem_error& error) {
+            throw ToolError(ExitCode::kCannotOpen, error.what());
+        }
+        options_.trial_folder = trial_->path();
+    }
+
+    // Copies go by the names of the files that they stand for.
+    std::string with_true_names(std::string text) const {
+        if (!trial_) return text;
+        constexpr auto kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
+        const std::string copied = trial_->path() + kSeparator;
+        for (std::size_t at = 0; (at = text.find(copied, at)) != std::string::npos;) {
+            text.replace(at, copied.size(), folder_);
+            at += folder_.size();
+        }
+        return text;
+    }
+
     void print(const Deed& deed) {
         ++(deed.done ? done_ : left_);
+        const std::string file = to_utf8(with_true_names(deed.file));
+        const std::string what = to_utf8(with_true_names(deed.what));
         if (request_.json) {
-            Json line = {{"done", deed.done && !request_.dry_run},
-                         {"file", to_utf8(deed.file)},
+            Json line = {{"done", deed.done && !trial_},
+                         {"file", file},
                          {"record", nullptr},
-                         {"what", to_utf8(deed.what)}};
+                         {"what", what}};
+            if (trial_) line["would_do"] = deed.done;
             if (deed.record) line["record"] = *deed.record;
             std::cout << dump(line) << "\n";
             return;
         }
-        std::cout << (!deed.done         ? "not mended: "
-                      : request_.dry_run ? "would do: "
-                                         : "")
-                  << to_utf8(base_name(deed.file)) << ": ";
+        std::cout << (!deed.done ? "not mended: "
+                      : trial_   ? "would do: "
+                                 : "")
+                  << base_name(file) << ": ";
         if (deed.record) std::cout << "record " << *deed.record << ": ";
-        std::cout << to_utf8(deed.what) << "\n";
+        std::cout << what << "\n";
     }
 
     void note(Mended outcome) {
@@ -196,17 +244,25 @@ class Mender {
         for (const MendedTable& table : mended_) {
             if (!is_of_practice(table) || table.is_settled()) continue;
             names.insert(table.name());
-            print({request_.dry_run, table.path,
-                   request_.dry_run
-                       ? "then compared with the counters and the journal"
-                       : "not compared with the counters and the journal until it is mended"});
+            print({false, table.path,
+                   "not compared with the counters and the journal until it is mended"});
         }
         return names;
     }
 
+    // Where the table's records can be changed: in a dry run those of a copy.
+    std::string folder_to_change(const char* file) const {
+        if (!trial_) return request_.path;
+        const std::string name = std::string("/") + file + ".DBF";
+        if (!platform::file_exists(trial_->path() + name)) {
+            local::copy_table(request_.path + name, trial_->path());
+        }
+        return trial_->path();
+    }
+
     // One copy of the table's own file: only its records are changed.
     void back_up(const std::string& path) {
-        if (request_.dry_run) return;
+        if (trial_) return;
         const platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
         if (!file.is_open()) throw ToolError(ExitCode::kCannotOpen, path + ": cannot be copied");
         print({true, path, "copied to " + local::back_up_file(file, request_.backup)});
@@ -225,16 +281,14 @@ class Mender {
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
-        Practice practice(request_.path);
+        Practice practice(folder_to_change("LAWSYS"));
         const OpenedTable system = practice.open("LAWSYS");
         back_up(system.path);
-        if (!request_.dry_run) lock(system, 1);
+        lock(system, 1);
         for (const CounterFault& counter : counters) {
             const std::size_t position = position_of(system, counter.field);
-            if (!request_.dry_run) {
-                const std::int64_t now = system.table->field_get(position).whole();
-                system.table->field_put(position, std::max(now, counter.least));
-            }
+            const std::int64_t now = system.table->field_get(position).whole();
+            system.table->field_put(position, std::max(now, counter.least));
             print({true, system.path,
                    "counter " + counter.field + " raised to " + std::to_string(counter.least), 1});
         }
@@ -255,11 +309,11 @@ class Mender {
     }
 
     void remove_entries(const std::vector<JournalFault>& entries) {
-        Practice practice(request_.path);
+        Practice practice(folder_to_change("LawTrans"));
         const OpenedTable journal = practice.open("LawTrans");
         back_up(journal.path);
         for (const JournalFault& entry : entries) {
-            if (request_.dry_run || remove_entry(journal, entry)) {
+            if (remove_entry(journal, entry)) {
                 print({true, journal.path,
                        "marked as deleted: it tells of a record that is not there", entry.record});
             } else {
@@ -271,6 +325,8 @@ class Mender {
 
     const MendRequest& request_;
     local::MendOptions options_;
+    std::optional<TrialFolder> trial_;  // of a dry run
+    std::string folder_;                // of the tables, with its separator
     std::vector<MendedTable> mended_;
     std::size_t done_ = 0;
     std::size_t left_ = 0;

@@ -1,5 +1,9 @@
 // Identifiers are read before the counters, and the journal before the tables that it tells of:
-// a session at work writes in the opposite order, so nothing of what it does just now looks wrong.
+// a session at work writes in the opposite order, so little of what it does just now looks wrong.
+//
+// What does is looked at once more, table first and journal last. A record that is being added is
+// in the table by then, or blank and locked. One that was deleted, and whose place another record
+// has taken, has its entry "D" by then: that is written before the place is free.
 
 #include "practice_check.h"
 
@@ -33,6 +37,7 @@ constexpr std::int64_t kMostLost = 10000;
 struct Holder {
     std::string identifier;
     RecordNumber record;
+    bool deleted;
 
     bool operator<(const Holder& other) const {
         return identifier != other.identifier ? identifier < other.identifier
@@ -42,11 +47,8 @@ struct Holder {
 
 struct Tracked {
     std::unique_ptr<RecordReader> table;
-    const local::Field* field;        // U_ID
-    std::vector<Holder> holders;      // by identifier
-    std::vector<RecordNumber> blank;  // live records without an identifier
-    std::set<std::string> late;       // identifiers that such records have by now
-    bool adding = false;              // some of them are locked
+    const local::Field* field;    // U_ID
+    std::vector<Holder> holders;  // by identifier
 };
 
 struct Entry {
@@ -56,6 +58,22 @@ struct Entry {
 
     const std::string& identifier() const { return fields.identifier; }
     bool is(char kind) const { return fields.kind.starts_with(kind); }
+    bool operator==(const Entry&) const = default;
+};
+
+// Table number and identifier.
+using Named = std::pair<int, std::string>;
+
+Named name_of(const Entry& entry) { return {entry.table, entry.identifier()}; }
+
+// What a second look at tables and journal has found.
+struct SecondLook {
+    std::set<Named> there;
+    std::set<int> adding;                  // tables with a locked record that has no identifier yet
+    std::map<int, RecordNumber> nameless;  // tables with a record that has none, by one of them
+    std::vector<Entry> entries;
+    std::set<Named> gone;       // the journal tells of their deletion
+    std::set<Named> once_gone;  // or has told of it
 };
 
 std::string text_of(const RecordReader& table, const RecordView& record,
@@ -87,18 +105,20 @@ std::optional<std::int64_t> number_behind(const std::string& prefix,
 
 class PracticeCheck {
   public:
-    PracticeCheck(std::string folder, const local::Report& report,
+    PracticeCheck(const std::vector<std::string>& folders, const local::Report& report,
                   const std::set<std::string>& left_alone)
-        : folder_(std::move(folder)), report_(report), left_alone_(left_alone) {}
+        : folders_(folders), report_(report), left_alone_(left_alone) {}
 
     PracticeFaults run() {
-        read_journal();
+        read_system();
+        entries_ = read_journal();
         for (const PracticeTable& table : kPracticeTables) {
             if (table.number == kSystem || table.number == kJournal) continue;
             if (looks_at(table.number)) read_table(table);
         }
         report_duplicates();
         report_entries();
+        report_unknown();
         report_counters();
         return faults_;
     }
@@ -108,7 +128,10 @@ class PracticeCheck {
     static constexpr int kJournal = 20;
 
     std::unique_ptr<RecordReader> open(const char* file) const {
-        return RecordReader::open(folder_ + "/" + file + ".DBF");
+        for (const std::string& folder : folders_) {
+            if (auto table = RecordReader::open(folder + "/" + file + ".DBF")) return table;
+        }
+        return nullptr;
     }
 
     // Where a table comes in variants, a record may be in the one that is left alone.
@@ -118,15 +141,42 @@ class PracticeCheck {
         });
     }
 
-    void read_journal() {
-        if (!looks_at(kJournal)) return;
-        journal_ = open("LawTrans");
-        if (!journal_) return;
+    void read_system() {
+        if (!looks_at(kSystem)) return;
+        system_ = open("LAWSYS");
+        if (!system_) return;
+        const std::vector<Byte> bytes = system_->read(1);
+        if (bytes.empty() || system_->count() == 0) {
+            report(Severity::kFault, "no-counters", system_->path(), Remedy::kRestore, 1, "",
+                   "the record with the counters is not there");
+            return system_.reset();
+        }
+        prefix_ = text_of(*system_, {bytes, 1}, system_->layout().find("MYUDN"));
+        const local::Field* tracks = system_->layout().find("TRACKSYNC");
+        tracks_ = tracks != nullptr && read_field({bytes, 1}, system_->layout(), *tracks).logical();
+    }
+
+    // As it stands now; nothing when there is no such counter.
+    std::optional<std::int64_t> counter(int table) const {
+        if (!system_) return {};
+        const local::Field* field = system_->layout().find(counter_name(table));
+        const std::vector<Byte> bytes = system_->read(1);
+        if (field == nullptr || bytes.empty()) return {};
+        return read_field({bytes, 1}, system_->layout(), *field).whole();
+    }
+
+    static std::string counter_name(int table) { return "U_ID" + std::to_string(table); }
+
+    std::vector<Entry> read_journal() {
+        std::vector<Entry> entries;
+        if (!looks_at(kJournal)) return entries;
+        if (!journal_) journal_ = open("LawTrans");
+        if (!journal_) return entries;
         const local::TableLayout& layout = journal_->layout();
         const local::Field* kind = layout.find("CCODE");
         const local::Field* code = layout.find("CDB");
         const local::Field* identifier = layout.find("U_ID");
-        if (kind == nullptr || code == nullptr || identifier == nullptr) return;
+        if (kind == nullptr || code == nullptr || identifier == nullptr) return entries;
         journal_->for_each([&](const RecordView& record) {
             Entry entry{{record.number, text_of(*journal_, record, code),
                          text_of(*journal_, record, identifier), text_of(*journal_, record, kind)},
@@ -134,22 +184,20 @@ class PracticeCheck {
                         record.deleted()};
             const std::string& table = entry.fields.table_code;
             std::from_chars(table.data(), table.data() + table.size(), entry.table);
-            entries_.push_back(std::move(entry));
+            entries.push_back(std::move(entry));
         });
+        return entries;
     }
 
     void read_table(const PracticeTable& description) {
-        Tracked tracked{open(description.file), nullptr, {}, {}, {}, false};
+        Tracked tracked{open(description.file), nullptr, {}};
         if (!tracked.table) return;
         tracked.field = tracked.table->layout().find("U_ID");
         if (tracked.field == nullptr) return;
         tracked.table->for_each([&](const RecordView& record) {
             std::string identifier = text_of(*tracked.table, record, tracked.field);
-            if (!is_blank(identifier)) {
-                tracked.holders.push_back({std::move(identifier), record.number});
-            } else if (!record.deleted()) {
-                tracked.blank.push_back(record.number);
-            }
+            if (is_blank(identifier)) return;
+            tracked.holders.push_back({std::move(identifier), record.number, record.deleted()});
         });
         std::sort(tracked.holders.begin(), tracked.holders.end());
         tables_[description.number].push_back(std::move(tracked));
@@ -172,13 +220,8 @@ class PracticeCheck {
         const auto& holders = tracked.holders;
         for (std::size_t i = 1; i < holders.size(); ++i) {
             if (holders[i].identifier != holders[i - 1].identifier) continue;
-            const auto now = [&](const Holder& holder) {
-                const std::vector<Byte> bytes = tracked.table->read(holder.record);
-                return bytes.empty()
-                           ? std::string()
-                           : text_of(*tracked.table, {bytes, holder.record}, tracked.field);
-            };
-            if (now(holders[i]) != now(holders[i - 1])) continue;
+            if (!still_holds(tracked, holders[i]) || !still_holds(tracked, holders[i - 1]))
+                continue;
             report(Severity::kFault, "duplicate-identifier", tracked.table->path(), Remedy::kByHand,
                    holders[i].record, "U_ID",
                    "identifier " + to_utf8(holders[i].identifier) + " is that of record " +
@@ -186,61 +229,188 @@ class PracticeCheck {
         }
     }
 
+    static std::string identifier_now(const Tracked& tracked, RecordNumber record) {
+        const std::vector<Byte> bytes = tracked.table->read(record);
+        return bytes.empty() ? std::string()
+                             : text_of(*tracked.table, {bytes, record}, tracked.field);
+    }
+    static bool still_holds(const Tracked& tracked, const Holder& holder) {
+        return identifier_now(tracked, holder.record) == holder.identifier;
+    }
+
     static bool has(const Tracked& tracked, const std::string& identifier) {
-        const auto found =
-            std::lower_bound(tracked.holders.begin(), tracked.holders.end(), Holder{identifier, 0});
+        const auto found = std::lower_bound(tracked.holders.begin(), tracked.holders.end(),
+                                            Holder{identifier, 0, false});
         return found != tracked.holders.end() && found->identifier == identifier;
     }
 
-    // A record just being added gets its identifier into the file after the journal has it; until
-    // then it is blank, and locked. Those that were blank are looked at once more.
-    static bool may_be_coming(Tracked& tracked, const std::string& identifier) {
-        for (const RecordNumber record : std::exchange(tracked.blank, {})) {
-            tracked.adding = tracked.adding || tracked.table->in_use(record);
-            const std::vector<Byte> bytes = tracked.table->read(record);
-            if (!bytes.empty()) {
-                tracked.late.insert(text_of(*tracked.table, {bytes, record}, tracked.field));
-            }
-        }
-        return tracked.adding || tracked.late.contains(identifier);
-    }
-
     void report_entries() {
-        std::vector<std::pair<int, std::string>> gone;  // deleted, as the journal itself says
+        const std::set<Named> gone = named_by(entries_, 'D', false);
+        std::vector<Entry> suspects;
         for (const Entry& entry : entries_) {
-            if (entry.is('D') && !entry.deleted) {
-                gone.emplace_back(entry.table, entry.identifier());
+            const bool tells = !entry.deleted && (entry.is('A') || entry.is('E'));
+            const auto variants = tables_.find(entry.table);
+            if (!tells || variants == tables_.end() || gone.contains(name_of(entry))) continue;
+            if (std::ranges::none_of(variants->second, [&](const Tracked& tracked) {
+                    return has(tracked, entry.identifier());
+                })) {
+                suspects.push_back(entry);
             }
         }
-        std::sort(gone.begin(), gone.end());
-        for (const Entry& entry : entries_) {
-            const bool tells = entry.is('A') || entry.is('E');
-            const auto tables = tables_.find(entry.table);
-            if (!tells || entry.deleted || tables == tables_.end()) continue;
-            if (std::binary_search(gone.begin(), gone.end(),
-                                   std::pair(entry.table, entry.identifier()))) {
-                continue;
+        if (suspects.empty()) return;
+        const SecondLook look = look_again(suspects);
+        for (const Entry& entry : suspects) report_if_lost(entry, look);
+    }
+
+    static std::set<Named> named_by(const std::vector<Entry>& entries, char kind, bool deleted) {
+        std::set<Named> named;
+        for (const Entry& entry : entries) {
+            if (entry.is(kind) && entry.deleted == deleted) named.insert(name_of(entry));
+        }
+        return named;
+    }
+
+    SecondLook look_again(const std::vector<Entry>& suspects) {
+        SecondLook look;
+        std::set<int> tables;
+        for (const Entry& entry : suspects) tables.insert(entry.table);
+        for (const int number : tables) {
+            for (Tracked& tracked : tables_[number]) look_again(number, tracked, look);
+        }
+        look.entries = read_journal();
+        look.gone = named_by(look.entries, 'D', false);
+        look.once_gone = named_by(look.entries, 'D', true);
+        return look;
+    }
+
+    // A blank record is being added as long as it is locked; once it is not, it has its identifier.
+    static void look_again(int number, Tracked& tracked, SecondLook& look) {
+        std::vector<RecordNumber> blank;
+        tracked.table->for_each([&](const RecordView& record) {
+            std::string identifier = text_of(*tracked.table, record, tracked.field);
+            if (!is_blank(identifier)) {
+                look.there.emplace(number, std::move(identifier));
+            } else if (!record.deleted()) {
+                blank.push_back(record.number);
             }
-            report_if_lost(entry, tables->second);
+        });
+        for (const RecordNumber record : blank) {
+            const bool in_use = tracked.table->in_use(record);
+            std::string identifier = identifier_now(tracked, record);
+            if (!is_blank(identifier)) {
+                look.there.emplace(number, std::move(identifier));
+            } else if (in_use) {
+                look.adding.insert(number);
+            } else {
+                look.nameless.emplace(number, record);
+            }
         }
     }
 
-    void report_if_lost(const Entry& entry, std::vector<Tracked>& variants) {
-        bool coming = false;
-        for (Tracked& tracked : variants) {
-            if (has(tracked, entry.identifier())) return;
-            coming = coming || may_be_coming(tracked, entry.identifier());
-        }
+    void report_if_lost(const Entry& entry, const SecondLook& look) {
+        const RecordNumber record = entry.fields.record;
+        const bool same = record <= look.entries.size() && look.entries[record - 1] == entry;
+        const Named named = name_of(entry);
+        if (!same || look.there.contains(named) || look.gone.contains(named)) return;
         const std::string what = "tells of record " + to_utf8(entry.identifier()) + " of " +
-                                 base_of(variants.front()) + ", which is not there";
-        if (coming) {
-            return report(Severity::kUnchecked, "record-locked", journal_->path(),
-                          Remedy::kTryAgain, entry.fields.record, "",
-                          what + " yet: a record is being added");
+                                 base_of(tables_[entry.table].front()) + ", ";
+        const auto say = [&](Severity severity, const char* kind, Remedy remedy,
+                             const std::string& which) {
+            report(severity, kind, journal_->path(), remedy, record, "", what + which);
+        };
+        if (look.adding.contains(entry.table) || journal_->in_use(record)) {
+            return say(Severity::kUnchecked, "record-locked", Remedy::kTryAgain,
+                       "which may be one that another program is just adding");
+        }
+        if (look.once_gone.contains(named) || may_be_recycled(entry)) {
+            return say(Severity::kNote, "journal-recycled", Remedy::kNothing,
+                       "which was deleted; another record may have its place");
+        }
+        if (const auto nameless = look.nameless.find(entry.table);
+            nameless != look.nameless.end()) {
+            return say(Severity::kNote, "journal-nameless", Remedy::kByHand,
+                       "and no record has that identifier; it may be record " +
+                           std::to_string(nameless->second) + "'s, which has none");
         }
         faults_.journal_entries.push_back(entry.fields);
-        report(Severity::kFault, "journal-entry", journal_->path(), Remedy::kRepair,
-               entry.fields.record, "", what);
+        say(Severity::kFault, "journal-entry", Remedy::kRepair, "which is not there");
+    }
+
+    // Programs give the place of a deleted record to a new one where an order finds it for them.
+    // What has never been issued, as far as anybody knows, had no place.
+    bool may_be_recycled(const Entry& entry) {
+        const std::vector<Tracked>& variants = tables_[entry.table];
+        if (std::ranges::none_of(variants, recycles)) return false;
+        const std::optional<std::int64_t> last = counter(entry.table);
+        const std::int64_t number = number_behind(prefix_, entry.identifier()).value_or(0);
+        return !last || number <= std::max(*last, largest_held(variants));
+    }
+
+    static bool recycles(const Tracked& tracked) {
+        const auto tags = local::tag_names(tracked.table->path());
+        return !tags || std::ranges::any_of(*tags, [](const std::string& tag) {
+            return tag.starts_with("DELETED");
+        });
+    }
+
+    // Records that a program has added without a word: the journal still tells of an older one of
+    // this practice, so a program that reads it believes to know everything since.
+    void report_unknown() {
+        if (!tracks_ || !journal_) return;
+        std::vector<Unknown> unknown;
+        std::set<Named> told = named_by(entries_, 'A', false);
+        const std::set<Named> live = told;
+        told.merge(named_by(entries_, 'A', true));
+        for (auto& [number, variants] : tables_) {
+            const std::optional<std::int64_t> lowest = lowest_of(number, live);
+            if (!lowest) continue;
+            for (Tracked& tracked : variants) add_unknown(number, tracked, *lowest, told, unknown);
+        }
+        if (unknown.empty()) return;
+        // Read again: a record that was not locked any more has its entry by now.
+        const std::vector<Entry> now = read_journal();
+        told = named_by(now, 'A', false);
+        told.merge(named_by(now, 'A', true));
+        for (const Unknown& each : unknown) {
+            if (told.contains({each.table, each.holder->identifier})) continue;
+            report(Severity::kNote, "not-in-journal", each.tracked->table->path(), Remedy::kTell,
+                   each.holder->record, "U_ID",
+                   "the journal does not know that " + to_utf8(each.holder->identifier) +
+                       " was added, though it knows of older ones");
+        }
+    }
+
+    struct Unknown {
+        int table;
+        const Tracked* tracked;
+        const Holder* holder;
+    };
+
+    std::optional<std::int64_t> lowest_of(int table, const std::set<Named>& live) const {
+        std::optional<std::int64_t> lowest;
+        for (const auto& [number, identifier] : live) {
+            const auto issued = number_behind(prefix_, identifier);
+            if (number == table && issued) lowest = std::min(lowest.value_or(*issued), *issued);
+        }
+        return lowest;
+    }
+
+    static bool is_live(const Tracked& tracked, const Holder& holder) {
+        const std::vector<Byte> bytes = tracked.table->read(holder.record);
+        const RecordView record{bytes, holder.record};
+        return !bytes.empty() && !record.deleted() &&
+               text_of(*tracked.table, record, tracked.field) == holder.identifier;
+    }
+
+    void add_unknown(int number, Tracked& tracked, std::int64_t lowest, const std::set<Named>& told,
+                     std::vector<Unknown>& unknown) const {
+        for (const Holder& holder : tracked.holders) {
+            const std::int64_t issued = number_behind(prefix_, holder.identifier).value_or(0);
+            if (holder.deleted || issued <= lowest) continue;
+            if (told.contains({number, holder.identifier})) continue;
+            if (tracked.table->in_use(holder.record) || !is_live(tracked, holder)) continue;
+            unknown.push_back({number, &tracked, &holder});
+        }
     }
 
     static std::string base_of(const Tracked& tracked) {
@@ -249,52 +419,49 @@ class PracticeCheck {
     }
 
     void report_counters() {
-        if (!looks_at(kSystem)) return;
-        const std::unique_ptr<RecordReader> system = open("LAWSYS");
-        if (!system) return;
-        const std::vector<Byte> bytes = system->read(1);
-        if (bytes.empty() || system->count() == 0) {
-            return report(Severity::kFault, "no-counters", system->path(), Remedy::kRestore, 1, "",
-                          "the record with the counters is not there");
-        }
-        const RecordView record{bytes, 1};
-        const std::string prefix = text_of(*system, record, system->layout().find("MYUDN"));
         for (const auto& [number, variants] : tables_) {
-            const std::string name = "U_ID" + std::to_string(number);
-            const local::Field* field = system->layout().find(name);
-            if (field == nullptr) continue;
-            const std::int64_t counter = read_field(record, system->layout(), *field).whole();
-            const std::int64_t largest = largest_in_use(number, variants, prefix, counter);
-            if (counter >= largest) continue;
+            const std::optional<std::int64_t> last = counter(number);
+            if (!last) continue;
+            const std::string name = counter_name(number);
+            const std::int64_t largest = largest_in_use(number, variants, *last);
+            if (*last >= largest) continue;
             faults_.counters.push_back({name, largest});
-            report(Severity::kFault, "counter-behind", system->path(), Remedy::kRepair, 1, name,
-                   "the counter is " + std::to_string(counter) + ", identifiers up to " +
+            report(Severity::kFault, "counter-behind", system_->path(), Remedy::kRepair, 1, name,
+                   "the counter is " + std::to_string(*last) + ", identifiers up to " +
                        std::to_string(largest) + " are in use and would be issued again");
         }
+    }
+
+    std::int64_t largest_held(const std::vector<Tracked>& variants) const {
+        std::int64_t largest = 0;
+        for (const Tracked& tracked : variants) {
+            for (const Holder& holder : tracked.holders) {
+                largest = std::max(largest, number_behind(prefix_, holder.identifier).value_or(0));
+            }
+        }
+        return largest;
     }
 
     // In the tables and, for records that are lost or gone, in the journal: what it once told of
     // has been issued, whatever became of the record and of the entry. An entry alone is no ground
     // for using up the counter's range: far beyond all others it is taken for a damaged one.
     std::int64_t largest_in_use(int number, const std::vector<Tracked>& variants,
-                                const std::string& prefix, std::int64_t counter) const {
-        std::int64_t largest = 0;
-        for (const Tracked& tracked : variants) {
-            for (const Holder& holder : tracked.holders) {
-                largest = std::max(largest, number_behind(prefix, holder.identifier).value_or(0));
-            }
-        }
+                                std::int64_t counter) const {
+        std::int64_t largest = largest_held(variants);
         const std::int64_t credible = std::max(largest, counter) + kMostLost;
         for (const Entry& entry : entries_) {
-            const std::int64_t issued = number_behind(prefix, entry.identifier()).value_or(0);
+            const std::int64_t issued = number_behind(prefix_, entry.identifier()).value_or(0);
             if (entry.table == number && issued <= credible) largest = std::max(largest, issued);
         }
         return largest;
     }
 
-    std::string folder_;
+    const std::vector<std::string>& folders_;
     const local::Report& report_;
     const std::set<std::string>& left_alone_;
+    std::unique_ptr<RecordReader> system_;
+    std::string prefix_;   // of the identifiers that this practice issues
+    bool tracks_ = false;  // changes, in the journal
     std::unique_ptr<RecordReader> journal_;
     std::vector<Entry> entries_;
     std::map<int, std::vector<Tracked>> tables_;
@@ -303,9 +470,9 @@ class PracticeCheck {
 
 }  // namespace
 
-PracticeFaults check_practice(const std::string& folder, const local::Report& report,
+PracticeFaults check_practice(const std::vector<std::string>& folders, const local::Report& report,
                               const std::set<std::string>& left_alone) {
-    return PracticeCheck(folder, report, left_alone).run();
+    return PracticeCheck(folders, report, left_alone).run();
 }
 
 }  // namespace brenik::tools

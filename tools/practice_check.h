@@ -24,6 +24,8 @@ struct JournalFault {
     std::string table_code;
     std::string identifier;
     std::string kind;
+
+    bool operator==(const JournalFault&) const = default;
 };
 
 // What can be mended of it.
@@ -33,10 +35,11 @@ struct PracticeFaults {
 };
 
 // Reports identifiers that several records have, counters below the identifiers in use (the same
-// would be issued once more), and journal entries for records that are not there. Tables that
-// cannot be read are left to the check of that table. Nothing is said that depends on one of the
-// tables `left_alone`, file names in upper case without extension.
-PracticeFaults check_practice(const std::string& folder, const local::Report& report,
+// would be issued once more), journal entries for records that are not there, and added records
+// that the journal does not know. Each table is taken from the first of the folders that has it.
+// Tables that cannot be read are left to the check of that table. Nothing is said that depends on
+// one of the tables `left_alone`, file names in upper case without extension.
+PracticeFaults check_practice(const std::vector<std::string>& folders, const local::Report& report,
                               const std::set<std::string>& left_alone = {});
 
 }  // namespace brenik::tools

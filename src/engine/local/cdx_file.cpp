@@ -79,6 +79,7 @@ void CdxFile::read_directory() {
         }
         free_from = offset + kTagHeaderSize;
         const std::string text(trim_right(name.key));
+        require_texts_inside(header, path(), offset);
         tags_.push_back(std::make_unique<CdxTag>(
             *this, parse_tag_header(header, text, path(), offset), offset));
     }

@@ -44,6 +44,8 @@ struct TagDescription {
     // Why the tag cannot be kept correct by any writer of ours (bitmap, collation, unknown
     // options); empty when it can.
     std::string unsupported;
+    // How the header contradicts its texts; empty when it does not.
+    std::string wrong_place;
 };
 
 struct IndexEntry {

@@ -39,17 +39,48 @@ std::string padded_text(Bytes bytes) {
     return {bytes.begin(), end};
 }
 
-// Offset and length lie at `position`; the text ends at its NUL.
-std::string text_at(Bytes header, std::size_t position, const std::string& path,
-                    std::uint64_t offset) {
-    const std::size_t start = load_le16(header.data() + position);
-    const std::size_t length = load_le16(header.data() + position + 2);
-    if (start + length > kTextPageSize) {
-        throw EngineFault(FaultCode::kDamagedFile, "open",
-                          path + ": at " + std::to_string(offset + position) +
-                              ": expected an expression inside its page");
-    }
-    return padded_text(header.subspan(kTextPageSize + start, length));
+// The texts as they lie in their page, whatever the header says of them: each ends at its NUL.
+struct Texts {
+    std::string key;
+    std::string condition;
+};
+
+[[noreturn]] void fault_outside(const std::string& path, std::uint64_t offset) {
+    throw EngineFault(
+        FaultCode::kDamagedFile, "open",
+        path + ": at " + std::to_string(offset) + ": expected an expression inside its page");
+}
+
+Texts texts_in(Bytes header, const std::string& path, std::uint64_t offset) {
+    const Bytes page = header.subspan(kTextPageSize);
+    Texts texts;
+    texts.key = padded_text(page);
+    if (texts.key.size() == page.size()) fault_outside(path, offset + kTextPageSize);
+    texts.condition = padded_text(page.subspan(texts.key.size() + 1));
+    return texts;
+}
+
+// What offset and length at `position` say of a text that lies elsewhere or has another length.
+std::string contradiction(Bytes header, std::size_t position, std::size_t start,
+                          const std::string& text) {
+    const std::size_t said_start = load_le16(header.data() + position);
+    const std::size_t said_length = load_le16(header.data() + position + 2);
+    const std::size_t length = text.size() + 1;
+    if (said_start == start && said_length == length && start + length <= kTextPageSize) return {};
+    return "is said to begin at " + std::to_string(said_start) + " of its page and to have " +
+           std::to_string(said_length) + " bytes, but begins at " + std::to_string(start) +
+           " and has " + std::to_string(length) + "; other programs may take another text for it";
+}
+
+// What the header says of its texts; empty when that is right. A tag without a condition may say
+// nothing of it.
+std::string wrong_place(Bytes header, const TagDescription& tag) {
+    std::string wrong = contradiction(header, kKeyTextOffset, 0, tag.key);
+    if (!wrong.empty()) return "its key expression " + wrong;
+    const bool conditional = (header[kOptionsOffset] & kConditional) != 0;
+    if (!conditional && load_le32(header.data() + kConditionTextOffset) == 0) return {};
+    wrong = contradiction(header, kConditionTextOffset, tag.key.size() + 1, tag.condition);
+    return wrong.empty() ? wrong : "its condition " + wrong;
 }
 
 std::string reason_against(Bytes header, const TagDescription& tag) {
@@ -123,16 +154,24 @@ std::vector<Byte> make_directory_header(std::uint32_t root) {
     return make_header(root, kTagNameLength, kDirectory | kCompound | kCompact, "", "");
 }
 
+void require_texts_inside(Bytes header, const std::string& path, std::uint64_t offset) {
+    for (const std::size_t position : {kConditionTextOffset, kKeyTextOffset}) {
+        const Byte* const said = header.data() + position;
+        if (load_le16(said) + std::size_t{load_le16(said + 2)} <= kTextPageSize) continue;
+        fault_outside(path, offset + position);
+    }
+}
+
 TagDescription parse_tag_header(Bytes header, const std::string& name, const std::string& path,
                                 std::uint64_t offset) {
     const Byte options = header[kOptionsOffset];
     TagDescription tag;
     tag.name = name;
     tag.key_length = load_le16(header.data() + kKeyLengthOffset);
-    tag.key = text_at(header, kKeyTextOffset, path, offset);
-    if ((options & kConditional) != 0) {
-        tag.condition = text_at(header, kConditionTextOffset, path, offset);
-    }
+    const Texts texts = texts_in(header, path, offset);
+    tag.key = texts.key;
+    if ((options & kConditional) != 0) tag.condition = texts.condition;
+    tag.wrong_place = wrong_place(header, tag);
     tag.unique = (options & kUnique) != 0;
     tag.nullable = (options & kNullable) != 0;
     tag.candidate = (options & kCandidate) != 0;

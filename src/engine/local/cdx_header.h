@@ -14,6 +14,9 @@
 //      504    8  offset and length of the condition in the second page, then of the key; lengths
 //                count the closing NUL
 //      512  512  key text, NUL, condition text, NUL
+//
+// Some programs go by the lengths, others by the NULs. Here the texts end at their NULs; what
+// contradicts them is told in `TagDescription::wrong_place`.
 
 #pragma once
 
@@ -33,8 +36,10 @@ TagDescription directory_description();
 void check_directory_header(Bytes header, const std::string& path);
 std::vector<Byte> make_directory_header(std::uint32_t root);
 
-// A tag that cannot be kept correct says so in `unsupported`; texts that lie outside their page are
-// EngineFault kDamagedFile.
+// Throws EngineFault kDamagedFile where the header says that a text lies outside its page.
+void require_texts_inside(Bytes header, const std::string& path, std::uint64_t offset);
+// A tag that cannot be kept correct says so in `unsupported`; a key text that does not end in its
+// page is EngineFault kDamagedFile.
 TagDescription parse_tag_header(Bytes header, const std::string& name, const std::string& path,
                                 std::uint64_t offset);
 // Throws EngineFault kLimit when name, key or texts are too long.

@@ -173,8 +173,11 @@ class IndexCheck {
                 report_.fault("index-page", Remedy::kReindex, at_page(name, page),
                               "the page of its header " + refused);
             }
-            if (tag.unusable.empty()) continue;
-            report_unusable(tag);
+            if (!tag.description.wrong_place.empty()) {
+                report_.fault("tag-header", Remedy::kReindex, at_page(name, tag.header),
+                              tag.description.wrong_place);
+            }
+            if (!tag.unusable.empty()) report_unusable(tag);
         }
     }
 
@@ -417,6 +420,18 @@ FoundTags find_tags(const IndexBytes& bytes, const TableLayout& layout, const st
         }
     }
     return found;
+}
+
+std::optional<std::vector<std::string>> tag_names(const std::string& path) {
+    TableFiles files = TableFiles::open(path, Access::kCheck);
+    files.open_index(Access::kCheck);
+    IndexBytes bytes;
+    if (!files.index.is_open() || !bytes.read(files.index)) return {};
+    const Directory directory = read_directory(bytes, files.index.path());
+    if (!directory.complete) return {};
+    std::vector<std::string> names;
+    for (const IndexEntry& name : directory.names) names.push_back(name.key);
+    return names;
 }
 
 void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,

@@ -88,13 +88,4 @@ void build_index(const std::string& index_path, const RecordSource& records,
     }
 }
 
-void require_buildable(const std::string& index_path, const RecordSource& records,
-                       const std::vector<TagPlan>& plans) {
-    const auto nobody = [](RecordNumber) {};
-    for (const TagPlan& plan : plans) {
-        if (!plan.description.candidate) continue;
-        refuse_duplicates(plan, collect_entries(plan, records, index_path, nobody), index_path);
-    }
-}
-
 }  // namespace brenik::local

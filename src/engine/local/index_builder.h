@@ -31,8 +31,4 @@ using BuildProgress =
 void build_index(const std::string& index_path, const RecordSource& records,
                  const std::vector<TagPlan>& plans, const BuildProgress& progress = {});
 
-// Throws what build_index would throw because of the records, and makes nothing.
-void require_buildable(const std::string& index_path, const RecordSource& records,
-                       const std::vector<TagPlan>& plans);
-
 }  // namespace brenik::local

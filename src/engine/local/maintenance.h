@@ -25,7 +25,7 @@ enum class Severity {
     kUnchecked,  // could not be looked at: somebody holds a lock, or the file cannot be opened
 };
 
-enum class Remedy { kNothing, kRepair, kReindex, kRestore, kByHand, kTryAgain };
+enum class Remedy { kNothing, kRepair, kReindex, kRestore, kByHand, kTryAgain, kTell };
 
 struct Finding {
     Severity severity = Severity::kFault;
@@ -56,9 +56,13 @@ struct CheckedTable {
 // reported like all others; nothing is thrown but for want of memory.
 CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress);
 
+// The names of the tags of the table's index; nothing when they cannot all be read.
+std::optional<std::vector<std::string>> tag_names(const std::string& path);
+
 struct MendOptions {
-    // Only tell what would be done; the table need not be had exclusively for that.
-    bool dry_run = false;
+    // Only tell what would be done, by doing it to copies of the files in this folder, which stay
+    // there; other programs may have the table open meanwhile. Empty: do it.
+    std::string trial_folder = {};
     std::string backup_folder = {};  // empty: beside the files
     // Definitions that take the place of what the old index says, or are added to it.
     std::vector<TagDefinition> tags = {};
@@ -83,6 +87,9 @@ Mended repair_table(const std::string& path, const MendOptions& options, const D
 // Copies a file beside itself, or into the folder, under a name that tells the moment and that no
 // file has yet; answers that name. Throws EngineFault, and then leaves nothing behind.
 std::string back_up_file(const platform::File& file, const std::string& folder);
+
+// Copies whatever files the table has into the folder. Throws EngineFault.
+void copy_table(const std::string& path, const std::string& folder);
 
 // Builds the structural index anew from the records, with the tags of the old one.
 Mended reindex_table(const std::string& path, const MendOptions& options, const DeedReport& report,

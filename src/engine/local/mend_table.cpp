@@ -1,4 +1,6 @@
 // Repairing one table: header, end of file, memos, index, in this order, and a second look.
+//
+// What is mended first decides what is to be mended then. So a dry run does the same to copies.
 
 #include <algorithm>
 #include <array>
@@ -20,11 +22,16 @@ constexpr Byte kEndOfFile = 0x1A;
 // More bad deletion marks than one in so many records are no damage to single records.
 constexpr RecordNumber kRecordsPerBadMark = 10;
 
+Access access_for(const MendOptions& options) {
+    return options.trial_folder.empty() ? Access::kMend : Access::kTry;
+}
+
 class TableMender {
   public:
-    TableMender(const MendOptions& options, const DeedReport& report, const Progress& progress)
+    TableMender(Access access, const MendOptions& options, const DeedReport& report,
+                const Progress& progress)
         : options_(options),
-          access_(options.dry_run ? Access::kCheck : Access::kMend),
+          access_(access),
           report_(report),
           mending_(options, report),
           progress_(progress) {}
@@ -35,8 +42,9 @@ class TableMender {
         if (!files_.table.is_open()) return refusal(files_.table);
         try {
             CheckedTable counts;
+            const Report silent = [](const Finding&) {};
             found_ =
-                check_open_table(files_, access_, {files_.table.path(), tally_, counts}, progress_);
+                check_open_table(files_, access_, {files_.table.path(), silent, counts}, progress_);
             if (!found_.header.layout) {
                 mending_.refuse(files_.table.path(),
                                 "the header cannot be understood; restore the table from a backup");
@@ -46,8 +54,9 @@ class TableMender {
                 if (!can_be_had(*file)) return refusal(*file);
             }
             if (misplaced()) return refuse_misplaced();
+            if (!index_only && counts.faults + counts.notes == 0) return Mended::kNothingToDo;
+            if (access_ == Access::kTry) return mend_copies();
             if (index_only) return reindex();
-            if (counts.faults + counts.notes == 0) return Mended::kNothingToDo;
             repair();
         } catch (const EngineFault& fault) {
             mending_.refuse(files_.table.path(), fault.what());
@@ -62,20 +71,18 @@ class TableMender {
                file.failure() == platform::OpenFailure::kMissing;
     }
 
-    // True for what is wrong with an index or a tag whose definition the options hold.
-    bool is_given_anew(const Finding& finding) const {
-        return finding.file == files_.index.path() &&
-               std::any_of(options_.tags.begin(), options_.tags.end(), [&](const auto& tag) {
-                   return finding.tag.empty() || equal_ignoring_case(finding.tag, tag.name);
-               });
-    }
-
-    // Takes note of what this run is not going to mend.
-    void tally(const Finding& finding) {
-        if (finding.severity != Severity::kFault || finding.remedy == Remedy::kReindex) return;
-        if (finding.remedy == Remedy::kRepair && !index_only_) return;
-        if (is_given_anew(finding)) return;
-        ++staying_;
+    Mended mend_copies() {
+        const std::string path = files_.table.path();
+        try {
+            copy_table(path, options_.trial_folder);
+        } catch (const EngineFault&) {
+            mending_.refuse(path, "cannot be tried: no copy of its files can be made in " +
+                                      options_.trial_folder + "; is there room?");
+            return Mended::kPartly;
+        }
+        const std::size_t name = path.find_last_of("\\/") + 1;
+        return TableMender(Access::kMend, options_, report_, progress_)
+            .run(options_.trial_folder + "/" + path.substr(name), index_only_);
     }
 
     // True when so many records lack their deletion mark that they seem to lie elsewhere: whatever
@@ -193,11 +200,9 @@ class TableMender {
                                    "backup");
         }
         if (files_.memo.is_open()) mending_.back_up(files_.memo);
-        if (!options_.dry_run) {
-            files_.memo.close();
-            MemoFile::create(files_.table.path());
-            files_.open_memo(layout.version, access_);
-        }
+        files_.memo.close();
+        MemoFile::create(files_.table.path());
+        files_.open_memo(layout.version, access_);
         mending_.done(files_.memo.path(), "an empty memo file made");
     }
 
@@ -259,15 +264,14 @@ class TableMender {
     void remove_leftover() {
         if (!found_.leftover) return;
         const std::string path = unfinished_index_path(files_.index.path());
-        if (!options_.dry_run) platform::remove_file(path);
+        platform::remove_file(path);
         mending_.done(path, "left behind by an interrupted run; removed");
     }
 
     Mended outcome() {
-        if (const std::size_t left = options_.dry_run ? staying_ : faults_left(); left > 0) {
-            mending_.refuse(files_.table.path(), std::to_string(left) + " faults " +
-                                                     (options_.dry_run ? "would be" : "are") +
-                                                     " left; \"brenik check\" names them");
+        if (const std::size_t left = faults_left(); left > 0) {
+            mending_.refuse(files_.table.path(),
+                            std::to_string(left) + " faults are left; \"brenik check\" names them");
         }
         return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
     }
@@ -290,23 +294,21 @@ class TableMender {
     const DeedReport& report_;
     Mending mending_;
     const Progress& progress_;
-    const Report tally_ = [this](const Finding& finding) { tally(finding); };
     bool index_only_ = false;
     TableFiles files_;
     TableFindings found_;
-    std::size_t staying_ = 0;  // faults that this run does not mend
 };
 
 }  // namespace
 
 Mended repair_table(const std::string& path, const MendOptions& options, const DeedReport& report,
                     const Progress& progress) {
-    return TableMender(options, report, progress).run(path, false);
+    return TableMender(access_for(options), options, report, progress).run(path, false);
 }
 
 Mended reindex_table(const std::string& path, const MendOptions& options, const DeedReport& report,
                      const Progress& progress) {
-    return TableMender(options, report, progress).run(path, true);
+    return TableMender(access_for(options), options, report, progress).run(path, true);
 }
 
 }  // namespace brenik::local

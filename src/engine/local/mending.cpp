@@ -2,9 +2,11 @@
 
 #include "engine/local/mending.h"
 
+#include <array>
 #include <cstdio>
 #include <vector>
 
+#include "engine/local/index_builder.h"
 #include "platform/clock.h"
 
 namespace brenik::local {
@@ -33,6 +35,13 @@ std::string backup_path(const std::string& path, const std::string& folder) {
     return candidate;
 }
 
+platform::File create(const std::string& path) {
+    platform::File file =
+        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
+    if (file.is_open()) return file;
+    throw EngineFault(FaultCode::kInputOutput, "copy", path + ": cannot be made");
+}
+
 void copy_bytes(const platform::File& from, platform::File& to) {
     std::vector<Byte> buffer(kCopyBytes);
     std::uint64_t done = 0;
@@ -40,7 +49,6 @@ void copy_bytes(const platform::File& from, platform::File& to) {
         to.write_at(done, Bytes(buffer).first(got));
         done += got;
     }
-    to.sync();
 }
 
 }  // namespace
@@ -49,13 +57,10 @@ std::string back_up_file(const platform::File& file, const std::string& folder) 
     const std::string path = backup_path(file.path(), folder);
     // Whatever ends this, a file of the final name is a whole copy.
     const std::string unfinished = path + ".part";
-    platform::File copy = platform::File::open(unfinished, platform::OpenMode::kCreate,
-                                               platform::Sharing::kExclusive);
-    if (!copy.is_open()) {
-        throw EngineFault(FaultCode::kInputOutput, "back up", path + ": cannot be made");
-    }
+    platform::File copy = create(unfinished);
     try {
         copy_bytes(file, copy);
+        copy.sync();
         copy.close();
         platform::replace_file(unfinished, path);
     } catch (...) {
@@ -66,8 +71,26 @@ std::string back_up_file(const platform::File& file, const std::string& folder) 
     return path;
 }
 
+void copy_table(const std::string& path, const std::string& folder) {
+    TableFiles files = TableFiles::open(path, Access::kCheck);
+    std::array<Byte, 1> version{};
+    if (files.table.is_open()) files.table.read_at(0, version);
+    files.open_memo(version[0], Access::kCheck);
+    files.open_index(Access::kCheck);
+    const platform::File leftover = platform::File::open(unfinished_index_path(files.index.path()),
+                                                         platform::OpenMode::kReadOnly);
+    const std::array<const platform::File*, 4> all{&files.table, &files.memo, &files.index,
+                                                   &leftover};
+    for (const platform::File* file : all) {
+        if (!file->is_open()) continue;
+        const std::size_t separator = file->path().find_last_of("\\/");
+        platform::File copy = create(folder + "/" + file->path().substr(separator + 1));
+        copy_bytes(*file, copy);
+    }
+}
+
 void Mending::back_up(const platform::File& file) {
-    if (options_.dry_run || !backed_up_.insert(file.path()).second) return;
+    if (!options_.trial_folder.empty() || !backed_up_.insert(file.path()).second) return;
     const std::string copy = back_up_file(file, options_.backup_folder);
     report_({true, file.path(), "copied to " + copy});
 }
@@ -75,7 +98,7 @@ void Mending::back_up(const platform::File& file) {
 void Mending::act(const platform::File& file, const std::string& what,
                   const std::function<void()>& deed, std::optional<RecordNumber> record) {
     back_up(file);
-    if (!options_.dry_run) deed();
+    deed();
     done(file.path(), what, record);
 }
 

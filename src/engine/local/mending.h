@@ -1,5 +1,5 @@
-// What repairing a table and rebuilding its index have in common: saying what is done, keeping a
-// copy of each file before it is changed, and touching nothing in a dry run.
+// What repairing a table and rebuilding its index have in common: saying what is done, and keeping
+// a copy of each file before it is changed.
 
 #pragma once
 
@@ -18,7 +18,7 @@ class Mending {
         : options_(options), report_(report) {}
 
     const MendOptions& options() const { return options_; }
-    // Does the deed, unless this is a dry run, and reports it.
+    // Does the deed and reports it.
     void act(const platform::File& file, const std::string& what, const std::function<void()>& deed,
              std::optional<RecordNumber> record = {});
     // Reports what has been done already.
@@ -27,7 +27,7 @@ class Mending {
     // Reports something that could not be done.
     void refuse(const std::string& file, const std::string& what,
                 std::optional<RecordNumber> record = {});
-    // Before the first change of a file: copies it.
+    // Before the first change of a file: copies it, unless it is a copy itself.
     void back_up(const platform::File& file);
 
     bool refused_any() const { return refused_; }

@@ -108,13 +108,12 @@ void mark_as_indexed(TableFiles& files, const TableLayout& layout, Mending& mend
 }
 
 void replace_index(TableFiles& files, const HeaderFacts& header, const std::vector<TagPlan>& plans,
-                   bool dry_run, const Progress& progress) {
+                   const Progress& progress) {
     const std::string path = files.index.path();
     const auto read = [&](RecordNumber first, MutableBytes into) {
         return files.table.read_at(header.end_of(first - 1), into) == into.size();
     };
     const RecordSource records{*header.layout, header.usable, read};
-    if (dry_run) return require_buildable(path, records, plans);
     files.index.close();
     build_index(path, records, plans, progress);
 }
@@ -143,7 +142,7 @@ void rebuild_index(TableFiles& files, const HeaderFacts& header, Mending& mendin
     if (is_new && tags.plans().empty()) return;
     if (!is_new) mending.back_up(files.index);
     try {
-        replace_index(files, header, tags.plans(), mending.options().dry_run, progress);
+        replace_index(files, header, tags.plans(), progress);
     } catch (const EngineFault& fault) {
         return mending.refuse(path, std::string(fault.what()) + "; the index stays as it was");
     }

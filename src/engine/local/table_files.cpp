@@ -10,9 +10,10 @@ namespace brenik::local {
 namespace {
 
 platform::File open_for(const std::string& path, Access access) {
-    return access == Access::kCheck ? platform::File::open(path, platform::OpenMode::kReadOnly)
-                                    : platform::File::open(path, platform::OpenMode::kReadWrite,
-                                                           platform::Sharing::kExclusive);
+    const bool checks = access == Access::kCheck, alone = access == Access::kMend;
+    return platform::File::open(
+        path, checks ? platform::OpenMode::kReadOnly : platform::OpenMode::kReadWrite,
+        alone ? platform::Sharing::kExclusive : platform::Sharing::kShared);
 }
 
 }  // namespace

@@ -36,7 +36,11 @@ Finding at_record(RecordNumber record, std::string field = {});
 Finding at_tag(std::string tag, RecordNumber record);
 Finding at_page(std::string tag, std::uint64_t page);
 
-enum class Access { kCheck, kMend };  // shared and read only; exclusive and writable
+enum class Access {
+    kCheck,  // shared and read only
+    kTry,    // shared and writable
+    kMend,   // exclusive and writable
+};
 
 struct TableFiles {
     platform::File table;
