@@ -225,7 +225,7 @@ class Mender {
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
-        Practice practice(request_.path);
+        Practice practice(request_.path, platform::OpenMode::kReadWrite);
         const OpenedTable system = practice.open("LAWSYS");
         back_up(system.path);
         if (!request_.dry_run) lock(system, 1);
@@ -255,7 +255,7 @@ class Mender {
     }
 
     void remove_entries(const std::vector<JournalFault>& entries) {
-        Practice practice(request_.path);
+        Practice practice(request_.path, platform::OpenMode::kReadWrite);
         const OpenedTable journal = practice.open("LawTrans");
         back_up(journal.path);
         for (const JournalFault& entry : entries) {

@@ -4,7 +4,7 @@
 
 #include "c_source/MiscFW.h"
 #include "c_source/Strings.h"
-#include "fwp/trace_log.h"
+#include "fwp/fault_file.h"
 #include "platform/file.h"
 #include "platform/profile.h"
 #include "util/bytes.h"
@@ -59,15 +59,19 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
     const bool beside = options.where == OpenIn::kNewArea && session.areas.used();
     const int kept = beside ? session.areas.current() : 0;
     try {
-        return open_with_retries(
-            session, options,
-            {std::string(trim_right(file)),
-             [](const Table& table, bool repeated) {
-                 return repeated || !table.opened_orders_automatically();
-             },
-             [&session](platform::Cursor cursor) { session.ui.set_cursor(cursor); }});
+        if (open_with_retries(
+                session, options,
+                {std::string(trim_right(file)),
+                 [](const Table& table, bool repeated) {
+                     return repeated || !table.opened_orders_automatically();
+                 },
+                 [&session](platform::Cursor cursor) { session.ui.set_cursor(cursor); }})) {
+            return true;
+        }
+        note_fault(session, "NET_USE", session.areas.engine().last_error());
+        return false;
     } catch (const EngineFault& fault) {
-        if (session.variables.LTRACE) TRACELOG(session, "NET_USE", {Value(), fault.what()});
+        note_fault(session, "NET_USE", fault.what());
     }
     if (session.areas.current() != kept) session.areas.close();
     session.ui.set_cursor(platform::Cursor::kArrow);

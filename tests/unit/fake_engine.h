@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "environment.h"
 #include "platform/clock.h"
 #include "platform/ui.h"
 
@@ -47,6 +49,13 @@ class UserInterface : public platform::UserInterface {
     int beeps = 0;
 };
 
+// What goes wrong here is not for the fault file of whoever runs the tests.
+inline const bool kFaultsApart = [] {
+    set_variable("BRENIK_FAULTS",
+                 (std::filesystem::temp_directory_path() / "brenik-faults.log").string().c_str());
+    return true;
+}();
+
 // What a table does when it is asked; shared with the test, which outlives the table.
 struct Script {
     std::vector<FieldDescription> fields = {};
@@ -58,6 +67,7 @@ struct Script {
     bool put_fails = false;
     bool abandoned = false;
     bool locked = false;
+    std::function<bool()> attach = [] { return true; };
 };
 
 class Table : public brenik::Table {
@@ -108,7 +118,7 @@ class Table : public brenik::Table {
     void clear_orders() override { script_.orders_added.clear(); }
     bool add_orders(const std::string& file) override {
         script_.orders_added.push_back(file);
-        return true;
+        return script_.attach();
     }
     std::size_t order_count() const override { return 0; }
     std::size_t order_count_of(const std::string&) const override { return 0; }

@@ -30,7 +30,7 @@ namespace brenik::local {
 
 class LocalTable : public Table {
   public:
-    // Null when the table, its memo file or its index is somebody's exclusive use or cannot be had.
+    // Refused when the table, its memo file or its index cannot be had.
     static std::unique_ptr<LocalTable> open(LocalEngine& engine, const std::string& path,
                                             platform::Sharing sharing);
     ~LocalTable() override;
