@@ -3,6 +3,7 @@
 #include "platform/folders.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,9 +11,13 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/file.h"
+
 namespace brenik::platform {
 
 namespace {
+
+constexpr const char* kOwnFolder = "/.brenik";
 
 std::string home_folder() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
@@ -38,9 +43,22 @@ std::string absolute_path(const std::string& path) {
     return "\\" + folder + (folder.empty() ? "" : "\\") + path;
 }
 
+std::string fault_file_path() {
+    const char* chosen = std::getenv("BRENIK_FAULTS");
+    if (chosen != nullptr && *chosen != '\0') return chosen;
+    const std::string home = home_folder();
+    return home.empty() ? home : home + kOwnFolder + "/Faults.log";
+}
+
+void make_folder_of(const std::string& file) {
+    const std::string path = system_path(file);
+    const std::size_t separator = path.rfind('/');
+    if (separator != std::string::npos) mkdir(path.substr(0, separator).c_str(), S_IRWXU);
+}
+
 std::string windows_folder() {
     const char* chosen = std::getenv("BRENIK_WINDIR");
-    if (chosen == nullptr || *chosen == '\0') return home_folder() + "/.brenik";
+    if (chosen == nullptr || *chosen == '\0') return home_folder() + kOwnFolder;
     const std::string folder = chosen;
     return folder.substr(0, folder.find_last_not_of("/\\") + 1);
 }

@@ -47,6 +47,18 @@ std::string absolute_path(const std::string& path) {
     return wide_text(found) == full ? found : path;
 }
 
+std::string fault_file_path() {
+    const std::string chosen = environment_variable(L"BRENIK_FAULTS");
+    if (!chosen.empty()) return chosen;
+    const std::string own = environment_variable(L"LOCALAPPDATA");
+    return own.empty() ? own : own + "\\BrenikDB\\Faults.log";
+}
+
+void make_folder_of(const std::string& file) {
+    const std::optional<std::wstring> full = full_path(file);
+    if (full) CreateDirectoryW(full->substr(0, full->rfind(L'\\')).c_str(), nullptr);
+}
+
 std::string windows_folder() {
     const std::string chosen = environment_variable(L"BRENIK_WINDIR");
     if (!chosen.empty()) return without_last_separators(chosen);
