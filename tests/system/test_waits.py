@@ -240,8 +240,9 @@ def test_waits(new_host, new_practice):
     """All at the same time, since each takes its five seconds."""
     tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
              held_journal_entry, held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK), busy_journal,
-             refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]), refused('LAW3.dbf', 'in exclusive use'),
-             refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK), refused('LAW2.fpt', 'no such file', offset=0),
+             refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]),
+             refused('LAW3.dbf', 'in exclusive use'), refused('LAW2.fpt', 'no such file', offset=0),
+             refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
              missing_table, missing_links, *([] if OURS.library.endswith('.dll') else [replaced_folder]),
              record_held_in_the_own_mode, mixed_modes(0, 1), mixed_modes(1, 0), stranger_first, stranger_second]
 
