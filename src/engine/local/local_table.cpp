@@ -86,13 +86,23 @@ bool LocalTable::lost_on_share() const {
     return lost;
 }
 
+// A file that cannot be had any more is no lock that somebody else holds for a moment: what was
+// under way is lost with it.
+void LocalTable::reopen_files() {
+    try {
+        file_->reopen();
+        if (memo_) memo_->reopen();
+        orders_->reopen();
+    } catch (const Refused& refusal) {
+        throw EngineFault(FaultCode::kInputOutput, "open again", refusal.what());
+    }
+}
+
 // The current record is locked anew, but stays so only if it is still what was read under the lock
 // that was lost. A change to it that is still to be written stays in the buffer.
 void LocalTable::reopen() {
     const bool held = record_ != 0 && file_->owns(record_);
-    file_->reopen();
-    if (memo_) memo_->reopen();
-    orders_->reopen();
+    reopen_files();
     orders_->mend_doubtful([this](const TableOrders::RecordUse& use) {
         const auto read = [this](RecordNumber first, MutableBytes into) {
             return file_->read_many(first, into);

@@ -138,6 +138,7 @@ class LocalTable : public Table {
     bool lost() const { return file_ && file_->file().remote() && lost_on_share(); }
     bool lost_on_share() const;
     void reopen();
+    void reopen_files();
     // What a step answers that can be repeated, and is, a few times, when the session is lost.
     template <class Step>
     auto reaching(Step step);
