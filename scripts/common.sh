@@ -2,6 +2,7 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
+export BRENIK_FAULTS=${BRENIK_FAULTS:-$root/build/Faults.log}  # not that of whoever runs a script
 
 build_packages=(g++ ccache cmake ninja-build libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl pkg-config valgrind)

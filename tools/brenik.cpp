@@ -1,5 +1,6 @@
 // The companion tool: makes sample practices, shows tables and records, reads the journal, checks
-// and mends the files, tries whether a share is sound, and calls any routine of the library.
+// and mends the files, tries whether a share is sound, prints the fault file, and calls any routine
+// of the library.
 //
 // Data goes to standard output, messages to standard error. The exit code says how it ended: 0
 // well, 1 a problem was found, 2 the command line makes no sense, 3 something cannot be opened, 4
@@ -11,6 +12,7 @@
 #include "call.h"
 #include "check.h"
 #include "doctor.h"
+#include "faults.h"
 #include "journal.h"
 #include "mend.h"
 #include "practice.h"
@@ -63,6 +65,13 @@ void add_journal(CLI::App& app, JournalRequest& request) {
     command->add_option("--limit", request.limit, "Only the last N entries");
     command->add_flag("--json", request.json, "As JSON, one line an entry");
     command->callback([&request] { print_journal(request); });
+}
+
+void add_faults(CLI::App& app, FaultsRequest& request) {
+    CLI::App* command = app.add_subcommand(
+        "faults", "Print the faults and refused opens that sessions of this user have met");
+    command->add_flag("--json", request.json, "As JSON, one line a fault");
+    command->callback([&request] { print_faults(request); });
 }
 
 void add_call(CLI::App& app, CallRequest& request) {
@@ -146,6 +155,8 @@ int main(int argc, char** argv) {
     add_sample(app, sample);
     add_show(app, show_request);
     add_journal(app, journal);
+    FaultsRequest faults;
+    add_faults(app, faults);
     CallRequest call;
     add_call(app, call);
     CheckRequest check_request;

@@ -55,7 +55,7 @@ const char* kind_word(char code) {
 class Journal {
   public:
     explicit Journal(const std::string& folder)
-        : practice_(folder), trans_(practice_.open("LawTrans")) {}
+        : practice_(folder, platform::OpenMode::kReadOnly), trans_(practice_.open("LawTrans")) {}
 
     RecordNumber count() { return trans_.table->record_count(); }
     bool deleted(RecordNumber record);

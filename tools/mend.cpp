@@ -281,7 +281,7 @@ class Mender {
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
-        Practice practice(folder_to_change("LAWSYS"));
+        Practice practice(folder_to_change("LAWSYS"), platform::OpenMode::kReadWrite);
         const OpenedTable system = practice.open("LAWSYS");
         back_up(system.path);
         lock(system, 1);
@@ -309,7 +309,7 @@ class Mender {
     }
 
     void remove_entries(const std::vector<JournalFault>& entries) {
-        Practice practice(folder_to_change("LawTrans"));
+        Practice practice(folder_to_change("LawTrans"), platform::OpenMode::kReadWrite);
         const OpenedTable journal = practice.open("LawTrans");
         back_up(journal.path);
         for (const JournalFault& entry : entries) {

@@ -14,22 +14,8 @@ namespace {
 
 constexpr std::size_t kLargestHeader = 65535;
 
-platform::File open_for_reading(const std::string& path) {
-    platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
-    switch (file.failure()) {
-        case platform::OpenFailure::kNone:
-            return file;
-        case platform::OpenFailure::kMissing:
-            throw ToolError(ExitCode::kCannotOpen, path + ": no such table");
-        case platform::OpenFailure::kSharing:
-            throw ToolError(ExitCode::kLocked, path + ": in exclusive use by another program");
-        default:
-            throw ToolError(ExitCode::kCannotOpen, path + ": cannot be opened");
-    }
-}
-
 local::TableLayout read_layout(const std::string& path) {
-    const platform::File file = open_for_reading(path);
+    const platform::File file = local::open_file(path, {.access = platform::OpenMode::kReadOnly});
     std::vector<Byte> header(kLargestHeader);
     header.resize(file.read_at(0, header));
     return local::parse_layout(header, path);
@@ -44,9 +30,10 @@ local::LockMode configured_locks(const std::string& folder) {
 
 }  // namespace
 
-Practice::Practice(std::string folder)
-    : folder_(std::move(folder)), locks_(configured_locks(folder_)) {
-    engine_.set_proprietary_locking(locks_ == local::LockMode::kProprietary);
+Practice::Practice(std::string folder, platform::OpenMode access)
+    : folder_(std::move(folder)), use_{.mode = configured_locks(folder_), .access = access} {
+    engine_.set_proprietary_locking(use_.mode == local::LockMode::kProprietary);
+    engine_.set_read_only(access == platform::OpenMode::kReadOnly);
 }
 
 std::string Practice::path_of(std::string_view file) const {
@@ -67,21 +54,18 @@ OpenedTable Practice::open(std::string_view name) {
         if (!equal_ignoring_case(table.alias, name)) continue;
         if (const PracticeTable* present = find(table.number)) file = present->file;
     }
-    OpenedTable opened{platform::system_path(path_of(file)), locks_, {}, nullptr};
+    OpenedTable opened{platform::system_path(path_of(file)), use_, {}, nullptr};
     try {
         opened.layout = read_layout(opened.path);
         opened.table = engine_.open(opened.path, TableSharing::kShared);
+        if (!opened.table) throw local::Refused(*engine_.refusal());
+        return opened;
+    } catch (const local::Refused& refusal) {
+        const bool held = refusal.code() == FaultCode::kBusy;
+        throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, refusal.explanation());
     } catch (const EngineFault& fault) {
         throw ToolError(ExitCode::kCannotOpen, fault.what());
     }
-    // The table's own file could be read, so nobody has that for exclusive use.
-    if (!opened.table) {
-        throw ToolError(ExitCode::kLocked,
-                        opened.path +
-                            ": its index or memo file is in use, or other programs use "
-                            "the table with locks of another kind (LockType)");
-    }
-    return opened;
 }
 
 }  // namespace brenik::tools

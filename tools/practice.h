@@ -9,7 +9,7 @@
 
 #include "engine/engine.h"
 #include "engine/local/local_engine.h"
-#include "engine/local/lock_scheme.h"
+#include "engine/local/opening.h"
 #include "engine/local/table_layout.h"
 
 namespace brenik::tools {
@@ -44,18 +44,19 @@ inline constexpr PracticeTable kPracticeTables[] = {
 
 struct OpenedTable {
     std::string path;
-    local::LockMode locks;
+    local::FileUse use;
     local::TableLayout layout;
     std::unique_ptr<Table> table;
 };
 
 class Practice {
   public:
-    // Its locks are those that the practice's settings ask hosts to use.
-    explicit Practice(std::string folder);
+    // Its locks are those that the practice's settings ask hosts to use. Tables are opened with
+    // this access: reading alone needs no permission to write.
+    Practice(std::string folder, platform::OpenMode access);
 
-    // Opens a table for reading, by file name or by alias, in any case. Throws ToolError when it
-    // is missing, cannot be read, or is in somebody's exclusive use.
+    // Opens a table by file name or by alias, in any case. Throws ToolError when it is missing,
+    // cannot be read, or is in somebody's exclusive use.
     OpenedTable open(std::string_view name);
     // The table that goes by this number; null when the practice has none.
     const PracticeTable* find(int number) const;
@@ -64,7 +65,7 @@ class Practice {
     std::string path_of(std::string_view file) const;
 
     std::string folder_;
-    local::LockMode locks_;
+    local::FileUse use_;
     local::LocalEngine engine_;
 };
 

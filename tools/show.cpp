@@ -25,8 +25,7 @@ std::vector<local::TagDescription> read_tags(const OpenedTable& opened) {
     std::vector<local::TagDescription> tags;
     if (!opened.layout.has_structural_index()) return tags;
     const std::string path = local::index_path(opened.path);
-    const auto index = local::CdxFile::open(path, platform::Sharing::kShared, opened.locks);
-    if (!index) throw ToolError(ExitCode::kCannotOpen, path + ": missing, or in exclusive use");
+    const auto index = local::CdxFile::open(path, opened.use);
     for (const auto& tag : index->tags()) tags.push_back(tag->description());
     return tags;
 }
@@ -173,7 +172,7 @@ void show_all(OpenedTable& opened, const ShowRequest& request) {
 }  // namespace
 
 void show(const ShowRequest& request) {
-    Practice practice(request.folder);
+    Practice practice(request.folder, platform::OpenMode::kReadOnly);
     OpenedTable opened = practice.open(request.table);
     if (request.record) return show_one(opened, request);
     if (request.seek) return show_found(opened, request);

@@ -9,6 +9,7 @@
 #include "RSData/stamps.h"
 #include "data/close_all.h"
 #include "data/net_use.h"
+#include "fwp/fault_file.h"
 #include "fwp/profile_setting.h"
 #include "fwp/trace_log.h"
 #include "platform/file.h"
@@ -107,8 +108,11 @@ void require_sound_share(Session& session) {
     if (!share.doubtful.empty()) trace(session, folder + ": " + share.doubtful);
 }
 
-bool has_file(const Session& session, const char* name) {
-    return platform::file_exists(session.data_path() + name);
+bool has_file(Session& session, const char* name) {
+    const std::string path = session.data_path() + name;
+    if (platform::file_exists(path)) return true;
+    write_fault_line(session, "StartUp", platform::system_path(path) + ": no such file");
+    return false;
 }
 
 int check_files(Session& session) {

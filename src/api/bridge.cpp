@@ -9,7 +9,7 @@
 #include <string>
 
 #include "BrenikDB/codes.h"
-#include "fwp/trace_log.h"
+#include "fwp/fault_file.h"
 #include "platform/host_state.h"
 #include "util/fault.h"
 #include "util/runtime.h"
@@ -82,9 +82,9 @@ void Bridge::recover(std::string_view operation, std::string_view fault) const n
         Session& session = session_();
         const ClosedTraceLog afterwards(session);
         session.recover();
-        if (session.variables.LTRACE) TRACELOG(session, operation, {Value(), fault});
+        note_fault(session, operation, fault);
     } catch (...) {
-        // Without memory even for the trace line, the code alone has to tell.
+        // Without even a session the code alone has to tell.
     }
 }
 

@@ -50,9 +50,14 @@ bool append_repeatedly(Session& session, double seconds, Attempt attempt) {
 // would leave them behind with the first change.
 bool attach(Session& session, const std::string& orders) {
     Table& table = session.areas.table("NET_USE");
-    table.clear_orders();
-    if (table.add_orders(orders)) return true;
-    session.areas.close();
+    try {
+        table.clear_orders();
+        if (table.add_orders(orders)) return true;
+    } catch (const EngineFault&) {
+        session.areas.refuse();
+        throw;
+    }
+    session.areas.refuse();
     return false;
 }
 

@@ -4,8 +4,8 @@
 
 #include "c_source/MiscFW.h"
 #include "c_source/Strings.h"
+#include "fwp/fault_file.h"
 #include "fwp/profile_setting.h"
-#include "fwp/trace_log.h"
 #include "platform/file.h"
 #include "platform/folders.h"
 #include "util/bytes.h"
@@ -19,11 +19,10 @@ void log_missing_server(const Session& session, int loaded, int status) {
     const std::string lines = session.variables.MOPERATOR + "  Server not found " +
                               std::to_string(loaded) + "  nConnect: " + std::to_string(status) +
                               "\r\nDir = " + session.data_path() + "\r\n";
-    const std::string folder = session.data_path() + "lawtemp";
-    platform::make_folder(folder);
+    const std::string path = session.data_path() + "lawtemp\\DataServer.log";
+    platform::make_folder_of(path);
     try {
-        platform::File log =
-            platform::File::open(folder + "\\DataServer.log", platform::OpenMode::kAppend);
+        platform::File log = platform::File::open(path, platform::OpenMode::kAppend);
         if (log.is_open()) log.write_at(log.size(), as_bytes(lines));
     } catch (const EngineFault&) {
         // The user is told anyway; a log that cannot be written must not stop start-up.
@@ -62,15 +61,19 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
     const bool beside = options.where == OpenIn::kNewArea && session.areas.used();
     const int kept = beside ? session.areas.current() : 0;
     try {
-        return open_with_retries(
-            session, options,
-            {std::string(trim_right(file)),
-             [](const Table& table, bool repeated) {
-                 return repeated || !table.opened_orders_automatically();
-             },
-             [&session](platform::Cursor cursor) { session.ui.set_cursor(cursor); }});
+        if (open_with_retries(
+                session, options,
+                {std::string(trim_right(file)),
+                 [](const Table& table, bool repeated) {
+                     return repeated || !table.opened_orders_automatically();
+                 },
+                 [&session](platform::Cursor cursor) { session.ui.set_cursor(cursor); }})) {
+            return true;
+        }
+        note_fault(session, "NET_USE", session.areas.engine().last_error());
+        return false;
     } catch (const EngineFault& fault) {
-        if (session.variables.LTRACE) TRACELOG(session, "NET_USE", {Value(), fault.what()});
+        note_fault(session, "NET_USE", fault.what());
     }
     if (session.areas.current() != kept) session.areas.close();
     session.ui.set_cursor(platform::Cursor::kArrow);

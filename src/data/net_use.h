@@ -16,7 +16,7 @@ inline constexpr int kRemoteServer = 2;
 // Opens a table, with retries a second apart, and attaches its compound index where asked and not
 // yet done by the engine; after a retry under the table's own name, and whatever the engine has
 // done. A relative name lies in the data folder. False when every open failed, or the file is
-// damaged: then the area is empty and the fault is traced.
+// damaged: then the area is empty, the network error flag set, and the reason noted (fault_file.h).
 [[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
 
 // The server type that "LAWSYS.INI" in a folder (with its trailing backslash) asks for.

@@ -162,7 +162,7 @@ class Table {
     virtual void clear_orders() = 0;
     // Attaches every order of the file (a name without extension, or a table's, means the table's
     // .CDX); the first of them becomes controlling, or the one that the engine's automatic order
-    // setting says. False when there is no such file.
+    // setting says. False when the file cannot be had.
     virtual bool add_orders(const std::string& file) = 0;
     virtual std::size_t order_count() const = 0;
     // Of the attached orders those of one index file, named as for add_orders.
@@ -233,11 +233,13 @@ class Engine {
         return absolute || file.empty() ? file : default_folder_ + file;
     }
 
-    // Opens a table; a name without extension means ".DBF". Null when it cannot be had: held by
-    // somebody else, missing, or not permitted. A file that is there but damaged or beyond what
-    // the engine can keep correct is an EngineFault that names file and reason.
+    // Opens a table; a name without extension means ".DBF". Null when it, or a file that belongs to
+    // it, cannot be had: held by somebody else, missing, or not permitted. A file that is there but
+    // damaged or beyond what the engine can keep correct is an EngineFault that names file and
+    // reason.
     virtual std::unique_ptr<Table> open(const std::string& path, TableSharing sharing) = 0;
-    // What the last null table, or status other than 0, was about: file and reason, for people.
+    // What the last null table, index that was not added, or status other than 0, was about: file
+    // and reason, for people. May take some milliseconds to find out.
     virtual std::string last_error() const = 0;
 
     virtual int set_server_type(int type) = 0;

@@ -79,6 +79,11 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
     network_error_ = false;
 }
 
+void WorkAreas::refuse() {
+    close();
+    network_error_ = true;
+}
+
 void WorkAreas::close() {
     if (!used()) return;
     end_relations_to(current_);

@@ -57,6 +57,8 @@ class WorkAreas {
     // failure the slot stays empty (and current). No free slot is EngineFault kLimit.
     void open(const std::string& path, const std::optional<std::string>& alias,
               TableSharing sharing, OpenIn where = OpenIn::kCurrentArea);
+    // For an open that turns out to be of no use after all: the slot is empty and the flag set.
+    void refuse();
     // Closing a table also ends the relations that lead to it.
     void close();
     void close_all();

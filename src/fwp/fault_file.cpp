@@ -1,16 +1,94 @@
-// The line and its way into the trace log.
+// The line and its ways into the fault file and the trace log.
 
 #include "fwp/fault_file.h"
 
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
 #include "fwp/trace_log.h"
+#include "platform/file.h"
+#include "platform/folders.h"
+#include "util/bytes.h"
 
 namespace brenik {
 
+namespace {
+
+constexpr std::uint64_t kMostBytes = 256 * 1024;
+constexpr std::size_t kLongestText = 2000;
+
+std::string local_time(platform::Clock& clock) {
+    const platform::LocalDay day = clock.today();
+    const int seconds = static_cast<int>(clock.seconds());
+    std::array<char, 64> text;
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d", day.year, day.month,
+                  day.day, seconds / 3600, seconds / 60 % 60, seconds % 60);
+    return text.data();
+}
+
+// Names and values from files may hold anything; a line stays one line of three columns.
+std::string on_one_line(std::string_view text) {
+    std::string line(text.substr(0, kLongestText));
+    std::ranges::replace_if(
+        line, [](char c) { return static_cast<Byte>(c) < 0x20; }, ' ');
+    return line;
+}
+
+platform::File open_fault_file(const std::string& path) {
+    return platform::File::open(path, platform::OpenMode::kAppend);
+}
+
+// Under a lock, by which only one process at a time renames the file. Whoever has waited behind it
+// finds another file by that name, which is short. A process that still writes to the renamed file
+// does so behind the lines that were there. Where the file system knows no locks, two processes at
+// the same moment can lose the older lines, but the file does not grow for ever.
+bool may_rename(platform::File& full) {
+    try {
+        return full.try_lock(platform::kSharingByte, 1);
+    } catch (const platform::FileError&) {
+        return true;
+    }
+}
+
+void begin_anew(platform::File& full, const std::string& path) {
+    if (!may_rename(full)) return;
+    if (open_fault_file(path).size_at_open() < kMostBytes) return;
+    platform::replace_file(path, earlier_fault_file(path));
+}
+
+void append(const std::string& path, const std::string& line) {
+    platform::File file = open_fault_file(path);
+    if (!file.is_open() && file.failure() == platform::OpenFailure::kMissing) {
+        platform::make_folder_of(path);
+        file = open_fault_file(path);
+    }
+    if (!file.is_open()) return;
+    file.write_at(file.size_at_open(), as_bytes(line));
+    if (file.size_at_open() >= kMostBytes) begin_anew(file, path);
+}
+
+}  // namespace
+
+std::string earlier_fault_file(const std::string& path) { return path + ".old"; }
+
+void write_fault_line(Session& session, std::string_view call, std::string_view reason) noexcept {
+    try {
+        const std::string path = platform::fault_file_path();
+        if (path.empty()) return;
+        append(path, local_time(session.clock) + "\t" + on_one_line(call) + "\t" +
+                         on_one_line(reason) + "\r\n");
+    } catch (const std::exception&) {
+        // A full disk, or no memory for the line: the call's own code has to tell.
+    }
+}
+
 void note_fault(Session& session, std::string_view call, std::string_view reason) noexcept {
+    write_fault_line(session, call, reason);
     try {
         if (session.variables.LTRACE) TRACELOG(session, call, {Value(), reason});
     } catch (const std::exception&) {
-        // Without memory even for the line, the code alone has to tell.
+        // Without memory even for the trace line, the code alone has to tell.
     }
 }
 

@@ -30,7 +30,20 @@ File& File::operator=(File&& other) noexcept {
     return *this;
 }
 
+FileError::FileError(const std::string& operation, const std::string& path, std::uint64_t offset,
+                     int system_code)
+    : EngineFault(FaultCode::kInputOutput, operation,
+                  path + ": " + operation + " at offset " + std::to_string(offset) +
+                      " failed: " + system_text(system_code)),
+      path_(path),
+      offset_(offset),
+      system_code_(system_code) {}
+
 bool ConnectionLost::unreachable() const { return is_unreachable(system_code()); }
+
+std::string File::system_reason() const {
+    return failure_code_ != 0 ? system_text(failure_code_) : std::string();
+}
 
 bool File::lost() const { return remote() && (!is_open() || session_->losses() != losses_); }
 

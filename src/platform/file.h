@@ -79,6 +79,9 @@ inline constexpr int kShortLockTimeout_ms = 5000;
 // Position of the sharing byte: one past the last byte that table locks may cover.
 inline constexpr std::uint64_t kSharingByte = 0x7FFFFFFF;
 
+// What the system calls its error of this number.
+std::string system_text(int system_code);
+
 // An I/O operation that failed: the text names operation, file, offset and the system's reason.
 class FileError : public EngineFault {
   public:
@@ -116,10 +119,13 @@ class File {
     // As it was when the file was opened.
     std::uint64_t size_at_open() const { return size_at_open_; }
     OpenFailure failure() const { return failure_; }
+    // The system's own words for it; empty where the failure is not the system's.
+    std::string system_reason() const;
     // The path in the system's form.
     const std::string& path() const { return path_; }
     void close() noexcept;
 
+    bool writable() const { return mode_ != OpenMode::kReadOnly && mode_ != OpenMode::kSettings; }
     // True when the file lies on a share.
     bool remote() const { return remote_; }
     // True when the session with the share was lost since the file was opened.

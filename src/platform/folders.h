@@ -18,11 +18,16 @@ std::string current_directory();
 // in the process's code page stays as it is.
 std::string absolute_path(const std::string& path);
 
+// Where the fault file lies, which belongs to the user: $BRENIK_FAULTS, else "Faults.log" in the
+// local folder "BrenikDB" of the user's application data, on other systems in ".brenik" in the home
+// folder. Empty for a user who has no such place.
+std::string fault_file_path();
+
+// Makes the folder that the file is to lie in, but none above it. Where that fails nothing happens.
+void make_folder_of(const std::string& file) noexcept;
+
 // The folder of the workstation's settings, without a trailing separator: $BRENIK_WINDIR, else the
 // Windows folder, on other systems ".brenik" in the home folder.
 std::string windows_folder();
-
-// Makes one folder. Does nothing where the name is in use or the folder cannot be made.
-void make_folder(const std::string& path) noexcept;
 
 }  // namespace brenik::platform

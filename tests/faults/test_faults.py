@@ -7,7 +7,7 @@ each record by itself, but nothing in between. The next session must be able to 
 had happened, and `brenik check` must find nothing that `brenik repair` does not mend.
 
 By default a spoilt writing call is tried with a killed process and with one of the other faults in
-turn; BRENIK_FAULTS=all tries every fault at every call. Under the sanitizers no process is killed, since
+turn; BRENIK_EVERY_FAULT=1 tries every fault at every call. Under the sanitizers no process is killed, since
 a killed one reports nothing; what it leaves behind is the same in every build.
 """
 
@@ -174,7 +174,7 @@ def after_each_step(copy, script):
 
 
 def faults(writing, reading, locking):
-    everything = os.environ.get('BRENIK_FAULTS') == 'all'
+    everything = os.environ.get('BRENIK_EVERY_FAULT') == '1'
     for call in range(1, writing + 1):
         if not SANITIZED:
             yield 'end', call

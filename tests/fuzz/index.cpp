@@ -54,8 +54,7 @@ void change(CdxFile& file, CdxTag& tag) {
 }
 
 void use(const std::string& path) {
-    const auto file = CdxFile::open(path, platform::Sharing::kShared);
-    if (!file) return;
+    const auto file = CdxFile::open(path, {});
     for (const auto& tag : file->tags()) {
         if (!tag->description().unsupported.empty()) continue;
         fuzz::allow_faults([&] { walk(*tag); });

@@ -9,8 +9,7 @@ using namespace brenik::local;
 namespace {
 
 void use(const std::string& path, std::uint8_t version) {
-    const auto memos = MemoFile::open(path, version, platform::Sharing::kShared);
-    if (!memos) return;
+    const auto memos = MemoFile::open(path, version, {});
     for (std::uint32_t block = 0; block < 64; ++block) {
         fuzz::allow_faults([&] { memos->read(block); });
     }

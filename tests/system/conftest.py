@@ -79,7 +79,8 @@ class Host:
 
     def __init__(self, windows_folder, cwd=None, workstation=OURS):
         self.path = path_form(workstation)
-        environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=self.path(windows_folder))
+        environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=self.path(windows_folder),
+                           BRENIK_FAULTS=self.path(faults_of(windows_folder)))
         self.child = subprocess.Popen([*shlex.split(workstation.host), self.path(workstation.library)], cwd=cwd,
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                       bufsize=0, env=environment)
@@ -304,6 +305,19 @@ class HeldBytes:
 
     def __exit__(self, *_):
         self.file.close()
+
+
+def faults_of(windows_folder):
+    """The fault file of the hosts; its folder is made with the first line."""
+    return Path(windows_folder) / 'faults' / 'Faults.log'
+
+
+def fault_lines(windows_folder):
+    """(call, reason) of each line; every byte of the file must fit the format."""
+    text = faults_of(windows_folder).read_bytes().decode('latin-1')
+    record = r'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\t([A-Za-z_]+)\t([^\t\r\n]+)\r\n'
+    assert re.sub(record, '', text) == ''
+    return re.findall(record, text)
 
 
 def as_bytes(text):

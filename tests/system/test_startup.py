@@ -4,6 +4,7 @@ import os
 import shutil
 
 import pytest
+from conftest import fault_lines
 
 
 def test_sessions_come_and_go(host, practice):
@@ -50,11 +51,13 @@ def test_file_names_in_any_case(host, practice):
 @pytest.mark.parametrize('missing, rc, message', [
     ('LAWSYS.dbf', 1, 'Data files are missing.'), ('LAW1.dbf', 1, 'Data files are missing.'),
     ('LAW1.cdx', 2, 'Index files are missing.'), ('LAW2.cdx', 2, 'Index files are missing.')])
-def test_missing_files(host, practice, missing, rc, message):
+def test_missing_files(host, practice, windows_folder, missing, rc, message):
     os.remove(practice.find(missing))
     practice.write('Trace.Log', 'from an earlier session')
     assert host.init(practice, 1) == rc
     assert [arguments[1:] for _, arguments in practice.trace()][1:] == [[message]]
+    (call, reason), = fault_lines(windows_folder)
+    assert call == 'StartUp' and reason.lower().endswith('%s: no such file' % missing.lower())
     assert host.shutdown() == 0
 
 

@@ -1,10 +1,11 @@
 """The companion tool: what it prints, what it complains of, and how it ends."""
 
 import json
+import os
 from pathlib import Path
 
 import pytest
-from conftest import OURS, SHARING_BYTE, SIZES, HeldBytes, path_form, tool
+from conftest import OURS, SHARING_BYTE, SIZES, HeldBytes, faults_of, path_form, tool
 from judges import assert_sound, identifier
 
 CODES = '''\
@@ -74,7 +75,11 @@ def test_sample_sizes(tmp_path):
 
 
 def test_show(practice):
-    """The description as text; records by number and by key, with the values that lie on disk."""
+    """The description as text; records by number and by key, with the values that lie on disk. Nothing needs to be
+    written, which is forbidden here."""
+    for path in *practice.folder.iterdir(), practice.folder:
+        path.chmod(path.stat().st_mode & ~0o222)
+    assert brenik('journal', practice, '--limit', 2) == (0, JOURNAL, '')
     assert brenik('show', practice, 'lawcodes') == (0, CODES.format(table=path_form(OURS)(practice.find('LAWCODES.dbf'))), '')
     row = practice.table('LAW3').rows[4]
     by_number, = json_lines('show', practice, 'LAW3', '--record', 5)
@@ -94,6 +99,18 @@ def test_journal(session, practice):
     assert session.deleted(1, 7) == 0
     *_, entry = json_lines('journal', practice)
     assert [entry[key] for key in ('kind', 'table', 'u_id', 'workstation')] == ['deleted', 'Names', 'A100007', 'A1']
+
+
+def test_faults(session, practice, windows_folder):
+    faults = dict(os.environ, BRENIK_FAULTS=session.path(faults_of(windows_folder)))
+    none = tool('faults', env=faults)
+    assert (none.returncode, none.stdout) == (0, '') and faults['BRENIK_FAULTS'] in none.stderr
+    practice.damage('LAW1.dbf', lambda data: data.__delitem__(slice(500, None)))
+    assert session.add(1, {'LAST': 'Lost'})[0] == 14
+    line = tool('faults', env=faults).stdout
+    assert line.endswith('\n') and line.count('\n') == 1 and '\tAddEnd\t' in line
+    fault = json.loads(tool('faults', '--json', env=faults).stdout)
+    assert list(fault) == ['time', 'call', 'reason'] and '\t'.join(fault.values()) == line[:-1]
 
 
 @pytest.mark.parametrize('arguments, code', [

@@ -5,6 +5,7 @@ import re
 from pathlib import Path
 
 import pytest
+from conftest import at_once, fault_lines, faults_of
 
 BLANKS = ' ' * 7
 
@@ -97,7 +98,33 @@ def test_log_is_never_made_anew(host, practice, away):
     assert not path.is_file() and practice.table('LAW1').where(LAST='Untraced')
 
 
-def test_nothing_is_written_with_tracing_off(host, practice):
+def test_nothing_is_written_with_tracing_off(host, practice, windows_folder):
     assert host.init(practice) == 0 and host.add(1, {'LAST': 'Quiet'})[0] == 0
     host.firm(5), host.get_uid(1, 'X'), host.added(1, 1), host.edit_end(1)
-    assert Path(practice.find('Trace.log')).read_bytes() == b''
+    assert Path(practice.find('Trace.log')).read_bytes() == b'' and not faults_of(windows_folder).exists()
+
+
+def cut_short(data):
+    del data[500:]
+
+
+def test_faults_are_noted_with_tracing_off(new_host, practice, windows_folder):
+    """By all sessions of a user in one file, which is begun anew when it is full; nobody depends on it."""
+    hosts, file = [new_host() for _ in range(4)], faults_of(windows_folder)
+    assert [host.init(practice, number // 3) for number, host in enumerate(hosts)] == [0] * 4
+    practice.damage('LAW1.dbf', cut_short)
+    assert hosts[3].add(1, {'LAST': 'Lost'})[0] == 14
+    (call, reason), = fault_lines(windows_folder)
+    assert call == 'AddEnd' and 'cut short' in reason and practice.trace()[-1] == ('ADDEND', ['NIL', reason])
+    line = file.read_bytes()
+    count = (1 << 18) // len(line) + 1
+    file.write_bytes(line * count)
+    at_once(*[lambda host=host: [host.add(1, {'LAST': 'Lost'}) for _ in range(20)] for host in hosts])
+    assert 0 < len(fault_lines(windows_folder)) < 80
+    file.write_bytes(file.with_name(file.name + '.old').read_bytes() + file.read_bytes())
+    assert len(fault_lines(windows_folder)) == count + 80
+    for block in lambda: file.mkdir(), lambda: (file.rmdir(), file.parent.rmdir(), file.parent.write_text('')):
+        for path in file.parent.glob('*.*'):
+            path.is_file() and path.unlink()
+        block()
+        assert hosts[1].add(1, {'LAST': 'Lost'})[0] == 14

@@ -58,6 +58,7 @@ struct Script {
     bool put_fails = false;
     bool abandoned = false;
     bool locked = false;
+    std::function<bool()> attach = [] { return true; };
 };
 
 class Table : public brenik::Table {
@@ -110,7 +111,7 @@ class Table : public brenik::Table {
     void clear_orders() override { script_.orders_added.clear(); }
     bool add_orders(const std::string& file) override {
         script_.orders_added.push_back(file);
-        return true;
+        return script_.attach();
     }
     std::size_t order_count() const override { return 0; }
     std::size_t order_count_of(const std::string&) const override { return 0; }

@@ -136,7 +136,7 @@ class IndexTest : public testing::Test {
         return tag;
     }
     std::unique_ptr<CdxFile> open(Byte pad = ' ') {
-        auto file = CdxFile::open(path_.string(), platform::Sharing::kShared);
+        auto file = CdxFile::open(path_.string(), {});
         for (const auto& tag : file->tags()) tag->set_pad(pad);
         return file;
     }

@@ -427,7 +427,7 @@ TEST_F(GrowthTest, OfWidthsAndTagsIsRefusedBeforeAFileIsMade) {
     EXPECT_FALSE(fs::exists(path()));
 
     make(true, 1);
-    const auto shared = CdxFile::open(path(".CDX"), platform::Sharing::kShared);
+    const auto shared = CdxFile::open(path(".CDX"), {});
     const std::string before = picture(path(".CDX"));
     TagDescription tag;
     tag.name = "MORE";

@@ -11,15 +11,19 @@
 namespace brenik::local {
 namespace {
 
+constexpr const char* kLocked = "the index is locked";
+// Changes of an index take milliseconds each, and whoever waits stands in line. Who opens a table
+// tries again, so that a workstation that keeps the lock is not waited for several times as long.
+constexpr int kOpeningTimeout_ms = 1000;
+
 // Held until the file is closed: no compatible program can change the index, or lock it to read.
-bool keep_strangers_out(platform::File& file) {
+void keep_strangers_out(platform::File& file) {
     constexpr int kTimeout_ms = 50;
     const LockRange marker = LockScheme::index();
     if (!file.lock_within(marker.offset, marker.length, platform::LockKind::kShared, kTimeout_ms)) {
-        return false;
+        throw Refused(file.path(), kLocked, {marker, platform::LockKind::kShared});
     }
     file.keep_locks();
-    return true;
 }
 
 }  // namespace
@@ -44,15 +48,14 @@ bool CdxFile::doubtful() const { return pages_->doubtful(); }
 
 void CdxFile::require_room() const { pages_->require_room(); }
 
-std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, platform::Sharing sharing,
-                                       LockMode mode, Opened opened) {
-    platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
-    if (!file.is_open()) return nullptr;
-    const bool exclusive = sharing == platform::Sharing::kExclusive;
-    if (mode == LockMode::kProprietary && !exclusive && !keep_strangers_out(file)) return nullptr;
-    auto index = std::unique_ptr<CdxFile>(new CdxFile(std::move(file), exclusive, mode));
-    if (!index->pages_->begin_opening()) {
-        throw EngineFault(FaultCode::kBusy, "open", path + ": somebody keeps the index locked");
+std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, const FileUse& use, Opened opened) {
+    platform::File file = open_file(path, use);
+    if (use.mode == LockMode::kProprietary && !use.exclusive()) keep_strangers_out(file);
+    auto index = std::unique_ptr<CdxFile>(new CdxFile(std::move(file), use.exclusive(), use.mode));
+    if (!index->pages_->begin_opening(opened == Opened::kLocked ? kOpeningTimeout_ms
+                                                                : platform::kShortLockTimeout_ms)) {
+        throw Refused(index->path(), kLocked,
+                      {LockScheme::index(use.mode), platform::LockKind::kShared});
     }
     check_directory_header(index->pages_->tag_header(0), index->path());
     index->read_directory();

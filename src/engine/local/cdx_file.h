@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "engine/engine.h"
-#include "engine/local/lock_scheme.h"
+#include "engine/local/opening.h"
 #include "platform/file.h"
 #include "util/bytes.h"
 
@@ -106,13 +106,13 @@ class CdxTag {
 class CdxFile {
   public:
     // What an index is like when open() has answered: kLocked for reading until end_opening(), so
-    // that what its tags begin with can be read without further calls.
+    // that what its tags begin with can be read without further calls. That is for those who open a
+    // table, and wait no longer than a second for a locked index because they try again.
     enum class Opened { kUnlocked, kLocked };
-    // Opens an existing index. Null when it cannot be had (missing, somebody's exclusive use, or
-    // locked by a program of the other mode); a damaged file is EngineFault kDamagedFile naming the
-    // file and the offset, one that stays locked kBusy.
-    static std::unique_ptr<CdxFile> open(const std::string& path, platform::Sharing sharing,
-                                         LockMode mode = LockMode::kCompatible,
+    // Opens an existing index. Refused when it cannot be had (missing, somebody's exclusive use, or
+    // locked all the time); a damaged file is EngineFault kDamagedFile naming the file and the
+    // offset.
+    static std::unique_ptr<CdxFile> open(const std::string& path, const FileUse& use,
                                          Opened opened = Opened::kUnlocked);
     void end_opening() noexcept;
     // Makes an empty index file (directory only), replacing any file of that name.

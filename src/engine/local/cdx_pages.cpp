@@ -44,10 +44,9 @@ void CdxFile::Pages::damaged(std::uint64_t offset, const std::string& what) cons
                       path() + ": at " + std::to_string(offset) + ": " + what);
 }
 
-bool CdxFile::Pages::begin_opening() {
+bool CdxFile::Pages::begin_opening(int timeout_ms) {
     if (!exclusive_) {
-        locked_ = queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kShared,
-                              platform::kShortLockTimeout_ms);
+        locked_ = queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kShared, timeout_ms);
         if (!locked_) return false;
     }
     beginning_.resize(

@@ -65,7 +65,7 @@ class CdxFile::Pages {
     void end_read() noexcept;
     // Keeps the index locked for reading, and what the file begins with at hand, so that a file
     // costs few calls to open. False when the lock is not to be had.
-    bool begin_opening();
+    bool begin_opening(int timeout_ms);
     void end_opening() noexcept;
     // The bytes of a tag's header, fewer where the file ends.
     std::vector<Byte> tag_header(std::uint64_t offset);

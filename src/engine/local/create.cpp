@@ -44,11 +44,7 @@ void create_table(const std::string& path, TableLayout layout) {
 
 void create_index(const std::string& path, const std::vector<TagDefinition>& tags) {
     const std::string name = table_path(path);
-    const auto table = TableFile::open(name, platform::Sharing::kExclusive);
-    if (!table) {
-        throw EngineFault(FaultCode::kBusy, "create index",
-                          name + ": cannot be had for exclusive use");
-    }
+    const auto table = TableFile::open(name, {platform::Sharing::kExclusive});
     const std::string index_name = sibling_path(table->path(), "CDX");
     std::vector<TagPlan> plans;
     for (const TagDefinition& tag : tags) {

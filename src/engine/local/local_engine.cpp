@@ -26,11 +26,20 @@ std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing s
                                                                     : platform::Sharing::kShared);
     };
     try {
-        return open();
-    } catch (const platform::ConnectionLost& loss) {
-        if (loss.unreachable()) throw;
-        return open();
+        try {
+            return open();
+        } catch (const platform::ConnectionLost& loss) {
+            if (loss.unreachable()) throw;
+            return open();
+        }
+    } catch (const Refused& refusal) {
+        refusal_ = refusal;
+        return nullptr;
     }
+}
+
+std::string LocalEngine::last_error() const {
+    return refusal_ ? refusal_->explanation() : last_error_;
 }
 
 int LocalEngine::set_server_type(int type) {
@@ -52,6 +61,7 @@ void LocalEngine::set_full_durability(bool on) { settings_.full_durability = on;
 int LocalEngine::note(const std::exception& fault) noexcept {
     const auto* known = dynamic_cast<const EngineFault*>(&fault);
     try {
+        refusal_.reset();
         last_error_ = fault.what();
     } catch (const std::bad_alloc&) {
         last_error_.clear();

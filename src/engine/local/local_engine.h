@@ -4,10 +4,12 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
 #include "engine/engine.h"
+#include "engine/local/opening.h"
 
 namespace brenik::local {
 
@@ -26,7 +28,11 @@ class LocalEngine : public Engine {
     ~LocalEngine() override;
 
     std::unique_ptr<Table> open(const std::string& path, TableSharing sharing) override;
-    std::string last_error() const override { return last_error_; }
+    std::string last_error() const override;
+    // The open, or the attaching of an index, that was refused last.
+    const std::optional<Refused>& refusal() const { return refusal_; }
+    // Tables that are opened from now on are only read, which needs no permission to write.
+    void set_read_only(bool on) { read_only_ = on; }
     int set_server_type(int type) override;
     int server_loaded(const std::string& folder) override;
     bool set_proprietary_locking(bool on) override;
@@ -50,7 +56,9 @@ class LocalEngine : public Engine {
 
     EngineSettings settings_;
     bool proprietary_locking_ = false;
-    std::string last_error_;
+    bool read_only_ = false;
+    std::optional<Refused> refusal_;
+    std::string last_error_;  // while there is no refusal
     std::set<LocalTable*> tables_;
 };
 

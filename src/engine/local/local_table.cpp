@@ -24,19 +24,16 @@ constexpr std::size_t kLongestKnown = 1 << 16;
 
 std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::string& path,
                                              platform::Sharing sharing) {
-    const LockMode mode =
-        engine.proprietary_locking_ ? LockMode::kProprietary : LockMode::kCompatible;
-    auto file = TableFile::open(path, sharing, mode);
-    if (!file) return nullptr;
-    auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, std::move(file)));
+    const FileUse use{
+        sharing, engine.proprietary_locking_ ? LockMode::kProprietary : LockMode::kCompatible,
+        engine.read_only_ ? platform::OpenMode::kReadOnly : platform::OpenMode::kReadWrite};
+    auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, TableFile::open(path, use)));
     const TableLayout& layout = table->layout();
     if (std::any_of(layout.fields.begin(), layout.fields.end(), is_memo)) {
-        table->memo_ =
-            MemoFile::open(table->file_->path(), layout.version, platform::covered(sharing), mode);
-        if (!table->memo_) return nullptr;
+        table->memo_ = MemoFile::open(table->file_->path(), layout.version, use.covered());
     }
-    table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), sharing, mode);
-    if (layout.has_structural_index() && !table->orders_->open_structural()) return nullptr;
+    table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), use);
+    if (layout.has_structural_index()) table->orders_->open_structural();
     table->orders_attached(0);
     table->shared_ = sharing == platform::Sharing::kShared;
     // Records are read one by one where some are hidden; nobody shall wait for that.
@@ -95,13 +92,23 @@ bool LocalTable::lost_on_share() const {
     return lost;
 }
 
+// A file that cannot be had any more is no lock that somebody else holds for a moment: what was
+// under way is lost with it.
+void LocalTable::reopen_files() {
+    try {
+        file_->reopen();
+        if (memo_) memo_->reopen();
+        orders_->reopen();
+    } catch (const Refused& refusal) {
+        throw EngineFault(FaultCode::kInputOutput, "open again", refusal.what());
+    }
+}
+
 // The current record is locked anew, but stays so only if it is still what was read under the lock
 // that was lost. A change to it that is still to be written stays in the buffer.
 void LocalTable::reopen() {
     const bool held = record_ != 0 && file_->owns(record_);
-    file_->reopen();
-    if (memo_) memo_->reopen();
-    orders_->reopen();
+    reopen_files();
     orders_->mend_doubtful([this](const TableOrders::RecordUse& use) {
         const auto read = [this](RecordNumber first, MutableBytes into) {
             return file_->read_many(first, into);
@@ -755,7 +762,12 @@ bool LocalTable::add_orders(const std::string& file) {
     require_open("add orders");
     flush();
     const std::size_t attached = orders_->attached_count();
-    if (!orders_->attach(engine_.path_of(file))) return false;
+    try {
+        orders_->attach(engine_.path_of(file));
+    } catch (const Refused& refusal) {
+        engine_.refusal_ = refusal;
+        return false;
+    }
     orders_->end_opening();
     if (orders_->attached_count() > attached) orders_attached(attached);
     return true;

@@ -31,7 +31,7 @@ namespace brenik::local {
 
 class LocalTable : public Table {
   public:
-    // Null when the table, its memo file or its index is somebody's exclusive use or cannot be had.
+    // Refused when the table, its memo file or its index cannot be had.
     static std::unique_ptr<LocalTable> open(LocalEngine& engine, const std::string& path,
                                             platform::Sharing sharing);
     ~LocalTable() override;
@@ -141,6 +141,7 @@ class LocalTable : public Table {
     bool lost() const { return file_ && file_->file().remote() && lost_on_share(); }
     bool lost_on_share() const;
     void reopen();
+    void reopen_files();
     // What a step answers that can be repeated, and is, a few times, when the session is lost.
     template <class Step>
     auto reaching(Step step);

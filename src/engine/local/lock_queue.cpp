@@ -72,7 +72,9 @@ bool RefusedPlaces::stands_still(std::uint64_t place) const {
 
 // ----------------------------------------------------------------------------- trying at once
 
+// Places in the line are held exclusively, which takes the right to write.
 bool LockQueue::lock(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
+    if (!file_.writable()) return file_.lock_within(range.offset, range.length, kind, timeout_ms);
     return try_lock(range, queue, kind) || lock_in_turn(range, queue, kind, timeout_ms);
 }
 

@@ -34,18 +34,12 @@ constexpr std::size_t kMostRemembered = 4096;
 }  // namespace
 
 std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uint8_t version,
-                                         platform::Sharing sharing, LockMode mode) {
+                                         const FileUse& use) {
     const Kind kind = version == 0x83   ? Kind::kGeneration3
                       : version == 0x8B ? Kind::kGeneration4
                                         : Kind::kFpt;
     const std::string path = sibling_path(table_path, kind == Kind::kFpt ? "FPT" : "DBT");
-    platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
-    if (!file.is_open()) {
-        if (file.failure() == platform::OpenFailure::kSharing) return nullptr;
-        throw EngineFault(FaultCode::kDamagedFile, "open",
-                          path + ": the table's memo file is missing or cannot be opened");
-    }
-    auto memo = std::unique_ptr<MemoFile>(new MemoFile(std::move(file), kind, mode));
+    auto memo = std::unique_ptr<MemoFile>(new MemoFile(open_file(path, use), kind, use.mode));
     memo->read_header();
     return memo;
 }

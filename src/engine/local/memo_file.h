@@ -26,6 +26,7 @@
 
 #include "engine/engine.h"
 #include "engine/local/lock_queue.h"
+#include "engine/local/opening.h"
 #include "platform/file.h"
 
 namespace brenik::local {
@@ -36,11 +37,10 @@ class MemoFile {
     // How long a released text can still be read.
     static constexpr std::chrono::milliseconds kTextStays{1000};
 
-    // Opens the memo file that belongs to the table. Null when it is somebody's exclusive use; a
-    // missing or damaged one is EngineFault kDamagedFile.
+    // Opens the memo file that belongs to the table. Refused when it cannot be had; a damaged one
+    // is EngineFault kDamagedFile.
     static std::unique_ptr<MemoFile> open(const std::string& table_path, std::uint8_t version,
-                                          platform::Sharing sharing,
-                                          LockMode mode = LockMode::kCompatible);
+                                          const FileUse& use);
     // Makes an empty .FPT beside the table, replacing what is there.
     static void create(const std::string& table_path);
 

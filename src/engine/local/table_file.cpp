@@ -37,29 +37,32 @@ bool lock_within(platform::File& file, LockRange range, platform::LockKind kind,
 
 }  // namespace
 
-std::unique_ptr<TableFile> TableFile::open(const std::string& path, platform::Sharing sharing,
-                                           LockMode mode) {
-    platform::File file = platform::File::open(path, platform::OpenMode::kReadWrite, sharing);
-    if (!file.is_open()) return nullptr;
-    const bool exclusive = sharing == platform::Sharing::kExclusive;
-    auto table = std::unique_ptr<TableFile>(new TableFile(std::move(file), exclusive, mode));
-    if (!exclusive && !table->keep_other_mode_out()) return nullptr;
+std::unique_ptr<TableFile> TableFile::open(const std::string& path, const FileUse& use) {
+    auto table =
+        std::unique_ptr<TableFile>(new TableFile(open_file(path, use), use.exclusive(), use.mode));
+    table->keep_other_mode_out();
     return table;
 }
 
 // While the other mode's byte is held exclusively nobody is, or can come to be, a user in that
 // mode; our own byte is taken under that cover and kept until the file is closed.
-bool TableFile::keep_other_mode_out() {
+void TableFile::keep_other_mode_out() {
+    if (exclusive_ || !file_.writable()) return;
     const bool proprietary = mode_ == LockMode::kProprietary;
     const LockRange ours = LockScheme::use(mode_);
     const LockRange theirs =
         LockScheme::use(proprietary ? LockMode::kCompatible : LockMode::kProprietary);
-    if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) return false;
+    const auto refuse = [&](LockRange range, platform::LockKind wanted) {
+        return Refused(path(), "in use with locks of the other kind (LockType)", {range, wanted});
+    };
+    if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) {
+        throw refuse(theirs, platform::LockKind::kExclusive);
+    }
     const bool kept = file_.try_lock(ours.offset, ours.length, platform::LockKind::kShared) &&
                       (!proprietary || keep_strangers_out());
     file_.unlock(theirs.offset, theirs.length);
     file_.keep_locks();
-    return kept;
+    if (!kept) throw refuse(proprietary ? locks_.marker() : ours, platform::LockKind::kShared);
 }
 
 void TableFile::reopen() {
@@ -68,9 +71,8 @@ void TableFile::reopen() {
     file_.reopen();
     try {
         require_same_layout();
-        if (exclusive_ || keep_other_mode_out()) return raise_count();
-        throw EngineFault(FaultCode::kInputOutput, "open again",
-                          path() + ": is used in the other locking mode by now");
+        keep_other_mode_out();
+        raise_count();
     } catch (...) {
         file_.close();
         throw;

@@ -16,6 +16,7 @@
 
 #include "engine/local/lock_queue.h"
 #include "engine/local/lock_scheme.h"
+#include "engine/local/opening.h"
 #include "engine/local/table_layout.h"
 #include "platform/file.h"
 
@@ -23,10 +24,9 @@ namespace brenik::local {
 
 class TableFile {
   public:
-    // Null when it cannot be had: missing, not permitted, somebody's exclusive use, or in use in
+    // Refused when it cannot be had: missing, not permitted, somebody's exclusive use, or in use in
     // the other locking mode.
-    static std::unique_ptr<TableFile> open(const std::string& path, platform::Sharing sharing,
-                                           LockMode mode = LockMode::kCompatible);
+    static std::unique_ptr<TableFile> open(const std::string& path, const FileUse& use);
 
     // Opens the file again where its share's session was lost; no record is locked then. Throws
     // EngineFault when it cannot be had, or is another table by now.
@@ -112,7 +112,7 @@ class TableFile {
           locks_(layout_, mode) {}
     TableLayout read_layout();
     void require_same_layout();
-    bool keep_other_mode_out();
+    void keep_other_mode_out();
     bool keep_strangers_out();
     std::uint64_t offset_of(RecordNumber record) const;
     void keep_whole(RecordNumber record, platform::LockKind kind, std::optional<HeldLock>& held);

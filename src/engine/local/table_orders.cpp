@@ -144,31 +144,23 @@ OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry
     return begins() ? Match::kFound : Match::kGreater;
 }
 
-bool TableOrders::open_structural() {
-    const std::string path = sibling_path(table_path_, "CDX");
-    if (open_bag(path, true)) {
-        attach_bag(bags_.back());
-        return true;
-    }
-    if (platform::file_exists(path)) return false;
-    throw EngineFault(FaultCode::kDamagedFile, "open",
-                      path + ": the index that belongs to the table is missing");
+void TableOrders::open_structural() {
+    open_bag(sibling_path(table_path_, "CDX"), true);
+    attach_bag(bags_.back());
 }
 
 void TableOrders::end_opening() noexcept {
     for (Bag& bag : bags_) bag.file->end_opening();
 }
 
-bool TableOrders::open_bag(const std::string& path, bool structural) {
+void TableOrders::open_bag(const std::string& path, bool structural) {
     Bag bag;
-    bag.file = CdxFile::open(path, sharing_of(structural), mode_, CdxFile::Opened::kLocked);
-    if (!bag.file) return false;
+    bag.file = CdxFile::open(path, use_of(structural), CdxFile::Opened::kLocked);
     bag.structural = structural;
     for (const auto& tag : bag.file->tags()) {
         bag.orders.push_back(make_order(*tag, layout_, bag.file->path()));
     }
     bags_.push_back(std::move(bag));
-    return true;
 }
 
 void TableOrders::reopen() {
@@ -180,18 +172,16 @@ void TableOrders::reopen(Bag& bag) {
     const std::string path = bag.file->path();
     bag.doubtful = bag.doubtful || bag.file->doubtful();
     bag.file->close();
-    const auto refuse = [&](const char* reason) {
-        return EngineFault(FaultCode::kInputOutput, "open again", path + ": " + reason);
-    };
-    std::unique_ptr<CdxFile> file = CdxFile::open(path, sharing_of(bag.structural), mode_);
-    if (!file) throw refuse("cannot be had");
+    std::unique_ptr<CdxFile> file = CdxFile::open(path, use_of(bag.structural));
     const auto same = [](const std::unique_ptr<Order>& order, const std::unique_ptr<CdxTag>& tag) {
         const TagDescription& was = order->description();
         const TagDescription& is = tag->description();
         return was.name == is.name && was.key == is.key && was.condition == is.condition &&
                was.key_length == is.key_length && was.descending == is.descending;
     };
-    if (!std::ranges::equal(bag.orders, file->tags(), same)) throw refuse("has other tags by now");
+    if (!std::ranges::equal(bag.orders, file->tags(), same)) {
+        throw EngineFault(FaultCode::kInputOutput, "open again", path + ": has other tags by now");
+    }
     for (std::size_t i = 0; i < bag.orders.size(); ++i) {
         bag.orders[i]->tag = file->tags()[i].get();
         bag.orders[i]->tag->set_pad(bag.orders[i]->format.pad());
@@ -229,9 +219,7 @@ void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for
     }
 }
 
-platform::Sharing TableOrders::sharing_of(bool structural) const {
-    return structural ? covered(sharing_) : sharing_;
-}
+FileUse TableOrders::use_of(bool structural) const { return structural ? use_.covered() : use_; }
 
 void TableOrders::attach_bag(const Bag& bag) {
     for (const auto& order : bag.orders) attached_.push_back(order.get());
@@ -252,15 +240,14 @@ std::string TableOrders::full_index_path(const std::string& name) const {
     return platform::system_path(path);
 }
 
-bool TableOrders::attach(const std::string& name) {
+void TableOrders::attach(const std::string& name) {
     const std::string path = full_index_path(name);
     if (find_bag(path) == nullptr) {
-        if (!platform::file_exists(path) || !open_bag(path, false)) return false;
+        open_bag(path, false);
         attach_bag(bags_.back());
     } else if (first_of(path) == 0) {
         attach_bag(*find_bag(path));
     }
-    return true;
 }
 
 void TableOrders::detach_all() {

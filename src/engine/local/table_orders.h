@@ -84,13 +84,12 @@ class OrderWalk {
 
 class TableOrders {
   public:
-    TableOrders(const TableLayout& layout, std::string table_path, platform::Sharing sharing,
-                LockMode mode)
-        : layout_(layout), table_path_(std::move(table_path)), sharing_(sharing), mode_(mode) {}
+    TableOrders(const TableLayout& layout, std::string table_path, const FileUse& use)
+        : layout_(layout), table_path_(std::move(table_path)), use_(use) {}
 
-    // Opens the structural index and attaches its orders; false when it is somebody's exclusive
-    // use. A missing file or a tag that cannot be kept correct is an EngineFault.
-    bool open_structural();
+    // Opens the structural index and attaches its orders. Refused when it cannot be had; a tag that
+    // cannot be kept correct is another EngineFault.
+    void open_structural();
     // After each of the calls that open or attach, when what comes first has been read.
     void end_opening() noexcept;
     bool has_structural() const { return !bags_.empty() && bags_.front().structural; }
@@ -103,9 +102,9 @@ class TableOrders {
     using RecordUse = std::function<bool(const RecordView&)>;
     bool doubtful() const;
     void mend_doubtful(const std::function<void(const RecordUse&)>& for_each);
-    // Attaches the orders of an index file, opening it where it is not open yet; false when there
-    // is no such file or it cannot be had.
-    bool attach(const std::string& name);
+    // Attaches the orders of an index file, opening it where it is not open yet. Refused when it
+    // cannot be had.
+    void attach(const std::string& name);
     // Detaches all orders; the structural index stays open and maintained.
     void detach_all();
 
@@ -142,9 +141,9 @@ class TableOrders {
     };
 
     std::string full_index_path(const std::string& name) const;
-    bool open_bag(const std::string& path, bool structural);
+    void open_bag(const std::string& path, bool structural);
     void reopen(Bag& bag);
-    platform::Sharing sharing_of(bool structural) const;
+    FileUse use_of(bool structural) const;
     void attach_bag(const Bag& bag);
     const Bag* find_bag(const std::string& path) const;
     std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,
@@ -152,8 +151,7 @@ class TableOrders {
 
     const TableLayout& layout_;
     std::string table_path_;
-    platform::Sharing sharing_;
-    LockMode mode_;
+    FileUse use_;
     std::vector<Bag> bags_;  // the structural one first
     std::vector<const Order*> attached_;
 };

@@ -30,10 +30,7 @@ TableWriter::TableWriter(const std::string& path, const TableLayout& layout) : l
     written_to_ = make_header(layout_).size();
     limit_ = LockScheme(layout_).max_records();
     if (std::any_of(layout_.fields.begin(), layout_.fields.end(), is_memo)) {
-        memo_ = MemoFile::open(file_path, layout_.version, platform::Sharing::kExclusive);
-        if (!memo_) {
-            throw EngineFault(FaultCode::kBusy, "create", file_path + ": its memo file is in use");
-        }
+        memo_ = MemoFile::open(file_path, layout_.version, {platform::Sharing::kExclusive});
     }
     blank_.resize(layout_.record_length);
     make_blank_record(blank_, layout_);

@@ -153,11 +153,9 @@ OpenFailure check_plain_file(const struct stat& facts, int flags) {
     return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
 }
 
-OpenFailure share(int handle, Sharing sharing) {
-    const short type = sharing == Sharing::kExclusive ? F_WRLCK : F_RDLCK;
-    const int code = set_lock(handle, kSharingByte, 1, type);
-    if (code == 0) return OpenFailure::kNone;
-    return is_conflict(code) ? OpenFailure::kSharing : OpenFailure::kSystem;
+// 0, or the system's error number.
+int share(int handle, Sharing sharing) {
+    return set_lock(handle, kSharingByte, 1, sharing == Sharing::kExclusive ? F_WRLCK : F_RDLCK);
 }
 
 off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* operation,
@@ -254,14 +252,7 @@ std::string found_path(const std::string& path) {
 
 }  // namespace
 
-FileError::FileError(const std::string& operation, const std::string& path, std::uint64_t offset,
-                     int system_code)
-    : EngineFault(FaultCode::kInputOutput, operation,
-                  path + ": " + operation + " at offset " + std::to_string(offset) +
-                      " failed: " + std::generic_category().message(system_code)),
-      path_(path),
-      offset_(offset),
-      system_code_(system_code) {}
+std::string system_text(int system_code) { return std::generic_category().message(system_code); }
 
 File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     File file;
@@ -290,6 +281,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     struct stat facts;
     count(FileCall::kStat);
     if (fstat(handle, &facts) != 0) {
+        file.failure_code_ = errno;
         file.failure_ = OpenFailure::kSystem;
     } else {
         const ForksWait step;
@@ -300,7 +292,13 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.losses_ = file.session_->losses();
     }
     if (file.failure_ == OpenFailure::kNone && file.takes_sharing_byte()) {
-        file.failure_ = share(handle, sharing);
+        const int code = share(handle, sharing);
+        if (is_conflict(code)) {
+            file.failure_ = OpenFailure::kSharing;
+        } else if (code != 0) {
+            file.failure_code_ = code;
+            file.failure_ = OpenFailure::kSystem;
+        }
     }
     // Emptied only once no other open excludes ours.
     if (file.failure_ == OpenFailure::kNone && is_emptied(mode)) {

@@ -18,6 +18,8 @@ namespace brenik::platform {
 
 namespace {
 
+constexpr const char* kOwnFolder = "/.brenik";
+
 std::string home_folder() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
     const passwd* account = getpwuid(geteuid());
@@ -42,17 +44,27 @@ std::string absolute_path(const std::string& path) {
     return "\\" + folder + (folder.empty() ? "" : "\\") + path;
 }
 
+std::string fault_file_path() {
+    const char* chosen = std::getenv("BRENIK_FAULTS");
+    if (chosen != nullptr && *chosen != '\0') return chosen;
+    const std::string home = home_folder();
+    return home.empty() ? home : home + kOwnFolder + "/Faults.log";
+}
+
 std::string windows_folder() {
     const char* chosen = std::getenv("BRENIK_WINDIR");
-    if (chosen == nullptr || *chosen == '\0') return home_folder() + "/.brenik";
+    if (chosen == nullptr || *chosen == '\0') return home_folder() + kOwnFolder;
     const std::string folder = chosen;
     return folder.substr(0, folder.find_last_not_of("/\\") + 1);
 }
 
-void make_folder(const std::string& path) noexcept {
+void make_folder_of(const std::string& file) noexcept {
     constexpr mode_t kWhateverTheMaskAllows = 0777;
     try {
-        ::mkdir(system_path(path).c_str(), kWhateverTheMaskAllows);
+        const std::string path = system_path(file);
+        const std::size_t separator = path.rfind('/');
+        if (separator == std::string::npos) return;
+        ::mkdir(path.substr(0, separator).c_str(), kWhateverTheMaskAllows);
     } catch (const std::bad_alloc&) {
         // Without memory the folder cannot be made.
     }

@@ -39,9 +39,11 @@ DWORD access_of(OpenMode mode, Sharing sharing) {
             return GENERIC_READ | GENERIC_WRITE;
         case OpenMode::kRewrite:
             return GENERIC_WRITE;
+        // Without FILE_WRITE_DATA offsets do not count; locks need one of the two rights to data.
         case OpenMode::kAppendOnly:
+            return FILE_APPEND_DATA | SYNCHRONIZE;
         case OpenMode::kAppend:
-            return FILE_APPEND_DATA | SYNCHRONIZE;  // without FILE_WRITE_DATA offsets do not count
+            return FILE_APPEND_DATA | FILE_READ_DATA | SYNCHRONIZE;
     }
     return GENERIC_READ;
 }
@@ -121,11 +123,10 @@ OpenFailure check_plain_file(const BY_HANDLE_FILE_INFORMATION& facts, OpenMode m
     return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
 }
 
-OpenFailure share(HANDLE handle, Sharing sharing) {
-    const LockKind kind = sharing == Sharing::kExclusive ? LockKind::kExclusive : LockKind::kShared;
-    const DWORD code = set_lock(handle, kSharingByte, 1, kind);
-    if (code == 0) return OpenFailure::kNone;
-    return is_conflict(code) ? OpenFailure::kSharing : OpenFailure::kSystem;
+// 0, or the system's error number.
+DWORD share(HANDLE handle, Sharing sharing) {
+    return set_lock(handle, kSharingByte, 1,
+                    sharing == Sharing::kExclusive ? LockKind::kExclusive : LockKind::kShared);
 }
 
 // 0, or the system's error number.
@@ -151,8 +152,10 @@ DWORD one_transfer(std::size_t wanted) {
     return static_cast<DWORD>(std::min(wanted, kMost));
 }
 
+}  // namespace
+
 // In English everywhere, as all our messages are; the number alone where Windows has no English.
-std::string reason(int system_code) {
+std::string system_text(int system_code) {
     wchar_t text[256] = {};
     const DWORD length = FormatMessageW(
         FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
@@ -161,19 +164,8 @@ std::string reason(int system_code) {
     std::string words = narrow_text({text, length});
     words.resize(words.find_last_not_of(". \r\n") + 1);
     const std::string number = "system error " + std::to_string(system_code);
-    return words.empty() ? number : words + " (" + number + ")";
+    return words.empty() ? number : words + ", " + number;
 }
-
-}  // namespace
-
-FileError::FileError(const std::string& operation, const std::string& path, std::uint64_t offset,
-                     int system_code)
-    : EngineFault(FaultCode::kInputOutput, operation,
-                  path + ": " + operation + " at offset " + std::to_string(offset) +
-                      " failed: " + reason(system_code)),
-      path_(path),
-      offset_(offset),
-      system_code_(system_code) {}
 
 File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     File file;
@@ -212,7 +204,13 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.losses_ = file.session_->losses();
     }
     if (file.failure_ == OpenFailure::kNone && file.takes_sharing_byte()) {
-        file.failure_ = share(handle, sharing);
+        const DWORD code = share(handle, sharing);
+        if (is_conflict(code)) {
+            file.failure_ = OpenFailure::kSharing;
+        } else if (code != 0) {
+            file.failure_code_ = static_cast<int>(code);
+            file.failure_ = OpenFailure::kSystem;
+        }
     }
     // Emptied only once no other open excludes ours.
     if (file.failure_ == OpenFailure::kNone && is_emptied(mode)) {

@@ -48,6 +48,13 @@ std::string absolute_path(const std::string& path) {
     return wide_text(found) == full ? found : path;
 }
 
+std::string fault_file_path() {
+    const std::string chosen = environment_variable(L"BRENIK_FAULTS");
+    if (!chosen.empty()) return chosen;
+    const std::string own = environment_variable(L"LOCALAPPDATA");
+    return own.empty() ? own : own + "\\BrenikDB\\Faults.log";
+}
+
 std::string windows_folder() {
     const std::string chosen = environment_variable(L"BRENIK_WINDIR");
     if (!chosen.empty()) return without_last_separators(chosen);
@@ -56,9 +63,10 @@ std::string windows_folder() {
     return without_last_separators(narrow_text(folder));
 }
 
-void make_folder(const std::string& path) noexcept {
+void make_folder_of(const std::string& file) noexcept {
     try {
-        if (const auto full = full_path(path)) CreateDirectoryW(full->c_str(), nullptr);
+        const std::optional<std::wstring> full = full_path(file);
+        if (full) CreateDirectoryW(full->substr(0, full->rfind(L'\\')).c_str(), nullptr);
     } catch (const std::bad_alloc&) {
         // Without memory the folder cannot be made.
     }

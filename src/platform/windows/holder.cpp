@@ -1,0 +1,9 @@
+// Windows does not tell whose locks there are.
+
+#include "platform/holder.h"
+
+namespace brenik::platform {
+
+std::string lock_holders(const std::string&, std::uint64_t, std::uint64_t, LockKind) { return {}; }
+
+}  // namespace brenik::platform

@@ -1,0 +1,71 @@
+// Printing the fault file. How its lines look is told in fwp/fault_file.h.
+
+#include "faults.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "display.h"
+#include "fwp/fault_file.h"
+#include "platform/file.h"
+#include "platform/folders.h"
+#include "practice.h"
+
+namespace brenik::tools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// False when there is none.
+bool read(const std::string& path, std::string& text) {
+    const platform::File file = platform::File::open(path, platform::OpenMode::kSettings);
+    if (file.failure() == platform::OpenFailure::kMissing) return false;
+    if (!file.is_open()) {
+        throw ToolError(ExitCode::kCannotOpen, path + ": cannot be read: " + file.system_reason());
+    }
+    text.resize(static_cast<std::size_t>(file.size_at_open()));
+    text.resize(file.read_at(0, {reinterpret_cast<Byte*>(text.data()), text.size()}));
+    return true;
+}
+
+void print_line(const std::string& line, bool json) {
+    if (!json) {
+        std::cout << line << "\n";
+        return;
+    }
+    const std::size_t first = std::min(line.find('\t'), line.size());
+    const std::size_t second = std::min(line.find('\t', first + 1), line.size());
+    const auto column = [&](std::size_t from, std::size_t to) {
+        return from < line.size() ? to_utf8(line.substr(from, to - from)) : std::string();
+    };
+    std::cout << dump(Json{{"time", column(0, first)},
+                           {"call", column(first + 1, second)},
+                           {"reason", column(second + 1, line.size())}})
+              << "\n";
+}
+
+void print_lines(const std::string& text, bool json) {
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        const std::string line = text.substr(begin, end - begin);
+        print_line(line.substr(0, line.find_last_not_of('\r') + 1), json);
+        begin = end + 1;
+    }
+}
+
+}  // namespace
+
+void print_faults(const FaultsRequest& request) {
+    const std::string path = platform::fault_file_path();
+    bool any = false;
+    for (const std::string& file : {earlier_fault_file(path), path}) {
+        std::string text;
+        any = read(file, text) || any;
+        print_lines(text, request.json);
+    }
+    if (!any) std::cerr << "brenik: no faults: there is no file " << path << "\n";
+}
+
+}  // namespace brenik::tools
