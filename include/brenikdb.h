@@ -92,16 +92,17 @@ enum {
     BRENIK_LOCK_REFUSED = 12,
     /* The table is not the one that the Start chose: begin the transaction again. */
     BRENIK_NOT_CURRENT = 13,
-    /* A damaged file, a full disk or the like stopped the call; the trace log has one line with the
-     * reason. The session stays usable and holds no lock; begin the transaction again. In the child
-     * of a fork every call is stopped until BrenikInitialize begins a session there. */
+    /* A damaged file, a full disk or the like stopped the call; the fault file has one line with the
+     * reason ("brenik faults" prints it). The session stays usable and holds no lock; begin the
+     * transaction again. In the child of a fork every call is stopped until BrenikInitialize begins
+     * a session there. */
     BRENIK_FAULT = 14,
     /* The session has already been shut down: nothing to do. */
     BRENIK_ALREADY_SHUT_DOWN = 15,
     /* No record has that identifier; of an added matter only the link is missing. */
     BRENIK_IDENTIFIER_NOT_FOUND = 16,
     /* The record could not be appended, because a lock stayed another workstation's: try again.
-     * When a matter's identifier is handed back, only its link is missing. */
+     * When a matter's identifier is handed back, it is added, and only its link is missing. */
     BRENIK_APPEND_FAILED = 17,
     /* The code exists already; its identifier is handed back. */
     BRENIK_DUPLICATE_CODE = 18,
@@ -110,14 +111,15 @@ enum {
 };
 
 /* Opens the practice in a folder and empties the trace log there.
- *   data_path  the folder; blank for the current one. On Windows its characters are those of the
- *              process's ANSI code page.
+ *   data_path  the folder; blank for the current one. A relative one is resolved here, once. On
+ *              Windows its characters are those of the process's ANSI code page.
  *   trace      not 0: every call is written to "Trace.Log" in the folder. The workstation's setting
  *              APITracing overrides it.
  *   reserved   not used
  * BRENIK_SUCCESS, BRENIK_DATA_FILES_MISSING, BRENIK_INDEX_FILES_MISSING,
  * BRENIK_SYSTEM_TABLE_NOT_OPENED, BRENIK_TABLE_NOT_OPENED. After a failure tables may be open; call
- * BrenikShutDown, or BrenikInitialize again.
+ * BrenikShutDown, or BrenikInitialize again. What an earlier session left open in another folder is
+ * closed first.
  *
  *     BrenikCode code = BrenikInitialize("C:\\Practice", 1, 0);
  *     if (code != BRENIK_SUCCESS) {
@@ -128,7 +130,7 @@ enum {
 BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikInitialize(const char* data_path, int trace,
                                                       int reserved);
 
-/* Closes every table.
+/* Closes every table and gives up every lock, whatever fails.
  * BRENIK_SUCCESS, BRENIK_ALREADY_SHUT_DOWN.
  *
  *     if (BrenikShutDown() == BRENIK_ALREADY_SHUT_DOWN) {
@@ -183,6 +185,7 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikAddStart(int table, int* in_out);
  *               the text given, or blanks: look at the code first.
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_APPEND_FAILED, BRENIK_DUPLICATE_CODE (table 7); for a
  * matter also BRENIK_IDENTIFIER_NOT_FOUND and BRENIK_TABLE_NOT_OPENED: it is added, but not linked.
+ * So it is after BRENIK_APPEND_FAILED with an identifier: do not add that matter again.
  *
  *     char uid[8];
  *     strcpy(uid, contact_uid);
