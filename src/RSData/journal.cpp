@@ -7,6 +7,7 @@
 #include "c_source/Data.h"
 #include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
+#include "fwp/fault_file.h"
 #include "fwp/trace_log.h"
 #include "util/runtime.h"
 
@@ -92,7 +93,7 @@ void put(Session& session, std::string_view field, const std::string& text) {
 void begin_entry(Session& session) { journal(session).begin_record(); }
 
 // The pauses are short, so that a journal that is free for moments only is met in one of them.
-bool add_entry(Session& session, Patience patience) {
+bool add_entry(Session& session, std::string_view routine, Patience patience) {
     constexpr int kPause_ms = 100;
     const auto added = [&](LockTry attempt) {
         return journal(session).add_record(attempt, 0, Table::Leave::kUnlocked) ==
@@ -107,19 +108,23 @@ bool add_entry(Session& session, Patience patience) {
         session.clock.pause(kPause_ms);
     }
     journal(session).go_to(0);
+    if (patience == Patience::kFull) {
+        note_fault(session, routine,
+                   "TRANS: another program keeps the journal locked; it has no entry");
+    }
     return false;
 }
 
 // What a step of the journal's answers; false where a lock that it needs stayed somebody else's.
 template <class Step>
-bool unless_locked(Session& session, Step step) {
+bool unless_locked(Session& session, std::string_view routine, Step step) {
     try {
         return step();
     } catch (const EngineFault& fault) {
         if (fault.code() != FaultCode::kBusy) throw;
         journal(session).abandon_changes();
         if (!session.module.journal_locked) journal(session).unlock_all();
-        if (session.variables.LTRACE) TRACELOG(session, "RSSET", {Value(), fault.what()});
+        note_fault(session, routine, fault.what());
         return false;
     }
 }
@@ -235,7 +240,7 @@ bool RSADD(Session& session, const Addition& addition, Patience patience) {
     put(session, "CDB", addition.table_code.value_or(table_code_of(area)));
     put(session, "CDT", stamp);
     put(session, "U_ID", identifier);
-    if (!add_entry(session, patience)) return false;
+    if (!add_entry(session, "RSADD", patience)) return false;
     if (addition.commit) finish_entry(session);
     return true;
 }
@@ -283,7 +288,7 @@ bool RSDEL(Session& session, const Deletion& deletion) {
         deletion.table_code.value_or(table_code_of(deletion.code_area.value_or(area)));
     if (Value(identifier).empty()) return false;
     if (!tracking(session)) return true;
-    return unless_locked(session, [&] {
+    return unless_locked(session, "RSDEL", [&] {
         if (find_entry(session, {table_code, identifier, "D"})) {
             return deletion.remove ? remove_entry(session, deletion.quiet) : true;
         }
@@ -293,7 +298,7 @@ bool RSDEL(Session& session, const Deletion& deletion) {
         put(session, "CDB", table_code);
         put(session, "U_ID", identifier);
         put(session, "CDATA", workstation);
-        if (!add_entry(session, Patience::kFull)) return false;
+        if (!add_entry(session, "RSDEL", Patience::kFull)) return false;
         finish_entry(session);
         return true;
     });
@@ -321,7 +326,7 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     }
 
     bool exists = false;
-    const bool readable = unless_locked(session, [&] {
+    const bool readable = unless_locked(session, "RSSET", [&] {
         exists = find_entry(session, key);
         return true;
     });
@@ -343,8 +348,8 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     table.commit();
     if (!readable) return true;
     // An entry that cannot be written does not undo the edit.
-    static_cast<void>(unless_locked(session, [&] {
-        if (changed && !exists && !add_entry(session, Patience::kFull)) return false;
+    static_cast<void>(unless_locked(session, "RSSET", [&] {
+        if (changed && !exists && !add_entry(session, "RSSET", Patience::kFull)) return false;
         finish_entry(session);
         return true;
     }));

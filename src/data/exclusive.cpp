@@ -7,6 +7,7 @@
 #include "data/companion.h"
 #include "data/net_use.h"
 #include "engine/selected_area.h"
+#include "fwp/fault_file.h"
 #include "util/runtime.h"
 
 namespace brenik {
@@ -44,6 +45,7 @@ bool GET_EXCLUSIVE(Session& session) {
     const bool was_open = areas.alias() == kSystemAlias;
     areas.open(session.data_path() + "lawsys", {}, TableSharing::kExclusive);
     if (!areas.network_error()) return true;
+    note_fault(session, "GET_EXCLUSIVE", areas.engine().last_error());
     ERRBEEP(session.ui,
             "Warning\r\nThis operation must have exclusive control of files and someone else is "
             "using Brenik.\r\nPlease have them exit Brenik and Retry",
