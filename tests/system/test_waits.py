@@ -11,7 +11,7 @@ import threading
 import time
 
 import pytest
-from conftest import OURS, SHARING_BYTE, HeldBytes, at_once, timed
+from conftest import OURS, SHARING_BYTE, HeldBytes, at_once, fault_lines, timed
 from foreign_engine import locked
 from judges import assert_sound
 
@@ -236,8 +236,8 @@ def stranger_second(new_host, practice):
     HeldBytes(practice.find('LAW1.dbf'), *TABLE_LOCK).file.close()
 
 
-def test_waits(new_host, new_practice):
-    """All at the same time, since each takes its five seconds."""
+def test_waits(new_host, new_practice, windows_folder):
+    """All at the same time, since each takes its five seconds. What no code tells is in the fault file."""
     tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
              held_journal_entry, held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK), busy_journal,
              refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]),
@@ -253,3 +253,4 @@ def test_waits(new_host, new_practice):
             raise AssertionError('task %d, %s' % (number, task.__qualname__)) from fault
     at_once(*[lambda number=number, task=task, practice=new_practice('%d' % number): run(number, task, practice)
               for number, task in enumerate(tasks)])
+    assert {'RSADD', 'RSDEL', 'RSSET', 'NET_USE'} <= {call for call, _ in fault_lines(windows_folder)}
