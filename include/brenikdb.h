@@ -22,8 +22,8 @@
  *  4. A change is a transaction on one table:
  *         add:   BrenikAddStart, BrenikSetField for each field, BrenikAddEnd
  *         edit:  BrenikEditStart or BrenikEditBegin, BrenikSetField for each field, BrenikEditEnd
- *     Nothing reaches the table before the End. Any other call that names another table in between
- *     makes the End answer BRENIK_NOT_CURRENT. There is one transaction at a time; a second Start
+ *     Nothing reaches the table before the End. A Start, a look-up or a notification on another table
+ *     in between makes the End answer BRENIK_NOT_CURRENT. There is one transaction at a time; a second Start
  *     replaces the first. A Start that fails begins nothing: do not call its End.
  *
  *  5. Strings end with a NUL and are bytes in the practice's own code page. No pointer may be null:
@@ -70,9 +70,10 @@ enum {
     BRENIK_DATA_FILES_MISSING = 1,
     /* LAW1.CDX or LAW2.CDX is missing: rebuild the practice's indexes. */
     BRENIK_INDEX_FILES_MISSING = 2,
-    /* The system table cannot be opened: somebody has it exclusively, or it is damaged. */
+    /* The system table cannot be opened: a file of it is missing, not permitted, somebody else's or
+     * damaged; the fault file says which and why ("brenik faults" prints it). */
     BRENIK_SYSTEM_TABLE_NOT_OPENED = 3,
-    /* Another table cannot be opened: as above; of an added matter only the link is missing. */
+    /* Another table cannot be opened: likewise. Of an added matter only the link is missing. */
     BRENIK_TABLE_NOT_OPENED = 4,
     /* The table number is out of range or its table is not open: correct the call. */
     BRENIK_BAD_TABLE = 5,
@@ -93,16 +94,17 @@ enum {
     /* The table is not the one that the Start chose: begin the transaction again. */
     BRENIK_NOT_CURRENT = 13,
     /* A damaged file, a full disk or the like stopped the call; the fault file has one line with the
-     * reason ("brenik faults" prints it). The session stays usable and holds no lock; begin the
-     * transaction again. In the child of a fork every call is stopped until BrenikInitialize begins
-     * a session there. */
+     * reason. The session stays usable and holds no lock; begin the transaction again once the
+     * reason is gone. In the child of a fork every call is stopped until BrenikInitialize begins a
+     * session there. */
     BRENIK_FAULT = 14,
     /* The session has already been shut down: nothing to do. */
     BRENIK_ALREADY_SHUT_DOWN = 15,
     /* No record has that identifier; of an added matter only the link is missing. */
     BRENIK_IDENTIFIER_NOT_FOUND = 16,
-    /* The record could not be appended, because a lock stayed another workstation's: try again.
-     * When a matter's identifier is handed back, it is added, and only its link is missing. */
+    /* The record could not be appended, because a lock stayed another workstation's: try again, for
+     * a matter with its contact in the buffer once more. When a matter's identifier is handed back,
+     * it is added, and only its link is missing. */
     BRENIK_APPEND_FAILED = 17,
     /* The code exists already; its identifier is handed back. */
     BRENIK_DUPLICATE_CODE = 18,
@@ -118,8 +120,8 @@ enum {
  *   reserved   not used
  * BRENIK_SUCCESS, BRENIK_DATA_FILES_MISSING, BRENIK_INDEX_FILES_MISSING,
  * BRENIK_SYSTEM_TABLE_NOT_OPENED, BRENIK_TABLE_NOT_OPENED. After a failure tables may be open; call
- * BrenikShutDown, or BrenikInitialize again. What an earlier session left open in another folder is
- * closed first.
+ * nothing but BrenikShutDown, or BrenikInitialize again. What an earlier session left open in
+ * another folder is closed first, and its transaction is dropped.
  *
  *     BrenikCode code = BrenikInitialize("C:\\Practice", 1, 0);
  *     if (code != BRENIK_SUCCESS) {
@@ -226,8 +228,9 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditBegin(int table, int record, int*
  *   field   the field's name, in any case
  *   text    characters as they are; a number with a decimal point; a date as MM/DD/YY (in the 1900s),
  *           MM/DD/YYYY or YYYYMMDD; "Y", "T" or "1" for true. Text that does not convert gives 0,
- *           the empty date or false, and is not reported. A number too wide for its field is
- *           written as asterisks.
+ *           the empty date or false, and is not reported. A number too wide for a field of digits
+ *           (types N and F) is written as asterisks; one that a binary field (I, Y) cannot hold
+ *           makes the End answer BRENIK_FAULT, every time.
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_BAD_RECORD, BRENIK_UNKNOWN_FIELD.
  *
  *     code = BrenikSetField(1, record, "OPEN", "20240131");

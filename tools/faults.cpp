@@ -4,6 +4,7 @@
 
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,7 @@ bool read(const std::string& path, std::string& text) {
     const platform::File file = platform::File::open(path, platform::OpenMode::kSettings);
     if (file.failure() == platform::OpenFailure::kMissing) return false;
     if (!file.is_open()) {
-        throw ToolError(ExitCode::kCannotOpen, path + ": cannot be read: " + file.system_reason());
+        throw ToolError(ExitCode::kCannotOpen, path + ": " + file.why_not_open());
     }
     text.resize(static_cast<std::size_t>(file.size_at_open()));
     text.resize(file.read_at(0, {reinterpret_cast<Byte*>(text.data()), text.size()}));
@@ -60,11 +61,17 @@ void print_lines(const std::string& text, bool json) {
 void print_faults(const FaultsRequest& request) {
     const std::string path = platform::fault_file_path();
     bool any = false;
+    std::optional<ToolError> unreadable;
     for (const std::string& file : {earlier_fault_file(path), path}) {
         std::string text;
-        any = read(file, text) || any;
+        try {
+            any = read(file, text) || any;
+        } catch (const ToolError& error) {
+            unreadable = error;
+        }
         print_lines(text, request.json);
     }
+    if (unreadable) throw *unreadable;
     if (!any) std::cerr << "brenik: no faults: there is no file " << path << "\n";
 }
 

@@ -87,8 +87,14 @@ std::string Journal::field_name(int table_number, std::size_t slot) {
     const auto [names, is_new] = field_names_.try_emplace(table_number);
     const PracticeTable* table = is_new ? practice_.find(table_number) : nullptr;
     if (table) {
-        const OpenedTable opened = practice_.open(table->file);
-        for (const local::Field& field : opened.layout.fields) names->second.push_back(field.name);
+        try {
+            const OpenedTable opened = practice_.open(table->file);
+            for (const local::Field& field : opened.layout.fields) {
+                names->second.push_back(field.name);
+            }
+        } catch (const ToolError&) {
+            // Its fields go by their numbers.
+        }
     }
     return slot < names->second.size() ? names->second[slot] : "field " + std::to_string(slot + 1);
 }

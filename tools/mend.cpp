@@ -122,9 +122,14 @@ class Mender {
         options_.backup_folder = request.backup;
         for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
         if (request.dry_run) make_trial();
-        if (request.backup.empty() || request.dry_run) return;
+        if (request.backup.empty()) return;
+        namespace fs = std::filesystem;
         std::error_code error;
-        std::filesystem::create_directories(request.backup, error);
+        if (!request.dry_run) {
+            fs::create_directories(request.backup, error);
+        } else if (fs::exists(request.backup) && !fs::is_directory(request.backup)) {
+            error = std::make_error_code(std::errc::not_a_directory);
+        }
         if (error) {
             throw ToolError(ExitCode::kCannotOpen, request.backup + ": " + error.message());
         }

@@ -152,6 +152,7 @@ int GetU_ID(Session& session, int table, const std::string& key, std::string& id
 std::string LASTFIRST(Session& session, std::size_t width, std::optional<int> area) {
     WorkAreas& areas = session.areas;
     const int source = area ? *area : areas.area_of("Names");
+    areas.table(source, "LASTFIRST");
     return display_name(areas.field(source, "LAST"), areas.field(source, "FIRST"), width);
 }
 

@@ -3,6 +3,7 @@
 #include "BrenikDB/start_up.h"
 
 #include <array>
+#include <utility>
 
 #include "BrenikDB/codes.h"
 #include "BrenikDB/settings.h"
@@ -50,10 +51,6 @@ void make_variables(Session& session, bool trace_wanted) {
     session.link_type.clear();
 }
 
-bool is_same_folder(const std::string& a, const std::string& b) {
-    return a == b || platform::is_same_path(platform::system_path(a), platform::system_path(b));
-}
-
 // The default folder of the session's relative file names; the host's current folder stays as it
 // is. What an earlier session has left open in another folder would be taken for this one's.
 void set_data_path(Session& session, const std::string& data_path) {
@@ -63,9 +60,9 @@ void set_data_path(Session& session, const std::string& data_path) {
         store_setting(session, Setting::DataPath, folder);
     }
     const std::string resolved = platform::absolute_path(session.setting(Setting::DataPath).text());
-    if (!session.data_path().empty() && !is_same_folder(session.data_path(), resolved)) {
-        CLOSEALL(session);
-    }
+    const std::string identity = platform::folder_identity(resolved);
+    const std::string earlier = std::exchange(session.module.data_folder, identity);
+    if (!earlier.empty() && earlier != identity) CLOSEALL(session);
     session.trace_log.close();
     session.areas.engine().set_default_folder(resolved);
 }
@@ -111,7 +108,8 @@ void require_sound_share(Session& session) {
 bool has_file(Session& session, const char* name) {
     const std::string path = session.data_path() + name;
     if (platform::file_exists(path)) return true;
-    write_fault_line(session, "StartUp", platform::system_path(path) + ": no such file");
+    const platform::File file = platform::File::open(path, platform::OpenMode::kSettings);
+    write_fault_line(session, "StartUp", file.path() + ": " + file.why_not_open());
     return false;
 }
 
@@ -171,8 +169,8 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     session.areas.engine().set_server_type(kLocalServer);
     set_data_path(session, data_path);
     empty_trace_log(session);
+    choose_tracing(session);  // first, so that settings that cannot be read are traced
     choose_engine(session);
-    choose_tracing(session);
     trace(session, session.setting(Setting::DataPath).text());
     require_sound_share(session);
     int code = check_files(session);

@@ -29,7 +29,11 @@ struct EntryKey {
     std::string kind;
 };
 
-int journal_area(const Session& session) { return session.areas.area_of("TRANS"); }
+int journal_area(const Session& session) {
+    const int area = session.areas.area_of("TRANS");
+    if (area != 0) return area;
+    throw EngineFault(FaultCode::kEmptyWorkArea, "TRANS", "the change journal is not open");
+}
 
 Table& journal(Session& session) { return session.areas.table(journal_area(session), "TRANS"); }
 
@@ -257,8 +261,7 @@ void require_journal(Session& session) {
 
 std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
                                            const std::string& limit) {
-    const int area = journal_area(session);
-    if (area == 0) return {};
+    if (session.areas.area_of("TRANS") == 0) return {};
     Table& trans = journal(session);
     const std::size_t order = trans.order_number();
     if (order == 0) return {};

@@ -146,6 +146,7 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
 }
 
 bool ADD_REC(Session& session, double seconds) {
+    session.areas.table("ADD_REC");
     return append_with_retries(session, seconds, true);
 }
 

@@ -210,6 +210,7 @@ bool append_identified(Session& session, int table, int area, const NewRecord& o
 
 bool ADD_REC(Session& session, const NewRecord& options) {
     WorkAreas& areas = session.areas;
+    areas.table("ADD_REC");
     const bool notes = areas.current() == kSecondNotesArea;
     const int area = notes ? kNotesArea : areas.current();
     const int table = options.object && !notes ? options.object->NDB() : area;

@@ -27,9 +27,9 @@ void CLOSEALL(Session& session) {
     WorkAreas& areas = session.areas;
     for (int area = 1; area <= kMaxWorkArea; ++area) clear_relations(session, area);
     note_status(session, areas.engine().write_all_records());
+    session.recover();  // what could not be written would be tried, and waited for, once more
     areas.close_all();
     note_status(session, areas.engine().close_all_tables());
-    session.module.journal_locked = false;
     session.related_queries.clear();
 }
 

@@ -15,6 +15,7 @@ namespace brenik {
 
 namespace {
 
+// A file that cannot be renamed, nor emptied, gets no more lines at twice that size.
 constexpr std::uint64_t kMostBytes = 256 * 1024;
 constexpr std::size_t kLongestText = 2000;
 
@@ -31,7 +32,7 @@ std::string local_time(platform::Clock& clock) {
 std::string on_one_line(std::string_view text) {
     std::string line(text.substr(0, kLongestText));
     std::ranges::replace_if(
-        line, [](char c) { return static_cast<Byte>(c) < 0x20; }, ' ');
+        line, [](char c) { return static_cast<Byte>(c) < 0x20 || c == 0x7F; }, ' ');
     return line;
 }
 
@@ -54,7 +55,11 @@ bool may_rename(platform::File& full) {
 void begin_anew(platform::File& full, const std::string& path) {
     if (!may_rename(full)) return;
     if (open_fault_file(path).size_at_open() < kMostBytes) return;
-    platform::replace_file(path, earlier_fault_file(path));
+    try {
+        platform::replace_file(path, earlier_fault_file(path));
+    } catch (const platform::FileError&) {
+        full.resize(0);  // a folder that may not be changed
+    }
 }
 
 void append(const std::string& path, const std::string& line) {
@@ -63,7 +68,7 @@ void append(const std::string& path, const std::string& line) {
         platform::make_folder_of(path);
         file = open_fault_file(path);
     }
-    if (!file.is_open()) return;
+    if (!file.is_open() || file.size_at_open() >= 2 * kMostBytes) return;
     file.write_at(file.size_at_open(), as_bytes(line));
     if (file.size_at_open() >= kMostBytes) begin_anew(file, path);
 }

@@ -41,8 +41,22 @@ FileError::FileError(const std::string& operation, const std::string& path, std:
 
 bool ConnectionLost::unreachable() const { return is_unreachable(system_code()); }
 
-std::string File::system_reason() const {
-    return failure_code_ != 0 ? system_text(failure_code_) : std::string();
+std::string File::why_not_open() const {
+    const std::string system =
+        failure_code_ != 0 ? " (" + system_text(failure_code_) + ")" : std::string();
+    switch (failure_) {
+        case OpenFailure::kMissing:
+            return "no such file";
+        case OpenFailure::kSharing:
+            return "in use by another program";
+        case OpenFailure::kDenied:
+            return system.empty() ? "no plain file, or marked as read-only"
+                                  : "no permission" + system;
+        case OpenFailure::kNone:
+        case OpenFailure::kSystem:
+            break;
+    }
+    return "cannot be opened" + system;
 }
 
 bool File::lost() const { return remote() && (!is_open() || session_->losses() != losses_); }

@@ -119,8 +119,8 @@ class File {
     // As it was when the file was opened.
     std::uint64_t size_at_open() const { return size_at_open_; }
     OpenFailure failure() const { return failure_; }
-    // The system's own words for it; empty where the failure is not the system's.
-    std::string system_reason() const;
+    // The failure in words, without the path.
+    std::string why_not_open() const;
     // The path in the system's form.
     const std::string& path() const { return path_; }
     void close() noexcept;

@@ -18,6 +18,10 @@ std::string current_directory();
 // in the process's code page stays as it is.
 std::string absolute_path(const std::string& path);
 
+// What tells one folder from another, by whatever path each is reached; the path itself where the
+// system does not tell.
+std::string folder_identity(const std::string& path);
+
 // Where the fault file lies, which belongs to the user: $BRENIK_FAULTS, else "Faults.log" in the
 // local folder "BrenikDB" of the user's application data, on other systems in ".brenik" in the home
 // folder. Empty for a user who has no such place.

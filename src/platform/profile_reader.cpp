@@ -119,18 +119,8 @@ std::optional<std::string> find_value(LineReader& lines, std::string_view sectio
 
 // File and reason; empty for a file that is open or missing.
 std::string why_unreadable(const File& file) {
-    switch (file.failure()) {
-        case OpenFailure::kNone:
-        case OpenFailure::kMissing:
-            return {};
-        case OpenFailure::kSharing:
-            return file.path() + ": somebody has it open and shares it with nobody";
-        case OpenFailure::kDenied:
-            return file.path() + ": no permission to read it, or it is no plain file";
-        case OpenFailure::kSystem:
-            break;
-    }
-    return file.path() + ": it cannot be opened";
+    const bool missing = file.failure() == OpenFailure::kMissing;
+    return file.is_open() || missing ? std::string() : file.path() + ": " + file.why_not_open();
 }
 
 // A missing file has no lines.

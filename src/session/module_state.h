@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "util/date.h"
 
@@ -18,6 +19,8 @@ struct ModuleState {
     // The record of the system table that holds counters and settings, as start-up found it; 0 for
     // whichever is current.
     std::uint32_t system_record = 0;
+    // What tells the data folder of the latest start from others (platform::folder_identity).
+    std::string data_folder;
     // Day 0 of change stamps; empty until RSSETBASEDATE has run.
     Date stamp_base;
 };

@@ -94,17 +94,19 @@ def test_notes_variant(host, new_practice):
 
 
 def test_another_practice(new_host, new_practice, tmp_path):
-    """What one session has left open is never another folder's, also where the other start fails. The host's folder is
-    told relative to where it stood."""
+    """What one session has left open is never another folder's, also where the other start fails, or a link leads
+    elsewhere by now. The host's folder is told relative to where it stood."""
     first, second, third = [new_practice(name) for name in ('first', 'second', 'third')]
     os.remove(third.find('LAW1.dbf'))
-    host = new_host(cwd=tmp_path)
+    host, link = new_host(cwd=tmp_path), tmp_path / 'link'
     for practice in first, second:
-        assert host.init(practice.folder.name, 1) == 0
+        link.unlink(missing_ok=True)
+        link.symlink_to(practice.folder)
+        assert host.init('link', 1) == 0
         contact, links = practice.table('LAW1').rows[3]['U_ID'], practice.table('LAW9').table.count
         assert host.add(3, {'MATTER': 'Linked'}, contact)[0] == 0
         assert practice.table('LAW9').table.count == links + 1
-        assert practice.trace()[0][1][1] == practice.folder.name + '\\'
+        assert practice.trace()[0][1][1] == 'link\\'
     assert host.init(third) == 1
     assert [host.add_start(table) for table in (1, 3, 9, 20)] == [5] * 4
 

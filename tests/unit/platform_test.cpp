@@ -245,7 +245,7 @@ TEST_F(PlatformTest, ReadsEndAtTheFileAndFailuresNameTheirPlace) {
     } catch (const FileError& error) {
         EXPECT_EQ(error.what(),
                   path("NEW") + ": write at offset 5 failed: " +
-                      (kWindows ? "Access denied (system error 5)" : "Bad file descriptor"));
+                      (kWindows ? "Access denied, system error 5" : "Bad file descriptor"));
         EXPECT_EQ(error.offset(), 5u);
     }
     file.close();

@@ -91,8 +91,7 @@ void CdxFile::read_directory() {
 CdxFile::Change::Change(CdxFile& file, std::optional<LockTry> attempt, bool durable)
     : file_(file), begun_(file.pages_->begin_change(attempt, durable)) {
     if (begun_ || attempt) return;
-    throw EngineFault(FaultCode::kBusy, "change index",
-                      file.path() + ": somebody keeps the index locked");
+    file.pages_->refuse_busy("change index", platform::LockKind::kExclusive);
 }
 
 CdxFile::Change::~Change() {

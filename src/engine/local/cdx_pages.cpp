@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/local/cdx_header.h"
+#include "engine/local/opening.h"
 
 namespace brenik::local {
 namespace {
@@ -87,13 +88,20 @@ void CdxFile::Pages::end_read() noexcept {
     locked_ = false;
 }
 
+// Who waits no longer than a moment is not told whose lock it is: looking takes longer.
+void CdxFile::Pages::refuse_busy(const char* operation, platform::LockKind wanted) const {
+    if (read_timeout_ms_ == platform::kShortLockTimeout_ms) {
+        local::refuse_busy(operation, path(), "the index is locked", {lock_, wanted});
+    }
+    throw EngineFault(FaultCode::kBusy, operation, path() + ": somebody keeps the index locked");
+}
+
 // Called whenever something must come from the file.
 void CdxFile::Pages::prepare_to_load() {
     if (!locked_ && !exclusive_) {
         if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kShared,
                          read_timeout_ms_)) {
-            throw EngineFault(FaultCode::kBusy, "read index",
-                              path() + ": somebody keeps the index locked");
+            refuse_busy("read index", platform::LockKind::kShared);
         }
         locked_ = true;
         if (known_ && !header_matches()) {

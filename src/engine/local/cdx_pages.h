@@ -86,6 +86,7 @@ class CdxFile::Pages {
     // With a try: false when the lock is somebody else's; without one it is waited for, as long as
     // for any short lock, and false then. A durable change goes to the disk step by step.
     bool begin_change(std::optional<LockTry> attempt, bool durable);
+    [[noreturn]] void refuse_busy(const char* operation, platform::LockKind wanted) const;
     // Drops whatever was not published, and the lock.
     void end_change() noexcept;
     CdxPage& add(const CdxForm& form, bool leaf);

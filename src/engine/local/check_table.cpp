@@ -19,11 +19,8 @@ bool require_open(const platform::File& file, const Reporter& report) {
         case platform::OpenFailure::kSharing:
             report.unchecked("in-use", {}, "in exclusive use by another program");
             return false;
-        case platform::OpenFailure::kMissing:
-            report.unchecked("cannot-open", {}, "no such file");
-            return false;
         default:
-            report.unchecked("cannot-open", {}, "cannot be opened");
+            report.unchecked("cannot-open", {}, file.why_not_open());
             return false;
     }
 }

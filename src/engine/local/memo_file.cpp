@@ -57,7 +57,8 @@ void MemoFile::reopen() {
 void MemoFile::pass_over_used_blocks() {
     if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
                      platform::kShortLockTimeout_ms)) {
-        throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
+        refuse_busy("field put", path(), "the memo file is locked",
+                    {lock_, platform::LockKind::kExclusive});
     }
     const HeldLock held(file_, lock_);
     const std::uint64_t used = (file_.size() + block_size_ - 1) / block_size_;
@@ -211,7 +212,8 @@ std::uint32_t MemoFile::allocate(std::uint64_t blocks, bool durable) {
     if (allocating_) return allocate_locked(blocks, durable);
     if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
                      platform::kShortLockTimeout_ms)) {
-        throw EngineFault(FaultCode::kBusy, "field put", path() + ": the memo file stays locked");
+        refuse_busy("field put", path(), "the memo file is locked",
+                    {lock_, platform::LockKind::kExclusive});
     }
     const HeldLock held(file_, lock_);
     return allocate_locked(blocks, durable);

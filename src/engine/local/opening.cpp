@@ -13,27 +13,8 @@ constexpr Obstacle obstacle_of(platform::Sharing sharing) {
                                                      : platform::LockKind::kShared};
 }
 
-std::string reason_of(const platform::File& file, const FileUse& use) {
-    switch (file.failure()) {
-        case platform::OpenFailure::kNone:
-            break;
-        case platform::OpenFailure::kMissing:
-            return "no such file";
-        case platform::OpenFailure::kSharing:
-            return use.exclusive() ? "in use" : "in exclusive use";
-        case platform::OpenFailure::kDenied:
-            return file.system_reason().empty() ? "marked as read-only, or no plain file"
-                                                : "no permission";
-        case platform::OpenFailure::kSystem:
-            break;
-    }
-    return "cannot be opened";
-}
-
-std::string with_system_reason(const std::string& reason, const platform::File& file) {
-    const std::string text = file.system_reason();
-    return text.empty() ? reason : reason + " (" + text + ")";
-}
+// What others do with a file that they keep from being opened, up to the word "by".
+const char* use_of(const FileUse& use) { return use.exclusive() ? "in use" : "in exclusive use"; }
 
 std::string held(const std::string& path, const std::string& use, const std::string& holders) {
     return path + ": " + use + " by " + holders;
@@ -47,11 +28,10 @@ bool is_held(const platform::File& file) {
 
 Refused::Refused(const platform::File& file, const FileUse& use)
     : EngineFault(is_held(file) ? FaultCode::kBusy : FaultCode::kInputOutput, "open",
-                  is_held(file)
-                      ? held(file.path(), reason_of(file, use), "another program")
-                      : file.path() + ": " + with_system_reason(reason_of(file, use), file)),
+                  is_held(file) ? held(file.path(), use_of(use), "another program")
+                                : file.path() + ": " + file.why_not_open()),
       path_(file.path()),
-      use_(reason_of(file, use)) {
+      use_(use_of(use)) {
     if (is_held(file)) obstacle_ = obstacle_of(use.sharing);
 }
 
@@ -67,6 +47,11 @@ std::string Refused::explanation() const {
                                                        obstacle_->range.length, obstacle_->wanted);
     return holders.empty() ? what() + std::string("; which one, this computer does not tell")
                            : held(path_, use_, holders);
+}
+
+void refuse_busy(const char* operation, const std::string& path, const std::string& use,
+                 Obstacle obstacle) {
+    throw EngineFault(FaultCode::kBusy, operation, Refused(path, use, obstacle).explanation());
 }
 
 platform::File open_file(const std::string& path, const FileUse& use) {

@@ -50,6 +50,11 @@ class Refused : public EngineFault {
     std::optional<Obstacle> obstacle_;
 };
 
+// Throws kBusy, with who holds the lock: one that others should hold for moments stayed theirs for
+// seconds.
+[[noreturn]] void refuse_busy(const char* operation, const std::string& path,
+                              const std::string& use, Obstacle obstacle);
+
 // Throws Refused.
 platform::File open_file(const std::string& path, const FileUse& use);
 

@@ -85,7 +85,8 @@ void TableFile::raise_count() {
     const LockRange range = locks_.append();
     if (!append_queue_.lock(range, LockScheme::queue(), platform::LockKind::kExclusive,
                             platform::kShortLockTimeout_ms)) {
-        throw EngineFault(FaultCode::kBusy, "append", path() + ": the table stays locked");
+        refuse_busy("append", path(), "the table is locked",
+                    {range, platform::LockKind::kExclusive});
     }
     const HeldLock held(file_, range);
     const RecordNumber counted = counted_in_header();

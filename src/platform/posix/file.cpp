@@ -271,8 +271,9 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         }
     }
     if (handle < 0) {
-        file.failure_code_ = errno;
         file.failure_ = is_log(mode) && errno == ELOOP ? OpenFailure::kDenied : failure_of(errno);
+        const bool no_plain_file = errno == EISDIR || errno == ENXIO || errno == ELOOP;
+        file.failure_code_ = no_plain_file ? 0 : errno;
         return file;
     }
     file.handle_ = handle_of(handle);

@@ -40,8 +40,15 @@ std::string current_directory() {
 
 std::string absolute_path(const std::string& path) {
     if (path.empty() || path.find_first_of("\\/") == 0) return path;
-    const std::string folder = current_directory();
-    return "\\" + folder + (folder.empty() ? "" : "\\") + path;
+    std::error_code failed;
+    const std::string folder = std::filesystem::current_path(failed).string();
+    return failed ? path : folder + (folder.ends_with('/') ? "" : "/") + path;
+}
+
+std::string folder_identity(const std::string& path) {
+    struct stat facts;
+    if (stat(system_path(path).c_str(), &facts) != 0) return path;
+    return std::to_string(facts.st_dev) + ":" + std::to_string(facts.st_ino);
 }
 
 std::string fault_file_path() {

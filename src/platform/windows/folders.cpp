@@ -28,6 +28,20 @@ std::string without_last_separators(const std::string& folder) {
 
 bool has_drive(const std::string& folder) { return folder.size() >= 2 && folder[1] == ':'; }
 
+// Of a path whose characters the code page lacks the short form, or nothing: its nearest relative
+// would be another path.
+std::string folder_variable(const wchar_t* name) {
+    const std::wstring path = wide_environment_variable(name);
+    const std::string narrow = narrow_text(path);
+    if (wide_text(narrow) == path) return narrow;
+    std::wstring brief(path.size() + 1, L'\0');
+    const DWORD length =
+        GetShortPathNameW(path.c_str(), brief.data(), static_cast<DWORD>(brief.size()));
+    brief.resize(length < brief.size() ? length : 0);
+    const std::string reachable = narrow_text(brief);
+    return wide_text(reachable) == brief ? reachable : std::string();
+}
+
 }  // namespace
 
 std::string current_drive() {
@@ -48,10 +62,24 @@ std::string absolute_path(const std::string& path) {
     return wide_text(found) == full ? found : path;
 }
 
+std::string folder_identity(const std::string& path) {
+    const std::optional<std::wstring> full = full_path(path);
+    if (!full) return path;
+    const HANDLE folder = CreateFileW(full->c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (folder == INVALID_HANDLE_VALUE) return path;
+    BY_HANDLE_FILE_INFORMATION facts;
+    const bool told = GetFileInformationByHandle(folder, &facts) != 0;
+    CloseHandle(folder);
+    if (!told) return path;
+    return std::to_string(facts.dwVolumeSerialNumber) + ":" + std::to_string(facts.nFileIndexHigh) +
+           ":" + std::to_string(facts.nFileIndexLow);
+}
+
 std::string fault_file_path() {
-    const std::string chosen = environment_variable(L"BRENIK_FAULTS");
+    const std::string chosen = folder_variable(L"BRENIK_FAULTS");
     if (!chosen.empty()) return chosen;
-    const std::string own = environment_variable(L"LOCALAPPDATA");
+    const std::string own = folder_variable(L"LOCALAPPDATA");
     return own.empty() ? own : own + "\\BrenikDB\\Faults.log";
 }
 

@@ -86,9 +86,13 @@ std::optional<std::wstring> full_path(const std::string& path) {
     return full.size() > kLongestPlainPath ? in_unlimited_form(full) : full;
 }
 
+std::wstring wide_environment_variable(const wchar_t* name) {
+    return text_from(
+        [&](wchar_t* buffer, DWORD room) { return GetEnvironmentVariableW(name, buffer, room); });
+}
+
 std::string environment_variable(const wchar_t* name) {
-    return narrow_text(text_from(
-        [&](wchar_t* buffer, DWORD room) { return GetEnvironmentVariableW(name, buffer, room); }));
+    return narrow_text(wide_environment_variable(name));
 }
 
 }  // namespace brenik::platform

@@ -22,6 +22,7 @@ std::string narrow_text(std::wstring_view text);
 std::optional<std::wstring> full_path(const std::string& path);
 
 // As the process has it now; C libraries keep a copy from when they were loaded. Empty when unset.
+std::wstring wide_environment_variable(const wchar_t* name);
 std::string environment_variable(const wchar_t* name);
 
 }  // namespace brenik::platform
