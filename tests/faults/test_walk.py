@@ -1,8 +1,8 @@
 """What is left of a call that ends early is what the documentation's table says.
 
-Each call of a host is made with each of its calls on files failing in turn, and with each of its locks somebody else's.
-Code, work area, records, journal and counter must then be those of a row of the table, and every row that a failing call
-or a lock leads to must be met.
+Each call of a host is made with each of its calls on files failing in turn, and with each of its locks somebody
+else's. Code, work area, records, journal and counter must then be those of a row of the table, and every row that a
+failing call or a lock leads to must be met.
 """
 
 import concurrent.futures
@@ -48,7 +48,8 @@ class Walk:
     def __init__(self, folder, call, kind='error', number=0):
         environment = dict(os.environ, LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(folder),
                            FAULTY_KIND=kind, FAULTY_CALL=str(number), FAULTY_LOG='%s.calls' % folder,
-                           BRENIK_FAULTS='%s.faults' % folder, BRENIK_WINDIR=str(folder), ASAN_OPTIONS='verify_asan_link_order=0')
+                           BRENIK_FAULTS='%s.faults' % folder, BRENIK_WINDIR=str(folder),
+                           ASAN_OPTIONS='verify_asan_link_order=0')
         done = subprocess.run([os.environ['BRENIK_WALK'], str(folder), call], capture_output=True, timeout=HANGS,
                               env=environment)
         assert done.returncode == 0, done.stderr
@@ -96,7 +97,8 @@ def test_what_is_left(copy, call):  # noqa: F811
         assert made.told or made.code not in ('3', '4', '14')
         assert (made.locks, made.next_code) == ('0', '0')
         assert made.buffer == ('new' if identified and 'Add' in call else 'kept') or made.code == '0'
-        assert 'AddEnd' not in call or identified == (made.code in ('0', '4') or (made.code, made.buffer) == ('17', 'new'))
+        added = made.code in ('0', '4') or (made.code, made.buffer) == ('17', 'new')
+        assert 'AddEnd' not in call or identified == added
         return tuple(made.left(reference.now)), made.identifier
     everything = os.environ.get('BRENIK_EVERY_FAULT') == '1'
     writing, reading, locking = reference.calls
@@ -110,5 +112,6 @@ def test_what_is_left(copy, call):  # noqa: F811
     unknown = {left: job for left, job in unfinished.items() if not any(row.covers(left) for row in rows)}
     assert not unknown, unknown
     if call not in ('AddEnd 2', 'AddEnd 3', 'AddEnd 7', 'EditEnd again'):     # each with fewer ends than its like
-        missed = [row.line for row in rows if row.walked and name in row.calls and not any(row.covers(left) for left in unfinished)]
+        missed = [row.line for row in rows
+                  if row.walked and name in row.calls and not any(row.covers(left) for left in unfinished)]
         assert not missed, missed

@@ -77,6 +77,15 @@ def held_journal_entry(new_host, practice):
     assert host.edit_end(1) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Second'
 
 
+def held_index(new_host, practice):
+    host = new_host()
+    assert host.init(practice) == 0
+    host.begin(1, 2, {'LAST': 'Held'})
+    with HeldBytes(practice.find('LAW1.cdx'), INDEX_LOCK):
+        assert host.edit_end(1, 2) == 14
+    assert host.edit_end(1, 2) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Held'
+
+
 def held_journal(kind, *place):
     def journal(new_host, practice):
         """Without a place in the journal notices fail, adds and edits are made all the same: each after the patience
@@ -239,7 +248,8 @@ def stranger_second(new_host, practice):
 def test_waits(new_host, new_practice, windows_folder):
     """All at the same time, since each takes its five seconds. What no code tells is in the fault file."""
     tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
-             held_journal_entry, held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK), busy_journal,
+             held_journal_entry, held_index, busy_journal,
+             held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK),
              refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]),
              refused('LAW3.dbf', 'in exclusive use'), refused('LAW2.fpt', 'no such file', offset=0),
              refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
@@ -255,4 +265,4 @@ def test_waits(new_host, new_practice, windows_folder):
               for number, task in enumerate(tasks)])
     told = fault_lines(windows_folder)
     assert {'RSADD', 'RSDEL', 'RSSET', 'NET_USE'} <= {call for call, _ in told}
-    assert [reason for call, reason in told if call == 'RSSET' and 'the index is locked by' in reason]
+    assert [reason for call, reason in told if call == 'EditEnd' and 'the index is locked by' in reason]
