@@ -105,7 +105,7 @@ def test_what_is_left(copy, call):  # noqa: F811
     jobs = [(kind, number) for kind, calls in (('error', writing), ('gone', writing), ('full', writing * everything),
                                                ('short', writing * everything), ('read', reading), ('lock', locking),
                                                ('held', locking)) for number in range(1, calls + 1)]
-    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:          # they mostly wait
         outcomes = list(pool.map(lambda job: walk(*job), jobs))
     finished = tuple(reference.left(reference.now)), reference.identifier
     unfinished = {outcome[0]: job for outcome, job in zip(outcomes, jobs) if outcome != finished}

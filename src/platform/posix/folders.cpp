@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "platform/file.h"
+#include "platform/file_calls.h"
 
 namespace brenik::platform {
 
@@ -46,8 +47,13 @@ std::string absolute_path(const std::string& path) {
 }
 
 std::string folder_identity(const std::string& path) {
+    std::string name = path;
+    std::replace(name.begin(), name.end(), '\\', '/');
     struct stat facts;
-    if (stat(system_path(path).c_str(), &facts) != 0) return path;
+    count(FileCall::kStat);
+    if (stat(name.c_str(), &facts) != 0 && stat(system_path(path).c_str(), &facts) != 0) {
+        return path;
+    }
     return std::to_string(facts.st_dev) + ":" + std::to_string(facts.st_ino);
 }
 
