@@ -11,8 +11,8 @@
 namespace brenik {
 
 // `firm` receives 23 items of the firm's own contact record, each followed by "|", those of missing
-// fields empty; empty text when LAWSYS.INI names no such record or it cannot be read. The current work area, and order and position of "Names", are
-// as before afterwards. Always kSuccess.
+// fields empty; empty text when LAWSYS.INI names no such record or it cannot be read. The current
+// work area, and order and position of "Names", are as before afterwards. Always kSuccess.
 int GetMyFirm(Session& session, std::string& firm);
 
 // `identifier` receives the U_ID of a contact (table 1) by its ID, or of a matter (table 3) by its
