@@ -15,7 +15,8 @@ namespace brenik {
 
 namespace {
 
-// A file that cannot be renamed, nor emptied, gets no more lines at twice that size.
+// A file that can be neither renamed nor emptied gets lines up to twice that size, and none until
+// it can be.
 constexpr std::uint64_t kMostBytes = 256 * 1024;
 constexpr std::size_t kLongestText = 2000;
 
@@ -68,8 +69,8 @@ void append(const std::string& path, const std::string& line) {
         platform::make_folder_of(path);
         file = open_fault_file(path);
     }
-    if (!file.is_open() || file.size_at_open() >= 2 * kMostBytes) return;
-    file.write_at(file.size_at_open(), as_bytes(line));
+    if (!file.is_open()) return;
+    if (file.size_at_open() < 2 * kMostBytes) file.write_at(file.size_at_open(), as_bytes(line));
     if (file.size_at_open() >= kMostBytes) begin_anew(file, path);
 }
 

@@ -2,8 +2,8 @@
 // whether the session is traced or not.
 //
 // The file belongs to the user (platform::fault_file_path) and is every session's: a line is one
-// write at its end. At 256 KB it is renamed, in the place of an earlier one,
-// or emptied where it cannot be.
+// write at its end. At 256 KB it is renamed, in the place of an earlier one, or emptied where it
+// cannot be.
 // A line has three columns with a tab between them, and ends in CR LF:
 //     2026-11-22 14:03:07	NET_USE	/srv/practice/LAW3.FPT: no such file
 
