@@ -19,6 +19,7 @@ namespace {
 // it can be.
 constexpr std::uint64_t kMostBytes = 256 * 1024;
 constexpr std::size_t kLongestText = 2000;
+constexpr int kLockTimeout_ms = 200;
 
 std::string local_time(platform::Clock& clock) {
     const platform::LocalDay day = clock.today();
@@ -41,20 +42,23 @@ platform::File open_fault_file(const std::string& path) {
     return platform::File::open(path, platform::OpenMode::kAppend);
 }
 
-// Under a lock, by which only one process at a time renames the file. Whoever has waited behind it
-// finds another file by that name, which is short. A process that still writes to the renamed file
-// does so behind the lines that were there. Where the file system knows no locks, two processes at
-// the same moment can lose the older lines, but the file does not grow for ever.
-bool may_rename(platform::File& full) {
+// Only the process that holds the lock renames the file. Another one that waited for the lock then
+// writes to the end of the renamed file, and finds a short file by the name. Where the file system
+// knows no locks, two processes at the same moment can lose the older lines, but the file does not
+// grow for ever.
+enum class Lock { kHeld, kBusy, kUnknown };
+
+Lock lock(platform::File& file) {
     try {
-        return full.try_lock(platform::kSharingByte, 1);
+        const bool held = file.lock_within(platform::kSharingByte, 1,
+                                           platform::LockKind::kExclusive, kLockTimeout_ms);
+        return held ? Lock::kHeld : Lock::kBusy;
     } catch (const platform::FileError&) {
-        return true;
+        return Lock::kUnknown;
     }
 }
 
 void begin_anew(platform::File& full, const std::string& path) {
-    if (!may_rename(full)) return;
     if (open_fault_file(path).size_at_open() < kMostBytes) return;
     try {
         platform::replace_file(path, earlier_fault_file(path));
@@ -63,6 +67,7 @@ void begin_anew(platform::File& full, const std::string& path) {
     }
 }
 
+// A lock that stays busy does not cost the line: on most systems a write to the end is one step.
 void append(const std::string& path, const std::string& line) {
     platform::File file = open_fault_file(path);
     if (!file.is_open() && file.failure() == platform::OpenFailure::kMissing) {
@@ -70,8 +75,10 @@ void append(const std::string& path, const std::string& line) {
         file = open_fault_file(path);
     }
     if (!file.is_open()) return;
-    if (file.size_at_open() < 2 * kMostBytes) file.write_at(file.size_at_open(), as_bytes(line));
-    if (file.size_at_open() >= kMostBytes) begin_anew(file, path);
+    const Lock locked = lock(file);
+    const std::uint64_t size = file.size();
+    if (size < 2 * kMostBytes) file.write_at(size, as_bytes(line));
+    if (size >= kMostBytes && locked != Lock::kBusy) begin_anew(file, path);
 }
 
 }  // namespace

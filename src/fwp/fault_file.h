@@ -2,7 +2,8 @@
 // whether the session is traced or not.
 //
 // The file belongs to the user (platform::fault_file_path) and is every session's: a line is one
-// write at its end. At 256 KB it is renamed, in the place of an earlier one, or emptied where it
+// write at its end, under a lock, because not every system makes finding the end and writing there
+// one step. At 256 KB the file is renamed, in the place of an earlier one, or emptied where it
 // cannot be.
 // A line has three columns with a tab between them, and ends in CR LF:
 //     2026-11-22 14:03:07	NET_USE	/srv/practice/LAW3.FPT: no such file
