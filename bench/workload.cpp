@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "brenikdb.h"
-#include "engine/local/create.h"
 #include "engine/local/local_engine.h"
-#include "engine/local/table_writer.h"
+#include "engine/make/create_table.h"
+#include "engine/make/table_writer.h"
 
 namespace brenik::bench {
 
@@ -267,15 +267,15 @@ class KeyWorkload : public Workload {
 
   private:
     void make_table() {
-        local::TableLayout layout;
-        local::Field key;
+        record::TableLayout layout;
+        record::Field key;
         key.name = "K";
         key.width = kKeyWidth;
         layout.fields = {key};
-        local::TableWriter writer(path_, layout);
+        make::TableWriter writer(path_, layout);
         for (std::size_t i = 0; i < keys_; ++i) writer.append({random_.letters(kKeyWidth)});
         writer.close();
-        local::create_index(path_, {{"K", "K"}});
+        make::create_index(path_, {{"K", "K"}});
     }
 
     RecordNumber any_record() { return static_cast<RecordNumber>(random_.below(keys_) + 1); }

@@ -45,18 +45,19 @@ void print_summary(const CheckRequest& request, const FindingPrinter& printer, s
 
 void check_share(const std::string& path, FindingPrinter& printer) {
     const platform::ShareFacts share = platform::share_facts(path);
-    const auto find = [&](local::Severity severity, const char* kind, const std::string& what) {
+    const auto find = [&](maintenance::Severity severity, const char* kind,
+                          const std::string& what) {
         if (what.empty()) return;
-        local::Finding finding;
+        maintenance::Finding finding;
         finding.severity = severity;
         finding.kind = kind;
         finding.file = path;
         finding.what = what;
-        finding.remedy = local::Remedy::kByHand;
+        finding.remedy = maintenance::Remedy::kByHand;
         printer.print(finding);
     };
-    find(local::Severity::kFault, "share-unsound", share.unsound);
-    find(local::Severity::kNote, "share-doubtful", share.doubtful);
+    find(maintenance::Severity::kFault, "share-unsound", share.unsound);
+    find(maintenance::Severity::kNote, "share-doubtful", share.doubtful);
     printer.finish_file();
 }
 
@@ -96,16 +97,16 @@ ExitCode check(const CheckRequest& request) {
     const std::vector<std::string> tables = tables_at(request.path);
     for (const std::string& table : tables) {
         ProgressBar bar(base_name(table));
-        const local::Report report = [&](const local::Finding& finding) {
+        const maintenance::Report report = [&](const maintenance::Finding& finding) {
             bar.clear();
             printer.print(finding);
         };
-        records += local::check_table(table, report, bar.progress()).records;
+        records += maintenance::check_table(table, report, bar.progress()).records;
         printer.finish_file();
     }
     if (is_practice(request.path)) {
         check_practice({request.path},
-                       [&](const local::Finding& finding) { printer.print(finding); });
+                       [&](const maintenance::Finding& finding) { printer.print(finding); });
         printer.finish_file();
     }
     print_summary(request, printer, tables.size(), records);

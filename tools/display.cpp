@@ -128,7 +128,7 @@ std::string to_utf8(std::string_view bytes) {
     return text;
 }
 
-Json to_json(const local::Field& field, const Value& value) {
+Json to_json(const record::Field& field, const Value& value) {
     switch (value.kind()) {
         case ValueKind::kLogical:
             return value.logical();
@@ -146,7 +146,7 @@ Json to_json(const local::Field& field, const Value& value) {
     }
 }
 
-std::string to_line(const local::Field& field, const Value& value) {
+std::string to_line(const record::Field& field, const Value& value) {
     if (value.kind() == ValueKind::kNumber) return trimmed_number(value.number_form());
     const Json json = to_json(field, value);
     if (json.is_null()) return {};

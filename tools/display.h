@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/local/table_layout.h"
+#include "engine/record/table_layout.h"
 #include "util/value.h"
 
 namespace brenik::tools {
@@ -21,9 +21,9 @@ std::string dump(const nlohmann::ordered_json& json, int indent = -1);
 
 // Dates as YYYY-MM-DD, times as YYYY-MM-DD hh:mm:ss, numbers and logicals as such; empty dates and
 // times, numbers that are none, and NULL are null.
-nlohmann::ordered_json to_json(const local::Field& field, const Value& value);
+nlohmann::ordered_json to_json(const record::Field& field, const Value& value);
 
 // The same on one line of text, empty for null; control characters are shown as \xNN.
-std::string to_line(const local::Field& field, const Value& value);
+std::string to_line(const record::Field& field, const Value& value);
 
 }  // namespace brenik::tools

@@ -11,9 +11,9 @@ namespace brenik::tools {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using local::Finding;
-using local::Remedy;
-using local::Severity;
+using maintenance::Finding;
+using maintenance::Remedy;
+using maintenance::Severity;
 
 constexpr std::size_t kMostOfAKind = 100;
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "engine/local/maintenance.h"
+#include "engine/maintenance/maintenance.h"
 #include "practice.h"
 
 namespace brenik::tools {
@@ -15,7 +15,7 @@ class FindingPrinter {
     explicit FindingPrinter(bool json) : json_(json) {}
 
     // Of one kind in one file a person is shown the first hundred, programs get them all.
-    void print(const local::Finding& finding);
+    void print(const maintenance::Finding& finding);
     // Says how many more there were of the kinds that were cut short.
     void finish_file();
 
@@ -26,7 +26,7 @@ class FindingPrinter {
     std::size_t unchecked() const { return unchecked_; }
 
   private:
-    void count(const local::Finding& finding);
+    void count(const maintenance::Finding& finding);
 
     bool json_;
     std::size_t faults_ = 0;

@@ -78,7 +78,7 @@ bool Journal::deleted(RecordNumber record) {
 
 std::string Journal::text(const char* field) {
     const auto& fields = trans_.layout.fields;
-    const local::Field* found = trans_.layout.find(field);
+    const record::Field* found = trans_.layout.find(field);
     if (!found) throw ToolError(ExitCode::kProblem, trans_.path + ": no field " + field);
     return trans_.table->field_get(static_cast<std::size_t>(found - fields.data()) + 1).text();
 }
@@ -89,7 +89,7 @@ std::string Journal::field_name(int table_number, std::size_t slot) {
     if (table) {
         try {
             const OpenedTable opened = practice_.open(table->file);
-            for (const local::Field& field : opened.layout.fields) {
+            for (const record::Field& field : opened.layout.fields) {
                 names->second.push_back(field.name);
             }
         } catch (const ToolError&) {

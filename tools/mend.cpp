@@ -21,11 +21,11 @@ namespace brenik::tools {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using local::Deed;
-using local::Mended;
+using maintenance::Deed;
+using maintenance::Mended;
 
-using MendTable = Mended (*)(const std::string&, const local::MendOptions&,
-                             const local::DeedReport&, const local::Progress&);
+using MendTable = Mended (*)(const std::string&, const maintenance::MendOptions&,
+                             const maintenance::DeedReport&, const maintenance::Progress&);
 
 [[noreturn]] void refuse_tag(const std::string& text) {
     throw ToolError(
@@ -33,7 +33,7 @@ using MendTable = Mended (*)(const std::string&, const local::MendOptions&,
         "--tag " + text + ": expected NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]");
 }
 
-void add_clause(local::TagDefinition& tag, const std::string& clause, const std::string& text) {
+void add_clause(make::TagDefinition& tag, const std::string& clause, const std::string& text) {
     const std::string word = upper(trim_both(clause));
     if (word.starts_with("FOR ")) {
         tag.condition = trim_both(clause).substr(4);
@@ -48,10 +48,10 @@ void add_clause(local::TagDefinition& tag, const std::string& clause, const std:
     }
 }
 
-local::TagDefinition parse_tag(const std::string& text) {
+make::TagDefinition parse_tag(const std::string& text) {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) refuse_tag(text);
-    local::TagDefinition tag;
+    make::TagDefinition tag;
     tag.name = upper(trim_both(text.substr(0, equals)));
     std::size_t end = std::min(text.find(';', equals), text.size());
     tag.key = trim_both(text.substr(equals + 1, end - equals - 1));
@@ -104,8 +104,8 @@ struct MendedTable {
             return outcome == Mended::kWhole || outcome == Mended::kNothingToDo;
         }
         ProgressBar bar(base_name(path));
-        const local::CheckedTable found = local::check_table(
-            path, [](const local::Finding&) {}, bar.progress());
+        const maintenance::CheckedTable found = maintenance::check_table(
+            path, [](const maintenance::Finding&) {}, bar.progress());
         return found.faults + found.unchecked == 0;
     }
 };
@@ -144,7 +144,7 @@ class Mender {
             tables.front().substr(0, tables.front().size() - base_name(tables.front()).size());
         for (const std::string& table : tables) {
             ProgressBar bar(base_name(table));
-            const local::DeedReport report = [&](const Deed& deed) {
+            const maintenance::DeedReport report = [&](const Deed& deed) {
                 bar.clear();
                 print(deed);
             };
@@ -160,9 +160,9 @@ class Mender {
         if (!is_practice(request_.path)) return;
         const PracticeFaults faults = check_practice(
             trial_ ? std::vector{trial_->path(), request_.path} : std::vector{request_.path},
-            [&](const local::Finding& found) {
-                if (found.severity != local::Severity::kFault) return;
-                if (found.remedy != local::Remedy::kByHand) return;
+            [&](const maintenance::Finding& found) {
+                if (found.severity != maintenance::Severity::kFault) return;
+                if (found.remedy != maintenance::Remedy::kByHand) return;
                 print({false, found.file, found.what + "; this needs a decision by hand",
                        found.record});
                 note(Mended::kPartly);
@@ -260,7 +260,7 @@ class Mender {
         if (!trial_) return request_.path;
         const std::string name = std::string("/") + file + ".DBF";
         if (!platform::file_exists(trial_->path() + name)) {
-            local::copy_table(request_.path + name, trial_->path());
+            maintenance::copy_table(request_.path + name, trial_->path());
         }
         return trial_->path();
     }
@@ -270,7 +270,7 @@ class Mender {
         if (trial_) return;
         const platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
         if (!file.is_open()) throw ToolError(ExitCode::kCannotOpen, path + ": cannot be copied");
-        print({true, path, "copied to " + local::back_up_file(file, request_.backup)});
+        print({true, path, "copied to " + maintenance::back_up_file(file, request_.backup)});
     }
 
     static void lock(const OpenedTable& opened, RecordNumber record) {
@@ -329,7 +329,7 @@ class Mender {
     }
 
     const MendRequest& request_;
-    local::MendOptions options_;
+    maintenance::MendOptions options_;
     std::optional<TrialFolder> trial_;  // of a dry run
     std::string folder_;                // of the tables, with its separator
     std::vector<MendedTable> mended_;
@@ -344,14 +344,14 @@ class Mender {
 
 ExitCode repair(const MendRequest& request) {
     Mender mender(request);
-    mender.mend_tables(local::repair_table);
+    mender.mend_tables(maintenance::repair_table);
     mender.mend_practice();
     return mender.finish();
 }
 
 ExitCode reindex(const MendRequest& request) {
     Mender mender(request);
-    mender.mend_tables(local::reindex_table);
+    mender.mend_tables(maintenance::reindex_table);
     return mender.finish();
 }
 

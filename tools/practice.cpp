@@ -14,25 +14,25 @@ namespace {
 
 constexpr std::size_t kLargestHeader = 65535;
 
-local::TableLayout read_layout(const std::string& path) {
-    const platform::File file = local::open_file(path, {.access = platform::OpenMode::kReadOnly});
+record::TableLayout read_layout(const std::string& path) {
+    const platform::File file = locks::open_file(path, {.access = platform::OpenMode::kReadOnly});
     std::vector<Byte> header(kLargestHeader);
     header.resize(file.read_at(0, header));
-    return local::parse_layout(header, path);
+    return record::parse_layout(header, path);
 }
 
-local::LockMode configured_locks(const std::string& folder) {
+locks::LockMode configured_locks(const std::string& folder) {
     const std::string type =
         platform::profile_string("Main", "LockType", "", folder + "/LAWSYS.INI");
-    return numeric_value(type).amount == 1 ? local::LockMode::kProprietary
-                                           : local::LockMode::kCompatible;
+    return numeric_value(type).amount == 1 ? locks::LockMode::kProprietary
+                                           : locks::LockMode::kCompatible;
 }
 
 }  // namespace
 
 Practice::Practice(std::string folder, platform::OpenMode access)
     : folder_(std::move(folder)), use_{.mode = configured_locks(folder_), .access = access} {
-    engine_.set_proprietary_locking(use_.mode == local::LockMode::kProprietary);
+    engine_.set_proprietary_locking(use_.mode == locks::LockMode::kProprietary);
     engine_.set_read_only(access == platform::OpenMode::kReadOnly);
 }
 
@@ -58,9 +58,9 @@ OpenedTable Practice::open(std::string_view name) {
     try {
         opened.layout = read_layout(opened.path);
         opened.table = engine_.open(opened.path, TableSharing::kShared);
-        if (!opened.table) throw local::Refused(*engine_.refusal());
+        if (!opened.table) throw locks::Refused(*engine_.refusal());
         return opened;
-    } catch (const local::Refused& refusal) {
+    } catch (const locks::Refused& refusal) {
         const bool held = refusal.code() == FaultCode::kBusy;
         throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, refusal.explanation());
     } catch (const EngineFault& fault) {

@@ -9,8 +9,8 @@
 
 #include "engine/engine.h"
 #include "engine/local/local_engine.h"
-#include "engine/local/opening.h"
-#include "engine/local/table_layout.h"
+#include "engine/locks/open_file.h"
+#include "engine/record/table_layout.h"
 
 namespace brenik::tools {
 
@@ -44,8 +44,8 @@ inline constexpr PracticeTable kPracticeTables[] = {
 
 struct OpenedTable {
     std::string path;
-    local::FileUse use;
-    local::TableLayout layout;
+    locks::FileUse use;
+    record::TableLayout layout;
     std::unique_ptr<Table> table;
 };
 
@@ -65,7 +65,7 @@ class Practice {
     std::string path_of(std::string_view file) const;
 
     std::string folder_;
-    local::FileUse use_;
+    locks::FileUse use_;
     local::LocalEngine engine_;
 };
 

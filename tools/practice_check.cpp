@@ -16,19 +16,19 @@
 #include <utility>
 
 #include "display.h"
-#include "engine/local/field_codec.h"
-#include "engine/local/record_reader.h"
+#include "engine/maintenance/record_reader.h"
+#include "engine/record/field_codec.h"
 #include "practice.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
 namespace {
 
-using local::Finding;
-using local::RecordReader;
-using local::RecordView;
-using local::Remedy;
-using local::Severity;
+using maintenance::Finding;
+using maintenance::RecordReader;
+using maintenance::Remedy;
+using maintenance::Severity;
+using record::RecordView;
 
 constexpr std::size_t kIdentifierDigits = 5;
 // Identifiers that a bad day can have taken from tables and counter alike.
@@ -47,7 +47,7 @@ struct Holder {
 
 struct Tracked {
     std::unique_ptr<RecordReader> table;
-    const local::Field* field;    // U_ID
+    const record::Field* field;   // U_ID
     std::vector<Holder> holders;  // by identifier
 };
 
@@ -77,7 +77,7 @@ struct SecondLook {
 };
 
 std::string text_of(const RecordReader& table, const RecordView& record,
-                    const local::Field* field) {
+                    const record::Field* field) {
     if (field == nullptr) return {};
     return read_field(record, table.layout(), *field).text();
 }
@@ -105,7 +105,7 @@ std::optional<std::int64_t> number_behind(const std::string& prefix,
 
 class PracticeCheck {
   public:
-    PracticeCheck(const std::vector<std::string>& folders, const local::Report& report,
+    PracticeCheck(const std::vector<std::string>& folders, const maintenance::Report& report,
                   const std::set<std::string>& left_alone)
         : folders_(folders), report_(report), left_alone_(left_alone) {}
 
@@ -152,14 +152,14 @@ class PracticeCheck {
             return system_.reset();
         }
         prefix_ = text_of(*system_, {bytes, 1}, system_->layout().find("MYUDN"));
-        const local::Field* tracks = system_->layout().find("TRACKSYNC");
+        const record::Field* tracks = system_->layout().find("TRACKSYNC");
         tracks_ = tracks != nullptr && read_field({bytes, 1}, system_->layout(), *tracks).logical();
     }
 
     // As it stands now; nothing when there is no such counter.
     std::optional<std::int64_t> counter(int table) const {
         if (!system_) return {};
-        const local::Field* field = system_->layout().find(counter_name(table));
+        const record::Field* field = system_->layout().find(counter_name(table));
         const std::vector<Byte> bytes = system_->read(1);
         if (field == nullptr || bytes.empty()) return {};
         return read_field({bytes, 1}, system_->layout(), *field).whole();
@@ -172,10 +172,10 @@ class PracticeCheck {
         if (!looks_at(kJournal)) return entries;
         if (!journal_) journal_ = open("LawTrans");
         if (!journal_) return entries;
-        const local::TableLayout& layout = journal_->layout();
-        const local::Field* kind = layout.find("CCODE");
-        const local::Field* code = layout.find("CDB");
-        const local::Field* identifier = layout.find("U_ID");
+        const record::TableLayout& layout = journal_->layout();
+        const record::Field* kind = layout.find("CCODE");
+        const record::Field* code = layout.find("CDB");
+        const record::Field* identifier = layout.find("U_ID");
         if (kind == nullptr || code == nullptr || identifier == nullptr) return entries;
         journal_->for_each([&](const RecordView& record) {
             Entry entry{{record.number, text_of(*journal_, record, code),
@@ -347,7 +347,7 @@ class PracticeCheck {
     }
 
     static bool recycles(const Tracked& tracked) {
-        const auto tags = local::tag_names(tracked.table->path());
+        const auto tags = maintenance::tag_names(tracked.table->path());
         return !tags || std::ranges::any_of(*tags, [](const std::string& tag) {
             return tag.starts_with("DELETED");
         });
@@ -457,7 +457,7 @@ class PracticeCheck {
     }
 
     const std::vector<std::string>& folders_;
-    const local::Report& report_;
+    const maintenance::Report& report_;
     const std::set<std::string>& left_alone_;
     std::unique_ptr<RecordReader> system_;
     std::string prefix_;   // of the identifiers that this practice issues
@@ -470,7 +470,8 @@ class PracticeCheck {
 
 }  // namespace
 
-PracticeFaults check_practice(const std::vector<std::string>& folders, const local::Report& report,
+PracticeFaults check_practice(const std::vector<std::string>& folders,
+                              const maintenance::Report& report,
                               const std::set<std::string>& left_alone) {
     return PracticeCheck(folders, report, left_alone).run();
 }

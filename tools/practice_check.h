@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/local/maintenance.h"
+#include "engine/maintenance/maintenance.h"
 
 namespace brenik::tools {
 
@@ -39,7 +39,8 @@ struct PracticeFaults {
 // that the journal does not know. Each table is taken from the first of the folders that has it.
 // Tables that cannot be read are left to the check of that table. Nothing is said that depends on
 // one of the tables `left_alone`, file names in upper case without extension.
-PracticeFaults check_practice(const std::vector<std::string>& folders, const local::Report& report,
+PracticeFaults check_practice(const std::vector<std::string>& folders,
+                              const maintenance::Report& report,
                               const std::set<std::string>& left_alone = {});
 
 }  // namespace brenik::tools

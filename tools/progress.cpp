@@ -33,7 +33,7 @@ std::string progress_line(const std::string& title, std::uint64_t done, std::uin
 ProgressBar::ProgressBar(std::string title)
     : title_(std::move(title)), visible_(platform::error_output_is_terminal()) {}
 
-local::Progress ProgressBar::progress() {
+maintenance::Progress ProgressBar::progress() {
     if (!visible_) return {};
     return [this](const std::string& what, std::uint64_t done, std::uint64_t total) {
         show(what, done, total);

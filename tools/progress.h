@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "engine/local/maintenance.h"
+#include "engine/maintenance/maintenance.h"
 
 namespace brenik::tools {
 
@@ -20,7 +20,7 @@ class ProgressBar {
     ProgressBar& operator=(const ProgressBar&) = delete;
 
     // What to hand to the work; empty where nothing would be shown.
-    local::Progress progress();
+    maintenance::Progress progress();
     // Takes the bar off the screen, before a line is printed.
     void clear();
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "display.h"
-#include "engine/local/create.h"
-#include "engine/local/table_writer.h"
+#include "engine/make/create_table.h"
+#include "engine/make/table_writer.h"
 #include "practice.h"
 #include "sample_rows.h"
 #include "util/bytes.h"
@@ -23,7 +23,7 @@
 namespace brenik::tools {
 namespace {
 
-using local::TagDefinition;
+using make::TagDefinition;
 
 constexpr std::uint8_t kPlain = 0x03;
 constexpr std::uint8_t kWithMemo = 0xF5;
@@ -249,12 +249,12 @@ const TableDefinition kJournalTable = {"LawTrans",
 const TableDefinition kSystemTable = {"LAWSYS", kPlain, {}};
 
 template <typename Content>
-local::TableLayout layout_of(const TableDefinition& table, const Columns<Content>& columns) {
-    local::TableLayout layout;
+record::TableLayout layout_of(const TableDefinition& table, const Columns<Content>& columns) {
+    record::TableLayout layout;
     layout.version = table.version;
     layout.code_page = kCodePage1252;
     for (const Column<Content>& column : columns) {
-        local::Field field;
+        record::Field field;
         field.name = column.name;
         field.type = column.type;
         field.width = column.width;
@@ -279,7 +279,7 @@ template <typename Content, typename Make>
 WrittenTable write_table(const std::string& folder, const TableDefinition& table,
                          const Columns<Content>& columns, std::uint32_t count, Make make) {
     const std::string path = folder + "/" + table.file + ".DBF";
-    local::TableWriter writer(path, layout_of(table, columns));
+    make::TableWriter writer(path, layout_of(table, columns));
     std::vector<Value> values(columns.size());
     for (std::uint32_t i = 0; i < count; ++i) {
         const Content content = make(i);
@@ -289,7 +289,7 @@ WrittenTable write_table(const std::string& folder, const TableDefinition& table
         writer.append(values, is_deleted(content));
     }
     writer.close();
-    if (!table.tags.empty()) local::create_index(path, table.tags);
+    if (!table.tags.empty()) make::create_index(path, table.tags);
     return {table.file, count};
 }
 

@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 
 #include "display.h"
-#include "engine/local/cdx_file.h"
-#include "engine/local/expression.h"
-#include "engine/local/table_path.h"
+#include "engine/expression/expression.h"
+#include "engine/index/cdx_file.h"
+#include "engine/record/table_path.h"
 #include "practice.h"
 #include "util/runtime.h"
 
@@ -21,11 +21,11 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kNameColumn = 12;
 
-std::vector<local::TagDescription> read_tags(const OpenedTable& opened) {
-    std::vector<local::TagDescription> tags;
+std::vector<index::TagDescription> read_tags(const OpenedTable& opened) {
+    std::vector<index::TagDescription> tags;
     if (!opened.layout.has_structural_index()) return tags;
-    const std::string path = local::index_path(opened.path);
-    const auto index = local::CdxFile::open(path, opened.use);
+    const std::string path = record::index_path(opened.path);
+    const auto index = index::CdxFile::open(path, opened.use);
     for (const auto& tag : index->tags()) tags.push_back(tag->description());
     return tags;
 }
@@ -36,9 +36,9 @@ std::string version_text(std::uint8_t version) {
     return text;
 }
 
-Json describe_fields(const local::TableLayout& layout) {
+Json describe_fields(const record::TableLayout& layout) {
     Json fields = Json::array();
-    for (const local::Field& field : layout.fields) {
+    for (const record::Field& field : layout.fields) {
         fields.push_back({{"name", field.name},
                           {"type", std::string(1, field.type)},
                           {"width", field.width},
@@ -47,9 +47,9 @@ Json describe_fields(const local::TableLayout& layout) {
     return fields;
 }
 
-Json describe_tags(const std::vector<local::TagDescription>& tags) {
+Json describe_tags(const std::vector<index::TagDescription>& tags) {
     Json list = Json::array();
-    for (const local::TagDescription& tag : tags) {
+    for (const index::TagDescription& tag : tags) {
         list.push_back({{"name", tag.name},
                         {"key", to_utf8(tag.key)},
                         {"condition", to_utf8(tag.condition)},
@@ -101,7 +101,7 @@ void print_record(OpenedTable& opened, bool json) {
                   << "\n";
     }
     for (std::size_t i = 0; i < opened.layout.fields.size(); ++i) {
-        const local::Field& field = opened.layout.fields[i];
+        const record::Field& field = opened.layout.fields[i];
         const Value value = table.field_get(i + 1);
         if (json) {
             fields[field.name] = to_json(field, value);
@@ -129,12 +129,12 @@ Value key_value(const OpenedTable& opened, const std::string& order, const std::
         return equal_ignoring_case(each.name, order);
     });
     if (tag == tags.end()) return text;
-    switch (local::Expression::compile(tag->key, opened.layout).type()) {
-        case local::ResultType::kNumber:
+    switch (expression::Expression::compile(tag->key, opened.layout).type()) {
+        case expression::ResultType::kNumber:
             return numeric_value(text);
-        case local::ResultType::kDate:
+        case expression::ResultType::kDate:
             return Date::from_ymd(replace_all(text, "-", ""));
-        case local::ResultType::kLogical:
+        case expression::ResultType::kLogical:
             return equal_ignoring_case(text, "true");
         default:
             return text;

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/local/create.h"
+#include "engine/make/create_table.h"
 #include "workstation.h"
 
 namespace brenik::faults {
@@ -86,12 +86,12 @@ std::string wide_key(int number) {
 // A table whose tags are several levels deep with few records.
 void prepare(Script& script) {
     const std::string path = script.at.folder() + "/PAGES";
-    local::TableLayout layout;
+    record::TableLayout layout;
     layout.version = 0x30;
     layout.fields.emplace_back().name = std::string("K");
     layout.fields.back().width = kWideKey;
-    local::create_table(path, layout);
-    local::create_index(path, {{"ALL", "K"}, {"LIVE", "K", "!DELETED()"}});
+    make::create_table(path, layout);
+    make::create_index(path, {{"ALL", "K"}, {"LIVE", "K", "!DELETED()"}});
     Table& table = script.at.open(kPagesArea, "PAGES");
     for (int number = 0; number < kPagesRecords; ++number) {
         if (!table.append_blank(true)) throw Refused{17};

@@ -1,20 +1,20 @@
 // Any text as an expression, evaluated on a blank record and on one that is full of nines.
 
-#include "engine/local/expression.h"
+#include "engine/expression/expression.h"
 
 #include <vector>
 
-#include "engine/local/field_codec.h"
-#include "engine/local/index_key.h"
+#include "engine/index/index_key.h"
+#include "engine/record/field_codec.h"
 #include "fuzz.h"
 
 using namespace brenik;
-using namespace brenik::local;
+using namespace brenik;
 
 namespace {
 
-TableLayout make_layout() {
-    TableLayout layout;
+record::TableLayout make_layout() {
+    record::TableLayout layout;
     layout.version = 0x30;
     layout.code_page = 0x03;
     const struct {
@@ -26,7 +26,7 @@ TableLayout make_layout() {
                    {"L", 'L', 1, 0, 0},  {"I", 'I', 4, 0, 0}, {"T", 'T', 8, 0, 0},
                    {"Y", 'Y', 8, 4, 0},  {"B", 'B', 8, 2, 0}, {"V", 'C', 5, 0, 2}};
     for (const auto& column : columns) {
-        Field field;
+        record::Field field;
         field.name = column.name;
         field.type = column.type;
         field.width = column.width;
@@ -34,38 +34,39 @@ TableLayout make_layout() {
         field.flags = column.flags;
         layout.fields.push_back(field);
     }
-    make_header(layout);
+    record::make_header(layout);
     return layout;
 }
 
-void evaluate(const Expression& expression, const RecordView& record) {
-    const ExpressionResult result = expression.evaluate(record);
-    if (result.type == ResultType::kCharacter) fuzz::require(result.text.size() < 1 << 20);
+void evaluate(const expression::Expression& expression, const record::RecordView& record) {
+    const expression::ExpressionResult result = expression.evaluate(record);
+    if (result.type == expression::ResultType::kCharacter)
+        fuzz::require(result.text.size() < 1 << 20);
     expression.is_true(record);
     try {
-        const KeyFormat format = natural_key_format(expression, false);
+        const index::KeyFormat format = index::natural_key_format(expression, false);
         std::vector<Byte> key(format.length);
-        build_key(expression, format, record, key);
-    } catch (const ExpressionError&) {
+        index::build_key(expression, format, record, key);
+    } catch (const expression::ExpressionError&) {
     }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    static const TableLayout layout = make_layout();
+    static const record::TableLayout layout = make_layout();
     static const std::vector<Byte> blank = [] {
         std::vector<Byte> record(layout.record_length);
-        make_blank_record(record, layout);
+        record::make_blank_record(record, layout);
         return record;
     }();
     static const std::vector<Byte> nines(layout.record_length, '9');
     try {
         const std::string_view text(reinterpret_cast<const char*>(bytes), size);
-        const Expression expression = Expression::compile(text, layout);
+        const expression::Expression expression = expression::Expression::compile(text, layout);
         evaluate(expression, {blank, 1});
         evaluate(expression, {nines, 99999999});
-    } catch (const ExpressionError&) {
+    } catch (const expression::ExpressionError&) {
     }
     return 0;
 }

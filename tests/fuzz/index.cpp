@@ -2,18 +2,18 @@
 
 #include <vector>
 
-#include "engine/local/cdx_file.h"
+#include "engine/index/cdx_file.h"
 #include "fuzz.h"
 
 using namespace brenik;
-using namespace brenik::local;
+using namespace brenik;
 
 namespace {
 
 constexpr std::size_t kMostSteps = 4000;
 
-void walk(CdxTag& tag) {
-    IndexEntry entry, last;
+void walk(index::CdxTag& tag) {
+    index::IndexEntry entry, last;
     std::size_t steps = 0;
     for (bool any = tag.first(entry); any && ++steps < kMostSteps; any = tag.after(entry, entry)) {
         // A tree in disorder may be refused, but not answered from: that is how walks never end.
@@ -28,19 +28,19 @@ void walk(CdxTag& tag) {
     tag.at_or_before(as_bytes(std::string_view("M")), 7, entry);
 }
 
-std::string made_up_key(const CdxTag& tag, int number) {
+std::string made_up_key(const index::CdxTag& tag, int number) {
     std::string key = std::to_string(number * 7919 % 100);
     key.resize(tag.description().key_length, number % 3 == 0 ? 'x' : static_cast<char>(0x20));
     return key;
 }
 
-void change(CdxFile& file, CdxTag& tag) {
+void change(index::CdxFile& file, index::CdxTag& tag) {
     for (int number = 0; number < 60; number += 6) {
-        CdxFile::Change change(file);
+        index::CdxFile::Change change(file);
         for (int i = number; i < number + 6; ++i) {
             const std::string key = made_up_key(tag, i);
             change.insert(tag, as_bytes(key), static_cast<RecordNumber>(1 + i));
-            IndexEntry entry;
+            index::IndexEntry entry;
             if (i % 4 == 0 && tag.first(entry)) {
                 change.remove(tag, as_bytes(entry.key), entry.record);
             }
@@ -48,13 +48,13 @@ void change(CdxFile& file, CdxTag& tag) {
         change.publish();
     }
     // What was put in and not taken out is there.
-    IndexEntry entry;
+    index::IndexEntry entry;
     const std::string key = made_up_key(tag, 59);
     fuzz::require(tag.at_or_after(as_bytes(key), 60, entry));
 }
 
 void use(const std::string& path) {
-    const auto file = CdxFile::open(path, {});
+    const auto file = index::CdxFile::open(path, {});
     for (const auto& tag : file->tags()) {
         if (!tag->description().unsupported.empty()) continue;
         fuzz::allow_faults([&] { walk(*tag); });

@@ -4,12 +4,12 @@
 #include "fuzz.h"
 
 using namespace brenik;
-using namespace brenik::local;
+using namespace brenik;
 
 namespace {
 
 void use(const std::string& path, std::uint8_t version) {
-    const auto memos = MemoFile::open(path, version, {});
+    const auto memos = local::MemoFile::open(path, version, {});
     for (std::uint32_t block = 0; block < 64; ++block) {
         fuzz::allow_faults([&] { memos->read(block); });
     }

@@ -1,6 +1,6 @@
 // Expressions and index keys: what each function and operator gives, and the bytes it ends in.
 
-#include "engine/local/expression.h"
+#include "engine/expression/expression.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <optional>
 #include <regex>
 
-#include "engine/local/index_key.h"
+#include "engine/index/index_key.h"
 #include "util/fault.h"
 
 namespace brenik::local {
@@ -33,7 +33,7 @@ class ExpressionTest : public testing::Test {
             {"SHORT", 'V', 5},  {"SPARE", 'I', 4, 2}, {"_NullFlags", '0', 1}, {"WIDE", 'C', 300},
         };
         for (const auto& column : fields) {
-            Field field;
+            record::Field field;
             field.name = column.name;
             field.type = column.type;
             field.width = column.width;
@@ -65,23 +65,25 @@ class ExpressionTest : public testing::Test {
         std::copy(text.begin(), text.end(), at(name));
     }
     void set_null(std::uint8_t bits) { bytes_[layout_.null_flags->offset] = bits; }
-    Expression compile(std::string_view text) const { return Expression::compile(text, layout_); }
-    RecordView record() const { return {bytes_, 7}; }
+    expression::Expression compile(std::string_view text) const {
+        return expression::Expression::compile(text, layout_);
+    }
+    record::RecordView record() const { return {bytes_, 7}; }
 
     // The result in a plain form: text in brackets with its static width behind, numbers with six
     // significant digits, dates as "d" and their day number.
     std::string show(std::string_view text) const {
-        const Expression expression = compile(text);
-        const ExpressionResult result = expression.evaluate(record());
+        const expression::Expression expression = compile(text);
+        const expression::ExpressionResult result = expression.evaluate(record());
         if (result.is_null) return "null";
         char buffer[40];
         std::snprintf(buffer, sizeof buffer, "%.9g", result.number);
         switch (result.type) {
-            case ResultType::kCharacter:
+            case expression::ResultType::kCharacter:
                 return "[" + std::string(result.text) + "]" + std::to_string(expression.width());
-            case ResultType::kLogical:
+            case expression::ResultType::kLogical:
                 return result.logical ? "true" : "false";
-            case ResultType::kDate:
+            case expression::ResultType::kDate:
                 return std::string("d") + buffer;
             default:
                 return buffer;
@@ -89,10 +91,10 @@ class ExpressionTest : public testing::Test {
     }
 
     std::string key(std::string_view text, bool candidate = false) const {
-        const Expression expression = compile(text);
-        const KeyFormat format = natural_key_format(expression, candidate);
+        const expression::Expression expression = compile(text);
+        const index::KeyFormat format = index::natural_key_format(expression, candidate);
         std::vector<Byte> out(format.length);
-        build_key(expression, format, record(), out);
+        index::build_key(expression, format, record(), out);
         return hex(as_text(out));
     }
 
@@ -120,7 +122,7 @@ class ExpressionTest : public testing::Test {
              cases);
     }
 
-    TableLayout layout_;
+    record::TableLayout layout_;
     std::vector<Byte> bytes_;
     std::uint32_t end_ = 1;
 };
@@ -236,28 +238,29 @@ TEST_F(ExpressionTest, KeysOfEveryForm) {
 
 TEST_F(ExpressionTest, HeadersDecideTheFormOfExistingKeys) {
     const auto form = [&](const char* text, std::size_t length, bool null_prefix = false) {
-        return existing_key_format(compile(text), length, null_prefix).form;
+        return index::existing_key_format(compile(text), length, null_prefix).form;
     };
-    EXPECT_EQ(form("COUNTER", 4), KeyForm::kInteger);
-    EXPECT_EQ(form("COUNTER", 8), KeyForm::kDouble);
-    EXPECT_EQ(form("PRICE", 8), KeyForm::kCurrency);
-    EXPECT_EQ(form("SPARE", 5, true), KeyForm::kInteger);
-    EXPECT_EQ(form("NAME", 3), KeyForm::kText);
+    EXPECT_EQ(form("COUNTER", 4), index::KeyForm::kInteger);
+    EXPECT_EQ(form("COUNTER", 8), index::KeyForm::kDouble);
+    EXPECT_EQ(form("PRICE", 8), index::KeyForm::kCurrency);
+    EXPECT_EQ(form("SPARE", 5, true), index::KeyForm::kInteger);
+    EXPECT_EQ(form("NAME", 3), index::KeyForm::kText);
     for (const auto& [text, length] :
          {std::pair{"AGE", 4}, {"BORN", 9}, {"ACTIVE", 2}, {"WIDE", 241}, {"DTOC(BORN)", 8}}) {
-        EXPECT_THROW(form(text, static_cast<std::size_t>(length)), ExpressionError) << text;
+        EXPECT_THROW(form(text, static_cast<std::size_t>(length)), expression::ExpressionError)
+            << text;
     }
-    EXPECT_THROW(form("NAME", 9, true), ExpressionError);
-    EXPECT_THROW(form("NICK", 4, true), ExpressionError);
-    EXPECT_THROW(form("NICK", 1, true), ExpressionError);
+    EXPECT_THROW(form("NAME", 9, true), expression::ExpressionError);
+    EXPECT_THROW(form("NICK", 4, true), expression::ExpressionError);
+    EXPECT_THROW(form("NICK", 1, true), expression::ExpressionError);
     for (const char* text : {"DTOC(BORN)", "WIDE", "LEFT(NAME,0)"}) {
-        EXPECT_THROW(key(text), ExpressionError) << text;
+        EXPECT_THROW(key(text), expression::ExpressionError) << text;
     }
 }
 
 TEST_F(ExpressionTest, SoughtValuesGiveTheBytesOfTheirKeys) {
     const auto seek = [&](const char* text, const Value& value) {
-        return hex(seek_key(natural_key_format(compile(text), false), value));
+        return hex(index::seek_key(index::natural_key_format(compile(text), false), value));
     };
     EXPECT_EQ(seek("AGE", Number{45.4, 6, 1}), key("AGE"));
     EXPECT_EQ(seek("COUNTER", -2), key("COUNTER"));
@@ -284,7 +287,7 @@ TEST_F(ExpressionTest, WhatCannotBeUsedIsRefusedWithItsPlace) {
         try {
             compile(text);
             ADD_FAILURE() << "accepted: " << text.substr(0, 60);
-        } catch (const ExpressionError& error) {
+        } catch (const expression::ExpressionError& error) {
             EXPECT_NE(std::string(error.what()).find(wanted), std::string::npos) << error.what();
         }
     };
@@ -305,10 +308,11 @@ TEST_F(ExpressionTest, WhatCannotBeUsedIsRefusedWithItsPlace) {
     refused(std::string(9000, '('), "nested too deeply");
     refused(std::string(16000, '-'), "nested too deeply");
     layout_.code_page = 0x7B;
-    EXPECT_THROW(compile("UPPER(NAME)"), ExpressionError);
+    EXPECT_THROW(compile("UPPER(NAME)"), expression::ExpressionError);
     layout_.record_length = 20;
-    EXPECT_THROW(compile("BORN"), ExpressionError);
-    EXPECT_THROW(compile("CITY").evaluate({Bytes(bytes_).first(10), 1}), ExpressionError);
+    EXPECT_THROW(compile("BORN"), expression::ExpressionError);
+    EXPECT_THROW(compile("CITY").evaluate({Bytes(bytes_).first(10), 1}),
+                 expression::ExpressionError);
 }
 
 }  // namespace

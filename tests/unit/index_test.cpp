@@ -11,8 +11,8 @@
 #include <random>
 #include <set>
 
-#include "engine/local/cdx_file.h"
-#include "engine/local/lock_scheme.h"
+#include "engine/index/cdx_file.h"
+#include "engine/locks/lock_scheme.h"
 #include "file_bytes.h"
 #include "recorded_writes.h"
 #include "refused.h"
@@ -119,36 +119,37 @@ std::string number_bytes(std::uint32_t number, bool big_endian = false) {
 
 // Entries with the record numbers 1 to `count`.
 template <class KeyOf>
-std::vector<IndexEntry> entries_of(RecordNumber count, KeyOf key_of) {
-    std::vector<IndexEntry> entries;
+std::vector<index::IndexEntry> entries_of(RecordNumber count, KeyOf key_of) {
+    std::vector<index::IndexEntry> entries;
     for (RecordNumber r = 1; r <= count; ++r) entries.push_back({key_of(r), r});
     return entries;
 }
 
 class IndexTest : public testing::Test {
   protected:
-    static TagDescription describe(const std::string& name, std::size_t key_length, Byte pad) {
-        TagDescription tag;
+    static index::TagDescription describe(const std::string& name, std::size_t key_length,
+                                          Byte pad) {
+        index::TagDescription tag;
         tag.name = name;
         tag.key = "FIELD";
         tag.key_length = key_length;
         tag.pad = pad;
         return tag;
     }
-    std::unique_ptr<CdxFile> open(Byte pad = ' ') {
-        auto file = CdxFile::open(path_.string(), {});
+    std::unique_ptr<index::CdxFile> open(Byte pad = ' ') {
+        auto file = index::CdxFile::open(path_.string(), {});
         for (const auto& tag : file->tags()) tag->set_pad(pad);
         return file;
     }
-    std::unique_ptr<CdxFile> make(std::size_t key_length, Byte pad,
-                                  const std::vector<IndexEntry>& entries = {}) {
-        CdxFile::create(path_.string())->add_tag(describe("TAG", key_length, pad), entries);
+    std::unique_ptr<index::CdxFile> make(std::size_t key_length, Byte pad,
+                                         const std::vector<index::IndexEntry>& entries = {}) {
+        index::CdxFile::create(path_.string())->add_tag(describe("TAG", key_length, pad), entries);
         return open(pad);
     }
     // A change of the first tag, published.
-    static void change(CdxFile& file, const Entries& removed, const Entries& added) {
-        CdxFile::Change change(file);
-        CdxTag& tag = *file.tags()[0];
+    static void change(index::CdxFile& file, const Entries& removed, const Entries& added) {
+        index::CdxFile::Change change(file);
+        index::CdxTag& tag = *file.tags()[0];
         for (const Entry& e : removed) change.remove(tag, as_bytes(e.first), e.second);
         for (const Entry& e : added) change.insert(tag, as_bytes(e.first), e.second);
         change.publish();
@@ -159,9 +160,9 @@ class IndexTest : public testing::Test {
     const fs::path path_ = folder_ / "T.CDX";
 };
 
-Entries walk(CdxTag& tag, bool forward) {
+Entries walk(index::CdxTag& tag, bool forward) {
     Entries found;
-    IndexEntry entry;
+    index::IndexEntry entry;
     for (bool any = forward ? tag.first(entry) : tag.last(entry); any;
          any = forward ? tag.after(entry, entry) : tag.before(entry, entry)) {
         found.emplace_back(entry.key, entry.record);
@@ -170,14 +171,14 @@ Entries walk(CdxTag& tag, bool forward) {
     return found;
 }
 
-void expect_walks(CdxTag& tag, const Entries& wanted) {
+void expect_walks(index::CdxTag& tag, const Entries& wanted) {
     EXPECT_EQ(walk(tag, true), wanted);
     EXPECT_EQ(walk(tag, false), wanted);
 }
 
 // Where an entry, which need not be there, and the first half of its key lie among those held.
-void expect_places(CdxTag& tag, const Entries& held, const Entry& probe) {
-    IndexEntry found;
+void expect_places(index::CdxTag& tag, const Entries& held, const Entry& probe) {
+    index::IndexEntry found;
     const auto check = [&](bool any, std::size_t place) {
         ASSERT_EQ(any, place < held.size());
         if (!any) return;
@@ -236,9 +237,9 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
     for (int round = 0; round < 12; ++round) {
         const unsigned removals = round % 4 == 3 ? 9 : 2;
         for (int batch = 0; batch < 50; ++batch) {
-            CdxFile& file = random() % 4 == 0 ? *two : *one;
-            CdxTag& tag = *file.tags()[0];
-            CdxFile::Change change(file);
+            index::CdxFile& file = random() % 4 == 0 ? *two : *one;
+            index::CdxTag& tag = *file.tags()[0];
+            index::CdxFile::Change change(file);
             for (int step = 0; step < 10; ++step) {
                 if (!model.empty() && random() % 10 < removals) {
                     auto victim = model.lower_bound({some_key(random, length, pad), 0});
@@ -258,8 +259,8 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
         }
         const Entries held(model.begin(), model.end());
         ASSERT_EQ(on_disk(pad), held);
-        for (CdxFile* file : {one.get(), two.get()}) {
-            CdxTag& tag = *file->tags()[0];
+        for (index::CdxFile* file : {one.get(), two.get()}) {
+            index::CdxTag& tag = *file->tags()[0];
             for (int i = 0; i < 20; ++i) {
                 expect_places(tag, held, {some_key(random, length, pad), random() % 9});
                 if (!held.empty()) expect_places(tag, held, held[random() % held.size()]);
@@ -278,12 +279,12 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
     // A build from sorted entries holds the same, and of a change of it that is not published there
     // remain at most pages that nothing names.
     one.reset(), two.reset();
-    std::vector<IndexEntry> sorted;
+    std::vector<index::IndexEntry> sorted;
     for (const Entry& e : all) sorted.push_back({e.first, e.second});
     one = make(length, pad, sorted);
     const std::string before = bytes_of(path_);
     {
-        CdxFile::Change change(*one);
+        index::CdxFile::Change change(*one);
         for (const Entry& e : all) change.insert(*one->tags()[0], as_bytes(e.first), e.second + 1);
         change.write_new_pages();
         EXPECT_GT(fs::file_size(path_), before.size());
@@ -294,7 +295,7 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
     // So does one that is made anew in its place, whatever was in it.
     change(*one, all, {});
     {
-        CdxFile::Change change(*one);
+        index::CdxFile::Change change(*one);
         change.rebuild({sorted});
         change.publish();
     }
@@ -313,9 +314,9 @@ TEST_F(IndexTest, ManyTagsAreFoundAgainInCreationOrder) {
     const auto name = [](std::size_t i) { return "T" + std::to_string(kTags - i); };
     const auto condition = [](std::size_t i) { return i % 2 == 0 ? "FIELD=\"K\"" : ""; };
     const auto keys = entries_of(120, [](RecordNumber) { return std::string(30, 'K'); });
-    auto file = CdxFile::create(path_.string());
+    auto file = index::CdxFile::create(path_.string());
     for (std::size_t i = 0; i < kTags; ++i) {
-        TagDescription tag = describe(name(i), 30, ' ');
+        index::TagDescription tag = describe(name(i), 30, ' ');
         tag.condition = condition(i);
         tag.descending = i % 3 == 0;
         tag.unique = i % 5 == 0;
@@ -327,7 +328,7 @@ TEST_F(IndexTest, ManyTagsAreFoundAgainInCreationOrder) {
     EXPECT_GT(RawTree(bytes_of(path_), 0, ' ').levels().size(), 1u);
     ASSERT_EQ(file->tags().size(), kTags);
     for (std::size_t i = 0; i < kTags; ++i) {
-        const TagDescription& tag = file->tags()[i]->description();
+        const index::TagDescription& tag = file->tags()[i]->description();
         EXPECT_EQ(tag.name, name(i));
         EXPECT_EQ(tag.condition, condition(i));
         EXPECT_EQ(tag.descending, i % 3 == 0);
@@ -413,9 +414,9 @@ TEST_F(IndexTest, DamageIsNamedAndNeverFollowed) {
     const auto use = [&] {
         const auto file = open();
         if (file->tags().empty()) return;
-        CdxTag& tag = *file->tags()[0];
+        index::CdxTag& tag = *file->tags()[0];
         for (const bool forward : {true, false}) EXPECT_LE(walk(tag, forward).size(), 40000u);
-        IndexEntry entry;
+        index::IndexEntry entry;
         tag.at(tag.count() / 2, entry);
         const std::string key(tag.description().key_length, '1');
         change(*file, {{key, 300}}, {{key, 7}});
@@ -522,8 +523,8 @@ TEST_F(IndexTest, RememberedPagesNeedNoLock) {
     const auto file = make(10, ' ');
     change(*file, {}, {{"KEY       ", 1}});
     platform::File other = platform::File::open(path_.string(), platform::OpenMode::kReadWrite);
-    ASSERT_TRUE(other.try_lock(LockScheme::index().offset, 1));
-    IndexEntry found;
+    ASSERT_TRUE(other.try_lock(locks::LockScheme::index().offset, 1));
+    index::IndexEntry found;
     EXPECT_TRUE(file->tags()[0]->first(found));
 }
 

@@ -26,12 +26,12 @@ class NavigationTest : public testing::Test {
 
     // A table of text K and number N.
     void make(const std::string& name, const std::vector<Array>& rows,
-              const std::vector<TagDefinition>& tags) {
+              const std::vector<make::TagDefinition>& tags) {
         folder_.make(name, {{"K", 'C', 4}, {"N", 'N', 4}}, tags, rows);
     }
 
     std::unique_ptr<Table> make_and_open(const std::vector<Array>& rows,
-                                         const std::vector<TagDefinition>& tags) {
+                                         const std::vector<make::TagDefinition>& tags) {
         make("T", rows, tags);
         return engine_.open(path("T"), TableSharing::kShared);
     }

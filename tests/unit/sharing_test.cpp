@@ -10,11 +10,11 @@
 #include <map>
 #include <thread>
 
-#include "engine/local/cdx_file.h"
-#include "engine/local/create.h"
+#include "engine/index/cdx_file.h"
 #include "engine/local/local_engine.h"
-#include "engine/local/lock_queue.h"
-#include "engine/local/lock_scheme.h"
+#include "engine/locks/lock_queue.h"
+#include "engine/locks/lock_scheme.h"
+#include "engine/make/create_table.h"
 #include "temporary_folder.h"
 #include "util/bytes.h"
 
@@ -36,7 +36,7 @@ class SharingTest : public testing::Test {
 
     // A table K C(width), M memo with `records` records; its index has the tag K.
     void make(bool indexed, int records, std::uint32_t width = 8) {
-        TableLayout layout;
+        record::TableLayout layout;
         layout.version = 0xF5;
         layout.fields.resize(2);
         layout.fields[0].name = "K";
@@ -44,8 +44,8 @@ class SharingTest : public testing::Test {
         layout.fields[1].name = "M";
         layout.fields[1].type = 'M';
         layout.fields[1].width = 10;
-        create_table(path(), layout);
-        if (indexed) create_index(path(), {{"K", "K"}});
+        make::create_table(path(), layout);
+        if (indexed) make::create_index(path(), {{"K", "K"}});
         const auto table = open(compatible_);
         for (int i = 0; i < records; ++i) {
             ASSERT_TRUE(table->append_blank(false));
@@ -138,41 +138,42 @@ TEST_F(SharingTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
 TEST_F(SharingTest, NoLockOfAnyKindTouchesDataOfTheLargestTable) {
     for (const std::uint8_t flags : {std::uint8_t{0}, std::uint8_t{1}}) {
         for (const std::uint32_t length : {2u, 19u, 800u, 65500u}) {
-            TableLayout layout;
+            record::TableLayout layout;
             layout.flags = flags;
             layout.header_length = 97;
             layout.record_length = length;
-            const LockScheme old(layout), ours(layout, LockMode::kProprietary);
+            const locks::LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
             const auto end = [&](std::uint64_t records) { return 97 + records * length + 1; };
-            EXPECT_LE(end(old.max_records()), LockScheme::table().offset);
-            EXPECT_GE(old.record(old.max_records()).offset, LockScheme::table().offset);
+            EXPECT_LE(end(old.max_records()), locks::LockScheme::table().offset);
+            EXPECT_GE(old.record(old.max_records()).offset, locks::LockScheme::table().offset);
             EXPECT_LE(end(ours.max_records()), ours.marker().offset);
             EXPECT_GT(end(ours.max_records()) + length, ours.marker().offset);
             EXPECT_EQ(ours.marker().offset + ours.marker().length - 1, 0x7FFFFFFEu);
             EXPECT_LE(end(ours.max_records(false)), ours.append().offset);
-            const LockRange all = LockScheme::table(LockMode::kProprietary);
+            const locks::LockRange all = locks::LockScheme::table(locks::LockMode::kProprietary);
             EXPECT_LT(ours.record(0xFFFFFFFF).offset, all.offset + all.length);
-            EXPECT_LE(all.offset + all.length, LockScheme::use(LockMode::kCompatible).offset);
+            EXPECT_LE(all.offset + all.length,
+                      locks::LockScheme::use(locks::LockMode::kCompatible).offset);
         }
     }
 }
 
 // ---------------------------------------------------------------------------------------- waiting
 
-constexpr LockRange kMain{1ull << 33, 1};
+constexpr locks::LockRange kMain{1ull << 33, 1};
 
 struct Waiter {
     explicit Waiter(File own) : file(std::move(own)) {}
 
     bool lock_and_release(int timeout_ms) {
         const bool locked =
-            queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, timeout_ms);
+            queue.lock(kMain, locks::LockScheme::queue(), LockKind::kExclusive, timeout_ms);
         if (locked) file.unlock(kMain.offset, 1);
         return locked;
     }
 
     File file;
-    LockQueue queue{file};
+    locks::LockQueue queue{file};
 };
 
 // The waiters find the lock taken, one after the other; the first of them gets that place in line.
@@ -187,14 +188,15 @@ std::array<int, kCount> served(std::array<Waiter, kCount>& waiters, File holder,
     for (std::size_t i = 0; i < kCount; ++i) {
         threads.emplace_back([&, i] {
             Waiter& waiter = waiters[i];
-            if (!waiter.queue.lock(kMain, LockScheme::queue(), LockKind::kExclusive, timeout_ms)) {
+            if (!waiter.queue.lock(kMain, locks::LockScheme::queue(), LockKind::kExclusive,
+                                   timeout_ms)) {
                 return;
             }
             turns[i] = ++next;
             waiter.file.unlock(kMain.offset, 1);
         });
         // The place that the next one will find taken.
-        const std::uint64_t place = LockScheme::queue().offset + first_place + i;
+        const std::uint64_t place = locks::LockScheme::queue().offset + first_place + i;
         while (look.try_lock(place, 1)) {
             look.unlock(place, 1);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -218,7 +220,7 @@ TEST_F(SharingTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
     File first_in_line = stranger();
     Waiter waiter(stranger());
     for (int i = 0; i < 1000; ++i) ASSERT_TRUE(waiter.lock_and_release(0)) << "nobody waits";
-    ASSERT_TRUE(first_in_line.try_lock(LockScheme::queue().offset, 1));
+    ASSERT_TRUE(first_in_line.try_lock(locks::LockScheme::queue().offset, 1));
     int passed = 0;
     const auto begin = std::chrono::steady_clock::now();
     const auto waited = [&] { return std::chrono::steady_clock::now() - begin; };
@@ -234,7 +236,7 @@ TEST_F(SharingTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
 
 TEST_F(SharingTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed) {
     make(false, 0);
-    const std::uint64_t places = LockScheme::queue().offset;
+    const std::uint64_t places = locks::LockScheme::queue().offset;
     File suspended = stranger(), living = stranger();
     ASSERT_TRUE(suspended.try_lock(places, 1));
     std::array waiters{Waiter(stranger()), Waiter(stranger()), Waiter(stranger())};
@@ -251,7 +253,8 @@ TEST_F(SharingTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed
 
     const auto is_met = [&] {
         for (int i = 0; i < 40; ++i) {
-            if (!waiters[0].queue.try_lock(kMain, LockScheme::queue(), LockKind::kExclusive)) {
+            if (!waiters[0].queue.try_lock(kMain, locks::LockScheme::queue(),
+                                           LockKind::kExclusive)) {
                 return true;
             }
             waiters[0].file.unlock(kMain.offset, 1);
@@ -271,7 +274,7 @@ TEST_F(SharingTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed
 TEST_F(SharingTest, ASuspendedProcessInLineHoldsUpOneChangeForAMoment) {
     make(true, 1);
     File suspended = stranger(".CDX");
-    ASSERT_TRUE(suspended.try_lock(LockScheme::queue().offset, 1));
+    ASSERT_TRUE(suspended.try_lock(locks::LockScheme::queue().offset, 1));
     const auto table = open(compatible_);
     table->go_to(1);
     ASSERT_TRUE(table->lock_record(1));
@@ -342,11 +345,11 @@ class GrowthTest : public SharingTest {
 };
 
 TEST_F(GrowthTest, OfATableEndsWhereItsLocksBegin) {
-    TableLayout layout;
+    record::TableLayout layout;
     layout.flags = 1;
     layout.header_length = 97;
     layout.record_length = 1 + kWidth + 10;
-    const LockScheme old(layout), ours(layout, LockMode::kProprietary);
+    const locks::LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
     struct Case {
         const char* what;
         LocalEngine& engine;
@@ -415,7 +418,7 @@ TEST_F(GrowthTest, OfAMemoFileEndsBeforeRecordOrKeysChange) {
 }
 
 TEST_F(GrowthTest, OfWidthsAndTagsIsRefusedBeforeAFileIsMade) {
-    TableLayout wide;
+    record::TableLayout wide;
     wide.version = 0x30;
     wide.fields.resize(255);
     for (std::size_t i = 0; i < wide.fields.size(); ++i) {
@@ -423,13 +426,13 @@ TEST_F(GrowthTest, OfWidthsAndTagsIsRefusedBeforeAFileIsMade) {
         wide.fields[i].width = 254;
     }
     wide.fields.resize(300, wide.fields.front());
-    EXPECT_THROW(create_table(path(), wide), EngineFault);
+    EXPECT_THROW(make::create_table(path(), wide), EngineFault);
     EXPECT_FALSE(fs::exists(path()));
 
     make(true, 1);
-    const auto shared = CdxFile::open(path(".CDX"), {});
+    const auto shared = index::CdxFile::open(path(".CDX"), {});
     const std::string before = picture(path(".CDX"));
-    TagDescription tag;
+    index::TagDescription tag;
     tag.name = "MORE";
     tag.key = "K";
     tag.key_length = 8;

@@ -53,7 +53,7 @@ class TableTest : public testing::Test {
     }
     std::unique_ptr<Table> open() { return engine_.open(file(), TableSharing::kShared); }
     std::unique_ptr<Table> make(std::uint8_t version, const std::vector<fake::Column>& fields,
-                                const std::vector<TagDefinition>& tags = {},
+                                const std::vector<make::TagDefinition>& tags = {},
                                 const std::vector<Array>& rows = {}) {
         folder_.make("T", fields, tags, rows, version);
         return open();
@@ -317,10 +317,11 @@ TEST_F(TableTest, WhatAdditionsLeftUncountedIsClearedByTheNextOnes) {
         const std::string index = file(".CDX"), before = bytes_of(index);
         auto stranger =
             platform::File::open(index, platform::OpenMode::kReadWrite, platform::Sharing::kShared);
-        ASSERT_TRUE(stranger.try_lock(LockScheme::index().offset, LockScheme::index().length));
+        ASSERT_TRUE(stranger.try_lock(locks::LockScheme::index().offset,
+                                      locks::LockScheme::index().length));
         EXPECT_FALSE(add("ZZZZ"));
         EXPECT_EQ(bytes_of(index), before);
-        stranger.unlock(LockScheme::index().offset, LockScheme::index().length);
+        stranger.unlock(locks::LockScheme::index().offset, locks::LockScheme::index().length);
         for (const char* key : {"ZZZZ", "YYYY", "XXXX", "WWWW"}) ASSERT_TRUE(add(key));
         EXPECT_TRUE(judged_right(file()));
     }
@@ -353,7 +354,7 @@ TEST_F(TableTest, ValuesInForeignFormAreReadAndKeptAsTheyLie) {
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         write_over(file(), start + i * length, cases[i].raw);
     }
-    create_index(file(), {{"N", "N"}, {"D", "DTOS(D)"}, {"WIDE", "LEFT(WIDE,10)"}});
+    make::create_index(file(), {{"N", "N"}, {"D", "DTOS(D)"}, {"WIDE", "LEFT(WIDE,10)"}});
     auto table = open();
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         const auto& c = cases[i];

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/local/create.h"
 #include "engine/local/local_engine.h"
+#include "engine/make/create_table.h"
 #include "temporary_folder.h"
 
 namespace brenik::fake {
@@ -38,12 +38,12 @@ class TableFolder {
 
     // The index is built from the records.
     void make(const std::string& name, const std::vector<Column>& columns,
-              const std::vector<local::TagDefinition>& tags = {},
+              const std::vector<make::TagDefinition>& tags = {},
               const std::vector<Array>& rows = {}, std::uint8_t version = 0x03) const {
-        local::TableLayout layout;
+        record::TableLayout layout;
         layout.version = version;
         for (const Column& column : columns) {
-            local::Field& field = layout.fields.emplace_back();
+            record::Field& field = layout.fields.emplace_back();
             field.name = column.name;
             field.type = column.type;
             field.width = column.width;
@@ -51,13 +51,13 @@ class TableFolder {
             field.flags = column.flags;
         }
         const std::string file = path(name + ".DBF");
-        local::create_table(file, layout);
+        make::create_table(file, layout);
         if (!rows.empty()) {
             local::LocalEngine engine;
             const auto table = engine.open(file, TableSharing::kExclusive);
             for (const Array& row : rows) append(*table, row);
         }
-        if (!tags.empty()) local::create_index(file, tags);
+        if (!tags.empty()) make::create_index(file, tags);
     }
 
   protected:

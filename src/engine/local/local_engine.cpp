@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "engine/local/local_table.h"
-#include "engine/local/table_path.h"
+#include "engine/record/table_path.h"
 
 namespace brenik::local {
 namespace {
@@ -21,7 +21,7 @@ LocalEngine::~LocalEngine() = default;
 
 std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing sharing) {
     const auto open = [&] {
-        return LocalTable::open(*this, table_path(path_of(path)),
+        return LocalTable::open(*this, record::table_path(path_of(path)),
                                 sharing == TableSharing::kExclusive ? platform::Sharing::kExclusive
                                                                     : platform::Sharing::kShared);
     };
@@ -32,7 +32,7 @@ std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing s
             if (loss.unreachable()) throw;
             return open();
         }
-    } catch (const Refused& refusal) {
+    } catch (const locks::Refused& refusal) {
         refusal_ = refusal;
         return nullptr;
     }

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "engine/engine.h"
-#include "engine/local/opening.h"
+#include "engine/locks/open_file.h"
 
 namespace brenik::local {
 
@@ -30,7 +30,7 @@ class LocalEngine : public Engine {
     std::unique_ptr<Table> open(const std::string& path, TableSharing sharing) override;
     std::string last_error() const override;
     // The open, or the attaching of an index, that was refused last.
-    const std::optional<Refused>& refusal() const { return refusal_; }
+    const std::optional<locks::Refused>& refusal() const { return refusal_; }
     // Tables that are opened from now on are only read, which needs no permission to write.
     void set_read_only(bool on) { read_only_ = on; }
     int set_server_type(int type) override;
@@ -57,7 +57,7 @@ class LocalEngine : public Engine {
     EngineSettings settings_;
     bool proprietary_locking_ = false;
     bool read_only_ = false;
-    std::optional<Refused> refusal_;
+    std::optional<locks::Refused> refusal_;
     std::string last_error_;  // while there is no refusal
     std::set<LocalTable*> tables_;
 };

@@ -7,9 +7,9 @@
 #include <numeric>
 #include <utility>
 
-#include "engine/local/code_page.h"
-#include "engine/local/field_codec.h"
-#include "engine/local/record_scan.h"
+#include "engine/record/code_page.h"
+#include "engine/record/field_codec.h"
+#include "engine/record/record_scan.h"
 #include "util/runtime.h"
 
 namespace brenik::local {
@@ -24,12 +24,13 @@ constexpr std::size_t kLongestKnown = 1 << 16;
 
 std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::string& path,
                                              platform::Sharing sharing) {
-    const FileUse use{
-        sharing, engine.proprietary_locking_ ? LockMode::kProprietary : LockMode::kCompatible,
+    const locks::FileUse use{
+        sharing,
+        engine.proprietary_locking_ ? locks::LockMode::kProprietary : locks::LockMode::kCompatible,
         engine.read_only_ ? platform::OpenMode::kReadOnly : platform::OpenMode::kReadWrite};
     auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, TableFile::open(path, use)));
-    const TableLayout& layout = table->layout();
-    if (std::any_of(layout.fields.begin(), layout.fields.end(), is_memo)) {
+    const record::TableLayout& layout = table->layout();
+    if (std::any_of(layout.fields.begin(), layout.fields.end(), record::is_memo)) {
         table->memo_ = MemoFile::open(table->file_->path(), layout.version, use.covered());
     }
     table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), use);
@@ -45,12 +46,13 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
 
 LocalTable::LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file)
     : engine_(engine), file_(std::move(file)) {
-    for (const Field& field : layout().fields) descriptions_.push_back(describe(field));
+    for (const record::Field& field : layout().fields)
+        descriptions_.push_back(record::describe(field));
     bytes_.resize(layout().record_length);
-    CaseTable small;
-    if (!load_case_tables(layout().code_page, capitals_, small)) {
+    record::CaseTable small;
+    if (!record::load_case_tables(layout().code_page, capitals_, small)) {
         // A code page that we do not know folds as one without a mark does.
-        static_cast<void>(load_case_tables(0, capitals_, small));
+        static_cast<void>(record::load_case_tables(0, capitals_, small));
     }
     engine_.tables_.insert(this);
 }
@@ -88,7 +90,8 @@ void LocalTable::shut() {
 
 bool LocalTable::lost_on_share() const {
     bool lost = orders_->doubtful() || file_->file().lost() || (memo_ && memo_->file().lost());
-    orders_->for_each_file([&](const CdxFile& index) { lost = lost || index.file().lost(); });
+    orders_->for_each_file(
+        [&](const index::CdxFile& index) { lost = lost || index.file().lost(); });
     return lost;
 }
 
@@ -99,7 +102,7 @@ void LocalTable::reopen_files() {
         file_->reopen();
         if (memo_) memo_->reopen();
         orders_->reopen();
-    } catch (const Refused& refusal) {
+    } catch (const locks::Refused& refusal) {
         throw EngineFault(FaultCode::kInputOutput, "open again", refusal.what());
     }
 }
@@ -113,7 +116,7 @@ void LocalTable::reopen() {
         const auto read = [this](RecordNumber first, MutableBytes into) {
             return file_->read_many(first, into);
         };
-        if (scan_records(layout(), file_->count(), read, use)) return;
+        if (record::scan_records(layout(), file_->count(), read, use)) return;
         throw EngineFault(FaultCode::kInputOutput, "read",
                           file_->path() + ": records are missing while the index is made anew");
     });
@@ -134,10 +137,10 @@ RecordNumber LocalTable::record_count() {
     return file_ ? reaching([this] { return file_->count(); }) : 0;
 }
 
-RecordView LocalTable::view() {
+record::RecordView LocalTable::view() {
     if (!loaded_) {
         if (record_ == 0) {
-            make_blank_record(bytes_, layout());
+            record::make_blank_record(bytes_, layout());
         } else {
             const Bytes earlier = read_before_ ? Bytes(original_) : Bytes();
             reaching([&] { file_->read(record_, bytes_, earlier); });
@@ -179,7 +182,7 @@ void LocalTable::require_writable(const char* operation) {
     view();
 }
 
-const Field& LocalTable::field_at(std::size_t position, const char* operation) const {
+const record::Field& LocalTable::field_at(std::size_t position, const char* operation) const {
     require_open(operation);
     if (position == 0 || position > layout().fields.size()) {
         throw EngineFault(FaultCode::kUnknownName, operation,
@@ -190,7 +193,7 @@ const Field& LocalTable::field_at(std::size_t position, const char* operation) c
 
 // A text that another session has replaced stays as it is for a while, so a record that has been
 // read just now can be followed to its texts.
-std::string LocalTable::memo_text(const Field& field) {
+std::string LocalTable::memo_text(const record::Field& field) {
     const auto pending = pending_memos_.find(&field);
     if (pending != pending_memos_.end()) return pending->second;
     if (loaded_ && record_ != 0 && !changed_ && !file_->owns(record_) &&
@@ -199,35 +202,35 @@ std::string LocalTable::memo_text(const Field& field) {
     }
     const auto known = known_memos_.find(&field);
     if (known != known_memos_.end() && file_->owns(record_)) return known->second;
-    std::string text = reaching([&] { return memo_->read(memo_block(view(), field)); });
+    std::string text = reaching([&] { return memo_->read(record::memo_block(view(), field)); });
     // Nobody else changes it now, and it will be compared with the text that replaces it.
     if (file_->owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
     return text;
 }
 
 Value LocalTable::field_get(std::size_t position) {
-    const Field& field = field_at(position, "field get");
-    if (!is_memo(field)) return read_field(view(), layout(), field);
-    if (is_null(view(), layout(), field)) return {};
+    const record::Field& field = field_at(position, "field get");
+    if (!record::is_memo(field)) return record::read_field(view(), layout(), field);
+    if (record::is_null(view(), layout(), field)) return {};
     return Memo{memo_text(field)};
 }
 
 // Other programs write what reads the same in other ways (asterisks, slashed dates, zero bytes).
 // Putting back what was read leaves it in their form; only blanks are filled in.
-bool LocalTable::says_already(const Field& field, const Value& value) {
+bool LocalTable::says_already(const record::Field& field, const Value& value) {
     const Bytes raw = view().field(field);
     const bool blank = std::all_of(raw.begin(), raw.end(), [](Byte byte) { return byte == ' '; });
-    return !blank && read_field(view(), layout(), field).exactly_equals(value);
+    return !blank && record::read_field(view(), layout(), field).exactly_equals(value);
 }
 
 void LocalTable::field_put(std::size_t position, const Value& value) {
-    const Field& field = field_at(position, "field put");
+    const record::Field& field = field_at(position, "field put");
     require_writable("field put");
-    if (is_autoincrement(field)) return;  // the engine's own column
-    if (!is_memo(field)) {
+    if (record::is_autoincrement(field)) return;  // the engine's own column
+    if (!record::is_memo(field)) {
         if (says_already(field, value)) return;
         std::vector<Byte> changed = bytes_;
-        write_field(changed, layout(), field, value);
+        record::write_field(changed, layout(), field, value);
         changed_ = changed_ || changed != bytes_;
         bytes_.swap(changed);
         return;
@@ -236,8 +239,8 @@ void LocalTable::field_put(std::size_t position, const Value& value) {
         throw EngineFault(FaultCode::kUnsuitableValue, "field put",
                           "field " + field.name + ": a memo takes text");
     }
-    if (field.null_bit && is_null(view(), layout(), field) != value.is_nil()) {
-        set_null(bytes_, layout(), field, value.is_nil());
+    if (field.null_bit && record::is_null(view(), layout(), field) != value.is_nil()) {
+        record::set_null(bytes_, layout(), field, value.is_nil());
         changed_ = true;
     }
     if (value.text() == memo_text(field)) return;
@@ -255,7 +258,7 @@ void LocalTable::set_deletion_mark(char mark) {
 // The record is read again when something about it is next asked.
 void LocalTable::forget_reading() {
     if (keys_pending_ || begun_) return;  // nobody else can have changed it
-    const std::optional<IndexEntry> entry = entry_;
+    const std::optional<index::IndexEntry> entry = entry_;
     const bool read_before = read_before_ && !changed_;
     forget_record();
     read_before_ = read_before;
@@ -278,8 +281,8 @@ std::vector<std::uint32_t> LocalTable::write_memos() {
     std::vector<std::uint32_t> replaced;
     known_memos_.clear();
     for (const auto& [field, text] : pending_memos_) {
-        replaced.push_back(memo_block({bytes_, record_}, *field));
-        set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M', durable()));
+        replaced.push_back(record::memo_block({bytes_, record_}, *field));
+        record::set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M', durable()));
     }
     return replaced;
 }
@@ -320,11 +323,11 @@ void LocalTable::refuse_after_loss(const char* what) const {
 }
 
 void LocalTable::write_changes() {
-    const std::optional<RecordView> before =
-        keys_pending_ ? std::nullopt : std::optional(RecordView{original_, record_});
+    const std::optional<record::RecordView> before =
+        keys_pending_ ? std::nullopt : std::optional(record::RecordView{original_, record_});
     require_in_place();
     require_room_for_memos();
-    KeyUpdate keys(*orders_, before, RecordView{bytes_, record_});
+    KeyUpdate keys(*orders_, before, record::RecordView{bytes_, record_});
     keys.lock(durable());
     // Memos come after everything that can refuse the change, and before the record names them.
     durable() ? write_record_durably(keys) : write_record(keys);
@@ -335,7 +338,7 @@ void LocalTable::write_changes() {
 }
 
 KeyUpdate::RecordHas LocalTable::record_has() {
-    return [this](const Order& order, const IndexEntry& entry) {
+    return [this](const Order& order, const index::IndexEntry& entry) {
         if (!file_->holds(entry.record)) return false;
         std::vector<Byte> bytes(layout().record_length);
         file_->read(entry.record, bytes);
@@ -387,7 +390,7 @@ void LocalTable::require_in_place() {
     };
     require(file_->file());
     if (memo_) require(memo_->file());
-    orders_->for_each_file([&](const CdxFile& index) { require(index.file()); });
+    orders_->for_each_file([&](const index::CdxFile& index) { require(index.file()); });
     place_checked_ = now;
 }
 
@@ -400,7 +403,7 @@ bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry
     if (!record) return true;
     for (const char mark : {' ', '*'}) {
         record->front() = static_cast<Byte>(mark);
-        KeyUpdate keys(*orders_, RecordView{*record, addition.record()}, std::nullopt);
+        KeyUpdate keys(*orders_, record::RecordView{*record, addition.record()}, std::nullopt);
         if (!keys.lock(attempt, durable())) return false;
         keys.remove();
         keys.publish();
@@ -411,7 +414,7 @@ bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry
 bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     RecordNumber place = 0;
     return reaching([&] {
-        if (place != 0) make_blank_record(bytes_, layout());
+        if (place != 0) record::make_blank_record(bytes_, layout());
         if (place == 0 || !is_added(place) || !file_->lock_new(place)) {
             return append_blank_once(release_other_locks, attempt, place);
         }
@@ -427,7 +430,7 @@ bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, Re
     require_room_beside_records();
     if (release_other_locks) file_->unlock_all();
     std::vector<Byte> blank(layout().record_length);
-    make_blank_record(blank, layout());
+    record::make_blank_record(blank, layout());
     TableFile::Addition addition(*file_, attempt);
     if (!addition.begun() || !take_out_left_over(addition, attempt)) return false;
     addition.fill_in(blank);
@@ -497,7 +500,7 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave
         if (place == 0 || !is_added(place)) {
             return add_once(attempt, distinct, leave, place);
         }
-        KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, place});
+        KeyUpdate keys(*orders_, std::nullopt, record::RecordView{bytes_, place});
         keys.lock(durable());
         keys.insert(record_has());
         keys.publish();
@@ -514,7 +517,7 @@ Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, Leave l
     TableFile::Addition addition(*file_, attempt, leave);
     if (!addition.begun() || !take_out_left_over(addition, attempt)) return Added::kRefused;
     addition.fill_in(bytes_);
-    KeyUpdate keys(*orders_, std::nullopt, RecordView{bytes_, addition.record()});
+    KeyUpdate keys(*orders_, std::nullopt, record::RecordView{bytes_, addition.record()});
     if (!keys.lock(attempt, durable())) return Added::kRefused;
     if (distinct != 0 && keys.is_taken(orders_->attached(distinct))) return Added::kTaken;
     keys.insert(record_has());
@@ -614,7 +617,7 @@ void LocalTable::unlock_all() {
 
 // -------------------------------------------------------------------------------- navigation
 
-bool LocalTable::shows(const RecordView& record) const {
+bool LocalTable::shows(const record::RecordView& record) const {
     if (engine_.settings_.deleted_hidden && record.deleted()) return false;
     return !filter_ || filter_->is_true(record);
 }
@@ -630,13 +633,13 @@ void LocalTable::go_to(RecordNumber record) {
 }
 
 // The entry of the current record; made from its fields where it was not reached by the order.
-IndexEntry LocalTable::current_entry() {
+index::IndexEntry LocalTable::current_entry() {
     if (!entry_) entry_ = {orders_->attached(controlling_).key_of(view()), record_};
     return *entry_;
 }
 
 // An entry above the count belongs to a record that is not there (yet).
-bool LocalTable::place_at(const IndexEntry& entry) {
+bool LocalTable::place_at(const index::IndexEntry& entry) {
     if (!file_->holds(entry.record)) return false;
     place(entry.record);
     entry_ = entry;
@@ -644,8 +647,8 @@ bool LocalTable::place_at(const IndexEntry& entry) {
 }
 
 // Goes on from an entry, itself included, to the first one that shows.
-bool LocalTable::place_near(bool any, IndexEntry entry, bool forward) {
-    IndexEntry from;
+bool LocalTable::place_near(bool any, index::IndexEntry entry, bool forward) {
+    index::IndexEntry from;
     while (any && !place_at(entry)) {
         std::swap(from, entry);
         any = forward ? walk().next(from, entry) : walk().previous(from, entry);
@@ -654,8 +657,8 @@ bool LocalTable::place_near(bool any, IndexEntry entry, bool forward) {
 }
 
 bool LocalTable::step_in_order(bool forward) {
-    const IndexEntry entry = current_entry();
-    IndexEntry found;
+    const index::IndexEntry entry = current_entry();
+    index::IndexEntry found;
     const bool any = forward ? walk().next(entry, found) : walk().previous(entry, found);
     return place_near(any, std::move(found), forward);
 }
@@ -685,7 +688,7 @@ void LocalTable::go_end_once(bool top) {
         place(top ? std::min<RecordNumber>(1, count) : count);
         if (record_ != 0 && hides_records() && !visible() && !step(top)) place(0);
     } else {
-        IndexEntry entry;
+        index::IndexEntry entry;
         const bool any = top ? walk().first(entry) : walk().last(entry);
         if (!place_near(any, std::move(entry), top)) place(0);
     }
@@ -764,7 +767,7 @@ bool LocalTable::add_orders(const std::string& file) {
     const std::size_t attached = orders_->attached_count();
     try {
         orders_->attach(engine_.path_of(file));
-    } catch (const Refused& refusal) {
+    } catch (const locks::Refused& refusal) {
         engine_.refusal_ = refusal;
         return false;
     }
@@ -784,7 +787,7 @@ std::string LocalTable::order_name(std::size_t number) const {
 
 OrderDescription LocalTable::order_description(std::size_t number) const {
     if (order_name(number).empty()) refuse_order(number, "order");
-    const TagDescription& tag = orders_->attached(number).description();
+    const index::TagDescription& tag = orders_->attached(number).description();
     return {tag.name,       tag.key,   tag.condition, tag.unique || tag.candidate,
             tag.descending, tag.custom};
 }
@@ -842,10 +845,10 @@ bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
 
 bool LocalTable::find_from_root(const Value& key, SeekMode mode, SeekEnd end) {
     const Order& order = orders_->attached(controlling_);
-    const std::string wanted = seek_key(order.format, key);
-    const bool too_long = order.format.form == KeyForm::kText &&
+    const std::string wanted = index::seek_key(order.format, key);
+    const bool too_long = order.format.form == index::KeyForm::kText &&
                           trim_right(key.text()).size() > order.format.text_length();
-    IndexEntry entry, from;
+    index::IndexEntry entry, from;
     // Goes on to an entry that shows and is not a left-over; without `any_key`, one of the key.
     const auto settle = [&](bool any, bool forward, bool any_key) {
         while (any && (any_key || entry.key.compare(0, wanted.size(), wanted) == 0)) {
@@ -870,10 +873,10 @@ std::optional<std::string> LocalTable::last_key(std::size_t order, const std::st
                                                 Wait wait) {
     if (order == 0 || order > order_count()) refuse_order(order, "last key");
     constexpr RecordNumber kPastEveryRecord = std::numeric_limits<RecordNumber>::max();
-    IndexEntry found;
-    const int timeout_ms = wait == Wait::kShort ? kTurn_ms : platform::kShortLockTimeout_ms;
+    index::IndexEntry found;
+    const int timeout_ms = wait == Wait::kShort ? locks::kTurn_ms : platform::kShortLockTimeout_ms;
     const bool any = reaching([&] {
-        CdxTag& tag = *orders_->attached(order).tag;
+        index::CdxTag& tag = *orders_->attached(order).tag;
         return tag.at_or_before(as_bytes(limit), kPastEveryRecord, found, timeout_ms);
     });
     return any ? std::optional(found.key) : std::nullopt;
@@ -888,7 +891,7 @@ Value LocalTable::scope(ScopeEnd end) const {
 void LocalTable::set_scope(ScopeEnd end, const Value& value) {
     if (controlling_ == 0) return;
     std::optional<std::string> limit;
-    if (!value.is_nil()) limit = seek_key(orders_->attached(controlling_).format, value);
+    if (!value.is_nil()) limit = index::seek_key(orders_->attached(controlling_).format, value);
     OrderScopes& scopes = scopes_[controlling_ - 1];
     const bool top = end == ScopeEnd::kTop;
     (top ? scopes.limits.top : scopes.limits.bottom) = std::move(limit);

@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "engine/engine.h"
-#include "engine/local/expression_program.h"
+#include "engine/expression/program.h"
 #include "engine/local/local_engine.h"
 #include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
@@ -102,13 +102,13 @@ class LocalTable : public Table {
 
     // Flushes and closes the files; what is asked afterwards is answered as on an empty table.
     void shut();
-    const TableLayout& layout() const { return file_->layout(); }
+    const record::TableLayout& layout() const { return file_->layout(); }
 
   private:
     LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file);
 
     // -- The record buffer.
-    RecordView view();  // of the current record, read when it is not at hand
+    record::RecordView view();  // of the current record, read when it is not at hand
     void forget_record();
     void forget_reading();
     void place(RecordNumber record);
@@ -132,9 +132,9 @@ class LocalTable : public Table {
     void abandon_without_keys() noexcept;
     void require_writable(const char* operation);
     void set_deletion_mark(char mark);
-    bool says_already(const Field& field, const Value& value);
-    const Field& field_at(std::size_t position, const char* operation) const;
-    std::string memo_text(const Field& field);
+    bool says_already(const record::Field& field, const Value& value);
+    const record::Field& field_at(std::size_t position, const char* operation) const;
+    std::string memo_text(const record::Field& field);
     void require_open(const char* operation) const;
 
     // -- The share's session.
@@ -156,16 +156,16 @@ class LocalTable : public Table {
         if (follower_) follower_();
     }
 
-    bool shows(const RecordView& record) const;
+    bool shows(const record::RecordView& record) const;
     bool visible() { return !hides_records() || shows(view()); }
     bool hides_records() const { return engine_.settings_.deleted_hidden || filter_; }
     OrderWalk walk() const { return walk(controlling_); }
     OrderWalk walk(std::size_t order) const {
         return {orders_->attached(order), scopes_[order - 1].limits};
     }
-    IndexEntry current_entry();
-    bool place_at(const IndexEntry& entry);
-    bool place_near(bool any, IndexEntry entry, bool forward);
+    index::IndexEntry current_entry();
+    bool place_at(const index::IndexEntry& entry);
+    bool place_near(bool any, index::IndexEntry entry, bool forward);
     bool step(bool forward);
     bool step_in_order(bool forward);
     bool step_by_number(bool forward);
@@ -182,7 +182,7 @@ class LocalTable : public Table {
     std::size_t count_keys(std::size_t order, KeySet keys);
     std::size_t number_of_key(std::size_t order, KeySet keys);
 
-    Expression compile(const std::string& text, const char* operation) const;
+    expression::Expression compile(const std::string& text, const char* operation) const;
 
     LocalEngine& engine_;
     std::unique_ptr<TableFile> file_;
@@ -202,20 +202,20 @@ class LocalTable : public Table {
     bool keys_pending_ = false;  // just appended: the index does not hold it yet
     bool begun_ = false;         // not in the file yet
     bool interrupted_ = false;   // there are changes, and the lock that they rely on was lost
-    std::map<const Field*, std::string> pending_memos_;
-    std::map<const Field*, std::string> known_memos_;  // of a record that is locked here
+    std::map<const record::Field*, std::string> pending_memos_;
+    std::map<const record::Field*, std::string> known_memos_;  // of a record that is locked here
 
     std::size_t controlling_ = 0;
-    std::optional<IndexEntry> entry_;  // of the current record in the controlling order
+    std::optional<index::IndexEntry> entry_;  // of the current record in the controlling order
     struct OrderScopes {
         Scope limits;
         Value top;
         Value bottom;
     };
     std::vector<OrderScopes> scopes_;  // of every attached order
-    std::optional<Expression> filter_;
-    std::map<std::string, Expression> compiled_;  // what evaluate() has met
-    CaseTable capitals_{};
+    std::optional<expression::Expression> filter_;
+    std::map<std::string, expression::Expression> compiled_;  // what evaluate() has met
+    record::CaseTable capitals_{};
     std::function<void()> follower_;
     bool shared_ = true;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/local/table_path.h"
+#include "engine/record/table_path.h"
 #include "util/bytes.h"
 
 namespace brenik::local {
@@ -34,12 +34,13 @@ constexpr std::size_t kMostRemembered = 4096;
 }  // namespace
 
 std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uint8_t version,
-                                         const FileUse& use) {
+                                         const locks::FileUse& use) {
     const Kind kind = version == 0x83   ? Kind::kGeneration3
                       : version == 0x8B ? Kind::kGeneration4
                                         : Kind::kFpt;
-    const std::string path = sibling_path(table_path, kind == Kind::kFpt ? "FPT" : "DBT");
-    auto memo = std::unique_ptr<MemoFile>(new MemoFile(open_file(path, use), kind, use.mode));
+    const std::string path = record::sibling_path(table_path, kind == Kind::kFpt ? "FPT" : "DBT");
+    auto memo =
+        std::unique_ptr<MemoFile>(new MemoFile(locks::open_file(path, use), kind, use.mode));
     memo->read_header();
     return memo;
 }
@@ -55,12 +56,12 @@ void MemoFile::reopen() {
 }
 
 void MemoFile::pass_over_used_blocks() {
-    if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
+    if (!queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kExclusive,
                      platform::kShortLockTimeout_ms)) {
-        refuse_busy("field put", path(), "the memo file is locked",
-                    {lock_, platform::LockKind::kExclusive});
+        locks::refuse_busy("field put", path(), "the memo file is locked",
+                           {lock_, platform::LockKind::kExclusive});
     }
-    const HeldLock held(file_, lock_);
+    const locks::HeldLock held(file_, lock_);
     const std::uint64_t used = (file_.size() + block_size_ - 1) / block_size_;
     if (next_free_block() < used) {
         std::array<Byte, 4> next_free;
@@ -71,7 +72,7 @@ void MemoFile::pass_over_used_blocks() {
 }
 
 void MemoFile::create(const std::string& table_path) {
-    const std::string path = sibling_path(table_path, "FPT");
+    const std::string path = record::sibling_path(table_path, "FPT");
     platform::File file =
         platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
     if (!file.is_open()) {
@@ -199,7 +200,7 @@ std::uint32_t MemoFile::reuse(std::uint64_t blocks) {
 }
 
 MemoFile::Allocation::Allocation(MemoFile& memo, LockTry attempt) : memo_(memo) {
-    memo.allocating_ = memo.queue_.attempt(memo.lock_, LockScheme::queue(), attempt);
+    memo.allocating_ = memo.queue_.attempt(memo.lock_, locks::LockScheme::queue(), attempt);
 }
 
 MemoFile::Allocation::~Allocation() {
@@ -210,12 +211,12 @@ MemoFile::Allocation::~Allocation() {
 // Reserves blocks at the end of the file under the memo lock.
 std::uint32_t MemoFile::allocate(std::uint64_t blocks, bool durable) {
     if (allocating_) return allocate_locked(blocks, durable);
-    if (!queue_.lock(lock_, LockScheme::queue(), platform::LockKind::kExclusive,
+    if (!queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kExclusive,
                      platform::kShortLockTimeout_ms)) {
-        refuse_busy("field put", path(), "the memo file is locked",
-                    {lock_, platform::LockKind::kExclusive});
+        locks::refuse_busy("field put", path(), "the memo file is locked",
+                           {lock_, platform::LockKind::kExclusive});
     }
-    const HeldLock held(file_, lock_);
+    const locks::HeldLock held(file_, lock_);
     return allocate_locked(blocks, durable);
 }
 

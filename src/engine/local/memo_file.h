@@ -25,8 +25,8 @@
 #include <string_view>
 
 #include "engine/engine.h"
-#include "engine/local/lock_queue.h"
-#include "engine/local/opening.h"
+#include "engine/locks/lock_queue.h"
+#include "engine/locks/open_file.h"
 #include "platform/file.h"
 
 namespace brenik::local {
@@ -40,7 +40,7 @@ class MemoFile {
     // Opens the memo file that belongs to the table. Refused when it cannot be had; a damaged one
     // is EngineFault kDamagedFile.
     static std::unique_ptr<MemoFile> open(const std::string& table_path, std::uint8_t version,
-                                          const FileUse& use);
+                                          const locks::FileUse& use);
     // Makes an empty .FPT beside the table, replacing what is there.
     static void create(const std::string& table_path);
 
@@ -78,8 +78,8 @@ class MemoFile {
   private:
     enum class Kind { kFpt, kGeneration3, kGeneration4 };
 
-    MemoFile(platform::File file, Kind kind, LockMode mode)
-        : file_(std::move(file)), kind_(kind), lock_(LockScheme::memo(mode)) {}
+    MemoFile(platform::File file, Kind kind, locks::LockMode mode)
+        : file_(std::move(file)), kind_(kind), lock_(locks::LockScheme::memo(mode)) {}
     void read_header();
     void pass_over_used_blocks();
     MutableBytes up_to_lock(MutableBytes bytes, std::uint64_t offset) const;
@@ -95,8 +95,8 @@ class MemoFile {
 
     platform::File file_;
     Kind kind_;
-    LockRange lock_;
-    LockQueue queue_{file_};
+    locks::LockRange lock_;
+    locks::LockQueue queue_{file_};
     bool doubtful_ = false;    // the header was written when others may have gone further
     bool allocating_ = false;  // the lock is held by an Allocation
     std::uint32_t block_size_ = 512;

@@ -16,7 +16,7 @@ constexpr RecordNumber kLastRecordNumber = std::numeric_limits<RecordNumber>::ma
 OrderWalk::Range OrderWalk::range() const {
     const auto& low = descending() ? scope_.bottom : scope_.top;
     const auto& high = descending() ? scope_.top : scope_.bottom;
-    CdxTag& tag = *order_.tag;
+    index::CdxTag& tag = *order_.tag;
     const std::size_t to =
         high ? tag.count_through(as_bytes(*high), kLastRecordNumber) : tag.count();
     const std::size_t from = low ? tag.count_before(as_bytes(*low), 0) : 0;
@@ -28,7 +28,7 @@ std::size_t OrderWalk::count() const {
     return keys.to - keys.from;
 }
 
-std::size_t OrderWalk::number_of(const IndexEntry& entry) const {
+std::size_t OrderWalk::number_of(const index::IndexEntry& entry) const {
     const Range keys = range();
     const std::size_t number = order_.tag->count_before(as_bytes(entry.key), entry.record);
     const std::size_t behind = order_.tag->count_through(as_bytes(entry.key), entry.record);
@@ -36,7 +36,8 @@ std::size_t OrderWalk::number_of(const IndexEntry& entry) const {
     return descending() ? keys.to - number : number - keys.from + 1;
 }
 
-bool OrderWalk::leap(const IndexEntry& from, std::int64_t count, IndexEntry& found) const {
+bool OrderWalk::leap(const index::IndexEntry& from, std::int64_t count,
+                     index::IndexEntry& found) const {
     const Range keys = range();
     const bool upwards = (count > 0) != descending();
     const std::uint64_t steps =

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <utility>
 
-#include "engine/local/field_codec.h"
 #include "engine/local/local_table.h"
+#include "engine/record/field_codec.h"
 
 namespace brenik::local {
 namespace {
@@ -25,21 +25,21 @@ Value date_time_value(double moment) {
     const double day = std::floor(moment);
     const double ms =
         std::min(std::round((moment - day) * kMillisecondsPerDay), kMillisecondsPerDay - 1);
-    return date_time_text(static_cast<std::int32_t>(day), static_cast<std::uint32_t>(ms));
+    return record::date_time_text(static_cast<std::int32_t>(day), static_cast<std::uint32_t>(ms));
 }
 
-Value value_of(const ExpressionResult& result) {
+Value value_of(const expression::ExpressionResult& result) {
     if (result.is_null) return {};
     switch (result.type) {
-        case ResultType::kCharacter:
+        case expression::ResultType::kCharacter:
             return result.text;
-        case ResultType::kNumber:
+        case expression::ResultType::kNumber:
             return computed_number(result.number);
-        case ResultType::kDate:
+        case expression::ResultType::kDate:
             return Date(static_cast<std::int32_t>(result.number));
-        case ResultType::kDateTime:
+        case expression::ResultType::kDateTime:
             return date_time_value(result.number);
-        case ResultType::kLogical:
+        case expression::ResultType::kLogical:
             return result.logical;
     }
     return {};
@@ -47,10 +47,10 @@ Value value_of(const ExpressionResult& result) {
 
 }  // namespace
 
-Expression LocalTable::compile(const std::string& text, const char* operation) const {
+expression::Expression LocalTable::compile(const std::string& text, const char* operation) const {
     try {
-        return Expression::compile(text, layout(), alias_);
-    } catch (const ExpressionError& error) {
+        return expression::Expression::compile(text, layout(), alias_);
+    } catch (const expression::ExpressionError& error) {
         throw EngineFault(FaultCode::kUnsupported, operation,
                           file_->path() + ": " + operation + " " + text + ": " + error.what());
     }
@@ -64,8 +64,8 @@ void LocalTable::set_alias(const std::string& alias) {
 void LocalTable::set_filter(const std::string& expression) {
     require_open("filter");
     if (expression.empty()) return filter_.reset();
-    Expression filter = compile(expression, "filter");
-    if (filter.type() != ResultType::kLogical) {
+    expression::Expression filter = compile(expression, "filter");
+    if (filter.type() != expression::ResultType::kLogical) {
         throw EngineFault(FaultCode::kUnsupported, "filter",
                           file_->path() + ": filter " + expression +
                               ": at character 1: the expression is not logical");
@@ -83,15 +83,15 @@ Value LocalTable::evaluate(const std::string& expression) {
     require_open("evaluate");
     auto known = compiled_.find(expression);
     if (known == compiled_.end()) {
-        Expression made = compile(expression, "expression");
+        expression::Expression made = compile(expression, "expression");
         if (compiled_.size() >= kMostCompiled) compiled_.clear();
         known = compiled_.emplace(expression, std::move(made)).first;
     }
-    const Expression& program = known->second;
-    const Field* field = program.lone_field();
+    const expression::Expression& program = known->second;
+    const record::Field* field = program.lone_field();
     // A field's own value knows its width and decimals.
-    if (field != nullptr && program.type() != ResultType::kCharacter) {
-        return read_field(view(), layout(), *field);
+    if (field != nullptr && program.type() != expression::ResultType::kCharacter) {
+        return record::read_field(view(), layout(), *field);
     }
     return value_of(program.evaluate(view()));
 }

@@ -6,7 +6,7 @@
 #include <array>
 #include <limits>
 
-#include "engine/local/field_codec.h"
+#include "engine/record/field_codec.h"
 #include "platform/clock.h"
 
 namespace brenik::local {
@@ -31,15 +31,16 @@ constexpr int kMostReadings = 100;
 // Others hold the bytes that tell the modes apart only while they open the table themselves.
 constexpr int kModeTimeout_ms = 50;
 
-bool lock_within(platform::File& file, LockRange range, platform::LockKind kind, int timeout_ms) {
+bool lock_within(platform::File& file, locks::LockRange range, platform::LockKind kind,
+                 int timeout_ms) {
     return file.lock_within(range.offset, range.length, kind, timeout_ms);
 }
 
 }  // namespace
 
-std::unique_ptr<TableFile> TableFile::open(const std::string& path, const FileUse& use) {
-    auto table =
-        std::unique_ptr<TableFile>(new TableFile(open_file(path, use), use.exclusive(), use.mode));
+std::unique_ptr<TableFile> TableFile::open(const std::string& path, const locks::FileUse& use) {
+    auto table = std::unique_ptr<TableFile>(
+        new TableFile(locks::open_file(path, use), use.exclusive(), use.mode));
     table->keep_other_mode_out();
     return table;
 }
@@ -48,12 +49,13 @@ std::unique_ptr<TableFile> TableFile::open(const std::string& path, const FileUs
 // mode; our own byte is taken under that cover and kept until the file is closed.
 void TableFile::keep_other_mode_out() {
     if (exclusive_ || !file_.writable()) return;
-    const bool proprietary = mode_ == LockMode::kProprietary;
-    const LockRange ours = LockScheme::use(mode_);
-    const LockRange theirs =
-        LockScheme::use(proprietary ? LockMode::kCompatible : LockMode::kProprietary);
-    const auto refuse = [&](LockRange range, platform::LockKind wanted) {
-        return Refused(path(), "in use with locks of the other kind (LockType)", {range, wanted});
+    const bool proprietary = mode_ == locks::LockMode::kProprietary;
+    const locks::LockRange ours = locks::LockScheme::use(mode_);
+    const locks::LockRange theirs = locks::LockScheme::use(
+        proprietary ? locks::LockMode::kCompatible : locks::LockMode::kProprietary);
+    const auto refuse = [&](locks::LockRange range, platform::LockKind wanted) {
+        return locks::Refused(path(), "in use with locks of the other kind (LockType)",
+                              {range, wanted});
     };
     if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) {
         throw refuse(theirs, platform::LockKind::kExclusive);
@@ -82,13 +84,13 @@ void TableFile::reopen() {
 // The records that others have added meanwhile are there, whatever the count says.
 void TableFile::raise_count() {
     if (!count_doubtful_ || exclusive_) return;
-    const LockRange range = locks_.append();
-    if (!append_queue_.lock(range, LockScheme::queue(), platform::LockKind::kExclusive,
+    const locks::LockRange range = locks_.append();
+    if (!append_queue_.lock(range, locks::LockScheme::queue(), platform::LockKind::kExclusive,
                             platform::kShortLockTimeout_ms)) {
-        refuse_busy("append", path(), "the table is locked",
-                    {range, platform::LockKind::kExclusive});
+        locks::refuse_busy("append", path(), "the table is locked",
+                           {range, platform::LockKind::kExclusive});
     }
-    const HeldLock held(file_, range);
+    const locks::HeldLock held(file_, range);
     const RecordNumber counted = counted_in_header();
     const RecordNumber there = records_in(layout_, file_.size());
     if (there > counted) set_count(counted, there);
@@ -96,8 +98,8 @@ void TableFile::raise_count() {
 }
 
 void TableFile::require_same_layout() {
-    const TableLayout now = read_layout();
-    const auto same = [](const Field& was, const Field& is) {
+    const record::TableLayout now = read_layout();
+    const auto same = [](const record::Field& was, const record::Field& is) {
         return was.name == is.name && was.type == is.type && was.offset == is.offset &&
                was.width == is.width;
     };
@@ -112,18 +114,18 @@ void TableFile::require_same_layout() {
 // A table that has outgrown the marker, in exclusive use, is beyond what compatible programs can
 // lock and keep in order anyway.
 bool TableFile::keep_strangers_out() {
-    const LockRange marker = locks_.marker();
+    const locks::LockRange marker = locks_.marker();
     if (file_.size() > marker.offset) return true;
     marked_ = lock_within(file_, marker, platform::LockKind::kShared, kModeTimeout_ms);
     return marked_;
 }
 
 // The count in the header is a first idea of how many records there are.
-TableLayout TableFile::read_layout() {
+record::TableLayout TableFile::read_layout() {
     std::vector<Byte> header(
         static_cast<std::size_t>(std::min<std::uint64_t>(kLargestHeader, file_.size_at_open())));
     header.resize(file_.read_at(0, header));
-    TableLayout layout = parse_layout(header, file_.path());
+    record::TableLayout layout = record::parse_layout(header, file_.path());
     known_count_ = seen_count_ =
         std::min(load_le32(header.data() + kCountOffset), records_in(layout, file_.size_at_open()));
     return layout;
@@ -149,7 +151,7 @@ RecordNumber TableFile::count() {
     return known_count_;
 }
 
-RecordNumber TableFile::records_in(const TableLayout& layout, std::uint64_t size) {
+RecordNumber TableFile::records_in(const record::TableLayout& layout, std::uint64_t size) {
     if (size < layout.header_length) return 0;
     constexpr std::uint64_t kMost = std::numeric_limits<RecordNumber>::max();
     return static_cast<RecordNumber>(
@@ -162,7 +164,7 @@ RecordNumber TableFile::records_in(const TableLayout& layout, std::uint64_t size
 // same half.
 void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
     if (owns(record)) return read_once(record, into);
-    std::optional<HeldLock> whole;
+    std::optional<locks::HeldLock> whole;
     keep_whole(record, platform::LockKind::kShared, whole);
     read_once(record, into);
     if (std::ranges::equal(into, earlier)) return;
@@ -184,7 +186,7 @@ void TableFile::read_once(RecordNumber record, MutableBytes into) const {
 void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
     require_named();
     ask_server();
-    std::optional<HeldLock> whole;
+    std::optional<locks::HeldLock> whole;
     keep_whole(record, platform::LockKind::kExclusive, whole);
     replace(offset_of(record), bytes, before);
     file_.require_same_session();
@@ -199,11 +201,11 @@ void TableFile::ask_server() const {
 }
 
 void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
-                           std::optional<HeldLock>& held) {
+                           std::optional<locks::HeldLock>& held) {
     const std::uint64_t begin = offset_of(record);
     const std::uint64_t last = begin + layout_.record_length - 1;
     if (exclusive_ || begin / kPageSize == last / kPageSize) return;
-    const LockRange range = LockScheme::whole(record);
+    const locks::LockRange range = locks::LockScheme::whole(record);
     if (lock_within(file_, range, kind, kWholeTimeout_ms)) held.emplace(file_, range);
 }
 
@@ -224,8 +226,8 @@ void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
 
 TableFile::Addition::Addition(TableFile& file, LockTry attempt, Table::Leave leave) : file_(file) {
     if (!file.exclusive_ && !file.table_locked_) {
-        const LockRange range = file.locks_.append();
-        if (!file.append_queue_.attempt(range, LockScheme::queue(), attempt)) return;
+        const locks::LockRange range = file.locks_.append();
+        if (!file.append_queue_.attempt(range, locks::LockScheme::queue(), attempt)) return;
         append_lock_.emplace(file.file_, range);
     }
     const Place next = file.next_place();
@@ -352,9 +354,10 @@ void TableFile::mark_as_indexed() {
 template <class Visit>
 void TableFile::for_each_autoincrement(Visit visit) {
     for (std::size_t i = 0; i < layout_.fields.size(); ++i) {
-        const Field& field = layout_.fields[i];
-        if (!is_autoincrement(field)) continue;
-        const std::uint64_t at = kTableHeaderSize + i * kFieldDescriptorSize + kAutoincrementNext;
+        const record::Field& field = layout_.fields[i];
+        if (!record::is_autoincrement(field)) continue;
+        const std::uint64_t at =
+            record::kTableHeaderSize + i * record::kFieldDescriptorSize + kAutoincrementNext;
         std::array<Byte, 5> next_and_step;
         if (file_.read_at(at, next_and_step) != next_and_step.size()) return;
         visit(field, at, load_le32(next_and_step.data()),
@@ -364,14 +367,14 @@ void TableFile::for_each_autoincrement(Visit visit) {
 
 void TableFile::Addition::fill_in(MutableBytes bytes) {
     file_.for_each_autoincrement(
-        [&](const Field& field, std::uint64_t, std::uint32_t next, std::uint32_t) {
+        [&](const record::Field& field, std::uint64_t, std::uint32_t next, std::uint32_t) {
             store_le32(bytes.data() + field.offset, next);
         });
 }
 
 void TableFile::step_autoincrement() {
     for_each_autoincrement(
-        [&](const Field&, std::uint64_t at, std::uint32_t next, std::uint32_t step) {
+        [&](const record::Field&, std::uint64_t at, std::uint32_t next, std::uint32_t step) {
             std::array<Byte, 4> before{}, after{};
             store_le32(before.data(), next);
             store_le32(after.data(), next + step);
@@ -381,15 +384,15 @@ void TableFile::step_autoincrement() {
 
 bool TableFile::lock(RecordNumber record, LockTry attempt) {
     if (owns(record)) return true;
-    const LockRange range = locks_.record(record);
-    const bool locked = record_queue_.attempt(range, LockScheme::queue(record), attempt);
+    const locks::LockRange range = locks_.record(record);
+    const bool locked = record_queue_.attempt(range, locks::LockScheme::queue(record), attempt);
     if (locked) locked_records_.insert(record);
     return locked;
 }
 
 bool TableFile::lock_new(RecordNumber record) {
     if (owns(record)) return true;
-    const LockRange range = locks_.record(record);
+    const locks::LockRange range = locks_.record(record);
     if (!file_.try_lock(range.offset, range.length)) return false;
     locked_records_.insert(record);
     return true;
@@ -401,8 +404,9 @@ bool TableFile::lock_all(LockTry attempt) {
     if (exclusive_ || table_locked_) return true;
     const std::set<RecordNumber> held = locked_records_;
     unlock_all();
-    table_locked_ = lock_within(file_, LockScheme::table(mode_), platform::LockKind::kExclusive,
-                                attempt == LockTry::kInTurn ? kTurn_ms : 0);
+    table_locked_ =
+        lock_within(file_, locks::LockScheme::table(mode_), platform::LockKind::kExclusive,
+                    attempt == LockTry::kInTurn ? locks::kTurn_ms : 0);
     if (!table_locked_) {
         for (const RecordNumber record : held) lock(record, LockTry::kInTurn);
     }
@@ -411,14 +415,14 @@ bool TableFile::lock_all(LockTry attempt) {
 
 void TableFile::unlock(RecordNumber record) {
     if (locked_records_.erase(record) == 0) return;
-    const LockRange range = locks_.record(record);
+    const locks::LockRange range = locks_.record(record);
     file_.unlock(range.offset, range.length);
 }
 
 void TableFile::unlock_all() {
     while (!locked_records_.empty()) unlock(*locked_records_.begin());
     if (!table_locked_) return;
-    file_.unlock(LockScheme::table(mode_).offset, LockScheme::table(mode_).length);
+    file_.unlock(locks::LockScheme::table(mode_).offset, locks::LockScheme::table(mode_).length);
     table_locked_ = false;
 }
 

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "engine/local/lock_queue.h"
-#include "engine/local/lock_scheme.h"
-#include "engine/local/opening.h"
-#include "engine/local/table_layout.h"
+#include "engine/locks/lock_queue.h"
+#include "engine/locks/lock_scheme.h"
+#include "engine/locks/open_file.h"
+#include "engine/record/table_layout.h"
 #include "platform/file.h"
 
 namespace brenik::local {
@@ -26,14 +26,14 @@ class TableFile {
   public:
     // Refused when it cannot be had: missing, not permitted, somebody's exclusive use, or in use in
     // the other locking mode.
-    static std::unique_ptr<TableFile> open(const std::string& path, const FileUse& use);
+    static std::unique_ptr<TableFile> open(const std::string& path, const locks::FileUse& use);
 
     // Opens the file again where its share's session was lost; no record is locked then. Throws
     // EngineFault when it cannot be had, or is another table by now.
     void reopen();
 
     const std::string& path() const { return file_.path(); }
-    const TableLayout& layout() const { return layout_; }
+    const record::TableLayout& layout() const { return layout_; }
     bool exclusive() const { return exclusive_; }
 
     // As the file says now.
@@ -80,7 +80,7 @@ class TableFile {
 
       private:
         TableFile& file_;
-        std::optional<HeldLock> append_lock_;
+        std::optional<locks::HeldLock> append_lock_;
         RecordNumber record_ = 0;
         bool left_over_ = false;
         bool counted_ = false;
@@ -104,21 +104,22 @@ class TableFile {
     void set_count(RecordNumber from, RecordNumber to);
     std::array<Byte, 4> count_bytes() const;
     void ask_server() const;
-    TableFile(platform::File file, bool exclusive, LockMode mode)
+    TableFile(platform::File file, bool exclusive, locks::LockMode mode)
         : file_(std::move(file)),
           exclusive_(exclusive),
           mode_(mode),
           layout_(read_layout()),
           locks_(layout_, mode) {}
-    TableLayout read_layout();
+    record::TableLayout read_layout();
     void require_same_layout();
     void keep_other_mode_out();
     bool keep_strangers_out();
     std::uint64_t offset_of(RecordNumber record) const;
-    void keep_whole(RecordNumber record, platform::LockKind kind, std::optional<HeldLock>& held);
+    void keep_whole(RecordNumber record, platform::LockKind kind,
+                    std::optional<locks::HeldLock>& held);
     void read_once(RecordNumber record, MutableBytes into) const;
     RecordNumber counted_in_header() const;
-    static RecordNumber records_in(const TableLayout& layout, std::uint64_t size);
+    static RecordNumber records_in(const record::TableLayout& layout, std::uint64_t size);
     struct Place {
         RecordNumber record;
         bool left_over;  // the file holds a record there, which was never counted
@@ -133,14 +134,14 @@ class TableFile {
 
     platform::File file_;
     bool exclusive_;
-    LockMode mode_;
+    locks::LockMode mode_;
     RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
     RecordNumber seen_count_ = 0;   // the highest that is not known to be taken back
     std::optional<std::chrono::steady_clock::time_point> older_since_;  // a share shows less
-    TableLayout layout_;
-    LockScheme locks_;
-    LockQueue append_queue_{file_};
-    LockQueue record_queue_{file_};
+    record::TableLayout layout_;
+    locks::LockScheme locks_;
+    locks::LockQueue append_queue_{file_};
+    locks::LockQueue record_queue_{file_};
     bool marked_ = false;  // the positions of compatible programs are kept locked
     std::set<RecordNumber> locked_records_;
     bool table_locked_ = false;

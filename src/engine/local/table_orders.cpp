@@ -7,7 +7,7 @@
 #include <numeric>
 #include <tuple>
 
-#include "engine/local/table_path.h"
+#include "engine/record/table_path.h"
 #include "util/runtime.h"
 
 namespace brenik::local {
@@ -32,70 +32,73 @@ bool folds_case(const std::string& expression) {
 }
 
 // Everything about a tag that could make an index wrong is settled here, when it is opened.
-std::unique_ptr<Order> make_order(CdxTag& tag, const TableLayout& layout, const std::string& path) {
-    const TagDescription& description = tag.description();
+std::unique_ptr<Order> make_order(index::CdxTag& tag, const record::TableLayout& layout,
+                                  const std::string& path) {
+    const index::TagDescription& description = tag.description();
     const auto refuse = [&](const std::string& reason) {
         return EngineFault(FaultCode::kUnsupported, "open",
                            path + ": tag " + description.name + ": " + reason);
     };
     if (!description.unsupported.empty()) throw refuse(description.unsupported);
     try {
-        Expression key = Expression::compile(description.key, layout);
-        std::optional<Expression> condition;
+        expression::Expression key = expression::Expression::compile(description.key, layout);
+        std::optional<expression::Expression> condition;
         if (!description.condition.empty()) {
-            condition = Expression::compile(description.condition, layout);
-            if (condition->type() != ResultType::kLogical) {
+            condition = expression::Expression::compile(description.condition, layout);
+            if (condition->type() != expression::ResultType::kLogical) {
                 throw refuse("the condition " + description.condition + " is not logical");
             }
         }
-        const KeyFormat format =
-            existing_key_format(key, description.key_length, description.nullable);
+        const index::KeyFormat format =
+            index::existing_key_format(key, description.key_length, description.nullable);
         tag.set_pad(format.pad());
         return std::make_unique<Order>(Order{&tag, std::move(key), std::move(condition), format});
-    } catch (const ExpressionError& error) {
+    } catch (const expression::ExpressionError& error) {
         throw refuse(error.what());
     }
 }
 
 }  // namespace
 
-std::string Order::key_of(const RecordView& record) const {
+std::string Order::key_of(const record::RecordView& record) const {
     std::string bytes(format.length, '\0');
-    build_key(key, format, record, {reinterpret_cast<Byte*>(bytes.data()), bytes.size()});
+    index::build_key(key, format, record, {reinterpret_cast<Byte*>(bytes.data()), bytes.size()});
     return bytes;
 }
 
-bool Order::agrees_with(const IndexEntry& entry, const RecordView& record) const {
+bool Order::agrees_with(const index::IndexEntry& entry, const record::RecordView& record) const {
     if (!holds(record)) return false;
     const std::string expected = key_of(record);
     if (expected == entry.key) return true;
-    if (format.form != KeyForm::kText) {
-        return key.lone_field() == nullptr || format.type == ResultType::kDateTime;
+    if (format.form != index::KeyForm::kText) {
+        return key.lone_field() == nullptr || format.type == expression::ResultType::kDateTime;
     }
     return folds_case(key.text()) && !(is_ascii(expected) && is_ascii(entry.key));
 }
 
-bool OrderWalk::towards_end(const std::string& key, RecordNumber from, IndexEntry& found) const {
+bool OrderWalk::towards_end(const std::string& key, RecordNumber from,
+                            index::IndexEntry& found) const {
     return order_.tag->at_or_after(as_bytes(key), from, found);
 }
 
-bool OrderWalk::towards_start(const std::string& key, RecordNumber from, IndexEntry& found) const {
+bool OrderWalk::towards_start(const std::string& key, RecordNumber from,
+                              index::IndexEntry& found) const {
     return order_.tag->at_or_before(as_bytes(key), from, found);
 }
 
-bool OrderWalk::before_top(const IndexEntry& entry) const {
+bool OrderWalk::before_top(const index::IndexEntry& entry) const {
     if (!scope_.top) return false;
     const int place = compare_leading(entry.key, *scope_.top);
     return descending() ? place > 0 : place < 0;
 }
 
-bool OrderWalk::behind_bottom(const IndexEntry& entry) const {
+bool OrderWalk::behind_bottom(const index::IndexEntry& entry) const {
     if (!scope_.bottom) return false;
     const int place = compare_leading(entry.key, *scope_.bottom);
     return descending() ? place < 0 : place > 0;
 }
 
-bool OrderWalk::first(IndexEntry& found) const {
+bool OrderWalk::first(index::IndexEntry& found) const {
     bool any;
     if (descending()) {
         any = scope_.top ? towards_start(*scope_.top, kLastRecordNumber, found)
@@ -106,7 +109,7 @@ bool OrderWalk::first(IndexEntry& found) const {
     return any && inside(found);
 }
 
-bool OrderWalk::last(IndexEntry& found) const {
+bool OrderWalk::last(index::IndexEntry& found) const {
     bool any;
     if (descending()) {
         any = scope_.bottom ? towards_end(*scope_.bottom, 0, found) : order_.tag->first(found);
@@ -117,19 +120,20 @@ bool OrderWalk::last(IndexEntry& found) const {
     return any && inside(found);
 }
 
-bool OrderWalk::next(const IndexEntry& from, IndexEntry& found) const {
+bool OrderWalk::next(const index::IndexEntry& from, index::IndexEntry& found) const {
     const bool any =
         descending() ? order_.tag->before(from, found) : order_.tag->after(from, found);
     return any && (before_top(found) ? first(found) : inside(found));
 }
 
-bool OrderWalk::previous(const IndexEntry& from, IndexEntry& found) const {
+bool OrderWalk::previous(const index::IndexEntry& from, index::IndexEntry& found) const {
     const bool any =
         descending() ? order_.tag->after(from, found) : order_.tag->before(from, found);
     return any && (behind_bottom(found) ? last(found) : inside(found));
 }
 
-OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry& found) const {
+OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end,
+                                 index::IndexEntry& found) const {
     const auto begins = [&] { return compare_leading(found.key, key) == 0; };
     const auto look = [&](bool from_low) {
         return from_low ? towards_end(key, 0, found) : towards_start(key, kLastRecordNumber, found);
@@ -145,7 +149,7 @@ OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry
 }
 
 void TableOrders::open_structural() {
-    open_bag(sibling_path(table_path_, "CDX"), true);
+    open_bag(record::sibling_path(table_path_, "CDX"), true);
     attach_bag(bags_.back());
 }
 
@@ -155,7 +159,7 @@ void TableOrders::end_opening() noexcept {
 
 void TableOrders::open_bag(const std::string& path, bool structural) {
     Bag bag;
-    bag.file = CdxFile::open(path, use_of(structural), CdxFile::Opened::kLocked);
+    bag.file = index::CdxFile::open(path, use_of(structural), index::CdxFile::Opened::kLocked);
     bag.structural = structural;
     for (const auto& tag : bag.file->tags()) {
         bag.orders.push_back(make_order(*tag, layout_, bag.file->path()));
@@ -172,10 +176,11 @@ void TableOrders::reopen(Bag& bag) {
     const std::string path = bag.file->path();
     bag.doubtful = bag.doubtful || bag.file->doubtful();
     bag.file->close();
-    std::unique_ptr<CdxFile> file = CdxFile::open(path, use_of(bag.structural));
-    const auto same = [](const std::unique_ptr<Order>& order, const std::unique_ptr<CdxTag>& tag) {
-        const TagDescription& was = order->description();
-        const TagDescription& is = tag->description();
+    std::unique_ptr<index::CdxFile> file = index::CdxFile::open(path, use_of(bag.structural));
+    const auto same = [](const std::unique_ptr<Order>& order,
+                         const std::unique_ptr<index::CdxTag>& tag) {
+        const index::TagDescription& was = order->description();
+        const index::TagDescription& is = tag->description();
         return was.name == is.name && was.key == is.key && was.condition == is.condition &&
                was.key_length == is.key_length && was.descending == is.descending;
     };
@@ -198,9 +203,9 @@ bool TableOrders::doubtful() const {
 void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for_each) {
     for (Bag& bag : bags_) {
         if (!bag.doubtful) continue;
-        CdxFile::Change change(*bag.file);
-        std::vector<std::vector<IndexEntry>> entries(bag.orders.size());
-        for_each([&](const RecordView& record) {
+        index::CdxFile::Change change(*bag.file);
+        std::vector<std::vector<index::IndexEntry>> entries(bag.orders.size());
+        for_each([&](const record::RecordView& record) {
             for (std::size_t i = 0; i < entries.size(); ++i) {
                 const Order& order = *bag.orders[i];
                 if (order.holds(record))
@@ -209,7 +214,7 @@ void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for
             return true;
         });
         for (auto& of_tag : entries) {
-            std::ranges::sort(of_tag, [](const IndexEntry& a, const IndexEntry& b) {
+            std::ranges::sort(of_tag, [](const index::IndexEntry& a, const index::IndexEntry& b) {
                 return std::tie(a.key, a.record) < std::tie(b.key, b.record);
             });
         }
@@ -219,7 +224,9 @@ void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for
     }
 }
 
-FileUse TableOrders::use_of(bool structural) const { return structural ? use_.covered() : use_; }
+locks::FileUse TableOrders::use_of(bool structural) const {
+    return structural ? use_.covered() : use_;
+}
 
 void TableOrders::attach_bag(const Bag& bag) {
     for (const auto& order : bag.orders) attached_.push_back(order.get());
@@ -233,7 +240,7 @@ const TableOrders::Bag* TableOrders::find_bag(const std::string& path) const {
 }
 
 std::string TableOrders::full_index_path(const std::string& name) const {
-    std::string path = index_path(name);
+    std::string path = record::index_path(name);
     if (path.find_first_of("\\/:") == std::string::npos) {
         path = table_path_.substr(0, table_path_.find_last_of("\\/:") + 1) + path;
     }
@@ -279,8 +286,8 @@ std::vector<std::size_t> TableOrders::numbers_of(const std::string& index_file) 
 }
 
 std::vector<TableOrders::KeyChange> TableOrders::key_changes(
-    const Bag& bag, const std::optional<RecordView>& before,
-    const std::optional<RecordView>& after) const {
+    const Bag& bag, const std::optional<record::RecordView>& before,
+    const std::optional<record::RecordView>& after) const {
     std::vector<KeyChange> changes;
     for (const auto& order : bag.orders) {
         KeyChange change{order.get(), {}, {}};
@@ -299,8 +306,8 @@ void TableOrders::sync() {
     for (Bag& bag : bags_) bag.file->sync();
 }
 
-KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
-                     const std::optional<RecordView>& after)
+KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<record::RecordView>& before,
+                     const std::optional<record::RecordView>& after)
     : record_(after ? after->number : before->number) {
     for (const TableOrders::Bag& bag : orders.bags_) {
         std::vector<TableOrders::KeyChange> keys = orders.key_changes(bag, before, after);
@@ -310,7 +317,7 @@ KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<RecordView>& befor
 
 bool KeyUpdate::lock_all(std::optional<LockTry> attempt, bool durable) {
     return std::all_of(files_.begin(), files_.end(), [&](FileChange& one) {
-        one.change = std::make_unique<CdxFile::Change>(*one.file, attempt, durable);
+        one.change = std::make_unique<index::CdxFile::Change>(*one.file, attempt, durable);
         return one.change->begun();
     });
 }
@@ -327,8 +334,8 @@ bool KeyUpdate::is_taken(const Order& order) {
 
 // Entries that a kill or a power failure left behind stand for nobody.
 bool KeyUpdate::is_held(const TableOrders::KeyChange& key, const RecordHas& has) const {
-    CdxTag& tag = *key.order->tag;
-    IndexEntry entry;
+    index::CdxTag& tag = *key.order->tag;
+    index::IndexEntry entry;
     for (bool any = tag.at_or_after(as_bytes(*key.inserted), 0, entry);
          any && entry.key == *key.inserted; any = tag.after(entry, entry)) {
         if (entry.record != record_ && has(*key.order, entry)) return true;
@@ -340,7 +347,7 @@ void KeyUpdate::insert(const RecordHas& has) {
     for (FileChange& one : files_) {
         for (const TableOrders::KeyChange& key : one.keys) {
             if (!key.inserted) continue;
-            const TagDescription& description = key.order->description();
+            const index::TagDescription& description = key.order->description();
             const bool held = (description.unique || description.candidate) && is_held(key, has);
             if (held && description.candidate) {
                 throw EngineFault(FaultCode::kDuplicateKey, "write",

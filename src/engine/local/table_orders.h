@@ -12,27 +12,29 @@
 #include <string>
 #include <vector>
 
-#include "engine/local/cdx_file.h"
-#include "engine/local/expression.h"
-#include "engine/local/index_key.h"
-#include "engine/local/table_layout.h"
+#include "engine/expression/expression.h"
+#include "engine/index/cdx_file.h"
+#include "engine/index/index_key.h"
+#include "engine/record/table_layout.h"
 
 namespace brenik::local {
 
 struct Order {
-    CdxTag* tag;
-    Expression key;
-    std::optional<Expression> condition;
-    KeyFormat format;
+    index::CdxTag* tag;
+    expression::Expression key;
+    std::optional<expression::Expression> condition;
+    index::KeyFormat format;
 
-    const TagDescription& description() const { return tag->description(); }
-    bool holds(const RecordView& record) const { return !condition || condition->is_true(record); }
-    std::string key_of(const RecordView& record) const;
+    const index::TagDescription& description() const { return tag->description(); }
+    bool holds(const record::RecordView& record) const {
+        return !condition || condition->is_true(record);
+    }
+    std::string key_of(const record::RecordView& record) const;
     // False for an entry that an interrupted change or a failed append has left behind: the record
     // that it names has another key by now, or none. Keys that two writers may compute differently
     // (the case of letters beyond ASCII, times of day, arithmetic) are given the benefit of the
     // doubt.
-    bool agrees_with(const IndexEntry& entry, const RecordView& record) const;
+    bool agrees_with(const index::IndexEntry& entry, const record::RecordView& record) const;
 };
 
 // Limits of a walk: leading key bytes of the first and last entry, in walking order.
@@ -47,28 +49,28 @@ class OrderWalk {
   public:
     OrderWalk(const Order& order, const Scope& scope) : order_(order), scope_(scope) {}
 
-    bool first(IndexEntry& found) const;
-    bool last(IndexEntry& found) const;
-    bool next(const IndexEntry& from, IndexEntry& found) const;
-    bool previous(const IndexEntry& from, IndexEntry& found) const;
+    bool first(index::IndexEntry& found) const;
+    bool last(index::IndexEntry& found) const;
+    bool next(const index::IndexEntry& from, index::IndexEntry& found) const;
+    bool previous(const index::IndexEntry& from, index::IndexEntry& found) const;
     // The first, or the last, entry that begins with `key`; where there is none, `found` is the one
     // that a soft seek goes to.
     enum class Match { kFound, kGreater, kNone };
-    Match seek(const std::string& key, SeekEnd end, IndexEntry& found) const;
+    Match seek(const std::string& key, SeekEnd end, index::IndexEntry& found) const;
 
     // Entries within the scope; the number of one of them, counted from 1, 0 for any other; and the
     // one that lies `count` steps from an entry, whether or not that is one itself.
     std::size_t count() const;
-    std::size_t number_of(const IndexEntry& entry) const;
-    bool leap(const IndexEntry& from, std::int64_t count, IndexEntry& found) const;
+    std::size_t number_of(const index::IndexEntry& entry) const;
+    bool leap(const index::IndexEntry& from, std::int64_t count, index::IndexEntry& found) const;
 
   private:
     bool descending() const { return order_.description().descending; }
-    bool towards_end(const std::string& key, RecordNumber from, IndexEntry& found) const;
-    bool towards_start(const std::string& key, RecordNumber from, IndexEntry& found) const;
-    bool before_top(const IndexEntry& entry) const;
-    bool behind_bottom(const IndexEntry& entry) const;
-    bool inside(const IndexEntry& entry) const {
+    bool towards_end(const std::string& key, RecordNumber from, index::IndexEntry& found) const;
+    bool towards_start(const std::string& key, RecordNumber from, index::IndexEntry& found) const;
+    bool before_top(const index::IndexEntry& entry) const;
+    bool behind_bottom(const index::IndexEntry& entry) const;
+    bool inside(const index::IndexEntry& entry) const {
         return !before_top(entry) && !behind_bottom(entry);
     }
     // Numbers of entries in the tag, whatever the order's direction: `to` is behind the last.
@@ -84,7 +86,8 @@ class OrderWalk {
 
 class TableOrders {
   public:
-    TableOrders(const TableLayout& layout, std::string table_path, const FileUse& use)
+    TableOrders(const record::TableLayout& layout, std::string table_path,
+                const locks::FileUse& use)
         : layout_(layout), table_path_(std::move(table_path)), use_(use) {}
 
     // Opens the structural index and attaches its orders. Refused when it cannot be had; a tag that
@@ -99,7 +102,7 @@ class TableOrders {
     // Makes the index files anew, in their places, in which a lost session may have left what does
     // not belong together. `for_each` calls back with every record. EngineFault kBusy when somebody
     // keeps such an index locked.
-    using RecordUse = std::function<bool(const RecordView&)>;
+    using RecordUse = std::function<bool(const record::RecordView&)>;
     bool doubtful() const;
     void mend_doubtful(const std::function<void(const RecordUse&)>& for_each);
     // Attaches the orders of an index file, opening it where it is not open yet. Refused when it
@@ -129,7 +132,7 @@ class TableOrders {
     friend class KeyUpdate;
 
     struct Bag {
-        std::unique_ptr<CdxFile> file;
+        std::unique_ptr<index::CdxFile> file;
         std::vector<std::unique_ptr<Order>> orders;
         bool structural = false;
         bool doubtful = false;
@@ -143,15 +146,16 @@ class TableOrders {
     std::string full_index_path(const std::string& name) const;
     void open_bag(const std::string& path, bool structural);
     void reopen(Bag& bag);
-    FileUse use_of(bool structural) const;
+    locks::FileUse use_of(bool structural) const;
     void attach_bag(const Bag& bag);
     const Bag* find_bag(const std::string& path) const;
-    std::vector<KeyChange> key_changes(const Bag& bag, const std::optional<RecordView>& before,
-                                       const std::optional<RecordView>& after) const;
+    std::vector<KeyChange> key_changes(const Bag& bag,
+                                       const std::optional<record::RecordView>& before,
+                                       const std::optional<record::RecordView>& after) const;
 
-    const TableLayout& layout_;
+    const record::TableLayout& layout_;
     std::string table_path_;
-    FileUse use_;
+    locks::FileUse use_;
     std::vector<Bag> bags_;  // the structural one first
     std::vector<const Order*> attached_;
 };
@@ -161,8 +165,8 @@ class TableOrders {
 // object.
 class KeyUpdate {
   public:
-    KeyUpdate(TableOrders& orders, const std::optional<RecordView>& before,
-              const std::optional<RecordView>& after);
+    KeyUpdate(TableOrders& orders, const std::optional<record::RecordView>& before,
+              const std::optional<record::RecordView>& after);
 
     // Locks every index file that is concerned. One try, false when one of them is somebody
     // else's; or waiting a bounded time, else EngineFault kBusy.
@@ -172,7 +176,7 @@ class KeyUpdate {
     bool is_taken(const Order& order);
 
     // True when the record that an entry names has that entry's key.
-    using RecordHas = std::function<bool(const Order& order, const IndexEntry& entry)>;
+    using RecordHas = std::function<bool(const Order& order, const index::IndexEntry& entry)>;
     // In memory. EngineFault kDuplicateKey when another record has the key of a candidate tag.
     void insert(const RecordHas& has);
     void remove();
@@ -185,9 +189,9 @@ class KeyUpdate {
 
   private:
     struct FileChange {
-        CdxFile* file;
+        index::CdxFile* file;
         std::vector<TableOrders::KeyChange> keys;
-        std::unique_ptr<CdxFile::Change> change = {};
+        std::unique_ptr<index::CdxFile::Change> change = {};
     };
     bool lock_all(std::optional<LockTry> attempt, bool durable);
     bool is_held(const TableOrders::KeyChange& key, const RecordHas& has) const;

@@ -34,7 +34,7 @@ bool LocalTable::leap(std::int64_t count) {
         place(static_cast<RecordNumber>(record_ + count));
         return true;
     }
-    IndexEntry found;
+    index::IndexEntry found;
     const bool any = walk().leap(current_entry(), count, found);
     return place_near(any, std::move(found), forward);
 }
@@ -56,7 +56,7 @@ std::size_t LocalTable::count_visible(std::size_t order, RecordNumber last) {
         return shown;
     }
     const OrderWalk keys = walk(order);
-    IndexEntry entry, from;
+    index::IndexEntry entry, from;
     for (bool any = keys.first(entry); any; any = keys.next(from, entry)) {
         shown += among(entry.record, buffer);
         if (entry.record == last) break;
@@ -91,8 +91,8 @@ std::size_t LocalTable::number_of_key(std::size_t order, KeySet keys) {
     if (judged && !visible()) return 0;
     if (order == 0) return judged ? count_visible(0, record_) : record_;
     const Order& wanted = orders_->attached(order);
-    const IndexEntry entry =
-        order == controlling_ ? current_entry() : IndexEntry{wanted.key_of(view()), record_};
+    const index::IndexEntry entry =
+        order == controlling_ ? current_entry() : index::IndexEntry{wanted.key_of(view()), record_};
     const std::size_t number = keys == KeySet::kVisible
                                    ? walk(order).number_of(entry)
                                    : OrderWalk(wanted, kNoScope).number_of(entry);

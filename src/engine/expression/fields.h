@@ -1,0 +1,21 @@
+// Fields in expressions: which may stand in one, and how their bytes become values.
+
+#pragma once
+
+#include "engine/expression/program.h"
+
+namespace brenik::expression {
+
+struct FieldLoad {
+    Operand operand;
+    Routine routine = nullptr;
+    FieldPlace place;
+};
+
+// Throws ExpressionError for memo fields, unknown types and fields that lie outside the record.
+FieldLoad field_load(const record::Field& field, const record::TableLayout& layout);
+
+// The date-time of a field's two numbers as day and fraction, rounded to whole seconds.
+double date_time_number(std::int32_t julian_day, std::int32_t milliseconds);
+
+}  // namespace brenik::expression

@@ -1,0 +1,129 @@
+// Opening an index file and changing its tags.
+
+#include "engine/index/cdx_file.h"
+
+#include <algorithm>
+
+#include "engine/index/cdx_header.h"
+#include "engine/index/cdx_tree.h"
+#include "util/runtime.h"
+
+namespace brenik::index {
+namespace {
+
+constexpr const char* kLocked = "the index is locked";
+// Changes of an index take milliseconds each, and whoever waits stands in line. Who opens a table
+// tries again, so that a workstation that keeps the lock is not waited for several times as long.
+constexpr int kOpeningTimeout_ms = 1000;
+
+// Held until the file is closed: no compatible program can change the index, or lock it to read.
+void keep_strangers_out(platform::File& file) {
+    constexpr int kTimeout_ms = 50;
+    const locks::LockRange marker = locks::LockScheme::index();
+    if (!file.lock_within(marker.offset, marker.length, platform::LockKind::kShared, kTimeout_ms)) {
+        throw locks::Refused(file.path(), kLocked, {marker, platform::LockKind::kShared});
+    }
+    file.keep_locks();
+}
+
+}  // namespace
+
+CdxFile::CdxFile(platform::File file, bool exclusive, locks::LockMode mode)
+    : pages_(std::make_unique<Pages>(std::move(file), exclusive, mode)),
+      directory_(std::make_unique<CdxTag>(*this, directory_description(), 0)) {}
+
+CdxFile::~CdxFile() = default;
+
+const std::string& CdxFile::path() const { return pages_->path(); }
+
+const platform::File& CdxFile::file() const { return pages_->file(); }
+
+void CdxFile::close() noexcept { pages_->file().close(); }
+
+const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_; }
+
+void CdxFile::sync() { pages_->file().sync(); }
+
+bool CdxFile::doubtful() const { return pages_->doubtful(); }
+
+void CdxFile::require_room() const { pages_->require_room(); }
+
+std::unique_ptr<CdxFile> CdxFile::open(const std::string& path, const locks::FileUse& use,
+                                       Opened opened) {
+    platform::File file = locks::open_file(path, use);
+    if (use.mode == locks::LockMode::kProprietary && !use.exclusive()) keep_strangers_out(file);
+    auto index = std::unique_ptr<CdxFile>(new CdxFile(std::move(file), use.exclusive(), use.mode));
+    if (!index->pages_->begin_opening(opened == Opened::kLocked ? kOpeningTimeout_ms
+                                                                : platform::kShortLockTimeout_ms)) {
+        throw locks::Refused(index->path(), kLocked,
+                             {locks::LockScheme::index(use.mode), platform::LockKind::kShared});
+    }
+    check_directory_header(index->pages_->tag_header(0), index->path());
+    index->read_directory();
+    if (opened == Opened::kUnlocked) index->end_opening();
+    return index;
+}
+
+void CdxFile::end_opening() noexcept { pages_->end_opening(); }
+
+void CdxFile::read_directory() {
+    std::vector<IndexEntry> names;
+    IndexEntry entry;
+    for (bool any = directory_->first(entry); any; any = directory_->after(entry, entry)) {
+        names.push_back(entry);
+    }
+    std::sort(names.begin(), names.end(),
+              [](const IndexEntry& a, const IndexEntry& b) { return a.record < b.record; });
+    std::uint64_t free_from = kTagHeaderSize;
+    for (const IndexEntry& name : names) {
+        const std::uint64_t offset = name.record;
+        const std::vector<Byte> header = pages_->tag_header(offset);
+        if (offset % kCdxPageSize != 0 || offset < free_from || header.size() < kTagHeaderSize) {
+            pages_->damaged(offset, "expected the header of tag " + name.key);
+        }
+        free_from = offset + kTagHeaderSize;
+        const std::string text(trim_right(name.key));
+        require_texts_inside(header, path(), offset);
+        tags_.push_back(std::make_unique<CdxTag>(
+            *this, parse_tag_header(header, text, path(), offset), offset));
+    }
+}
+
+CdxFile::Change::Change(CdxFile& file, std::optional<LockTry> attempt, bool durable)
+    : file_(file), begun_(file.pages_->begin_change(attempt, durable)) {
+    if (begun_ || attempt) return;
+    file.pages_->refuse_busy("change index", platform::LockKind::kExclusive);
+}
+
+CdxFile::Change::~Change() {
+    if (!begun_) return;
+    for (const auto& tag : file_.tags_) tag->tree_->forget_changes();
+    file_.pages_->end_change();
+}
+
+bool CdxFile::Change::contains(CdxTag& tag, Bytes key) { return tag.tree_->contains(key); }
+
+bool CdxFile::Change::insert(CdxTag& tag, Bytes key, RecordNumber record) {
+    return tag.tree_->insert(key, record);
+}
+
+bool CdxFile::Change::remove(CdxTag& tag, Bytes key, RecordNumber record) {
+    return tag.tree_->remove(key, record);
+}
+
+void CdxFile::Change::rebuild(const std::vector<std::vector<IndexEntry>>& entries) {
+    file_.pages_->start_afresh();
+    for (std::size_t i = 0; i < entries.size(); ++i) file_.tags_[i]->tree_->rebuild(entries[i]);
+}
+
+void CdxFile::Change::write_new_pages() {
+    for (const auto& tag : file_.tags_) tag->tree_->finish();
+    file_.pages_->write_new_pages();
+}
+
+void CdxFile::Change::publish() {
+    write_new_pages();
+    file_.pages_->publish();
+}
+
+}  // namespace brenik::index

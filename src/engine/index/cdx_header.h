@@ -1,0 +1,49 @@
+// The header of a tag, and of the tag directory: two pages.
+//
+//   offset size
+//        0    4  offset of the root page
+//        4    4  directory only: first page of the free list, 0 or FFFFFFFF when there is none
+//        8    4  directory only: update counter, big-endian
+//       12    2  key length
+//       14    1  options: 1 unique, 2 null prefix, 4 candidate, 8 condition, 20 compact,
+//                40 compound, 80 directory
+//       15    1  signature: 0 or 1 byte order, 2 a collation, 4 a bitmap
+//       16    4  directory only: 0000ABCD marks a variant with other page sizes
+//      494    8  name of the collation, all zero for byte order
+//      502    2  1 when the tag is descending
+//      504    8  offset and length of the condition in the second page, then of the key; lengths
+//                count the closing NUL
+//      512  512  key text, NUL, condition text, NUL
+//
+// Some programs go by the lengths, others by the NULs. Here the texts end at their NULs; what
+// contradicts them is told in `TagDescription::wrong_place`.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "engine/index/cdx_file.h"
+#include "util/bytes.h"
+
+namespace brenik::index {
+
+inline constexpr std::size_t kTagHeaderSize = 1024;
+inline constexpr std::size_t kTagNameLength = 10;
+
+TagDescription directory_description();
+// Throws EngineFault when the directory cannot be used.
+void check_directory_header(Bytes header, const std::string& path);
+std::vector<Byte> make_directory_header(std::uint32_t root);
+
+// Throws EngineFault kDamagedFile where the header says that a text lies outside its page.
+void require_texts_inside(Bytes header, const std::string& path, std::uint64_t offset);
+// A tag that cannot be kept correct says so in `unsupported`; a key text that does not end in its
+// page is EngineFault kDamagedFile.
+TagDescription parse_tag_header(Bytes header, const std::string& name, const std::string& path,
+                                std::uint64_t offset);
+// Throws EngineFault kLimit when name, key or texts are too long.
+std::vector<Byte> make_tag_header(const TagDescription& tag, std::uint32_t root,
+                                  const std::string& path);
+
+}  // namespace brenik::index

@@ -1,0 +1,494 @@
+// The page cache's comparison, its lock, and the order of writes.
+
+#include "engine/index/cdx_pages.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "engine/index/cdx_header.h"
+#include "engine/locks/open_file.h"
+
+namespace brenik::index {
+namespace {
+
+constexpr std::size_t kFreeHeadOffset = 4;
+constexpr std::size_t kCounterOffset = 8;
+constexpr std::size_t kLeftPointerOffset = 4;  // in a page; the right pointer follows
+constexpr std::size_t kLeastFileSize = 3 * kCdxPageSize;
+constexpr std::size_t kMostMemory = std::size_t{64} << 20;
+// The page with the lock byte in it is left alone, hence nothing may lie behind it either; in
+// proprietary mode it is the marker that lies there.
+constexpr std::uint64_t kLargestFile =
+    locks::LockScheme::index().offset / kCdxPageSize * kCdxPageSize;
+// More than the keys of one record, and of those that other workstations are about to add, can
+// take; and how far from the end the remembered size is good enough.
+constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
+constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
+constexpr std::uint64_t kReadAtOpening = std::uint64_t{1} << 16;
+
+bool is_end(std::uint32_t free_page) { return free_page == 0 || free_page == kNoPage; }
+
+// A page in the free list begins with the next one's offset. So does, to all appearance, a branch
+// of a tree: no attributes and a count, which make a multiple of 65536. When anything else is on
+// such a page it is left alone; a leaf's attributes never look like an offset.
+bool may_be_in_use(const std::array<Byte, kCdxPageSize>& raw) {
+    return load_le16(raw.data()) == 0 &&
+           std::any_of(raw.begin() + 4, raw.end(), [](Byte b) { return b != 0; });
+}
+
+}  // namespace
+
+CdxFile::Pages::Pages(platform::File file, bool exclusive, locks::LockMode mode)
+    : file_(std::move(file)), exclusive_(exclusive), lock_(locks::LockScheme::index(mode)) {}
+
+void CdxFile::Pages::damaged(std::uint64_t offset, const std::string& what) const {
+    throw EngineFault(FaultCode::kDamagedFile, "read index",
+                      path() + ": at " + std::to_string(offset) + ": " + what);
+}
+
+bool CdxFile::Pages::begin_opening(int timeout_ms) {
+    if (!exclusive_) {
+        locked_ =
+            queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kShared, timeout_ms);
+        if (!locked_) return false;
+    }
+    beginning_.resize(
+        static_cast<std::size_t>(std::min<std::uint64_t>(file_.size_at_open(), kReadAtOpening)));
+    beginning_.resize(file_.read_at(0, beginning_));
+    opening_ = true;
+    return true;
+}
+
+void CdxFile::Pages::end_opening() noexcept {
+    if (!std::exchange(opening_, false)) return;
+    beginning_ = {};
+    end_read();
+}
+
+std::size_t CdxFile::Pages::fetch(std::uint64_t offset, MutableBytes into) const {
+    if (offset + into.size() > beginning_.size()) return file_.read_at(offset, into);
+    std::copy_n(beginning_.begin() + static_cast<std::ptrdiff_t>(offset), into.size(),
+                into.begin());
+    return into.size();
+}
+
+std::vector<Byte> CdxFile::Pages::tag_header(std::uint64_t offset) {
+    std::vector<Byte> header(kTagHeaderSize);
+    header.resize(fetch(offset, header));
+    return header;
+}
+
+void CdxFile::Pages::begin_read() {
+    if (changing_ || opening_) return;
+    if (memory_ > kMostMemory) drop();
+    if (known_ && !exclusive_ && !header_matches()) drop();
+}
+
+void CdxFile::Pages::end_read() noexcept {
+    if (changing_ || opening_ || !locked_) return;
+    file_.unlock(lock_.offset, lock_.length);
+    locked_ = false;
+}
+
+// Who waits no longer than a moment is not told whose lock it is: looking takes longer.
+void CdxFile::Pages::refuse_busy(const char* operation, platform::LockKind wanted) const {
+    if (read_timeout_ms_ == platform::kShortLockTimeout_ms) {
+        locks::refuse_busy(operation, path(), "the index is locked", {lock_, wanted});
+    }
+    throw EngineFault(FaultCode::kBusy, operation, path() + ": somebody keeps the index locked");
+}
+
+// Called whenever something must come from the file.
+void CdxFile::Pages::prepare_to_load() {
+    if (!locked_ && !exclusive_) {
+        if (!queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kShared,
+                         read_timeout_ms_)) {
+            refuse_busy("read index", platform::LockKind::kShared);
+        }
+        locked_ = true;
+        if (known_ && !header_matches()) {
+            drop();
+            throw StaleCache{};
+        }
+    }
+    if (!known_) read_header();
+}
+
+bool CdxFile::Pages::header_matches() const {
+    std::array<Byte, kHeaderBytes> now{};
+    return file_.read_at(0, now) == now.size() && now == header_;
+}
+
+void CdxFile::Pages::read_header() {
+    if (fetch(0, header_) < header_.size()) damaged(0, "expected an index header");
+    free_head_ = load_le32(header_.data() + kFreeHeadOffset);
+    if (file_size_ == 0) file_size_ = file_.size_at_open();
+    if (file_size_ < kLeastFileSize) measure();
+    if (file_size_ < kLeastFileSize) damaged(file_size_, "expected an index of at least 3 pages");
+    known_ = true;
+}
+
+void CdxFile::Pages::drop() noexcept {
+    pages_.clear();
+    roots_.clear();
+    touched_.clear();
+    memory_ = 0;
+    known_ = false;
+    ++generation_;
+}
+
+void CdxFile::Pages::check_page_offset(std::uint64_t offset, const std::string& what) {
+    if (offset + kCdxPageSize > file_size_) measure();
+    if (offset % kCdxPageSize != 0 || offset < 2 * kCdxPageSize ||
+        offset + kCdxPageSize > file_size_) {
+        damaged(offset, "expected " + what + " inside the file of " + std::to_string(file_size_) +
+                            " bytes");
+    }
+}
+
+std::uint32_t CdxFile::Pages::root(const CdxForm& form) {
+    const auto known = roots_.find(form.header);
+    if (known != roots_.end()) return known->second;
+    prepare_to_load();
+    std::array<Byte, 4> bytes{};
+    if (fetch(form.header, bytes) < bytes.size()) {
+        damaged(form.header, "expected a tag header");
+    }
+    return roots_[form.header] = load_le32(bytes.data());
+}
+
+CdxPage& CdxFile::Pages::page(const CdxForm& form, std::uint32_t offset) {
+    const auto known = pages_.find(offset);
+    CdxPage& page = known != pages_.end() ? *known->second : load(form, offset);
+    if (page.tree() != form.header) damaged(offset, "expected a page of this tag, not of another");
+    return page;
+}
+
+CdxPage& CdxFile::Pages::load(const CdxForm& form, std::uint32_t offset) {
+    prepare_to_load();
+    check_page_offset(offset, "a page");
+    std::array<Byte, kCdxPageSize> raw{};
+    if (fetch(offset, raw) < raw.size()) damaged(offset, "expected a whole page");
+    try {
+        auto page = std::make_unique<CdxPage>(CdxPage::decode(form, offset, raw));
+        memory_ += page->memory();
+        return *(pages_[offset] = std::move(page));
+    } catch (const PageDamage& damage) {
+        damaged(offset, damage.what());
+    }
+}
+
+void CdxFile::Pages::read_bytes(std::uint64_t offset, MutableBytes into) {
+    prepare_to_load();
+    const std::size_t got = file_.read_at(offset, into);
+    std::fill(into.begin() + static_cast<std::ptrdiff_t>(got), into.end(), Byte{0});
+}
+
+bool CdxFile::Pages::begin_change(std::optional<LockTry> attempt, bool durable) {
+    if (!lock_changes(attempt)) return false;
+    durable_ = durable;
+    try {
+        file_.require_same_session();
+        if (known_ && !exclusive_ && !header_matches()) drop();
+        if (memory_ > kMostMemory) drop();
+        if (!known_) read_header();
+    } catch (...) {
+        end_change();
+        throw;
+    }
+    return true;
+}
+
+bool CdxFile::Pages::lock_changes(std::optional<LockTry> attempt) {
+    if (!exclusive_) {
+        locked_ = attempt
+                      ? queue_.attempt(lock_, locks::LockScheme::queue(), *attempt)
+                      : queue_.lock(lock_, locks::LockScheme::queue(),
+                                    platform::LockKind::kExclusive, platform::kShortLockTimeout_ms);
+        if (!locked_) return false;
+    }
+    changing_ = true;
+    return true;
+}
+
+// Whoever adds pages needs to know where the file ends. A write that was cut short may have left
+// part of a page behind.
+void CdxFile::Pages::find_end() {
+    if (end_found_) return;
+    file_size_ = (file_.size() + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
+    end_found_ = true;
+}
+
+void CdxFile::Pages::end_change() noexcept {
+    const bool unpublished = !touched_.empty() || !new_headers_.empty() || !freed_.empty() ||
+                             free_pages_taken_ || added_pages_written_ || publishing_;
+    if (unpublished) drop();
+    if (added_pages_written_ && !publishing_) cut_off_part_of_page();
+    touched_.clear();
+    new_headers_.clear();
+    freed_.clear();
+    added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = end_found_ = false;
+    end_read();
+}
+
+// Whole pages that were added stay, as space that nothing names: on a share others would not see
+// that the file has become shorter.
+void CdxFile::Pages::cut_off_part_of_page() noexcept {
+    if (file_.remote()) return;
+    try {
+        const std::uint64_t size = file_.size();
+        if (size % kCdxPageSize != 0) file_.resize(size / kCdxPageSize * kCdxPageSize);
+    } catch (const EngineFault&) {
+        // The next change passes over it.
+    }
+}
+
+CdxPage& CdxFile::Pages::add(const CdxForm& form, bool leaf) {
+    const std::uint32_t offset = allocate();
+    auto& page = pages_[offset] = std::make_unique<CdxPage>(form, offset, leaf);
+    memory_ += page->memory();
+    page->unwritten = true;
+    touch_entries(*page);
+    return *page;
+}
+
+std::uint32_t CdxFile::Pages::allocate() {
+    find_end();
+    const std::uint32_t reused = take_free_page();
+    return reused != 0 ? reused : extend(kCdxPageSize);
+}
+
+std::uint32_t CdxFile::Pages::extend(std::uint64_t bytes) {
+    if (file_size_ + bytes > kLargestFile) full();
+    const auto offset = static_cast<std::uint32_t>(file_size_);
+    file_size_ += bytes;
+    return offset;
+}
+
+void CdxFile::Pages::full() const {
+    throw EngineFault(
+        FaultCode::kLimit, "change index",
+        path() + ": the index cannot grow past " + std::to_string(kLargestFile) + " bytes");
+}
+
+void CdxFile::Pages::require_room() const {
+    if (file_size_ != 0 && file_size_ + kFarFromFull < kLargestFile) return;
+    if (file_.size() + kReserve > kLargestFile) full();
+}
+
+// A free list that cannot be right is given up: its pages become space that nothing names.
+std::uint32_t CdxFile::Pages::take_free_page() {
+    const std::uint32_t taken = free_head_;
+    if (is_end(taken)) return 0;
+    free_pages_taken_ = true;
+    free_head_ = 0;
+    const auto sound = [&](std::uint32_t offset) {
+        return offset % kCdxPageSize == 0 && offset >= 2 * kCdxPageSize &&
+               std::uint64_t{offset} + kCdxPageSize <= file_size_ && !pages_.contains(offset);
+    };
+    std::array<Byte, kCdxPageSize> raw{};
+    if (!sound(taken) || file_.read_at(taken, raw) < raw.size()) return 0;
+    const std::uint32_t next = load_le32(raw.data());
+    if (is_end(next)) return taken;
+    if (!sound(next) || next == taken || may_be_in_use(raw)) return 0;
+    free_head_ = next;
+    return taken;
+}
+
+void CdxFile::Pages::touch_entries(CdxPage& page) {
+    page.content_changed = true;
+    touch_pointers(page);
+}
+
+void CdxFile::Pages::touch_pointers(CdxPage& page) {
+    if (!page.listed) touched_.push_back(&page);
+    page.listed = true;
+    ++generation_;
+}
+
+void CdxFile::Pages::set_root(const CdxForm& form, std::uint32_t offset) {
+    roots_[form.header] = offset;
+}
+
+void CdxFile::Pages::free(CdxPage& page) {
+    std::erase(touched_, &page);
+    freed_.push_back(page.offset());
+    ++generation_;
+    pages_.erase(page.offset());
+}
+
+std::uint32_t CdxFile::Pages::reserve_header() {
+    find_end();
+    return extend(kTagHeaderSize);
+}
+
+void CdxFile::Pages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) {
+    new_headers_[offset] = std::move(bytes);
+}
+
+// The system may have connected to a share again in order to write, and then the index was free for
+// others meanwhile. At most this one place has been written over then.
+void CdxFile::Pages::put(std::uint64_t offset, Bytes bytes) {
+    file_.write_at(offset, bytes);
+    try {
+        file_.require_same_session();
+    } catch (const platform::ConnectionLost&) {
+        doubtful_ = true;
+        throw;
+    }
+}
+
+void CdxFile::Pages::start_afresh() {
+    constexpr std::uint32_t kFarAhead = 1 << 20;
+    free_head_ = 0;
+    store_be32(header_.data() + kCounterOffset,
+               load_be32(header_.data() + kCounterOffset) + kFarAhead);
+}
+
+void CdxFile::Pages::move(CdxPage& page, const CdxForm& form, std::uint32_t place) {
+    std::array<Byte, kCdxPageSize> raw{};
+    page.encode(raw);
+    auto moved = std::make_unique<CdxPage>(CdxPage::decode(form, place, raw));
+    moved->level = page.level;
+    free(page);
+    touch_entries(*(pages_[place] = std::move(moved)));
+    set_root(form, place);
+}
+
+// A page that leads past another one is written like that last of all.
+void CdxFile::Pages::write(CdxPage& page) {
+    std::array<Byte, kCdxPageSize> raw{};
+    try {
+        page.encode(raw);
+    } catch (const PageDamage& damage) {
+        damaged(page.offset(), damage.what());
+    }
+    put(page.offset(), raw);
+    page.unwritten = page.content_changed = false;
+    page.listed = page.right_changed;
+}
+
+// Directory root, free list and counter lie side by side and are written at once.
+void CdxFile::Pages::write_header() {
+    store_le32(header_.data() + kFreeHeadOffset, free_head_);
+    store_be32(header_.data() + kCounterOffset, load_be32(header_.data() + kCounterOffset) + 1);
+    put(0, Bytes(header_).first(kCounterOffset + 4));
+}
+
+void CdxFile::Pages::write_new_pages() {
+    if (free_pages_taken_) {
+        write_header();
+        wait_for_disk();
+    }
+    free_pages_taken_ = false;
+    const auto added = std::partition(touched_.begin(), touched_.end(),
+                                      [](const CdxPage* page) { return !page->unwritten; });
+    // From the lowest offset up, so that the file grows without holes.
+    std::sort(added, touched_.end(),
+              [](const CdxPage* a, const CdxPage* b) { return a->offset() < b->offset(); });
+    added_pages_written_ = added_pages_written_ || added != touched_.end() || !new_headers_.empty();
+    for (const auto& [offset, bytes] : new_headers_) put(offset, bytes);
+    new_headers_.clear();
+    write_all(added, touched_.end());
+    if (added_pages_written_) wait_for_disk();
+}
+
+void CdxFile::Pages::publish() {
+    write_new_pages();
+    publishing_ = true;
+    if (!touched_.empty() || !freed_.empty()) {
+        try {
+            write_published();
+        } catch (const platform::FileError&) {
+            // A page that was written in part is worse than one that was not: every step can be
+            // done again, and what made it fail has often passed by then.
+            write_published();
+        }
+        file_.require_kept(0, header_);
+    }
+    publishing_ = added_pages_written_ = end_found_ = false;
+    wait_for_disk();
+}
+
+void CdxFile::Pages::write_published() {
+    write_header();
+    write_changed_pages();
+    write_pointers();
+    if (freed_.empty()) return;
+    write_freed_pages();
+    write_header();
+}
+
+// Where the tree gets another shape a level is on the disk before the one above is written; entries
+// that change in their places do no harm in any mixture.
+void CdxFile::Pages::write_changed_pages() {
+    for (;;) {
+        const auto links_only =
+            std::partition(touched_.begin(), touched_.end(),
+                           [](const CdxPage* page) { return page->content_changed; });
+        if (links_only == touched_.begin()) return;
+        const bool in_steps = durable_ && (added_pages_written_ || !freed_.empty());
+        std::sort(touched_.begin(), links_only,
+                  [](const CdxPage* a, const CdxPage* b) { return a->level < b->level; });
+        const int lowest = touched_.front()->level;
+        const auto end =
+            in_steps ? std::find_if(touched_.begin(), links_only,
+                                    [&](const CdxPage* page) { return page->level != lowest; })
+                     : links_only;
+        write_all(touched_.begin(), end);
+        if (in_steps) wait_for_disk();
+    }
+}
+
+void CdxFile::Pages::write_all(PageList::iterator first, PageList::iterator last) {
+    std::for_each(first, last, [this](CdxPage* page) { write(*page); });
+    touched_.erase(std::remove_if(first, last, [](const CdxPage* page) { return !page->listed; }),
+                   last);
+}
+
+// Right pointers from the root's level down: a page that is still reached on its own level names
+// children that are still reached on theirs.
+void CdxFile::Pages::write_pointers() {
+    std::sort(touched_.begin(), touched_.end(), [](const CdxPage* a, const CdxPage* b) {
+        return std::pair(a->right_changed, b->level) < std::pair(b->right_changed, a->level);
+    });
+    for (CdxPage* page : touched_) {
+        std::array<Byte, 8> pointers{};
+        store_le32(pointers.data(), page->left);
+        store_le32(pointers.data() + 4, page->right);
+        put(page->offset() + kLeftPointerOffset, pointers);
+        page->right_changed = page->listed = false;
+    }
+    touched_.clear();
+}
+
+// Nothing leads to these pages when they are written, and the free list does not until they are on
+// the disk.
+void CdxFile::Pages::write_freed_pages() {
+    wait_for_disk();
+    std::uint32_t head = free_head_;
+    for (const std::uint32_t page : freed_) {
+        std::array<Byte, kCdxPageSize> raw{};
+        store_le32(raw.data(), head);
+        put(page, raw);
+        head = page;
+    }
+    wait_for_disk();
+    free_head_ = head;
+    freed_.clear();
+}
+
+// A wait that failed is not repeated as a write is: the system may have dropped what it could not
+// write, and the next wait would succeed without it.
+void CdxFile::Pages::wait_for_disk() {
+    if (!durable_) return;
+    try {
+        file_.sync();
+    } catch (const platform::ConnectionLost&) {
+        throw;
+    } catch (const platform::FileError& failure) {
+        throw EngineFault(failure);
+    }
+}
+
+}  // namespace brenik::index

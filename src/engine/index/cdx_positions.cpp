@@ -1,0 +1,169 @@
+// Counting a tree's leaves, and finding entries by number.
+
+#include "engine/index/cdx_positions.h"
+
+#include <algorithm>
+#include <array>
+
+#include "engine/index/cdx_tree.h"
+
+namespace brenik::index {
+namespace {
+
+constexpr std::size_t kPageHeaderSize = 12;
+constexpr std::uint16_t kLeafAttribute = 2;
+constexpr std::size_t kMostEntries = kCdxPageSize - 24;  // of a leaf, at one byte each
+// Leaves that were made together lie together, so that many headers come with one read.
+constexpr std::size_t kPagesAtOnce = 128;
+
+struct LeafHeader {
+    std::size_t entries;
+    std::uint32_t right;
+};
+
+}  // namespace
+
+void LeafCounts::add(std::uint32_t offset, std::size_t entries) {
+    if (entries == 0) return;
+    leaves_.push_back({offset, total_});
+    total_ += entries;
+}
+
+void LeafCounts::finish() {
+    by_offset_.resize(leaves_.size());
+    for (std::uint32_t i = 0; i < by_offset_.size(); ++i) by_offset_[i] = i;
+    std::sort(by_offset_.begin(), by_offset_.end(), [this](std::uint32_t a, std::uint32_t b) {
+        return leaves_[a].offset < leaves_[b].offset;
+    });
+}
+
+std::optional<std::size_t> LeafCounts::before(std::uint32_t offset) const {
+    const auto found = std::lower_bound(
+        by_offset_.begin(), by_offset_.end(), offset,
+        [this](std::uint32_t index, std::uint32_t at) { return leaves_[index].offset < at; });
+    if (found == by_offset_.end() || leaves_[*found].offset != offset) return {};
+    return leaves_[*found].before;
+}
+
+const LeafCounts::Leaf& LeafCounts::holding(std::size_t number) const {
+    const auto behind =
+        std::upper_bound(leaves_.begin(), leaves_.end(), number,
+                         [](std::size_t wanted, const Leaf& leaf) { return wanted < leaf.before; });
+    return *(behind - 1);
+}
+
+// -- In the tree.
+
+// Page headers, with no page read from the file twice.
+class CdxTag::Tree::HeaderReader {
+  public:
+    explicit HeaderReader(CdxFile::Pages& pages) : pages_(pages) {
+        pages.measure();
+        headers_.resize(static_cast<std::size_t>(pages.page_count() / kPagesAtOnce + 1));
+    }
+
+    LeafHeader leaf(std::uint32_t offset) {
+        const std::size_t page = offset / kCdxPageSize;
+        if (offset % kCdxPageSize != 0 || page >= pages_.page_count()) refuse(offset);
+        Group& group = headers_[page / kPagesAtOnce];
+        if (group.empty()) read(page / kPagesAtOnce, group);
+        const Byte* header = group[page % kPagesAtOnce].data();
+        const std::size_t entries = load_le16(header + 2);
+        if ((load_le16(header) & kLeafAttribute) == 0 || entries > kMostEntries) refuse(offset);
+        return {entries, load_le32(header + 8)};
+    }
+
+  private:
+    using Header = std::array<Byte, kPageHeaderSize>;
+    using Group = std::vector<Header>;
+
+    void read(std::size_t number, Group& group) {
+        block_.assign(kPagesAtOnce * kCdxPageSize, Byte{0});
+        pages_.read_bytes(std::uint64_t{number} * block_.size(), block_);
+        group.resize(kPagesAtOnce);
+        for (std::size_t i = 0; i < kPagesAtOnce; ++i) {
+            std::copy_n(block_.data() + i * kCdxPageSize, kPageHeaderSize, group[i].begin());
+        }
+    }
+
+    [[noreturn]] void refuse(std::uint32_t offset) {
+        pages_.damaged(offset, "expected a leaf behind its left sibling");
+    }
+
+    CdxFile::Pages& pages_;
+    std::vector<Group> headers_;
+    std::vector<Byte> block_;
+};
+
+// Counts again only when something may have changed since. Called inside a walk.
+const LeafCounts& CdxTag::Tree::leaf_counts() {
+    if (counted_generation_ == pages_.generation()) return leaf_counts_;
+    LeafCounts counts;
+    std::uint32_t offset = locate({}, false).page->offset();
+    HeaderReader headers(pages_);
+    for (std::uint64_t left = pages_.page_count(); offset != kNoPage; --left) {
+        if (left == 0) pages_.damaged(offset, "expected leaves that do not lead in a circle");
+        const LeafHeader header = headers.leaf(offset);
+        counts.add(offset, header.entries);
+        offset = header.right;
+    }
+    counts.finish();
+    leaf_counts_ = std::move(counts);
+    counted_generation_ = pages_.generation();
+    return leaf_counts_;
+}
+
+std::size_t CdxTag::Tree::count() {
+    std::size_t total = 0;
+    read([&] {
+        total = leaf_counts().total();
+        return true;
+    });
+    return total;
+}
+
+std::size_t CdxTag::Tree::count_before(Bytes probe, bool past_equal) {
+    std::size_t number = 0;
+    read([&] {
+        const LeafCounts& counts = leaf_counts();
+        if (counts.total() == 0) return false;
+        const Position position = locate(probe, past_equal);
+        const std::optional<std::size_t> before = counts.before(position.page->offset());
+        if (!before) {
+            pages_.damaged(position.page->offset(), "expected a leaf that its siblings lead to");
+        }
+        number = *before + position.slot;
+        return true;
+    });
+    return number;
+}
+
+bool CdxTag::Tree::at(std::size_t number, IndexEntry& found) {
+    return read([&] {
+        const LeafCounts& counts = leaf_counts();
+        if (number >= counts.total()) return false;
+        const LeafCounts::Leaf& leaf = counts.holding(number);
+        CdxPage& page = load(leaf.offset);
+        const std::size_t slot = number - leaf.before;
+        if (!page.leaf() || slot >= page.count()) {
+            pages_.damaged(leaf.offset, "expected a leaf with as many entries as counted");
+        }
+        return answer({&page, slot}, found);
+    });
+}
+
+// -- The tag itself.
+
+std::size_t CdxTag::count() { return tree_->count(); }
+
+std::size_t CdxTag::count_before(Bytes key, RecordNumber record) {
+    return tree_->count_before(tree_->probe(key, record), false);
+}
+
+std::size_t CdxTag::count_through(Bytes key, RecordNumber record) {
+    return tree_->count_before(tree_->probe(key, record), true);
+}
+
+bool CdxTag::at(std::size_t number, IndexEntry& found) { return tree_->at(number, found); }
+
+}  // namespace brenik::index

@@ -1,0 +1,558 @@
+// Walking a tag's tree, inserting and removing entries.
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "engine/index/cdx_tree.h"
+
+namespace brenik::index {
+namespace {
+
+constexpr std::size_t kDeepestTree = 64;
+// Pages that one call may look at more than once, beyond every page of the file.
+constexpr std::uint64_t kSpareVisits = 256;
+
+bool same(Bytes a, Bytes b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); }
+
+int compare(Bytes a, Bytes b) {
+    return std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
+}
+
+}  // namespace
+
+CdxTag::Tree::Tree(CdxFile::Pages& pages, const TagDescription& description,
+                   std::uint32_t header_offset)
+    : pages_(pages), description_(description), header_(header_offset) {}
+
+// -- Walking.
+
+void CdxTag::Tree::begin() {
+    if (description_.key_length < 1 || description_.key_length > kLongestCdxKey) {
+        throw EngineFault(
+            FaultCode::kUnsupported, "read index",
+            pages_.path() + ": tag " + description_.name + ": " + description_.unsupported);
+    }
+    visits_left_ = kSpareVisits + 2 * pages_.page_count();
+}
+
+std::vector<Byte> CdxTag::Tree::probe(Bytes key, RecordNumber record) const {
+    const std::size_t length = std::min(key.size(), description_.key_length);
+    std::vector<Byte> bytes(key.begin(), key.begin() + static_cast<std::ptrdiff_t>(length));
+    if (length < description_.key_length) return bytes;
+    bytes.resize(length + 4);
+    store_be32(bytes.data() + length, record);
+    return bytes;
+}
+
+bool CdxTag::Tree::forward(Bytes probe, bool past_equal, IndexEntry& found) {
+    return read([&] { return answer(locate(probe, past_equal), found); });
+}
+
+bool CdxTag::Tree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
+    return read([&] {
+        Position position = locate(probe, past_equal);
+        // A removal that was cut short can leave a greater entry in the page before.
+        while (step_back(position)) {
+            const Bytes entry = position.page->entry(position.slot);
+            if (probe.empty() || compare(entry, probe) <= 0) return answer(position, found);
+        }
+        return false;
+    });
+}
+
+bool CdxTag::Tree::next(const IndexEntry& entry, IndexEntry& found) {
+    const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
+    return read([&] {
+        if (!remembered(bytes)) return answer(locate(bytes, true), found);
+        Position position = last_;
+        while (step_on(position)) {
+            // A damaged file may hold an entry twice.
+            if (!same(position.page->entry(position.slot), bytes)) return answer(position, found);
+        }
+        return false;
+    });
+}
+
+bool CdxTag::Tree::previous(const IndexEntry& entry, IndexEntry& found) {
+    const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
+    return read([&] {
+        Position position = remembered(bytes) ? last_ : locate(bytes, false);
+        while (step_back(position)) {
+            if (!same(position.page->entry(position.slot), bytes)) return answer(position, found);
+        }
+        return false;
+    });
+}
+
+// True when `last_` may be used and stands on this entry.
+bool CdxTag::Tree::remembered(Bytes entry) const {
+    return last_.page != nullptr && last_generation_ == pages_.generation() &&
+           same(last_.page->entry(last_.slot), entry);
+}
+
+bool CdxTag::Tree::answer(Position position, IndexEntry& found) {
+    if (position.slot >= position.page->count()) return false;
+    const Bytes key = position.page->entry(position.slot).first(description_.key_length);
+    found.key.assign(as_text(key));
+    found.record = position.page->record(position.slot);
+    last_ = position;
+    last_generation_ = pages_.generation();
+    return true;
+}
+
+CdxPage& CdxTag::Tree::load(std::uint32_t offset) {
+    if (visits_left_-- == 0) pages_.damaged(offset, "expected pages that do not lead in a circle");
+    return pages_.page(form(), offset);
+}
+
+CdxPage& CdxTag::Tree::root() { return load(pages_.root(form())); }
+
+CdxPage& CdxTag::Tree::child_of(const CdxPage& page, std::size_t slot) {
+    const std::uint32_t offset = page.child(slot);
+    if (offset == page.offset()) {
+        pages_.damaged(offset, "entry " + std::to_string(slot) + ": expected another page");
+    }
+    return load(offset);
+}
+
+CdxPage& CdxTag::Tree::sibling(const CdxPage& page, std::uint32_t offset) {
+    if (offset == page.offset()) pages_.damaged(offset, "expected another page as sibling");
+    CdxPage& other = load(offset);
+    if (other.leaf() != page.leaf()) {
+        pages_.damaged(page.offset(), "expected a sibling of the same level");
+    }
+    return other;
+}
+
+CdxPage& CdxTag::Tree::right_of(const CdxPage& page) {
+    CdxPage& other = sibling(page, page.right);
+    if (!page.empty() && !other.empty() && compare(page.last_entry(), other.entry(0)) > 0) {
+        pages_.damaged(other.offset(), "expected keys behind those of the left sibling");
+    }
+    return other;
+}
+
+// A page that a cut-short split left without an entry in the parent.
+CdxPage& CdxTag::Tree::split_off(const CdxPage& page) {
+    CdxPage& other = right_of(page);
+    if (page.empty() || other.empty()) pages_.damaged(page.offset(), "expected entries");
+    return other;
+}
+
+// A leaf and the slot of the first entry at or past the probe; past every entry, the slot behind
+// the last one.
+CdxTag::Tree::Position CdxTag::Tree::locate(Bytes probe, bool past_equal) {
+    CdxPage* page = &root();
+    for (std::size_t depth = 0; depth < kDeepestTree; ++depth) {
+        std::size_t slot = page->bound(probe, past_equal);
+        while (slot == page->count() && page->right != kNoPage) {
+            page = &right_of(*page);
+            slot = page->bound(probe, past_equal);
+        }
+        if (page->leaf()) {
+            check_depth(*page, depth);
+            return {page, slot};
+        }
+        page = &child_of(*page, std::min(slot, page->count() - 1));
+    }
+    pages_.damaged(page->offset(), "expected a tree of at most 64 levels");
+}
+
+void CdxTag::Tree::check_depth(const CdxPage& leaf, std::size_t depth) {
+    if (depth_generation_ == pages_.generation() && leaf_depth_ != depth) {
+        pages_.damaged(leaf.offset(), "expected leaves at one depth only");
+    }
+    depth_generation_ = pages_.generation();
+    leaf_depth_ = depth;
+}
+
+bool CdxTag::Tree::step_back(Position& position) {
+    if (position.slot == 0) return !position.page->empty() && find_before(position);
+    --position.slot;
+    return true;
+}
+
+// Goes from the first entry of a leaf to the one before it. The way leads from the root down: a
+// write that was cut short can leave left pointers behind that name pages no longer in use.
+bool CdxTag::Tree::find_before(Position& position) {
+    const Bytes first = position.page->entry(0);
+    Path candidates;
+    descend_before(root(), first, candidates);
+    while (!candidates.empty()) {
+        const Position nearest = candidates.back();
+        candidates.pop_back();
+        if (nearest.page->leaf()) {
+            position = nearest;
+            return true;
+        }
+        if (nearest.slot > 0) candidates.push_back({nearest.page, nearest.slot - 1});
+        descend_before(child_of(*nearest.page, nearest.slot), first, candidates);
+    }
+    return false;
+}
+
+// Collects the places under a page where the last entry below `limit` may be, the nearest last.
+void CdxTag::Tree::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
+    for (CdxPage* page = &from;;) {
+        std::size_t slot = page->bound(limit, false);
+        while (slot == page->count() && page->right != kNoPage) {
+            if (slot > 0) candidates.push_back({page, slot - 1});
+            page = &right_of(*page);
+            slot = page->bound(limit, false);
+        }
+        if (!page->leaf()) slot = std::min(slot, page->count() - 1);
+        if (slot > 0) candidates.push_back({page, slot - 1});
+        if (page->leaf()) return;
+        page = &child_of(*page, slot);
+    }
+}
+
+// Follows right pointers, short of the page `end` and of entries that are not below `limit`.
+CdxPage& CdxTag::Tree::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
+    CdxPage* page = &from;
+    while (page->right != kNoPage && page->right != end) {
+        CdxPage& right = right_of(*page);
+        if (!right.empty() && compare(right.entry(0), limit) >= 0) break;
+        page = &right;
+    }
+    return *page;
+}
+
+bool CdxTag::Tree::step_on(Position& position) {
+    ++position.slot;
+    while (position.slot >= position.page->count()) {
+        if (position.page->right == kNoPage) return false;
+        position = {&right_of(*position.page), 0};
+    }
+    return true;
+}
+
+// -- Changing.
+
+bool CdxTag::Tree::contains(Bytes key) {
+    IndexEntry found;
+    return key.size() == description_.key_length && forward(key, false, found) &&
+           same(as_bytes(found.key), key);
+}
+
+std::vector<Byte> CdxTag::Tree::checked_entry(Bytes key, RecordNumber record) const {
+    if (key.size() != description_.key_length) {
+        throw EngineFault(FaultCode::kUnsuitableValue, "change index",
+                          pages_.path() + ": tag " + description_.name + ": a key of " +
+                              std::to_string(description_.key_length) + " bytes is needed");
+    }
+    return probe(key, record);
+}
+
+bool CdxTag::Tree::insert(Bytes key, RecordNumber record) {
+    const std::vector<Byte> entry = checked_entry(key, record);
+    Path path = path_to(entry);
+    const auto [leaf, slot] = path.back();
+    if (slot < leaf->count() && same(leaf->entry(slot), entry)) return false;
+    leaf->insert(slot, entry);
+    settle(path, path.size() - 1);
+    return true;
+}
+
+bool CdxTag::Tree::remove(Bytes key, RecordNumber record) {
+    const std::vector<Byte> entry = checked_entry(key, record);
+    Path path = path_to(entry);
+    const auto [leaf, slot] = path.back();
+    if (slot == leaf->count() || !same(leaf->entry(slot), entry)) return false;
+    leaf->erase(slot);
+    if (path.size() > 1 && slot == leaf->count()) {
+        const Position& parent = path[path.size() - 2];
+        loosen(*leaf, parent.page->entry(parent.slot));
+    }
+    if (path.size() == 1 || !leaf->loose) settle(path, path.size() - 1);
+    pages_.touch_entries(*leaf);
+    return true;
+}
+
+void CdxTag::Tree::loosen(CdxPage& page, Bytes said) {
+    if (page.loose) return;
+    loose_.emplace_back(said.begin(), said.end());
+    page.loose = true;
+}
+
+void CdxTag::Tree::finish() {
+    while (!loose_.empty()) {
+        Path path = path_to(loose_.back());
+        const auto lowest = std::find_if(path.rbegin(), path.rend(),
+                                         [](const Position& step) { return step.page->loose; });
+        if (lowest == path.rend()) {
+            loose_.pop_back();
+            continue;
+        }
+        lowest->page->loose = false;
+        settle(path, static_cast<std::size_t>(path.rend() - lowest) - 1);
+    }
+}
+
+// The way down to the leaf and slot of an entry, or to where it belongs.
+CdxTag::Tree::Path CdxTag::Tree::path_to(Bytes entry) {
+    begin();
+    Path path;
+    while (!descend(entry, path)) path.clear();
+    return path;
+}
+
+// False when something had to be mended on the way, after which the path is another one.
+bool CdxTag::Tree::descend(Bytes entry, Path& path) {
+    CdxPage* page = &root();
+    if (page->right != kNoPage) {
+        learn_levels(path, *page);
+        grow(*page, {&split_off(*page)});
+        return false;
+    }
+    for (;;) {
+        std::size_t slot = page->bound(entry, false);
+        if (!page->leaf()) slot = std::min(slot, page->count() - 1);
+        path.push_back({page, slot});
+        if (page->leaf()) break;
+        if (path.size() > kDeepestTree) {
+            pages_.damaged(page->offset(), "expected a tree of at most 64 levels");
+        }
+        CdxPage& child = child_of(*page, slot);
+        if (mend(path, child)) return false;
+        page = &child;
+    }
+    if (mend_before(path, entry)) return false;
+    set_levels(path);
+    return true;
+}
+
+void CdxTag::Tree::set_levels(const Path& path) {
+    for (std::size_t depth = 0; depth < path.size(); ++depth) {
+        const int level = static_cast<int>(path.size() - 1 - depth);
+        CdxPage& page = *path[depth].page;
+        if (page.level != level && page.level != CdxPage::kUnknownLevel) {
+            pages_.damaged(page.offset(), "expected leaves at one depth only");
+        }
+        page.level = level;
+    }
+}
+
+// The levels of a page and of those above it, for what is written before a whole path is known.
+void CdxTag::Tree::learn_levels(const Path& path, CdxPage& child) {
+    int level = 0;
+    for (CdxPage* page = &child; !page->leaf(); page = &child_of(*page, 0)) ++level;
+    child.level = level;
+    for (auto step = path.rbegin(); step != path.rend(); ++step) step->page->level = ++level;
+}
+
+// Brings the last entry of `path` in line with the child that it names. Answers true when
+// something was not as it should be. A child that ends before what the parent says is loose.
+bool CdxTag::Tree::mend(Path& path, CdxPage& child) {
+    CdxPage& parent = *path.back().page;
+    const std::size_t slot = path.back().slot;
+    mend_left_pointer(path, child);
+    const std::uint32_t next = expected_right(path.back());
+    CdxPage* extra = child.right == next ? nullptr : &split_off(child);
+    const std::vector<Byte> said(parent.entry(slot).begin(), parent.entry(slot).end());
+    if (extra == nullptr && (child.loose || same(said, child.last_entry()))) return false;
+    if (extra == nullptr && compare(child.last_entry(), said) < 0) {
+        loosen(child, said);
+        return false;
+    }
+    // Pages that were split off lead to the next child of the parent; anything else is no split.
+    for (CdxPage* page = extra; page != nullptr && page->right != next;) {
+        if (page->right == kNoPage) {
+            pages_.damaged(child.offset(), "expected siblings in the order of the level above");
+        }
+        page = &right_of(*page);
+    }
+    learn_levels(path, child);
+    // Touched before it is altered: should the order below turn out wrong, the page is forgotten.
+    pages_.touch_entries(parent);
+    parent.set_last_of_child(slot, child.last_entry());
+    child.loose = false;
+    if (extra != nullptr) {
+        const bool ends_before = compare(extra->last_entry(), said) < 0;
+        if (ends_before) loosen(*extra, said);
+        parent.insert(slot + 1, ends_before ? Bytes(said) : extra->last_entry(), extra->offset());
+        link_behind(child, *extra);
+    }
+    if (slot + 1 < parent.count() && compare(parent.entry(slot), parent.entry(slot + 1)) > 0) {
+        pages_.damaged(parent.offset(), "expected entries in key order");
+    }
+    settle(path, path.size() - 1);
+    return true;
+}
+
+// An entry that would become the first of its leaf can have its place in the leaf before, where
+// the parents have not learnt yet of a last entry added there.
+bool CdxTag::Tree::mend_before(const Path& path, Bytes entry) {
+    if (path.back().slot > 0) return false;
+    const auto turn = std::find_if(path.rbegin(), path.rend(),
+                                   [](const Position& step) { return step.slot > 0; });
+    if (turn == path.rend()) return false;
+    const CdxPage* before = left_neighbour(path, path.size() - 1);
+    if (before->empty() || compare(before->last_entry(), entry) < 0) return false;
+    const Bytes named = turn->page->entry(turn->slot - 1);
+    Path other;
+    if (descend(std::vector<Byte>(named.begin(), named.end()), other)) {
+        pages_.damaged(before->offset(), "expected keys before those of the next page");
+    }
+    return true;
+}
+
+// The page that comes behind the named child according to its parents.
+std::uint32_t CdxTag::Tree::expected_right(const Position& parent) {
+    if (parent.slot + 1 < parent.page->count()) return parent.page->child(parent.slot + 1);
+    if (parent.page->right == kNoPage) return kNoPage;
+    return right_of(*parent.page).child(0);
+}
+
+void CdxTag::Tree::mend_left_pointer(Path& path, CdxPage& child) {
+    const Position parent = path.back();
+    if (parent.slot > 0 && child.left == parent.page->child(parent.slot - 1)) return;
+    path.push_back({&child, 0});
+    const CdxPage* neighbour = left_neighbour(path, path.size() - 1);
+    path.pop_back();
+    const std::uint32_t left = neighbour == nullptr ? kNoPage : neighbour->offset();
+    if (child.left == left) return;
+    child.left = left;
+    pages_.touch_pointers(child);
+}
+
+// The page whose right pointer names the page at `depth`, or passes it over.
+CdxPage* CdxTag::Tree::left_neighbour(const Path& path, std::size_t depth) {
+    std::size_t level = depth;
+    while (level > 0 && path[level - 1].slot == 0) --level;
+    if (level == 0) return nullptr;
+    const Bytes limit = path[depth - 1].page->entry(path[depth - 1].slot);
+    CdxPage* page = &child_of(*path[level - 1].page, path[level - 1].slot - 1);
+    for (;; ++level) {
+        page = &last_below(*page, limit, path[level].page->offset());
+        if (level == depth) return page;
+        if (page->leaf() || page->empty()) {
+            pages_.damaged(page->offset(), "expected leaves at one depth only");
+        }
+        page = &child_of(*page, page->count() - 1);
+    }
+}
+
+// Follows up a change to the entries of one page: splits it or takes it out of the tree, and
+// corrects its entry in the parent.
+void CdxTag::Tree::settle(Path& path, std::size_t depth) {
+    CdxPage& page = *path[depth].page;
+    pages_.touch_entries(page);
+    if (page.empty()) return remove_emptied(path, depth);
+    const std::vector<CdxPage*> added = split(page, path[depth]);
+    if (depth == 0) {
+        if (!added.empty()) grow(page, added);
+        return;
+    }
+    CdxPage& parent = *path[depth - 1].page;
+    std::size_t slot = path[depth - 1].slot;
+    CdxPage& end = added.empty() ? page : *added.back();
+    const Bytes said = parent.entry(slot);
+    end.loose = end.loose && compare(end.last_entry(), said) < 0;
+    const Bytes last = end.loose ? said : end.last_entry();
+    if (added.empty() && same(said, last)) return;
+    const std::vector<Byte> end_entry(last.begin(), last.end());
+    parent.set_last_of_child(slot, added.empty() ? Bytes(end_entry) : page.last_entry());
+    for (const CdxPage* one : added) {
+        parent.insert(++slot, one == &end ? Bytes(end_entry) : one->last_entry(), one->offset());
+    }
+    path[depth - 1].slot = slot;
+    settle(path, depth - 1);
+}
+
+void CdxTag::Tree::remove_emptied(Path& path, std::size_t depth) {
+    CdxPage& page = *path[depth].page;
+    if (depth == 0) {
+        page.become_empty_leaf();
+        return;
+    }
+    unlink(page, left_neighbour(path, depth));
+    pages_.free(page);
+    path[depth - 1].page->erase(path[depth - 1].slot);
+    settle(path, depth - 1);
+}
+
+// Cuts a page that has become too large; the new pages lie to its right.
+std::vector<CdxPage*> CdxTag::Tree::split(CdxPage& page, const Position& changed) {
+    const bool appending = page.right == kNoPage && changed.slot + 1 == page.count();
+    std::vector<std::size_t> cuts = page.cuts(appending);
+    std::vector<CdxPage*> added;
+    for (auto cut = cuts.rbegin(); cut != cuts.rend(); ++cut) {
+        CdxPage& part = pages_.add(form(), page.leaf());
+        page.move_tail(*cut, part);
+        link_behind(page, part);
+        added.insert(added.begin(), &part);
+    }
+    return added;
+}
+
+// Makes the left pointers right around a page that lies behind `page`.
+void CdxTag::Tree::link_behind(CdxPage& page, CdxPage& added) {
+    added.left = page.offset();
+    pages_.touch_pointers(added);
+    if (added.right == kNoPage) return;
+    CdxPage& neighbour = sibling(added, added.right);
+    neighbour.left = added.offset();
+    pages_.touch_pointers(neighbour);
+}
+
+void CdxTag::Tree::unlink(const CdxPage& page, CdxPage* left) {
+    if (page.right != kNoPage) {
+        CdxPage& right = sibling(page, page.right);
+        right.left = left == nullptr ? kNoPage : left->offset();
+        pages_.touch_pointers(right);
+    }
+    if (left == nullptr) return;
+    left->level = page.level;
+    left->pass_over(page);
+    pages_.touch_pointers(*left);
+}
+
+// The root stays where it is, because other engines remember its place: its entries move to a new
+// page, and it becomes the branch above that page and `added`.
+void CdxTag::Tree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
+    CdxPage& first = pages_.add(form(), root.leaf());
+    root.move_tail(0, first);
+    first.left = kNoPage;
+    added.front()->left = first.offset();
+    pages_.touch_pointers(*added.front());
+    root.become_branch();
+    root.insert(0, first.last_entry(), first.offset());
+    for (const CdxPage* page : added) {
+        root.insert(root.count(), page->last_entry(), page->offset());
+    }
+    Path path{{&root, root.count() - 1}};
+    settle(path, 0);
+}
+
+// -- The tag itself.
+
+CdxTag::CdxTag(CdxFile& file, TagDescription description, std::uint64_t header_offset)
+    : file_(file),
+      description_(std::move(description)),
+      tree_(std::make_unique<Tree>(*file_.pages_, description_,
+                                   static_cast<std::uint32_t>(header_offset))) {}
+
+CdxTag::~CdxTag() = default;
+
+bool CdxTag::first(IndexEntry& found) { return tree_->forward({}, false, found); }
+
+bool CdxTag::last(IndexEntry& found) { return tree_->backward({}, true, found); }
+
+bool CdxTag::at_or_after(Bytes key, RecordNumber record, IndexEntry& found) {
+    return tree_->forward(tree_->probe(key, record), false, found);
+}
+
+bool CdxTag::at_or_before(Bytes key, RecordNumber record, IndexEntry& found, int timeout_ms) {
+    const CdxFile::Pages::ReadTimeout timeout(*file_.pages_, timeout_ms);
+    return tree_->backward(tree_->probe(key, record), true, found);
+}
+
+bool CdxTag::after(const IndexEntry& entry, IndexEntry& found) { return tree_->next(entry, found); }
+
+bool CdxTag::before(const IndexEntry& entry, IndexEntry& found) {
+    return tree_->previous(entry, found);
+}
+
+}  // namespace brenik::index

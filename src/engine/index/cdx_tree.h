@@ -1,0 +1,143 @@
+// One tag's tree: walking it, and changing it.
+//
+// Walks follow sibling pointers to the right wherever a page turns out to end before the key that
+// its parent promised: that is how a tree looks when a split was cut short by a kill. A change that
+// comes across such a place mends it first (the new page gets its entry in the parent), so that
+// from then on the tree is exact again. Right pointers are always sound, since a page is let go
+// only after nothing names it that way; left pointers are kept right for other programs, but after
+// a kill one may name a page that is gone, and nothing here relies on them.
+//
+// While a change is being collected no page hands a range of keys to its neighbour: what the parent
+// says about a page that ends before it, because it lost its last entry or a change was cut short,
+// stays until finish(), which also takes out the leaves that are still empty then. So neighbouring
+// pages may reach the file in any order.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "engine/index/cdx_pages.h"
+#include "engine/index/cdx_positions.h"
+
+namespace brenik::index {
+
+class CdxTag::Tree {
+  public:
+    Tree(CdxFile::Pages& pages, const TagDescription& description, std::uint32_t header_offset);
+
+    // The first entry that is not less than `probe` (greater, with `past_equal`), comparing only as
+    // many bytes as the probe has.
+    bool forward(Bytes probe, bool past_equal, IndexEntry& found);
+    // The last entry before that one.
+    bool backward(Bytes probe, bool past_equal, IndexEntry& found);
+    bool next(const IndexEntry& entry, IndexEntry& found);
+    bool previous(const IndexEntry& entry, IndexEntry& found);
+
+    // By number, counted from 0 (cdx_positions.h).
+    std::size_t count();
+    std::size_t count_before(Bytes probe, bool past_equal);
+    bool at(std::size_t number, IndexEntry& found);
+
+    bool contains(Bytes key);
+    bool insert(Bytes key, RecordNumber record);
+    bool remove(Bytes key, RecordNumber record);
+    // Ends the collecting of changes; to be called before anything is written.
+    void finish();
+    void forget_changes() { loose_.clear(); }
+    // Fills a tag that has no root page yet.
+    void build(const std::vector<IndexEntry>& entries);
+    // The same for one that has a root page, which stays where it is; its other pages become space
+    // that nothing names.
+    void rebuild(const std::vector<IndexEntry>& entries);
+
+    // Key and record number as pages hold them; a short key alone, to be compared as a prefix.
+    std::vector<Byte> probe(Bytes key, RecordNumber record) const;
+    CdxForm form() const { return {header_, description_.key_length, description_.pad}; }
+
+  private:
+    struct Position {
+        CdxPage* page;
+        std::size_t slot;
+    };
+    using Path = std::vector<Position>;  // from the root down
+    struct Level;
+    class HeaderReader;
+
+    // Runs a walk on pages that belong together.
+    template <typename Walk>
+    bool read(Walk walk);
+    void begin();
+    bool answer(Position position, IndexEntry& found);
+    bool remembered(Bytes entry) const;
+    const LeafCounts& leaf_counts();
+
+    CdxPage& load(std::uint32_t offset);
+    CdxPage& root();
+    CdxPage& child_of(const CdxPage& page, std::size_t slot);
+    CdxPage& right_of(const CdxPage& page);
+    CdxPage& split_off(const CdxPage& page);
+    CdxPage& sibling(const CdxPage& page, std::uint32_t offset);
+    Position locate(Bytes probe, bool past_equal);
+    void check_depth(const CdxPage& leaf, std::size_t depth);
+    bool step_back(Position& position);
+    bool find_before(Position& position);
+    void descend_before(CdxPage& from, Bytes limit, Path& candidates);
+    CdxPage& last_below(CdxPage& from, Bytes limit, std::uint32_t end);
+    bool step_on(Position& position);
+
+    Path path_to(Bytes entry);
+    bool descend(Bytes entry, Path& path);
+    void set_levels(const Path& path);
+    void learn_levels(const Path& path, CdxPage& child);
+    bool mend(Path& path, CdxPage& child);
+    std::uint32_t expected_right(const Position& parent);
+    void settle(Path& path, std::size_t depth);
+    void loosen(CdxPage& page, Bytes said);
+    void remove_emptied(Path& path, std::size_t depth);
+    std::vector<CdxPage*> split(CdxPage& page, const Position& changed);
+    void link_behind(CdxPage& page, CdxPage& added);
+    void unlink(const CdxPage& page, CdxPage* left);
+    bool mend_before(const Path& path, Bytes entry);
+    void mend_left_pointer(Path& path, CdxPage& child);
+    CdxPage* left_neighbour(const Path& path, std::size_t depth);
+    std::vector<Byte> checked_entry(Bytes key, RecordNumber record) const;
+    void append(Level& level, Bytes entry, std::uint32_t child);
+    CdxPage& begin_page(Level& level);
+    void grow(CdxPage& root, const std::vector<CdxPage*>& added);
+
+    CdxFile::Pages& pages_;
+    const TagDescription& description_;
+    std::uint32_t header_;
+    std::uint64_t visits_left_ = 0;
+    std::vector<std::vector<Byte>> loose_;  // what the parents of loose pages say
+
+    std::uint64_t depth_generation_ = 0;
+    std::size_t leaf_depth_ = 0;
+
+    // Where the last entry was found, valid for one generation of the pages.
+    Position last_{nullptr, 0};
+    std::uint64_t last_generation_ = 0;
+
+    LeafCounts leaf_counts_;
+    std::uint64_t counted_generation_ = 0;
+};
+
+template <typename Walk>
+bool CdxTag::Tree::read(Walk walk) {
+    struct Guard {
+        CdxFile::Pages& pages;
+        ~Guard() { pages.end_read(); }
+    } guard{pages_};
+    pages_.begin_read();
+    try {
+        begin();
+        return walk();
+    } catch (const StaleCache&) {
+        begin();
+        return walk();
+    }
+}
+
+}  // namespace brenik::index

@@ -1,0 +1,63 @@
+// Reasons, in plain words.
+
+#include "engine/locks/open_file.h"
+
+#include "platform/holder.h"
+
+namespace brenik::locks {
+namespace {
+
+constexpr Obstacle obstacle_of(platform::Sharing sharing) {
+    return {{platform::kSharingByte, 1},
+            sharing == platform::Sharing::kExclusive ? platform::LockKind::kExclusive
+                                                     : platform::LockKind::kShared};
+}
+
+// What others do with a file that they keep from being opened, up to the word "by".
+const char* use_of(const FileUse& use) { return use.exclusive() ? "in use" : "in exclusive use"; }
+
+std::string held(const std::string& path, const std::string& use, const std::string& holders) {
+    return path + ": " + use + " by " + holders;
+}
+
+bool is_held(const platform::File& file) {
+    return file.failure() == platform::OpenFailure::kSharing;
+}
+
+}  // namespace
+
+Refused::Refused(const platform::File& file, const FileUse& use)
+    : EngineFault(is_held(file) ? FaultCode::kBusy : FaultCode::kInputOutput, "open",
+                  is_held(file) ? held(file.path(), use_of(use), "another program")
+                                : file.path() + ": " + file.why_not_open()),
+      path_(file.path()),
+      use_(use_of(use)) {
+    if (is_held(file)) obstacle_ = obstacle_of(use.sharing);
+}
+
+Refused::Refused(const std::string& path, const std::string& use, Obstacle obstacle)
+    : EngineFault(FaultCode::kBusy, "open", held(path, use, "another program")),
+      path_(path),
+      use_(use),
+      obstacle_(obstacle) {}
+
+std::string Refused::explanation() const {
+    if (!obstacle_) return what();
+    const std::string holders = platform::lock_holders(path_, obstacle_->range.offset,
+                                                       obstacle_->range.length, obstacle_->wanted);
+    return holders.empty() ? what() + std::string("; which one, this computer does not tell")
+                           : held(path_, use_, holders);
+}
+
+void refuse_busy(const char* operation, const std::string& path, const std::string& use,
+                 Obstacle obstacle) {
+    throw EngineFault(FaultCode::kBusy, operation, Refused(path, use, obstacle).explanation());
+}
+
+platform::File open_file(const std::string& path, const FileUse& use) {
+    platform::File file = platform::File::open(path, use.access, use.sharing);
+    if (!file.is_open()) throw Refused(file, use);
+    return file;
+}
+
+}  // namespace brenik::locks

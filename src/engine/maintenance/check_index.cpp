@@ -1,0 +1,453 @@
+// The structure of an index first, on bytes read under its lock; then tag by tag the keys.
+//
+// Keys are compared without holding up anybody: the records are read as they are just then. What
+// looks wrong is compared once more under the index lock, with the index read again if it has
+// changed; under that lock no change of an index is half done. A record that somebody has locked
+// may lack its keys for good reason, so it is named as not checked.
+//
+// However much looks wrong, nobody waits for it: the lock is let go every so often, and nothing is
+// reported under it, because whoever takes the report may be slow.
+
+#include "engine/maintenance/check_index.h"
+
+#include <algorithm>
+#include <chrono>
+#include <set>
+#include <span>
+
+#include "engine/index/cdx_header.h"
+#include "engine/locks/short_lock.h"
+#include "engine/maintenance/check_keys.h"
+#include "engine/record/record_scan.h"
+#include "util/runtime.h"
+
+namespace brenik::maintenance {
+namespace {
+
+constexpr std::uint32_t kFirstTreePage = 2 * index::kCdxPageSize;
+constexpr std::uint64_t kFreeHeadOffset = 4;
+constexpr std::size_t kMostPagesNamed = 5;
+constexpr RecordNumber kProgressStep = 4096;
+constexpr std::chrono::milliseconds kLongestHold{100};
+
+index::CdxForm directory_form() { return {0, index::kTagNameLength, ' '}; }
+
+// For tags whose expression cannot be used: the key bytes are only compared with each other.
+Byte likely_pad(const index::TagDescription& tag) { return tag.collation.empty() ? ' ' : 0; }
+
+std::string reason_of(const EngineFault& fault, const std::string& path) {
+    const std::string what = fault.what();
+    return what.starts_with(path + ": ") ? what.substr(path.size() + 2) : what;
+}
+
+// The tag as it would be made today, where only the key length in its header is wrong.
+std::optional<make::TagPlan> plan_anew(const index::TagDescription& tag,
+                                       const record::TableLayout& layout) {
+    if (!tag.unsupported.empty() && tag.key_length >= 1 &&
+        tag.key_length <= index::kLongestCdxKey) {
+        return std::nullopt;
+    }
+    if (!tag.collation.empty()) return std::nullopt;
+    try {
+        return make::plan_new_tag(
+            {tag.name, tag.key, tag.condition, tag.unique, tag.candidate, tag.descending}, layout);
+    } catch (const expression::ExpressionError&) {
+        return std::nullopt;
+    }
+}
+
+FoundTag read_tag(const IndexBytes& bytes, const record::TableLayout& layout,
+                  const std::string& name, std::uint32_t header, const std::string& path) {
+    const Bytes raw = bytes.header_at(header);
+    FoundTag tag{index::parse_tag_header(raw, name, path, header),
+                 header,
+                 load_le32(raw.data()),
+                 {},
+                 {},
+                 {}};
+    try {
+        tag.plan = make::plan_existing_tag(tag.description, layout);
+    } catch (const expression::ExpressionError& error) {
+        tag.unusable = error.what();
+        tag.rebuilt = plan_anew(tag.description, layout);
+    }
+    return tag;
+}
+
+// The entries of the directory that can be read, whatever else is wrong.
+struct Directory {
+    std::vector<index::IndexEntry> names;
+    bool complete = true;
+};
+
+Directory read_directory(const IndexBytes& bytes, const std::string& path) {
+    Directory directory;
+    if (bytes.header_at(0).empty()) return {{}, false};
+    CheckedTable counts;
+    const Report silent = [](const Finding&) {};
+    const Reporter report(path, silent, counts);
+    const auto walk = [&](std::uint32_t root) {
+        PageOwners owners(bytes.bytes().size());
+        TreeWalk(bytes, owners, report, "", directory_form())
+            .run(root, [&](const index::CdxPage& page) {
+                for (std::size_t slot = 0; slot < page.count(); ++slot) {
+                    const Bytes name = page.entry(slot).first(index::kTagNameLength);
+                    directory.names.push_back(
+                        {std::string(trim_right(as_text(name))), page.record(slot)});
+                }
+            });
+    };
+    walk(load_le32(bytes.bytes().data()));
+    // Nearly every file has the directory right behind its header.
+    if (directory.names.empty() && counts.faults > 0) {
+        counts.faults = 0;
+        walk(kFirstTreePage);
+    }
+    directory.complete = counts.faults == 0;
+    std::stable_sort(
+        directory.names.begin(), directory.names.end(),
+        [](const index::IndexEntry& a, const index::IndexEntry& b) { return a.record < b.record; });
+    return directory;
+}
+
+class IndexCheck {
+  public:
+    IndexCheck(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+               const Progress& progress)
+        : files_(files),
+          header_(header),
+          layout_(*header.layout),
+          report_(report),
+          progress_(progress) {}
+
+    void run() {
+        if (!bytes_.read(files_.index)) {
+            return report_.unchecked("index-locked", {}, "somebody keeps the index locked");
+        }
+        if (files_.index.size() > IndexBytes::kLargest) {
+            report_.fault("index-size", Remedy::kReindex, {},
+                          "the file is larger than its page numbers can tell");
+        }
+        if (bytes_.header_at(0).empty()) {
+            return report_.fault("index-header", Remedy::kRestore, {},
+                                 "the file is shorter than an index header");
+        }
+        check_structure();
+        for (std::size_t i = 0; i < found_.tags.size(); ++i) check_keys(i);
+    }
+
+  private:
+    void check_structure() {
+        if (bytes_.bytes().size() % index::kCdxPageSize != 0) {
+            report_.note("index-size", Remedy::kReindex, {},
+                         "the file ends in the middle of a page");
+        }
+        try {
+            index::check_directory_header(bytes_.header_at(0), report_.file());
+        } catch (const EngineFault& fault) {
+            report_.fault("index-header", Remedy::kReindex, {}, reason_of(fault, report_.file()));
+        }
+        PageOwners owners(bytes_.bytes().size());
+        owners.claim(0, "the header");
+        owners.claim(index::kCdxPageSize, "the header");
+        TreeWalk(bytes_, owners, report_, "(directory)", directory_form())
+            .run(load_le32(bytes_.bytes().data()), [](const index::CdxPage&) {});
+        found_ = find_tags(bytes_, layout_, report_.file());
+        report_tags(owners);
+        for (const FoundTag& tag : found_.tags) walk_tag(tag, owners);
+        check_free_list(owners);
+        report_orphans(owners);
+        report_.counts().tags += found_.tags.size();
+    }
+
+    void report_tags(PageOwners& owners) {
+        for (const std::string& name : found_.unreadable) {
+            Finding place;
+            place.tag = name;
+            report_.fault("tag-header", Remedy::kReindex, place,
+                          "its header cannot be read: the tag is lost unless its definition is "
+                          "given anew");
+        }
+        std::set<std::string> names;
+        for (const FoundTag& tag : found_.tags) {
+            const std::string& name = tag.description.name;
+            if (!names.insert(name).second) {
+                report_.fault("tag-name", Remedy::kReindex, at_page(name, tag.header),
+                              "a second tag of that name");
+            }
+            for (const std::uint64_t page : {tag.header, tag.header + 512U}) {
+                const std::string refused = owners.claim(page, "the header of tag " + name);
+                if (refused.empty()) continue;
+                report_.fault("index-page", Remedy::kReindex, at_page(name, page),
+                              "the page of its header " + refused);
+            }
+            if (!tag.description.wrong_place.empty()) {
+                report_.fault("tag-header", Remedy::kReindex, at_page(name, tag.header),
+                              tag.description.wrong_place);
+            }
+            if (!tag.unusable.empty()) report_unusable(tag);
+        }
+    }
+
+    void report_unusable(const FoundTag& tag) {
+        const Finding place = at_page(tag.description.name, tag.header);
+        if (tag.rebuilt) {
+            return report_.fault("tag-header", Remedy::kReindex, place, tag.unusable);
+        }
+        const bool foreign = !tag.description.unsupported.empty();
+        report_.fault(foreign ? "tag-unsupported" : "tag-expression", Remedy::kByHand, place,
+                      tag.unusable +
+                          ": its keys cannot be checked, and a table with such a tag "
+                          "cannot be used");
+    }
+
+    void walk_tag(const FoundTag& tag, PageOwners& owners) {
+        entries_.emplace_back();
+        const index::TagDescription& description =
+            tag.plan ? tag.plan->description : tag.description;
+        if (description.key_length < 1 || description.key_length > index::kLongestCdxKey) return;
+        const Byte pad = tag.plan ? description.pad : likely_pad(description);
+        const index::CdxForm form{tag.header, description.key_length, pad};
+        TreeWalk(bytes_, owners, report_, description.name, form)
+            .run(tag.root, [&](const index::CdxPage& page) { collect(page, entries_.back()); });
+        if (!tag.plan) entries_.back().clear();
+    }
+
+    static void collect(const index::CdxPage& page, std::vector<TreeEntry>& entries) {
+        for (std::size_t slot = 0; slot < page.count(); ++slot) {
+            const Bytes entry = page.entry(slot);
+            entries.push_back({page.record(slot), page.offset(),
+                               hash_of(as_text(entry.first(entry.size() - 4)))});
+        }
+    }
+
+    void check_free_list(PageOwners& owners) {
+        std::uint32_t page = load_le32(bytes_.bytes().data() + kFreeHeadOffset);
+        while (page != 0 && page != index::kNoPage) {
+            const std::string refused = owners.claim(page, "the free list");
+            if (!refused.empty()) {
+                return report_.fault("free-list", Remedy::kReindex, at_page({}, page),
+                                     "is on the list of free pages, but " + refused);
+            }
+            page = load_le32(bytes_.page(page).data());
+        }
+    }
+
+    void report_orphans(const PageOwners& owners) {
+        const std::vector<std::uint64_t> orphans = owners.unclaimed();
+        if (orphans.empty()) return;
+        std::string list;
+        for (std::size_t i = 0; i < std::min(orphans.size(), kMostPagesNamed); ++i) {
+            list += (i == 0 ? "" : ", ") + std::to_string(orphans[i]);
+        }
+        if (orphans.size() > kMostPagesNamed) list += " ...";
+        report_.note("orphan-pages", Remedy::kReindex, at_page({}, orphans.front()),
+                     std::to_string(orphans.size()) +
+                         " pages belong to no tag and are not on the list of free pages (at " +
+                         list + "): wasted space, nothing worse");
+    }
+
+    // -- Keys.
+
+    bool read_records(RecordNumber first, MutableBytes into) const {
+        return files_.table.read_at(header_.end_of(first - 1), into) == into.size();
+    }
+
+    RecordNumber count_now() const {
+        std::vector<Byte> count(4);
+        if (files_.table.read_at(4, count) != 4) return 0;
+        const RecordNumber counted = std::max(load_le32(count.data()), header_.usable);
+        const std::uint64_t size = files_.table.size();
+        const std::uint64_t held = size < layout_.header_length
+                                       ? 0
+                                       : (size - layout_.header_length) / layout_.record_length;
+        return static_cast<RecordNumber>(std::min<std::uint64_t>(counted, held));
+    }
+
+    void check_keys(std::size_t number) {
+        const FoundTag& tag = found_.tags[number];
+        if (!tag.plan) return;
+        KeyCheck::Suspicions found;
+        {
+            const KeyCheck check(*tag.plan, bytes_,
+                                 read_again_ ? entries_of(tag) : std::move(entries_[number]));
+            const RecordNumber count = header_.usable;
+            const auto read = [&](RecordNumber first, MutableBytes into) {
+                return read_records(first, into);
+            };
+            record::scan_records(layout_, count, read, [&](const record::RecordView& record) {
+                check.check(record, found);
+                if (progress_ && record.number % kProgressStep == 0) {
+                    progress_("tag " + tag.description.name, record.number, count);
+                }
+                return true;
+            });
+            check.check_past(count, found);
+            check.check_unique(found);
+        }
+        if (!found.empty()) confirm(tag, found);
+    }
+
+    // Looks once more.
+    void confirm(const FoundTag& tag, const KeyCheck::Suspicions& suspicions) {
+        std::set<RecordNumber> distinct;
+        for (const auto& suspicion : suspicions) distinct.insert(suspicion.record);
+        const std::vector<RecordNumber> records(distinct.begin(), distinct.end());
+        std::optional<KeyCheck> check(std::in_place, *tag.plan, bytes_, entries_of(tag));
+        for (std::size_t done = 0; done < records.size();) {
+            std::vector<Confirmed> confirmed;
+            const std::size_t more =
+                confirm_some(tag, std::span(records).subspan(done), check, confirmed);
+            if (more == 0) {
+                return report_.unchecked("index-locked", at_page(tag.description.name, tag.header),
+                                         "somebody keeps the index locked");
+            }
+            done += more;
+            for (const Confirmed& wrong : confirmed) report_confirmed(tag, wrong);
+        }
+        // The entries among themselves are of one moment, and a count only grows.
+        const RecordNumber count = count_now();
+        KeyCheck::Suspicions found;
+        check->check_past(count, found);
+        check->check_unique(found);
+        for (const auto& suspicion : found) {
+            const bool there = suspicion.record != 0 && suspicion.record <= count;
+            report_confirmed(tag, {suspicion, there, there && in_use(suspicion.record)});
+        }
+    }
+
+    struct Confirmed {
+        KeyCheck::Suspicion suspicion;
+        bool there;   // the record
+        bool in_use;  // somebody had it locked at that moment
+    };
+
+    // The first of these records, with nobody changing the index meanwhile, and as many as others
+    // can be kept waiting for. Answers their number: 0 when somebody keeps the index locked.
+    std::size_t confirm_some(const FoundTag& tag, std::span<const RecordNumber> records,
+                             std::optional<KeyCheck>& check, std::vector<Confirmed>& confirmed) {
+        using Clock = std::chrono::steady_clock;
+        const locks::ShortLock lock = locks::ShortLock::on_index(files_.index);
+        if (!lock.held()) return 0;
+        if (!bytes_.is_current(files_.index)) {
+            check.reset();
+            bytes_.read_again(files_.index);
+            read_again_ = true;
+            check.emplace(*tag.plan, bytes_, entries_of(tag));
+        }
+        const RecordNumber count = count_now();
+        const Clock::time_point end = Clock::now() + kLongestHold;
+        std::vector<Byte> bytes(layout_.record_length);
+        std::size_t done = 0;
+        do {
+            const RecordNumber record = records[done++];
+            if (record == 0 || record > count || !read_records(record, bytes)) continue;
+            KeyCheck::Suspicions found;
+            check->check({bytes, record}, found);
+            const bool used = !found.empty() && in_use(record);
+            for (const auto& suspicion : found) confirmed.push_back({suspicion, true, used});
+        } while (done < records.size() && Clock::now() < end);
+        return done;
+    }
+
+    // The tree as the bytes say now; its structure has been looked at before.
+    std::vector<TreeEntry> entries_of(const FoundTag& tag) const {
+        std::vector<TreeEntry> entries;
+        CheckedTable counts;
+        const Report silent = [](const Finding&) {};
+        const Reporter report(report_.file(), silent, counts);
+        PageOwners owners(bytes_.bytes().size());
+        const index::TagDescription& description = tag.plan->description;
+        const Bytes raw = bytes_.header_at(tag.header);
+        if (raw.empty()) return entries;
+        TreeWalk(bytes_, owners, report, description.name,
+                 {tag.header, description.key_length, description.pad})
+            .run(load_le32(raw.data()),
+                 [&](const index::CdxPage& page) { collect(page, entries); });
+        return entries;
+    }
+
+    bool in_use(RecordNumber record) {
+        return !locks::ShortLock::on_record(files_.table, layout_, record).held();
+    }
+
+    void report_confirmed(const FoundTag& tag, const Confirmed& confirmed) {
+        const KeyCheck::Suspicion& suspicion = confirmed.suspicion;
+        Finding place = at_tag(tag.description.name, suspicion.record);
+        if (suspicion.page != 0) place.page = suspicion.page;
+        if (confirmed.in_use) {
+            return report_.unchecked("record-locked", place,
+                                     "another program has the record locked; its keys are not "
+                                     "checked");
+        }
+        switch (suspicion.wrong) {
+            case KeyCheck::Wrong::kMissing:
+                return report_.fault("missing-key", Remedy::kReindex, place,
+                                     "the record has no key in the tag");
+            case KeyCheck::Wrong::kStray:
+                return report_.fault("stray-key", Remedy::kReindex, place,
+                                     confirmed.there ? "an entry whose key is not the record's"
+                                                     : "an entry of a record that is not there");
+            case KeyCheck::Wrong::kUnrepresented:
+                return report_.note("unrepresented-key", Remedy::kReindex, place,
+                                    "no entry stands for the record's key; programs leave that "
+                                    "behind when the record that had it changes");
+            case KeyCheck::Wrong::kAgain:
+                return report_.fault(
+                    "key-not-unique", tag.description.unique ? Remedy::kReindex : Remedy::kByHand,
+                    place,
+                    "has the same key as record " + std::to_string(suspicion.other) +
+                        ", which the tag does not allow");
+        }
+    }
+
+    TableFiles& files_;
+    const HeaderFacts& header_;
+    const record::TableLayout& layout_;
+    const Reporter& report_;
+    const Progress& progress_;
+    IndexBytes bytes_;
+    FoundTags found_;
+    std::vector<std::vector<TreeEntry>> entries_;  // by tag, of the bytes as first read
+    bool read_again_ = false;
+};
+
+}  // namespace
+
+FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
+                    const std::string& path) {
+    const Directory directory = read_directory(bytes, path);
+    FoundTags found;
+    found.complete = directory.complete;
+    for (const index::IndexEntry& name : directory.names) {
+        try {
+            if (name.record % index::kCdxPageSize != 0 || name.record < kFirstTreePage ||
+                bytes.header_at(name.record).empty()) {
+                throw EngineFault(FaultCode::kDamagedFile, "open", "outside the file");
+            }
+            found.tags.push_back(read_tag(bytes, layout, name.key, name.record, path));
+        } catch (const EngineFault&) {
+            found.unreadable.push_back(name.key);
+        }
+    }
+    return found;
+}
+
+std::optional<std::vector<std::string>> tag_names(const std::string& path) {
+    TableFiles files = TableFiles::open(path, Access::kCheck);
+    files.open_index(Access::kCheck);
+    IndexBytes bytes;
+    if (!files.index.is_open() || !bytes.read(files.index)) return {};
+    const Directory directory = read_directory(bytes, files.index.path());
+    if (!directory.complete) return {};
+    std::vector<std::string> names;
+    for (const index::IndexEntry& name : directory.names) names.push_back(name.key);
+    return names;
+}
+
+void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+                 const Progress& progress) {
+    IndexCheck(files, header, report, progress).run();
+}
+
+}  // namespace brenik::maintenance

@@ -1,0 +1,40 @@
+// An index file: the structure of its trees, and their keys against the records.
+
+#pragma once
+
+#include <vector>
+
+#include "engine/maintenance/check_header.h"
+#include "engine/maintenance/index_bytes.h"
+#include "engine/make/tag_plan.h"
+
+namespace brenik::maintenance {
+
+// A tag as far as its header can be read.
+struct FoundTag {
+    index::TagDescription description;
+    std::uint32_t header;
+    std::uint32_t root;
+    // Empty when the expressions can be used; else why they cannot.
+    std::string unusable;
+    std::optional<make::TagPlan> plan;
+    // For an unusable tag of which only the key length is wrong: how to make it anew.
+    std::optional<make::TagPlan> rebuilt;
+};
+
+// What an index says about its tags, in creation order.
+struct FoundTags {
+    std::vector<FoundTag> tags;
+    bool complete = true;                 // false: there may be more that cannot be read
+    std::vector<std::string> unreadable;  // names of tags whose header makes no sense
+};
+
+// Reads what can be read, and reports nothing.
+FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
+                    const std::string& path);
+
+// Checks the structure, then the keys of every tag whose expressions can be used.
+void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+                 const Progress& progress);
+
+}  // namespace brenik::maintenance

@@ -1,0 +1,85 @@
+// The whole check of one table: header, records and memos, index.
+
+#include <new>
+
+#include "engine/maintenance/check_header.h"
+#include "engine/maintenance/check_index.h"
+#include "engine/maintenance/check_memo.h"
+#include "engine/maintenance/check_table.h"
+#include "engine/make/index_builder.h"
+
+namespace brenik::maintenance {
+namespace {
+
+// False, with the reason reported, for a file that is not open.
+bool require_open(const platform::File& file, const Reporter& report) {
+    switch (file.failure()) {
+        case platform::OpenFailure::kNone:
+            return true;
+        case platform::OpenFailure::kSharing:
+            report.unchecked("in-use", {}, "in exclusive use by another program");
+            return false;
+        default:
+            report.unchecked("cannot-open", {}, file.why_not_open());
+            return false;
+    }
+}
+
+void check_index_file(TableFiles& files, TableFindings& found, const Reporter& table_report,
+                      const Progress& progress) {
+    const Reporter report = table_report.for_file(files.index.path());
+    if (files.index.failure() == platform::OpenFailure::kMissing) {
+        if (!found.header.layout->has_structural_index()) return;
+        found.index_faults = true;
+        return report.fault("index-missing", Remedy::kRestore, {},
+                            "the index that belongs to the table is missing; restore it, or give "
+                            "its tags to \"brenik reindex\"");
+    }
+    if (!require_open(files.index, report)) return;
+    const CheckedTable before = report.counts();
+    check_index(files, found.header, report, progress);
+    found.index_faults =
+        report.counts().faults > before.faults || report.counts().notes > before.notes;
+    if (platform::file_exists(make::unfinished_index_path(files.index.path()))) {
+        report.for_file(make::unfinished_index_path(files.index.path()))
+            .note("leftover", Remedy::kReindex, {},
+                  "left behind by a \"brenik reindex\" that was interrupted");
+        found.leftover = true;
+    }
+}
+
+}  // namespace
+
+TableFindings check_open_table(TableFiles& files, Access access, const Reporter& report,
+                               const Progress& progress) {
+    TableFindings found;
+    found.header = check_header(files.table, report);
+    if (!found.header.layout) return found;
+    const record::TableLayout& layout = *found.header.layout;
+    report.counts().records = found.header.usable;
+    if (!files.memo.is_open()) files.open_memo(layout.version, access);
+    found.memo = check_records(files, found.header, report, progress);
+    if (!files.index.is_open()) files.open_index(access);
+    check_index_file(files, found, report, progress);
+    return found;
+}
+
+CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress) {
+    CheckedTable counts;
+    TableFiles files = TableFiles::open(path, Access::kCheck);
+    const Reporter reporter(files.table.path(), report, counts);
+    if (!require_open(files.table, reporter)) return counts;
+    try {
+        check_open_table(files, Access::kCheck, reporter, progress);
+    } catch (const platform::FileError& error) {
+        Reporter(error.path(), report, counts)
+            .fault("unreadable", Remedy::kRestore, {}, error.what());
+    } catch (const EngineFault& fault) {
+        reporter.fault("unreadable", Remedy::kRestore, {}, fault.what());
+    } catch (const std::bad_alloc&) {
+        reporter.unchecked("cannot-open", {}, "too large for this machine's memory");
+    }
+    return counts;
+}
+
+}  // namespace brenik::maintenance

@@ -1,0 +1,315 @@
+// Repairing one table: header, end of file, memos, index, in this order, and a second look.
+//
+// What is mended first decides what is to be mended then. So a dry run does the same to copies.
+
+#include <algorithm>
+#include <array>
+
+#include "engine/local/memo_file.h"
+#include "engine/locks/lock_scheme.h"
+#include "engine/maintenance/check_table.h"
+#include "engine/maintenance/mending.h"
+#include "engine/make/index_builder.h"
+#include "engine/record/field_codec.h"
+#include "util/runtime.h"
+
+namespace brenik::maintenance {
+namespace {
+
+constexpr std::uint64_t kCountOffset = 4;
+constexpr std::uint64_t kBlockSizeOffset = 6;
+constexpr Byte kEndOfFile = 0x1A;
+// More bad deletion marks than one in so many records are no damage to single records.
+constexpr RecordNumber kRecordsPerBadMark = 10;
+
+Access access_for(const MendOptions& options) {
+    return options.trial_folder.empty() ? Access::kMend : Access::kTry;
+}
+
+class TableMender {
+  public:
+    TableMender(Access access, const MendOptions& options, const DeedReport& report,
+                const Progress& progress)
+        : options_(options),
+          access_(access),
+          report_(report),
+          mending_(options, report),
+          progress_(progress) {}
+
+    Mended run(const std::string& path, bool index_only) {
+        index_only_ = index_only;
+        files_ = TableFiles::open(path, access_);
+        if (!files_.table.is_open()) return refusal(files_.table);
+        try {
+            CheckedTable counts;
+            const Report silent = [](const Finding&) {};
+            found_ =
+                check_open_table(files_, access_, {files_.table.path(), silent, counts}, progress_);
+            if (!found_.header.layout) {
+                mending_.refuse(files_.table.path(),
+                                "the header cannot be understood; restore the table from a backup");
+                return Mended::kPartly;
+            }
+            for (const platform::File* file : {&files_.memo, &files_.index}) {
+                if (!can_be_had(*file)) return refusal(*file);
+            }
+            if (misplaced()) return refuse_misplaced();
+            if (!index_only && counts.faults + counts.notes == 0) return Mended::kNothingToDo;
+            if (access_ == Access::kTry) return mend_copies();
+            if (index_only) return reindex();
+            repair();
+        } catch (const EngineFault& fault) {
+            mending_.refuse(files_.table.path(), fault.what());
+        }
+        return outcome();
+    }
+
+  private:
+    // Nobody else has a file that is not there.
+    static bool can_be_had(const platform::File& file) {
+        return file.failure() == platform::OpenFailure::kNone ||
+               file.failure() == platform::OpenFailure::kMissing;
+    }
+
+    Mended mend_copies() {
+        const std::string path = files_.table.path();
+        try {
+            copy_table(path, options_.trial_folder);
+        } catch (const EngineFault&) {
+            mending_.refuse(path, "cannot be tried: no copy of its files can be made in " +
+                                      options_.trial_folder + "; is there room?");
+            return Mended::kPartly;
+        }
+        const std::size_t name = path.find_last_of("\\/") + 1;
+        return TableMender(Access::kMend, options_, report_, progress_)
+            .run(options_.trial_folder + "/" + path.substr(name), index_only_);
+    }
+
+    // True when so many records lack their deletion mark that they seem to lie elsewhere: whatever
+    // their fields say then is not what they hold.
+    bool misplaced() const {
+        return found_.memo.bad_marks > found_.header.usable / kRecordsPerBadMark;
+    }
+
+    Mended refuse_misplaced() {
+        mending_.refuse(files_.table.path(),
+                        std::to_string(found_.memo.bad_marks) + " of " +
+                            std::to_string(found_.header.usable) +
+                            " records begin with neither blank nor asterisk, as if they did not "
+                            "lie where the header says: nothing is changed; restore the table "
+                            "from a backup");
+        return Mended::kPartly;
+    }
+
+    Mended refusal(const platform::File& file) {
+        const bool sharing = file.failure() == platform::OpenFailure::kSharing;
+        report_({false, file.path(),
+                 sharing ? "in use by other programs; it can be mended when they have closed it"
+                         : "cannot be opened for writing"});
+        return sharing ? Mended::kInUse : Mended::kCannotOpen;
+    }
+
+    Mended reindex() {
+        if (!found_.header.mended.empty() || found_.header.tail == Tail::kCutShort ||
+            found_.header.tail == Tail::kUncounted) {
+            mending_.refuse(files_.table.path(),
+                            "header or record count is wrong; run \"brenik repair\"");
+            return Mended::kPartly;
+        }
+        remove_leftover();
+        const bool any = files_.index.is_open() || found_.header.layout->has_structural_index() ||
+                         !options_.tags.empty();
+        if (!any) return Mended::kNothingToDo;
+        rebuild_index(files_, found_.header, mending_, progress_);
+        return outcome();
+    }
+
+    void repair() {
+        mend_header();
+        mend_end();
+        mend_memo_header();
+        for (const MemoFault& fault : found_.memo.faults) mend(fault);
+        remove_leftover();
+        const bool keys_changed =
+            found_.header.tail == Tail::kUncounted || found_.header.tail == Tail::kCutShort;
+        const bool indexed = files_.index.is_open() || found_.header.layout->has_structural_index();
+        if (indexed && (found_.index_faults || keys_changed)) {
+            rebuild_index(files_, found_.header, mending_, progress_);
+        }
+    }
+
+    void mend_header() {
+        const std::vector<Byte>& header = found_.header.mended;
+        if (header.empty()) return;
+        mending_.act(files_.table, "header put right", [&] {
+            files_.table.write_at(0, Bytes(header).first(found_.header.layout->header_length));
+        });
+    }
+
+    void mend_end() {
+        const HeaderFacts& header = found_.header;
+        if (header.tail == Tail::kSound) return;
+        const std::uint64_t end = header.end_of(header.usable);
+        if (header.usable != header.counted) {
+            mending_.act(files_.table,
+                         "record count set from " + std::to_string(header.counted) + " to " +
+                             std::to_string(header.usable),
+                         [&] { write_count(header.usable); });
+        }
+        const std::uint64_t cut = header.size > end + 1 ? header.size - end - 1 : 0;
+        mending_.act(
+            files_.table,
+            "end mark put behind record " + std::to_string(header.usable) +
+                (cut > 0 ? "; " + std::to_string(cut) + " bytes behind it are in the copy only"
+                         : std::string()),
+            [&] {
+                files_.table.write_at(end, {&kEndOfFile, 1});
+                files_.table.resize(end + 1);
+            });
+    }
+
+    void write_count(RecordNumber count) {
+        std::array<Byte, 4> bytes{};
+        store_le32(bytes.data(), count);
+        files_.table.write_at(kCountOffset, bytes);
+    }
+
+    // -- Memos.
+
+    void mend_memo_header() {
+        if (!found_.memo.sound_header) return make_memo_file();
+        if (found_.memo.block_size) {
+            mending_.act(files_.memo,
+                         "block size set to " + std::to_string(*found_.memo.block_size), [&] {
+                             std::array<Byte, 2> size{};
+                             store_be16(size.data(), *found_.memo.block_size);
+                             files_.memo.write_at(kBlockSizeOffset, size);
+                         });
+        }
+        if (!found_.memo.next_free) return;
+        mending_.act(files_.memo,
+                     "next free block set to " + std::to_string(*found_.memo.next_free),
+                     [&] { write_next_free(*found_.memo.next_free); });
+    }
+
+    void make_memo_file() {
+        const record::TableLayout& layout = *found_.header.layout;
+        if (found_.memo.pointers || layout.version == 0x83 || layout.version == 0x8B) {
+            return mending_.refuse(files_.memo.path(),
+                                   "the memo file is missing or has no header; restore it from a "
+                                   "backup");
+        }
+        if (files_.memo.is_open()) mending_.back_up(files_.memo);
+        files_.memo.close();
+        local::MemoFile::create(files_.table.path());
+        files_.open_memo(layout.version, access_);
+        mending_.done(files_.memo.path(), "an empty memo file made");
+    }
+
+    void write_next_free(std::uint32_t block) {
+        std::array<Byte, 4> bytes{};
+        store_be32(bytes.data(), block);
+        files_.memo.write_at(0, bytes);
+    }
+
+    void mend(const MemoFault& fault) {
+        const record::Field& field = found_.header.layout->fields[fault.field];
+        const std::uint64_t at = found_.header.end_of(fault.record - 1);
+        std::vector<Byte> record(found_.header.layout->record_length);
+        if (files_.table.read_at(at, record) < record.size()) return;
+        if (!fault.shared) {
+            record::set_memo_block(record, field, 0);
+            return mending_.act(
+                files_.table,
+                "field " + field.name + ": its memo cannot be read; the field is empty now",
+                [&] { files_.table.write_at(at, record); }, fault.record);
+        }
+        if (found_.header.layout->version == 0x8B) {
+            return mending_.refuse(files_.memo.path(),
+                                   "memo files of this generation are read only", fault.record);
+        }
+        mending_.back_up(files_.memo);
+        mending_.act(
+            files_.table, "field " + field.name + ": its memo has blocks of its own now",
+            [&] {
+                record::set_memo_block(record, field,
+                                       copy_memo(record::memo_block({record, 0}, field)));
+                files_.table.write_at(at, record);
+            },
+            fault.record);
+    }
+
+    // To the end of the file, in the order in which any program adds a memo.
+    std::uint32_t copy_memo(std::uint32_t block) {
+        const std::uint64_t block_size = memo_block_size(files_.memo);
+        const std::uint64_t size = memo_size(files_.memo, block).value_or(0);
+        std::array<Byte, 4> number{};
+        files_.memo.read_at(0, number);
+        const std::uint64_t behind = (files_.memo.size() + block_size - 1) / block_size;
+        const std::uint64_t free = std::max<std::uint64_t>(load_be32(number.data()), behind);
+        const std::uint64_t blocks = (size + block_size - 1) / block_size;
+        if ((free + blocks) * block_size > memo_limit(files_.memo.size())) {
+            throw EngineFault(FaultCode::kLimit, "repair",
+                              files_.memo.path() + ": the memo file is full");
+        }
+        std::vector<Byte> bytes(static_cast<std::size_t>(size));
+        files_.memo.read_at(block * block_size, bytes);
+        bytes.resize(static_cast<std::size_t>(blocks * block_size));
+        write_next_free(static_cast<std::uint32_t>(free + blocks));
+        files_.memo.write_at(free * block_size, bytes);
+        return static_cast<std::uint32_t>(free);
+    }
+
+    // -- The end.
+
+    void remove_leftover() {
+        if (!found_.leftover) return;
+        const std::string path = make::unfinished_index_path(files_.index.path());
+        platform::remove_file(path);
+        mending_.done(path, "left behind by an interrupted run; removed");
+    }
+
+    Mended outcome() {
+        if (const std::size_t left = faults_left(); left > 0) {
+            mending_.refuse(files_.table.path(),
+                            std::to_string(left) + " faults are left; \"brenik check\" names them");
+        }
+        return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
+    }
+
+    std::size_t faults_left() {
+        sync();
+        CheckedTable counts;
+        const Report silent = [](const Finding&) {};
+        check_open_table(files_, access_, {files_.table.path(), silent, counts}, progress_);
+        return counts.faults;
+    }
+
+    void sync() {
+        if (files_.memo.is_open()) files_.memo.sync();
+        files_.table.sync();
+    }
+
+    const MendOptions& options_;
+    Access access_;
+    const DeedReport& report_;
+    Mending mending_;
+    const Progress& progress_;
+    bool index_only_ = false;
+    TableFiles files_;
+    TableFindings found_;
+};
+
+}  // namespace
+
+Mended repair_table(const std::string& path, const MendOptions& options, const DeedReport& report,
+                    const Progress& progress) {
+    return TableMender(access_for(options), options, report, progress).run(path, false);
+}
+
+Mended reindex_table(const std::string& path, const MendOptions& options, const DeedReport& report,
+                     const Progress& progress) {
+    return TableMender(access_for(options), options, report, progress).run(path, true);
+}
+
+}  // namespace brenik::maintenance

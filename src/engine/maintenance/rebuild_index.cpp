@@ -1,0 +1,155 @@
+// Finding out which tags the new index has, then building it beside the old one.
+
+#include <algorithm>
+#include <array>
+
+#include "engine/maintenance/check_index.h"
+#include "engine/maintenance/mending.h"
+#include "engine/make/index_builder.h"
+#include "util/runtime.h"
+
+namespace brenik::maintenance {
+namespace {
+
+constexpr std::uint64_t kFlagsOffset = 28;
+constexpr Byte kHasStructuralIndex = 0x01;
+
+class TagList {
+  public:
+    TagList(const record::TableLayout& layout, Mending& mending, std::string path)
+        : layout_(layout), mending_(mending), path_(std::move(path)) {}
+
+    // False when the index had better stay as it is.
+    bool collect(FoundTags found) {
+        for (FoundTag& tag : found.tags) {
+            if (!take(tag)) return false;
+        }
+        for (const make::TagDefinition& definition : mending_.options().tags) {
+            if (!is_taken(definition.name) && !add_new(definition)) return false;
+        }
+        if (plans_.empty() && !(found.complete && found.unreadable.empty())) {
+            mending_.refuse(path_,
+                            "no tag of the index can be read; restore the index, or give its "
+                            "tags with --tag");
+            return false;
+        }
+        report_lost(found);
+        return true;
+    }
+
+    const std::vector<make::TagPlan>& plans() const { return plans_; }
+
+  private:
+    bool is_taken(const std::string& name) const {
+        return std::any_of(plans_.begin(), plans_.end(), [&](const make::TagPlan& plan) {
+            return equal_ignoring_case(plan.description.name, name);
+        });
+    }
+
+    const make::TagDefinition* given(const std::string& name) const {
+        const auto& tags = mending_.options().tags;
+        const auto found = std::find_if(
+            tags.begin(), tags.end(),
+            [&](const make::TagDefinition& tag) { return equal_ignoring_case(tag.name, name); });
+        return found == tags.end() ? nullptr : &*found;
+    }
+
+    bool take(FoundTag& tag) {
+        const std::string& name = tag.description.name;
+        if (is_taken(name)) return true;  // a second one of that name
+        if (const make::TagDefinition* definition = given(name)) return add_new(*definition);
+        if (!tag.plan) tag.plan = std::move(tag.rebuilt);
+        if (tag.plan) {
+            plans_.push_back(std::move(*tag.plan));
+            return true;
+        }
+        mending_.refuse(path_, "tag " + name + ": " + tag.unusable +
+                                   "; the index stays as it is unless the tag is given with --tag");
+        return false;
+    }
+
+    bool add_new(const make::TagDefinition& definition) {
+        try {
+            plans_.push_back(make::plan_new_tag(definition, layout_));
+            return true;
+        } catch (const expression::ExpressionError& error) {
+            mending_.refuse(path_, "tag " + definition.name + ": " + error.what());
+            return false;
+        }
+    }
+
+    void report_lost(const FoundTags& found) {
+        for (const std::string& name : found.unreadable) {
+            if (is_taken(name)) continue;
+            mending_.refuse(path_, "tag " + name +
+                                       ": its definition cannot be read, so the new index is "
+                                       "without it; give it with --tag");
+        }
+        if (found.complete) return;
+        std::string names;
+        for (const make::TagPlan& plan : plans_) {
+            names += (names.empty() ? "" : ", ") + plan.description.name;
+        }
+        mending_.refuse(path_, "the list of tags is damaged: the new index has " + names +
+                                   ", the old one may have had more");
+    }
+
+    const record::TableLayout& layout_;
+    Mending& mending_;
+    std::string path_;
+    std::vector<make::TagPlan> plans_;
+};
+
+void mark_as_indexed(TableFiles& files, const record::TableLayout& layout, Mending& mending) {
+    mending.act(files.table, "marked as having an index", [&] {
+        const Byte flags = layout.flags | kHasStructuralIndex;
+        files.table.write_at(kFlagsOffset, {&flags, 1});
+    });
+}
+
+void replace_index(TableFiles& files, const HeaderFacts& header,
+                   const std::vector<make::TagPlan>& plans, const Progress& progress) {
+    const std::string path = files.index.path();
+    const auto read = [&](RecordNumber first, MutableBytes into) {
+        return files.table.read_at(header.end_of(first - 1), into) == into.size();
+    };
+    const make::RecordSource records{*header.layout, header.usable, read};
+    files.index.close();
+    make::build_index(path, records, plans, progress);
+}
+
+std::string built(const std::vector<make::TagPlan>& plans, RecordNumber records) {
+    return "index built anew: " + std::to_string(plans.size()) + " tags, " +
+           std::to_string(records) + " records";
+}
+
+}  // namespace
+
+void rebuild_index(TableFiles& files, const HeaderFacts& header, Mending& mending,
+                   const Progress& progress) {
+    const bool is_new = !files.index.is_open();
+    const std::string path = files.index.path();
+    FoundTags found;
+    if (!is_new) {
+        IndexBytes bytes;
+        if (!bytes.read(files.index)) return mending.refuse(path, "somebody keeps it locked");
+        found = find_tags(bytes, *header.layout, path);
+    } else {
+        found.complete = !mending.options().tags.empty() || !header.layout->has_structural_index();
+    }
+    TagList tags(*header.layout, mending, path);
+    if (!tags.collect(std::move(found))) return;
+    if (is_new && tags.plans().empty()) return;
+    if (!is_new) mending.back_up(files.index);
+    try {
+        replace_index(files, header, tags.plans(), progress);
+    } catch (const EngineFault& fault) {
+        return mending.refuse(path, std::string(fault.what()) + "; the index stays as it was");
+    }
+    mending.done(path, built(tags.plans(), header.usable));
+    if (is_new && !header.layout->has_structural_index()) {
+        mark_as_indexed(files, *header.layout, mending);
+    }
+}
+
+}  // namespace brenik::maintenance

@@ -1,0 +1,39 @@
+// A table's records without its orders: for tools that must read tables whose index is damaged.
+
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/record/table_layout.h"
+#include "platform/file.h"
+
+namespace brenik::maintenance {
+
+class RecordReader {
+  public:
+    // Null when the table cannot be opened or its header makes no sense.
+    static std::unique_ptr<RecordReader> open(const std::string& path);
+
+    const std::string& path() const { return file_.path(); }
+    const record::TableLayout& layout() const { return layout_; }
+    // As the file says now, and no more than it holds.
+    RecordNumber count() const;
+    // Empty when there is no such record.
+    std::vector<Byte> read(RecordNumber record) const;
+    void for_each(const std::function<void(const record::RecordView&)>& use) const;
+    // True while somebody else has the record locked.
+    bool in_use(RecordNumber record);
+
+  private:
+    RecordReader(platform::File file, record::TableLayout layout)
+        : file_(std::move(file)), layout_(std::move(layout)) {}
+    std::uint64_t offset_of(RecordNumber record) const;
+
+    platform::File file_;
+    record::TableLayout layout_;
+};
+
+}  // namespace brenik::maintenance

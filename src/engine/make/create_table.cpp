@@ -1,0 +1,67 @@
+// Making table files, and building an index from the records of a table.
+
+#include "engine/make/create_table.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "engine/local/memo_file.h"
+#include "engine/local/table_file.h"
+#include "engine/make/index_builder.h"
+#include "engine/record/field_codec.h"
+#include "engine/record/table_path.h"
+#include "platform/clock.h"
+
+namespace brenik::make {
+namespace {
+
+constexpr Byte kEndOfFile = 0x1A;
+
+platform::File open_for_creation(const std::string& path) {
+    platform::File file =
+        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
+    if (file.is_open()) return file;
+    if (file.failure() == platform::OpenFailure::kSharing) {
+        throw EngineFault(FaultCode::kBusy, "create", path + ": in use by somebody else");
+    }
+    throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be made");
+}
+
+}  // namespace
+
+void create_table(const std::string& path, record::TableLayout layout) {
+    const std::string name = record::table_path(path);
+    std::vector<Byte> bytes = record::make_header(layout);
+    const platform::LocalDay today = platform::system_clock().today();
+    bytes[1] = static_cast<Byte>(today.year % 100);
+    bytes[2] = static_cast<Byte>(today.month);
+    bytes[3] = static_cast<Byte>(today.day);
+    bytes.push_back(kEndOfFile);
+    platform::File table = open_for_creation(name);
+    if (std::any_of(layout.fields.begin(), layout.fields.end(), record::is_memo))
+        local::MemoFile::create(name);
+    table.write_at(0, bytes);
+}
+
+void create_index(const std::string& path, const std::vector<TagDefinition>& tags) {
+    const std::string name = record::table_path(path);
+    const auto table = local::TableFile::open(name, {platform::Sharing::kExclusive});
+    const std::string index_name = record::sibling_path(table->path(), "CDX");
+    std::vector<TagPlan> plans;
+    for (const TagDefinition& tag : tags) {
+        try {
+            plans.push_back(plan_new_tag(tag, table->layout()));
+        } catch (const expression::ExpressionError& error) {
+            throw EngineFault(FaultCode::kUnsupported, "create index",
+                              index_name + ": tag " + tag.name + ": " + error.what());
+        }
+    }
+    const auto read = [&](RecordNumber first, MutableBytes into) {
+        table->read(first, into);
+        return true;
+    };
+    build_index(index_name, {table->layout(), table->count(), read}, plans);
+    table->mark_as_indexed();
+}
+
+}  // namespace brenik::make

@@ -1,0 +1,16 @@
+// The names of the files that make up a table.
+
+#pragma once
+
+#include <string>
+
+namespace brenik::record {
+
+// The table's own file: a name without extension means ".DBF".
+std::string table_path(const std::string& name);
+// A file of the same base name beside the table.
+std::string sibling_path(const std::string& table_path, const std::string& extension);
+// The index file that a name stands for: the table's when it is a table's name or has no extension.
+std::string index_path(const std::string& name);
+
+}  // namespace brenik::record
