@@ -15,7 +15,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::uint8_t kBinary = 0x04;
 constexpr std::size_t kDateTimeDigits = 17;
 
 // Code page 1252 from 0x80 to 0x9F; the five bytes that it leaves open stand for themselves.
@@ -139,7 +138,7 @@ Json to_json(const record::Field& field, const Value& value) {
         case ValueKind::kCharacter:
         case ValueKind::kMemo:
             if (field.type == 'T') return date_time(value.text());
-            if ((field.flags & kBinary) != 0) return hexadecimal(value.text());
+            if (field.is_binary()) return hexadecimal(value.text());
             return to_utf8(trim_right(value.text()));
         default:
             return nullptr;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "engine/record/dbf_file.h"
 #include "platform/file.h"
 #include "platform/profile.h"
 #include "util/runtime.h"
@@ -12,13 +13,9 @@
 namespace brenik::tools {
 namespace {
 
-constexpr std::size_t kLargestHeader = 65535;
-
 record::TableLayout read_layout(const std::string& path) {
     const platform::File file = locks::open_file(path, {.access = platform::OpenMode::kReadOnly});
-    std::vector<Byte> header(kLargestHeader);
-    header.resize(file.read_at(0, header));
-    return record::parse_layout(header, path);
+    return record::parse_layout(record::read_header(file), path);
 }
 
 locks::LockMode configured_locks(const std::string& folder) {

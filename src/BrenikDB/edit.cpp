@@ -21,21 +21,7 @@ bool is_current_record(Session& session, std::int64_t record) {
 
 // The letter to convert to. A NULL element has no type of its own, so its field's kind decides.
 char element_type(const Value& element, const FieldDescription& field) {
-    if (!element.is_nil()) return element.type_code();
-    switch (field.type) {
-        case 'N':
-        case 'F':
-        case 'I':
-        case 'B':
-        case 'Y':
-            return 'N';
-        case 'D':
-        case 'L':
-        case 'M':
-            return field.type;
-        default:
-            return 'C';
-    }
+    return static_cast<char>(element.is_nil() ? field.value : element.kind());
 }
 
 // Text that differs only in trailing blanks leaves the element in its padded form.

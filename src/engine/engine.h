@@ -43,6 +43,7 @@ struct FieldDescription {
     char type = 'C';   // the table's own letter: C N F D L M I B Y T ...
     int width = 0;
     int decimals = 0;
+    ValueKind value = ValueKind::kCharacter;  // what field_get answers unless the field is NULL
 };
 
 struct OrderDescription {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine/index/index_key.h"
+#include "engine/record/dbf_file.h"
 #include "engine/record/field_codec.h"
 #include "fuzz.h"
 
@@ -34,7 +35,7 @@ record::TableLayout make_layout() {
         field.flags = column.flags;
         layout.fields.push_back(field);
     }
-    record::make_header(layout);
+    record::make_header(layout, {1998, 1, 1});
     return layout;
 }
 

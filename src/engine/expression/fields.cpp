@@ -76,27 +76,23 @@ void load_field(const Instruction& step, const Run& run, Cell* operands) {
 }
 
 struct FieldRule {
-    char type;
-    std::uint32_t width;  // the only one it may have; 0 for any
+    record::FieldForm form;
     ResultType result;
     Routine routine;
 };
 
+using Form = record::FieldForm;
 constexpr FieldRule kFieldRules[] = {
-    {'C', 0, ResultType::kCharacter, load_field<load_text>},
-    {'V', 0, ResultType::kCharacter, load_field<load_variable_text>},
-    {'Q', 0, ResultType::kCharacter, load_field<load_variable_text>},
-    {'N', 0, ResultType::kNumber, load_field<load_number>},
-    {'F', 0, ResultType::kNumber, load_field<load_number>},
-    {'I', 4, ResultType::kNumber, load_field<load_integer>},
-    {'B', 8, ResultType::kNumber, load_field<load_double>},
-    {'Y', 8, ResultType::kNumber, load_field<load_currency>},
-    {'D', 8, ResultType::kDate, load_field<load_date>},
-    {'T', 8, ResultType::kDateTime, load_field<load_date_time>},
-    {'L', 1, ResultType::kLogical, load_field<load_logical>},
+    {Form::kText, ResultType::kCharacter, load_field<load_text>},
+    {Form::kVariableText, ResultType::kCharacter, load_field<load_variable_text>},
+    {Form::kDecimal, ResultType::kNumber, load_field<load_number>},
+    {Form::kInteger, ResultType::kNumber, load_field<load_integer>},
+    {Form::kDouble, ResultType::kNumber, load_field<load_double>},
+    {Form::kCurrency, ResultType::kNumber, load_field<load_currency>},
+    {Form::kDate, ResultType::kDate, load_field<load_date>},
+    {Form::kDateTime, ResultType::kDateTime, load_field<load_date_time>},
+    {Form::kLogical, ResultType::kLogical, load_field<load_logical>},
 };
-
-constexpr std::string_view kMemoTypes = "MGPWB";  // B is one where it is 10 wide
 
 FlagBit flag_bit(const std::optional<std::uint32_t>& bit, const record::TableLayout& layout) {
     if (!bit || !layout.null_flags) return {};
@@ -116,12 +112,12 @@ double date_time_number(std::int32_t julian_day, std::int32_t milliseconds) {
 }
 
 FieldLoad field_load(const record::Field& field, const record::TableLayout& layout) {
+    const record::FieldType* type = record::find_field_type(field.type, field.width);
     const auto* rule =
-        std::find_if(std::begin(kFieldRules), std::end(kFieldRules), [&](const FieldRule& each) {
-            return each.type == field.type && (each.width == 0 || each.width == field.width);
-        });
+        std::find_if(std::begin(kFieldRules), std::end(kFieldRules),
+                     [&](const FieldRule& each) { return type && each.form == type->form; });
     if (rule == std::end(kFieldRules)) {
-        const bool memo = kMemoTypes.find(field.type) != std::string_view::npos;
+        const bool memo = type && type->is_memo();
         throw ExpressionError("field " + field.name + " is " +
                               (memo ? "a memo" : "of type " + std::string(1, field.type)) +
                               ", which no expression may hold");

@@ -9,6 +9,7 @@
 
 #include "engine/record/code_page.h"
 #include "engine/record/field_codec.h"
+#include "engine/record/memo_format.h"
 #include "engine/record/record_scan.h"
 #include "util/runtime.h"
 
@@ -30,7 +31,7 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
         engine.read_only_ ? platform::OpenMode::kReadOnly : platform::OpenMode::kReadWrite};
     auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, TableFile::open(path, use)));
     const record::TableLayout& layout = table->layout();
-    if (std::any_of(layout.fields.begin(), layout.fields.end(), record::is_memo)) {
+    if (layout.has_memos()) {
         table->memo_ = MemoFile::open(table->file_->path(), layout.version, use.covered());
     }
     table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), use);
@@ -202,7 +203,8 @@ std::string LocalTable::memo_text(const record::Field& field) {
     }
     const auto known = known_memos_.find(&field);
     if (known != known_memos_.end() && file_->owns(record_)) return known->second;
-    std::string text = reaching([&] { return memo_->read(record::memo_block(view(), field)); });
+    std::string text =
+        reaching([&] { return memo_->read(record::read_memo_pointer(view(), field).block); });
     // Nobody else changes it now, and it will be compared with the text that replaces it.
     if (file_->owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
     return text;
@@ -210,7 +212,7 @@ std::string LocalTable::memo_text(const record::Field& field) {
 
 Value LocalTable::field_get(std::size_t position) {
     const record::Field& field = field_at(position, "field get");
-    if (!record::is_memo(field)) return record::read_field(view(), layout(), field);
+    if (!field.is_memo()) return record::read_field(view(), layout(), field);
     if (record::is_null(view(), layout(), field)) return {};
     return Memo{memo_text(field)};
 }
@@ -226,8 +228,8 @@ bool LocalTable::says_already(const record::Field& field, const Value& value) {
 void LocalTable::field_put(std::size_t position, const Value& value) {
     const record::Field& field = field_at(position, "field put");
     require_writable("field put");
-    if (record::is_autoincrement(field)) return;  // the engine's own column
-    if (!record::is_memo(field)) {
+    if (field.is_autoincrement()) return;  // the engine's own column
+    if (!field.is_memo()) {
         if (says_already(field, value)) return;
         std::vector<Byte> changed = bytes_;
         record::write_field(changed, layout(), field, value);
@@ -281,7 +283,7 @@ std::vector<std::uint32_t> LocalTable::write_memos() {
     std::vector<std::uint32_t> replaced;
     known_memos_.clear();
     for (const auto& [field, text] : pending_memos_) {
-        replaced.push_back(record::memo_block({bytes_, record_}, *field));
+        replaced.push_back(record::read_memo_pointer({bytes_, record_}, *field).block);
         record::set_memo_block(bytes_, *field, memo_->write(text, field->type != 'M', durable()));
     }
     return replaced;

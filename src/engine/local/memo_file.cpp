@@ -13,14 +13,6 @@
 namespace brenik::local {
 namespace {
 
-constexpr std::size_t kFptHeaderSize = 512;
-constexpr std::size_t kBlockHeaderSize = 8;
-constexpr std::uint16_t kNewBlockSize = 64;
-constexpr std::uint32_t kGeneration3BlockSize = 512;
-constexpr std::uint32_t kGeneration4Mark = 0x0008FFFF;  // FF FF 08 00
-constexpr std::uint32_t kTextBlock = 1;
-constexpr std::uint32_t kBinaryBlock = 0;
-constexpr Byte kTextEnd = 0x1A;
 // How far from the end the remembered size is good enough.
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
 // What a new record must find free: its memos come later, and are then refused no more.
@@ -35,10 +27,8 @@ constexpr std::size_t kMostRemembered = 4096;
 
 std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uint8_t version,
                                          const locks::FileUse& use) {
-    const Kind kind = version == 0x83   ? Kind::kGeneration3
-                      : version == 0x8B ? Kind::kGeneration4
-                                        : Kind::kFpt;
-    const std::string path = record::sibling_path(table_path, kind == Kind::kFpt ? "FPT" : "DBT");
+    const record::MemoKind kind = record::memo_kind(version);
+    const std::string path = record::sibling_path(table_path, record::memo_extension(version));
     auto memo =
         std::unique_ptr<MemoFile>(new MemoFile(locks::open_file(path, use), kind, use.mode));
     memo->read_header();
@@ -62,11 +52,9 @@ void MemoFile::pass_over_used_blocks() {
                            {lock_, platform::LockKind::kExclusive});
     }
     const locks::HeldLock held(file_, lock_);
-    const std::uint64_t used = (file_.size() + block_size_ - 1) / block_size_;
+    const std::uint64_t used = format_.blocks_in(file_.size());
     if (next_free_block() < used) {
-        std::array<Byte, 4> next_free;
-        store_be32(next_free.data(), static_cast<std::uint32_t>(used));
-        file_.write_at(0, next_free);
+        record::write_next_free(file_, static_cast<std::uint32_t>(used));
     }
     doubtful_ = false;
 }
@@ -78,35 +66,28 @@ void MemoFile::create(const std::string& table_path) {
     if (!file.is_open()) {
         throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be made");
     }
-    std::vector<Byte> header(kFptHeaderSize, 0);
-    store_be32(header.data(), kFptHeaderSize / kNewBlockSize);
-    store_be16(header.data() + 6, kNewBlockSize);
-    file.write_at(0, header);
+    file.write_at(0, record::make_memo_header());
 }
 
 void MemoFile::read_header() {
-    std::array<Byte, 24> header{};
-    if (file_.read_at(0, header) < 8) damaged(0, "shorter than a header");
-    if (kind_ == Kind::kFpt) {
-        block_size_ = std::max<std::uint32_t>(load_be16(header.data() + 6), 1);
-    } else if (kind_ == Kind::kGeneration4) {
-        block_size_ = load_le16(header.data() + 20);
-        if (block_size_ == 0) block_size_ = kGeneration3BlockSize;
-    }
+    const auto format = record::read_memo_format(file_, format_.kind);
+    if (!format) damaged(0, "shorter than a header");
+    format_ = *format;
 }
 
 std::string MemoFile::read(std::uint32_t block) const {
     if (block == 0) return {};
-    const std::uint64_t offset = std::uint64_t{block} * block_size_;
-    if (kind_ == Kind::kGeneration3) return read_generation3(offset);
+    const std::uint64_t offset = format_.offset_of(block);
+    if (format_.kind == record::MemoKind::kGeneration3) return read_generation3(offset);
     std::array<Byte, kReadAtOnce> first;
     const Bytes begin(first.data(), file_.read_at(offset, up_to_lock(first, offset)));
     std::string text(static_cast<std::size_t>(data_length(offset, begin)), '\0');
     const std::span<Byte> buffer{reinterpret_cast<Byte*>(text.data()), text.size()};
-    const std::size_t at_hand = std::min(buffer.size(), begin.size() - kBlockHeaderSize);
-    std::ranges::copy(begin.subspan(kBlockHeaderSize, at_hand), buffer.begin());
+    const std::size_t at_hand = std::min(buffer.size(), begin.size() - record::kBlockHeaderSize);
+    std::ranges::copy(begin.subspan(record::kBlockHeaderSize, at_hand), buffer.begin());
     const std::span<Byte> rest = buffer.subspan(at_hand);
-    if (!rest.empty() && file_.read_at(offset + kBlockHeaderSize + at_hand, rest) != rest.size()) {
+    if (!rest.empty() &&
+        file_.read_at(offset + record::kBlockHeaderSize + at_hand, rest) != rest.size()) {
         damaged(offset, "a memo that ends past the file");
     }
     return text;
@@ -116,15 +97,15 @@ std::string MemoFile::read(std::uint32_t block) const {
 MutableBytes MemoFile::up_to_lock(MutableBytes bytes, std::uint64_t offset) const {
     if (offset >= lock_.offset) return bytes;
     return bytes.first(static_cast<std::size_t>(
-        std::clamp<std::uint64_t>(lock_.offset - offset, kBlockHeaderSize, bytes.size())));
+        std::clamp<std::uint64_t>(lock_.offset - offset, record::kBlockHeaderSize, bytes.size())));
 }
 
 std::string MemoFile::read_generation3(std::uint64_t offset) const {
     if (offset >= file_.size()) damaged(offset, "a memo block past the end of the file");
     std::string text;
-    std::array<Byte, kGeneration3BlockSize> block;
+    std::array<Byte, record::kGeneration3BlockSize> block;
     while (const std::size_t got = file_.read_at(offset + text.size(), block)) {
-        const auto end = std::find(block.begin(), block.begin() + got, kTextEnd);
+        const auto end = std::find(block.begin(), block.begin() + got, record::kTextEnd);
         text.append(block.begin(), end);
         if (end != block.begin() + got) break;
     }
@@ -134,43 +115,29 @@ std::string MemoFile::read_generation3(std::uint64_t offset) const {
 // Length of the data of the memo whose first block is at the offset and begins with these bytes.
 // One that would cost memory is checked against the file; any other is found out by reading it.
 std::uint64_t MemoFile::data_length(std::uint64_t block_offset, Bytes header) const {
-    const std::uint64_t first_usable = kind_ == Kind::kFpt ? kFptHeaderSize : block_size_;
-    if (block_offset < first_usable || header.size() < kBlockHeaderSize) {
+    if (block_offset < format_.first_offset() || header.size() < record::kBlockHeaderSize) {
         damaged(block_offset, "a memo block outside the file");
     }
-    std::uint64_t length = load_be32(header.data() + 4);
-    if (kind_ == Kind::kGeneration4) {
-        const std::uint32_t whole = load_le32(header.data() + 4);
-        if (load_le32(header.data()) != kGeneration4Mark || whole < kBlockHeaderSize) {
-            damaged(block_offset, "not the beginning of a memo");
-        }
-        length = whole - kBlockHeaderSize;
-    }
-    if (length > kReadUnasked && length > file_.size() - block_offset - kBlockHeaderSize) {
+    const auto memo = record::parse_memo_header(format_.kind, header);
+    if (!memo) damaged(block_offset, "not the beginning of a memo");
+    const std::uint64_t length = memo->length;
+    if (length > kReadUnasked && length > file_.size() - block_offset - record::kBlockHeaderSize) {
         damaged(block_offset,
                 "a memo of " + std::to_string(length) + " bytes, past the file's end");
     }
     return length;
 }
 
-std::uint64_t MemoFile::blocks_for(std::uint64_t data_length) const {
-    return (kBlockHeaderSize + data_length + block_size_ - 1) / block_size_;
-}
-
 std::uint32_t MemoFile::write(std::string_view text, bool binary, bool durable) {
-    if (kind_ != Kind::kFpt) {
+    if (format_.kind != record::MemoKind::kFpt) {
         throw EngineFault(FaultCode::kUnsupported, "field put",
                           path() + ": memo files of this generation are read only");
     }
     if (text.empty()) return 0;
-    const std::uint64_t blocks = blocks_for(text.size());
+    const std::uint64_t blocks = format_.blocks_for(text.size());
     const std::uint32_t reused = reuse(blocks);
     const std::uint32_t block = reused != 0 ? reused : allocate(blocks, durable);
-    std::vector<Byte> bytes(static_cast<std::size_t>(blocks * block_size_), 0);
-    store_be32(bytes.data(), binary ? kBinaryBlock : kTextBlock);
-    store_be32(bytes.data() + 4, static_cast<std::uint32_t>(text.size()));
-    std::copy(text.begin(), text.end(), bytes.begin() + kBlockHeaderSize);
-    file_.write_at(std::uint64_t{block} * block_size_, bytes);
+    file_.write_at(format_.offset_of(block), record::make_memo(format_, text, binary));
     if (durable) file_.sync();
     ours_.push_back({block, blocks});
     if (ours_.size() > kMostRemembered) ours_.pop_front();
@@ -222,18 +189,16 @@ std::uint32_t MemoFile::allocate(std::uint64_t blocks, bool durable) {
 
 std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
     const std::uint64_t block = next_free_block();
-    const std::uint64_t offset = block * block_size_;
-    if (offset < kFptHeaderSize || offset < file_.size()) {
+    const std::uint64_t offset = format_.offset_of(block);
+    if (offset < format_.first_offset() || offset < file_.size()) {
         damaged(0, "next free block " + std::to_string(block) + " lies inside used blocks");
     }
     check_room(block, blocks);
-    std::array<Byte, 4> next_free;
-    store_be32(next_free.data(), static_cast<std::uint32_t>(block + blocks));
     // The system may have connected to a share again in order to write, and then others may have
     // been given these blocks meanwhile.
     file_.require_same_session();
     doubtful_ = true;
-    file_.write_at(0, next_free);
+    record::write_next_free(file_, static_cast<std::uint32_t>(block + blocks));
     file_.require_same_session();
     doubtful_ = false;
     // Blocks behind what the header counts would stand in everybody's way.
@@ -243,25 +208,26 @@ std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
 }
 
 std::uint64_t MemoFile::next_free_block() const {
-    std::array<Byte, 4> next_free;
-    if (file_.read_at(0, next_free) != next_free.size()) damaged(0, "shorter than a header");
-    return load_be32(next_free.data());
+    const auto block = record::read_next_free(file_);
+    if (!block) damaged(0, "shorter than a header");
+    return *block;
 }
 
 // Memos end before the lock's position, and their numbers fit into 32 bits.
 void MemoFile::check_room(std::uint64_t next_free, std::uint64_t blocks) const {
     const std::uint64_t end = next_free + blocks;
-    if (end * block_size_ <= lock_.offset && end < lock_.offset) return;
+    if (format_.offset_of(end) <= lock_.offset && end < lock_.offset) return;
     throw EngineFault(
         FaultCode::kLimit, "field put",
         path() + ": the memo file cannot grow past " + std::to_string(lock_.offset) + " bytes");
 }
 
 void MemoFile::require_room(std::uint64_t memos, std::uint64_t bytes) {
-    if (kind_ != Kind::kFpt) return;
-    const std::uint64_t blocks = bytes / block_size_ + memos * blocks_for(0) + memos;
+    if (format_.kind != record::MemoKind::kFpt) return;
+    const std::uint64_t blocks = bytes / format_.block_size + memos * format_.blocks_for(0) + memos;
     const bool far_from_full =
-        known_blocks_ != 0 && (known_blocks_ + blocks) * block_size_ + kFarFromFull < lock_.offset;
+        known_blocks_ != 0 &&
+        format_.offset_of(known_blocks_ + blocks) + kFarFromFull < lock_.offset;
     if (far_from_full) return;
     known_blocks_ = next_free_block();
     check_room(known_blocks_, blocks);

@@ -1,11 +1,6 @@
 // Memo files: texts and binary objects of any length, in numbered blocks.
 //
-// .FPT (read and write), all numbers big-endian: the header holds the next free block (offset 0)
-// and the block size (offset 6); a memo's first block begins with its type and the length of the
-// data that follows, which runs on over block borders. .DBT (reading only): generation III texts
-// run to the first 0x1A, generation IV blocks begin with FF FF 08 00 and a length that counts
-// itself.
-//
+// .FPT files are read and written, .DBT files only read.
 // A block number and a length are checked against the file's size before anything is read.
 //
 // A text is never written over the one that it replaces: it goes into other blocks, then the record
@@ -27,6 +22,7 @@
 #include "engine/engine.h"
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/open_file.h"
+#include "engine/record/memo_format.h"
 #include "platform/file.h"
 
 namespace brenik::local {
@@ -76,10 +72,8 @@ class MemoFile {
     const std::string& path() const { return file_.path(); }
 
   private:
-    enum class Kind { kFpt, kGeneration3, kGeneration4 };
-
-    MemoFile(platform::File file, Kind kind, locks::LockMode mode)
-        : file_(std::move(file)), kind_(kind), lock_(locks::LockScheme::memo(mode)) {}
+    MemoFile(platform::File file, record::MemoKind kind, locks::LockMode mode)
+        : file_(std::move(file)), format_{kind}, lock_(locks::LockScheme::memo(mode)) {}
     void read_header();
     void pass_over_used_blocks();
     MutableBytes up_to_lock(MutableBytes bytes, std::uint64_t offset) const;
@@ -88,18 +82,16 @@ class MemoFile {
     std::uint32_t reuse(std::uint64_t blocks);
     std::uint32_t allocate(std::uint64_t blocks, bool durable);
     std::uint32_t allocate_locked(std::uint64_t blocks, bool durable);
-    std::uint64_t blocks_for(std::uint64_t data_length) const;
     std::uint64_t next_free_block() const;
     void check_room(std::uint64_t next_free, std::uint64_t blocks) const;
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
 
     platform::File file_;
-    Kind kind_;
+    record::MemoFormat format_;
     locks::LockRange lock_;
     locks::LockQueue queue_{file_};
-    bool doubtful_ = false;    // the header was written when others may have gone further
-    bool allocating_ = false;  // the lock is held by an Allocation
-    std::uint32_t block_size_ = 512;
+    bool doubtful_ = false;           // the header was written when others may have gone further
+    bool allocating_ = false;         // the lock is held by an Allocation
     std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: not known
 
     struct Written {

@@ -6,20 +6,12 @@
 #include <array>
 #include <limits>
 
-#include "engine/record/field_codec.h"
+#include "engine/record/dbf_file.h"
 #include "platform/clock.h"
 
 namespace brenik::local {
 namespace {
 
-constexpr std::uint64_t kDateOffset = 1;  // year, month, day, then the count
-constexpr std::uint64_t kCountOffset = 4;
-constexpr std::uint64_t kFlagsOffset = 28;
-constexpr Byte kHasStructuralIndex = 0x01;
-constexpr std::size_t kLargestHeader = 65535;
-constexpr std::size_t kAutoincrementNext = 19;  // within a field descriptor
-constexpr std::size_t kAutoincrementStep = 23;
-constexpr Byte kEndOfFile = 0x1A;
 // The system's pages, or parts of them.
 constexpr std::uint64_t kPageSize = 4096;
 // Longer than any system is known to remember what a share has told it.
@@ -92,7 +84,7 @@ void TableFile::raise_count() {
     }
     const locks::HeldLock held(file_, range);
     const RecordNumber counted = counted_in_header();
-    const RecordNumber there = records_in(layout_, file_.size());
+    const RecordNumber there = record::records_in(layout_, file_.size());
     if (there > counted) set_count(counted, there);
     count_doubtful_ = false;
 }
@@ -122,40 +114,25 @@ bool TableFile::keep_strangers_out() {
 
 // The count in the header is a first idea of how many records there are.
 record::TableLayout TableFile::read_layout() {
-    std::vector<Byte> header(
-        static_cast<std::size_t>(std::min<std::uint64_t>(kLargestHeader, file_.size_at_open())));
-    header.resize(file_.read_at(0, header));
+    const std::vector<Byte> header = record::read_header(file_, file_.size_at_open());
     record::TableLayout layout = record::parse_layout(header, file_.path());
     known_count_ = seen_count_ =
-        std::min(load_le32(header.data() + kCountOffset), records_in(layout, file_.size_at_open()));
+        std::min(record::counted_in(header), record::records_in(layout, file_.size_at_open()));
     return layout;
 }
 
-std::uint64_t TableFile::offset_of(RecordNumber record) const {
-    return layout_.header_length + (record - std::uint64_t{1}) * layout_.record_length;
-}
-
 RecordNumber TableFile::counted_in_header() const {
-    std::array<Byte, 4> count;
-    if (file_.read_at(kCountOffset, count) != count.size()) {
-        throw EngineFault(FaultCode::kDamagedFile, "record count", path() + ": the header is gone");
-    }
-    return load_le32(count.data());
+    if (const auto counted = record::read_record_count(file_)) return *counted;
+    throw EngineFault(FaultCode::kDamagedFile, "record count", path() + ": the header is gone");
 }
 
 RecordNumber TableFile::count() {
     const RecordNumber counted = counted_in_header();
-    known_count_ =
-        counted <= known_count_ ? counted : std::min(counted, records_in(layout_, file_.size()));
+    known_count_ = counted <= known_count_
+                       ? counted
+                       : std::min(counted, record::records_in(layout_, file_.size()));
     seen_count_ = std::max(seen_count_, known_count_);
     return known_count_;
-}
-
-RecordNumber TableFile::records_in(const record::TableLayout& layout, std::uint64_t size) {
-    if (size < layout.header_length) return 0;
-    constexpr std::uint64_t kMost = std::numeric_limits<RecordNumber>::max();
-    return static_cast<RecordNumber>(
-        std::min((size - layout.header_length) / layout.record_length, kMost));
 }
 
 // The system may hand over a record that is being written part old and part new. Without a lock
@@ -248,7 +225,7 @@ std::optional<std::vector<Byte>> TableFile::Addition::left_over() const {
 
 void TableFile::Addition::write(Bytes bytes) {
     std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
-    record_and_end.push_back(kEndOfFile);
+    record_and_end.push_back(record::kEndMark);
     file_.ask_server();
     file_.file_.write_at(file_.offset_of(record_), record_and_end);
     file_.step_autoincrement();
@@ -260,7 +237,7 @@ void TableFile::Addition::count() {
     file_.count_doubtful_ = true;
     file_.set_count(record_ - 1, record_);
     counted_ = true;
-    file_.file_.require_kept(kCountOffset, file_.count_bytes());
+    file_.file_.require_kept(record::kCountOffset, record::count_bytes(file_.known_count_));
     file_.count_doubtful_ = false;
 }
 
@@ -272,20 +249,9 @@ void TableFile::Addition::uncount() {
 
 void TableFile::set_count(RecordNumber from, RecordNumber to) {
     const platform::LocalDay today = platform::system_clock().today();
-    std::array<Byte, 7> date_and_count = {static_cast<Byte>(today.year % 100),
-                                          static_cast<Byte>(today.month),
-                                          static_cast<Byte>(today.day)};
-    std::array<Byte, 7> before = date_and_count;
-    store_le32(date_and_count.data() + 3, to);
-    store_le32(before.data() + 3, from);
-    replace(kDateOffset, date_and_count, before);
+    replace(record::kDateOffset, record::date_and_count(today, to),
+            record::date_and_count(today, from));
     known_count_ = seen_count_ = to;
-}
-
-std::array<Byte, 4> TableFile::count_bytes() const {
-    std::array<Byte, 4> bytes{};
-    store_le32(bytes.data(), known_count_);
-    return bytes;
 }
 
 // A share that shows an older count would have counted records written over. After a while the
@@ -312,7 +278,7 @@ TableFile::Place TableFile::next_place() {
     require_newest(counted);
     const platform::File::Standing standing = file_.standing();
     require_named(standing.named);
-    const RecordNumber held = records_in(layout_, standing.size);
+    const RecordNumber held = record::records_in(layout_, standing.size);
     if (held < counted) {
         throw EngineFault(FaultCode::kDamagedFile, "append",
                           path() + ": cut short: the header counts " + std::to_string(counted) +
@@ -344,42 +310,19 @@ void TableFile::require_named(bool named) const {
                       path() + ": was removed or replaced while it is open here");
 }
 
-void TableFile::mark_as_indexed() {
-    const Byte marked = layout_.flags | kHasStructuralIndex;
-    file_.write_at(kFlagsOffset, {&marked, 1});
-}
-
-// Calls `visit` with each autoincrement column, where its next value lies in the header, and the
-// value and step that lie there.
-template <class Visit>
-void TableFile::for_each_autoincrement(Visit visit) {
-    for (std::size_t i = 0; i < layout_.fields.size(); ++i) {
-        const record::Field& field = layout_.fields[i];
-        if (!record::is_autoincrement(field)) continue;
-        const std::uint64_t at =
-            record::kTableHeaderSize + i * record::kFieldDescriptorSize + kAutoincrementNext;
-        std::array<Byte, 5> next_and_step;
-        if (file_.read_at(at, next_and_step) != next_and_step.size()) return;
-        visit(field, at, load_le32(next_and_step.data()),
-              next_and_step[kAutoincrementStep - kAutoincrementNext]);
+void TableFile::Addition::fill_in(MutableBytes bytes) {
+    for (const auto& column : record::read_autoincrements(file_.file_, file_.layout_)) {
+        store_le32(bytes.data() + column.field->offset, column.next);
     }
 }
 
-void TableFile::Addition::fill_in(MutableBytes bytes) {
-    file_.for_each_autoincrement(
-        [&](const record::Field& field, std::uint64_t, std::uint32_t next, std::uint32_t) {
-            store_le32(bytes.data() + field.offset, next);
-        });
-}
-
 void TableFile::step_autoincrement() {
-    for_each_autoincrement(
-        [&](const record::Field&, std::uint64_t at, std::uint32_t next, std::uint32_t step) {
-            std::array<Byte, 4> before{}, after{};
-            store_le32(before.data(), next);
-            store_le32(after.data(), next + step);
-            replace(at, after, before);
-        });
+    for (const auto& column : record::read_autoincrements(file_, layout_)) {
+        std::array<Byte, 4> before{}, after{};
+        store_le32(before.data(), column.next);
+        store_le32(after.data(), column.next + column.step);
+        replace(column.offset, after, before);
+    }
 }
 
 bool TableFile::lock(RecordNumber record, LockTry attempt) {

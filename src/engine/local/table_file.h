@@ -1,12 +1,11 @@
 // The table file itself: its header, its records and the locks on them.
 //
-// This is the only place that knows where a record lies. The record count is never trusted from
+// The record count is never trusted from
 // memory: it is read from the header whenever an answer depends on it, and lowered where the file
 // is too short to hold that many. A record is complete in the file before the header counts it.
 
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -17,7 +16,7 @@
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/lock_scheme.h"
 #include "engine/locks/open_file.h"
-#include "engine/record/table_layout.h"
+#include "engine/record/dbf_file.h"
 #include "platform/file.h"
 
 namespace brenik::local {
@@ -88,7 +87,7 @@ class TableFile {
     void sync() { file_.sync(); }
     const platform::File& file() const { return file_; }
     // Sets the header's mark of a table that is opened with its index.
-    void mark_as_indexed();
+    void mark_as_indexed() { record::mark_as_indexed(file_, layout_); }
 
     bool lock(RecordNumber record, LockTry attempt);
     // A record that is just being added: nobody waits for it.
@@ -102,7 +101,6 @@ class TableFile {
   private:
     void raise_count();
     void set_count(RecordNumber from, RecordNumber to);
-    std::array<Byte, 4> count_bytes() const;
     void ask_server() const;
     TableFile(platform::File file, bool exclusive, locks::LockMode mode)
         : file_(std::move(file)),
@@ -114,12 +112,13 @@ class TableFile {
     void require_same_layout();
     void keep_other_mode_out();
     bool keep_strangers_out();
-    std::uint64_t offset_of(RecordNumber record) const;
+    std::uint64_t offset_of(RecordNumber record) const {
+        return record::record_offset(layout_, record);
+    }
     void keep_whole(RecordNumber record, platform::LockKind kind,
                     std::optional<locks::HeldLock>& held);
     void read_once(RecordNumber record, MutableBytes into) const;
     RecordNumber counted_in_header() const;
-    static RecordNumber records_in(const record::TableLayout& layout, std::uint64_t size);
     struct Place {
         RecordNumber record;
         bool left_over;  // the file holds a record there, which was never counted
@@ -127,8 +126,6 @@ class TableFile {
     Place next_place();
     void require_newest(RecordNumber counted);
     void require_named(bool named) const;
-    template <class Visit>
-    void for_each_autoincrement(Visit visit);
     void step_autoincrement();
     void replace(std::uint64_t offset, Bytes bytes, Bytes before);
 

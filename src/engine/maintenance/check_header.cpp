@@ -12,19 +12,8 @@
 namespace brenik::maintenance {
 namespace {
 
-constexpr std::size_t kLargestHeader = 65535;
-constexpr std::size_t kBacklinkSize = 263;
-constexpr std::uint64_t kCountOffset = 4;
-constexpr Byte kDescriptorsEnd = 0x0D;
-constexpr Byte kEndOfFile = 0x1A;
 constexpr int kAppendLockTimeout_ms = 1000;
 constexpr RecordNumber kMarksLookedAt = 1000;
-
-std::vector<Byte> read_header(const platform::File& table) {
-    std::vector<Byte> header(kLargestHeader);
-    header.resize(table.read_at(0, header));
-    return header;
-}
 
 std::optional<record::TableLayout> parse(const std::vector<Byte>& header, const std::string& path) {
     try {
@@ -34,10 +23,9 @@ std::optional<record::TableLayout> parse(const std::vector<Byte>& header, const 
     }
 }
 
-// The width that a descriptor gives its field.
+// The width that the descriptor there gives its field.
 std::size_t width_at(const std::vector<Byte>& header, std::size_t at) {
-    const bool text = header[at + 11] == 'C' || header[at + 11] == 'c';
-    return header[at + 16] + (text ? std::size_t{256} * header[at + 17] : 0);
+    return record::width_in(Bytes(header).subspan(at));
 }
 
 bool is_later_generation(const std::vector<Byte>& header) {
@@ -46,25 +34,25 @@ bool is_later_generation(const std::vector<Byte>& header) {
 
 // Puts the end of the field list where the widths add up to the record's length.
 bool mend_list_end(std::vector<Byte>& header) {
-    const std::size_t record_length = load_le16(header.data() + 10);
-    const std::size_t header_length = load_le16(header.data() + 8);
+    const std::size_t record_length = load_le16(header.data() + record::kRecordLengthOffset);
+    const std::size_t header_length = load_le16(header.data() + record::kHeaderLengthOffset);
     std::size_t length = 1;
     std::size_t at = record::kTableHeaderSize;
     while (length < record_length && at + record::kFieldDescriptorSize < header.size()) {
         length += width_at(header, at);
         at += record::kFieldDescriptorSize;
     }
-    const std::size_t expected = at + 1 + (is_later_generation(header) ? kBacklinkSize : 0);
+    const std::size_t expected = at + 1 + (is_later_generation(header) ? record::kBacklinkSize : 0);
     if (length != record_length || at >= header.size()) return false;
     if (header_length != expected && header_length != expected + 1) return false;
-    header[at] = kDescriptorsEnd;
+    header[at] = record::kDescriptorsEnd;
     return true;
 }
 
 std::optional<std::size_t> list_end(const std::vector<Byte>& header) {
     for (std::size_t at = record::kTableHeaderSize; at < header.size();
          at += record::kFieldDescriptorSize) {
-        if (header[at] == kDescriptorsEnd) return at;
+        if (header[at] == record::kDescriptorsEnd) return at;
     }
     return std::nullopt;
 }
@@ -77,13 +65,15 @@ bool mend_lengths(std::vector<Byte>& header) {
     for (std::size_t at = record::kTableHeaderSize; at < *end; at += record::kFieldDescriptorSize) {
         length += width_at(header, at);
     }
-    const std::size_t header_length = *end + 1 + (is_later_generation(header) ? kBacklinkSize : 0);
-    if (length > 65535 || header_length > 65535) return false;
+    const std::size_t header_length =
+        *end + 1 + (is_later_generation(header) ? record::kBacklinkSize : 0);
+    if (length > record::kLongestRecord || header_length > record::kLargestHeader) return false;
     // Some writers put one more byte behind the list; a length that has it is left alone.
-    if (load_le16(header.data() + 8) != header_length + 1) {
-        store_le16(header.data() + 8, static_cast<std::uint16_t>(header_length));
+    if (load_le16(header.data() + record::kHeaderLengthOffset) != header_length + 1) {
+        store_le16(header.data() + record::kHeaderLengthOffset,
+                   static_cast<std::uint16_t>(header_length));
     }
-    store_le16(header.data() + 10, static_cast<std::uint16_t>(length));
+    store_le16(header.data() + record::kRecordLengthOffset, static_cast<std::uint16_t>(length));
     return true;
 }
 
@@ -100,8 +90,8 @@ bool has_mark(const platform::File& table, std::uint64_t record_at) {
 // would be the last byte of a record belongs to a header that is one too long.
 bool explains_size(const platform::File& table, const record::TableLayout& layout,
                    RecordNumber counted, std::uint64_t size) {
-    const std::uint64_t end = layout.header_length + std::uint64_t{counted} * layout.record_length;
-    return size == end + 1 || (size == end && !is_byte(table, end - 1, kEndOfFile));
+    const std::uint64_t end = record::end_of_records(layout, counted);
+    return size == end + 1 || (size == end && !is_byte(table, end - 1, record::kEndMark));
 }
 
 // How many of the first records begin with no deletion mark.
@@ -129,7 +119,7 @@ void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const plat
     if (!mend_lengths(with_lengths)) return;
     facts.layout = parse(with_lengths, path);
     if (!facts.layout) return;
-    if (explains_size(table, *facts.layout, load_le32(header.data() + kCountOffset), facts.size)) {
+    if (explains_size(table, *facts.layout, record::counted_in(header), facts.size)) {
         facts.mended = with_lengths;
     } else {
         facts.layout.reset();
@@ -142,9 +132,9 @@ void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const plat
 std::optional<std::vector<Byte>> with_exact_length(const HeaderFacts& facts,
                                                    const std::vector<Byte>& header,
                                                    const platform::File& table) {
-    const RecordNumber counted = load_le32(header.data() + kCountOffset);
+    const RecordNumber counted = record::counted_in(header);
     std::vector<Byte> exact = header;
-    store_le16(exact.data() + 8, 0);
+    store_le16(exact.data() + record::kHeaderLengthOffset, 0);
     if (!mend_lengths(exact) || exact == header) return std::nullopt;
     const std::optional<record::TableLayout> layout = parse(exact, table.path());
     if (!layout) return std::nullopt;
@@ -185,7 +175,7 @@ void check_descriptors(const record::TableLayout& layout, const std::vector<Byte
     const std::size_t end =
         record::kTableHeaderSize +
         record::kFieldDescriptorSize * (layout.fields.size() + (layout.null_flags ? 1 : 0));
-    if (end < layout.header_length && header[end] == kDescriptorsEnd) return;
+    if (end < layout.header_length && header[end] == record::kDescriptorsEnd) return;
     report.fault("header", Remedy::kRestore, {},
                  "at " + std::to_string(end) + ": the field list does not end in 0D");
 }
@@ -194,7 +184,7 @@ bool is_blank(const record::TableLayout& layout, std::vector<Byte> record) {
     std::vector<Byte> blank(layout.record_length);
     record::make_blank_record(blank, layout);
     for (const record::Field& field : layout.fields) {
-        if (!record::is_autoincrement(field)) continue;
+        if (!field.is_autoincrement()) continue;
         std::copy_n(blank.begin() + field.offset, field.width, record.begin() + field.offset);
     }
     return record == blank;
@@ -205,7 +195,7 @@ bool are_records(const platform::File& table, const HeaderFacts& facts, std::uin
     const std::uint64_t length = facts.layout->record_length;
     const std::uint64_t extra = facts.size - end;
     if (extra % length > 1) return false;
-    if (extra % length == 1 && !is_byte(table, facts.size - 1, kEndOfFile)) return false;
+    if (extra % length == 1 && !is_byte(table, facts.size - 1, record::kEndMark)) return false;
     for (std::uint64_t at = end; at + length <= facts.size; at += length) {
         if (!has_mark(table, at)) return false;
     }
@@ -221,7 +211,7 @@ Tail tail_of(const platform::File& table, const HeaderFacts& facts) {
     }
     std::array<Byte, 1> first{};
     if (table.read_at(end, first) != 1) return Tail::kNoEndMark;
-    if (first[0] == kEndOfFile) {
+    if (first[0] == record::kEndMark) {
         return facts.size - end > length ? Tail::kRubbish : Tail::kSound;
     }
     if (facts.size - end < length || !are_records(table, facts, end)) return Tail::kNoEndMark;
@@ -271,11 +261,8 @@ void report_tail(const HeaderFacts& facts, const Reporter& report) {
 void measure(platform::File& table, HeaderFacts& facts, const std::vector<Byte>& header) {
     const record::TableLayout& layout = *facts.layout;
     facts.size = table.size();
-    facts.counted = load_le32(header.data() + kCountOffset);
-    const std::uint64_t held = facts.size < layout.header_length
-                                   ? 0
-                                   : (facts.size - layout.header_length) / layout.record_length;
-    facts.held = static_cast<RecordNumber>(std::min<std::uint64_t>(held, 0xFFFFFFFF));
+    facts.counted = record::counted_in(header);
+    facts.held = record::records_in(layout, facts.size);
     facts.tail = tail_of(table, facts);
     facts.usable =
         facts.tail == Tail::kUncounted ? facts.held : std::min(facts.counted, facts.held);
@@ -285,7 +272,7 @@ void measure(platform::File& table, HeaderFacts& facts, const std::vector<Byte>&
 
 HeaderFacts check_header(platform::File& table, const Reporter& report) {
     HeaderFacts facts;
-    std::vector<Byte> header = read_header(table);
+    std::vector<Byte> header = record::read_header(table);
     facts.size = table.size();
     facts.layout = parse(header, table.path());
     if (!facts.layout) {
@@ -295,7 +282,7 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
         report.fault("header", Remedy::kRepair, {},
                      "at 8: header length " + std::to_string(facts.layout->header_length) +
                          "; the field list and the records tell that it should be " +
-                         std::to_string(load_le16(mended->data() + 8)));
+                         std::to_string(load_le16(mended->data() + record::kHeaderLengthOffset)));
         facts.mended = *mended;
         facts.layout = parse(*mended, table.path());
     }
@@ -307,7 +294,7 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
         const locks::ShortLock lock =
             locks::ShortLock::on_append(table, *facts.layout, kAppendLockTimeout_ms);
         locked = lock.held();
-        header = read_header(table);
+        header = record::read_header(table);
         if (header.size() < record::kTableHeaderSize) {
             facts.layout.reset();
             return facts;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "engine/maintenance/table_files.h"
-#include "engine/record/table_layout.h"
+#include "engine/record/dbf_file.h"
 
 namespace brenik::maintenance {
 
@@ -31,7 +31,7 @@ struct HeaderFacts {
     std::uint64_t size = 0;
 
     std::uint64_t end_of(RecordNumber records) const {
-        return layout->header_length + std::uint64_t{records} * layout->record_length;
+        return record::end_of_records(*layout, records);
     }
 };
 

@@ -254,14 +254,10 @@ class IndexCheck {
     }
 
     RecordNumber count_now() const {
-        std::vector<Byte> count(4);
-        if (files_.table.read_at(4, count) != 4) return 0;
-        const RecordNumber counted = std::max(load_le32(count.data()), header_.usable);
-        const std::uint64_t size = files_.table.size();
-        const std::uint64_t held = size < layout_.header_length
-                                       ? 0
-                                       : (size - layout_.header_length) / layout_.record_length;
-        return static_cast<RecordNumber>(std::min<std::uint64_t>(counted, held));
+        const auto counted = record::read_record_count(files_.table);
+        if (!counted) return 0;
+        return std::min(std::max(*counted, header_.usable),
+                        record::records_in(layout_, files_.table.size()));
     }
 
     void check_keys(std::size_t number) {

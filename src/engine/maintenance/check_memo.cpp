@@ -4,47 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 #include "engine/locks/lock_scheme.h"
-#include "engine/record/field_codec.h"
+#include "engine/record/memo_format.h"
 #include "engine/record/record_scan.h"
-#include "util/runtime.h"
 
 namespace brenik::maintenance {
 namespace {
 
-constexpr std::uint64_t kFptHeaderSize = 512;
-constexpr std::uint64_t kBlockHeaderSize = 8;
-constexpr std::uint32_t kMostBlockTypes = 3;  // picture, text, object
-constexpr std::uint64_t kGeneration3BlockSize = 512;
 constexpr RecordNumber kProgressStep = 4096;
-
-enum class MemoKind { kFpt, kGeneration3, kGeneration4 };
-
-MemoKind kind_of(const record::TableLayout& layout) {
-    if (layout.version == 0x83) return MemoKind::kGeneration3;
-    return layout.version == 0x8B ? MemoKind::kGeneration4 : MemoKind::kFpt;
-}
-
-// What a record says about one of its memos.
-struct Pointer {
-    bool readable = true;
-    std::uint32_t block = 0;
-};
-
-Pointer pointer_of(const record::RecordView& record, const record::Field& field) {
-    if (field.width == 4) return {true, load_le32(record.field(field).data())};
-    std::string_view text = as_text(record.field(field));
-    while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
-    text = trim_both(text);
-    Pointer pointer;
-    if (text.empty()) return pointer;
-    const auto [end, error] =
-        std::from_chars(text.data(), text.data() + text.size(), pointer.block);
-    pointer.readable = error == std::errc() && end == text.data() + text.size();
-    return pointer;
-}
 
 struct Claim {
     std::uint64_t from;  // bytes of the memo file
@@ -72,9 +40,9 @@ class RecordCheck {
           header_(header),
           table_report_(report),
           report_(report.for_file(files.memo.path())),
-          kind_(kind_of(layout_)) {
+          format_{record::memo_kind(layout_.version)} {
         for (std::size_t i = 0; i < layout_.fields.size(); ++i) {
-            if (record::is_memo(layout_.fields[i])) fields_.push_back(i);
+            if (layout_.fields[i].is_memo()) fields_.push_back(i);
         }
     }
 
@@ -94,29 +62,23 @@ class RecordCheck {
         if (!usable_) report_unusable();
         report_pointers();
         report_overlaps();
-        if (usable_ && kind_ == MemoKind::kFpt) check_next_free();
+        if (usable_ && is_fpt()) check_next_free();
         return facts_;
     }
 
   private:
     void open_memo() {
-        if (!files_.memo.is_open()) {
-            facts_.sound_header = false;
-            return;
+        const platform::File& memo = files_.memo;
+        const std::uint64_t least = is_fpt() ? record::kFptHeaderSize : 0;
+        if (memo.is_open() && memo.size() >= least) {
+            if (const auto format = record::read_memo_format(memo, format_.kind)) {
+                format_ = *format;
+                usable_ = true;
+            }
         }
-        std::array<Byte, 24> header{};
-        const std::uint64_t least = kind_ == MemoKind::kFpt ? kFptHeaderSize : header.size();
-        if (files_.memo.size() < least || files_.memo.read_at(0, header) < header.size()) {
-            facts_.sound_header = false;
-            return;
-        }
-        usable_ = true;
-        block_size_ = kGeneration3BlockSize;
-        if (kind_ == MemoKind::kFpt) block_size_ = memo_block_size(files_.memo);
-        if (kind_ == MemoKind::kGeneration4 && load_le16(header.data() + 20) != 0) {
-            block_size_ = load_le16(header.data() + 20);
-        }
+        facts_.sound_header = usable_;
     }
+    bool is_fpt() const { return format_.kind == record::MemoKind::kFpt; }
 
     void report_unusable() {
         const platform::OpenFailure failure = files_.memo.failure();
@@ -129,7 +91,7 @@ class RecordCheck {
         }
         const std::string what =
             missing ? "the table's memo file is missing" : "the memo file has no whole header";
-        const bool replaceable = !facts_.pointers && kind_ == MemoKind::kFpt;
+        const bool replaceable = !facts_.pointers && is_fpt();
         report_.fault(missing ? "memo-missing" : "memo-header",
                       replaceable ? Remedy::kRepair : Remedy::kRestore, {},
                       what + (facts_.pointers ? ", and records have memos in it"
@@ -148,12 +110,12 @@ class RecordCheck {
     }
 
     void check(const record::RecordView& record, std::size_t field) {
-        const Pointer pointer = pointer_of(record, layout_.fields[field]);
-        if (pointer.readable && pointer.block == 0) return;
+        const auto pointer = record::read_memo_pointer(record, layout_.fields[field]);
+        if (pointer.is_number && pointer.block == 0) return;
         facts_.pointers = true;
         if (!usable_) return;
-        std::string wrong = pointer.readable ? reason_against(pointer.block, record, field)
-                                             : std::string("the memo's block is no number");
+        std::string wrong = pointer.is_number ? reason_against(pointer.block, record, field)
+                                              : std::string("the memo's block is no number");
         // A program that writes the record just now is given the time for it.
         if (wrong.empty() || changed_since(record, field)) return;
         bad_.push_back({record.number, field, pointer.block, std::move(wrong)});
@@ -161,10 +123,10 @@ class RecordCheck {
 
     // Pointers that are nearly all wrong are not wrong: the block size is.
     void report_pointers() {
-        if (kind_ == MemoKind::kFpt && bad_.size() > 1 && bad_.size() > claims_.size()) {
+        if (is_fpt() && bad_.size() > 1 && bad_.size() > claims_.size()) {
             if (const std::uint32_t size = likely_block_size()) {
                 report_.fault("memo-block-size", Remedy::kRepair, {},
-                              "the block size is " + std::to_string(block_size_) +
+                              "the block size is " + std::to_string(format_.block_size) +
                                   ", but the memos of all records begin at blocks of " +
                                   std::to_string(size) + " bytes");
                 facts_.block_size = static_cast<std::uint16_t>(size);
@@ -190,40 +152,40 @@ class RecordCheck {
                 std::all_of(bad_.begin(), bad_.end(),
                             [&](const BadPointer& bad) { return is_memo_there(bad.block); }) &&
                 std::all_of(claims_.begin(), claims_.end(), [&](const Claim& claim) {
-                    return is_memo_there(claim.from / block_size_);
+                    return is_memo_there(claim.from / format_.block_size);
                 });
-            if (size != block_size_ && all) return size;
+            if (size != format_.block_size && all) return size;
         }
         return 0;
     }
 
     bool begins_memo(std::uint64_t at) const {
-        std::array<Byte, kBlockHeaderSize> header{};
-        const std::uint64_t size = files_.memo.size();
-        if (at < kFptHeaderSize || files_.memo.read_at(at, header) < header.size()) return false;
-        const std::uint32_t length = load_be32(header.data() + 4);
-        return load_be32(header.data()) < kMostBlockTypes && length > 0 &&
-               length <= size - at - kBlockHeaderSize;
+        if (at < record::kFptHeaderSize) return false;
+        const auto memo = header_at(at);
+        return memo && memo->is_known_type && memo->length > 0 &&
+               memo->length <= files_.memo.size() - at - record::kBlockHeaderSize;
+    }
+
+    std::optional<record::MemoHeader> header_at(std::uint64_t at) const {
+        std::array<Byte, record::kBlockHeaderSize> header{};
+        if (files_.memo.read_at(at, header) < header.size()) return std::nullopt;
+        return record::parse_memo_header(format_.kind, header);
     }
 
     std::string reason_against(std::uint32_t block, const record::RecordView& record,
                                std::size_t field) {
-        const std::uint64_t at = block * block_size_;
+        const std::uint64_t at = format_.offset_of(block), size = files_.memo.size();
         const std::string where = "the memo's block " + std::to_string(block);
-        const std::uint64_t first = kind_ == MemoKind::kFpt ? kFptHeaderSize : block_size_;
-        if (at < first || at >= files_.memo.size()) return where + " lies outside the memo file";
-        if (kind_ == MemoKind::kGeneration3) return {};
-        std::array<Byte, kBlockHeaderSize> header{};
-        if (files_.memo.read_at(at, header) < header.size()) return where + " is cut short";
-        std::uint64_t length = std::uint64_t{load_be32(header.data() + 4)} + kBlockHeaderSize;
-        if (kind_ == MemoKind::kGeneration4) length = load_le32(header.data() + 4);
-        if (length > files_.memo.size() - at) {
+        if (at < format_.first_offset() || at >= size) return where + " lies outside the memo file";
+        if (format_.kind == record::MemoKind::kGeneration3) return {};
+        if (size - at < record::kBlockHeaderSize) return where + " is cut short";
+        const auto memo = header_at(at);
+        const std::uint64_t length = memo ? record::kBlockHeaderSize + memo->length : 0;
+        if (length > size - at) {
             return where + " begins a memo of " + std::to_string(length) +
                    " bytes, which runs past the end of the memo file";
         }
-        if (kind_ == MemoKind::kFpt && load_be32(header.data()) >= kMostBlockTypes) {
-            return where + " is not the beginning of a memo";
-        }
+        if (!memo || !memo->is_known_type) return where + " is not the beginning of a memo";
         // Other programs leave deleted records with the memo of their successor.
         if (!record.deleted()) {
             claims_.push_back({at, at + length, record.number, static_cast<std::uint32_t>(field)});
@@ -235,17 +197,18 @@ class RecordCheck {
     std::uint32_t block_now(RecordNumber record, std::size_t field) const {
         std::vector<Byte> bytes(layout_.record_length);
         if (files_.table.read_at(header_.end_of(record - 1), bytes) < bytes.size()) return 0;
-        return pointer_of({bytes, record}, layout_.fields[field]).block;
+        return record::read_memo_pointer({bytes, record}, layout_.fields[field]).block;
     }
 
     bool changed_since(const record::RecordView& record, std::size_t field) const {
-        return block_now(record.number, field) != pointer_of(record, layout_.fields[field]).block;
+        return block_now(record.number, field) !=
+               record::read_memo_pointer(record, layout_.fields[field]).block;
     }
 
     // Programs use the blocks of a text that they have replaced again, so a record read early and
     // one read late may seem to share them.
     bool still_claims(const Claim& claim) const {
-        return block_now(claim.record, claim.field) * block_size_ == claim.from;
+        return format_.offset_of(block_now(claim.record, claim.field)) == claim.from;
     }
 
     void report_overlaps() {
@@ -268,13 +231,13 @@ class RecordCheck {
     // Programs raise the number before they write the blocks: it may point behind the file's end,
     // and the size must be asked for first.
     void check_next_free() {
-        const std::uint64_t size = std::max(files_.memo.size(), kFptHeaderSize);
-        std::array<Byte, 4> number{};
-        if (files_.memo.read_at(0, number) < number.size()) return;
-        const std::uint64_t next = load_be32(number.data());
-        const std::uint64_t free = (size + block_size_ - 1) / block_size_;
+        const std::uint64_t size = std::max(files_.memo.size(), record::kFptHeaderSize);
+        const auto number = record::read_next_free(files_.memo);
+        if (!number) return;
+        const std::uint64_t next = *number;
+        const std::uint64_t free = format_.blocks_in(size);
         // Of a file that is full, no number would be better than the one that is there.
-        const bool too_high = next > free && next * block_size_ > memo_limit(size);
+        const bool too_high = next > free && format_.offset_of(next) > memo_limit(size);
         if (facts_.block_size || (next >= free && !too_high)) return;
         facts_.next_free = static_cast<std::uint32_t>(free);
         report_.fault(
@@ -289,31 +252,15 @@ class RecordCheck {
     const HeaderFacts& header_;
     const Reporter& table_report_;
     const Reporter report_;
-    MemoKind kind_;
+    record::MemoFormat format_;
     std::vector<std::size_t> fields_;
     bool usable_ = false;
-    std::uint64_t block_size_ = 1;
     std::vector<Claim> claims_;
     std::vector<BadPointer> bad_;
     MemoFacts facts_;
 };
 
 }  // namespace
-
-std::uint32_t memo_block_size(const platform::File& memo) {
-    std::array<Byte, 2> size{};
-    memo.read_at(6, size);
-    return std::max<std::uint32_t>(load_be16(size.data()), 1);
-}
-
-std::optional<std::uint64_t> memo_size(const platform::File& memo, std::uint64_t block) {
-    const std::uint64_t at = block * memo_block_size(memo);
-    std::array<Byte, kBlockHeaderSize> header{};
-    if (at < kFptHeaderSize || memo.read_at(at, header) < header.size()) return std::nullopt;
-    const std::uint64_t length = std::uint64_t{load_be32(header.data() + 4)} + kBlockHeaderSize;
-    if (length > memo.size() - at) return std::nullopt;
-    return length;
-}
 
 std::uint64_t memo_limit(std::uint64_t file_size) {
     const std::uint64_t compatible = locks::LockScheme::memo().offset;

@@ -27,10 +27,6 @@ struct MemoFacts {
     RecordNumber bad_marks = 0;  // records that begin with neither blank nor asterisk
 };
 
-// The memo that begins at this block of an .FPT file: its bytes with their header, none when they
-// do not all lie in the file.
-std::optional<std::uint64_t> memo_size(const platform::File& memo, std::uint64_t block);
-std::uint32_t memo_block_size(const platform::File& memo);
 // Where memos must end. The files do not tell which locking mode is in force, but one that has
 // grown past the limit of compatible mode can only be in use in the other.
 std::uint64_t memo_limit(std::uint64_t file_size);

@@ -10,15 +10,12 @@
 #include "engine/maintenance/check_table.h"
 #include "engine/maintenance/mending.h"
 #include "engine/make/index_builder.h"
-#include "engine/record/field_codec.h"
+#include "engine/record/memo_format.h"
 #include "util/runtime.h"
 
 namespace brenik::maintenance {
 namespace {
 
-constexpr std::uint64_t kCountOffset = 4;
-constexpr std::uint64_t kBlockSizeOffset = 6;
-constexpr Byte kEndOfFile = 0x1A;
 // More bad deletion marks than one in so many records are no damage to single records.
 constexpr RecordNumber kRecordsPerBadMark = 10;
 
@@ -154,7 +151,10 @@ class TableMender {
             mending_.act(files_.table,
                          "record count set from " + std::to_string(header.counted) + " to " +
                              std::to_string(header.usable),
-                         [&] { write_count(header.usable); });
+                         [&] {
+                             files_.table.write_at(record::kCountOffset,
+                                                   record::count_bytes(header.usable));
+                         });
         }
         const std::uint64_t cut = header.size > end + 1 ? header.size - end - 1 : 0;
         mending_.act(
@@ -163,15 +163,9 @@ class TableMender {
                 (cut > 0 ? "; " + std::to_string(cut) + " bytes behind it are in the copy only"
                          : std::string()),
             [&] {
-                files_.table.write_at(end, {&kEndOfFile, 1});
+                files_.table.write_at(end, {&record::kEndMark, 1});
                 files_.table.resize(end + 1);
             });
-    }
-
-    void write_count(RecordNumber count) {
-        std::array<Byte, 4> bytes{};
-        store_le32(bytes.data(), count);
-        files_.table.write_at(kCountOffset, bytes);
     }
 
     // -- Memos.
@@ -180,21 +174,18 @@ class TableMender {
         if (!found_.memo.sound_header) return make_memo_file();
         if (found_.memo.block_size) {
             mending_.act(files_.memo,
-                         "block size set to " + std::to_string(*found_.memo.block_size), [&] {
-                             std::array<Byte, 2> size{};
-                             store_be16(size.data(), *found_.memo.block_size);
-                             files_.memo.write_at(kBlockSizeOffset, size);
-                         });
+                         "block size set to " + std::to_string(*found_.memo.block_size),
+                         [&] { record::write_block_size(files_.memo, *found_.memo.block_size); });
         }
         if (!found_.memo.next_free) return;
         mending_.act(files_.memo,
                      "next free block set to " + std::to_string(*found_.memo.next_free),
-                     [&] { write_next_free(*found_.memo.next_free); });
+                     [&] { record::write_next_free(files_.memo, *found_.memo.next_free); });
     }
 
     void make_memo_file() {
         const record::TableLayout& layout = *found_.header.layout;
-        if (found_.memo.pointers || layout.version == 0x83 || layout.version == 0x8B) {
+        if (found_.memo.pointers || record::memo_kind(layout.version) != record::MemoKind::kFpt) {
             return mending_.refuse(files_.memo.path(),
                                    "the memo file is missing or has no header; restore it from a "
                                    "backup");
@@ -204,12 +195,6 @@ class TableMender {
         local::MemoFile::create(files_.table.path());
         files_.open_memo(layout.version, access_);
         mending_.done(files_.memo.path(), "an empty memo file made");
-    }
-
-    void write_next_free(std::uint32_t block) {
-        std::array<Byte, 4> bytes{};
-        store_be32(bytes.data(), block);
-        files_.memo.write_at(0, bytes);
     }
 
     void mend(const MemoFault& fault) {
@@ -224,7 +209,7 @@ class TableMender {
                 "field " + field.name + ": its memo cannot be read; the field is empty now",
                 [&] { files_.table.write_at(at, record); }, fault.record);
         }
-        if (found_.header.layout->version == 0x8B) {
+        if (record::memo_kind(found_.header.layout->version) != record::MemoKind::kFpt) {
             return mending_.refuse(files_.memo.path(),
                                    "memo files of this generation are read only", fault.record);
         }
@@ -232,8 +217,8 @@ class TableMender {
         mending_.act(
             files_.table, "field " + field.name + ": its memo has blocks of its own now",
             [&] {
-                record::set_memo_block(record, field,
-                                       copy_memo(record::memo_block({record, 0}, field)));
+                record::set_memo_block(
+                    record, field, copy_memo(record::read_memo_pointer({record, 0}, field).block));
                 files_.table.write_at(at, record);
             },
             fault.record);
@@ -241,23 +226,33 @@ class TableMender {
 
     // To the end of the file, in the order in which any program adds a memo.
     std::uint32_t copy_memo(std::uint32_t block) {
-        const std::uint64_t block_size = memo_block_size(files_.memo);
-        const std::uint64_t size = memo_size(files_.memo, block).value_or(0);
-        std::array<Byte, 4> number{};
-        files_.memo.read_at(0, number);
-        const std::uint64_t behind = (files_.memo.size() + block_size - 1) / block_size;
-        const std::uint64_t free = std::max<std::uint64_t>(load_be32(number.data()), behind);
-        const std::uint64_t blocks = (size + block_size - 1) / block_size;
-        if ((free + blocks) * block_size > memo_limit(files_.memo.size())) {
+        const record::MemoFormat format =
+            record::read_memo_format(files_.memo, record::MemoKind::kFpt).value();
+        const std::vector<Byte> bytes = read_memo(format, block);
+        const std::uint64_t blocks = format.blocks_in(bytes.size());
+        const std::uint64_t free = std::max<std::uint64_t>(
+            record::read_next_free(files_.memo).value_or(0), format.blocks_in(files_.memo.size()));
+        if (format.offset_of(free + blocks) > memo_limit(files_.memo.size())) {
             throw EngineFault(FaultCode::kLimit, "repair",
                               files_.memo.path() + ": the memo file is full");
         }
-        std::vector<Byte> bytes(static_cast<std::size_t>(size));
-        files_.memo.read_at(block * block_size, bytes);
-        bytes.resize(static_cast<std::size_t>(blocks * block_size));
-        write_next_free(static_cast<std::uint32_t>(free + blocks));
-        files_.memo.write_at(free * block_size, bytes);
+        record::write_next_free(files_.memo, static_cast<std::uint32_t>(free + blocks));
+        files_.memo.write_at(format.offset_of(free), bytes);
         return static_cast<std::uint32_t>(free);
+    }
+
+    // The memo's blocks, whole; none when they do not all lie in the file.
+    std::vector<Byte> read_memo(const record::MemoFormat& format, std::uint32_t block) {
+        const std::uint64_t at = format.offset_of(block), size = files_.memo.size();
+        std::array<Byte, record::kBlockHeaderSize> header{};
+        if (at < format.first_offset() || files_.memo.read_at(at, header) < header.size())
+            return {};
+        const std::uint64_t data = record::parse_memo_header(format.kind, header).value().length;
+        if (data > size - at - header.size()) return {};
+        std::vector<Byte> bytes(header.size() + static_cast<std::size_t>(data));
+        files_.memo.read_at(at, bytes);
+        bytes.resize(static_cast<std::size_t>(format.offset_of(format.blocks_in(bytes.size()))));
+        return bytes;
     }
 
     // -- The end.

@@ -11,9 +11,6 @@
 namespace brenik::maintenance {
 namespace {
 
-constexpr std::uint64_t kFlagsOffset = 28;
-constexpr Byte kHasStructuralIndex = 0x01;
-
 class TagList {
   public:
     TagList(const record::TableLayout& layout, Mending& mending, std::string path)
@@ -101,10 +98,8 @@ class TagList {
 };
 
 void mark_as_indexed(TableFiles& files, const record::TableLayout& layout, Mending& mending) {
-    mending.act(files.table, "marked as having an index", [&] {
-        const Byte flags = layout.flags | kHasStructuralIndex;
-        files.table.write_at(kFlagsOffset, {&flags, 1});
-    });
+    mending.act(files.table, "marked as having an index",
+                [&] { record::mark_as_indexed(files.table, layout); });
 }
 
 void replace_index(TableFiles& files, const HeaderFacts& header,

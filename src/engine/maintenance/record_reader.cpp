@@ -2,50 +2,43 @@
 
 #include "engine/maintenance/record_reader.h"
 
-#include <array>
+#include <algorithm>
 
 #include "engine/locks/short_lock.h"
+#include "engine/record/dbf_file.h"
 #include "engine/record/record_scan.h"
 #include "engine/record/table_path.h"
 
 namespace brenik::maintenance {
 
 std::unique_ptr<RecordReader> RecordReader::open(const std::string& path) {
-    constexpr std::size_t kLargestHeader = 65535;
     platform::File file =
         platform::File::open(record::table_path(path), platform::OpenMode::kReadOnly);
     if (!file.is_open()) return nullptr;
-    std::vector<Byte> header(kLargestHeader);
-    header.resize(file.read_at(0, header));
     try {
-        record::TableLayout layout = record::parse_layout(header, file.path());
+        record::TableLayout layout = record::parse_layout(record::read_header(file), file.path());
         return std::unique_ptr<RecordReader>(new RecordReader(std::move(file), std::move(layout)));
     } catch (const EngineFault&) {
         return nullptr;
     }
 }
 
-std::uint64_t RecordReader::offset_of(RecordNumber record) const {
-    return layout_.header_length + (record - std::uint64_t{1}) * layout_.record_length;
-}
-
 RecordNumber RecordReader::count() const {
-    std::array<Byte, 4> counted{};
     const std::uint64_t size = file_.size();
-    if (file_.read_at(4, counted) < counted.size() || size < layout_.header_length) return 0;
-    const std::uint64_t held = (size - layout_.header_length) / layout_.record_length;
-    return static_cast<RecordNumber>(std::min<std::uint64_t>(load_le32(counted.data()), held));
+    return std::min(record::read_record_count(file_).value_or(0),
+                    record::records_in(layout_, size));
 }
 
 std::vector<Byte> RecordReader::read(RecordNumber record) const {
     std::vector<Byte> bytes(layout_.record_length);
-    if (record == 0 || file_.read_at(offset_of(record), bytes) < bytes.size()) return {};
+    if (record == 0 || file_.read_at(record::record_offset(layout_, record), bytes) < bytes.size())
+        return {};
     return bytes;
 }
 
 void RecordReader::for_each(const std::function<void(const record::RecordView&)>& use) const {
     const auto read = [this](RecordNumber first, MutableBytes into) {
-        return file_.read_at(offset_of(first), into) == into.size();
+        return file_.read_at(record::record_offset(layout_, first), into) == into.size();
     };
     record::scan_records(layout_, count(), read, [&](const record::RecordView& record) {
         use(record);

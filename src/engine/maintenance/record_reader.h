@@ -30,7 +30,6 @@ class RecordReader {
   private:
     RecordReader(platform::File file, record::TableLayout layout)
         : file_(std::move(file)), layout_(std::move(layout)) {}
-    std::uint64_t offset_of(RecordNumber record) const;
 
     platform::File file_;
     record::TableLayout layout_;

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "engine/record/memo_format.h"
 #include "engine/record/table_path.h"
 
 namespace brenik::maintenance {
@@ -91,8 +92,7 @@ void TableFiles::open_index(Access access) {
 }
 
 void TableFiles::open_memo(std::uint8_t version, Access access) {
-    const bool old_kind = version == 0x83 || version == 0x8B;
-    memo = open_for(record::sibling_path(table.path(), old_kind ? "DBT" : "FPT"), access);
+    memo = open_for(record::sibling_path(table.path(), record::memo_extension(version)), access);
 }
 
 }  // namespace brenik::maintenance

@@ -2,20 +2,17 @@
 
 #include "engine/make/create_table.h"
 
-#include <algorithm>
 #include <vector>
 
 #include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
 #include "engine/make/index_builder.h"
-#include "engine/record/field_codec.h"
+#include "engine/record/dbf_file.h"
 #include "engine/record/table_path.h"
 #include "platform/clock.h"
 
 namespace brenik::make {
 namespace {
-
-constexpr Byte kEndOfFile = 0x1A;
 
 platform::File open_for_creation(const std::string& path) {
     platform::File file =
@@ -31,15 +28,10 @@ platform::File open_for_creation(const std::string& path) {
 
 void create_table(const std::string& path, record::TableLayout layout) {
     const std::string name = record::table_path(path);
-    std::vector<Byte> bytes = record::make_header(layout);
-    const platform::LocalDay today = platform::system_clock().today();
-    bytes[1] = static_cast<Byte>(today.year % 100);
-    bytes[2] = static_cast<Byte>(today.month);
-    bytes[3] = static_cast<Byte>(today.day);
-    bytes.push_back(kEndOfFile);
+    std::vector<Byte> bytes = record::make_header(layout, platform::system_clock().today());
+    bytes.push_back(record::kEndMark);
     platform::File table = open_for_creation(name);
-    if (std::any_of(layout.fields.begin(), layout.fields.end(), record::is_memo))
-        local::MemoFile::create(name);
+    if (layout.has_memos()) local::MemoFile::create(name);
     table.write_at(0, bytes);
 }
 

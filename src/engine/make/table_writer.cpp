@@ -2,20 +2,17 @@
 
 #include "engine/make/table_writer.h"
 
-#include <algorithm>
-
 #include "engine/locks/lock_scheme.h"
 #include "engine/make/create_table.h"
+#include "engine/record/dbf_file.h"
 #include "engine/record/field_codec.h"
+#include "engine/record/memo_format.h"
 #include "engine/record/table_path.h"
 
 namespace brenik::make {
 namespace {
 
 constexpr std::size_t kBufferSize = 1 << 20;
-constexpr std::uint64_t kCountOffset = 4;
-constexpr Byte kEndOfFile = 0x1A;
-constexpr std::uint8_t kBinary = 0x04;  // field flag: no text, never recoded
 
 }  // namespace
 
@@ -28,9 +25,10 @@ TableWriter::TableWriter(const std::string& path, const record::TableLayout& lay
     if (!file_.is_open()) {
         throw EngineFault(FaultCode::kBusy, "create", file_path + ": cannot be had for filling");
     }
-    written_to_ = record::make_header(layout_).size();
+    layout_ = record::parse_layout(record::read_header(file_), file_path);
+    written_to_ = layout_.header_length;
     limit_ = locks::LockScheme(layout_).max_records();
-    if (std::any_of(layout_.fields.begin(), layout_.fields.end(), record::is_memo)) {
+    if (layout_.has_memos()) {
         memo_ = local::MemoFile::open(file_path, layout_.version, {platform::Sharing::kExclusive});
     }
     blank_.resize(layout_.record_length);
@@ -57,21 +55,18 @@ void TableWriter::append(const std::vector<Value>& values, bool deleted) {
 
 void TableWriter::put(const record::Field& field, const Value& value) {
     if (value.is_nil()) return;
-    if (!record::is_memo(field)) return record::write_field(record_, layout_, field, value);
+    if (!field.is_memo()) return record::write_field(record_, layout_, field, value);
     if (!value.is_text()) {
         throw EngineFault(FaultCode::kUnsuitableValue, "append",
                           file_.path() + ": field " + field.name + ": the value is not text");
     }
-    const bool binary = (field.flags & kBinary) != 0;
-    record::set_memo_block(record_, field, memo_->write(value.text(), binary));
+    record::set_memo_block(record_, field, memo_->write(value.text(), field.is_binary()));
 }
 
 void TableWriter::close() {
-    buffer_.push_back(kEndOfFile);
+    buffer_.push_back(record::kEndMark);
     write_buffer();
-    std::vector<Byte> count(4);
-    store_le32(count.data(), count_);
-    file_.write_at(kCountOffset, count);
+    file_.write_at(record::kCountOffset, record::count_bytes(count_));
     file_.close();
     memo_.reset();
 }

@@ -15,7 +15,6 @@
 namespace brenik::record {
 namespace {
 
-constexpr std::uint8_t kAutoincrement = 0x0C;
 constexpr int kBinaryNumberWidth = 20;
 constexpr int kIntegerWidth = 11;
 constexpr double kCurrencyScale = 10000;
@@ -114,22 +113,10 @@ void put_variable_text(MutableBytes record, const TableLayout& layout, const Fie
 }
 
 void make_blank_field(MutableBytes record, const TableLayout& layout, const Field& field) {
-    const MutableBytes at = record.subspan(field.offset, field.width);
-    switch (field.type) {
-        case 'I':
-        case 'B':
-        case 'Y':
-        case 'T':
-            std::fill(at.begin(), at.end(), Byte{0});
-            break;
-        case 'V':
-        case 'Q':
-            put_variable_text(record, layout, field, "");
-            break;
-        default:
-            std::fill(at.begin(), at.end(),
-                      is_memo(field) && field.width == 4 ? Byte{0} : Byte{' '});
+    if (field.kind->form == FieldForm::kVariableText) {
+        return put_variable_text(record, layout, field, "");
     }
+    std::ranges::fill(record.subspan(field.offset, field.width), field.kind->blank);
 }
 
 double number_for(const Field& field, const Value& value) {
@@ -153,60 +140,29 @@ std::string date_time_text(std::int32_t day, std::uint32_t ms) {
     return Date(day).to_ymd() + time;
 }
 
-bool is_memo(const Field& field) {
-    return field.type == 'M' || field.type == 'G' || field.type == 'P' || field.type == 'W' ||
-           (field.type == 'B' && field.width == 10);
-}
-
-std::uint32_t memo_block(const RecordView& record, const Field& field) {
-    if (field.width == 4) return load_le32(record.field(field).data());
-    const std::string_view text = trim_both(field_text(record, field));
-    std::uint32_t block = 0;
-    std::from_chars(text.data(), text.data() + text.size(), block);
-    return block;
-}
-
-void set_memo_block(MutableBytes record, const Field& field, std::uint32_t block) {
-    const MutableBytes at = record.subspan(field.offset, field.width);
-    if (field.width == 4) {
-        store_le32(at.data(), block);
-    } else {
-        put_text(at,
-                 block == 0 ? std::string(field.width, ' ')
-                            : fixed_text(block, static_cast<int>(field.width), 0),
-                 ' ');
-    }
-}
-
-bool is_autoincrement(const Field& field) {
-    return field.type == 'I' && (field.flags & kAutoincrement) == kAutoincrement;
-}
-
 Value read_field(const RecordView& record, const TableLayout& layout, const Field& field) {
     if (is_null(record, layout, field)) return {};
     const Byte* at = record.bytes.data() + field.offset;
-    switch (field.type) {
-        case 'N':
-        case 'F':
+    switch (field.kind->form) {
+        case FieldForm::kDecimal:
             return ascii_number(record, field);
-        case 'D':
+        case FieldForm::kDate:
             return Date::from_ymd(field_text(record, field));
-        case 'L':
+        case FieldForm::kLogical:
             return std::string_view("TtYy").find(static_cast<char>(*at)) != std::string_view::npos;
-        case 'I':
+        case FieldForm::kInteger:
             return Number{static_cast<double>(static_cast<std::int32_t>(load_le32(at))),
                           kIntegerWidth, 0};
-        case 'B':
+        case FieldForm::kDouble:
             return Number{std::bit_cast<double>(load_le64(at)), kBinaryNumberWidth,
                           static_cast<int>(field.decimals)};
-        case 'Y':
+        case FieldForm::kCurrency:
             return Number{
                 static_cast<double>(static_cast<std::int64_t>(load_le64(at))) / kCurrencyScale,
                 kBinaryNumberWidth, kCurrencyDecimals};
-        case 'T':
+        case FieldForm::kDateTime:
             return date_time_text(static_cast<std::int32_t>(load_le32(at)), load_le32(at + 4));
-        case 'V':
-        case 'Q':
+        case FieldForm::kVariableText:
             return variable_text(record, layout, field);
         default:
             return field_text(record, field);
@@ -218,36 +174,34 @@ void write_field(MutableBytes record, const TableLayout& layout, const Field& fi
     set_null(record, layout, field, value.is_nil());
     if (value.is_nil()) return make_blank_field(record, layout, field);
     const MutableBytes at = record.subspan(field.offset, field.width);
-    switch (field.type) {
-        case 'N':
-        case 'F':
+    switch (field.kind->form) {
+        case FieldForm::kDecimal:
             return put_ascii_number(at, field, number_for(field, value));
-        case 'D':
+        case FieldForm::kDate:
             if (value.kind() != ValueKind::kDate) unsuitable(field, "the value is not a date");
             return put_text(at, value.date().to_ymd(), ' ');
-        case 'L':
+        case FieldForm::kLogical:
             if (value.kind() != ValueKind::kLogical)
                 unsuitable(field, "the value is not a logical");
             at[0] = value.logical() ? 'T' : 'F';
             return;
-        case 'I': {
+        case FieldForm::kInteger: {
             const std::int64_t whole = whole_within(field, number_for(field, value),
                                                     std::numeric_limits<std::int32_t>::min(),
                                                     std::numeric_limits<std::int32_t>::max());
             return store_le32(at.data(), static_cast<std::uint32_t>(whole));
         }
-        case 'B':
+        case FieldForm::kDouble:
             return store_le64(at.data(), std::bit_cast<std::uint64_t>(number_for(field, value)));
-        case 'Y': {
+        case FieldForm::kCurrency: {
             constexpr double kLimit = 9.2e18;
             const std::int64_t scaled =
                 whole_within(field, number_for(field, value) * kCurrencyScale, -kLimit, kLimit);
             return store_le64(at.data(), static_cast<std::uint64_t>(scaled));
         }
-        case 'T':
+        case FieldForm::kDateTime:
             return put_date_time(at, field, text_for(field, value));
-        case 'V':
-        case 'Q':
+        case FieldForm::kVariableText:
             return put_variable_text(record, layout, field, text_for(field, value));
         default:
             return put_text(at, text_for(field, value), ' ');
@@ -267,8 +221,8 @@ void set_null(MutableBytes record, const TableLayout& layout, const Field& field
 }
 
 FieldDescription describe(const Field& field) {
-    return {field.name, field.type, static_cast<int>(field.width),
-            static_cast<int>(field.decimals)};
+    return {field.name, field.type, static_cast<int>(field.width), static_cast<int>(field.decimals),
+            field.kind->value};
 }
 
 }  // namespace brenik::record

@@ -2,7 +2,7 @@
 //
 // What a field holds in a record: text blank-padded; numbers as right-aligned ASCII; dates as
 // YYYYMMDD; logicals as one letter; integers, doubles, currency and date-times as little-endian
-// binary; memos as the number of their first block. Memo text itself is memo_file.h's.
+// binary; memos as the number of their first block. Memos themselves are memo_format.h's.
 
 #pragma once
 
@@ -13,14 +13,6 @@
 #include "util/value.h"
 
 namespace brenik::record {
-
-// Fields whose content lies in the memo file: M, G, P, W.
-bool is_memo(const Field& field);
-std::uint32_t memo_block(const RecordView& record, const Field& field);  // 0: no memo
-void set_memo_block(MutableBytes record, const Field& field, std::uint32_t block);
-
-// Columns that the engine fills by itself when a record is added.
-bool is_autoincrement(const Field& field);
 
 // The value of any field but a memo; nil for NULL.
 Value read_field(const RecordView& record, const TableLayout& layout, const Field& field);

@@ -1,15 +1,4 @@
-// What a table's header says: version, sizes and fields, checked against the file.
-//
-// Header: 32 bytes, little-endian, then 32 bytes a field, then 0x0D.
-//   offset size
-//        0    1  version: 03 plain, 83 8B with .dbt, F5 with .fpt, 30 31 32 the later generation
-//        1    3  last update: year of the century, month, day
-//        4    4  records in the file, deleted ones counted
-//        8    2  header length, the offset of record 1
-//       10    2  record length, deletion mark included
-//       28    1  bit 0: a structural .cdx belongs to the table; bit 1: memo fields
-//       29    1  code page mark
-// A field's offset is never read from the file: widths are added up.
+// A table's fields and where they lie in a record. dbf_file.h reads a layout from a file's header.
 
 #pragma once
 
@@ -20,12 +9,10 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/record/field_types.h"
 #include "util/bytes.h"
 
 namespace brenik::record {
-
-inline constexpr std::size_t kTableHeaderSize = 32;
-inline constexpr std::size_t kFieldDescriptorSize = 32;
 
 struct Field {
     std::string name;  // upper case
@@ -33,12 +20,21 @@ struct Field {
     std::uint32_t width = 0;
     std::uint32_t decimals = 0;
     std::uint8_t flags = 0;
+    // The rest is known once the layout has been read from a header, or a header made from it.
+    const FieldType* kind = nullptr;
     std::uint32_t offset = 0;  // in the record; the first field has 1
     // Bits of the null flags column: set while the value is NULL, or shorter than the field.
     std::optional<std::uint32_t> null_bit;
     std::optional<std::uint32_t> length_bit;
 
-    bool hidden() const { return (flags & 0x01) != 0; }
+    bool is_memo() const { return kind->is_memo(); }
+    bool is_hidden() const { return (flags & 0x01) != 0; }
+    // Holds bytes rather than text: never shown or recoded as text.
+    bool is_binary() const { return (flags & 0x04) != 0; }
+    // The engine fills this column when a record is added.
+    bool is_autoincrement() const {
+        return kind->form == FieldForm::kInteger && (flags & 0x0C) == 0x0C;
+    }
 };
 
 struct TableLayout {
@@ -51,18 +47,11 @@ struct TableLayout {
     std::optional<Field> null_flags;
 
     bool has_structural_index() const { return (flags & 0x01) != 0; }
+    bool has_memos() const;
     // 0x30 and later: binary memo pointers, NULLs, 263 bytes after the field descriptors.
     bool is_later_generation() const { return version >= 0x30 && version <= 0x32; }
     const Field* find(std::string_view name) const;  // case-insensitive; null when absent
 };
-
-// Reads the layout out of the leading bytes of a file (all of the header). Throws EngineFault
-// kDamagedFile or kUnsupported that names `path` and what is wrong.
-TableLayout parse_layout(Bytes header, const std::string& path);
-
-// The header bytes of a table with this layout and no records; fills in offsets, lengths and null
-// bits of `layout` on the way.
-std::vector<Byte> make_header(TableLayout& layout);
 
 // One record as it lies in the file, deletion mark first.
 struct RecordView {
