@@ -23,46 +23,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-struct NamedOperation {
-    std::string_view name;
-    std::string_view arguments;
-};
-
-// The operations of the library's registry, as its exports call them.
-constexpr NamedOperation kOperations[] = {
-    {"StartUp", "data folder, trace"},
-    {"ShutDown", ""},
-    {"AddedRec", "table, record number"},
-    {"DeletedRec", "table, record number"},
-    {"AddStart", "table, number"},
-    {"AddEnd", "table, identifier (ref)"},
-    {"EditStart", "table, identifier, number"},
-    {"EditBegin", "table, record number, number"},
-    {"SetField", "table, record number, field name, text"},
-    {"EditEnd", "table, record number"},
-    {"GetMyFirm", "text (ref)"},
-    {"GetU_ID", "table, key, identifier (ref)"},
-    {"TMENU", ""},
-    {"TMENUITEM", ""},
-    {"TBAR", ""},
-    {"TCOMBOBOX", ""},
-    {"TMULTIGET", ""},
-    {"TMDIFRAME", ""},
-    {"TMDICHILD", ""},
-    {"TRADIO", ""},
-    {"TRADMENU", ""},
-    {"TMETAFILE", ""},
-    {"BATISRUNNING", ""},
-    {"RUNTHEBAT", ""},
-    {"RPREVIEW", ""},
-};
-
 void print_line(std::string_view name, std::string_view arguments) {
     std::cout << name << (arguments.empty() ? "" : ": ") << arguments << "\n";
 }
 
 void print_names() {
-    for (const NamedOperation& each : kOperations) print_line(each.name, each.arguments);
+    for (const NamedOperation& each : operations()) print_line(each.name, each.arguments);
     for (const Routine& each : library_routines()) print_line(each.name, each.arguments);
     for (const Routine& each : table_operations()) print_line(each.name, each.arguments);
 }

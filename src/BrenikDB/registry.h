@@ -1,7 +1,7 @@
 // The operations by name, as the exports find them.
 //
 // Every operation has one shape here: arguments in order, absent ones at the end left out, and the
-// result as a value. An argument that the operation hands back is replaced in place.
+// result as a value. A text that the operation hands back takes its argument's place.
 
 #pragma once
 
@@ -14,7 +14,15 @@ namespace brenik {
 
 using Operation = Value (*)(Session& session, std::span<Value> arguments);
 
-// Null when no operation has that name; letter case does not matter.
+struct NamedOperation {
+    std::string_view name;       // found in any letter case
+    std::string_view arguments;  // for people; "(ref)" marks a text that is handed back
+    Operation run;
+};
+
+std::span<const NamedOperation> operations();
+
+// Null when no operation has that name.
 Operation find_operation(std::string_view name);
 
 }  // namespace brenik

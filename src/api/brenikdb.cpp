@@ -1,66 +1,180 @@
-// The twelve exports: each forwards to the bridge, over the one session of the process.
+// The twelve exports, and what each goes through on its way to an operation.
+//
+// An export hands its arguments to call(), which looks the operation up by name, runs it on values,
+// copies results back into the host's memory and returns the operation's code. call() is also the
+// only exception barrier: whatever is thrown below ends here as code kStoppedByFault, with a line
+// in the fault file and the trace log, every lock released and the session still usable.
 
 #include "brenikdb.h"
 
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <exception>
+#include <string>
+
 #include "BrenikDB/codes.h"
 #include "BrenikDB/process_session.h"
-#include "api/bridge.h"
+#include "BrenikDB/registry.h"
+#include "fwp/fault_file.h"
+#include "platform/host_state.h"
+#include "util/fault.h"
+#include "util/runtime.h"
 
 namespace brenik {
 
 namespace {
 
-constexpr Bridge kBridge(process_session);
-
 static_assert(int{kNotRegistered} == BRENIK_NOT_REGISTERED &&
               int{kStoppedByFault} == BRENIK_FAULT && int{kKeyNotFound} == BRENIK_KEY_NOT_FOUND);
+
+constexpr std::size_t kIdentifierSize = 7;
+
+// The operation that begins a session.
+constexpr std::string_view kBeginning = "StartUp";
+
+// The host finds its table number in `in_out` even after kNotRegistered: it is written between the
+// look-up and the test of its outcome. The operation receives what was there before.
+struct TableNumber {
+    int table;
+    int* in_out;
+    int given = *in_out;
+    operator Value() const { return given; }
+};
+
+// Memory of the host that an operation reads from and answers into.
+struct Buffer {
+    char* bytes;
+    Value (*read)(const char* bytes);
+    void (*write)(char* bytes, const std::string& result);
+    operator Value() const { return read(bytes); }
+};
+
+Value given_text(const char* bytes) { return bytes; }
+
+// The host's text when it is as long as an identifier, else blanks.
+Value given_identifier(const char* bytes) {
+    const bool given = bytes && std::strlen(bytes) == kIdentifierSize;
+    return given ? std::string(bytes) : std::string(kIdentifierSize, ' ');
+}
+
+void write_identifier(char* bytes, const std::string& result) {
+    std::memcpy(bytes, pad_right(result, kIdentifierSize).c_str(), kIdentifierSize + 1);
+}
+
+// No more than the length of the host's own text. The terminator goes one past the end, and the
+// byte between stays the host's: published behaviour that hosts size their buffers for.
+void write_within(char* bytes, const std::string& result) {
+    const std::size_t count = std::min(result.size(), std::strlen(bytes));
+    std::memcpy(bytes, result.data(), count);
+    bytes[count + 1] = '\0';
+}
+
+void looked_up(const auto&) {}
+void looked_up(const TableNumber& number) { *number.in_out = number.table; }
+
+void copy_back(const auto&, const Value&) {}
+void copy_back(const Buffer& buffer, const Value& result) {
+    buffer.write(buffer.bytes, result.text());
+}
+
+// Others may want to empty or remove the trace log between two calls.
+struct ClosedTraceLog {
+    explicit ClosedTraceLog(Session& in) : session(in) {}
+    ~ClosedTraceLog() { session.trace_log.close(); }
+    Session& session;
+};
+
+BrenikCode run(std::string_view name, Operation operation, std::span<Value> arguments) {
+    Session& session = process_session();
+    if (session.variables.inherited && name != kBeginning) {
+        throw EngineFault(FaultCode::kOtherProcess, std::string(name),
+                          "the session belongs to the process that forked this one; "
+                          "call BrenikInitialize first");
+    }
+    const ClosedTraceLog afterwards(session);
+    return static_cast<BrenikCode>(operation(session, arguments).whole());
+}
+
+void recover(std::string_view name, std::string_view fault) noexcept {
+    try {
+        Session& session = process_session();
+        const ClosedTraceLog afterwards(session);
+        session.recover();
+        note_fault(session, name, fault);
+    } catch (...) {
+        // Without even a session the code alone has to tell.
+    }
+}
+
+template <class... Arguments>
+BrenikCode call(std::string_view name, const Arguments&... arguments) noexcept {
+    const platform::HostState host_state;
+    try {
+        const Operation operation = find_operation(name);
+        (looked_up(arguments), ...);
+        if (!operation) return kNotRegistered;
+        std::array<Value, sizeof...(Arguments)> values{Value(arguments)...};
+        const BrenikCode code = run(name, operation, values);
+        [[maybe_unused]] const Value* result = values.data();
+        (copy_back(arguments, *result++), ...);
+        return code;
+    } catch (const std::exception& fault) {
+        recover(name, fault.what());
+    } catch (...) {
+        recover(name, "unknown fault");
+    }
+    return kStoppedByFault;
+}
 
 }  // namespace
 
 }  // namespace brenik
 
-using brenik::kBridge;
+using namespace brenik;
 
 BrenikCode BRENIK_CALL BrenikInitialize(const char* data_path, int trace, int /*reserved*/) {
-    return kBridge.initialize(data_path, trace);
+    return call(kBeginning, data_path, trace != 0);
 }
 
-BrenikCode BrenikShutDown(void) { return kBridge.shut_down(); }
+BrenikCode BrenikShutDown(void) { return call("ShutDown"); }
 
 BrenikCode BRENIK_CALL BrenikAddedRecord(int table, int record) {
-    return kBridge.added_record(table, record);
+    return call("AddedRec", table, record);
 }
 
 BrenikCode BRENIK_CALL BrenikDeletedRecord(int table, int record) {
-    return kBridge.deleted_record(table, record);
+    return call("DeletedRec", table, record);
 }
 
 BrenikCode BRENIK_CALL BrenikAddStart(int table, int* in_out) {
-    return kBridge.add_start(table, in_out);
+    return call("AddStart", table, TableNumber{table, in_out});
 }
 
 BrenikCode BRENIK_CALL BrenikAddEnd(int table, char* identifier) {
-    return kBridge.add_end(table, identifier);
+    return call("AddEnd", table, Buffer{identifier, given_identifier, write_identifier});
 }
 
 BrenikCode BRENIK_CALL BrenikEditStart(int table, const char* identifier, int* in_out) {
-    return kBridge.edit_start(table, identifier, in_out);
+    return call("EditStart", table, identifier, TableNumber{table, in_out});
 }
 
 BrenikCode BRENIK_CALL BrenikEditBegin(int table, int record, int* in_out) {
-    return kBridge.edit_begin(table, record, in_out);
+    return call("EditBegin", table, record, TableNumber{table, in_out});
 }
 
 BrenikCode BRENIK_CALL BrenikSetField(int table, int record, const char* field, const char* text) {
-    return kBridge.set_field(table, record, field, text);
+    return call("SetField", table, record, field, text);
 }
 
 BrenikCode BRENIK_CALL BrenikEditEnd(int table, int record) {
-    return kBridge.edit_end(table, record);
+    return call("EditEnd", table, record);
 }
 
-BrenikCode BRENIK_CALL BrenikGetMyFirm(char* firm) { return kBridge.get_my_firm(firm); }
+BrenikCode BRENIK_CALL BrenikGetMyFirm(char* firm) {
+    return call("GetMyFirm", Buffer{firm, given_text, write_within});
+}
 
 BrenikCode BRENIK_CALL BrenikGetU_ID(int table, const char* key, char* identifier) {
-    return kBridge.get_u_id(table, key, identifier);
+    return call("GetU_ID", table, key, Buffer{identifier, given_identifier, write_within});
 }

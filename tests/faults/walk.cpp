@@ -12,16 +12,15 @@
 #include <fstream>
 
 #include "../unit/fake_engine.h"
-#include "api/bridge.h"
+#include "BrenikDB/process_session.h"
+#include "brenikdb.h"
 #include "engine/local/local_engine.h"
 #include "session/session.h"
 
-namespace brenik::faults {
-namespace {
+namespace brenik {
 
-namespace fs = std::filesystem;
-
-Session& session() {
+// In place of the library's own.
+Session& process_session() {
     static local::LocalEngine engine;
     static fake::Clock clock;
     static fake::UserInterface ui;
@@ -29,7 +28,11 @@ Session& session() {
     return only;
 }
 
-constexpr Bridge kBridge(session);
+namespace faults {
+namespace {
+
+namespace fs = std::filesystem;
+
 constexpr int kRecord = 3;
 
 std::string folder;
@@ -37,22 +40,22 @@ char text[1000];
 int number;
 
 std::string sample_identifier(int table) {
-    session().areas.table(table, "walk").go_to(kRecord);
-    return session().areas.field(table, "U_ID").text();
+    process_session().areas.table(table, "walk").go_to(kRecord);
+    return process_session().areas.field(table, "U_ID").text();
 }
 
 void set(int table, const char* field, const char* value) {
-    kBridge.set_field(table, 0, field, value);
+    BrenikSetField(table, 0, field, value);
 }
 
 void fill(int table) {
-    kBridge.add_start(table, &number);
+    BrenikAddStart(table, &number);
     if (table == kNamesArea || table == kMattersArea) set(table, "NOTES", "A note that is new");
     if (table == kCodesArea) set(table, "CODE", "Walked");
 }
 
 void change(int table, const char* name) {
-    kBridge.edit_begin(table, kRecord, &number);
+    BrenikEditBegin(table, kRecord, &number);
     set(table, "LAST", name);
     set(table, "NOTES", name);
 }
@@ -68,57 +71,57 @@ void fill_linked() {
 }
 
 template <int table>
-Bridge::Code add_end() {
-    return kBridge.add_end(table, text);
+BrenikCode add_end() {
+    return BrenikAddEnd(table, text);
 }
 
-Bridge::Code edit_end() { return kBridge.edit_end(kNamesArea, kRecord); }
+BrenikCode edit_end() { return BrenikEditEnd(kNamesArea, kRecord); }
 
 const struct {
     const char* name;
     void (*prepare)();
-    Bridge::Code (*run)();
+    BrenikCode (*run)();
 } kCalls[] = {
     {"StartUp",
      [] {
-         kBridge.shut_down();
-         session().areas.select(kCrossReferenceArea);
+         BrenikShutDown();
+         process_session().areas.select(kCrossReferenceArea);
      },
-     [] { return kBridge.initialize(folder.c_str(), 0); }},
-    {"ShutDown", [] { change(kNamesArea, "Walked"); }, [] { return kBridge.shut_down(); }},
-    {"AddStart", [] {}, [] { return kBridge.add_start(kNamesArea, &number); }},
+     [] { return BrenikInitialize(folder.c_str(), 0, 0); }},
+    {"ShutDown", [] { change(kNamesArea, "Walked"); }, [] { return BrenikShutDown(); }},
+    {"AddStart", [] {}, [] { return BrenikAddStart(kNamesArea, &number); }},
     {"AddEnd 1", fill_in<kNamesArea>, add_end<kNamesArea>},
     {"AddEnd 2", fill_in<kEventsArea>, add_end<kEventsArea>},
     {"AddEnd 3", fill_in<kMattersArea>, add_end<kMattersArea>},
     {"AddEnd 7", fill_in<kCodesArea>, add_end<kCodesArea>},
     {"AddEnd with a link", fill_linked, add_end<kMattersArea>},
     {"EditStart", [] { std::strcpy(text, sample_identifier(kNamesArea).c_str()); },
-     [] { return kBridge.edit_start(kNamesArea, text, &number); }},
-    {"EditBegin", [] {}, [] { return kBridge.edit_begin(kNamesArea, kRecord, &number); }},
-    {"SetField", [] { kBridge.edit_begin(kNamesArea, kRecord, &number); },
-     [] { return kBridge.set_field(kNamesArea, kRecord, "NOTES", "Set"); }},
+     [] { return BrenikEditStart(kNamesArea, text, &number); }},
+    {"EditBegin", [] {}, [] { return BrenikEditBegin(kNamesArea, kRecord, &number); }},
+    {"SetField", [] { BrenikEditBegin(kNamesArea, kRecord, &number); },
+     [] { return BrenikSetField(kNamesArea, kRecord, "NOTES", "Set"); }},
     {"EditEnd", [] { change(kNamesArea, "Walked"); }, edit_end},
     {"EditEnd again",
      [] {
          change(kNamesArea, "Once");
          edit_end();
-         session().clock.pause(10000);
+         process_session().clock.pause(10000);
          change(kNamesArea, "Walked");
      },
      edit_end},
-    {"AddedRec", [] {}, [] { return kBridge.added_record(kNamesArea, kRecord); }},
+    {"AddedRec", [] {}, [] { return BrenikAddedRecord(kNamesArea, kRecord); }},
     {"DeletedRec",
      [] {
-         Table& names = session().areas.table(kNamesArea, "walk");
+         Table& names = process_session().areas.table(kNamesArea, "walk");
          names.go_to(kRecord);
          if (names.lock_record(kRecord)) names.mark_deleted();
          names.unlock_all();
      },
-     [] { return kBridge.deleted_record(kNamesArea, kRecord); }},
+     [] { return BrenikDeletedRecord(kNamesArea, kRecord); }},
     {"GetMyFirm", [] { std::strcpy(text, std::string(500, ' ').c_str()); },
-     [] { return kBridge.get_my_firm(text); }},
+     [] { return BrenikGetMyFirm(text); }},
     {"GetU_ID", [] { std::strcpy(text, "......."); },
-     [] { return kBridge.get_u_id(kNamesArea, "FIRM", text); }},
+     [] { return BrenikGetU_ID(kNamesArea, "FIRM", text); }},
 };
 
 void fault_calls(const char* how) {
@@ -150,28 +153,29 @@ std::string shown(const ArrayReference& buffer) {
 
 int walk(const std::string& name) {
     const auto* call = std::ranges::find(kCalls, name, [](const auto& each) { return each.name; });
-    if (call == std::end(kCalls) || kBridge.initialize(folder.c_str(), 0) != 0) return 2;
+    if (call == std::end(kCalls) || BrenikInitialize(folder.c_str(), 0, 0) != 0) return 2;
     call->prepare();
-    const int area_before = session().areas.current();
-    const std::string before = shown(session().buffer);
+    const int area_before = process_session().areas.current();
+    const std::string before = shown(process_session().buffer);
     const std::string text_before = text;
     fs::copy(folder, folder + ".before");
     fault_calls("faulty_files_arm");
-    const Bridge::Code code = call->run();
+    const BrenikCode code = call->run();
     fault_calls("faulty_files_disarm");
     fs::copy(folder, folder + ".left");
-    const int area = session().areas.current();
+    const int area = process_session().areas.current();
     std::printf("%u\t%d\t%d\t%d\t%s\t%s\n", code, area_before, area, locks_held(),
-                shown(session().buffer) == before ? "kept" : "new",
+                shown(process_session().buffer) == before ? "kept" : "new",
                 text == text_before ? "kept" : text);
-    if (name == "StartUp" || name == "ShutDown") kBridge.initialize(folder.c_str(), 0);
+    if (name == "StartUp" || name == "ShutDown") BrenikInitialize(folder.c_str(), 0, 0);
     fill(kEventsArea);
-    std::printf("%u\n", kBridge.add_end(kEventsArea, text));
+    std::printf("%u\n", BrenikAddEnd(kEventsArea, text));
     return 0;
 }
 
 }  // namespace
-}  // namespace brenik::faults
+}  // namespace faults
+}  // namespace brenik
 
 int main(int argc, char** argv) {
     if (argc != 3) return 2;

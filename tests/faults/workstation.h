@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "BrenikDB/process_session.h"
-#include "api/bridge.h"
+#include "brenikdb.h"
 
 namespace brenik::faults {
 
@@ -24,29 +24,29 @@ class Workstation {
 
     // Throws Refused when the practice cannot be opened.
     explicit Workstation(std::string folder) : folder_(std::move(folder)) {
-        expect_success(bridge_.initialize(folder_.c_str(), 0));
+        expect_success(BrenikInitialize(folder_.c_str(), 0, 0));
     }
 
     // The identifier of the new record.
     std::string add(int table, const Values& values, const std::string& contact = "") {
         int ignored = 0;
-        expect_success(bridge_.add_start(table, &ignored));
+        expect_success(BrenikAddStart(table, &ignored));
         set_fields(table, values);
         char identifier[8] = {};
         contact.copy(identifier, 7);
-        expect_success(bridge_.add_end(table, identifier));
+        expect_success(BrenikAddEnd(table, identifier));
         return identifier;
     }
     void edit(int table, const std::string& identifier, const Values& values) {
         int ignored = 0;
-        expect_success(bridge_.edit_start(table, identifier.c_str(), &ignored));
+        expect_success(BrenikEditStart(table, identifier.c_str(), &ignored));
         set_fields(table, values);
-        expect_success(bridge_.edit_end(table, 0));
+        expect_success(BrenikEditEnd(table, 0));
     }
     void report_deleted(int table, RecordNumber record) {
-        expect_success(bridge_.deleted_record(table, static_cast<int>(record)));
+        expect_success(BrenikDeletedRecord(table, static_cast<int>(record)));
     }
-    void shut_down() { bridge_.shut_down(); }
+    void shut_down() { BrenikShutDown(); }
 
     // The table of a work area, made current; opened by name where the practice's own start-up
     // does not open it.
@@ -71,16 +71,15 @@ class Workstation {
     const std::string& folder() const { return folder_; }
 
   private:
-    void expect_success(Bridge::Code code) {
+    void expect_success(BrenikCode code) {
         if (code != 0) throw Refused{static_cast<int>(code)};
     }
     void set_fields(int table, const Values& values) {
         for (const auto& [field, text] : values) {
-            expect_success(bridge_.set_field(table, 0, field.c_str(), text.c_str()));
+            expect_success(BrenikSetField(table, 0, field.c_str(), text.c_str()));
         }
     }
 
-    Bridge bridge_{process_session};
     std::string folder_;
 };
 

@@ -7,7 +7,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "api/bridge.h"
+#include "BrenikDB/process_session.h"
+#include "brenikdb.h"
 #include "engine/local/local_engine.h"
 #include "fuzz.h"
 #include "unit/fake_engine.h"
@@ -48,8 +49,33 @@ void patch(std::vector<PracticeFile>& files, fuzz::Input input) {
     }
 }
 
+void work(int table) {
+    int ignored = 0;
+    char identifier[8] = "A100003";
+    BrenikAddStart(table, &ignored);
+    for (const char* field : {"LAST", "MATTER", "TOPIC", "DETAIL", "NOTES", "NOTE", "BALANCE"}) {
+        BrenikSetField(table, 0, field, "12/31/99 of some text");
+    }
+    BrenikAddEnd(table, identifier);
+    BrenikEditStart(table, identifier, &ignored);
+    BrenikSetField(table, 0, "OPERATOR", "ABC");
+    BrenikEditEnd(table, 0);
+    for (const int record : {1, 2, 5}) {
+        BrenikEditBegin(table, record, &ignored);
+        BrenikSetField(table, 0, table == 4 ? "NOTE" : "NOTES", "another text");
+        BrenikSetField(table, 0, "ENTRY", "01/02/03");
+        BrenikEditEnd(table, record);
+        BrenikAddedRecord(table, record);
+        BrenikDeletedRecord(table, record);
+    }
+    char found[8] = {};
+    BrenikGetU_ID(table, "X", found);
+}
+
+}  // namespace
+
 // Locks and opens that are refused are tried for five seconds by this clock, not by ours.
-Session& session() {
+Session& brenik::process_session() {
     static local::LocalEngine engine;
     static fake::Clock clock;
     static fake::UserInterface ui;
@@ -59,43 +85,17 @@ Session& session() {
     return made;
 }
 
-void work(const Bridge& bridge, int table) {
-    int ignored = 0;
-    char identifier[8] = "A100003";
-    bridge.add_start(table, &ignored);
-    for (const char* field : {"LAST", "MATTER", "TOPIC", "DETAIL", "NOTES", "NOTE", "BALANCE"}) {
-        bridge.set_field(table, 0, field, "12/31/99 of some text");
-    }
-    bridge.add_end(table, identifier);
-    bridge.edit_start(table, identifier, &ignored);
-    bridge.set_field(table, 0, "OPERATOR", "ABC");
-    bridge.edit_end(table, 0);
-    for (const int record : {1, 2, 5}) {
-        bridge.edit_begin(table, record, &ignored);
-        bridge.set_field(table, 0, table == 4 ? "NOTE" : "NOTES", "another text");
-        bridge.set_field(table, 0, "ENTRY", "01/02/03");
-        bridge.edit_end(table, record);
-        bridge.added_record(table, record);
-        bridge.deleted_record(table, record);
-    }
-    char found[8] = {};
-    bridge.get_u_id(table, "X", found);
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     static const std::vector<PracticeFile> sound = read_practice();
     if (sound.empty()) return 0;
     std::vector<PracticeFile> files = sound;
     patch(files, {bytes, size});
     for (const PracticeFile& file : files) fuzz::write_file(file.name, file.bytes);
-    const Bridge bridge(session);
-    bridge.initialize(fuzz::folder().c_str(), 1);
-    for (const int table : {1, 2, 3, 4, 7}) work(bridge, table);
+    BrenikInitialize(fuzz::folder().c_str(), 1, 0);
+    for (const int table : {1, 2, 3, 4, 7}) work(table);
     std::vector<char> firm(300, ' ');
     firm.back() = '\0';
-    bridge.get_my_firm(firm.data());
-    bridge.shut_down();
+    BrenikGetMyFirm(firm.data());
+    BrenikShutDown();
     return 0;
 }

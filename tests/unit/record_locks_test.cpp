@@ -6,8 +6,10 @@
 #include <cstring>
 #include <fstream>
 
+#include "BrenikDB/process_session.h"
+#include "BrenikDB/registry.h"
 #include "RSData/journal.h"
-#include "api/bridge.h"
+#include "brenikdb.h"
 #include "c_source/Data.h"
 #include "data/add_rec.h"
 #include "data/net_use.h"
@@ -158,10 +160,7 @@ TEST_F(Retries, OfAnOpenAttachTheIndexInTheirOwnWay) {
 }
 
 Session* g_session = nullptr;
-Session& the_session() { return *g_session; }
-
-Operation no_operation(std::string_view) { return nullptr; }
-
+Operation g_operation = nullptr;
 Value g_received;
 
 Value answer_long_text(Session&, std::span<Value> arguments) {
@@ -190,28 +189,27 @@ class Exports : public Retries {
 };
 
 TEST_F(Exports, OfAMissingOperationLeaveTextAloneButWriteTheTableNumber) {
-    const Bridge bridge(the_session, no_operation);
+    g_operation = nullptr;
     int number = 5;
-    EXPECT_EQ(bridge.edit_begin(3, 1, &number), 11U);
+    EXPECT_EQ(BrenikEditBegin(3, 1, &number), 11U);
     EXPECT_EQ(number, 3);
     char text[10] = "ABCDEFG";
-    EXPECT_EQ(bridge.add_end(3, text), 11U);
-    EXPECT_EQ(bridge.get_u_id(1, "key", text), 11U);
-    EXPECT_EQ(bridge.get_my_firm(text), 11U);
+    EXPECT_EQ(BrenikAddEnd(3, text), 11U);
+    EXPECT_EQ(BrenikGetU_ID(1, "key", text), 11U);
+    EXPECT_EQ(BrenikGetMyFirm(text), 11U);
     EXPECT_STREQ(text, "ABCDEFG");
 }
 
 TEST_F(Exports, HandOverWhatTheHostsIntegerHeld) {
-    const Bridge bridge(the_session, [](std::string_view) -> Operation { return remember_last; });
+    g_operation = remember_last;
     int number = 5;
-    EXPECT_EQ(bridge.add_start(3, &number), 0U);
+    EXPECT_EQ(BrenikAddStart(3, &number), 0U);
     EXPECT_EQ(g_received.whole(), 5);
     EXPECT_EQ(number, 3);
 }
 
 TEST_F(Exports, TerminateCopiedTextWhereHostsExpectIt) {
-    const Bridge bridge(the_session,
-                        [](std::string_view) -> Operation { return answer_long_text; });
+    g_operation = answer_long_text;
     const struct {
         const char* primed;
         const char* identifier;        // what the operation receives as an identifier
@@ -226,15 +224,15 @@ TEST_F(Exports, TerminateCopiedTextWhereHostsExpectIt) {
         char buffer[20];
         const auto prime = [&] { std::strcpy(std::fill_n(buffer, 20, '#') - 20, c.primed); };
         prime();
-        EXPECT_EQ(bridge.add_end(3, buffer), 5U);
+        EXPECT_EQ(BrenikAddEnd(3, buffer), 5U);
         EXPECT_EQ(g_received.text(), c.identifier);
         EXPECT_EQ(std::string(buffer, c.after_identifier.size()), c.after_identifier);
         prime();
-        EXPECT_EQ(bridge.get_u_id(1, "key", buffer), 5U);
+        EXPECT_EQ(BrenikGetU_ID(1, "key", buffer), 5U);
         EXPECT_EQ(g_received.text(), c.identifier);
         EXPECT_EQ(std::string(buffer, c.after_long_answer.size()), c.after_long_answer);
         prime();
-        EXPECT_EQ(bridge.get_my_firm(buffer), 5U);
+        EXPECT_EQ(BrenikGetMyFirm(buffer), 5U);
         EXPECT_EQ(g_received.text(), c.primed);
         EXPECT_EQ(std::string(buffer, c.after_long_answer.size()), c.after_long_answer);
     }
@@ -242,14 +240,19 @@ TEST_F(Exports, TerminateCopiedTextWhereHostsExpectIt) {
 
 TEST_F(Exports, StopFaultsAndReleaseWhatTheCallHeld) {
     names() = {.fields = {{"ID", 'C', 7, 0}}, .record = {""}, .put_fails = true};
-    const Bridge full(the_session, [](std::string_view) -> Operation { return fill_record; });
-    EXPECT_EQ(full.edit_end(1, 0), 14U);
+    g_operation = fill_record;
+    EXPECT_EQ(BrenikEditEnd(1, 0), 14U);
     EXPECT_FALSE(names().locked);
     EXPECT_TRUE(names().abandoned);
-    const Bridge poor(the_session, [](std::string_view) -> Operation { return run_out_of_memory; });
-    EXPECT_EQ(poor.shut_down(), 14U);
-    EXPECT_EQ(poor.initialize(nullptr, 0), 14U);
+    g_operation = run_out_of_memory;
+    EXPECT_EQ(BrenikShutDown(), 14U);
+    EXPECT_EQ(BrenikInitialize(nullptr, 0, 0), 14U);
 }
 
 }  // namespace
+
+// In place of the library's own.
+Session& process_session() { return *g_session; }
+Operation find_operation(std::string_view) { return g_operation; }
+
 }  // namespace brenik
