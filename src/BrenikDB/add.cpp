@@ -40,9 +40,7 @@ bool is_duplicate_code(Session& session) {
     if (areas.current() != kCodesArea) return false;
     const std::string key = pad_right(buffer_text(session, 1), kCodeKindWidth) +
                             pad_right(buffer_text(session, 2), kCodeTextWidth);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddEnd", {Value(), "AddEnd", areas.order_name(), key});
-    }
+    trace(session, "AddEnd", [&] { return Array{"AddEnd", areas.order_name(), key}; });
     return areas.table("AddEnd").seek(key, SeekMode::kHard, SeekEnd::kFirst);
 }
 
@@ -51,9 +49,7 @@ int add_buffer(Session& session) {
     WorkAreas& areas = session.areas;
     const auto fill = [&] { SCATGAT(session, session.buffer, areas.current() != kCodesArea); };
     if (!ADD_REC(session, {.fill = fill})) {
-        if (session.variables.LTRACE) {
-            TRACELOG(session, "AddEnd", {Value(), "AddEnd: add_rec failed"});
-        }
+        trace(session, "AddEnd", "AddEnd: add_rec failed");
         areas.table("AddEnd").go_to(0);
         return kAppendFailed;
     }
@@ -71,9 +67,7 @@ bool open_cross_reference(Session& session) {
         NET_USE(session, session.data_path() + "LAW9", {.alias = "XREF", .attach_index = true})) {
         return true;
     }
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddEnd", {Value(), "AddEnd: open file failed in XREF"});
-    }
+    trace(session, "AddEnd", "AddEnd: open file failed in XREF");
     return false;
 }
 
@@ -125,9 +119,7 @@ int write_link(Session& session, const std::string& contact) {
 
 void report_missing_link(Session& session) {
     WorkAreas& areas = session.areas;
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddEnd", {Value(), "AddEnd: add_rec failed in XREF"});
-    }
+    trace(session, "AddEnd", "AddEnd: add_rec failed in XREF");
     session.ui.message_box("An error occurred while adding a record to the XREF database.",
                            "Error Appending Record", platform::Icon::kInformation);
     if (areas.current() == kCrossReferenceArea) areas.table("AddEnd").go_to(0);
@@ -174,33 +166,27 @@ std::size_t activate_contact(Session& session) {
 }  // namespace
 
 int AddStart(Session& session, int table) {
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddStart", {Value(), "AddStart nTable:", table});
-    }
+    trace(session, "AddStart", [&] { return Array{"AddStart nTable:", table}; });
     if (const int code = select_table(session, "AddStart", table); code != kSuccess) return code;
     WorkAreas& areas = session.areas;
     areas.table("AddStart").go_to(0);
     session.buffer = SCATGAT(session);
     const std::size_t active = activate_contact(session);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddStart",
-                 {Value(), "AddStart record initialized", areas.end_of_file(), areas.alias(),
-                  static_cast<std::int64_t>(active)});
-    }
+    trace(session, "AddStart", [&] {
+        return Array{"AddStart record initialized", areas.end_of_file(), areas.alias(),
+                     static_cast<std::int64_t>(active)};
+    });
     return kSuccess;
 }
 
 int AddEnd(Session& session, int table, std::string& identifier) {
     WorkAreas& areas = session.areas;
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddEnd",
-                 {Value(), "AddEnd", table, areas.end_of_file(), areas.alias(), identifier});
-    }
+    trace(session, "AddEnd", [&] {
+        return Array{"AddEnd", table, areas.end_of_file(), areas.alias(), identifier};
+    });
     if (table != areas.current()) return kNotCurrentArea;
     const int code = add_record(session, identifier);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddEnd", {Value(), "AddEnd", code, identifier});
-    }
+    trace(session, "AddEnd", [&] { return Array{"AddEnd", code, identifier}; });
     return code;
 }
 

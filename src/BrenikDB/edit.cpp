@@ -41,96 +41,85 @@ int write_under_lock(Session& session) {
 }  // namespace
 
 int EditStart(Session& session, int table, const Value& identifier) {
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "EditStart", {Value(), "EditStart nTable, U_ID:", table, identifier});
-    }
+    trace(session, "EditStart", [&] {
+        return Array{"EditStart nTable, U_ID:", table, identifier};
+    });
     if (const int code = select_table(session, "EditStart", table); code != kSuccess) return code;
     if (!identifier.is_text()) {
-        if (session.variables.LTRACE) {
-            TRACELOG(session, "EditStart", {Value(), "EditStart U_ID is not Char."});
-        }
+        trace(session, "EditStart", "EditStart U_ID is not Char.");
         return kIdentifierNotFound;
     }
     if (!seek_in_order(session, "U_ID", identifier)) return kIdentifierNotFound;
     session.buffer = SCATGAT(session);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "EditStart",
-                 {Value(), "EditStart record selected", identifier, session.areas.record_number(),
-                  session.areas.alias()});
-    }
+    trace(session, "EditStart", [&] {
+        return Array{"EditStart record selected", identifier, session.areas.record_number(),
+                     session.areas.alias()};
+    });
     return kSuccess;
 }
 
 int EditBegin(Session& session, int table, std::int64_t record) {
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "EditBegin", {Value(), "EditBegin nTable, nRec:", table, record});
-    }
+    trace(session, "EditBegin", [&] { return Array{"EditBegin nTable, nRec:", table, record}; });
     if (const int code = select_table(session, "EditBegin", table); code != kSuccess) return code;
     WorkAreas& areas = session.areas;
     const RecordNumber count = areas.record_count();
     if (record < 1 || record > std::int64_t{count}) {
-        if (session.variables.LTRACE) {
-            TRACELOG(session, "EditBegin",
-                     {Value(), "EditBegin Error in nRec. Count =" + std::to_string(count), record});
-        }
+        trace(session, "EditBegin", [&] {
+            return Array{"EditBegin Error in nRec. Count =" + std::to_string(count), record};
+        });
         return kBadRecord;
     }
     areas.table("EditBegin").go_to(to_record_number(record));
     if (areas.end_of_file() || std::int64_t{areas.record_number()} != record) {
-        if (session.variables.LTRACE) {
-            TRACELOG(session, "EditBegin",
-                     {Value(), "At Eof or bad RecNo after GoTo", areas.alias(), areas.end_of_file(),
-                      areas.record_number(), record});
-        }
+        trace(session, "EditBegin", [&] {
+            return Array{"At Eof or bad RecNo after GoTo", areas.alias(), areas.end_of_file(),
+                         areas.record_number(), record};
+        });
         return kBadRecord;
     }
     session.buffer = SCATGAT(session);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "EditBegin",
-                 {Value(), "EditBegin record selected", areas.record_number(), areas.alias()});
-    }
+    trace(session, "EditBegin", [&] {
+        return Array{"EditBegin record selected", areas.record_number(), areas.alias()};
+    });
     return kSuccess;
 }
 
 int SetField(Session& session, int table, std::int64_t record, const std::string& field,
              const std::string& text) {
     WorkAreas& areas = session.areas;
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "SetField",
-                 {Value(), "Set Field", field, text, table, areas.record_number(), areas.alias(),
-                  record, session.buffer == nullptr});
-    }
+    trace(session, "SetField", [&] {
+        return Array{"Set Field",           field,         text,   table,
+                     areas.record_number(), areas.alias(), record, session.buffer == nullptr};
+    });
     if (table != areas.current()) return kNotCurrentArea;
     if (!is_current_record(session, record) || !session.buffer) return kBadRecord;
     const std::size_t position = areas.field_position(field);
     if (position == 0 || position > session.buffer->size()) {
-        if (session.variables.LTRACE) {
-            TRACELOG(session, "SetField",
-                     {Value(), "Set Field BRERR_FIELD", areas.end_of_file(),
-                      static_cast<std::int64_t>(position), areas.record_number(), areas.alias(),
-                      record});
-        }
+        trace(session, "SetField", [&] {
+            return Array{
+                "Set Field BRERR_FIELD", areas.end_of_file(), static_cast<std::int64_t>(position),
+                areas.record_number(),   areas.alias(),       record};
+        });
         return kUnknownField;
     }
     Value& element = (*session.buffer)[position - 1];
     set_element(session, element,
                 element_type(element, areas.table("SetField").fields()[position - 1]), text);
-    if (session.variables.LTRACE) TRACELOG(session, "SetField", {Value(), "Set Field", kSuccess});
+    trace(session, "SetField", [&] { return Array{"Set Field", kSuccess}; });
     return kSuccess;
 }
 
 int EditEnd(Session& session, int table, std::int64_t record) {
     WorkAreas& areas = session.areas;
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "EditEnd",
-                 {Value(), "EditEnd", record, table, areas.record_number(), areas.end_of_file(),
-                  areas.alias()});
-    }
+    trace(session, "EditEnd", [&] {
+        return Array{"EditEnd",           record,       table, areas.record_number(),
+                     areas.end_of_file(), areas.alias()};
+    });
     if (table != areas.current()) return kNotCurrentArea;
     const bool editable = is_current_record(session, record) && !areas.end_of_file();
     const int code = editable && session.buffer ? write_under_lock(session) : kBadRecord;
     REC_UNLOCK(session);
-    if (session.variables.LTRACE) TRACELOG(session, "EditEnd", {Value(), "EditEnd", code});
+    trace(session, "EditEnd", [&] { return Array{"EditEnd", code}; });
     return code;
 }
 

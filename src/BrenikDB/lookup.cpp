@@ -127,25 +127,21 @@ std::string display_name(const Value& last, const Value& first, std::size_t widt
 
 int GetMyFirm(Session& session, std::string& firm) {
     const std::string name = firm_name(session);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "GetMyFirm",
-                 {Value(), "GetMyFirm", static_cast<std::int64_t>(firm.size())});
-    }
+    trace(session, "GetMyFirm", [&] {
+        return Array{"GetMyFirm", static_cast<std::int64_t>(firm.size())};
+    });
     const std::string id = main_setting(session, "GetMyFirm", "MyFirm");
     firm = find_firm(session, id, name);
-    if (session.variables.LTRACE && firm.empty()) {
-        TRACELOG(session, "GetMyFirm", {Value(), "GetMyFirm Failed Seek", id});
-    } else if (session.variables.LTRACE) {
-        TRACELOG(session, "GetMyFirm", {Value(), "GetMyFirm End", firm, kSuccess});
-    }
+    trace(session, "GetMyFirm", [&] {
+        return firm.empty() ? Array{"GetMyFirm Failed Seek", id}
+                            : Array{"GetMyFirm End", firm, kSuccess};
+    });
     return kSuccess;
 }
 
 int GetU_ID(Session& session, int table, const std::string& key, std::string& identifier) {
     const int code = find_identifier(session, table, key, identifier);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "GetU_ID", {Value(), "GetU_ID End", table, identifier, code});
-    }
+    trace(session, "GetU_ID", [&] { return Array{"GetU_ID End", table, identifier, code}; });
     return code;
 }
 

@@ -21,21 +21,15 @@ int note_addition(Session& session, std::int64_t record) {
 }  // namespace
 
 int AddedRec(Session& session, int table, std::int64_t record) {
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddedRec", {Value(), "AddedRec: nTable, nRec:", table, record});
-    }
+    trace(session, "AddedRec", [&] { return Array{"AddedRec: nTable, nRec:", table, record}; });
     session.areas.select(table);
     const int code = note_addition(session, record);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "AddedRec", {Value(), "AddedRec return:", code});
-    }
+    trace(session, "AddedRec", [&] { return Array{"AddedRec return:", code}; });
     return code;
 }
 
 int DeletedRec(Session& session, int table, std::int64_t record) {
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "DeletedRec", {Value(), "DeletedRec nTable, nRec:", table, record});
-    }
+    trace(session, "DeletedRec", [&] { return Array{"DeletedRec nTable, nRec:", table, record}; });
     WorkAreas& areas = session.areas;
     areas.select(table);
     if (!areas.used()) {

@@ -17,21 +17,18 @@ constexpr int kLastTableNumber = 255;
 
 int select_table(Session& session, const std::string& operation, int table) {
     WorkAreas& areas = session.areas;
-    const auto trace = [&](const std::string& text) {
-        if (session.variables.LTRACE) TRACELOG(session, operation, {Value(), text});
-    };
     if (table < 1 || table > kLastTableNumber) {
-        trace(operation + " nTable is out of range.");
+        trace(session, operation, [&] { return Array{operation + " nTable is out of range."}; });
         return kBadTable;
     }
     areas.select(table);
     // There is no blank between alias and label: integrators' tools look for this form.
-    if (session.variables.LTRACE) {
-        trace(operation + " in alias " + areas.alias() +
-              "reccount: " + std::to_string(areas.record_count()));
-    }
+    trace(session, operation, [&] {
+        return Array{operation + " in alias " + areas.alias() +
+                     "reccount: " + std::to_string(areas.record_count())};
+    });
     if (!areas.used()) {
-        trace(operation + " nTable is not used.");
+        trace(session, operation, [&] { return Array{operation + " nTable is not used."}; });
         return kBadTable;
     }
     return kSuccess;

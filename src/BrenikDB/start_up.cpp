@@ -40,10 +40,6 @@ constexpr std::array kPracticeTables{
 
 constexpr std::string_view kNewerNotesFile = "LAW1Note";
 
-void trace(Session& session, const std::string& text, unsigned line = __builtin_LINE()) {
-    if (session.variables.LTRACE) TRACELOG(session, "StartUp", {Value(), text}, line);
-}
-
 void make_variables(Session& session, bool trace_wanted) {
     const Date today = session.today();
     session.variables = SessionVariables{default_settings(today), today, "___", trace_wanted};
@@ -102,7 +98,7 @@ void require_sound_share(Session& session) {
     if (!share.unsound.empty()) {
         throw EngineFault(FaultCode::kUnsupported, "StartUp", folder + ": " + share.unsound);
     }
-    if (!share.doubtful.empty()) trace(session, folder + ": " + share.doubtful);
+    if (!share.doubtful.empty()) trace(session, "StartUp", folder + ": " + share.doubtful);
 }
 
 bool has_file(Session& session, const char* name) {
@@ -115,11 +111,11 @@ bool has_file(Session& session, const char* name) {
 
 int check_files(Session& session) {
     if (!has_file(session, "LAWSYS.DBF") || !has_file(session, "LAW1.DBF")) {
-        trace(session, "Data files are missing.");
+        trace(session, "StartUp", "Data files are missing.");
         return kDataFilesMissing;
     }
     if (!has_file(session, "LAW2.CDX") || !has_file(session, "LAW1.CDX")) {
-        trace(session, "Index files are missing.");
+        trace(session, "StartUp", "Index files are missing.");
         return kIndexFilesMissing;
     }
     return kSuccess;
@@ -147,13 +143,13 @@ bool open_practice_table(Session& session, const PracticeTable& table) {
 int open_tables(Session& session) {
     session.areas.select(kSystemArea);
     if (!NET_USE(session, session.data_path() + "LAWSYS")) {
-        trace(session, "Cannot open lawsys.");
+        trace(session, "StartUp", "Cannot open lawsys.");
         return kSystemTableNotOpened;
     }
     session.module.system_record = session.areas.end_of_file() ? 0 : session.areas.record_number();
     if (marks_newer_notes(session)) {
         session.module.notes_variant = true;
-        trace(session, "Accessing v14 law1notes.");
+        trace(session, "StartUp", "Accessing v14 law1notes.");
     }
     for (const PracticeTable& table : kPracticeTables) {
         if (!open_practice_table(session, table)) return kTableNotOpened;
@@ -171,7 +167,7 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     empty_trace_log(session);
     choose_tracing(session);  // first, so that settings that cannot be read are traced
     choose_engine(session);
-    trace(session, session.setting(Setting::DataPath).text());
+    trace(session, "StartUp", session.setting(Setting::DataPath).text());
     require_sound_share(session);
     int code = check_files(session);
     if (code == kSuccess) code = open_tables(session);
@@ -182,9 +178,7 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
 int ShutDown(Session& session) {
     if (session.module.shut_down) return kAlreadyShutDown;
     CLOSEALL(session);
-    if (session.variables.LTRACE) {
-        TRACELOG(session, "ShutDown", {Value(), "Databases were closed."});
-    }
+    trace(session, "ShutDown", "Databases were closed.");
     session.module.shut_down = true;
     return kSuccess;
 }

@@ -274,7 +274,7 @@ std::optional<std::string> last_journalled(Session& session, const std::string& 
         return key->substr(table_code.size(), limit.size());
     } catch (const EngineFault& fault) {
         if (fault.code() != FaultCode::kBusy) throw;
-        if (session.variables.LTRACE) TRACELOG(session, "NEXTUID", {Value(), fault.what()});
+        trace(session, "NEXTUID", fault.what());
         return {};
     }
 }

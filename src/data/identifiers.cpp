@@ -145,8 +145,8 @@ void NextIdentifier::take_back() {
 }
 
 void NextIdentifier::trace(const std::string& line) const {
-    if (!session_.variables.LTRACE) return;
-    TRACELOG(session_, "NEXTUID", {Value(), session_.areas.alias(area_) + ": " + line});
+    brenik::trace(session_, "NEXTUID",
+                  [&] { return Array{session_.areas.alias(area_) + ": " + line}; });
 }
 
 bool lock_record_of(Session& session, int area) {

@@ -99,7 +99,7 @@ void write_fault_line(Session& session, std::string_view call, std::string_view 
 void note_fault(Session& session, std::string_view call, std::string_view reason) noexcept {
     write_fault_line(session, call, reason);
     try {
-        if (session.variables.LTRACE) TRACELOG(session, call, {Value(), reason});
+        trace(session, call, reason);
     } catch (const std::exception&) {
         // Without memory even for the trace line, the code alone has to tell.
     }

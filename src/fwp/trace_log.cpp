@@ -45,11 +45,11 @@ std::string line_text(unsigned line) {
     return number_text(Number{static_cast<double>(line)}, kLineNumberWidth, 0);
 }
 
-bool shows_callers(std::initializer_list<Value> arguments) {
-    return arguments.size() != 0 && !arguments.begin()->is_nil();
+bool shows_callers(const Array& arguments) {
+    return !arguments.empty() && !arguments.front().is_nil();
 }
 
-std::string trace_record(const CallSite& caller, std::initializer_list<Value> arguments) {
+std::string trace_record(const CallSite& caller, const Array& arguments) {
     std::string record =
         "[" + upper(caller.name) + "] (" + line_text(caller.line) + ") Called from: ";
     record += kLineEnd;
@@ -68,8 +68,8 @@ std::string trace_record(const CallSite& caller, std::initializer_list<Value> ar
 
 std::string trace_log_path(const Session& session) { return session.data_path() + "Trace.Log"; }
 
-bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
-              unsigned line, const CallSite* called_by) {
+bool TRACELOG(Session& session, std::string_view caller, const Array& arguments, unsigned line,
+              const CallSite* called_by) {
     const std::string record = trace_record({caller, line, called_by}, arguments);
     try {
         platform::File& log = session.trace_log;
@@ -83,6 +83,11 @@ bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<V
         session.trace_log.close();
     }
     return true;
+}
+
+void write_trace(Session& session, std::string_view caller, Array arguments, unsigned line) {
+    arguments.emplace(arguments.begin());
+    TRACELOG(session, caller, arguments, line);
 }
 
 }  // namespace brenik

@@ -13,7 +13,7 @@
 
 #pragma once
 
-#include <initializer_list>
+#include <concepts>
 #include <string>
 #include <string_view>
 
@@ -32,10 +32,26 @@ struct CallSite {
 // Appends one record: the calling operation's name in capitals and the line of the call, which the
 // compiler fills in, then one line for each argument. When the first argument is not nil, lines for
 // the callers of the caller come in between, from `called_by` outwards; nobody in the library asks
-// for them. Callers test LTRACE first. A file that cannot be opened or written to is passed over in
-// silence; the result is always true.
-bool TRACELOG(Session& session, std::string_view caller, std::initializer_list<Value> arguments,
+// for them. trace() tests LTRACE first. A file that cannot be opened or written to is passed over
+// in silence; the result is always true.
+bool TRACELOG(Session& session, std::string_view caller, const Array& arguments,
               unsigned line = __builtin_LINE(), const CallSite* called_by = nullptr);
+
+// The record of a session that is traced: nil first, so that no callers are shown, then
+// `arguments`.
+void write_trace(Session& session, std::string_view caller, Array arguments, unsigned line);
+
+// Where tracing is on, writes the record of what `arguments` returns. It is not called otherwise.
+template <std::invocable Arguments>
+void trace(Session& session, std::string_view caller, const Arguments& arguments,
+           unsigned line = __builtin_LINE()) {
+    if (session.variables.LTRACE) write_trace(session, caller, arguments(), line);
+}
+// The same for a text that costs nothing to make.
+inline void trace(Session& session, std::string_view caller, std::string_view text,
+                  unsigned line = __builtin_LINE()) {
+    if (session.variables.LTRACE) write_trace(session, caller, {text}, line);
+}
 
 std::string trace_log_path(const Session& session);
 
