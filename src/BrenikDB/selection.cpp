@@ -2,8 +2,6 @@
 
 #include "BrenikDB/selection.h"
 
-#include <limits>
-
 #include "BrenikDB/codes.h"
 #include "fwp/trace_log.h"
 
@@ -32,11 +30,6 @@ int select_table(Session& session, const std::string& operation, int table) {
         return kBadTable;
     }
     return kSuccess;
-}
-
-RecordNumber to_record_number(std::int64_t number) {
-    const bool possible = number > 0 && number <= std::numeric_limits<RecordNumber>::max();
-    return possible ? static_cast<RecordNumber>(number) : RecordNumber{0};
 }
 
 bool seek_in_order(Session& session, std::string_view order, const Value& key) {

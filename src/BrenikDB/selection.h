@@ -13,9 +13,6 @@ namespace brenik {
 // which changes nothing, or when the area, current by then, holds no table.
 [[nodiscard]] int select_table(Session& session, const std::string& operation, int table);
 
-// The record of a host's number; what no record can have stands for the phantom record.
-RecordNumber to_record_number(std::int64_t number);
-
 // Seeks a key in one order of the current table, which stays active. False also when the table has
 // no such order.
 [[nodiscard]] bool seek_in_order(Session& session, std::string_view order, const Value& key);

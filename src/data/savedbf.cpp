@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 
 #include "data/cmfun.h"
 #include "data/cmxfun.h"
+#include "data/record_number.h"
 
 namespace brenik {
 
@@ -36,12 +36,6 @@ Value element(const Value& list, std::size_t number) {
 }
 
 std::size_t length(const Value& list) { return list.array() ? list.array()->size() : 0; }
-
-RecordNumber record_in(const Value& value) {
-    const std::int64_t record = value.whole();
-    const bool possible = record > 0 && record <= std::numeric_limits<RecordNumber>::max();
-    return possible ? static_cast<RecordNumber>(record) : RecordNumber{0};
-}
 
 int area_in(const Value& value) {
     const std::int64_t area = value.whole();
@@ -95,7 +89,8 @@ void restore_targets(Session& session, const Value& state) {
     const Value relations = element(state, kRelations);
     for (std::size_t i = 1; i <= length(relations); ++i) {
         const int target = area_in(element(element(relations, i), 1));
-        const RecordNumber record = record_in(element(element(state, kTargetRecords), i));
+        const RecordNumber record =
+            to_record_number(element(element(state, kTargetRecords), i).whole());
         if (session.areas.used(target)) session.areas.table(target, "RESTDBF").go_to(record);
     }
 }
@@ -132,7 +127,7 @@ bool RESTDBF(Session& session, const Value& state, bool) {
     restore_relations(session, element(state, kRelations));
     restore_order(session, state);
     restore_filter(session, element(state, kFilter));
-    areas.table("RESTDBF").go_to(record_in(element(state, kRecord)));
+    areas.table("RESTDBF").go_to(to_record_number(element(state, kRecord).whole()));
     restore_targets(session, state);
     return true;
 }
