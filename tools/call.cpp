@@ -41,7 +41,8 @@ const Routine* find(std::span<const Routine> routines, std::string_view name) {
 
 Value run(Session& session, const std::string& name, CallArguments& arguments) {
     for (const auto routines : {library_routines(), table_operations()}) {
-        if (const Routine* routine = find(routines, name)) return routine->call(session, arguments);
+        if (const Routine* routine = find(routines, name))
+            return routine->call({routine->name, session, arguments});
     }
     if (const Operation operation = find_operation(name))
         return operation(session, arguments.values());

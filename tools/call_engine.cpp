@@ -5,6 +5,7 @@
 #include <array>
 
 #include "call_table.h"
+#include "data/record_number.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/profile.h"
@@ -15,277 +16,179 @@ namespace {
 
 using Arguments = CallArguments;
 
-Table& table(Session& session, std::string_view operation) {
-    return session.areas.table(operation);
-}
+RecordNumber record(const Arguments& a) { return to_record_number(a.whole(0)); }
 
-RecordNumber record(const Arguments& a, std::size_t index) {
-    // Numbers past the last record, however large, mean the phantom record.
-    const std::int64_t number = a.whole(index);
-    return number < 0 || number > UINT32_MAX ? 0 : static_cast<RecordNumber>(number);
-}
-
-std::size_t field_place(Session& session, const Arguments& a, std::string_view operation) {
+std::size_t field_place(WorkAreas& areas, const Arguments& a) {
     const std::size_t place = a.size(0);
-    if (place == 0 || place > table(session, operation).fields().size()) {
-        throw CallError("argument 1 is no field of " + session.areas.alias());
+    if (place == 0 || place > areas.table("field place").fields().size()) {
+        throw CallError("argument 1 is no field of " + areas.alias());
     }
     return place;
 }
 
-// As table(), for what the work areas do with it.
-WorkAreas& areas(Session& session, std::string_view operation) {
-    table(session, operation);
-    return session.areas;
+int area_argument(const WorkAreas& areas, const Arguments& a, std::size_t index) {
+    return a.value(index).is_text() ? areas.area_named(a.text(index)) : a.small(index);
 }
 
-int area_argument(Session& session, const Arguments& a, std::size_t index) {
-    return a.value(index).is_text() ? session.areas.area_named(a.text(index)) : a.small(index);
+bool seek(Table& table, const Arguments& a, SeekEnd end) {
+    return table.seek(a.value(0), a.logical(1, false) ? SeekMode::kSoft : SeekMode::kHard, end);
 }
 
-Value open_table(Session& session, Arguments& a) {
-    session.areas.open(a.text(2), a.optional_text(3),
-                       a.logical(4, true) ? TableSharing::kShared : TableSharing::kExclusive,
-                       a.logical(0, false) ? OpenIn::kNewArea : OpenIn::kCurrentArea);
-    return {};
-}
-
-Value append_blank(Session& session, Arguments& a) {
-    areas(session, "append blank").append_blank(a.logical(0, true));
-    return {};
-}
-
-Value deleted_visibility(Session& session, Arguments& a) {
-    Engine& engine = session.areas.engine();
-    const bool before = engine.deleted_hidden();
-    if (a.given(0)) engine.set_deleted_hidden(equal_ignoring_case(a.text(0), "on"));
-    return before ? "on" : "off";
-}
-
-Value seek(Session& session, Arguments& a, SeekEnd end) {
-    const SeekMode mode = a.logical(1, false) ? SeekMode::kSoft : SeekMode::kHard;
-    const char* operation = end == SeekEnd::kFirst ? "seek" : "seek last";
-    return table(session, operation).seek(a.value(0), mode, end);
-}
-
-Value set_order_focus(Session& session, Arguments& a) {
-    Table& current = table(session, "set order focus");
-    const std::string before = current.order_name(current.order_number());
-    if (a.value(0).kind() == ValueKind::kNumber) {
-        current.set_order(a.size(0));
-    } else if (a.given(0)) {
-        current.set_order(a.text(0));
-    }
-    return before;
-}
-
-Value order_scope(Session& session, Arguments& a) {
-    Table& current = table(session, "order scope");
-    const Value before = current.scope(scope_end(a));
-    if (a.count() > 1) current.set_scope(scope_end(a), a.value(1));
-    return before;
-}
-
-Value order_count(Session& session, Arguments& a) {
-    Table& current = table(session, "order count");
-    return count(a.given(0) ? current.order_count_of(a.text(0)) : current.order_count());
-}
-
-Value assign_field(Session& session, Arguments& a) {
-    const int area = area_argument(session, a, 0);
-    session.areas.table(area, "field assignment by name");
-    session.areas.set_field(area, a.text(1), a.value(2));
-    return {};
-}
-
-Value select(Session& session, Arguments& a) {
-    return a.given(0) ? session.areas.area_of(a.text(0)) : session.areas.current();
-}
-
-Value select_area(Session& session, Arguments& a) {
-    const int area = area_argument(session, a, 0);
-    if (area < 1 || area > kMaxWorkArea) throw CallError("argument 1 names no work area");
-    session.areas.select(area);
-    return {};
-}
-
-Value set_relation(Session& session, Arguments& a) {
-    areas(session, "set relation")
-        .add_relation(session.areas.current(),
-                      {area_argument(session, a, 0), a.text(1), a.logical(2, false)});
-    return {};
-}
-
-Relation relation(Session& session, Arguments& a, std::string_view operation) {
-    const auto all = areas(session, operation).relations(session.areas.current());
+Relation relation(const WorkAreas& areas, const Arguments& a) {
+    const auto all = areas.relations(areas.current());
     const std::size_t number = a.size(0, 1);
     return number == 0 || number > all.size() ? Relation{} : all[number - 1];
 }
 
-Value field_name(Session& session, Arguments& a) {
-    const std::size_t place = a.size(0);
-    const auto& fields = table(session, "field name").fields();
-    return place == 0 || place > fields.size() ? "" : fields[place - 1].name;
-}
+constexpr auto open_table = [](Session& session, Arguments& a) {
+    session.areas.open(a.text(2), a.optional_text(3),
+                       a.logical(4, true) ? TableSharing::kShared : TableSharing::kExclusive,
+                       a.logical(0, false) ? OpenIn::kNewArea : OpenIn::kCurrentArea);
+};
 
-Value field_put(Session& session, Arguments& a) {
-    table(session, "field put").field_put(field_place(session, a, "field put"), a.value(1));
-    return a.value(1);
-}
+constexpr auto deleted_visibility = [](Session& session, Arguments& a) {
+    Engine& engine = session.areas.engine();
+    const bool before = engine.deleted_hidden();
+    if (a.given(0)) engine.set_deleted_hidden(equal_ignoring_case(a.text(0), "on"));
+    return before ? "on" : "off";
+};
+
+constexpr auto set_order_focus = [](Table& table, Arguments& a) {
+    const std::string before = table.order_name(table.order_number());
+    if (a.value(0).kind() == ValueKind::kNumber) {
+        table.set_order(a.size(0));
+    } else if (a.given(0)) {
+        table.set_order(a.text(0));
+    }
+    return before;
+};
+
+constexpr auto order_scope = [](Table& table, Arguments& a) {
+    const Value before = table.scope(scope_end(a));
+    if (a.count() > 1) table.set_scope(scope_end(a), a.value(1));
+    return before;
+};
+
+constexpr auto assign_field = [](Session& session, Arguments& a) {
+    const int area = area_argument(session.areas, a, 0);
+    session.areas.table(area, "field assignment by name");
+    session.areas.set_field(area, a.text(1), a.value(2));
+};
+
+constexpr auto select_area = [](Session& session, Arguments& a) {
+    const int area = area_argument(session.areas, a, 0);
+    if (area < 1 || area > kMaxWorkArea) throw CallError("argument 1 names no work area");
+    session.areas.select(area);
+};
 
 constexpr std::array kOperations{
     Routine{"ADSCLOSEALLTABLES", "",
-            [](Session& s, Arguments&) -> Value { return s.areas.engine().close_all_tables(); }},
+            [](Session& s) { return s.areas.engine().close_all_tables(); }},
     Routine{"ADSISSERVERLOADED", "folder",
-            [](Session& s, Arguments& a) -> Value {
-                return s.areas.engine().server_loaded(a.text(0));
-            }},
+            [](Session& s, Arguments& a) { return s.areas.engine().server_loaded(a.text(0)); }},
     Routine{"ADSLOCKING", "proprietary",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return s.areas.engine().set_proprietary_locking(a.logical(0));
             }},
-    Routine{"ADSREFRESHRECORD", "",
-            [](Session& s, Arguments&) -> Value {
-                return table(s, "ADSREFRESHRECORD").refresh_record();
-            }},
+    Routine{"ADSREFRESHRECORD", "", [](Table& t) { return t.refresh_record(); }},
     Routine{"ADSSETSERVERTYPE", "[server type]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 constexpr int kNoArgument = 999999;
                 return a.given(0) ? s.areas.engine().set_server_type(a.small(0)) : kNoArgument;
             }},
     Routine{"ADSWRITEALLRECORDS", "",
-            [](Session& s, Arguments&) -> Value { return s.areas.engine().write_all_records(); }},
+            [](Session& s) { return s.areas.engine().write_all_records(); }},
     Routine{"add order list", "index file",
-            [](Session& s, Arguments& a) {
-                return nothing([&] { table(s, "add order list").add_orders(a.text(0)); });
-            }},
-    Routine{"alias", "", [](Session& s, Arguments&) -> Value { return s.areas.alias(); }},
-    Routine{"append blank", "[release other locks]", append_blank},
+            [](Table& t, Arguments& a) { t.add_orders(a.text(0)); }},
+    Routine{"alias", "", [](Session& s) { return s.areas.alias(); }},
+    Routine{"append blank", "[release other locks]",
+            [](WorkAreas& w, Arguments& a) { w.append_blank(a.logical(0, true)); }},
     Routine{"automatic opening setting", "",
-            [](Session& s, Arguments&) -> Value {
-                return !s.areas.used() || table(s, "").opened_orders_automatically();
+            [](Session& s) {
+                return !s.areas.used() || s.areas.table("").opened_orders_automatically();
             }},
-    Routine{"beginning of file", "",
-            [](Session& s, Arguments&) -> Value {
-                return table(s, "beginning of file").beginning_of_file();
-            }},
-    Routine{"clear filter", "",
-            [](Session& s, Arguments&) {
-                return nothing([&] { table(s, "clear filter").set_filter(""); });
-            }},
-    Routine{"clear order list", "",
-            [](Session& s, Arguments&) {
-                return nothing([&] { table(s, "clear order list").clear_orders(); });
-            }},
-    Routine{"clear relation", "",
-            [](Session& s, Arguments&) {
-                return nothing(
-                    [&] { areas(s, "clear relation").clear_relations(s.areas.current()); });
-            }},
-    Routine{"close all", "",
-            [](Session& s, Arguments&) { return nothing([&] { s.areas.close_all(); }); }},
-    Routine{
-        "close area", "",
-        [](Session& s, Arguments&) { return nothing([&] { areas(s, "close area").close(); }); }},
-    Routine{"commit", "",
-            [](Session& s, Arguments&) { return nothing([&] { table(s, "commit").commit(); }); }},
-    Routine{
-        "delete", "",
-        [](Session& s, Arguments&) { return nothing([&] { table(s, "delete").mark_deleted(); }); }},
-    Routine{"deleted", "",
-            [](Session& s, Arguments&) -> Value { return table(s, "deleted").deleted(); }},
+    Routine{"beginning of file", "", [](Table& t) { return t.beginning_of_file(); }},
+    Routine{"clear filter", "", [](Table& t) { t.set_filter(""); }},
+    Routine{"clear order list", "", [](Table& t) { t.clear_orders(); }},
+    Routine{"clear relation", "", [](WorkAreas& w) { w.clear_relations(w.current()); }},
+    Routine{"close all", "", [](Session& s) { s.areas.close_all(); }},
+    Routine{"close area", "", [](WorkAreas& w) { w.close(); }},
+    Routine{"commit", "", [](Table& t) { t.commit(); }},
+    Routine{"delete", "", [](Table& t) { t.mark_deleted(); }},
+    Routine{"deleted", "", [](Table& t) { return t.deleted(); }},
     Routine{"deleted-records visibility", "[\"on\" hides them, \"off\" shows them]",
             deleted_visibility},
-    Routine{"end of file", "",
-            [](Session& s, Arguments&) -> Value { return table(s, "end of file").end_of_file(); }},
-    Routine{
-        "evaluate", "expression",
-        [](Session& s, Arguments& a) -> Value { return table(s, "evaluate").evaluate(a.text(0)); }},
+    Routine{"end of file", "", [](Table& t) { return t.end_of_file(); }},
+    Routine{"evaluate", "expression", [](Table& t, Arguments& a) { return t.evaluate(a.text(0)); }},
     Routine{"field assignment by name", "work area or alias, field name, value", assign_field},
-    Routine{"field count", "",
-            [](Session& s, Arguments&) { return count(table(s, "field count").fields().size()); }},
+    Routine{"field count", "", [](Table& t) { return t.fields().size(); }},
     Routine{"field get", "position",
-            [](Session& s, Arguments& a) -> Value {
-                return table(s, "field get").field_get(field_place(s, a, "field get"));
+            [](WorkAreas& w, Arguments& a) {
+                return w.table("field get").field_get(field_place(w, a));
             }},
-    Routine{"field name", "position", field_name},
+    Routine{"field name", "position",
+            [](Table& t, Arguments& a) {
+                const std::size_t place = a.size(0);
+                return place == 0 || place > t.fields().size() ? "" : t.fields()[place - 1].name;
+            }},
     Routine{"field position", "name",
-            [](Session& s, Arguments& a) {
-                return count(areas(s, "field position").field_position(a.text(0)));
+            [](WorkAreas& w, Arguments& a) { return w.field_position(a.text(0)); }},
+    Routine{"field put", "position, value",
+            [](WorkAreas& w, Arguments& a) {
+                w.table("field put").field_put(field_place(w, a), a.value(1));
+                return a.value(1);
             }},
-    Routine{"field put", "position, value", field_put},
     Routine{"file exists", "path",
-            [](Session& s, Arguments& a) -> Value {
-                return platform::file_exists(s.path_of(a.text(0)));
-            }},
-    Routine{"filter", "",
-            [](Session& s, Arguments&) -> Value { return table(s, "filter").filter(); }},
-    Routine{
-        "go bottom", "",
-        [](Session& s, Arguments&) { return nothing([&] { table(s, "go bottom").go_bottom(); }); }},
-    Routine{"go to", "record number",
-            [](Session& s, Arguments& a) {
-                return nothing([&] { table(s, "go to").go_to(record(a, 0)); });
-            }},
-    Routine{"go top", "",
-            [](Session& s, Arguments&) { return nothing([&] { table(s, "go top").go_top(); }); }},
-    Routine{"lock file", "",
-            [](Session& s, Arguments&) -> Value { return table(s, "lock file").lock_table(); }},
+            [](Session& s, Arguments& a) { return platform::file_exists(s.path_of(a.text(0))); }},
+    Routine{"filter", "", [](Table& t) { return t.filter(); }},
+    Routine{"go bottom", "", [](Table& t) { t.go_bottom(); }},
+    Routine{"go to", "record number", [](Table& t, Arguments& a) { t.go_to(record(a)); }},
+    Routine{"go top", "", [](Table& t) { t.go_top(); }},
+    Routine{"lock file", "", [](Table& t) { return t.lock_table(); }},
     Routine{"lock record", "record number",
-            [](Session& s, Arguments& a) -> Value {
-                return table(s, "lock record").lock_record(record(a, 0));
-            }},
-    Routine{"network error", "",
-            [](Session& s, Arguments&) -> Value { return s.areas.network_error(); }},
+            [](Table& t, Arguments& a) { return t.lock_record(record(a)); }},
+    Routine{"network error", "", [](Session& s) { return s.areas.network_error(); }},
     Routine{"open table", "[new work area], [driver], file, [alias], [shared]", open_table},
-    Routine{"order count", "[index file]", order_count},
-    Routine{"order number", "",
-            [](Session& s, Arguments&) { return count(table(s, "order number").order_number()); }},
+    Routine{"order count", "[index file]",
+            [](Table& t, Arguments& a) {
+                return a.given(0) ? t.order_count_of(a.text(0)) : t.order_count();
+            }},
+    Routine{"order number", "", [](Table& t) { return t.order_number(); }},
     Routine{"order scope", "0 top or 1 bottom, [value]", order_scope},
-    Routine{"recall", "",
-            [](Session& s, Arguments&) { return nothing([&] { table(s, "recall").recall(); }); }},
-    Routine{
-        "record count", "",
-        [](Session& s, Arguments&) -> Value { return table(s, "record count").record_count(); }},
-    Routine{
-        "record number", "",
-        [](Session& s, Arguments&) -> Value { return table(s, "record number").record_number(); }},
-    Routine{
-        "relation", "[number]",
-        [](Session& s, Arguments& a) -> Value { return relation(s, a, "relation").expression; }},
-    Routine{
-        "relation target", "[number]",
-        [](Session& s, Arguments& a) -> Value { return relation(s, a, "relation target").target; }},
+    Routine{"recall", "", [](Table& t) { t.recall(); }},
+    Routine{"record count", "", [](Table& t) { return t.record_count(); }},
+    Routine{"record number", "", [](Table& t) { return t.record_number(); }},
+    Routine{"relation", "[number]",
+            [](WorkAreas& w, Arguments& a) { return relation(w, a).expression; }},
+    Routine{"relation target", "[number]",
+            [](WorkAreas& w, Arguments& a) { return relation(w, a).target; }},
     Routine{"seconds", "",
-            [](Session& s, Arguments&) -> Value {
+            [](Session& s) {
                 return Number{s.clock.seconds(), 8, 2};
             }},
     Routine{"seek", "key, [soft]",
-            [](Session& s, Arguments& a) { return seek(s, a, SeekEnd::kFirst); }},
+            [](Table& t, Arguments& a) { return seek(t, a, SeekEnd::kFirst); }},
     Routine{"seek last", "key, [soft]",
-            [](Session& s, Arguments& a) { return seek(s, a, SeekEnd::kLast); }},
-    Routine{"select", "[alias]", select},
+            [](Table& t, Arguments& a) { return seek(t, a, SeekEnd::kLast); }},
+    Routine{"select", "[alias]",
+            [](Session& s, Arguments& a) {
+                return a.given(0) ? s.areas.area_of(a.text(0)) : s.areas.current();
+            }},
     Routine{"select area", "number or alias", select_area},
-    Routine{"set filter", "expression",
-            [](Session& s, Arguments& a) {
-                return nothing([&] { table(s, "set filter").set_filter(a.text(0)); });
-            }},
+    Routine{"set filter", "expression", [](Table& t, Arguments& a) { t.set_filter(a.text(0)); }},
     Routine{"set order focus", "[order name or number]", set_order_focus},
-    Routine{"set relation", "target work area or alias, expression, [scoped]", set_relation},
-    Routine{"skip", "[count]",
-            [](Session& s, Arguments& a) {
-                return nothing([&] { table(s, "skip").skip(a.whole(0, 1)); });
-            }},
     Routine{
-        "unlock", "",
-        [](Session& s, Arguments&) { return nothing([&] { table(s, "unlock").unlock_all(); }); }},
+        "set relation", "target work area or alias, expression, [scoped]",
+        [](WorkAreas& w, Arguments& a) {
+            w.add_relation(w.current(), {area_argument(w, a, 0), a.text(1), a.logical(2, false)});
+        }},
+    Routine{"skip", "[count]", [](Table& t, Arguments& a) { t.skip(a.whole(0, 1)); }},
+    Routine{"unlock", "", [](Table& t) { t.unlock_all(); }},
     Routine{"unlock record", "record number",
-            [](Session& s, Arguments& a) {
-                return nothing([&] { table(s, "unlock record").unlock_record(record(a, 0)); });
-            }},
-    Routine{"used", "", [](Session& s, Arguments&) -> Value { return s.areas.used(); }},
+            [](Table& t, Arguments& a) { t.unlock_record(record(a)); }},
+    Routine{"used", "", [](Session& s) { return s.areas.used(); }},
     Routine{"value of setting", "section, key, default, file",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return platform::profile_string(a.text(0), a.text(1), a.text(2, ""),
                                                 s.path_of(a.text(3)));
             }},

@@ -48,20 +48,20 @@ NetUse net_use_options(const Arguments& a) {
             .attach_index = a.logical(5, false)};
 }
 
-Value call_ADD_REC(Session& session, Arguments& a) {
+constexpr auto call_ADD_REC = [](Session& session, Arguments& a) {
     return ADD_REC(session, {.object = a.record(0),
                              .assign_identifier = a.optional_logical(1),
                              .commit = a.logical(2, true),
                              .seconds = a.number(3, kDefaultRetrySeconds)});
-}
+};
 
-Value call_LASTFIRST(Session& session, Arguments& a) {
+constexpr auto call_LASTFIRST = [](Session& session, Arguments& a) {
     const std::size_t width = a.width(0, kNameWidth);
     if (!a.given(1) && a.record(1) != nullptr) return LASTFIRST(*a.record(1), width);
     return LASTFIRST(session, width, a.optional_small(1));
-}
+};
 
-Value call_NEXTUID(Session& session, Arguments& a) {
+constexpr auto call_NEXTUID = [](Session& session, Arguments& a) {
     std::string identifier = a.text(0, "");
     const bool issued = NEXTUID(session, identifier,
                                 {.record_locked = a.logical(1, false),
@@ -70,17 +70,17 @@ Value call_NEXTUID(Session& session, Arguments& a) {
                                  .table = a.optional_small(4)});
     if (issued) a.give_back(0, identifier);
     return issued;
-}
+};
 
-Value call_RSADD(Session& session, Arguments& a) {
+constexpr auto call_RSADD = [](Session& session, Arguments& a) {
     return RSADD(session, {.area = a.optional_small(2),
                            .commit = a.logical(4, true),
                            .stamp = a.optional_text(3),
                            .identifier = a.optional_text(0),
                            .table_code = a.optional_text(1)});
-}
+};
 
-Value call_RSDEL(Session& session, Arguments& a) {
+constexpr auto call_RSDEL = [](Session& session, Arguments& a) {
     return RSDEL(session, {.area = a.optional_small(1),
                            .stamp = a.optional_text(5),
                            .identifier = a.optional_text(0),
@@ -89,9 +89,9 @@ Value call_RSDEL(Session& session, Arguments& a) {
                            .code_area = a.optional_small(2),
                            .table_code = a.optional_text(4),
                            .quiet = a.logical(7, false)});
-}
+};
 
-Value call_RSSET(Session& session, Arguments& a) {
+constexpr auto call_RSSET = [](Session& session, Arguments& a) {
     FieldChanges changes{.value = a.value(1),
                          .area = a.optional_small(5),
                          .stamp = a.optional_text(2),
@@ -103,210 +103,174 @@ Value call_RSSET(Session& session, Arguments& a) {
     if (a.given(4)) changes.values = a.array(4);
     if (!a.given(0) && !a.given(4)) throw CallError("argument 1 or argument 5 must be given");
     return RSSET(session, changes);
-}
+};
 
-Value call_RSDTOF(Session& session, Arguments& a) {
+constexpr auto call_RSDTOF = [](Session& session, Arguments& a) {
     const std::string before = a.text(3, "");
     std::string changer = before;
     const std::string stamp = RSDTOF(session, a.text(0), a.text(1), a.size(2), &changer);
     if (changer != before) a.give_back(3, changer);
     return stamp;
-}
+};
 
-Value call_CDT2STR(Session& session, Arguments& a) {
+constexpr auto call_CDT2STR = [](Session& session, Arguments& a) {
     const std::string text =
         CDT2STR(session, a.text(0), a.value(1), a.value(2), a.logical(3, false));
     return text;
-}
+};
 
 // The expression and its text are one thing here.
-Value call_CMXSETRELATION(Session& session, Arguments& a) {
+constexpr auto call_CMXSETRELATION = [](Session& session, Arguments& a) {
     if (a.given(1) && a.given(2) && a.text(1) != a.text(2)) {
         throw CallError("arguments 2 and 3 are two different expressions; give one of them");
     }
     CMXSETRELATION(session, a.small(0), a.text(a.given(2) ? 2 : 1));
-    return {};
-}
+};
 
-Value call_CMXSETSCOPE(Session& session, Arguments& a) {
+constexpr auto call_CMXSETSCOPE = [](Session& session, Arguments& a) {
     // With a second argument, nil too, the scope is set.
     return CMXSETSCOPE(session, scope_end(a),
                        a.count() > 1 ? std::optional(a.value(1)) : std::nullopt);
-}
+};
 
-Value call_SCATGAT(Session& session, Arguments& a) {
+constexpr auto call_SCATGAT = [](Session& session, Arguments& a) {
     return a.given(0) ? SCATGAT(session, a.array(0), a.logical(1, false)) : SCATGAT(session);
-}
+};
 
 constexpr std::array kRoutines{
-    Routine{"A2STR", "array", [](Session&, Arguments& a) -> Value { return A2STR(a.value(0)); }},
+    Routine{"A2STR", "array", [](Arguments& a) { return A2STR(a.value(0)); }},
     Routine{"ADD_REC", "[record object], [assign identifier], [commit], [seconds]", call_ADD_REC},
-    Routine{"AGE", "[date]", [](Session& s, Arguments& a) -> Value { return AGE(s, a.value(0)); }},
-    Routine{"AMPM", "24-hour text",
-            [](Session&, Arguments& a) -> Value { return AMPM(a.text(0)); }},
-    Routine{"AMPMTO24", "12-hour text",
-            [](Session&, Arguments& a) -> Value { return AMPMTO24(a.text(0)); }},
-    Routine{"AP2EVETIME", "12-hour text",
-            [](Session&, Arguments& a) -> Value { return AP2EVETIME(a.text(0)); }},
-    Routine{"APPENDBLANK", "", [](Session& s, Arguments&) -> Value { return APPENDBLANK(s); }},
+    Routine{"AGE", "[date]", [](Session& s, Arguments& a) { return AGE(s, a.value(0)); }},
+    Routine{"AMPM", "24-hour text", [](Arguments& a) { return AMPM(a.text(0)); }},
+    Routine{"AMPMTO24", "12-hour text", [](Arguments& a) { return AMPMTO24(a.text(0)); }},
+    Routine{"AP2EVETIME", "12-hour text", [](Arguments& a) { return AP2EVETIME(a.text(0)); }},
+    Routine{"APPENDBLANK", "", [](Session& s) { return APPENDBLANK(s); }},
     Routine{"CAST", "value, [memo mode], [blank date]",
-            [](Session&, Arguments& a) -> Value {
-                return CAST(a.value(0), a.optional_text(1), a.logical(2, false));
-            }},
+            [](Arguments& a) { return CAST(a.value(0), a.optional_text(1), a.logical(2, false)); }},
     Routine{"CASTANY", "value, type letter, [strict date]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return CASTANY(s.ui, a.value(0), type_letter(a.text(1, "")), a.logical(2, false));
             }},
     Routine{"CDT2STR", "stamp, [ignored], [ignored], [round]", call_CDT2STR},
     Routine{"CHECKSERVER", "server type",
-            [](Session& s, Arguments& a) -> Value { return CHECKSERVER(s, a.small(0)); }},
-    Routine{"CLEARFILTER", "",
-            [](Session& s, Arguments&) { return nothing([&] { CLEARFILTER(s); }); }},
-    Routine{"CLOSEALL", "", [](Session& s, Arguments&) { return nothing([&] { CLOSEALL(s); }); }},
+            [](Session& s, Arguments& a) { return CHECKSERVER(s, a.small(0)); }},
+    Routine{"CLEARFILTER", "", [](Session& s) { CLEARFILTER(s); }},
+    Routine{"CLOSEALL", "", [](Session& s) { CLOSEALL(s); }},
     Routine{"CLOSEMOST", "[exclusive], [quiet]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return CLOSEMOST(s, a.logical(0, true), a.logical(1, false));
             }},
-    Routine{"CMCLRFILTER", "",
-            [](Session& s, Arguments&) { return nothing([&] { CMCLRFILTER(s); }); }},
+    Routine{"CMCLRFILTER", "", [](Session& s) { CMCLRFILTER(s); }},
     Routine{"CMFILTER", "filter text",
-            [](Session& s, Arguments& a) { return nothing([&] { CMFILTER(s, a.text(0, "")); }); }},
-    Routine{
-        "CMKEYCOUNT", "[order], [index file]",
-        [](Session& s, Arguments& a) { return count(CMKEYCOUNT(s, a.value(0), a.text(1, ""))); }},
+            [](Session& s, Arguments& a) { CMFILTER(s, a.text(0, "")); }},
+    Routine{"CMKEYCOUNT", "[order], [index file]",
+            [](Session& s, Arguments& a) { return CMKEYCOUNT(s, a.value(0), a.text(1, "")); }},
     Routine{"CMKEYNO", "[order], [index file]",
-            [](Session& s, Arguments& a) { return count(CMKEYNO(s, a.value(0), a.text(1, ""))); }},
+            [](Session& s, Arguments& a) { return CMKEYNO(s, a.value(0), a.text(1, "")); }},
     Routine{"CMXAUTOORDER", "[order]",
-            [](Session& s, Arguments& a) -> Value { return CMXAUTOORDER(s, a.optional_small(0)); }},
+            [](Session& s, Arguments& a) { return CMXAUTOORDER(s, a.optional_small(0)); }},
     Routine{"CMXAUTOSHARE", "[setting]",
-            [](Session& s, Arguments& a) -> Value { return CMXAUTOSHARE(s, a.optional_small(0)); }},
-    Routine{
-        "CMXCLRSCOPE", "0 top or 1 bottom",
-        [](Session& s, Arguments& a) { return nothing([&] { CMXCLRSCOPE(s, scope_end(a)); }); }},
+            [](Session& s, Arguments& a) { return CMXAUTOSHARE(s, a.optional_small(0)); }},
+    Routine{"CMXCLRSCOPE", "0 top or 1 bottom",
+            [](Session& s, Arguments& a) { CMXCLRSCOPE(s, scope_end(a)); }},
     Routine{"CMXCOUNT", "[index file]",
-            [](Session& s, Arguments& a) { return count(CMXCOUNT(s, a.optional_text(0))); }},
-    Routine{"CMXINDEXINFO", "", [](Session& s, Arguments&) -> Value { return CMXINDEXINFO(s); }},
-    Routine{
-        "CMXKEYCOUNT", "[order], [index file]",
-        [](Session& s, Arguments& a) { return count(CMXKEYCOUNT(s, a.value(0), a.text(1, ""))); }},
+            [](Session& s, Arguments& a) { return CMXCOUNT(s, a.optional_text(0)); }},
+    Routine{"CMXINDEXINFO", "", [](Session& s) { return CMXINDEXINFO(s); }},
+    Routine{"CMXKEYCOUNT", "[order], [index file]",
+            [](Session& s, Arguments& a) { return CMXKEYCOUNT(s, a.value(0), a.text(1, "")); }},
     Routine{"CMXKEYGOTO", "key position",
-            [](Session& s, Arguments& a) { return nothing([&] { CMXKEYGOTO(s, a.whole(0)); }); }},
+            [](Session& s, Arguments& a) { CMXKEYGOTO(s, a.whole(0)); }},
     Routine{"CMXKEYNO", "[order], [index file]",
-            [](Session& s, Arguments& a) { return count(CMXKEYNO(s, a.value(0), a.text(1, ""))); }},
+            [](Session& s, Arguments& a) { return CMXKEYNO(s, a.value(0), a.text(1, "")); }},
     Routine{"CMXSEEKLAST", "key, [soft]",
-            [](Session& s, Arguments& a) -> Value {
-                return CMXSEEKLAST(s, a.value(0), seek_mode(a, 1));
-            }},
+            [](Session& s, Arguments& a) { return CMXSEEKLAST(s, a.value(0), seek_mode(a, 1)); }},
     Routine{"CMXSETRELATION", "target work area, expression, [expression text]",
             call_CMXSETRELATION},
     Routine{"CMXSETSCOPE", "0 top or 1 bottom, [value]", call_CMXSETSCOPE},
     Routine{"CMXSHARED", "[shared]",
-            [](Session& s, Arguments& a) -> Value { return CMXSHARED(s, a.optional_logical(0)); }},
-    Routine{"DAYSAWAY", "date",
-            [](Session& s, Arguments& a) -> Value { return DAYSAWAY(s, a.date(0)); }},
+            [](Session& s, Arguments& a) { return CMXSHARED(s, a.optional_logical(0)); }},
+    Routine{"DAYSAWAY", "date", [](Session& s, Arguments& a) { return DAYSAWAY(s, a.date(0)); }},
     Routine{"DBSKIPPER", "count",
-            [](Session& s, Arguments& a) -> Value { return DBSKIPPER(s, a.whole(0)); }},
-    Routine{"DTOW", "date", [](Session&, Arguments& a) -> Value { return DTOW(a.date(0)); }},
+            [](Session& s, Arguments& a) { return DBSKIPPER(s, a.whole(0)); }},
+    Routine{"DTOW", "date", [](Arguments& a) { return DTOW(a.date(0)); }},
     Routine{"ERRBEEP", "[message], [title], [beep]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return ERRBEEP(s.ui, a.text(0, ""), a.text(1, ""), a.logical(2, true));
             }},
-    Routine{"EVETIME2AP", "minutes text",
-            [](Session&, Arguments& a) -> Value { return EVETIME2AP(a.text(0)); }},
-    Routine{"FIL_LOCK", "[seconds]",
-            [](Session& s, Arguments& a) -> Value {
-                return FIL_LOCK(s, a.number(0, kDefaultRetrySeconds));
-            }},
+    Routine{"EVETIME2AP", "minutes text", [](Arguments& a) { return EVETIME2AP(a.text(0)); }},
+    Routine{
+        "FIL_LOCK", "[seconds]",
+        [](Session& s, Arguments& a) { return FIL_LOCK(s, a.number(0, kDefaultRetrySeconds)); }},
     Routine{"GETSERVERTYPE", "folder",
-            [](Session& s, Arguments& a) -> Value { return GETSERVERTYPE(s, a.text(0)); }},
-    Routine{"GET_EXCLUSIVE", "", [](Session& s, Arguments&) -> Value { return GET_EXCLUSIVE(s); }},
+            [](Session& s, Arguments& a) { return GETSERVERTYPE(s, a.text(0)); }},
+    Routine{"GET_EXCLUSIVE", "", [](Session& s) { return GET_EXCLUSIVE(s); }},
     Routine{"HOURSTEXT", "[hours]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return HOURSTEXT(s, a.given(0) ? std::optional(a.number_form(0)) : std::nullopt);
             }},
     Routine{"LASTFIRST", "[width], [work area or record object]", call_LASTFIRST},
     Routine{"MAKEDATE", "month, day, year, [clamp]",
-            [](Session&, Arguments& a) -> Value {
+            [](Arguments& a) {
                 return MAKEDATE(a.whole(0), a.whole(1), a.whole(2), a.logical(3, false));
             }},
-    Routine{"MIN2AMPM", "minutes",
-            [](Session&, Arguments& a) -> Value { return MIN2AMPM(a.number_form(0)); }},
+    Routine{"MIN2AMPM", "minutes", [](Arguments& a) { return MIN2AMPM(a.number_form(0)); }},
     Routine{"MYSTUFF", "text, start, count, insert",
-            [](Session&, Arguments& a) -> Value {
-                return MYSTUFF(a.text(0), a.size(1), a.size(2), a.text(3));
-            }},
+            [](Arguments& a) { return MYSTUFF(a.text(0), a.size(1), a.size(2), a.text(3)); }},
     Routine{"NET_USE", "file, [exclusive], [seconds], [alias], [new work area], [attach index]",
-            [](Session& s, Arguments& a) -> Value {
-                return NET_USE(s, a.text(0), net_use_options(a));
-            }},
-    Routine{"NEXTBDAY", "date",
-            [](Session& s, Arguments& a) -> Value { return NEXTBDAY(s, a.date(0)); }},
+            [](Session& s, Arguments& a) { return NET_USE(s, a.text(0), net_use_options(a)); }},
+    Routine{"NEXTBDAY", "date", [](Session& s, Arguments& a) { return NEXTBDAY(s, a.date(0)); }},
     Routine{"NEXTUID",
             "identifier (ref), [record locked], [counter locked], [record object], [work area]",
             call_NEXTUID},
-    Routine{"REC_LOCK", "[seconds]",
-            [](Session& s, Arguments& a) -> Value {
-                return REC_LOCK(s, a.number(0, kDefaultRetrySeconds));
-            }},
-    Routine{"REC_UNLOCK", "",
-            [](Session& s, Arguments&) { return nothing([&] { REC_UNLOCK(s); }); }},
+    Routine{
+        "REC_LOCK", "[seconds]",
+        [](Session& s, Arguments& a) { return REC_LOCK(s, a.number(0, kDefaultRetrySeconds)); }},
+    Routine{"REC_UNLOCK", "", [](Session& s) { REC_UNLOCK(s); }},
     Routine{"RESTDBF", "saved state, [ignored]",
-            [](Session& s, Arguments& a) -> Value {
-                return RESTDBF(s, a.value(0), a.logical(1, false));
-            }},
-    Routine{"RLOPTLEVEL", "", [](Session& s, Arguments&) -> Value { return RLOPTLEVEL(s); }},
+            [](Session& s, Arguments& a) { return RESTDBF(s, a.value(0), a.logical(1, false)); }},
+    Routine{"RLOPTLEVEL", "", [](Session& s) { return RLOPTLEVEL(s); }},
     Routine{"RSADD", "[identifier], [table code], [work area], [stamp], [commit]", call_RSADD},
-    Routine{"RSADS2N", "base-62 text",
-            [](Session&, Arguments& a) -> Value { return RSADS2N(a.text(0)); }},
-    Routine{"RSALPHA2N", "base-26 text",
-            [](Session&, Arguments& a) -> Value { return RSALPHA2N(a.text(0)); }},
+    Routine{"RSADS2N", "base-62 text", [](Arguments& a) { return RSADS2N(a.text(0)); }},
+    Routine{"RSALPHA2N", "base-26 text", [](Arguments& a) { return RSALPHA2N(a.text(0)); }},
     Routine{"RSDEL",
             "[identifier], [work area], [code area], [remove], [table code], [stamp], "
             "[workstation], [quiet]",
             call_RSDEL},
-    Routine{
-        "RSDT", "date, [seconds]",
-        [](Session& s, Arguments& a) -> Value { return RSDT(s, a.date(0), a.optional_number(1)); }},
+    Routine{"RSDT", "date, [seconds]",
+            [](Session& s, Arguments& a) { return RSDT(s, a.date(0), a.optional_number(1)); }},
     Routine{"RSDTOF", "table code, identifier, field number, [changer (ref)]", call_RSDTOF},
-    Routine{"RSLOCK", "", [](Session& s, Arguments&) -> Value { return RSLOCK(s); }},
+    Routine{"RSLOCK", "", [](Session& s) { return RSLOCK(s); }},
     Routine{"RSN2ADS", "number, [digits]",
-            [](Session&, Arguments& a) -> Value { return RSN2ADS(a.whole(0), digits(a)); }},
+            [](Arguments& a) { return RSN2ADS(a.whole(0), digits(a)); }},
     Routine{"RSN2ALPHA", "number, [digits]",
-            [](Session&, Arguments& a) -> Value { return RSN2ALPHA(a.whole(0), digits(a)); }},
-    Routine{"RSNOW", "", [](Session& s, Arguments&) -> Value { return RSNOW(s); }},
+            [](Arguments& a) { return RSN2ALPHA(a.whole(0), digits(a)); }},
+    Routine{"RSNOW", "", [](Session& s) { return RSNOW(s); }},
     Routine{"RSSET",
             "[field number], [value], [stamp], [identifier], [values], [work area], [code area], "
             "[workstation], [force]",
             call_RSSET},
-    Routine{"RSSETBASEDATE", "",
-            [](Session& s, Arguments&) { return nothing([&] { RSSETBASEDATE(s); }); }},
-    Routine{"RSUNLOCK", "", [](Session& s, Arguments&) -> Value { return RSUNLOCK(s); }},
-    Routine{"SAMELAXSYS", "", [](Session& s, Arguments&) -> Value { return SAMELAXSYS(s); }},
-    Routine{"SAVEDBF", "", [](Session& s, Arguments&) { return SAVEDBF(s); }},
+    Routine{"RSSETBASEDATE", "", [](Session& s) { RSSETBASEDATE(s); }},
+    Routine{"RSUNLOCK", "", [](Session& s) { return RSUNLOCK(s); }},
+    Routine{"SAMELAXSYS", "", [](Session& s) { return SAMELAXSYS(s); }},
+    Routine{"SAVEDBF", "", [](Session& s) { return SAVEDBF(s); }},
     Routine{"SCATGAT", "[buffer], [stamp]", call_SCATGAT},
     Routine{"SECOND ADD_REC", "[seconds]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return second_variant::ADD_REC(s, a.number(0, kDefaultRetrySeconds));
             }},
-    Routine{
-        "SECOND CLEARFILTER", "",
-        [](Session& s, Arguments&) { return nothing([&] { second_variant::CLEARFILTER(s); }); }},
+    Routine{"SECOND CLEARFILTER", "", [](Session& s) { second_variant::CLEARFILTER(s); }},
     Routine{"SECOND NET_USE",
             "file, [exclusive], [seconds], [alias], [new work area], [attach index]",
-            [](Session& s, Arguments& a) -> Value {
+            [](Session& s, Arguments& a) {
                 return second_variant::NET_USE(s, a.text(0), net_use_options(a));
             }},
     Routine{"SETFILTER", "filter text",
-            [](Session& s, Arguments& a) { return nothing([&] { SETFILTER(s, a.text(0, "")); }); }},
+            [](Session& s, Arguments& a) { SETFILTER(s, a.text(0, "")); }},
     Routine{"SLEEP", "[seconds]",
-            [](Session& s, Arguments& a) {
-                return nothing([&] { SLEEP(s.clock, a.number(0, kDefaultSleepSeconds)); });
-            }},
-    Routine{"STR2A", "text",
-            [](Session& s, Arguments& a) -> Value { return STR2A(s.ui, a.text(0, "")); }},
-    Routine{"TIME2MIN", "12-hour text",
-            [](Session&, Arguments& a) -> Value { return TIME2MIN(a.text(0)); }},
-    Routine{"XTOC", "value", [](Session&, Arguments& a) -> Value { return XTOC(a.value(0)); }},
+            [](Session& s, Arguments& a) { SLEEP(s.clock, a.number(0, kDefaultSleepSeconds)); }},
+    Routine{"STR2A", "text", [](Session& s, Arguments& a) { return STR2A(s.ui, a.text(0, "")); }},
+    Routine{"TIME2MIN", "12-hour text", [](Arguments& a) { return TIME2MIN(a.text(0)); }},
+    Routine{"XTOC", "value", [](Arguments& a) { return XTOC(a.value(0)); }},
 };
 
 static_assert(std::ranges::is_sorted(kRoutines, {}, &Routine::name));

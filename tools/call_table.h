@@ -2,29 +2,73 @@
 
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include "call_arguments.h"
 #include "session/session.h"
 
 namespace brenik::tools {
 
-struct Routine {
-    std::string_view name;       // found in any letter case
-    std::string_view arguments;  // for people; optional ones in square brackets
-    Value (*call)(Session& session, CallArguments& arguments);
+// One call of a routine, as whatever parameters it has.
+struct RoutineCall {
+    operator Session&() const { return session; }
+    operator CallArguments&() const { return arguments; }
+    // The current work area's table, and the work areas for what they do with it. A fault, by the
+    // routine's name, when the current work area has none.
+    operator Table&() const { return session.areas.table(name); }
+    operator WorkAreas&() const {
+        session.areas.table(name);
+        return session.areas;
+    }
+
+    std::string_view name;
+    Session& session;
+    CallArguments& arguments;
 };
 
-// A size as a value.
-inline Value count(std::size_t number) { return static_cast<std::int64_t>(number); }
-
-// The result of a routine that answers nothing.
-template <class Call>
-Value nothing(Call call) {
-    call();
-    return {};
+template <class Result>
+Value to_value(Result result) {
+    if constexpr (std::is_integral_v<Result> && !std::is_same_v<Result, bool>) {
+        return static_cast<std::int64_t>(result);
+    } else {
+        return result;
+    }
 }
+
+// Runs a routine with one or two of the parameters of a call; no result is nil.
+template <class Body>
+Value run(const RoutineCall& call) {
+    static_assert(std::is_empty_v<Body>);  // the object that was handed over is not kept
+    constexpr Body body{};
+    const auto result = [&] {
+        if constexpr (std::is_invocable_v<Body, const RoutineCall&>) {
+            return body(call);
+        } else {
+            return body(call, call);
+        }
+    };
+    if constexpr (std::is_void_v<decltype(result())>) {
+        result();
+        return {};
+    } else {
+        return to_value(result());
+    }
+}
+
+struct Routine {
+    // A body is a lambda without captures. It takes Table&, Session& or CallArguments&, or first
+    // one of the former and then the latter.
+    template <class Body>
+    constexpr Routine(std::string_view routine, std::string_view argument_list, Body)
+        : name(routine), arguments(argument_list), call(run<Body>) {}
+
+    std::string_view name;       // found in any letter case
+    std::string_view arguments;  // for people; optional ones in square brackets
+    Value (*call)(const RoutineCall& call);
+};
 
 // The first argument as an end of a scope: 0 top, 1 bottom.
 inline ScopeEnd scope_end(const CallArguments& arguments) {
