@@ -12,7 +12,7 @@
 
 namespace brenik::tools {
 
-// One call of a routine, as whatever parameters it has.
+// One call of a routine. It converts to each parameter that a routine may have.
 struct RoutineCall {
     operator Session&() const { return session; }
     operator CallArguments&() const { return arguments; }
@@ -38,7 +38,7 @@ Value to_value(Result result) {
     }
 }
 
-// Runs a routine with one or two of the parameters of a call; no result is nil.
+// Runs the body of a routine. A body that returns nothing gives nil.
 template <class Body>
 Value run(const RoutineCall& call) {
     static_assert(std::is_empty_v<Body>);  // the object that was handed over is not kept
@@ -59,8 +59,8 @@ Value run(const RoutineCall& call) {
 }
 
 struct Routine {
-    // A body is a lambda without captures. It takes Table&, Session& or CallArguments&, or first
-    // one of the former and then the latter.
+    // A body is a lambda without captures. It takes one or two of the references that a RoutineCall
+    // converts to.
     template <class Body>
     constexpr Routine(std::string_view routine, std::string_view argument_list, Body)
         : name(routine), arguments(argument_list), call(run<Body>) {}

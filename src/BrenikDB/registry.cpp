@@ -48,6 +48,7 @@ void hand_back(Arguments arguments, std::size_t index, Content& content) {
     }
 }
 
+// Runs an operation on its arguments. The text of a parameter by reference goes back.
 template <class... Parameters, std::size_t... index>
 Value run(int (*operation)(Session&, Parameters...), Session& session,
           [[maybe_unused]] Arguments arguments, std::index_sequence<index...>) {

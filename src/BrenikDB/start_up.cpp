@@ -98,7 +98,9 @@ void require_sound_share(Session& session) {
     if (!share.unsound.empty()) {
         throw EngineFault(FaultCode::kUnsupported, "StartUp", folder + ": " + share.unsound);
     }
-    if (!share.doubtful.empty()) trace(session, "StartUp", folder + ": " + share.doubtful);
+    if (!share.doubtful.empty()) {
+        trace(session, "StartUp", [&] { return Array{folder + ": " + share.doubtful}; });
+    }
 }
 
 bool has_file(Session& session, const char* name) {

@@ -37,17 +37,16 @@ struct CallSite {
 bool TRACELOG(Session& session, std::string_view caller, const Array& arguments,
               unsigned line = __builtin_LINE(), const CallSite* called_by = nullptr);
 
-// The record of a session that is traced: nil first, so that no callers are shown, then
-// `arguments`.
+// Appends a record of nil, so that no callers are shown, and `arguments`. For trace().
 void write_trace(Session& session, std::string_view caller, Array arguments, unsigned line);
 
-// Where tracing is on, writes the record of what `arguments` returns. It is not called otherwise.
+// Appends a record where tracing is on. Calls `arguments`, which returns an Array, only then.
 template <std::invocable Arguments>
 void trace(Session& session, std::string_view caller, const Arguments& arguments,
            unsigned line = __builtin_LINE()) {
     if (session.variables.LTRACE) write_trace(session, caller, arguments(), line);
 }
-// The same for a text that costs nothing to make.
+// The same for a single text that exists already.
 inline void trace(Session& session, std::string_view caller, std::string_view text,
                   unsigned line = __builtin_LINE()) {
     if (session.variables.LTRACE) write_trace(session, caller, {text}, line);
