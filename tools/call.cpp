@@ -9,7 +9,6 @@
 #include <nlohmann/json.hpp>
 
 #include "BrenikDB/registry.h"
-#include "RSData/stamps.h"
 #include "call_arguments.h"
 #include "call_table.h"
 #include "display.h"
@@ -96,7 +95,6 @@ void call_routines(const CallRequest& request) {
     const std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
     Session session(engine, platform::system_clock(), *ui);
     if (request.folder) start_up(session, *request.folder);
-    RSSETBASEDATE(session);
     for (std::string line; std::getline(std::cin, line);) {
         if (trim_both(line).empty()) continue;
         const Json reply = answer_or_error(session, line);

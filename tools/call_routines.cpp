@@ -113,9 +113,8 @@ constexpr auto call_RSDTOF = [](Session& session, Arguments& a) {
     return stamp;
 };
 
-constexpr auto call_CDT2STR = [](Session& session, Arguments& a) {
-    const std::string text =
-        CDT2STR(session, a.text(0), a.value(1), a.value(2), a.logical(3, false));
+constexpr auto call_CDT2STR = [](Session&, Arguments& a) {
+    const std::string text = CDT2STR(a.text(0), a.value(1), a.value(2), a.logical(3, false));
     return text;
 };
 
@@ -237,7 +236,7 @@ constexpr std::array kRoutines{
             "[workstation], [quiet]",
             call_RSDEL},
     Routine{"RSDT", "date, [seconds]",
-            [](Session& s, Arguments& a) { return RSDT(s, a.date(0), a.optional_number(1)); }},
+            [](Session&, Arguments& a) { return RSDT(a.date(0), a.optional_number(1)); }},
     Routine{"RSDTOF", "table code, identifier, field number, [changer (ref)]", call_RSDTOF},
     Routine{"RSLOCK", "", [](Session& s) { return RSLOCK(s); }},
     Routine{"RSN2ADS", "number, [digits]",

@@ -64,7 +64,8 @@ int add_buffer(Session& session) {
 bool open_cross_reference(Session& session) {
     session.areas.select(kCrossReferenceArea);
     if (session.areas.used() ||
-        NET_USE(session, session.data_path() + "LAW9", {.alias = "XREF", .attach_index = true})) {
+        NET_USE(session, session.data_path() + practice::kCrossReferences.file,
+                {.alias = practice::kCrossReferences.alias, .attach_index = true})) {
         return true;
     }
     trace(session, "AddEnd", "AddEnd: open file failed in XREF");

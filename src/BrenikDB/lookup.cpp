@@ -87,7 +87,7 @@ class RestoredPosition {
 
 // The description by the firm's ID; empty when "Names" has no such record, or cannot be read.
 std::string find_firm(Session& session, const std::string& id, const std::string& name) {
-    const SelectedArea selected(session.areas, session.areas.area_of("Names"));
+    const SelectedArea selected(session.areas, session.areas.area_of(practice::kNames.alias));
     if (!session.areas.used()) return {};
     try {
         Table& names = session.areas.table("GetMyFirm");
@@ -147,7 +147,7 @@ int GetU_ID(Session& session, int table, const std::string& key, std::string& id
 
 std::string LASTFIRST(Session& session, std::size_t width, std::optional<int> area) {
     WorkAreas& areas = session.areas;
-    const int source = area ? *area : areas.area_of("Names");
+    const int source = area ? *area : areas.area_of(practice::kNames.alias);
     areas.table(source, "LASTFIRST");
     return display_name(areas.field(source, "LAST"), areas.field(source, "FIRST"), width);
 }

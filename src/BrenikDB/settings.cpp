@@ -73,7 +73,8 @@ void store_setting(Session& session, Setting slot, Value value) {
 }
 
 std::string main_setting(Session& session, std::string_view operation, const std::string& key) {
-    return profile_setting(session, operation, "Main", key, "", session.data_path() + "LAWSYS.INI");
+    return profile_setting(session, operation, "Main", key, "",
+                           session.data_path() + practice::kSettingsFile);
 }
 
 }  // namespace brenik

@@ -2,12 +2,10 @@
 
 #include "BrenikDB/start_up.h"
 
-#include <array>
 #include <utility>
 
 #include "BrenikDB/codes.h"
 #include "BrenikDB/settings.h"
-#include "RSData/stamps.h"
 #include "data/close_all.h"
 #include "data/net_use.h"
 #include "fwp/fault_file.h"
@@ -22,23 +20,6 @@ namespace brenik {
 
 namespace {
 
-struct PracticeTable {
-    int area;
-    std::string_view file;
-    std::string_view alias;
-};
-
-// In the order of opening; the system table has been opened before them.
-constexpr std::array kPracticeTables{
-    PracticeTable{kNamesArea, "LAW1", "Names"},
-    PracticeTable{kEventsArea, "LAW2", "Events"},
-    PracticeTable{kMattersArea, "LAW3", "Matters"},
-    PracticeTable{kNotesArea, "LAWNotes", "NAMENOTE"},
-    PracticeTable{kCodesArea, "LAWCodes", "LAWCODES"},
-    PracticeTable{kJournalArea, "LawTrans", "TRANS"},
-};
-
-constexpr std::string_view kNewerNotesFile = "LAW1Note";
 
 void make_variables(Session& session, bool trace_wanted) {
     const Date today = session.today();
@@ -103,8 +84,8 @@ void require_sound_share(Session& session) {
     }
 }
 
-bool has_file(Session& session, const char* name) {
-    const std::string path = session.data_path() + name;
+bool has_file(Session& session, const practice::TableEntry& table, const char* extension) {
+    const std::string path = session.data_path() + table.file + extension;
     if (platform::file_exists(path)) return true;
     const platform::File file = platform::File::open(path, platform::OpenMode::kSettings);
     write_fault_line(session, "StartUp", file.path() + ": " + file.why_not_open());
@@ -112,11 +93,13 @@ bool has_file(Session& session, const char* name) {
 }
 
 int check_files(Session& session) {
-    if (!has_file(session, "LAWSYS.DBF") || !has_file(session, "LAW1.DBF")) {
+    if (!has_file(session, practice::kSystem, ".DBF") ||
+        !has_file(session, practice::kNames, ".DBF")) {
         trace(session, "StartUp", "Data files are missing.");
         return kDataFilesMissing;
     }
-    if (!has_file(session, "LAW2.CDX") || !has_file(session, "LAW1.CDX")) {
+    if (!has_file(session, practice::kEvents, ".CDX") ||
+        !has_file(session, practice::kNames, ".CDX")) {
         trace(session, "StartUp", "Index files are missing.");
         return kIndexFilesMissing;
     }
@@ -130,12 +113,10 @@ bool marks_newer_notes(Session& session) {
     return position != 0 && areas.table("StartUp").fields()[position - 1].type == 'L';
 }
 
-bool open_practice_table(Session& session, const PracticeTable& table) {
+bool open_practice_table(Session& session, const practice::TableEntry& table) {
     session.areas.select(table.area);
-    const bool newer = table.area == kNotesArea && session.module.notes_variant;
-    const std::string file(newer ? kNewerNotesFile : table.file);
-    if (!NET_USE(session, session.data_path() + file,
-                 {.alias = std::string(table.alias), .attach_index = true})) {
+    if (!NET_USE(session, session.data_path() + table.file,
+                 {.alias = table.alias, .attach_index = true})) {
         return false;
     }
     if (table.area == kCodesArea) session.areas.table("StartUp").set_order(std::size_t{1});
@@ -144,7 +125,7 @@ bool open_practice_table(Session& session, const PracticeTable& table) {
 
 int open_tables(Session& session) {
     session.areas.select(kSystemArea);
-    if (!NET_USE(session, session.data_path() + "LAWSYS")) {
+    if (!NET_USE(session, session.data_path() + practice::kSystem.file)) {
         trace(session, "StartUp", "Cannot open lawsys.");
         return kSystemTableNotOpened;
     }
@@ -153,7 +134,11 @@ int open_tables(Session& session) {
         session.module.notes_variant = true;
         trace(session, "StartUp", "Accessing v14 law1notes.");
     }
-    for (const PracticeTable& table : kPracticeTables) {
+    const practice::TableEntry& notes =
+        session.module.notes_variant ? practice::kNewerNotes : practice::kNotes;
+    for (const practice::TableEntry& table :
+         {practice::kNames, practice::kEvents, practice::kMatters, notes, practice::kCodes,
+          practice::kJournal}) {
         if (!open_practice_table(session, table)) return kTableNotOpened;
     }
     return kSuccess;
@@ -171,10 +156,8 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     choose_engine(session);
     trace(session, "StartUp", session.setting(Setting::DataPath).text());
     require_sound_share(session);
-    int code = check_files(session);
-    if (code == kSuccess) code = open_tables(session);
-    if (code == kSuccess) RSSETBASEDATE(session);
-    return code;
+    const int code = check_files(session);
+    return code == kSuccess ? open_tables(session) : code;
 }
 
 int ShutDown(Session& session) {

@@ -9,6 +9,7 @@
 #include "c_source/MiscFW.h"
 #include "fwp/fault_file.h"
 #include "fwp/trace_log.h"
+#include "practice/journal_entry.h"
 #include "util/runtime.h"
 
 #include <algorithm>
@@ -17,11 +18,7 @@ namespace brenik {
 
 namespace {
 
-constexpr std::size_t kWorkstationSize = 2;
-constexpr std::size_t kSlotSize = kStampSize + kWorkstationSize;
 constexpr double kEntryLockPause_s = 0.1;
-// Of the order in which entries are found.
-constexpr std::string_view kEntryKey = "CDB+U_ID+CCODE";
 
 struct EntryKey {
     std::string table_code;
@@ -30,7 +27,7 @@ struct EntryKey {
 };
 
 int journal_area(const Session& session) {
-    const int area = session.areas.area_of("TRANS");
+    const int area = session.areas.area_of(practice::kJournal.alias);
     if (area != 0) return area;
     throw EngineFault(FaultCode::kEmptyWorkArea, "TRANS", "the change journal is not open");
 }
@@ -91,6 +88,13 @@ bool find_entry(Session& session, EntryKey key) {
 
 void put(Session& session, std::string_view field, const std::string& text) {
     session.areas.set_field(journal_area(session), field, text);
+}
+
+void put_entry(Session& session, const EntryKey& key, const std::string& stamp) {
+    put(session, "CCODE", key.kind);
+    put(session, "CDB", key.table_code);
+    put(session, "CDT", stamp);
+    put(session, "U_ID", key.identifier);
 }
 
 // Makes the entry that is to be added; put() fills it.
@@ -197,7 +201,7 @@ void for_each_change(const FieldChanges& changes, const Table& table, Write writ
 std::string entry_slots(Session& session, std::size_t field_count) {
     const Value data = session.areas.field(journal_area(session), "CDATA");
     std::string slots = data.empty() ? std::string() : data.text();
-    if (slots.size() < field_count * kSlotSize) slots.resize(field_count * kSlotSize, '\0');
+    slots.resize(std::max(slots.size(), field_count * practice::kSlotSize), '\0');
     return slots;
 }
 
@@ -208,28 +212,14 @@ bool write_and_mark(Table& table, const FieldChanges& changes, const std::string
     bool changed = false;
     for_each_change(changes, table, [&](std::size_t field, const Value& value) {
         if (!forced && table.field_get(field).exactly_equals(value)) return;
-        slots = MYSTUFF(slots, (field - 1) * kSlotSize + 1, kSlotSize, mark);
+        slots = MYSTUFF(slots, practice::slot_position(field), practice::kSlotSize, mark);
         table.field_put(field, value);
         changed = true;
     });
     return changed;
 }
 
-void store_edit(Session& session, const EntryKey& key, const std::string& stamp,
-                const std::string& slots) {
-    put(session, "CDATA", slots);
-    put(session, "CDB", key.table_code);
-    put(session, "CCODE", key.kind);
-    put(session, "CDT", stamp);
-    put(session, "U_ID", key.identifier);
-}
-
 }  // namespace
-
-std::string table_code_of(int area) {
-    const std::string digits = "0" + std::to_string(area);
-    return digits.substr(digits.size() - 2);
-}
 
 bool RSADD(Session& session, const Addition& addition, Patience patience) {
     reread_settings(session);
@@ -240,10 +230,8 @@ bool RSADD(Session& session, const Addition& addition, Patience patience) {
     if (Value(identifier).empty()) return false;
     if (!tracking(session)) return true;
     begin_entry(session);
-    put(session, "CCODE", "A");
-    put(session, "CDB", addition.table_code.value_or(table_code_of(area)));
-    put(session, "CDT", stamp);
-    put(session, "U_ID", identifier);
+    const std::string code = addition.table_code.value_or(practice::table_code_of(area));
+    put_entry(session, {code, identifier, practice::kAddition}, stamp);
     if (!add_entry(session, "RSADD", patience)) return false;
     if (addition.commit) finish_entry(session);
     return true;
@@ -261,13 +249,13 @@ void require_journal(Session& session) {
 
 std::optional<std::string> last_journalled(Session& session, const std::string& table_code,
                                            const std::string& limit) {
-    if (session.areas.area_of("TRANS") == 0) return {};
+    if (session.areas.area_of(practice::kJournal.alias) == 0) return {};
     Table& trans = journal(session);
     const std::size_t order = trans.order_number();
     if (order == 0) return {};
     std::string expression = trans.order_description(order).key;
     std::erase(expression, ' ');
-    if (!equal_ignoring_case(expression, kEntryKey)) return {};
+    if (!equal_ignoring_case(expression, practice::kEntryKey)) return {};
     try {
         const auto key = trans.last_key(order, table_code + limit, Table::Wait::kShort);
         if (!key || !begins_with(*key, table_code)) return {};
@@ -287,19 +275,17 @@ bool RSDEL(Session& session, const Deletion& deletion) {
         deletion.identifier ? *deletion.identifier : current_identifier(session);
     const std::string workstation =
         deletion.workstation ? *deletion.workstation : current_workstation(session);
-    const std::string table_code =
-        deletion.table_code.value_or(table_code_of(deletion.code_area.value_or(area)));
+    const EntryKey key{
+        deletion.table_code.value_or(practice::table_code_of(deletion.code_area.value_or(area))),
+        identifier, practice::kDeletion};
     if (Value(identifier).empty()) return false;
     if (!tracking(session)) return true;
     return unless_locked(session, "RSDEL", [&] {
-        if (find_entry(session, {table_code, identifier, "D"})) {
+        if (find_entry(session, key)) {
             return deletion.remove ? remove_entry(session, deletion.quiet) : true;
         }
         begin_entry(session);
-        put(session, "CCODE", "D");
-        put(session, "CDT", stamp);
-        put(session, "CDB", table_code);
-        put(session, "U_ID", identifier);
+        put_entry(session, key, stamp);
         put(session, "CDATA", workstation);
         if (!add_entry(session, "RSDEL", Patience::kFull)) return false;
         finish_entry(session);
@@ -316,7 +302,7 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     const std::string workstation =
         changes.workstation ? *changes.workstation : current_workstation(session);
     const int code_area = changes.code_area.value_or(area);
-    const EntryKey key{table_code_of(code_area), identifier, "E"};
+    const EntryKey key{practice::table_code_of(code_area), identifier, practice::kEdit};
     Table& table = session.areas.table(area, "RSSET");
 
     const bool anonymous = Value(identifier).empty();
@@ -339,11 +325,12 @@ bool RSSET(Session& session, const FieldChanges& changes) {
         journal(session).refresh_record();
     }
     std::string slots = entry_slots(session, table.fields().size());
-    const std::string mark = stamp + pad_right(workstation, kWorkstationSize);
+    const std::string mark = practice::make_slot(stamp, workstation);
     const bool changed = write_and_mark(table, changes, mark, slots);
     if (changed && readable) {
         if (!exists) begin_entry(session);
-        store_edit(session, key, stamp, slots);
+        put_entry(session, key, stamp);
+        put(session, "CDATA", slots);
         journal(session).require_place();
     }
     // After the look at the journal, since an edit is not made where it takes no entry; before the
@@ -372,13 +359,13 @@ bool RSUNLOCK(Session& session) {
 
 std::string RSDTOF(Session& session, const std::string& table_code, const std::string& identifier,
                    std::size_t field_number, std::string* changer) {
-    const bool found = find_entry(session, {table_code, identifier, "E"});
-    if (!found || field_number == 0) return std::string(kStampSize, '\0');
+    const bool found = find_entry(session, {table_code, identifier, practice::kEdit});
+    if (!found || field_number == 0) return std::string(practice::kStampSize, '\0');
     const std::string data = session.areas.field(journal_area(session), "CDATA").text();
-    const std::string_view slot = substring(data, (field_number - 1) * kSlotSize + 1, kSlotSize);
-    if (changer) *changer = substring(slot, kStampSize + 1);
-    std::string stamp(substring(slot, 1, kStampSize));
-    stamp.resize(kStampSize, '\0');  // data from before the table had that field
+    const std::string_view slot = practice::slot_of(data, field_number);
+    if (changer) *changer = substring(slot, practice::kStampSize + 1);
+    std::string stamp(substring(slot, 1, practice::kStampSize));
+    stamp.resize(practice::kStampSize, '\0');  // data from before the table had that field
     return stamp;
 }
 

@@ -6,10 +6,6 @@
 // entry of kind "E" and one of kind "D"; an entry "A" is appended for every addition. Entries
 // marked deleted count as absent.
 //
-// The data of an "E" entry hold a slot of 6 bytes for each field of the tracked table, in field
-// order: the stamp of that field's last change and the workstation's code; a slot of zeros means
-// that the field has never changed.
-//
 // Nothing is written while the system table's TRACKSYNC is false; the writers then report success.
 // A journal whose index or memo file stays locked by others counts as one that no entry can be
 // appended to: that is no fault, and what the entry was to tell of has been done all the same.
@@ -23,9 +19,6 @@
 #include "session/session.h"
 
 namespace brenik {
-
-// The table code of a work area: two digits, of larger numbers the last two.
-std::string table_code_of(int area);
 
 // What a caller of RSADD may give; what is absent is taken from the current work area and moment.
 struct Addition {

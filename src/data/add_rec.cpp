@@ -8,6 +8,7 @@
 #include "RSData/system_record.h"
 #include "c_source/Data.h"
 #include "data/identifiers.h"
+#include "practice/journal_entry.h"
 
 namespace brenik {
 
@@ -169,7 +170,8 @@ bool append_under_counter(Session& session, int table, int area, const NewRecord
                           bool& begun) {
     const SystemRecord counters(session);
     if (!lock_record_of(session, kSystemArea)) return false;
-    Addition addition{.area = area, .commit = options.commit, .table_code = table_code_of(table)};
+    Addition addition{
+        .area = area, .commit = options.commit, .table_code = practice::table_code_of(table)};
     bool appended = false, journalled = false;
     const auto append_and_note = [&] {
         reread_counter(session);

@@ -14,7 +14,6 @@ namespace brenik {
 
 namespace {
 
-constexpr const char* kSystemAlias = "LAWSYS";
 constexpr std::size_t kComparedField = 10;
 
 void close_companion(const Session& session) {
@@ -27,7 +26,7 @@ void tell(Session& session, const char* text) {
 
 bool open_system_table(Session& session, bool exclusive) {
     session.areas.select(kSystemArea);
-    return NET_USE(session, "lawsys", {.exclusive = exclusive});
+    return NET_USE(session, practice::kSystem.file, {.exclusive = exclusive});
 }
 
 // Empty for tables of fewer fields.
@@ -42,8 +41,8 @@ bool GET_EXCLUSIVE(Session& session) {
     close_companion(session);
     WorkAreas& areas = session.areas;
     areas.select(kSystemArea);
-    const bool was_open = areas.alias() == kSystemAlias;
-    areas.open(session.data_path() + "lawsys", {}, TableSharing::kExclusive);
+    const bool was_open = areas.alias() == practice::kSystem.alias;
+    areas.open(session.data_path() + practice::kSystem.file, {}, TableSharing::kExclusive);
     if (!areas.network_error()) return true;
     note_fault(session, "GET_EXCLUSIVE", areas.engine().last_error());
     ERRBEEP(session.ui,
@@ -73,11 +72,12 @@ bool CLOSEMOST(Session& session, bool exclusive, bool quiet) {
 bool SAMELAXSYS(Session& session) {
     WorkAreas& areas = session.areas;
     const SelectedArea restored(areas, areas.current());
-    const bool opened = areas.area_of(kSystemAlias) == 0;
-    if (opened && !NET_USE(session, "lawsys", {.alias = "lawsys", .where = OpenIn::kNewArea})) {
+    const bool opened = areas.area_of(practice::kSystem.alias) == 0;
+    if (opened && !NET_USE(session, practice::kSystem.file,
+                           {.alias = practice::kSystem.alias, .where = OpenIn::kNewArea})) {
         return ERRBEEP(session.ui, "Unable to open Lawsys.dbf.");
     }
-    const int system_area = areas.area_of(kSystemAlias);
+    const int system_area = areas.area_of(practice::kSystem.alias);
     const bool same = begins_with(compared_name(session, areas.area_of("NEWSYS")),
                                   compared_name(session, system_area));
     if (opened) {

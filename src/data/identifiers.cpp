@@ -5,19 +5,18 @@
 #include <algorithm>
 
 #include "RSData/journal.h"
-#include "RSData/stamps.h"
 #include "RSData/system_record.h"
 #include "c_source/Data.h"
 #include "engine/selected_area.h"
 #include "fwp/trace_log.h"
+#include "practice/identifiers.h"
+#include "practice/journal_entry.h"
 #include "util/runtime.h"
 
 namespace brenik {
 
 namespace {
 
-constexpr int kIdentifierDigits = 5;
-constexpr std::int64_t kMostIdentifiers = 62LL * 62 * 62 * 62 * 62;
 // Less than this part of a range left above the highest identifier is as good as nothing.
 constexpr std::int64_t kHardlyAny = 1000;
 
@@ -25,9 +24,10 @@ constexpr std::int64_t kHardlyAny = 1000;
 std::int64_t greatest_in(const FieldDescription& field) {
     const int digits = field.decimals > 0 ? field.width - field.decimals - 1 : field.width;
     std::int64_t greatest = 1;
-    for (int i = 0; i < digits && greatest < kMostIdentifiers; ++i) greatest *= 10;
+    for (int i = 0; i < digits && greatest < practice::kMostIdentifiers; ++i) greatest *= 10;
     const bool written_out = field.type == 'N' || field.type == 'F';
-    return written_out ? std::min(greatest, kMostIdentifiers) - 1 : kMostIdentifiers - 1;
+    return written_out ? std::min(greatest, practice::kMostIdentifiers) - 1
+                       : practice::kMostIdentifiers - 1;
 }
 
 // The order whose keys are the identifiers of every record, as they are.
@@ -62,9 +62,9 @@ bool identify(Session& session, std::string& identifier, int table, int area,
 }  // namespace
 
 NextIdentifier::NextIdentifier(Session& session, int table, int area)
-    : session_(session), table_code_(table_code_of(table)), area_(area) {
+    : session_(session), table_code_(practice::table_code_of(table)), area_(area) {
     WorkAreas& areas = session.areas;
-    const std::string counter = "U_ID" + std::to_string(table);
+    const std::string counter = practice::counter_field(table);
     const std::size_t position = areas.field_position(kSystemArea, counter);
     if (position == 0) return;
     counter_ = counter;
@@ -76,7 +76,7 @@ NextIdentifier::NextIdentifier(Session& session, int table, int area)
     limit_ = greatest_in(areas.table(kSystemArea, counter).fields()[position - 1]);
     const std::size_t field = areas.field_position(area, "U_ID");
     const auto width = field == 0 ? 0 : static_cast<std::size_t>(owner.fields()[field - 1].width);
-    if (prefix_.size() + kIdentifierDigits > width) limit_ = 0;
+    if (prefix_.size() + practice::kIdentifierDigits > width) limit_ = 0;
     set(last_ + 1);
 }
 
@@ -88,11 +88,7 @@ void NextIdentifier::set(std::int64_t number) {
                               " or field U_ID cannot hold a further identifier");
     }
     number_ = number;
-    text_ = text_of(number);
-}
-
-std::string NextIdentifier::text_of(std::int64_t number) const {
-    return prefix_ + RSN2ADS(number, kIdentifierDigits);
+    text_ = practice::identifier_of(prefix_, number);
 }
 
 // The greatest identifier, not above `limit`, that the order or the journal knows.
@@ -107,11 +103,8 @@ std::optional<std::string> NextIdentifier::last_known(const std::string& limit) 
 
 // Of the identifiers with this prefix; 0 for none, or one that no counter has issued.
 std::int64_t NextIdentifier::highest() const {
-    const std::string last = last_known(text_of(kMostIdentifiers - 1)).value_or("");
-    if (!begins_with(last, prefix_)) return 0;
-    const std::int64_t number = RSADS2N(last.substr(prefix_.size()));
-    const bool counted = number > 0 && number < kMostIdentifiers && text_of(number) == last;
-    return counted ? number : 0;
+    const auto last = last_known(practice::identifier_of(prefix_, practice::kMostIdentifiers - 1));
+    return practice::number_of(prefix_, last.value_or("")).value_or(0);
 }
 
 void NextIdentifier::pass_over_known() {

@@ -1,10 +1,8 @@
 // Identifiers of records, from the counters of the system table.
 //
-// The system table lies in work area 5; its record of counters (SystemRecord) holds a counter
-// U_ID<n> for each table that gives its records identifiers, n being the table's work area. An
-// identifier is the installation's MYUDN followed by the counter in 5 base-62 digits; the first one
-// encodes 1. The second slot of the notes, work area 16, shares the counter of work area 4, and
-// there the identifier goes into the record that is current in work area 4.
+// The system table's record of counters (SystemRecord) holds one for each table that gives its
+// records identifiers. The second slot of the notes, work area 16, shares the counter of work area
+// 4, and there the identifier goes into the record that is current in work area 4.
 
 #pragma once
 
@@ -86,7 +84,6 @@ class NextIdentifier {
     bool is_known(const std::string& identifier) const {
         return last_known(identifier) == identifier;
     }
-    std::string text_of(std::int64_t number) const;
     std::int64_t highest() const;
     void set(std::int64_t number);
     void write(std::int64_t number);

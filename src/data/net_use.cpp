@@ -82,7 +82,7 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
 
 Number GETSERVERTYPE(Session& session, const std::string& folder) {
     return numeric_value(profile_setting(session, "GETSERVERTYPE", "Main", "nServerType", "0",
-                                         session.path_of(folder + "LAWSYS.INI")));
+                                         session.path_of(folder + practice::kSettingsFile)));
 }
 
 int CHECKSERVER(Session& session, int requested) {

@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <string>
 
-#include "util/date.h"
-
 namespace brenik {
 
 struct ModuleState {
@@ -21,8 +19,6 @@ struct ModuleState {
     std::uint32_t system_record = 0;
     // What tells the data folder of the latest start from others (platform::folder_identity).
     std::string data_folder;
-    // Day 0 of change stamps; empty until RSSETBASEDATE has run.
-    Date stamp_base;
 };
 
 }  // namespace brenik

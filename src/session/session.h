@@ -16,6 +16,7 @@
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/ui.h"
+#include "practice/catalogue.h"
 #include "session/module_state.h"
 #include "util/date.h"
 #include "util/value.h"
@@ -23,15 +24,15 @@
 namespace brenik {
 
 // Work areas with a part of their own; hosts pass these numbers.
-inline constexpr int kNamesArea = 1;
-inline constexpr int kEventsArea = 2;
-inline constexpr int kMattersArea = 3;
-inline constexpr int kNotesArea = 4;
-inline constexpr int kSystemArea = 5;
-inline constexpr int kCodesArea = 7;
-inline constexpr int kCrossReferenceArea = 9;
-inline constexpr int kSecondNotesArea = 16;
-inline constexpr int kJournalArea = 20;
+inline constexpr int kNamesArea = practice::kNames.area;
+inline constexpr int kEventsArea = practice::kEvents.area;
+inline constexpr int kMattersArea = practice::kMatters.area;
+inline constexpr int kNotesArea = practice::kNotes.area;
+inline constexpr int kSystemArea = practice::kSystem.area;
+inline constexpr int kCodesArea = practice::kCodes.area;
+inline constexpr int kCrossReferenceArea = practice::kCrossReferences.area;
+inline constexpr int kSecondNotesArea = practice::kSecondNotesArea;
+inline constexpr int kJournalArea = practice::kJournal.area;
 
 // Slots of the settings table that the library reads, counted from 1.
 enum class Setting : std::size_t { SharedUse = 2, ServerType = 5, WinIniFile = 22, DataPath = 24 };

@@ -19,7 +19,6 @@ constexpr int kUncountedArea = 8;  // identifiers without a counter
 
 struct Station : fake::Workstation {
     explicit Station(const fake::Practice& practice) : Workstation(practice) {
-        RSSETBASEDATE(session);
         open(kSystemArea, "LAWSYS");
         open(kJournalArea, "LAWTRANS", "TRANS").set_order("ENTRIES");
         open(kNotesArea, "NOTES");
@@ -99,7 +98,7 @@ class Appends : public testing::Test {
     Station station_{with_tables(practice_)};
     Station other_{practice_};
     Session& session_ = station_.session;
-    const std::string stamp_ = RSDT(session_, Date::from_ymd("20031127"), 3600);
+    const std::string stamp_ = RSDT(Date::from_ymd("20031127"), 3600);
 };
 
 TEST_F(Appends, NumberEventsUpToTheLastAndBeginAgainAtZero) {
@@ -264,7 +263,7 @@ TEST_F(Appends, TellWhenAFieldChangedAndWhere) {
     EXPECT_EQ(RSDTOF(session_, "01", "BBBBBBB", 3, &changer), never);
     EXPECT_EQ(changer, std::string(2, '\0'));
     EXPECT_EQ(RSDTOF(session_, "01", "BBBBBBB", 0), never);
-    EXPECT_EQ(CDT2STR(session_, stamp_, 1, "ignored", true), "11/27/03  1:00a");
+    EXPECT_EQ(CDT2STR(stamp_, 1, "ignored", true), "11/27/03  1:00a");
 }
 
 TEST_F(Appends, PassOverIdentifiersThatExist) {

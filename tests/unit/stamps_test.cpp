@@ -11,8 +11,6 @@ namespace {
 
 class Stamps : public testing::Test {
   protected:
-    Stamps() { RSSETBASEDATE(session_); }
-
     // Opens a system table whose only field is TLASTDELTA.
     void open_system_table(int last_delta) {
         engine_.tables["LAWSYS"] = {.fields = {{"TLASTDELTA", 'N', 5, 0}}, .record = {last_delta}};
@@ -46,7 +44,7 @@ TEST_F(Stamps, AreBigEndianDaysAndTwoSecondUnits) {
         {"19980101", 131074, bytes({0, 1, 0, 1})},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(RSDT(session_, Date::from_ymd(c.day), c.seconds), c.stamp) << c.day;
+        EXPECT_EQ(RSDT(Date::from_ymd(c.day), c.seconds), c.stamp) << c.day;
     }
 }
 
@@ -68,7 +66,7 @@ TEST_F(Stamps, ReadAsDateAndTwelveHourTime) {
         {bytes({0, 2}), "01/02/98 12:00a"},
         {bytes({0, 2, 43200 / 256, 43200 % 256}), "01/02/98 TO-DO "},
     };
-    for (const auto& [stamp, text] : cases) EXPECT_EQ(CDT2STR(session_, stamp), text);
+    for (const auto& [stamp, text] : cases) EXPECT_EQ(CDT2STR(stamp), text);
 }
 
 TEST(Counters, WriteAndReadFixedCountsOfDigits) {

@@ -1,0 +1,41 @@
+// The tables of a practice: the work area, the alias and the file of each.
+//
+// The number of a table's work area is also its number for hosts, its code in the journal, and the
+// n of its counter of identifiers, the field U_ID<n> of the system table.
+
+#pragma once
+
+#include <array>
+#include <string>
+
+namespace brenik::practice {
+
+struct TableEntry {
+    int area;
+    const char* alias;
+    const char* file;  // without its extension
+};
+
+// persistent: hosts and the journal use these numbers, other programs these files.
+inline constexpr TableEntry kNames{1, "Names", "LAW1"};
+inline constexpr TableEntry kEvents{2, "Events", "LAW2"};
+inline constexpr TableEntry kMatters{3, "Matters", "LAW3"};
+inline constexpr TableEntry kNewerNotes{4, "NAMENOTE", "LAW1Note"};
+inline constexpr TableEntry kNotes{4, "NAMENOTE", "LAWNotes"};
+inline constexpr TableEntry kSystem{5, "LAWSYS", "LAWSYS"};
+inline constexpr TableEntry kCodes{7, "LAWCODES", "LAWCodes"};
+inline constexpr TableEntry kCrossReferences{9, "XREF", "LAW9"};
+inline constexpr TableEntry kJournal{20, "TRANS", "LawTrans"};
+
+// A second work area for the notes. It shares the counter of the first.
+inline constexpr int kSecondNotesArea = 16;
+
+// All of them. A practice has one file per area; where two are listed, the first is preferred.
+inline constexpr std::array kTables{kNames,  kEvents, kMatters,         kNewerNotes, kNotes,
+                                    kSystem, kCodes,  kCrossReferences, kJournal};
+
+inline constexpr const char* kSettingsFile = "LAWSYS.INI";
+
+inline std::string counter_field(int area) { return "U_ID" + std::to_string(area); }
+
+}  // namespace brenik::practice
