@@ -13,6 +13,7 @@
 #include "findings.h"
 #include "platform/file.h"
 #include "platform/share.h"
+#include "practice/catalogue.h"
 #include "practice_check.h"
 #include "progress.h"
 #include "util/runtime.h"
@@ -66,7 +67,7 @@ void check_share(const std::string& path, FindingPrinter& printer) {
 bool is_practice(const std::string& path) {
     std::error_code error;
     return fs::is_directory(platform::system_path(path), error) &&
-           platform::file_exists(path + "/LAWSYS.DBF");
+           platform::file_exists(path + "/" + practice::kSystem.file + ".DBF");
 }
 
 std::vector<std::string> tables_at(const std::string& path) {

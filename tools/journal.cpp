@@ -1,13 +1,8 @@
 // Reading the change journal: stamps as date and time, table codes as names, edits field by field.
-//
-// A stamp is four bytes: days since 31 December 1997, then two-second units since midnight, both
-// most significant byte first. An edit's data has six bytes for each field of the edited table, in
-// field order: the stamp of the last change and the two characters of the workstation.
 
 #include "journal.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <iostream>
 #include <map>
@@ -16,8 +11,7 @@
 
 #include "display.h"
 #include "practice.h"
-#include "util/bytes.h"
-#include "util/date.h"
+#include "practice/journal_entry.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -25,37 +19,27 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kStampSize = 4;
-constexpr std::size_t kSlotSize = 6;
-
-struct Kind {
-    char code;
-    const char* word;
-};
-constexpr Kind kKinds[] = {{'A', "added"}, {'D', "deleted"}, {'E', "edited"}};
-
 std::string stamp_text(std::string_view stamp) {
-    if (stamp.size() != kStampSize) return "no stamp";
-    const Byte* bytes = as_bytes(stamp).data();
-    const int seconds = 2 * load_be16(bytes + 2);
-    const int base_day = Date::from_civil(1997, 12, 31).julian_day();
-    const CivilDay day = Date(base_day + load_be16(bytes)).civil();
+    if (stamp.size() != practice::kStampSize) return "no stamp";
+    const auto [date, seconds] = practice::read_stamp(stamp);
+    const CivilDay day = date.civil();
     char text[40];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", day.year, day.month, day.day,
                   seconds / 3600, seconds / 60 % 60, seconds % 60);
     return text;
 }
 
-const char* kind_word(char code) {
-    const auto* kind = std::find_if(std::begin(kKinds), std::end(kKinds),
-                                    [&](const Kind& each) { return each.code == code; });
-    return kind == std::end(kKinds) ? "unknown" : kind->word;
+const char* kind_word(std::string_view code) {
+    if (code.starts_with(practice::kAddition)) return "added";
+    if (code.starts_with(practice::kDeletion)) return "deleted";
+    return code.starts_with(practice::kEdit) ? "edited" : "unknown";
 }
 
 class Journal {
   public:
     explicit Journal(const std::string& folder)
-        : practice_(folder, platform::OpenMode::kReadOnly), trans_(practice_.open("LawTrans")) {}
+        : practice_(folder, platform::OpenMode::kReadOnly),
+          trans_(practice_.open(practice::kJournal.file)) {}
 
     RecordNumber count() { return trans_.table->record_count(); }
     bool deleted(RecordNumber record);
@@ -64,7 +48,7 @@ class Journal {
   private:
     std::string text(const char* field);
     Json edited_fields(int table_number, std::string_view data);
-    std::string field_name(int table_number, std::size_t slot);
+    std::string field_name(int table_number, std::size_t field);
 
     Practice practice_;
     OpenedTable trans_;
@@ -83,9 +67,9 @@ std::string Journal::text(const char* field) {
     return trans_.table->field_get(static_cast<std::size_t>(found - fields.data()) + 1).text();
 }
 
-std::string Journal::field_name(int table_number, std::size_t slot) {
+std::string Journal::field_name(int table_number, std::size_t position) {
     const auto [names, is_new] = field_names_.try_emplace(table_number);
-    const PracticeTable* table = is_new ? practice_.find(table_number) : nullptr;
+    const practice::TableEntry* table = is_new ? practice_.find(table_number) : nullptr;
     if (table) {
         try {
             const OpenedTable opened = practice_.open(table->file);
@@ -96,17 +80,18 @@ std::string Journal::field_name(int table_number, std::size_t slot) {
             // Its fields go by their numbers.
         }
     }
-    return slot < names->second.size() ? names->second[slot] : "field " + std::to_string(slot + 1);
+    return position <= names->second.size() ? names->second[position - 1]
+                                            : "field " + std::to_string(position);
 }
 
 Json Journal::edited_fields(int table_number, std::string_view data) {
     Json fields = Json::array();
-    for (std::size_t slot = 0; (slot + 1) * kSlotSize <= data.size(); ++slot) {
-        const std::string_view bytes = data.substr(slot * kSlotSize, kSlotSize);
-        if (bytes == std::string_view("\0\0\0\0\0\0", kSlotSize)) continue;
-        fields.push_back({{"name", field_name(table_number, slot)},
-                          {"stamp", stamp_text(bytes.substr(0, kStampSize))},
-                          {"workstation", to_utf8(bytes.substr(kStampSize))}});
+    for (std::size_t field = 1; field <= data.size() / practice::kSlotSize; ++field) {
+        const std::string_view slot = practice::slot_of(data, field);
+        if (slot == std::string(practice::kSlotSize, '\0')) continue;
+        fields.push_back({{"name", field_name(table_number, field)},
+                          {"stamp", stamp_text(slot.substr(0, practice::kStampSize))},
+                          {"workstation", to_utf8(slot.substr(practice::kStampSize))}});
     }
     return fields;
 }
@@ -116,17 +101,15 @@ Json Journal::entry(RecordNumber record) {
     const std::string code = text("CCODE");
     const std::string table_code = text("CDB");
     const std::string data = text("CDATA");
-    int number = 0;
-    std::from_chars(table_code.data(), table_code.data() + table_code.size(), number);
-    const PracticeTable* table = practice_.find(number);
-    const char kind = code.empty() ? ' ' : code[0];
+    const int number = practice::area_of_code(table_code);
+    const practice::TableEntry* table = practice_.find(number);
     Json entry = {{"entry", record},
                   {"stamp", stamp_text(text("CDT"))},
-                  {"kind", kind_word(kind)},
+                  {"kind", kind_word(code)},
                   {"table", table ? table->alias : "table " + to_utf8(table_code)},
                   {"u_id", to_utf8(trim_right(text("U_ID")))}};
-    if (kind == 'D') entry["workstation"] = to_utf8(trim_right(data));
-    if (kind == 'E') entry["fields"] = edited_fields(number, data);
+    if (code.starts_with(practice::kDeletion)) entry["workstation"] = to_utf8(trim_right(data));
+    if (code.starts_with(practice::kEdit)) entry["fields"] = edited_fields(number, data);
     return entry;
 }
 

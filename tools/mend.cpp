@@ -111,9 +111,8 @@ struct MendedTable {
 };
 
 bool is_of_practice(const MendedTable& table) {
-    return std::ranges::any_of(kPracticeTables, [&](const PracticeTable& each) {
-        return upper(each.file) == table.name();
-    });
+    return std::ranges::any_of(practice::kTables,
+                               [&](const auto& each) { return upper(each.file) == table.name(); });
 }
 
 class Mender {
@@ -286,8 +285,8 @@ class Mender {
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
-        Practice practice(folder_to_change("LAWSYS"), platform::OpenMode::kReadWrite);
-        const OpenedTable system = practice.open("LAWSYS");
+        Practice practice(folder_to_change(practice::kSystem.file), platform::OpenMode::kReadWrite);
+        const OpenedTable system = practice.open(practice::kSystem.file);
         back_up(system.path);
         lock(system, 1);
         for (const CounterFault& counter : counters) {
@@ -314,8 +313,9 @@ class Mender {
     }
 
     void remove_entries(const std::vector<JournalFault>& entries) {
-        Practice practice(folder_to_change("LawTrans"), platform::OpenMode::kReadWrite);
-        const OpenedTable journal = practice.open("LawTrans");
+        Practice practice(folder_to_change(practice::kJournal.file),
+                          platform::OpenMode::kReadWrite);
+        const OpenedTable journal = practice.open(practice::kJournal.file);
         back_up(journal.path);
         for (const JournalFault& entry : entries) {
             if (remove_entry(journal, entry)) {

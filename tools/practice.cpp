@@ -20,7 +20,7 @@ record::TableLayout read_layout(const std::string& path) {
 
 locks::LockMode configured_locks(const std::string& folder) {
     const std::string type =
-        platform::profile_string("Main", "LockType", "", folder + "/LAWSYS.INI");
+        platform::profile_string("Main", "LockType", "", folder + "/" + practice::kSettingsFile);
     return numeric_value(type).amount == 1 ? locks::LockMode::kProprietary
                                            : locks::LockMode::kCompatible;
 }
@@ -37,19 +37,18 @@ std::string Practice::path_of(std::string_view file) const {
     return folder_ + "/" + std::string(file) + ".DBF";
 }
 
-const PracticeTable* Practice::find(int number) const {
-    const auto* found = std::find_if(
-        std::begin(kPracticeTables), std::end(kPracticeTables), [&](const PracticeTable& table) {
-            return table.number == number && platform::file_exists(path_of(table.file));
-        });
-    return found == std::end(kPracticeTables) ? nullptr : found;
+const practice::TableEntry* Practice::find(int number) const {
+    const auto found = std::ranges::find_if(practice::kTables, [&](const auto& table) {
+        return table.area == number && platform::file_exists(path_of(table.file));
+    });
+    return found == practice::kTables.end() ? nullptr : &*found;
 }
 
 OpenedTable Practice::open(std::string_view name) {
     std::string_view file = name;
-    for (const PracticeTable& table : kPracticeTables) {
+    for (const practice::TableEntry& table : practice::kTables) {
         if (!equal_ignoring_case(table.alias, name)) continue;
-        if (const PracticeTable* present = find(table.number)) file = present->file;
+        if (const auto* present = find(table.area)) file = present->file;
     }
     OpenedTable opened{platform::system_path(path_of(file)), use_, {}, nullptr};
     try {

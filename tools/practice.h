@@ -11,6 +11,7 @@
 #include "engine/local/local_engine.h"
 #include "engine/locks/open_file.h"
 #include "engine/record/table_layout.h"
+#include "practice/catalogue.h"
 
 namespace brenik::tools {
 
@@ -26,20 +27,6 @@ class ToolError : public std::runtime_error {
 
   private:
     ExitCode code_;
-};
-
-// A table of the practice: the number by which hosts and the journal call it, alias and file.
-struct PracticeTable {
-    int number;
-    const char* alias;
-    const char* file;
-};
-
-// Table 4 comes in two variants; a practice has one of them, the newer is looked for first.
-inline constexpr PracticeTable kPracticeTables[] = {
-    {1, "Names", "LAW1"},        {2, "Events", "LAW2"},       {3, "Matters", "LAW3"},
-    {4, "NAMENOTE", "LAW1Note"}, {4, "NAMENOTE", "LAWNotes"}, {5, "LAWSYS", "LAWSYS"},
-    {7, "LAWCODES", "LAWCodes"}, {9, "XREF", "LAW9"},         {20, "TRANS", "LawTrans"},
 };
 
 struct OpenedTable {
@@ -59,7 +46,7 @@ class Practice {
     // cannot be read, or is in somebody's exclusive use.
     OpenedTable open(std::string_view name);
     // The table that goes by this number; null when the practice has none.
-    const PracticeTable* find(int number) const;
+    const practice::TableEntry* find(int number) const;
 
   private:
     std::string path_of(std::string_view file) const;

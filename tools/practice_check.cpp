@@ -8,7 +8,6 @@
 #include "practice_check.h"
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <memory>
 #include <optional>
@@ -18,7 +17,9 @@
 #include "display.h"
 #include "engine/maintenance/record_reader.h"
 #include "engine/record/field_codec.h"
-#include "practice.h"
+#include "practice/catalogue.h"
+#include "practice/identifiers.h"
+#include "practice/journal_entry.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -30,7 +31,6 @@ using maintenance::Remedy;
 using maintenance::Severity;
 using record::RecordView;
 
-constexpr std::size_t kIdentifierDigits = 5;
 // Identifiers that a bad day can have taken from tables and counter alike.
 constexpr std::int64_t kMostLost = 10000;
 
@@ -57,7 +57,7 @@ struct Entry {
     bool deleted;
 
     const std::string& identifier() const { return fields.identifier; }
-    bool is(char kind) const { return fields.kind.starts_with(kind); }
+    bool is(std::string_view kind) const { return fields.kind.starts_with(kind); }
     bool operator==(const Entry&) const = default;
 };
 
@@ -86,23 +86,6 @@ bool is_blank(const std::string& text) {
     return text.find_first_not_of(std::string_view(" \0", 2)) == std::string::npos;
 }
 
-std::optional<std::int64_t> number_behind(const std::string& prefix,
-                                          const std::string& identifier) {
-    constexpr std::string_view kDigits =
-        "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-    if (identifier.size() != prefix.size() + kIdentifierDigits || !identifier.starts_with(prefix)) {
-        return std::nullopt;
-    }
-    std::int64_t number = 0;
-    for (const char digit : identifier.substr(prefix.size())) {
-        const std::size_t value = kDigits.find(digit);
-        if (value == std::string_view::npos) return std::nullopt;
-        number =
-            number * static_cast<std::int64_t>(kDigits.size()) + static_cast<std::int64_t>(value);
-    }
-    return number;
-}
-
 class PracticeCheck {
   public:
     PracticeCheck(const std::vector<std::string>& folders, const maintenance::Report& report,
@@ -112,9 +95,10 @@ class PracticeCheck {
     PracticeFaults run() {
         read_system();
         entries_ = read_journal();
-        for (const PracticeTable& table : kPracticeTables) {
-            if (table.number == kSystem || table.number == kJournal) continue;
-            if (looks_at(table.number)) read_table(table);
+        for (const practice::TableEntry& table : practice::kTables) {
+            const bool tracked =
+                table.area != practice::kSystem.area && table.area != practice::kJournal.area;
+            if (tracked && looks_at(table.area)) read_table(table);
         }
         report_duplicates();
         report_entries();
@@ -124,9 +108,6 @@ class PracticeCheck {
     }
 
   private:
-    static constexpr int kSystem = 5;
-    static constexpr int kJournal = 20;
-
     std::unique_ptr<RecordReader> open(const char* file) const {
         for (const std::string& folder : folders_) {
             if (auto table = RecordReader::open(folder + "/" + file + ".DBF")) return table;
@@ -136,14 +117,14 @@ class PracticeCheck {
 
     // Where a table comes in variants, a record may be in the one that is left alone.
     bool looks_at(int number) const {
-        return std::ranges::none_of(kPracticeTables, [&](const PracticeTable& table) {
-            return table.number == number && left_alone_.contains(upper(table.file));
+        return std::ranges::none_of(practice::kTables, [&](const auto& table) {
+            return table.area == number && left_alone_.contains(upper(table.file));
         });
     }
 
     void read_system() {
-        if (!looks_at(kSystem)) return;
-        system_ = open("LAWSYS");
+        if (!looks_at(practice::kSystem.area)) return;
+        system_ = open(practice::kSystem.file);
         if (!system_) return;
         const std::vector<Byte> bytes = system_->read(1);
         if (bytes.empty() || system_->count() == 0) {
@@ -159,18 +140,21 @@ class PracticeCheck {
     // As it stands now; nothing when there is no such counter.
     std::optional<std::int64_t> counter(int table) const {
         if (!system_) return {};
-        const record::Field* field = system_->layout().find(counter_name(table));
+        const record::Field* field = system_->layout().find(practice::counter_field(table));
         const std::vector<Byte> bytes = system_->read(1);
         if (field == nullptr || bytes.empty()) return {};
         return read_field({bytes, 1}, system_->layout(), *field).whole();
     }
 
-    static std::string counter_name(int table) { return "U_ID" + std::to_string(table); }
+    // 0 for identifiers that this practice has not issued.
+    std::int64_t issued_number(const std::string& identifier) const {
+        return practice::number_of(prefix_, identifier).value_or(0);
+    }
 
     std::vector<Entry> read_journal() {
         std::vector<Entry> entries;
-        if (!looks_at(kJournal)) return entries;
-        if (!journal_) journal_ = open("LawTrans");
+        if (!looks_at(practice::kJournal.area)) return entries;
+        if (!journal_) journal_ = open(practice::kJournal.file);
         if (!journal_) return entries;
         const record::TableLayout& layout = journal_->layout();
         const record::Field* kind = layout.find("CCODE");
@@ -182,14 +166,13 @@ class PracticeCheck {
                          text_of(*journal_, record, identifier), text_of(*journal_, record, kind)},
                         0,
                         record.deleted()};
-            const std::string& table = entry.fields.table_code;
-            std::from_chars(table.data(), table.data() + table.size(), entry.table);
+            entry.table = practice::area_of_code(entry.fields.table_code);
             entries.push_back(std::move(entry));
         });
         return entries;
     }
 
-    void read_table(const PracticeTable& description) {
+    void read_table(const practice::TableEntry& description) {
         Tracked tracked{open(description.file), nullptr, {}};
         if (!tracked.table) return;
         tracked.field = tracked.table->layout().find("U_ID");
@@ -200,7 +183,7 @@ class PracticeCheck {
             tracked.holders.push_back({std::move(identifier), record.number, record.deleted()});
         });
         std::sort(tracked.holders.begin(), tracked.holders.end());
-        tables_[description.number].push_back(std::move(tracked));
+        tables_[description.area].push_back(std::move(tracked));
     }
 
     void report(Severity severity, const char* kind, const std::string& file, Remedy remedy,
@@ -245,10 +228,11 @@ class PracticeCheck {
     }
 
     void report_entries() {
-        const std::set<Named> gone = named_by(entries_, 'D', false);
+        const std::set<Named> gone = named_by(entries_, practice::kDeletion, false);
         std::vector<Entry> suspects;
         for (const Entry& entry : entries_) {
-            const bool tells = !entry.deleted && (entry.is('A') || entry.is('E'));
+            const bool tells =
+                !entry.deleted && (entry.is(practice::kAddition) || entry.is(practice::kEdit));
             const auto variants = tables_.find(entry.table);
             if (!tells || variants == tables_.end() || gone.contains(name_of(entry))) continue;
             if (std::ranges::none_of(variants->second, [&](const Tracked& tracked) {
@@ -262,11 +246,19 @@ class PracticeCheck {
         for (const Entry& entry : suspects) report_if_lost(entry, look);
     }
 
-    static std::set<Named> named_by(const std::vector<Entry>& entries, char kind, bool deleted) {
+    static std::set<Named> named_by(const std::vector<Entry>& entries, std::string_view kind,
+                                    bool deleted) {
         std::set<Named> named;
         for (const Entry& entry : entries) {
             if (entry.is(kind) && entry.deleted == deleted) named.insert(name_of(entry));
         }
+        return named;
+    }
+
+    // By entries that are marked deleted too.
+    static std::set<Named> added_by(const std::vector<Entry>& entries) {
+        std::set<Named> named = named_by(entries, practice::kAddition, false);
+        named.merge(named_by(entries, practice::kAddition, true));
         return named;
     }
 
@@ -278,8 +270,8 @@ class PracticeCheck {
             for (Tracked& tracked : tables_[number]) look_again(number, tracked, look);
         }
         look.entries = read_journal();
-        look.gone = named_by(look.entries, 'D', false);
-        look.once_gone = named_by(look.entries, 'D', true);
+        look.gone = named_by(look.entries, practice::kDeletion, false);
+        look.once_gone = named_by(look.entries, practice::kDeletion, true);
         return look;
     }
 
@@ -342,7 +334,7 @@ class PracticeCheck {
         const std::vector<Tracked>& variants = tables_[entry.table];
         if (std::ranges::none_of(variants, recycles)) return false;
         const std::optional<std::int64_t> last = counter(entry.table);
-        const std::int64_t number = number_behind(prefix_, entry.identifier()).value_or(0);
+        const std::int64_t number = issued_number(entry.identifier());
         return !last || number <= std::max(*last, largest_held(variants));
     }
 
@@ -358,9 +350,8 @@ class PracticeCheck {
     void report_unknown() {
         if (!tracks_ || !journal_) return;
         std::vector<Unknown> unknown;
-        std::set<Named> told = named_by(entries_, 'A', false);
-        const std::set<Named> live = told;
-        told.merge(named_by(entries_, 'A', true));
+        const std::set<Named> live = named_by(entries_, practice::kAddition, false);
+        std::set<Named> told = added_by(entries_);
         for (auto& [number, variants] : tables_) {
             const std::optional<std::int64_t> lowest = lowest_of(number, live);
             if (!lowest) continue;
@@ -368,9 +359,7 @@ class PracticeCheck {
         }
         if (unknown.empty()) return;
         // Read again: a record that was not locked any more has its entry by now.
-        const std::vector<Entry> now = read_journal();
-        told = named_by(now, 'A', false);
-        told.merge(named_by(now, 'A', true));
+        told = added_by(read_journal());
         for (const Unknown& each : unknown) {
             if (told.contains({each.table, each.holder->identifier})) continue;
             report(Severity::kNote, "not-in-journal", each.tracked->table->path(), Remedy::kTell,
@@ -389,7 +378,7 @@ class PracticeCheck {
     std::optional<std::int64_t> lowest_of(int table, const std::set<Named>& live) const {
         std::optional<std::int64_t> lowest;
         for (const auto& [number, identifier] : live) {
-            const auto issued = number_behind(prefix_, identifier);
+            const auto issued = practice::number_of(prefix_, identifier);
             if (number == table && issued) lowest = std::min(lowest.value_or(*issued), *issued);
         }
         return lowest;
@@ -405,7 +394,7 @@ class PracticeCheck {
     void add_unknown(int number, Tracked& tracked, std::int64_t lowest, const std::set<Named>& told,
                      std::vector<Unknown>& unknown) const {
         for (const Holder& holder : tracked.holders) {
-            const std::int64_t issued = number_behind(prefix_, holder.identifier).value_or(0);
+            const std::int64_t issued = issued_number(holder.identifier);
             if (holder.deleted || issued <= lowest) continue;
             if (told.contains({number, holder.identifier})) continue;
             if (tracked.table->in_use(holder.record) || !is_live(tracked, holder)) continue;
@@ -422,7 +411,7 @@ class PracticeCheck {
         for (const auto& [number, variants] : tables_) {
             const std::optional<std::int64_t> last = counter(number);
             if (!last) continue;
-            const std::string name = counter_name(number);
+            const std::string name = practice::counter_field(number);
             const std::int64_t largest = largest_in_use(number, variants, *last);
             if (*last >= largest) continue;
             faults_.counters.push_back({name, largest});
@@ -436,7 +425,7 @@ class PracticeCheck {
         std::int64_t largest = 0;
         for (const Tracked& tracked : variants) {
             for (const Holder& holder : tracked.holders) {
-                largest = std::max(largest, number_behind(prefix_, holder.identifier).value_or(0));
+                largest = std::max(largest, issued_number(holder.identifier));
             }
         }
         return largest;
@@ -450,7 +439,7 @@ class PracticeCheck {
         std::int64_t largest = largest_held(variants);
         const std::int64_t credible = std::max(largest, counter) + kMostLost;
         for (const Entry& entry : entries_) {
-            const std::int64_t issued = number_behind(prefix_, entry.identifier()).value_or(0);
+            const std::int64_t issued = issued_number(entry.identifier());
             if (entry.table == number && issued <= credible) largest = std::max(largest, issued);
         }
         return largest;

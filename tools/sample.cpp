@@ -16,8 +16,8 @@
 #include "engine/make/create_table.h"
 #include "engine/make/table_writer.h"
 #include "practice.h"
+#include "practice/journal_entry.h"
 #include "sample_rows.h"
-#include "util/bytes.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -182,7 +182,7 @@ const Columns<SampleSizes> kSystem = {
 };
 
 struct JournalEntry {
-    char kind = 'A';
+    std::string_view kind;
     std::string table_code;
     std::string uid;
     std::string stamp;
@@ -190,7 +190,7 @@ struct JournalEntry {
 };
 
 const Columns<JournalEntry> kJournal = {
-    {"CCODE", 'C', 1, 0, [](const JournalEntry& e) -> Value { return std::string(1, e.kind); }},
+    {"CCODE", 'C', 1, 0, [](const JournalEntry& e) -> Value { return e.kind; }},
     {"CDB", 'C', 2, 0, [](const JournalEntry& e) -> Value { return e.table_code; }},
     {"U_ID", 'C', 7, 0, [](const JournalEntry& e) -> Value { return e.uid; }},
     {"CDT", 'C', 4, 0, [](const JournalEntry& e) -> Value { return e.stamp; }, kBinary},
@@ -199,7 +199,7 @@ const Columns<JournalEntry> kJournal = {
 
 const TagDefinition kDescendingEntry{"NEWEST", "ENTRY", "", false, false, true};
 
-const TableDefinition kNamesTable = {"LAW1",
+const TableDefinition kNamesTable = {practice::kNames.file,
                                      kWithMemo,
                                      {{"U_ID", "U_ID", ""},
                                       {"ID", "UPPER(ID)", ""},
@@ -207,7 +207,7 @@ const TableDefinition kNamesTable = {"LAW1",
                                       {"CITY", "UPPER(CITY)", "!DELETED()"},
                                       {"BALANCE", "BALANCE", ""},
                                       kDescendingEntry}};
-const TableDefinition kEventsTable = {"LAW2",
+const TableDefinition kEventsTable = {practice::kEvents.file,
                                       kLater,
                                       {{"U_ID", "U_ID", ""},
                                        {"RNO", "RNO", ""},
@@ -216,7 +216,7 @@ const TableDefinition kEventsTable = {"LAW2",
                                        {"TODO", "DTOS(DATE)+TYPE", "!DONE .AND. !DELETED()"},
                                        {"CASENUM", "UPPER(CASENUM)", ""},
                                        kDescendingEntry}};
-const TableDefinition kMattersTable = {"LAW3",
+const TableDefinition kMattersTable = {practice::kMatters.file,
                                        kLater,
                                        {{"U_ID", "U_ID", ""},
                                         {"CASENUMBER", "UPPER(CASENUM)", ""},
@@ -226,27 +226,27 @@ const TableDefinition kMattersTable = {"LAW3",
                                         {"ACTIVE", "ACTIVE", ""},
                                         kDescendingEntry}};
 const TableDefinition kNotesTable = {
-    "LAWNotes",
+    practice::kNotes.file,
     kWithMemo,
     {{"U_ID", "U_ID", ""}, {"NAME", "NAME_UID+DTOS(ENTRY)", ""}, {"DELETED", "U_ID", "DELETED()"}}};
 const TableDefinition kCodesTable = {
-    "LAWCodes",
+    practice::kCodes.file,
     kPlain,
     {{"TYPECODE", "TYPE+CODE", ""}, {"U_ID", "U_ID", ""}, {"RATE", "RATE", ""}}};
-const TableDefinition kCrossReferenceTable = {"LAW9",
+const TableDefinition kCrossReferenceTable = {practice::kCrossReferences.file,
                                               kPlain,
                                               {{"ID", "UPPER(ID)", ""},
                                                {"CASENUM", "UPPER(CASENUM)", ""},
                                                {"U_ID", "U_ID", ""},
                                                {"U_ID1", "U_ID1", ""},
                                                {"U_ID3", "U_ID3", ""}}};
-const TableDefinition kJournalTable = {"LawTrans",
+const TableDefinition kJournalTable = {practice::kJournal.file,
                                        kLater,
-                                       {{"TRANS", "CDB+U_ID+CCODE", ""},
+                                       {{"TRANS", practice::kEntryKey, ""},
                                         {"ADDED", "CDT+CDB+U_ID", "CCODE=\"A\""},
                                         {"EDITED", "CDT+CDB+U_ID", "CCODE=\"E\""},
                                         {"REMOVED", "CDT+CDB+U_ID", "CCODE=\"D\""}}};
-const TableDefinition kSystemTable = {"LAWSYS", kPlain, {}};
+const TableDefinition kSystemTable = {practice::kSystem.file, kPlain, {}};
 
 template <typename Content>
 record::TableLayout layout_of(const TableDefinition& table, const Columns<Content>& columns) {
@@ -307,13 +307,14 @@ WrittenTable write_rows(const std::string& folder, const TableDefinition& table,
 class JournalWriter {
   public:
     explicit JournalWriter(const SampleSizes& sizes) : sizes_(sizes) {
-        add_latest("01", sizes.contacts > 0 ? sizes.contacts - 1 : 0, make_contact);
-        add_latest("02", sizes.events, make_event);
-        add_latest("03", sizes.matters, make_matter);
-        add_latest("04", sizes.notes, make_note);
-        edit("01", 1, sizes.contacts, make_contact, kNames, {"DAYPHONE", "CITY"});
-        edit("01", 2, sizes.contacts, make_contact, kNames, {"EMAIL"});
-        edit("03", 0, sizes.matters, make_matter, kMatters, {"COURT", "BUDGET", "PRIORITY"});
+        add_latest(practice::kNames, sizes.contacts > 0 ? sizes.contacts - 1 : 0, make_contact);
+        add_latest(practice::kEvents, sizes.events, make_event);
+        add_latest(practice::kMatters, sizes.matters, make_matter);
+        add_latest(practice::kNotes, sizes.notes, make_note);
+        edit(practice::kNames, 1, sizes.contacts, make_contact, kNames, {"DAYPHONE", "CITY"});
+        edit(practice::kNames, 2, sizes.contacts, make_contact, kNames, {"EMAIL"});
+        edit(practice::kMatters, 0, sizes.matters, make_matter, kMatters,
+             {"COURT", "BUDGET", "PRIORITY"});
         add_deleted_contacts();
     }
 
@@ -325,25 +326,25 @@ class JournalWriter {
 
     // Every entry is four minutes after the one before.
     std::string next_stamp() {
-        const int day = sample_today().julian_day() - Date::from_civil(1997, 12, 31).julian_day();
-        const int seconds = kFirstHour * 3600 + 240 * static_cast<int>(entries_.size());
-        std::string stamp(4, '\0');
-        auto* bytes = reinterpret_cast<Byte*>(stamp.data());
-        store_be16(bytes, static_cast<std::uint16_t>(day));
-        store_be16(bytes + 2, static_cast<std::uint16_t>(seconds / 2));
-        return stamp;
+        return practice::RSDT(sample_today(),
+                              kFirstHour * 3600 + 240.0 * static_cast<double>(entries_.size()));
+    }
+
+    void add(std::string_view kind, const practice::TableEntry& table, const std::string& uid,
+             const std::string& data) {
+        entries_.push_back({kind, practice::table_code_of(table.area), uid, next_stamp(), data});
     }
 
     template <typename Content>
-    void add_latest(const char* table_code, std::uint32_t count,
+    void add_latest(const practice::TableEntry& table, std::uint32_t count,
                     Content (*make)(const SampleSizes&, std::uint32_t)) {
         for (std::uint32_t i = count - std::min(count, kLatest); i < count; ++i) {
-            entries_.push_back({'A', table_code, make(sizes_, i).uid, next_stamp(), ""});
+            add(practice::kAddition, table, make(sizes_, i).uid, "");
         }
     }
 
     template <typename Content>
-    void edit(const char* table_code, std::uint32_t index, std::uint32_t count,
+    void edit(const practice::TableEntry& table, std::uint32_t index, std::uint32_t count,
               Content (*make)(const SampleSizes&, std::uint32_t), const Columns<Content>& columns,
               const std::vector<std::string_view>& fields) {
         if (index >= count) return;
@@ -352,9 +353,10 @@ class JournalWriter {
         for (const Column<Content>& column : columns) {
             const bool edited =
                 std::find(fields.begin(), fields.end(), column.name) != fields.end();
-            data += edited ? stamp + std::string(kWorkstation) : std::string(6, '\0');
+            data += edited ? practice::make_slot(stamp, kWorkstation)
+                           : std::string(practice::kSlotSize, '\0');
         }
-        entries_.push_back({'E', table_code, make(sizes_, index).uid, stamp, data});
+        add(practice::kEdit, table, make(sizes_, index).uid, data);
     }
 
     void add_deleted_contacts() {
@@ -365,7 +367,7 @@ class JournalWriter {
         }
         if (!deleted.empty()) deleted.pop_back();
         for (const std::string& uid : deleted) {
-            entries_.push_back({'D', "01", uid, next_stamp(), std::string(kWorkstation)});
+            add(practice::kDeletion, practice::kNames, uid, std::string(kWorkstation));
         }
     }
 
@@ -380,15 +382,15 @@ void write_text(const std::string& path, const std::string& text) {
 }
 
 void write_settings(const std::string& folder) {
-    write_text(folder + "/LAWSYS.INI", "[Main]\r\nFirmName=" + std::string(kFirmName) +
-                                           "\r\nMyFirm=" + std::string(kFirmId) +
-                                           "\r\nnServerType=0\r\nLockType=0\r\n");
+    write_text(folder + "/" + practice::kSettingsFile,
+               "[Main]\r\nFirmName=" + std::string(kFirmName) +
+                   "\r\nMyFirm=" + std::string(kFirmId) + "\r\nnServerType=0\r\nLockType=0\r\n");
     write_text(folder + "/billing/BOLink.INI", "[Setup]\r\nLinkType=CLIENT\r\n");
 }
 
 void refuse_practice(const std::string& folder) {
-    for (const char* name : {"/LAWSYS.DBF", "/LAW1.DBF"}) {
-        if (platform::file_exists(folder + name)) {
+    for (const auto& table : {practice::kSystem, practice::kNames}) {
+        if (platform::file_exists(folder + "/" + table.file + ".DBF")) {
             throw ToolError(ExitCode::kProblem,
                             folder + ": holds a practice already; left as it is");
         }
@@ -413,7 +415,7 @@ std::vector<WrittenTable> write_tables(const SampleRequest& request) {
     TableDefinition notes = kNotesTable;
     if (request.v14) {
         system.push_back({"V14", 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }});
-        notes.file = "LAW1Note";
+        notes.file = practice::kNewerNotes.file;
     }
     const auto entries = static_cast<std::uint32_t>(journal.entries().size());
     return {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "practice/identifiers.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -110,7 +111,6 @@ constexpr CodeList kCodeLists[] = {code_list("ACTIVITY", kActivities),
 
 constexpr int kYearsOfPractice = 12;
 constexpr std::uint32_t kDeletedEvery = 50;
-constexpr std::size_t kUidDigits = 5;
 
 enum class Subject : std::uint64_t { kContact = 1, kMatter, kEvent, kNote, kCode };
 
@@ -144,17 +144,8 @@ std::string format(const char* pattern, Arguments... arguments) {
     return text;
 }
 
-// Workstation prefix and the counter's value in five base-62 digits.
 std::string uid(std::uint32_t index) {
-    constexpr std::string_view kDigits =
-        "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-    std::uint32_t counter = index + 1;
-    std::string digits(kUidDigits, '0');
-    for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit) {
-        *digit = kDigits[counter % kDigits.size()];
-        counter /= static_cast<std::uint32_t>(kDigits.size());
-    }
-    return std::string(kWorkstation) + digits;
+    return practice::identifier_of(kWorkstation, std::int64_t{index} + 1);
 }
 
 // Rows were entered one after the other, evenly over the years.
