@@ -22,9 +22,9 @@
  *  4. A change is a transaction on one table:
  *         add:   BrenikAddStart, BrenikSetField for each field, BrenikAddEnd
  *         edit:  BrenikEditStart or BrenikEditBegin, BrenikSetField for each field, BrenikEditEnd
- *     Nothing reaches the table before the End. A Start, a look-up or a notification on another table
- *     in between makes the End answer BRENIK_NOT_CURRENT. There is one transaction at a time; a second Start
- *     replaces the first. A Start that fails begins nothing: do not call its End.
+ *     Nothing reaches the table before the End. A Start, a look-up or a notification on another
+ *     table in between makes the End answer BRENIK_NOT_CURRENT. There is one transaction at a time;
+ *     a second Start replaces the first. A Start that fails begins nothing: do not call its End.
  *
  *  5. Strings end with a NUL and are bytes in the practice's own code page. No pointer may be null:
  *     none is looked at before it is used, and a null one crashes the host.
@@ -93,8 +93,8 @@ enum {
     BRENIK_LOCK_REFUSED = 12,
     /* The table is not the one that the Start chose: begin the transaction again. */
     BRENIK_NOT_CURRENT = 13,
-    /* A damaged file, a full disk or the like stopped the call; the fault file has one line with the
-     * reason. The session stays usable and holds no lock; begin the transaction again once the
+    /* A damaged file, a full disk or the like stopped the call; the fault file has one line with
+     * the reason. The session stays usable and holds no lock; begin the transaction again once the
      * reason is gone. In the child of a fork every call is stopped until BrenikInitialize begins a
      * session there. */
     BRENIK_FAULT = 14,
@@ -200,8 +200,8 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikAddEnd(int table, char* identifier);
 /* Begins an edit of the record with an identifier, or of the first one that begins with it.
  *   in_out  receives the table number, whatever the outcome; its value on entry is not used
  * The record's number is not handed back, so its fields and its End take record 0: call nothing but
- * BrenikSetField before BrenikEditEnd. On table 7 the order of the identifiers then stays active, in
- * which BrenikAddEnd finds no duplicate code any more: add codes first, or use BrenikEditBegin.
+ * BrenikSetField before BrenikEditEnd. On table 7 the order of the identifiers then stays active,
+ * in which BrenikAddEnd finds no duplicate code any more: add codes first, or use BrenikEditBegin.
  * BRENIK_SUCCESS, BRENIK_BAD_TABLE, BRENIK_IDENTIFIER_NOT_FOUND.
  *
  *     if (BrenikEditStart(1, uid, &number) == BRENIK_SUCCESS) {
@@ -226,11 +226,11 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditBegin(int table, int record, int*
 /* Sets one field of the transaction, converting the text to the field's type.
  *   record  the record of the transaction; 0 for the current one, and while adding
  *   field   the field's name, in any case
- *   text    characters as they are; a number with a decimal point; a date as MM/DD/YY (in the 1900s),
- *           MM/DD/YYYY or YYYYMMDD; "Y", "T" or "1" for true. Text that does not convert gives 0,
- *           the empty date or false, and is not reported. A number too wide for a field of digits
- *           (types N and F) is written as asterisks; one that a binary field (I, Y) cannot hold
- *           makes the End answer BRENIK_FAULT, every time.
+ *   text    characters as they are; a number with a decimal point; a date as MM/DD/YY (in the
+ *           1900s), MM/DD/YYYY or YYYYMMDD; "Y", "T" or "1" for true. Text that does not convert
+ *           gives 0, the empty date or false, and is not reported. A number too wide for a field of
+ *           digits (types N and F) is written as asterisks; one that a binary field (I, Y) cannot
+ *           hold makes the End answer BRENIK_FAULT, every time.
  * BRENIK_SUCCESS, BRENIK_NOT_CURRENT, BRENIK_BAD_RECORD, BRENIK_UNKNOWN_FIELD.
  *
  *     code = BrenikSetField(1, record, "OPEN", "20240131");
@@ -274,8 +274,8 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikGetMyFirm(char* firm);
  *               length on entry, its first n = min(result, L) bytes are the result on return and
  *               identifier[n + 1] is NUL; identifier[n] is left as it was.
  * BRENIK_SUCCESS, BRENIK_BAD_TABLE, BRENIK_KEY_NOT_FOUND. On the latter two the result is the text
- * that the buffer held on entry if that was exactly 7 characters long, else 7 blanks; the rule above
- * applies to it too.
+ * that the buffer held on entry if that was exactly 7 characters long, else 7 blanks; the rule
+ * above applies to it too.
  *
  *     char uid[9] = "       ";
  *     if (BrenikGetU_ID(1, "smith", uid) == BRENIK_SUCCESS) {

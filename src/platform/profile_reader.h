@@ -7,8 +7,8 @@
 
 namespace brenik::platform {
 
-// The value, or `fallback`, as the system's own reader of profiles finds it; nothing where there is no
-// such reader, or it cannot reach the file.
+// The value, or `fallback`, as the system's own reader of profiles finds it; nothing where there is
+// no such reader, or it cannot reach the file.
 std::optional<std::string> system_profile_string(const std::string& section, const std::string& key,
                                                  const std::string& fallback,
                                                  const std::string& path);

@@ -16,8 +16,8 @@ double leading_number(std::string_view text);
 // reads the field expects. False, with nothing written, when it is too wide or not finite.
 bool write_fixed(double number, std::size_t width, std::size_t decimals, char* out);
 
-// As write_fixed; but where the number is too wide decimals go first, then asterisks fill the width.
-// What is not finite counts as 0.
+// As write_fixed; but where the number is too wide decimals go first, then asterisks fill the
+// width. What is not finite counts as 0.
 void write_decimal(double number, std::size_t width, std::size_t decimals, char* out);
 
 }  // namespace brenik

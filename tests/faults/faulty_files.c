@@ -328,7 +328,8 @@ static ssize_t read_stale(int file, void* bytes, size_t count, off_t at) {
     const struct OnShare* share = &state.on_share[file];
     const ssize_t got = read_at(file, bytes, count, at);
     const ssize_t kept = share->kept - at;
-    if (got > 0 && kept > 0) memcpy(bytes, share->old_header + at, (size_t)(got < kept ? got : kept));
+    if (got > 0 && kept > 0)
+        memcpy(bytes, share->old_header + at, (size_t)(got < kept ? got : kept));
     return got;
 }
 

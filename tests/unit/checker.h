@@ -27,8 +27,8 @@ inline testing::AssertionResult judged_right(const std::string& file,
                                              const std::string& options = "") {
     if (std::getenv("BRENIK_ASK_FOR_CHECKER") != nullptr) return asked_right(file, options);
     const std::string report = file + ".report";
-    const std::string command = "python3 " + std::string(kChecker) + " " + file + " " +
-                                options + " > " + report + " 2>&1";
+    const std::string command =
+        "python3 " + std::string(kChecker) + " " + file + " " + options + " > " + report + " 2>&1";
     if (std::system(command.c_str()) == 0) return testing::AssertionSuccess();
     std::ifstream lines(report);
     return testing::AssertionFailure() << lines.rdbuf();
