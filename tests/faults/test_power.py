@@ -38,7 +38,7 @@ SECTOR = 512
 MOST_VIEWS = 100         # kept at a time
 SURPLUS = r'record \d+ (is in the tag|has key|occurs twice)|record number \d+ out of range'
 UNFINISHED = '%s|%s' % (judges.UNFINISHED,
-                        r'no page of the level above|does not end with the entry that page|its left sibling is')    # check
+                        r'no page of the level above|does not end with the entry that page|its left sibling is')
 TAIL = r'dbf: (byte after record|\d+ bytes after|no end-of-file byte)'
 TAIL_KINDS = 'uncounted-records', 'unfinished-append', 'end-mark', 'rubbish'
 
@@ -48,8 +48,9 @@ class Work:
 
     def __init__(self, practice, folder):
         record = folder / 'record'
-        preload = 'env LD_PRELOAD=%s FAULTY_FOLDER=%s FAULTY_RECORD=%s ' % (os.environ['BRENIK_FAULTY_FILES'], practice, record)
-        self.host = Host(folder, workstation=Workstation(preload + OURS.host, OURS.library))
+        preload = 'env LD_PRELOAD=%s FAULTY_FOLDER=%s FAULTY_RECORD=%s' % (
+            os.environ['BRENIK_FAULTY_FILES'], practice, record)
+        self.host = Host(folder, workstation=Workstation(preload + ' ' + OURS.host, OURS.library))
         self.record, self.random, self.marks = record, random.Random(SEED), []
         self.done(self.host.init(practice))
         contacts = [row['U_ID'] for row in judges.TableView(practice, 'LAW1').rows]
@@ -229,7 +230,8 @@ class Verdict:
             assert_unique(self.folder, told)
         except AssertionError as error:
             self.complain('identifiers:', str(error).split('\n')[0])
-        noted = {(row['CDB'], row['U_ID']) for row in view_of(self.folder, 'LawTrans').where(CCODE='A') if not row.deleted}
+        added = view_of(self.folder, 'LawTrans').where(CCODE='A')
+        noted = {(row['CDB'], row['U_ID']) for row in added if not row.deleted}
         for entry in noted - {('%02d' % int(table), identifier) for table, identifier in identifiers(self.rows)}:
             self.complain('the journal tells of', *entry)
 
@@ -240,14 +242,16 @@ def next_host(host, verdict, choice):
     assert host.init(verdict.folder) == 0
     for table, identifier in identifiers(verdict.old):
         assert table == '9' or host.edit_start(int(table), identifier) == 0, identifier
-    lost = [row for key, row in verdict.new.items() if key[0] == 'LAW1' and key not in verdict.old] or [{'LAST': 'Next'}]
-    again = {name: lost[0][name] for name in ('LAST', 'FIRST', 'ID', 'CITY') if name in lost[0]}
+    lost = [row for key, row in verdict.new.items() if key[0] == 'LAW1' and key not in verdict.old]
+    lost = (lost or [{'LAST': 'Next'}])[0]
+    again = {name: lost[name] for name in ('LAST', 'FIRST', 'ID', 'CITY') if name in lost}
     adds = [(1, again), (2, {'DETAIL': 'Next'}), (4, {'TOPIC': 'Next', 'NOTE': 'Next' * 40}),
             (3, {'MATTER': 'Next'}, verdict.old[contacts[0]]['U_ID']), (1, {'LAST': 'Next'})]
     answers = [host.add(*add) for add in adds]
     assert {rc for rc, _ in answers} == {0}, answers
     edited = choice.sample(contacts, 4)
-    answered = [host.edit(1, key[1], {'LAST': 'Edited', 'CITY': 'Edited', 'NOTES': 'Edited' * key[1]}) for key in edited]
+    answered = [host.edit(1, number, {'LAST': 'Edited', 'CITY': 'Edited', 'NOTES': 'Edited' * number})
+                for _, number in edited]
     assert set(answered) == {0}, answered
     assert host.shutdown() == 0
     return [(str(add[0]), identifier) for add, (_, identifier) in zip(adds, answers)], set(edited)

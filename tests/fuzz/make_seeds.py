@@ -25,8 +25,8 @@ def write(folder, name, data):
 def main(tool, fixtures, out):
     practice = out / 'practice'
     shutil.rmtree(practice, ignore_errors=True)
-    subprocess.run([tool, 'sample', str(practice), '--contacts', '8', '--matters', '4', '--events', '4', '--notes', '3'],
-                   check=True, stdout=subprocess.DEVNULL)
+    subprocess.run([tool, 'sample', str(practice), '--contacts', '8', '--matters', '4', '--events', '4',
+                    '--notes', '3'], check=True, stdout=subprocess.DEVNULL)
     shutil.rmtree(practice / 'lawtemp', ignore_errors=True)
     files = sorted([*fixtures.iterdir(), *practice.iterdir()])
     for extension, target in ('.DBF', 'table'), ('.CDX', 'index'), ('.FPT', 'memo'):

@@ -17,8 +17,8 @@ PRESET = os.environ['BRENIK_PRESET']
 NAME = 'BrenikDB-%s-%s' % (os.environ['BRENIK_VERSION'], PRESET)
 COMPILER = os.environ['BRENIK_COMPILER']
 CONTENTS = ['CHANGELOG.md', 'LICENSE.txt', 'NOTICES.txt', 'README.txt', 'UPGRADING.md', 'bin/BrenikDB.dll',
-            'bin/brenik.exe', 'bin/host.exe', 'examples/host.c', 'include/brenikdb.h', 'lib/BrenikDB.def', 'lib/BrenikDB.lib',
-            'lib/libBrenikDB.dll.a']
+            'bin/brenik.exe', 'bin/host.exe', 'examples/host.c', 'include/brenikdb.h', 'lib/BrenikDB.def',
+            'lib/BrenikDB.lib', 'lib/libBrenikDB.dll.a']
 DOCS = sorted(str(path.relative_to(ROOT)) for path in (ROOT / 'docs').rglob('*') if path.is_file())
 CODE_EXISTS = 18
 

@@ -90,7 +90,7 @@ class TableView:
         return found
 
     def unreachable(self):
-        """(tag, record) where neither the tree nor the chain of its leaves has the entry that the record should have."""
+        """(tag, record) where neither the tree nor the chain of its leaves has the record's entry."""
         for tag in self.tags.values():
             texts = [dbfcheck.Expression(text, self.table) if text else None for text in (tag.key_text, tag.for_text)]
             expected = self.cdx._expected(tag, *texts)
@@ -147,7 +147,8 @@ def assert_finished(practice, name, acknowledged, edited=()):
         lost = set()
     assert not lost, lost
     for fault in view.report.faults:
-        record = re.search(r'record (?:number )?(\d+) (is missing|has key|is in the tag|occurs twice|out of range)', fault)
+        record = re.search(r'record (?:number )?(\d+) (is missing|has key|is in the tag|occurs twice|out of range)',
+                           fault)
         passed = record and (int(record[1]) not in known or record[2] == 'is missing')
         assert passed or re.search(UNFINISHED, fault), fault
 

@@ -97,7 +97,8 @@ def free_list_with_the_directory(data):
 # Name of the file, the damage, and the finding that it must lead to.
 PLANTED = {
     'count too high': ('LAW1.DBF', put(4, 50, 4), dict(kind='cut-short', record=41)),
-    'cut in a record': ('LAW2.DBF', cut(lambda d: header(d) + 20 * record_length(d) + 9), dict(kind='cut-short', record=21)),
+    'cut in a record': ('LAW2.DBF', cut(lambda d: header(d) + 20 * record_length(d) + 9),
+                        dict(kind='cut-short', record=21)),
     'count too low': ('LAW1.DBF', add_to(4, 4, -1), dict(kind='uncounted-records', record=40)),
     'append not finished': ('LAW1.DBF', unfinished_append, dict(kind='unfinished-append', record=41)),
     'no end mark': ('LAW1.DBF', cut(lambda d: len(d) - 1), dict(kind='end-mark')),
@@ -226,7 +227,8 @@ def test_practice(session, practice):
     ('LAW1.DBF', cut(20), 'restore'), ('LAW1.DBF', put(48, 0, 1), 'restore'), ('LAW1.DBF', put(0, 0xFF, 1), 'restore'),
     ('LAW1.CDX', cut(300), 'restore'), ('LAW1.CDX', put(within(last_tag, 494), 0x44524F4E, 4), 'by hand'),
     ('LAW1.FPT', cut(6), 'restore'), ('LAW1.FPT', None, 'restore'),
-    ('LAW1.DBF', lambda d: put(header(d), 65, 1)(d), 'by hand'), ('LAW1.DBF', lambda d: d.pop(header(d) + 99), 'by hand')])
+    ('LAW1.DBF', lambda d: put(header(d), 65, 1)(d), 'by hand'),
+    ('LAW1.DBF', lambda d: d.pop(header(d) + 99), 'by hand')])
 def test_what_only_a_backup_can_mend(practice, file, damage, remedy):
     """Is named as such; nothing of it is touched."""
     if damage:
@@ -279,8 +281,8 @@ def test_beside_sessions(session, practice):
     last = practice.table('LAW1').rows[4]['LAST'].encode()
     practice.patch('LAW1', 5, 'LAST', b'Zzz')               # the record is written, its key is not
     with HeldBytes(practice.find('LAW1.DBF'), practice.table('LAW1').lock_position(5)):
-        found = findings(practice, 4)
-        assert {(finding['kind'], finding['record'], finding['tag']) for finding in found} == {('record-locked', 5, 'NAME')}
+        found = {(finding['kind'], finding['record'], finding['tag']) for finding in findings(practice, 4)}
+        assert found == {('record-locked', 5, 'NAME')}
     assert has(findings(practice, 1), kind='missing-key', record=5, tag='NAME')
     before = snapshot(practice.folder)
     ended, output, _ = brenik('repair', practice)

@@ -62,7 +62,8 @@ def test_missing_files(host, practice, windows_folder, missing, rc, message):
 
 
 @pytest.mark.parametrize('trace, setting', [
-    (0, None), (1, None), (-7, None), (0, ''), (1, ''), (1, '0'), (0, '1'), (1, 'yes'), (0, 'yes'), (0, '"1"'), (1, ' 0 ')])
+    (0, None), (1, None), (-7, None), (0, ''), (1, ''), (1, '0'), (0, '1'), (1, 'yes'), (0, 'yes'), (0, '"1"'),
+    (1, ' 0 ')])
 def test_tracing_switch(host, practice, windows_folder, trace, setting):
     practice.write('Trace.Log', 'from an earlier session')
     if setting is not None:

@@ -80,7 +80,8 @@ def test_show(practice):
     for path in *practice.folder.iterdir(), practice.folder:
         path.chmod(path.stat().st_mode & ~0o222)
     assert brenik('journal', practice, '--limit', 2) == (0, JOURNAL, '')
-    assert brenik('show', practice, 'lawcodes') == (0, CODES.format(table=path_form(OURS)(practice.find('LAWCODES.dbf'))), '')
+    codes = CODES.format(table=path_form(OURS)(practice.find('LAWCODES.dbf')))
+    assert brenik('show', practice, 'lawcodes') == (0, codes, '')
     row = practice.table('LAW3').rows[4]
     by_number, = json_lines('show', practice, 'LAW3', '--record', 5)
     expected = {name: row[name] for name in ('U_ID', 'CASENUM', 'MATTER', 'ACTIVE', 'PRIORITY', 'BUDGET', 'RATE')}

@@ -65,7 +65,8 @@ def test_forms_of_the_path(new_host, new_practice, drive):
         assert host.add(3, {'MATTER': form[-40:]}, practice.table('LAW1').rows[0]['U_ID'])[0] == 0, form
         assert practice.table('LAW3').rows[-1]['MATTER'] == form[-40:].rstrip(), form
         assert host.shutdown() == 0
-    for form in (letter, letter + '\\nowhere', '\\\\brenik\\nowhere', '\\\\', 'con', letter + '\\con\\nul', '\\\\.\\C:'):
+    for form in (letter, letter + '\\nowhere', '\\\\brenik\\nowhere', '\\\\', 'con', letter + '\\con\\nul',
+                 '\\\\.\\C:'):
         assert host.init(form) == 1, form
 
 
