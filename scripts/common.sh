@@ -1,4 +1,5 @@
 # What the scripts share; sourced, from anywhere in the tree, by bash with its error options set.
+# shellcheck shell=bash disable=SC2034  # the variables are for the scripts that source it
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
