@@ -34,7 +34,8 @@ inline constexpr int kCrossReferenceArea = practice::kCrossReferences.area;
 inline constexpr int kSecondNotesArea = practice::kSecondNotesArea;
 inline constexpr int kJournalArea = practice::kJournal.area;
 
-// Slots of the settings table that the library reads, counted from 1.
+// Slots of the settings table that the library reads, counted from 1. They keep their own names.
+// NOLINTNEXTLINE(readability-identifier-naming)
 enum class Setting : std::size_t { SharedUse = 2, ServerType = 5, WinIniFile = 22, DataPath = 24 };
 
 // The session's variables, made anew by every StartUp.
