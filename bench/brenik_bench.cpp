@@ -199,7 +199,7 @@ class Scratch {
     const fs::path& folder() const { return folder_; }
 
     fs::path practice(std::size_t contacts) const {
-        const fs::path practice = folder_ / std::to_string(contacts);
+        fs::path practice = folder_ / std::to_string(contacts);
         const fs::path tool = fs::read_symlink("/proc/self/exe").parent_path() / "brenik";
         const std::string command = tool.string() + " sample " + practice.string() +
                                     " --contacts " + std::to_string(contacts) + " > /dev/null";
@@ -237,7 +237,8 @@ void run(const Options& options) {
 }  // namespace
 }  // namespace brenik::bench
 
-int main(int argc, char** argv) {
+// Catches what is thrown, so that the temporary folder is removed.
+int main(int argc, char** argv) try {
     CLI::App app{"Measures the library on sample practices."};
     brenik::bench::Options options;
     app.add_option("--contacts", options.contacts, "numbers of contacts in the practice");
@@ -251,4 +252,7 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     brenik::bench::run(options);
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
 }

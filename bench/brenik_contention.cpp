@@ -113,7 +113,7 @@ void measure(const fs::path& practice, int workers, double seconds) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     CLI::App app{"Measures how processes wait for each other on one practice."};
     std::vector<int> workers = {2, 4, 8};
     double seconds = 10;
@@ -137,4 +137,7 @@ int main(int argc, char** argv) {
     }
     fs::remove_all(folder);
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
 }

@@ -121,7 +121,7 @@ class HostWorkload : public Workload {
         expect_success(BrenikGetU_ID(kContacts, id.c_str(), u_id), "BrenikGetU_ID");
     }
 
-    void edit_start(const std::string& u_id) {
+    static void edit_start(const std::string& u_id) {
         int position = 0;
         expect_success(BrenikEditStart(kContacts, u_id.c_str(), &position), "BrenikEditStart");
     }
