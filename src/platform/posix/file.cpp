@@ -250,6 +250,18 @@ std::string found_path(const std::string& path) {
     return found;
 }
 
+// Opens a file that exists whatever the case of its name; `path` becomes the name that it has.
+int open_found(std::string& path, int flags) {
+    const int handle = open_descriptor(path, flags);
+    if (handle >= 0 || (flags & O_CREAT) != 0 || (errno != ENOENT && errno != ENOTDIR)) {
+        return handle;
+    }
+    std::string found = found_path(path);
+    if (found == path) return handle;
+    path = std::move(found);
+    return open_descriptor(path, flags);
+}
+
 }  // namespace
 
 std::string system_text(int system_code) { return std::generic_category().message(system_code); }
@@ -257,19 +269,11 @@ std::string system_text(int system_code) { return std::generic_category().messag
 File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     File file;
     const int flags = open_flags(mode, sharing);
-    const bool can_make = (flags & O_CREAT) != 0;
-    file.path_ = can_make ? system_path(path) : with_slashes(path);
+    file.path_ = (flags & O_CREAT) != 0 ? system_path(path) : with_slashes(path);
     file.failure_ = OpenFailure::kMissing;
     if (!is_possible_path(file.path_)) return file;
 
-    int handle = open_descriptor(file.path_, flags);
-    if (handle < 0 && !can_make && (errno == ENOENT || errno == ENOTDIR)) {
-        std::string found = found_path(file.path_);
-        if (found != file.path_) {
-            file.path_ = std::move(found);
-            handle = open_descriptor(file.path_, flags);
-        }
-    }
+    const int handle = open_found(file.path_, flags);
     if (handle < 0) {
         file.failure_ = is_log(mode) && errno == ELOOP ? OpenFailure::kDenied : failure_of(errno);
         const bool no_plain_file = errno == EISDIR || errno == ENXIO || errno == ELOOP;
@@ -475,7 +479,7 @@ void remove_file(const std::string& path) noexcept {
 }
 
 std::string system_path(const std::string& path) {
-    const std::string turned = with_slashes(path);
+    std::string turned = with_slashes(path);
     if (!is_possible_path(turned) || exists(turned)) return turned;
     return found_path(turned);
 }

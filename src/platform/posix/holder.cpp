@@ -65,10 +65,11 @@ bool excludes(const std::string& line, const Wanted& wanted) {
 }
 
 bool holds(const std::string& process, const std::string& descriptor, const Wanted& wanted) {
+    const std::string link = process + "/fd/" + descriptor;
     std::ifstream facts(process + "/fdinfo/" + descriptor);
     for (std::string line; std::getline(facts, line);) {
         struct stat file;
-        if (excludes(line, wanted) && stat((process + "/fd/" + descriptor).c_str(), &file) == 0 &&
+        if (excludes(line, wanted) && stat(link.c_str(), &file) == 0 &&
             file.st_ino == wanted.file.st_ino && file.st_dev == wanted.file.st_dev) {
             return true;
         }

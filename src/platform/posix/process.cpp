@@ -56,7 +56,7 @@ void in_child() {
     mutex = kUnlocked;  // the owner's name is another one here
 }
 
-const bool forks_are_noticed = pthread_atfork(before_fork, after_fork, in_child) == 0;
+const bool kForksAreNoticed = pthread_atfork(before_fork, after_fork, in_child) == 0;
 
 }  // namespace
 
@@ -69,7 +69,7 @@ ForksWait::~ForksWait() {
 }
 
 bool note_descriptor(int descriptor) noexcept {
-    if (!forks_are_noticed || static_cast<std::size_t>(descriptor) >= noted.size()) return false;
+    if (!kForksAreNoticed || static_cast<std::size_t>(descriptor) >= noted.size()) return false;
     noted[static_cast<std::size_t>(descriptor)] = true;
     if (descriptor > highest) highest = descriptor;
     return true;

@@ -56,7 +56,7 @@ void find_mount(const std::string& device, ShareFacts& facts) {
         next_word(line);
         if (next_word(line) != device) continue;
         const std::size_t behind_tags = line.find(" - ");
-        if (behind_tags == line.npos) continue;
+        if (behind_tags == std::string_view::npos) continue;
         line.remove_prefix(behind_tags + 3);
         facts.type = next_word(line);
         next_word(line);
