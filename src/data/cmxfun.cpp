@@ -68,7 +68,7 @@ void CMXSETRELATION(Session& session, int target, const std::string& text) {
 
 Value CMXSETSCOPE(Session& session, ScopeEnd end, const std::optional<Value>& value) {
     Table& table = session.areas.table("CMXSETSCOPE");
-    const Value previous = table.scope(end);
+    Value previous = table.scope(end);
     if (value) table.set_scope(end, *value);
     return previous;
 }

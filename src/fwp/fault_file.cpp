@@ -17,7 +17,7 @@ namespace {
 
 // A file that can be neither renamed nor emptied gets lines up to twice that size, and none until
 // it can be.
-constexpr std::uint64_t kMostBytes = 256 * 1024;
+constexpr std::uint64_t kMostBytes = std::uint64_t{256} * 1024;
 constexpr std::size_t kLongestText = 2000;
 constexpr int kLockTimeout_ms = 200;
 
