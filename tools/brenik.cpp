@@ -142,6 +142,8 @@ ExitCode run(CLI::App& app, const ExitCode& code, int argc, char** argv) {
 }  // namespace
 }  // namespace brenik::tools
 
+// Outside run() only a mistake in the options themselves throws.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     using namespace brenik::tools;
     std::ios::sync_with_stdio(false);

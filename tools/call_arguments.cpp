@@ -65,7 +65,7 @@ std::string text_from_json(const Json& json) {
     if (json.is_object() && json.size() == 1 && json.contains("hex")) {
         return from_hex(plain_text(json["hex"]));
     }
-    const std::string text = plain_text(json);
+    std::string text = plain_text(json);
     if (std::ranges::any_of(text, [](char each) { return static_cast<unsigned char>(each) > 127; }))
         throw CallError("text beyond ASCII goes in as {\"hex\": ...}, byte by byte");
     return text;
