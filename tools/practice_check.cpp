@@ -25,7 +25,6 @@
 namespace brenik::tools {
 namespace {
 
-using maintenance::Finding;
 using maintenance::RecordReader;
 using maintenance::Remedy;
 using maintenance::Severity;

@@ -85,7 +85,8 @@ void print_description(const Json& table) {
     for (const Json& tag : table["tags"]) {
         std::cout << "  " << pad_right(tag["name"].get<std::string>(), kNameColumn)
                   << tag["key"].get<std::string>();
-        if (tag["condition"] != "") std::cout << " for " << tag["condition"].get<std::string>();
+        const auto condition = tag["condition"].get<std::string>();
+        if (!condition.empty()) std::cout << " for " << condition;
         for (const char* property : {"unique", "candidate", "descending"}) {
             if (tag[property]) std::cout << ", " << property;
         }
