@@ -1,7 +1,8 @@
-// Tables that a test makes in a folder of its own.
+// Tables that a test makes in a folder of its own, opened in one place.
 
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@
 
 namespace brenik::fake {
 
+using RecordNumbers = std::vector<RecordNumber>;
+
 struct Column {
     const char* name;
     char type;
@@ -18,6 +21,34 @@ struct Column {
     std::uint32_t decimals = 0;
     std::uint8_t flags = 0;
 };
+
+// With offsets and null bits, as in a file's header.
+inline record::TableLayout layout_of(const std::vector<Column>& columns, std::uint8_t version) {
+    record::TableLayout layout;
+    layout.version = version;
+    for (const Column& column : columns) {
+        record::Field& field = layout.fields.emplace_back();
+        field.name = column.name;
+        field.type = column.type;
+        field.width = column.width;
+        field.decimals = column.decimals;
+        field.flags = column.flags;
+    }
+    record::make_header(layout);
+    return layout;
+}
+
+// Null when the table is refused.
+inline std::unique_ptr<brenik::Table> open(brenik::Engine& engine, const std::string& path,
+                                           TableSharing sharing = TableSharing::kShared) {
+    return engine.open(path, sharing);
+}
+
+// Makes a record current; false when its lock is refused.
+[[nodiscard]] inline bool take(brenik::Table& table, RecordNumber record) {
+    table.go_to(record);
+    return table.lock_record(record);
+}
 
 // Fills the fields of the current record, from the first.
 inline void put_and_unlock(brenik::Table& table, const Array& values) {
@@ -32,6 +63,22 @@ inline bool append(brenik::Table& table, const Array& values) {
     return appended;
 }
 
+// In the controlling order, whichever the direction of the walk.
+inline RecordNumbers walk(brenik::Table& table, bool forward = true) {
+    RecordNumbers records;
+    forward ? table.go_top() : table.go_bottom();
+    while (forward ? !table.end_of_file() : !table.beginning_of_file()) {
+        records.push_back(table.record_number());
+        table.skip(forward ? 1 : -1);
+    }
+    if (!forward) std::reverse(records.begin(), records.end());
+    return records;
+}
+
+inline bool find(brenik::Table& table, const Value& key) {
+    return table.seek(key, SeekMode::kHard, SeekEnd::kFirst);
+}
+
 class TableFolder {
   public:
     std::string path(const std::string& file) const { return (folder_ / file).string(); }
@@ -40,21 +87,11 @@ class TableFolder {
     void make(const std::string& name, const std::vector<Column>& columns,
               const std::vector<make::TagDefinition>& tags = {},
               const std::vector<Array>& rows = {}, std::uint8_t version = 0x03) const {
-        record::TableLayout layout;
-        layout.version = version;
-        for (const Column& column : columns) {
-            record::Field& field = layout.fields.emplace_back();
-            field.name = column.name;
-            field.type = column.type;
-            field.width = column.width;
-            field.decimals = column.decimals;
-            field.flags = column.flags;
-        }
         const std::string file = path(name + ".DBF");
-        make::create_table(file, layout);
+        make::create_table(file, layout_of(columns, version));
         if (!rows.empty()) {
             local::LocalEngine engine;
-            const auto table = engine.open(file, TableSharing::kExclusive);
+            const auto table = open(engine, file, TableSharing::kExclusive);
             for (const Array& row : rows) append(*table, row);
         }
         if (!tags.empty()) make::create_index(file, tags);

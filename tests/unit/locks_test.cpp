@@ -11,95 +11,56 @@
 #include <thread>
 
 #include "engine/index/cdx_file.h"
-#include "engine/local/local_engine.h"
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/lock_scheme.h"
-#include "engine/make/create_table.h"
-#include "temporary_folder.h"
-#include "util/bytes.h"
+#include "file_bytes.h"
+#include "refused.h"
+#include "tables.h"
 
 namespace brenik::local {
 namespace {
 
 namespace fs = std::filesystem;
+using fake::find;
+using fake::take;
 using platform::File;
 using platform::LockKind;
 using platform::OpenMode;
 
-class SharingTest : public testing::Test {
+class LocksTest : public testing::Test {
   protected:
-    SharingTest() { proprietary_.set_proprietary_locking(true); }
+    LocksTest() { proprietary_.set_proprietary_locking(true); }
 
-    std::string path(const char* extension = ".DBF") const {
-        return (folder_ / (std::string("T") + extension)).string();
+    std::string path(const std::string& extension = ".DBF") const {
+        return folder_.path("T" + extension);
     }
 
-    // A table K C(width), M memo with `records` records; its index has the tag K.
+    // A table K C(width), M memo with records "K0" and so on; its index has the tag K.
     void make(bool indexed, int records, std::uint32_t width = 8) {
-        record::TableLayout layout;
-        layout.version = 0xF5;
-        layout.fields.resize(2);
-        layout.fields[0].name = "K";
-        layout.fields[0].width = width;
-        layout.fields[1].name = "M";
-        layout.fields[1].type = 'M';
-        layout.fields[1].width = 10;
-        make::create_table(path(), layout);
-        if (indexed) make::create_index(path(), {{"K", "K"}});
-        const auto table = open(compatible_);
-        for (int i = 0; i < records; ++i) {
-            ASSERT_TRUE(table->append_blank(false));
-            table->field_put(1, "K" + std::to_string(i));
-        }
+        std::vector<make::TagDefinition> tags;
+        if (indexed) tags = {{"K", "K"}};
+        std::vector<Array> rows;
+        for (int i = 0; i < records; ++i) rows.push_back({"K" + std::to_string(i)});
+        folder_.make("T", {{"K", 'C', width}, {"M", 'M', 10}}, tags, rows, 0xF5);
     }
 
     std::unique_ptr<Table> open(LocalEngine& engine, TableSharing sharing = TableSharing::kShared) {
-        return engine.open(path(), sharing);
+        return fake::open(engine, path(), sharing);
     }
 
     // Another program, which knows nothing but the compatible positions.
-    File stranger(const char* extension = ".DBF") const {
+    File stranger(const std::string& extension = ".DBF") const {
         return File::open(path(extension), OpenMode::kReadWrite);
     }
 
-    TemporaryFolder folder_;
+    fake::TableFolder folder_;
     LocalEngine compatible_;
     LocalEngine proprietary_;
 };
 
 // ------------------------------------------------------------------------------------------ modes
 
-TEST_F(SharingTest, ModesExcludeEachOtherAndWorkTogetherEachForItself) {
-    for (const bool indexed : {true, false}) {
-        make(indexed, 2);
-        for (LocalEngine* ours : {&compatible_, &proprietary_}) {
-            LocalEngine& other = ours == &compatible_ ? proprietary_ : compatible_;
-            auto one = open(*ours), two = open(*ours);
-            ASSERT_TRUE(one && two);
-            EXPECT_FALSE(open(other));
-            EXPECT_FALSE(open(other, TableSharing::kExclusive));
-            ASSERT_TRUE(one->lock_record(1));
-            EXPECT_FALSE(two->lock_record(1));
-            EXPECT_FALSE(two->lock_table());
-            one->unlock_all();
-            ASSERT_TRUE(two->lock_table());
-            EXPECT_FALSE(one->lock_record(2));
-            EXPECT_FALSE(one->append_blank(false));
-            two->unlock_all();
-            ASSERT_TRUE(one->append_blank(false));
-            one->field_put(1, "LATEST");
-            one->commit();
-            EXPECT_TRUE(!indexed || two->seek("LATEST", SeekMode::kHard, SeekEnd::kFirst));
-            one.reset();
-            EXPECT_FALSE(open(other)) << "one user is left";
-            two.reset();
-            EXPECT_TRUE(open(other));
-            EXPECT_TRUE(open(other, TableSharing::kExclusive));
-        }
-    }
-}
-
-TEST_F(SharingTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
+TEST_F(LocksTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
     struct Position {
         bool indexed;
         const char* extension;
@@ -135,25 +96,26 @@ TEST_F(SharingTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
     }
 }
 
-TEST_F(SharingTest, NoLockOfAnyKindTouchesDataOfTheLargestTable) {
+TEST_F(LocksTest, NoLockOfAnyKindTouchesDataOfTheLargestTable) {
+    using locks::LockScheme;
     for (const std::uint8_t flags : {std::uint8_t{0}, std::uint8_t{1}}) {
         for (const std::uint32_t length : {2u, 19u, 800u, 65500u}) {
             record::TableLayout layout;
             layout.flags = flags;
             layout.header_length = 97;
             layout.record_length = length;
-            const locks::LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
+            const LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
             const auto end = [&](std::uint64_t records) { return 97 + records * length + 1; };
-            EXPECT_LE(end(old.max_records()), locks::LockScheme::table().offset);
-            EXPECT_GE(old.record(old.max_records()).offset, locks::LockScheme::table().offset);
+            EXPECT_LE(end(old.max_records()), LockScheme::table().offset);
+            EXPECT_GE(old.record(old.max_records()).offset, LockScheme::table().offset);
             EXPECT_LE(end(ours.max_records()), ours.marker().offset);
             EXPECT_GT(end(ours.max_records()) + length, ours.marker().offset);
             EXPECT_EQ(ours.marker().offset + ours.marker().length - 1, 0x7FFFFFFEu);
             EXPECT_LE(end(ours.max_records(false)), ours.append().offset);
-            const locks::LockRange all = locks::LockScheme::table(locks::LockMode::kProprietary);
+            const locks::LockRange all = LockScheme::table(locks::LockMode::kProprietary);
             EXPECT_LT(ours.record(0xFFFFFFFF).offset, all.offset + all.length);
             EXPECT_LE(all.offset + all.length,
-                      locks::LockScheme::use(locks::LockMode::kCompatible).offset);
+                      LockScheme::use(locks::LockMode::kCompatible).offset);
         }
     }
 }
@@ -207,7 +169,7 @@ std::array<int, kCount> served(std::array<Waiter, kCount>& waiters, File holder,
     return turns;
 }
 
-TEST_F(SharingTest, TheLineIsServedInTheOrderOfArrival) {
+TEST_F(LocksTest, TheLineIsServedInTheOrderOfArrival) {
     make(false, 0);
     std::array waiters{Waiter(stranger()), Waiter(stranger()), Waiter(stranger()),
                        Waiter(stranger())};
@@ -215,7 +177,7 @@ TEST_F(SharingTest, TheLineIsServedInTheOrderOfArrival) {
     EXPECT_EQ(served(waiters, stranger(), stranger(), 0, kForever_ms), (std::array{1, 2, 3, 4}));
 }
 
-TEST_F(SharingTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
+TEST_F(LocksTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
     make(false, 0);
     File first_in_line = stranger();
     Waiter waiter(stranger());
@@ -234,7 +196,7 @@ TEST_F(SharingTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
     EXPECT_TRUE(waiter.lock_and_release(0));
 }
 
-TEST_F(SharingTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed) {
+TEST_F(LocksTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed) {
     make(false, 0);
     const std::uint64_t places = locks::LockScheme::queue().offset;
     File suspended = stranger(), living = stranger();
@@ -271,13 +233,12 @@ TEST_F(SharingTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed
     EXPECT_TRUE(is_met()) << "the place was free in between";
 }
 
-TEST_F(SharingTest, ASuspendedProcessInLineHoldsUpOneChangeForAMoment) {
+TEST_F(LocksTest, ASuspendedProcessInLineHoldsUpOneChangeForAMoment) {
     make(true, 1);
     File suspended = stranger(".CDX");
     ASSERT_TRUE(suspended.try_lock(locks::LockScheme::queue().offset, 1));
     const auto table = open(compatible_);
-    table->go_to(1);
-    ASSERT_TRUE(table->lock_record(1));
+    ASSERT_TRUE(take(*table, 1));
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < 100; ++i) {
         table->field_put(1, "C" + std::to_string(i));
@@ -301,54 +262,38 @@ std::string picture(const std::string& path) {
     return seen + std::to_string(size);
 }
 
-void patch(const std::string& path, std::uint64_t offset, std::vector<Byte> bytes) {
-    File file = File::open(path, OpenMode::kReadWrite);
-    file.write_at(offset, bytes);
+std::string le32(std::uint64_t value) {
+    Byte bytes[4];
+    store_le32(bytes, static_cast<std::uint32_t>(value));
+    return std::string(as_text(bytes));
 }
 
-std::vector<Byte> le32(std::uint32_t value) {
-    std::vector<Byte> bytes(4);
-    store_le32(bytes.data(), value);
-    return bytes;
-}
-
-class GrowthTest : public SharingTest {
+class GrowthTest : public LocksTest {
   protected:
     // As if so many records had been added; the file has a hole where they would lie.
     void pretend(RecordNumber records) {
-        const std::uint64_t length = 1 + kWidth + 10;
-        fs::resize_file(path(), 97 + records * length);
-        patch(path(), 4, le32(records));
-    }
-
-    std::map<std::string, std::string> pictures() const {
-        std::map<std::string, std::string> all;
-        for (const char* e : {".DBF", ".CDX", ".FPT"}) all[e] = picture(path(e));
-        return all;
+        fs::resize_file(path(), 97 + std::uint64_t{records} * kLength);
+        write_over(path(), 4, le32(records));
     }
 
     template <class Action>
-    void expect_refused(const char* what, Action action) {
-        const auto before = pictures();
-        try {
-            action();
-            ADD_FAILURE() << what << ": not refused";
-        } catch (const EngineFault& fault) {
-            EXPECT_EQ(fault.code(), FaultCode::kLimit) << what << ": " << fault.what();
-        }
-        for (const auto& [extension, seen] : pictures()) {
-            EXPECT_TRUE(seen == before.at(extension)) << what << " has changed " << extension;
-        }
+    void expect_refused(const std::string& what, Action action) {
+        const auto pictures = [this] {
+            return picture(path()) + picture(path(".CDX")) + picture(path(".FPT"));
+        };
+        const std::string before = pictures();
+        EXPECT_TRUE(refused(action, FaultCode::kLimit)) << what;
+        EXPECT_TRUE(pictures() == before) << what << " has changed a file";
     }
 
-    static constexpr std::uint32_t kWidth = 239;
+    static constexpr std::uint32_t kWidth = 239, kLength = 1 + kWidth + 10;
 };
 
 TEST_F(GrowthTest, OfATableEndsWhereItsLocksBegin) {
     record::TableLayout layout;
     layout.flags = 1;
     layout.header_length = 97;
-    layout.record_length = 1 + kWidth + 10;
+    layout.record_length = kLength;
     const locks::LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
     struct Case {
         const char* what;
@@ -366,10 +311,8 @@ TEST_F(GrowthTest, OfATableEndsWhereItsLocksBegin) {
         pretend(c.most - 1);
         auto table = open(c.engine, c.sharing);
         ASSERT_TRUE(table) << c.what;
-        ASSERT_TRUE(table->append_blank(false)) << c.what;
-        table->field_put(1, "LAST");
-        table->unlock_all();
-        EXPECT_TRUE(table->seek("LAST", SeekMode::kHard, SeekEnd::kFirst)) << c.what;
+        ASSERT_TRUE(fake::append(*table, {"LAST"})) << c.what;
+        EXPECT_TRUE(find(*table, "LAST")) << c.what;
         EXPECT_EQ(table->record_number(), c.most) << c.what;
         expect_refused(c.what, [&] { static_cast<void>(table->append_blank(false)); });
     }
@@ -388,12 +331,11 @@ TEST_F(GrowthTest, OfAnIndexEndsBeforeItsRecordIsAdded) {
         const auto table = open(*engine);
         expect_refused("addition", [&] { static_cast<void>(table->append_blank(false)); });
         for (RecordNumber record = 1; record <= 3; ++record) {
-            table->go_to(record);
-            ASSERT_TRUE(table->lock_record(record));
-            table->field_put(1, "CHANGED" + std::to_string(record));
-            table->unlock_all();  // finds room on the pages that are there
+            ASSERT_TRUE(take(*table, record));
+            // Finds room on the pages that are there.
+            fake::put_and_unlock(*table, {"CHANGED" + std::to_string(record)});
         }
-        EXPECT_TRUE(table->seek("CHANGED2", SeekMode::kHard, SeekEnd::kFirst));
+        EXPECT_TRUE(find(*table, "CHANGED2"));
     }
 }
 
@@ -402,31 +344,25 @@ TEST_F(GrowthTest, OfAMemoFileEndsBeforeRecordOrKeysChange) {
                                         {&proprietary_, std::uint64_t{1} << 32}}) {
         make(true, 3, kWidth);
         fs::resize_file(path(".FPT"), limit - 2 * 64);
-        std::vector<Byte> next_free = le32(static_cast<std::uint32_t>(limit / 64 - 2));
+        std::string next_free = le32(limit / 64 - 2);
         std::reverse(next_free.begin(), next_free.end());
-        patch(path(".FPT"), 0, next_free);
+        write_over(path(".FPT"), 0, next_free);
         const auto table = open(*engine);
-        table->go_to(2);
-        ASSERT_TRUE(table->lock_record(2));
+        ASSERT_TRUE(take(*table, 2));
         table->field_put(1, "MOVED");
         table->field_put(2, Memo{std::string(200, 'x')});
         expect_refused("memo", [&] { table->commit(); });
         table->abandon_changes();
-        EXPECT_TRUE(table->seek("K1", SeekMode::kHard, SeekEnd::kFirst));
-        EXPECT_FALSE(table->seek("MOVED", SeekMode::kHard, SeekEnd::kFirst));
+        EXPECT_TRUE(find(*table, "K1"));
+        EXPECT_FALSE(find(*table, "MOVED"));
     }
 }
 
 TEST_F(GrowthTest, OfWidthsAndTagsIsRefusedBeforeAFileIsMade) {
     record::TableLayout wide;
-    wide.version = 0x30;
-    wide.fields.resize(255);
-    for (std::size_t i = 0; i < wide.fields.size(); ++i) {
-        wide.fields[i].name = "F" + std::to_string(i);
-        wide.fields[i].width = 254;
-    }
-    wide.fields.resize(300, wide.fields.front());
-    EXPECT_THROW(make::create_table(path(), wide), EngineFault);
+    wide.fields.resize(300);
+    for (record::Field& field : wide.fields) field.name = "F", field.width = 254;
+    EXPECT_TRUE(refused([&] { make::create_table(path(), wide); }, FaultCode::kLimit));
     EXPECT_FALSE(fs::exists(path()));
 
     make(true, 1);

@@ -1,0 +1,255 @@
+// What one table of any engine promises: fields, locks, appends, orders, filters and scopes, and
+// how a conflict with another workstation is answered.
+
+#include <filesystem>
+
+#include "engine/work_areas.h"
+#include "engines.h"
+#include "unit/checker.h"
+#include "unit/file_bytes.h"
+#include "unit/refused.h"
+
+namespace brenik {
+namespace {
+
+using namespace std::string_literals;
+using fake::append;
+using fake::find;
+using fake::take;
+using Records = fake::RecordNumbers;
+
+class TableTest : public EngineTest {};
+
+TEST_P(TableTest, EveryFieldTypeKeepsItsValuesAndRefusesUnsuitableOnes) {
+    const struct {
+        fake::Column column;
+        Value value;
+        Value unsuitable = {};
+    } cases[] = {
+        {{"WIDE", 'C', 300}, std::string(300, 'x')},
+        {{"N", 'N', 6, 2}, Number{-1.01}, "text"},
+        {{"D", 'D', 8}, Date(2451545), 5},
+        {{"L", 'L', 1}, true, "T"},
+        {{"M", 'M', 4}, Memo{"a\0b\x1a"s}},
+        {{"I", 'I', 4}, Number{-2147483648.0}, Number{3e9}},
+        {{"B", 'B', 8, 3}, Number{0.125}},
+        {{"Y", 'Y', 8, 4}, Number{-12.3456}, Number{1e300}},
+        {{"T", 'T', 8}, "20240229120000500", "tomorrow"},
+        {{"V", 'V', 20, 0, 0x02}, "short"},
+        {{"NULLC", 'C', 5, 0, 0x02}, Value()},
+    };
+    std::vector<fake::Column> columns;
+    Array values;
+    for (const auto& c : cases) columns.push_back(c.column), values.push_back(c.value);
+    folder_.make("T", columns, {{"I", "I"}, {"T", "T"}, {"NULLC", "NULLC"}, {"Y", "Y"}}, {}, 0x32);
+    const auto table = open(*engine_);
+    ASSERT_TRUE(append(*table, values) && take(*table, 1));
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto& [column, value, unsuitable] = cases[i];
+        EXPECT_TRUE(table->field_get(i + 1).exactly_equals(value)) << column.name;
+        if (unsuitable.is_nil()) continue;
+        EXPECT_THROW(table->field_put(i + 1, unsuitable), EngineFault) << column.name;
+        EXPECT_TRUE(table->field_get(i + 1).exactly_equals(value)) << column.name;
+    }
+    EXPECT_TRUE(judged_right(path("T")));
+    table->field_put(2, Number{-1.005});
+    EXPECT_EQ(table->field_get(2).number(), -1.01) << "rounded away from zero";
+    table->field_put(2, Number{123456});
+    EXPECT_EQ(table->field_get(2).number(), 0) << "a number that does not fit is asterisks";
+}
+
+// ------------------------------------------------------------------------- locks and appends
+
+TEST_P(TableTest, LocksOfTwoWorkstationsExcludeEachOther) {
+    for (const bool indexed : {true, false}) {
+        make("T", {{"A", 1}, {"B", 2}},
+             indexed ? std::vector<make::TagDefinition>{{"K", "K"}}
+                     : std::vector<make::TagDefinition>{});
+        for (const bool proprietary : {false, true}) {
+            if (proprietary && !GetParam().has_locking_modes) continue;
+            engine_->set_proprietary_locking(proprietary);
+            other_->set_proprietary_locking(!proprietary);
+            const bool excluded = GetParam().has_locking_modes;
+            auto one = open(*engine_), two = open(*engine_);
+            ASSERT_TRUE(one && two);
+            EXPECT_EQ(open(*other_) == nullptr, excluded);
+            EXPECT_FALSE(open(*other_, TableSharing::kExclusive));
+            ASSERT_TRUE(one->lock_record(1));
+            EXPECT_FALSE(two->lock_record(1));
+            EXPECT_FALSE(two->lock_table());
+            one->unlock_all();
+            ASSERT_TRUE(two->lock_table());
+            EXPECT_FALSE(one->lock_record(2));
+            EXPECT_FALSE(one->append_blank(false));
+            two->unlock_all();
+            ASSERT_TRUE(append(*one, {"LAST"}));
+            EXPECT_TRUE(!indexed || find(*two, "LAST"));
+            one.reset();
+            EXPECT_EQ(open(*other_) == nullptr, excluded) << "one user is left";
+            two.reset();
+            EXPECT_TRUE(open(*other_));
+            EXPECT_TRUE(open(*other_, TableSharing::kExclusive));
+        }
+    }
+}
+
+TEST_P(TableTest, RecordsAreWrittenUnderTheirLockOnlyAndReadAnewWithIt) {
+    make("T", {{"A", 1}}, {{"K", "K"}});
+    const auto mine = open(*engine_), theirs = open(*other_);
+    theirs->go_to(1);
+    EXPECT_TRUE(refused([&] { theirs->field_put(1, "B"); }, FaultCode::kNotLocked));
+    EXPECT_EQ(theirs->field_get(1).text(), "A   ");
+    ASSERT_TRUE(take(*mine, 1));
+    fake::put_and_unlock(*mine, {"B"});
+    ASSERT_TRUE(theirs->lock_record(1));
+    EXPECT_EQ(theirs->field_get(1).text(), "B   ");
+}
+
+TEST_P(TableTest, AWholeRecordIsAddedOrNothingOfIt) {
+    make("T", {{"A", 1}, {"B", 2}}, {{"K", "K"}});
+    const auto mine = open(*engine_), theirs = open(*other_);
+    const auto begin = [&](const char* key) {
+        mine->begin_record();
+        mine->field_put(1, key);
+    };
+    begin("A");
+    EXPECT_EQ(mine->record_number(), 3u);
+    EXPECT_EQ(mine->add_record(LockTry::kAtOnce, 1), Table::Added::kTaken);
+    mine->field_put(1, "C");
+    ASSERT_TRUE(theirs->lock_table());
+    EXPECT_EQ(mine->add_record(LockTry::kAtOnce, 1), Table::Added::kRefused);
+    theirs->unlock_all();
+    EXPECT_FALSE(find(*theirs, "C"));
+    EXPECT_EQ(theirs->record_count(), 2u);
+    EXPECT_EQ(mine->field_get(1).text(), "C   ") << "it is still begun";
+    EXPECT_EQ(mine->add_record(LockTry::kAtOnce, 1), Table::Added::kDone);
+    EXPECT_TRUE(find(*theirs, "C"));
+    EXPECT_FALSE(theirs->lock_record(3));
+    begin("D");
+    EXPECT_EQ(mine->add_record(LockTry::kAtOnce, 0, Table::Leave::kUnlocked), Table::Added::kDone);
+    EXPECT_TRUE(theirs->lock_record(4));
+    begin("E");
+    mine->go_top();
+    EXPECT_EQ(theirs->record_count(), 4u) << "a move drops what was begun";
+    EXPECT_TRUE(judged_right(path("T")));
+}
+
+TEST_P(TableTest, CandidateKeyIsRefusedTwiceAndLeavesNoSecondLiveRecord) {
+    folder_.make("T", {{"K", 'C', 4}, {"M", 'M', 4}},
+                 {{"K", "K", "", false, true}, {"LIVE", "K", "!DELETED()"}}, {}, 0x30);
+    const auto table = open(*engine_);
+    ASSERT_TRUE(append(*table, {"one"}));
+    EXPECT_TRUE(refused([&] { append(*table, {"one"}); }, FaultCode::kDuplicateKey));
+    table->abandon_changes();
+    table->unlock_all();
+    ASSERT_TRUE(append(*table, {"two", Memo{"as it was"}}) && take(*table, 3));
+    table->field_put(2, Memo{"changed"});
+    table->field_put(1, "one");
+    EXPECT_THROW(table->commit(), EngineFault);
+    table->abandon_changes();
+    EXPECT_EQ(table->field_get(2).text(), "as it was") << "a refused change leaves the memo";
+    table->go_to(2);
+    EXPECT_TRUE(table->end_of_file() || table->deleted());
+}
+
+TEST_P(TableTest, WhatAnotherWorkstationHoldsIsToldByTheNetworkErrorFlag) {
+    make("T", {}, {});
+    WorkAreas areas(*engine_);
+    const auto open_areas = [&](const std::string& name) {
+        areas.open(path(name), {}, TableSharing::kShared);
+        return !areas.network_error() && areas.used();
+    };
+    EXPECT_FALSE(open_areas("MISSING"));
+    EXPECT_NE(engine_->last_error().find("MISSING"), std::string::npos);
+    auto theirs = open(*other_, TableSharing::kExclusive);
+    EXPECT_FALSE(open_areas("T"));
+    theirs.reset();
+    ASSERT_TRUE(open_areas("T"));
+    theirs = open(*other_);
+    ASSERT_TRUE(theirs->lock_table());
+    areas.append_blank(false);
+    EXPECT_TRUE(areas.network_error());
+    theirs->unlock_all();
+    areas.append_blank(false);
+    EXPECT_FALSE(areas.network_error());
+}
+
+// ------------------------------------------------------------------ orders, filters and scopes
+
+TEST_P(TableTest, OrdersAreFoundAsCallersNameThem) {
+    make("T", {{"A", 1}}, {{"K", "K"}, {"LATE", "N", "N>2", true, false, true}});
+    std::filesystem::copy_file(folder_.path("T.CDX"), folder_.path("MORE.CDX"));
+    engine_->set_automatic_order(2);
+    const auto table = open(*engine_);
+    EXPECT_EQ(table->order_name(table->order_number()), "LATE");
+    engine_->set_automatic_order(0);
+    ASSERT_TRUE(table->add_orders("more"));
+    EXPECT_EQ(table->order_number(), 2u) << "no order was to become controlling";
+    EXPECT_EQ(table->order_count_of("more"), 2u);
+    EXPECT_EQ(table->order_count_of("none"), 0u);
+
+    struct Case {
+        Value order;
+        const char* file;
+        std::optional<std::size_t> number;
+    };
+    for (const Case& c :
+         {Case{Value(), "", 2}, Case{"late ", "", 2}, Case{"late", "MORE", 4},
+          Case{1, "more.cdx", 3}, Case{Value(), "more", 3}, Case{0, "", 0}, Case{5, "", {}},
+          Case{3, "more", {}}, Case{"NONE", "", {}}, Case{-1, "", {}}, Case{1, "none", {}}}) {
+        EXPECT_EQ(table->find_order(c.order, c.file), c.number) << c.order.text() << c.file;
+    }
+    for (const std::size_t number : {0u, 5u}) {
+        EXPECT_THROW(table->order_description(number), EngineFault) << number;
+    }
+    EXPECT_THROW(table->key_count(5, KeySet::kWhole), EngineFault);
+}
+
+TEST_P(TableTest, AnIndexOfAnotherNameIsAttachedAndMaintained) {
+    make("T", {}, {{"K", "K"}});
+    std::filesystem::rename(folder_.path("T.CDX"), folder_.path("OTHER.CDX"));
+    write_over(path("T"), 28, "\0"s);  // no structural index
+    const auto table = open(*engine_);
+    EXPECT_EQ(table->order_count(), 0u);
+    EXPECT_FALSE(table->add_orders("MISSING"));
+    ASSERT_TRUE(table->add_orders("OTHER"));
+    for (const char* key : {"b", "c", "a"}) ASSERT_TRUE(append(*table, {key}));
+    EXPECT_EQ(fake::walk(*table), (Records{3, 1, 2}));
+    table->clear_orders();
+    ASSERT_TRUE(table->add_orders("other.cdx"));
+    EXPECT_TRUE(find(*table, "c"));
+}
+
+TEST_P(TableTest, WhatDoesNotCompileLeavesFilterAndScopesAlone) {
+    make("T", {{"A", 1}, {"B", 2}, {"C", 3}}, {{"K", "K"}});
+    const auto table = open(*engine_);
+    table->set_filter("N < 3");
+    for (const std::string bad : {"N <", "NONE = 1", "N < 3 )", "K", "N + 1", ") N", "{||N<3}"}) {
+        EXPECT_TRUE(refused([&] { table->set_filter(bad); }, FaultCode::kUnsupported, bad));
+    }
+    EXPECT_TRUE(refused([&] { table->evaluate("N>K"); }, FaultCode::kUnsupported, "at character "));
+    EXPECT_EQ(table->filter(), "N < 3");
+    table->set_scope(ScopeEnd::kTop, "B");
+    EXPECT_THROW(table->set_scope(ScopeEnd::kTop, 5), EngineFault);
+    EXPECT_EQ(table->scope(ScopeEnd::kTop).text(), "B");
+    EXPECT_EQ(table->key_count(1, KeySet::kVisible), 1u);
+    table->set_order(std::size_t{0});
+    EXPECT_TRUE(table->scope(ScopeEnd::kTop).is_nil());
+    table->set_order(std::size_t{1});
+    EXPECT_EQ(table->scope(ScopeEnd::kTop).text(), "B") << "an order keeps its scopes";
+
+    table->go_to(1);
+    const std::pair<const char*, Value> values[] = {
+        {"TRIM(K)+\"x\"", "Ax"}, {"N/2", Number{0.5}}, {"N=1", true}, {"CTOD(\"\")", Date()}};
+    for (const auto& [text, value] : values) {
+        EXPECT_TRUE(table->evaluate(text).exactly_equals(value)) << text;
+    }
+    EXPECT_EQ(table->evaluate("N").number_form().width, 4);
+    table->go_to(0);
+    EXPECT_EQ(table->evaluate("K").text(), "    ");
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, TableTest, testing::ValuesIn(kEngines), engine_name);
+
+}  // namespace
+}  // namespace brenik
