@@ -2,10 +2,13 @@
 // below one folder, spoils one of them, and records what they change.
 //
 //   FAULTY_FOLDER  the folder; calls on other files are neither counted nor spoilt
-//   FAULTY_KIND    what goes wrong, one of kKinds
+//   FAULTY_KIND    what goes wrong, one of KINDS
 //   FAULTY_CALL    at which call, from 1; 0 only counts
 //   FAULTY_LOG     where the numbers of writing, reading and locking calls are noted at the end
-//   FAULTY_ARMED   set: counting begins with the program, else with its faulty_files_arm()
+//   FAULTY_ARMED   set: counting begins with the program. Each SIGUSR1 begins or ends it
+//   FAULTY_TIME    the second at which the program's clock begins. Then it runs only while the
+//                  program sleeps, which takes no time, and by a moment each time that it is read.
+//                  SIGUSR2 puts it ten seconds on
 //   FAULTY_RECORD  where every change and sync is recorded as it is done, in order: a line of
 //                  what it was, the offset or length, the number of bytes and the file's path in
 //                  the folder, then the bytes.
@@ -22,7 +25,6 @@
 
 #define _GNU_SOURCE
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -33,93 +35,83 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
+#include <time.h>
 #include <unistd.h>
 
-enum Class { kWriting, kReading, kLocking, kClasses };
-enum Kind {
-    kEnd,
-    kError,
-    kGone,
-    kFull,
-    kShort,
-    kRead,
-    kLock,
-    kGranted,
-    kHeld,
-    kStale,
-    kDrop,
-    kDropRead,
-    kDropLock,
-    kDrops,
-};
+// Enumerator, name, the calls that are counted for it, and whether it lasts from that call on.
+#define KINDS(X)                                                                                 \
+    X(kEnd, "end", kWriting, 0)            /* the process is gone before the call */             \
+    X(kError, "error", kWriting, 0)        /* the call fails, the next one works again */        \
+    X(kGone, "gone", kWriting, 1)          /* this call and all that follow fail */              \
+    X(kFull, "full", kWriting, 1)          /* no file grows any more */                          \
+    X(kShort, "short", kWriting, 0)        /* a part is written, the rest finds no space */      \
+    X(kRead, "read", kReading, 0)          /* the call fails */                                  \
+    X(kLock, "lock", kLocking, 0)          /* the call fails, though nobody else has the lock */ \
+    X(kGranted, "granted", kLocking, 1)    /* every lock is had, whoever has it */               \
+    X(kHeld, "held", kLocking, 0)          /* somebody else has this lock from now on */         \
+    X(kStale, "stale", kReading, 0)        /* gives the header as before the last write to it */ \
+    X(kDrop, "drop", kWriting, 0)          /* the session with the share ends before the call */ \
+    X(kDropRead, "drop-read", kReading, 0) /* likewise */                                        \
+    X(kDropLock, "drop-lock", kLocking, 0) /* likewise */                                        \
+    X(kDrops, "drops", kReading, 0)        /* at every so many calls, which then take a while */
 
+#define ENUMERATOR(kind, name, calls, lasts) kind,
+#define ROW(kind, name, calls, lasts) {name, calls, lasts},
+enum Class { kWriting, kReading, kLocking, kClasses };
+enum Kind { KINDS(ENUMERATOR) kKindCount };
 static const struct {
     const char* name;
     enum Class class_of_calls;
-} kKinds[] = {
-    {"end", kWriting},        // the process is gone before the call
-    {"error", kWriting},      // the call fails, the next one works again
-    {"gone", kWriting},       // this call and all that follow fail
-    {"full", kWriting},       // from this call on no file grows
-    {"short", kWriting},      // a part is written, the write of the rest finds no space
-    {"read", kReading},       // the call fails
-    {"lock", kLocking},       // the call fails, and not because somebody else has the lock
-    {"granted", kLocking},    // from this call on every lock is had, whoever has it
-    {"held", kLocking},       // somebody else has this lock, whoever asks and however often
-    {"stale", kReading},      // gives the header as it was before the last write to it
-    {"drop", kWriting},       // the session with the share ends before the call
-    {"drop-read", kReading},  // likewise
-    {"drop-lock", kLocking},  // likewise
-    {"drops", kReading},      // at every so many calls, which then take a while
-};
+    int lasts;
+} kKinds[] = {KINDS(ROW)};
 
 enum { kMostFiles = 4096, kMostLocks = 64, kHeader = 32, kSilence_us = 30000 };
+enum { kMoment_ns = 1000000, kSecond_ns = 1000000000, kStep_s = 10 };
 static const unsigned kShareType = 0xFE534D42;
 
+struct File {
+    char* path;  // in the folder; those of other files are not known
+    int dropped, lock_count;
+    off_t size;  // as the share's server told it last
+    struct flock locks[kMostLocks];
+    char old_header[kHeader];
+    ssize_t kept;
+};
+
 static struct {
-    int ready, armed;
+    int ready, fail_rest, record, disconnected;
+    volatile sig_atomic_t armed;
     enum Kind kind;
-    unsigned long spoilt_call;
-    unsigned long calls[kClasses];
-    int fail_rest;
-    char folder[PATH_MAX];
-    char* ours[kMostFiles];  // paths in the folder
-    int record;
-    char held[NAME_MAX];
-    off_t held_at;
-    int disconnected;
+    unsigned long spoilt_call, calls[kClasses];
     unsigned reconnections;
-    struct OnShare {
-        int dropped;
-        off_t size;
-        struct flock locks[kMostLocks];
-        int lock_count;
-        char old_header[kHeader];
-        ssize_t kept;
-    } on_share[kMostFiles];
+    char folder[PATH_MAX], held[NAME_MAX];
+    off_t held_at;
+    struct timespec now;
+    struct File files[kMostFiles];
 } state = {.record = -1};
 
-#define REAL(type, name, ...)         \
-    static type (*real)(__VA_ARGS__); \
-    if (!real) *(void**)&real = dlsym(RTLD_NEXT, name)
-
-void faulty_files_arm(void) { state.armed = 1; }
-void faulty_files_disarm(void) { state.armed = 0; }
+static void obey(int signal) {
+    if (signal == SIGUSR1) state.armed = !state.armed;
+    if (signal == SIGUSR2) state.now.tv_sec += kStep_s;
+}
 
 __attribute__((constructor)) static void begin(void) {
-    const char* folder = getenv("FAULTY_FOLDER");
-    const char* kind = getenv("FAULTY_KIND");
-    const char* call = getenv("FAULTY_CALL");
-    const char* record = getenv("FAULTY_RECORD");
+    const char *folder = getenv("FAULTY_FOLDER"), *kind = getenv("FAULTY_KIND");
+    const char *call = getenv("FAULTY_CALL"), *record = getenv("FAULTY_RECORD");
+    const char* now = getenv("FAULTY_TIME");
     if (!folder || !(record || (kind && call))) return;
-    for (size_t i = 0; i < sizeof kKinds / sizeof *kKinds; ++i) {
-        if (kind && !strcmp(kKinds[i].name, kind)) state.kind = (enum Kind)i;
+    for (int i = 0; kind && i < kKindCount; ++i) {
+        if (!strcmp(kKinds[i].name, kind)) state.kind = (enum Kind)i;
     }
     snprintf(state.folder, sizeof state.folder, "%s/", folder);
     state.spoilt_call = call ? strtoul(call, NULL, 10) : 0;
     state.ready = 1;
-    if (getenv("FAULTY_ARMED")) state.armed = 1;
+    state.armed = getenv("FAULTY_ARMED") != NULL;
+    state.now.tv_sec = now ? atol(now) : 0;
+    signal(SIGUSR1, obey);
+    signal(SIGUSR2, obey);
     if (record) state.record = open(record, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 }
 
@@ -132,18 +124,28 @@ __attribute__((destructor)) static void note_calls(void) {
     fclose(log);
 }
 
-static int is_ours(int file) { return file >= 0 && file < kMostFiles && state.ours[file]; }
-
-static int below_folder(const char* path) {
-    return state.ready && !strncmp(path, state.folder, strlen(state.folder));
+static int fail_with(int code) {
+    errno = code;
+    return -1;
 }
 
-static const char* path_in_folder(const char* path) { return path + strlen(state.folder); }
+// NULL where the file is not one of the folder's.
+static struct File* ours(int file) {
+    const int known = file >= 0 && file < kMostFiles && state.files[file].path;
+    return known ? &state.files[file] : NULL;
+}
+
+static const char* path_of(int file) { return ours(file) ? ours(file)->path : NULL; }
+
+static const char* path_in_folder(const char* path) {
+    const size_t length = strlen(state.folder);
+    return state.ready && !strncmp(path, state.folder, length) ? path + length : NULL;
+}
 
 static void remember(int file, const char* path) {
     if (file < 0 || file >= kMostFiles) return;
-    free(state.ours[file]);
-    state.ours[file] = path ? strdup(path) : NULL;
+    free(state.files[file].path);
+    state.files[file].path = path ? strdup(path) : NULL;
 }
 
 static void note_change(const char* what, const char* path, off_t at, const void* bytes,
@@ -153,26 +155,21 @@ static void note_change(const char* what, const char* path, off_t at, const void
     if (count && write(state.record, bytes, count) != (ssize_t)count) abort();
 }
 
+// ------------------------------------------------------------------------------------- the share
+
 static int is_share(void) { return state.ready && state.kind >= kStale; }
 
-static int set_lock(int file, const struct flock* range) {
-    static int (*real)(int, int, ...);
-    if (!real) *(void**)&real = dlsym(RTLD_NEXT, "fcntl");
-    return real(file, F_OFD_SETLK, range);
-}
-
 static off_t true_size(int file) {
-    REAL(int, "fstat", int, struct stat*);
     struct stat facts;
-    return real(file, &facts) == 0 ? facts.st_size : -1;
+    return syscall(SYS_fstat, file, &facts) == 0 ? facts.st_size : -1;
 }
 
 static void end_session(void) {
     for (int file = 0; file < kMostFiles; ++file) {
-        if (!is_ours(file)) continue;
+        if (!ours(file)) continue;
         const struct flock all = {.l_type = F_UNLCK, .l_whence = SEEK_SET};
-        set_lock(file, &all);
-        state.on_share[file].dropped = 1;
+        syscall(SYS_fcntl, file, F_OFD_SETLK, &all);
+        ours(file)->dropped = 1;
     }
     state.disconnected = 1;
 }
@@ -184,15 +181,15 @@ static void reach_server(void) {
 }
 
 static void connect_again(int file) {
-    struct OnShare* share = &state.on_share[file];
-    if (!is_share() || !share->dropped) return;
+    struct File* share = ours(file);
+    if (!is_share() || !share || !share->dropped) return;
     share->dropped = 0;
     reach_server();
-    for (int i = 0; i < share->lock_count; ++i) set_lock(file, &share->locks[i]);
+    for (int i = 0; i < share->lock_count; ++i)
+        syscall(SYS_fcntl, file, F_OFD_SETLK, &share->locks[i]);
 }
 
-static void note_lock(int file, const struct flock* range) {
-    struct OnShare* share = &state.on_share[file];
+static void note_lock(struct File* share, const struct flock* range) {
     if (range->l_type != F_UNLCK) {
         if (share->lock_count == kMostLocks) abort();
         share->locks[share->lock_count++] = *range;
@@ -204,11 +201,6 @@ static void note_lock(int file, const struct flock* range) {
     }
 }
 
-static int is_held(int file, const struct flock* range) {
-    return state.armed && is_ours(file) && !strcmp(state.ours[file], state.held) &&
-           range->l_start == state.held_at;
-}
-
 // A file with what the system would count of its SMB connections.
 static int open_counts(void) {
     const int file = memfd_create("counts", MFD_CLOEXEC);
@@ -217,6 +209,8 @@ static int open_counts(void) {
     lseek(file, 0, SEEK_SET);
     return file;
 }
+
+// ------------------------------------------------------------------------------------- the faults
 
 // Counts a call; true when it, or everything from an earlier one on, is to be spoilt.
 static int spoils(enum Class class_of_call) {
@@ -229,8 +223,7 @@ static int spoils(enum Class class_of_call) {
         if (often) usleep(kSilence_us);
         return 0;
     }
-    const int lasting = state.kind == kGone || state.kind == kFull || state.kind == kGranted;
-    return lasting ? number >= state.spoilt_call : number == state.spoilt_call;
+    return kKinds[state.kind].lasts ? number >= state.spoilt_call : number == state.spoilt_call;
 }
 
 // What becomes of a writing call: 0 nothing, else the error number that it fails with.
@@ -248,106 +241,126 @@ static int fate(int grows) {
 
 static int grows_file(int file, off_t end) { return end > true_size(file); }
 
-static int fail_with(int code) {
-    errno = code;
-    return -1;
+// A change of a file of the folder, or a sync, by a system call; with any other path only the call.
+static int change(const char* what, const char* path, int grows, off_t at, long call, long first,
+                  long second) {
+    const int code = path ? fate(grows) : 0;
+    if (code) return fail_with(code);
+    const int result = (int)syscall(call, first, second);
+    if (path && result == 0) note_change(what, path, at, NULL, 0);
+    return result;
 }
 
-static int makes_file(const char* path, int flags) {
-    return (flags & O_TRUNC) || ((flags & O_CREAT) && access(path, F_OK) != 0);
+int ftruncate(int file, off_t length) {
+    return change("resize", path_of(file), grows_file(file, length), length, SYS_ftruncate, file,
+                  length);
+}
+
+int fsync(int file) { return change("sync", path_of(file), 0, 0, SYS_fsync, file, 0); }
+
+int fdatasync(int file) { return change("sync", path_of(file), 0, 0, SYS_fdatasync, file, 0); }
+
+int rename(const char* from, const char* to) {
+    return change("rename", path_in_folder(from), 0, 0, SYS_rename, (long)from, (long)to);
+}
+
+int unlink(const char* path) {
+    return change("unlink", path_in_folder(path), 0, 0, SYS_unlink, (long)path, 0);
 }
 
 int open(const char* path, int flags, ...) {
-    REAL(int, "open", const char*, int, ...);
-    mode_t mode = 0;
-    if (flags & O_CREAT) {
-        va_list rest;
-        va_start(rest, flags);
-        mode = (mode_t)va_arg(rest, int);
-        va_end(rest);
-    }
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = flags & O_CREAT ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
     if (is_share() && !strcmp(path, "/proc/fs/cifs/Stats")) return open_counts();
-    const int ours = below_folder(path);
-    if (ours) reach_server();
-    const int makes = ours && makes_file(path, flags);
+    const char* name = path_in_folder(path);
+    if (name) reach_server();
+    const int missing = (flags & O_CREAT) && access(path, F_OK) != 0;
+    const int makes = name && ((flags & O_TRUNC) || missing);
     const int code = makes ? fate(1) : 0;
     if (code) return fail_with(code);
-    const int file = real(path, flags, mode);
-    remember(file, ours ? path_in_folder(path) : NULL);
-    if (ours && file >= 0 && file < kMostFiles) {
-        state.on_share[file] = (struct OnShare){.size = true_size(file)};
+    const int file = (int)syscall(SYS_openat, AT_FDCWD, path, flags, mode);
+    remember(file, NULL);
+    if (name && file >= 0 && file < kMostFiles) {
+        state.files[file] = (struct File){.size = true_size(file), .path = strdup(name)};
     }
-    if (makes && file >= 0) note_change("create", path_in_folder(path), 0, NULL, 0);
+    if (makes && file >= 0) note_change("create", name, 0, NULL, 0);
     return file;
 }
 
 int close(int file) {
-    REAL(int, "close", int);
     remember(file, NULL);
-    return real(file);
+    return (int)syscall(SYS_close, file);
+}
+
+static int is_held(int file, const struct flock* range) {
+    return state.armed && !strcmp(path_of(file), state.held) && range->l_start == state.held_at;
+}
+
+// A lock or an unlock of a file of the folder.
+static int set_lock(int file, int command, const struct flock* range) {
+    const int unlocking = range->l_type == F_UNLCK;
+    if ((!unlocking || is_share()) && spoils(kLocking)) {
+        if (state.kind != kHeld) return state.kind == kGranted ? 0 : fail_with(ENOLCK);
+        snprintf(state.held, sizeof state.held, "%s", path_of(file));
+        state.held_at = range->l_start;
+    }
+    if (!unlocking && is_held(file, range)) return fail_with(EAGAIN);
+    reach_server();
+    if (is_share() && ours(file)->dropped) return fail_with(EBADF);
+    const int result = (int)syscall(SYS_fcntl, file, command, range);
+    if (is_share() && result == 0) note_lock(ours(file), range);
+    if (is_share() && result != 0 && errno == EAGAIN) errno = EACCES;
+    return result;
 }
 
 int fcntl(int file, int command, ...) {
-    REAL(int, "fcntl", int, int, ...);
     va_list rest;
     va_start(rest, command);
     void* argument = va_arg(rest, void*);
     va_end(rest);
     const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
-    const int unlocking = locking && ((struct flock*)argument)->l_type == F_UNLCK;
-    if (locking && is_ours(file) && (!unlocking || is_share()) && spoils(kLocking)) {
-        if (state.kind != kHeld) return state.kind == kGranted ? 0 : fail_with(ENOLCK);
-        snprintf(state.held, sizeof state.held, "%s", state.ours[file]);
-        state.held_at = ((struct flock*)argument)->l_start;
-    }
-    if (locking && !unlocking && is_held(file, argument)) return fail_with(EAGAIN);
-    if (locking && is_ours(file)) reach_server();
-    if (locking && is_ours(file) && is_share() && state.on_share[file].dropped) {
-        return fail_with(EBADF);
-    }
-    const int result = real(file, command, argument);
-    if (locking && is_ours(file) && is_share() && result == 0) note_lock(file, argument);
-    if (locking && is_share() && result != 0 && errno == EAGAIN) errno = EACCES;
-    if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) {
-        remember(result, is_ours(file) ? state.ours[file] : NULL);
-    }
+    if (locking && ours(file)) return set_lock(file, command, argument);
+    const int result = (int)syscall(SYS_fcntl, file, command, argument);
+    if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) remember(result, path_of(file));
     return result;
 }
 
 static ssize_t read_at(int file, void* bytes, size_t count, off_t at) {
-    REAL(ssize_t, "pread", int, void*, size_t, off_t);
-    return real(file, bytes, count, at);
-}
-
-static void keep_header(int file) {
-    struct OnShare* share = &state.on_share[file];
-    share->kept = read_at(file, share->old_header, kHeader, 0);
+    return syscall(SYS_pread64, file, bytes, count, at);
 }
 
 static ssize_t read_stale(int file, void* bytes, size_t count, off_t at) {
-    const struct OnShare* share = &state.on_share[file];
-    const ssize_t got = read_at(file, bytes, count, at);
-    const ssize_t kept = share->kept - at;
-    if (got > 0 && kept > 0)
-        memcpy(bytes, share->old_header + at, (size_t)(got < kept ? got : kept));
+    const ssize_t got = read_at(file, bytes, count, at), kept = ours(file)->kept - at;
+    const char* old = ours(file)->old_header + at;
+    if (got > 0 && kept > 0) memcpy(bytes, old, (size_t)(got < kept ? got : kept));
     return got;
 }
 
+ssize_t pread(int file, void* bytes, size_t count, off_t at) {
+    if (ours(file) && spoils(kReading)) {
+        return state.kind == kStale ? read_stale(file, bytes, count, at) : fail_with(EIO);
+    }
+    connect_again(file);
+    return read_at(file, bytes, count, at);
+}
+
 static ssize_t write_at(int file, const void* bytes, size_t count, off_t at) {
-    REAL(ssize_t, "pwrite", int, const void*, size_t, off_t);
-    if (is_ours(file)) connect_again(file);
-    if (is_ours(file) && is_share() && at < kHeader) keep_header(file);
-    const ssize_t put = real(file, bytes, count, at);
-    if (is_ours(file) && put > 0) {
-        note_change("write", state.ours[file], at, bytes, (size_t)put);
-        struct OnShare* share = &state.on_share[file];
+    struct File* share = ours(file);
+    connect_again(file);
+    if (share && is_share() && at < kHeader)
+        share->kept = read_at(file, share->old_header, kHeader, 0);
+    const ssize_t put = syscall(SYS_pwrite64, file, bytes, count, at);
+    if (share && put > 0) {
+        note_change("write", share->path, at, bytes, (size_t)put);
         if (share->size < at + put) share->size = at + put;
     }
     return put;
 }
 
 ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
-    const int code = is_ours(file) ? fate(grows_file(file, at + (off_t)count)) : 0;
+    const int code = ours(file) ? fate(grows_file(file, at + (off_t)count)) : 0;
     if (code && state.kind == kShort && count > 1 && !state.fail_rest &&
         state.calls[kWriting] == state.spoilt_call) {
         state.fail_rest = 1;
@@ -357,100 +370,63 @@ ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
 }
 
 ssize_t write(int file, const void* bytes, size_t count) {
-    REAL(ssize_t, "write", int, const void*, size_t);
-    const int code = is_ours(file) ? fate(1) : 0;
+    const int code = ours(file) ? fate(1) : 0;
     if (code) return fail_with(code);
-    const ssize_t put = real(file, bytes, count);
-    if (is_ours(file) && put > 0) {
-        note_change("write", state.ours[file], lseek(file, 0, SEEK_CUR) - put, bytes, (size_t)put);
-    }
+    const ssize_t put = syscall(SYS_write, file, bytes, count);
+    const off_t end = ours(file) && put > 0 ? lseek(file, 0, SEEK_CUR) : 0;
+    if (end) note_change("write", path_of(file), end - put, bytes, (size_t)put);
     return put;
 }
 
-ssize_t pread(int file, void* bytes, size_t count, off_t at) {
-    if (is_ours(file) && spoils(kReading)) {
-        return state.kind == kStale ? read_stale(file, bytes, count, at) : fail_with(EIO);
-    }
-    if (is_ours(file)) connect_again(file);
-    return read_at(file, bytes, count, at);
-}
-
 int fstat(int file, struct stat* facts) {
-    REAL(int, "fstat", int, struct stat*);
-    const int result = real(file, facts);
-    if (result == 0 && is_ours(file) && is_share()) facts->st_size = state.on_share[file].size;
+    const int result = (int)syscall(SYS_fstat, file, facts);
+    if (result == 0 && ours(file) && is_share()) facts->st_size = ours(file)->size;
     return result;
 }
 
 off_t lseek(int file, off_t offset, int whence) {
-    REAL(off_t, "lseek", int, off_t, int);
-    const int asks = is_ours(file) && is_share() && whence == SEEK_END;
+    const int asks = ours(file) && is_share() && whence == SEEK_END;
     if (asks) reach_server();
-    if (asks && state.on_share[file].dropped) return fail_with(EBADF);
-    const off_t at = real(file, offset, whence);
-    if (asks && at >= 0) state.on_share[file].size = true_size(file);
+    if (asks && ours(file)->dropped) return fail_with(EBADF);
+    const off_t at = syscall(SYS_lseek, file, offset, whence);
+    if (asks && at >= 0) ours(file)->size = true_size(file);
     return at;
 }
 
 int fstatfs(int file, struct statfs* facts) {
-    REAL(int, "fstatfs", int, struct statfs*);
-    const int result = real(file, facts);
+    const int result = (int)syscall(SYS_fstatfs, file, facts);
     if (result == 0 && is_share()) facts->f_type = kShareType;
     return result;
 }
 
-int ftruncate(int file, off_t length) {
-    REAL(int, "ftruncate", int, off_t);
-    const int code = is_ours(file) ? fate(grows_file(file, length)) : 0;
-    if (code) return fail_with(code);
-    const int result = real(file, length);
-    if (is_ours(file) && result == 0) note_change("resize", state.ours[file], length, NULL, 0);
-    return result;
+// -------------------------------------------------------------------------------------- the clock
+
+static void move_clock(long seconds, long nanoseconds) {
+    state.now.tv_nsec += nanoseconds;
+    state.now.tv_sec += seconds + state.now.tv_nsec / kSecond_ns;
+    state.now.tv_nsec %= kSecond_ns;
 }
 
-static int sync_with(int (*real)(int), int file) {
-    const int code = is_ours(file) ? fate(0) : 0;
-    if (code) return fail_with(code);
-    const int result = real(file);
-    if (is_ours(file) && result == 0) note_change("sync", state.ours[file], 0, NULL, 0);
-    return result;
+int clock_gettime(clockid_t clock, struct timespec* time) {
+    if (!state.now.tv_sec) return (int)syscall(SYS_clock_gettime, clock, time);
+    move_clock(0, kMoment_ns);
+    *time = state.now;
+    return 0;
 }
 
-int fsync(int file) {
-    REAL(int, "fsync", int);
-    return sync_with(real, file);
-}
-
-int fdatasync(int file) {
-    REAL(int, "fdatasync", int);
-    return sync_with(real, file);
-}
-
-int rename(const char* from, const char* to) {
-    REAL(int, "rename", const char*, const char*);
-    const int code = below_folder(to) ? fate(0) : 0;
-    if (code) return fail_with(code);
-    const int result = real(from, to);
-    if (below_folder(from) && result == 0) note_change("rename", path_in_folder(from), 0, NULL, 0);
-    return result;
-}
-
-int unlink(const char* path) {
-    REAL(int, "unlink", const char*);
-    const int code = below_folder(path) ? fate(0) : 0;
-    if (code) return fail_with(code);
-    const int result = real(path);
-    if (below_folder(path) && result == 0) note_change("unlink", path_in_folder(path), 0, NULL, 0);
-    return result;
+int nanosleep(const struct timespec* time, struct timespec* rest) {
+    if (!state.now.tv_sec) return (int)syscall(SYS_nanosleep, time, rest);
+    move_clock(time->tv_sec, time->tv_nsec);
+    return 0;
 }
 
 // On 64-bit systems these are other names of the same.
-int open64(const char* path, int flags, ...) __attribute__((alias("open")));
-int fcntl64(int file, int command, ...) __attribute__((alias("fcntl")));
-ssize_t pwrite64(int file, const void* bytes, size_t count, off64_t at)
-    __attribute__((alias("pwrite")));
-ssize_t pread64(int file, void* bytes, size_t count, off64_t at) __attribute__((alias("pread")));
-off64_t lseek64(int file, off64_t offset, int whence) __attribute__((alias("lseek")));
-int fstat64(int file, struct stat64* facts) __attribute__((alias("fstat")));
-int fstatfs64(int file, struct statfs64* facts) __attribute__((alias("fstatfs")));
-int ftruncate64(int file, off64_t length) __attribute__((alias("ftruncate")));
+#define ALIAS(name) __attribute__((alias(name)))
+int open64(const char* path, int flags, ...) ALIAS("open");
+int fcntl64(int file, int command, ...) ALIAS("fcntl");
+ssize_t pwrite64(int file, const void* bytes, size_t count, off64_t at) ALIAS("pwrite");
+ssize_t pread64(int file, void* bytes, size_t count, off64_t at) ALIAS("pread");
+off64_t lseek64(int file, off64_t offset, int whence) ALIAS("lseek");
+int fstat64(int file, struct stat64* facts) ALIAS("fstat");
+int fstatfs64(int file, struct statfs64* facts) ALIAS("fstatfs");
+int ftruncate64(int file, off64_t length) ALIAS("ftruncate");

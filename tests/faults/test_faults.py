@@ -12,20 +12,24 @@ a killed one reports nothing; what it leaves behind is the same in every build.
 """
 
 import concurrent.futures
+import contextlib
 import hashlib
 import itertools
+import json
 import os
 import re
 import shutil
+import signal
+import struct
 import subprocess
 import tempfile
 from pathlib import Path
 
 import judges
 import pytest
+from conftest import Host, HostGone
 
 WRITING = ('error', 'short', 'full', 'gone')
-SCRIPTS = ('add', 'edit', 'matter', 'memo', 'remove', 'reindex')
 TABLES = {'1': 'LAW1', '2': 'LAW2', '3': 'LAW3', '4': 'LAWNotes', '9': 'LAW9'}      # those with identifiers
 # Times of change, which no two runs share. The counters are judged by what they have given out.
 MASKED = {('LAWTRANS', 'CDT'), ('LAWTRANS', 'CDATA'), ('LAWSYS', 'TLASTDELTA'), ('LAWSYS', 'RECORDNO')}
@@ -35,28 +39,142 @@ SANITIZED = os.environ['BRENIK_SANITIZED'] == '1'
 HANGS = 600              # seconds; no program here takes more than a moment, unless the machine has other work to do
 
 
+def faulty(folder, kind='end', call=0, **environment):
+    """What makes a program's calls on the folder's files go wrong."""
+    return dict(environment, LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(folder), FAULTY_KIND=kind,
+                FAULTY_CALL=str(call), FAULTY_LOG='%s.calls' % folder, ASAN_OPTIONS='verify_asan_link_order=0')
+
+
+def calls_made(folder):
+    """How many writing, reading and locking ones, once the program has ended; None if it was killed."""
+    log = Path('%s.calls' % folder)
+    return [int(word) for word in log.read_text().split()] if log.exists() else None
+
+
+class Routines:
+    """The tool's routines, called by name one after the other."""
+
+    def __init__(self, folder, **environment):
+        self.child = subprocess.Popen([TOOL, 'call', '--dir', folder], env=dict(os.environ, BRENIK_UI='none', **environment),
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self('select area', 1)
+
+    def __call__(self, *line):
+        try:
+            print(json.dumps(line), file=self.child.stdin, flush=True)
+        except BrokenPipeError:
+            raise HostGone(line) from None
+        answer = self.child.stdout.readline()
+        if not answer:
+            raise HostGone(line)
+        return json.loads(answer).get('result', 'refused')
+
+    def close(self):
+        with contextlib.suppress(BrokenPipeError):
+            self.child.communicate(timeout=HANGS)
+        assert self.child.returncode in (0, -9)
+
+
+# Scripts make changes of a host, or of the tool's routines, and yield what each is answered: the code, and of a record
+# added its table and its identifier.
+def added(host, table, *values):
+    rc, uid = host.add(table, *values)
+    return rc, str(table), uid
+
+
+def add(host):
+    yield added(host, 1, {'LAST': 'Added', 'ID': 'ADDED', 'CITY': 'Bergen'})
+    yield added(host, 4, {'TOPIC': 'Added', 'NOTE': 'A note that is new'})
+
+
+def edit(host):
+    for name in 'Edited', 'Aaltonen', 'Zuse':
+        yield host.edit(1, 'A100005', {'LAST': name, 'CITY': name, 'BALANCE': '99.50'}),
+
+
+def matter(host):
+    yield added(host, 3, {'MATTER': 'Added', 'CASENUM': '2030/1'}, 'A100003')
+
+
+def memo(host):
+    """Longer, shorter, as long, none, and text again, of one record and of its neighbour."""
+    for text in 'a' * 300, 'b' * 90, 'c' * 90, '', 'd' * 1000:
+        yield host.edit(1, 'A100002', {'NOTES': text}),
+        yield host.edit(1, 'A100003', {'NOTES': text + '!'}),
+
+
+def remove(routine):
+    """Empties neighbouring pages, which take their parents with them, then fills them again."""
+    for step in range(22):
+        record, fill = (20 + step, False) if step < 12 else (8 + step, True)
+        routine('go to', record)
+        change = [['recall'], ['field assignment by name', PAGES_AREA, 'K', wide_key(81 + record)]] if fill else [['delete']]
+        done = [routine('lock record', record), *[routine(*line) for line in change], routine('unlock')]
+        yield 14 if 'refused' in done or not done[0] else 0,
+
+
+def later(host):
+    """What the next user does after whatever went wrong."""
+    for table in 1, 2, 4:
+        rc, _, uid = answer = added(host, table, {})
+        yield answer
+        yield host.edit(table, uid, {'NOTE' if table == 4 else 'NOTES': 'Later'}),
+        yield host.edit(table, 'A100001', {'OPERATOR': 'LTR'}),
+    yield added(host, 3, {'MATTER': 'Later'}, 'A100004')
+
+
+SCRIPTS = {script.__name__: script for script in (add, edit, matter, memo, remove, later)}
+PAGES_AREA, WIDE = 100, 100                    # a key of that many bytes: four or five entries a page
+
+
+def wide_key(number):
+    return (str(1000 + number) + ''.join(chr(65 + at * 7 % 26) for at in range(4, WIDE)))
+
+
+def make_pages(folder):
+    """A table whose tags are several levels deep with few records."""
+    field = b'K'.ljust(11, b'\0') + b'C' + bytes(4) + bytes([WIDE]) + bytes(15)
+    header = struct.pack('<B3xIHH20x', 0x30, 60, 32 + 32 + 1 + 263, WIDE + 1) + field + b'\r' + bytes(263)
+    records = ''.join(' ' + wide_key(2 * number) for number in range(60))
+    (folder / 'PAGES.DBF').write_bytes(header + records.encode() + b'\x1A')
+    tool('reindex', folder / 'PAGES.DBF', '--tag', 'ALL=K', '--tag', 'LIVE=K;FOR !DELETED()', check=True)
+
+
 class Run:
     """What became of one run of a script: steps acknowledged, identifiers given out, calls made. That of "reindex"
     is the tool's, on the whole practice, with no steps to acknowledge."""
 
-    def __init__(self, folder, script, kind='end', call=0, steps=-1):
-        log = '%s.calls' % folder
-        environment = dict(os.environ, LD_PRELOAD=os.environ['BRENIK_FAULTY_FILES'], FAULTY_FOLDER=str(folder),
-                           FAULTY_KIND=kind, FAULTY_CALL=str(call), FAULTY_LOG=log, BRENIK_UI='none',
-                           BRENIK_WINDIR=str(folder), ASAN_OPTIONS='verify_asan_link_order=0')
+    def __init__(self, folder, script, kind='end', call=0, steps=None):
+        self.steps, self.refused = [], []
+        environment = faulty(folder, kind, call)
         if script == 'reindex':
-            done = tool('reindex', folder, env=dict(environment, FAULTY_ARMED='1'))
-            lines = ['refused'] if done.returncode else []
+            done = tool('reindex', folder, env=dict(os.environ, **environment, FAULTY_ARMED='1'))
+            assert done.returncode in (-9, 0, 1, 3, 4) and 'Sanitizer' not in done.stderr, done.stderr
+            self.refused += [done.returncode] if done.returncode else []
         else:
-            done = subprocess.run([os.environ['BRENIK_SCRIPTED'], str(folder), script, str(steps)], timeout=HANGS,
-                                  capture_output=True, text=True, env=environment)
-            lines = done.stdout.splitlines()
-        self.steps = [line.split()[1:] for line in lines if line.startswith('done')]
+            self._follow(folder, script, steps, environment)
         self.identifiers = [tuple(step) for step in self.steps if step]
-        self.refused = [line for line in lines if line.startswith('refused')]
-        self.calls = [int(word) for word in Path(log).read_text().split()] if os.path.exists(log) else None
-        expected = (-9, 0, 1, 3, 4) if script == 'reindex' else (-9, 0)
-        assert done.returncode in expected and 'Sanitizer' not in done.stderr, done.stderr
+        self.calls = calls_made(folder)
+
+    def _follow(self, folder, script, steps, environment):
+        host = Routines(folder, **environment) if script == 'remove' else Host(folder.parent, **environment)
+        try:
+            if script == 'remove':
+                host('select area', PAGES_AREA), host('open table', False, None, '%s/PAGES' % folder, None, True)
+            else:
+                assert host.init(folder) == 0
+            host.child.send_signal(signal.SIGUSR1)
+            for rc, *what in itertools.islice(SCRIPTS[script](host), steps):
+                if rc:
+                    self.refused.append(rc)
+                    break
+                self.steps.append(what)
+            if script != 'remove':
+                host.shutdown()
+        except HostGone:
+            pass
+        finally:
+            host.close()
 
 
 def tables_of(folder):
@@ -158,7 +276,7 @@ def copy():
     with tempfile.TemporaryDirectory(prefix='brenik-', dir='/dev/shm' if os.path.isdir('/dev/shm') else None) as folder:
         pristine = Path(folder) / 'pristine'
         tool('sample', pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
-        assert not Run(pristine, 'prepare').refused
+        make_pages(pristine)
         yield lambda name: Path(shutil.copytree(pristine, Path(folder) / name))
 
 
@@ -200,7 +318,7 @@ def run_with_fault(copy, script, states, told, kind, call):
     return None
 
 
-@pytest.mark.parametrize('script', SCRIPTS)
+@pytest.mark.parametrize('script', ['add', 'edit', 'matter', 'memo', 'remove', 'reindex'])
 def test_every_call_fails_once(copy, script):
     """With "reindex" the old indexes stay until the new ones are whole, and the records are nobody's business. What a
     share does not give back is told of more than once: the tables' counts and the indexes' counters are read back."""

@@ -77,10 +77,10 @@ def tool(*arguments, **options):
 class Host:
     """One host process; its methods are the library's calls."""
 
-    def __init__(self, windows_folder, cwd=None, workstation=OURS):
+    def __init__(self, windows_folder, cwd=None, workstation=OURS, **environment):
         self.path = path_form(workstation)
         environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=self.path(windows_folder),
-                           BRENIK_FAULTS=self.path(faults_of(windows_folder)))
+                           BRENIK_FAULTS=self.path(faults_of(windows_folder)), **environment)
         self.child = subprocess.Popen([*shlex.split(workstation.host), self.path(workstation.library)], cwd=cwd,
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                       bufsize=0, env=environment)
@@ -168,23 +168,20 @@ class Host:
         assert rc == 0
         return buffer
 
-    # -- whole transactions
+    # -- whole transactions, up to the first call that is refused; a record is told by its number or its identifier
     def set_fields(self, table, values):
-        for name, value in values.items():
-            assert self.set_field(table, name, value) == 0, name
-
-    def add(self, table, values, uid=''):
-        assert self.add_start(table) == 0
-        self.set_fields(table, values)
-        return self.add_end(table, uid)
+        return next((rc for name, value in values.items() if (rc := self.set_field(table, name, value))), 0)
 
     def begin(self, table, record, values):
-        assert self.edit_begin(table, record) == 0
-        self.set_fields(table, values)
+        start = self.edit_begin if isinstance(record, int) else self.edit_start
+        return start(table, record) or self.set_fields(table, values)
 
     def edit(self, table, record, values):
-        self.begin(table, record, values)
-        return self.edit_end(table, record)
+        return self.begin(table, record, values) or self.edit_end(table)
+
+    def add(self, table, values, uid=''):
+        rc = self.add_start(table) or self.set_fields(table, values)
+        return (rc, '') if rc else self.add_end(table, uid)
 
     def notices(self, at_least=0):
         """How many notices between two tries for a lock have been shown; waits until there are so many."""
