@@ -13,7 +13,6 @@ a killed one reports nothing; what it leaves behind is the same in every build.
 
 import concurrent.futures
 import contextlib
-import hashlib
 import itertools
 import json
 import os
@@ -28,6 +27,7 @@ from pathlib import Path
 import judges
 import pytest
 from conftest import Host, HostGone
+from judges import tables_of, view_of
 
 WRITING = ('error', 'short', 'full', 'gone')
 TABLES = {'1': 'LAW1', '2': 'LAW2', '3': 'LAW3', '4': 'LAWNotes', '9': 'LAW9'}      # those with identifiers
@@ -175,23 +175,6 @@ class Run:
             pass
         finally:
             host.close()
-
-
-def tables_of(folder):
-    return sorted(p.stem for p in Path(folder).iterdir() if p.suffix.lower() == '.dbf')
-
-
-VIEWS = {}
-
-
-def view_of(folder, name):
-    """Reading a table in Python is slow, and most tables are as they were in the run before."""
-    path = judges.find(folder, name + '.dbf')
-    files = [path] + [judges.dbfcheck.sibling_file(path, extension) for extension in ('.cdx', '.fpt')]
-    key = name, *[hashlib.sha1(Path(file).read_bytes()).digest() for file in files if file]
-    if key not in VIEWS:
-        VIEWS[key] = judges.TableView(folder, name)
-    return VIEWS[key]
 
 
 def rows(folder):

@@ -30,7 +30,8 @@ from pathlib import Path
 import judges
 import pytest
 from conftest import OURS, Host, HostGone, Workstation
-from test_faults import TABLES, VIEWS, assert_unique, tables_of, tool, view_of
+from judges import VIEWS, tables_of, view_of
+from test_faults import TABLES, assert_unique, tool
 
 CUTS = int(os.environ.get('BRENIK_CUTS', '250'))
 SEED = int(os.environ.get('BRENIK_CUT_SEED', '1'))

@@ -1,6 +1,6 @@
 """Workstations on a real SMB share: whatever happens to guests, network and server, nothing acknowledged is lost.
 
-Every guest runs a worker (worker.cpp), whose output leaves the guest by a serial port at once. After the work the
+Every guest runs a worker (tests/faults/worker.cpp), whose output leaves the guest by a serial port at once. After the work the
 practice is judged where it lies on the server. A run counts only if the workstations did something, took turns, and
 locked through the server. Calls may be refused while network or server are away, and only then.
 
@@ -17,34 +17,17 @@ import time
 import judges
 import pytest
 from conftest import LIMIT, Guest, Server, wait_until
-from test_faults import assert_mended, tables_of, tool
-from test_soak import assert_kept
+from judges import tables_of
+from test_faults import assert_mended, tool
+from test_soak import Log, assert_kept
 
 SECONDS = int(os.environ.get('BRENIK_SHARE_SECONDS', '12'))
 SEEDS = {'A': 1, 'B': 2, 'local': 3}
 PAUSE = 10               # milliseconds between two pieces of work of a local worker, which would be far ahead of guests
-JOURNAL_WAIT = 5000000   # microseconds; whoever meets a journal that stays locked for so long adds without an entry
 LEAST_WORK = 20          # acknowledged changes of each worker
 LEAST_TURNS = 5          # how often a record in LAW1 is another one's than the record before
 LEAST_LOCKS = 200        # requests at the server
 LOST = {('BrenikEditStart', '6'), ('BrenikEditStart', '16'), ('BrenikGetU_ID', '19')}    # of what is acknowledged
-
-
-class Log:
-    """What one worker has said; a line that its end cut short does not count."""
-
-    def __init__(self, path):
-        lines = [line.split() for line in path.read_text('latin-1').split('\n')[:-1]]
-        self.refused = [words for words in lines if words[0] == 'refused']
-        self.done = [words for words in lines if words[0] != 'refused']
-        self.written = [words[2:] for words in self.done if len(words) == 5]     # table, identifier, token
-        self.unnoted = {tuple(words[2:4]) for words in self.done if len(words) == 5 and int(words[1]) > JOURNAL_WAIT}
-        self.longest = max(int(words[1 if words in self.done else 3]) for words in self.done + self.refused) / 1e6
-
-    def __str__(self):
-        return '%d done, %d refused (%s), longest call %.2f s' % (
-            len(self.done), len(self.refused), ', '.join(sorted({' '.join(words[1:3]) for words in self.refused})),
-            self.longest)
 
 
 def work(name, seconds=SECONDS, library='lib', trace=0):
@@ -180,7 +163,7 @@ def test_beside_a_local_process(practice):
     practice.begin()
     practice.paths['local'] = practice.folder.parent / 'local.log'
     with practice.paths['local'].open('w') as log:
-        subprocess.run([os.environ['BRENIK_SHARE_WORKER'], os.environ['BRENIK_LIBRARY'], practice.folder,
+        subprocess.run([os.environ['BRENIK_WORKER'], os.environ['BRENIK_LIBRARY'], practice.folder,
                         str(SEEDS['local']), str(SECONDS), str(PAUSE), '0'], stdout=log, check=True, timeout=LIMIT,
                        env=dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=str(practice.folder)))
     practice.judge()

@@ -10,7 +10,8 @@
 //     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
 //     refused CALL CODE MICROSECONDS
 //
-// Tokens are "W", the seed, a point and a number that grows.
+// Tokens are "W", the seed, a point and a number that grows. A contact that it writes carries one
+// in every text and in its memo, so that a reader can tell a torn record from a whole one.
 
 #include <dlfcn.h>
 
@@ -32,7 +33,8 @@ namespace {
 using std::chrono::milliseconds, std::chrono::seconds, std::chrono::steady_clock;
 
 constexpr int kContacts = 1, kMatters = 3, kNotes = 4;
-constexpr int kRefusalsInLine = 3;  // before a new session is begun
+constexpr int kAdditionsPerSecond = 10;  // at most, or the tables grow larger than tests can judge
+constexpr int kRefusalsInLine = 3;       // before a new session is begun
 
 struct Refused {
     std::string call;
@@ -90,11 +92,15 @@ class Worker {
     }
     const char* work_once() {
         static constexpr const char* (Worker::*kWork[])() = {
-            &Worker::contact, &Worker::contact, &Worker::contact, &Worker::edit,
-            &Worker::edit,    &Worker::edit,    &Worker::look_up, &Worker::look_up,
-            &Worker::matter,  &Worker::note,    &Worker::share};
+            &Worker::edit,    &Worker::edit,   &Worker::edit,    &Worker::look_up,
+            &Worker::look_up, &Worker::share,  &Worker::contact, &Worker::contact,
+            &Worker::contact, &Worker::matter, &Worker::note};
+        constexpr std::size_t kWithoutAdditions = 6;
         token_ = "W" + seed_ + "." + std::to_string(++tokens_);
-        return own_.empty() ? contact() : (this->*kWork[random_() % std::size(kWork)])();
+        if (own_.empty()) return contact();
+        const auto time = (steady_clock::now() - begin_) / seconds(1);
+        const bool may_add = additions_ < kAdditionsPerSecond * (time + 1);
+        return (this->*kWork[random_() % (may_add ? std::size(kWork) : kWithoutAdditions)])();
     }
     const auto& pick() { return own_[random_() % own_.size()]; }
     std::string memo() {
@@ -105,6 +111,10 @@ class Worker {
     void set_fields(int table, const Values& values) {
         for (const auto& [field, text] : values)
             CALL(BrenikSetField, table, 0, field, text.c_str());
+    }
+    Values texts() {
+        return {{"LAST", token_}, {"FIRST", token_}, {"LABEL1", token_},
+                {"CITY", token_}, {"EMAIL", token_}, {"NOTES", memo()}};
     }
     void acknowledge(int table, const std::string& identifier) {
         result_ = " " + std::to_string(table) + " " + identifier + " " + token_;
@@ -117,14 +127,14 @@ class Worker {
         link.copy(identifier, 7);
         CALL(BrenikAddEnd, table, identifier);
         acknowledge(table, identifier);
+        ++additions_;
         return identifier;
     }
 
     const char* contact() {
-        own_.emplace_back(
-            add(kContacts,
-                {{"ID", token_}, {"LAST", token_}, {"FIRST", token_}, {"NOTES", memo()}}),
-            token_);
+        Values values = texts();
+        values.emplace_back("ID", token_);
+        own_.emplace_back(add(kContacts, values), token_);
         return "contact";
     }
     const char* matter() {
@@ -139,7 +149,7 @@ class Worker {
         int ignored = 0;
         const std::string identifier = pick().first;
         CALL(BrenikEditStart, kContacts, identifier.c_str(), &ignored);
-        set_fields(kContacts, {{"LAST", token_}, {"FIRST", token_}, {"NOTES", memo()}});
+        set_fields(kContacts, texts());
         CALL(BrenikEditEnd, kContacts, 0);
         acknowledge(kContacts, identifier);
         return "edit";
@@ -166,7 +176,8 @@ class Worker {
     int trace_;
     std::mt19937 random_;
     std::vector<std::pair<std::string, std::string>> own_;  // contacts: identifier and ID
-    int tokens_ = 0;
+    const steady_clock::time_point begin_ = steady_clock::now();
+    int tokens_ = 0, additions_ = 0;
     std::string token_, result_;  // of the work at hand
     long long longest_ = 0;
 };
