@@ -159,14 +159,3 @@ def test_tracking_switched_off(host, practice):
     assert (host.added(1, 1), host.deleted(1, 2)) == (0, 0)
     assert practice.table('LAWTRANS').table.count == before
     assert len(practice.table('LAW1').where(LAST='Untracked')) == 2
-
-
-def test_text_of_any_bytes(session, practice):
-    """Every byte but 0 goes in and comes out; the field's width cuts."""
-    text = bytes(range(1, 256))
-    values = {'LAST': text[200:], 'LABEL1': text[:40], 'LABEL2': text[127:170]}
-    rc, uid = session.add(1, values)
-    row = practice.table('LAW1').one(U_ID=uid)
-    for name, given in values.items():
-        assert row.raw[name] == given.ljust(len(row.raw[name]))[:len(row.raw[name])]
-    assert_sound(practice.folder, 'LAW1')

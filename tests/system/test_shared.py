@@ -1,13 +1,11 @@
-"""Several workstations on one practice: together, and one of them dying."""
+"""Several workstations on one practice, in either locking mode."""
 
-import itertools
 import random
 import re
-import time
 
 import pytest
-from conftest import HostGone, at_once
-from judges import TableView, assert_finished, assert_sound
+from conftest import at_once
+from judges import TableView, assert_sound
 
 TURNS = 100
 DELETED = 12             # matters that are reported again and again, each by one of four workstations
@@ -21,8 +19,7 @@ def work(host, seed, contact, turns=range(TURNS)):
         rc, uid = host.add(table, {'LAST' if table == 1 else 'MATTER': text}, contact if table == 3 else '')
         assert rc == 0
         mine[table][uid] = text
-        assert host.edit_start(table, random_numbers.choice(list(mine[table]))) == 0
-        assert host.set_field(table, 'OPERATOR', '%03d' % (number % 1000)) == 0 and host.edit_end(table) == 0
+        assert host.edit(table, random_numbers.choice(list(mine[table])), {'OPERATOR': '%03d' % (number % 1000)}) == 0
         assert host.edit(1, 1 + random_numbers.randrange(12), {'FIRST': 'By %d' % seed}) == 0
         assert host.deleted(3, 1 + (4 * number + seed) % DELETED) in (0, 6)     # 6 where nothing is deleted
     return mine
@@ -58,40 +55,3 @@ def work_together(practice, hosts, turns):
 def test_working_at_once(new_host, practice, own_mode):
     practice.set_locking_mode(own_mode)
     work_together(practice, [new_host() for _ in range(4)], lambda: range(TURNS))
-
-
-def add_until_gone(host, seed, uids, numbers):
-    """Ends when the host is killed or has added enough; what was acknowledged is noted."""
-    try:
-        for number in numbers:
-            rc, uid = host.add(1, {'LAST': 'K%d-%d' % (seed, number), 'ID': 'K%dX%d' % (seed, number)})
-            assert rc == 0
-            uids.append(uid)
-            assert host.edit(1, 1 + number % 30, {'FIRST': 'K%d' % number}) == 0
-    except HostGone:
-        pass
-
-
-def test_killed_at_any_moment(new_host, practice):
-    """Nothing that was acknowledged is lost, and the damage ends with the victim's own last record."""
-    random_numbers, acknowledged, survivor = random.Random(1), [], new_host()
-    assert survivor.init(practice) == 0
-    for _ in range(5):
-        hosts = [new_host(), new_host()]
-        assert [host.init(practice) for host in hosts] == [0, 0]
-
-        def kill():
-            for host in hosts:
-                time.sleep(random_numbers.uniform(0.05, 0.3))
-                host.child.kill()
-        at_once(kill, lambda: add_until_gone(survivor, 0, acknowledged, range(60)),
-                *[lambda host=host, seed=seed: add_until_gone(host, seed, acknowledged, itertools.count())
-                  for seed, host in enumerate(hosts, 1)])
-    newcomer = new_host()
-    assert newcomer.init(practice) == 0 and newcomer.add(1, {'LAST': 'Newcomer'})[0] == 0
-    assert len(acknowledged) > 50
-    uids = [row['U_ID'] for row in practice.table('LAW1').rows if row['U_ID']]
-    assert set(acknowledged) <= set(uids) and len(set(uids)) == len(uids)
-    assert set(acknowledged) <= {row['U_ID'] for row in practice.table('LAWTRANS').where(CCODE='A', CDB='01')}
-    assert_finished(practice, 'LAW1', acknowledged)
-    assert [uid for uid in acknowledged if newcomer.edit_start(1, uid)] == []

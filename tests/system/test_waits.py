@@ -24,15 +24,24 @@ PATIENCE = 4.5, 9        # seconds; eleven tries, half a second apart, each shor
 OPENING = 4.5            # seconds; six tries, a second apart by the time of day
 
 
-def held_record(new_host, practice):
-    view, host = practice.table('LAW1'), new_host()
-    assert host.init(practice) == 0
-    host.begin(1, 2, {'LAST': 'Held'})
-    with HeldBytes(view.path, view.lock_position(2)):
-        assert host.edit_end(1) == 12 and host.notices(NOTICES) == NOTICES
-        assert host.edit(1, 3, {'LAST': 'Free'}) == 0
-    assert practice.table('LAW1').rows[1]['LAST'] == view.rows[1]['LAST']
-    assert host.edit(1, 2, {'LAST': 'Held'}) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Held'
+def held(kind, place, code, notices=NOTICES, proprietary=False):
+    """The record, its index or its entry in the journal: nothing at all is written until it is free, and others are."""
+    def edit(new_host, practice):
+        host, uid = new_host(), practice.table('LAW1').rows[1]['U_ID']
+        practice.set_locking_mode(proprietary)
+        assert host.init(practice) == 0 and host.edit(1, 2, {'FIRST': 'Noted'}) == 0
+        row, (entry,), path = practice.table('LAW1').rows[1], practice.journal('01', 'E', uid), practice.find(kind)
+        offset = practice.table(path.split('.')[0]).lock_position(entry.number if 'TRANS' in kind else 2)
+        host.begin(1, 2, {'LAST': 'Held'})
+        with HeldBytes(path, place or offset):
+            assert host.edit_end(1) == code and host.notices(notices) == notices
+            assert kind != 'LAW1.dbf' or host.edit(1, 3, {'LAST': 'Free'}) == 0
+        assert practice.table('LAW1').rows[1] == row
+        assert host.edit(1, 2, {'LAST': 'Held'}) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Held'
+        host.child.kill()                       # nothing of the mode is left behind in the files
+        practice.set_locking_mode(not proprietary)
+        assert new_host().init(practice) == 0
+    return edit
 
 
 def briefly_held_record(new_host, practice):
@@ -62,28 +71,6 @@ def held_add(name, record, kind='.dbf'):
         assert host.add_end(1)[0] == 0 and practice.table('LAW1').rows[-1]['LAST'] == 'Later'
         assert_sound(practice.folder, 'LAW1', 'LAWTRANS')
     return add
-
-
-def held_journal_entry(new_host, practice):
-    """Five quick tries for the entry, then nothing at all is written."""
-    host = new_host()
-    assert host.init(practice) == 0 and host.edit(1, 2, {'LAST': 'First'}) == 0
-    uid = practice.table('LAW1').rows[1]['U_ID']
-    journal, (entry,) = practice.table('LAWTRANS'), practice.journal('01', 'E', uid)
-    host.begin(1, 2, {'LAST': 'Second'})
-    with HeldBytes(journal.path, journal.lock_position(entry.number)):
-        assert host.edit_end(1) == 9 and host.notices() == 0
-    assert practice.table('LAW1').rows[1]['LAST'] == 'First'
-    assert host.edit_end(1) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Second'
-
-
-def held_index(new_host, practice):
-    host = new_host()
-    assert host.init(practice) == 0
-    host.begin(1, 2, {'LAST': 'Held'})
-    with HeldBytes(practice.find('LAW1.cdx'), INDEX_LOCK):
-        assert host.edit_end(1, 2) == 14
-    assert host.edit_end(1, 2) == 0 and practice.table('LAW1').rows[1]['LAST'] == 'Held'
 
 
 def held_journal(kind, *place):
@@ -129,8 +116,7 @@ def busy_journal(new_host, practice):
         try:
             while time.monotonic() < end:
                 rc, uid = host.add(1, {'LAST': 'Added'})
-                assert rc == 0 and host.edit_start(1, uid) == 0
-                assert host.set_field(1, 'LAST', 'Edited') == 0 and host.edit_end(1) == 0
+                assert rc == 0 and host.edit(1, uid, {'LAST': 'Edited'}) == 0
                 uids.append(uid)
         finally:
             done.set()
@@ -176,13 +162,6 @@ def refused(file, reason, rc=4, message=(), offset=SHARING_BYTE):
     return start_up
 
 
-def missing_table(new_host, practice):
-    os.remove(practice.find('LAW2.dbf'))
-    host = new_host()
-    result, seconds = timed(host.init, practice)
-    assert result == 4 and seconds > OPENING and host.shutdown() == 0
-
-
 def missing_links(new_host, practice):
     """The matter stays, without its link."""
     contact, host = practice.table('LAW1').rows[0]['U_ID'], new_host()
@@ -191,19 +170,6 @@ def missing_links(new_host, practice):
     rc, uid = host.add(3, {'MATTER': 'Unlinked'}, contact)
     assert rc == 4 and practice.table('LAW3').one(MATTER='Unlinked')['U_ID'] == uid
     assert host.add(1, {'LAST': 'Afterwards'})[0] == 0
-
-
-def record_held_in_the_own_mode(new_host, practice):
-    """A record that another user of the mode holds, and then lets go."""
-    host = new_host()
-    practice.set_locking_mode(1)
-    assert host.init(practice) == 0 and host.edit_begin(1, 2) == 0 and host.set_field(1, 'LAST', 'Held') == 0
-    with HeldBytes(practice.find('LAW1.dbf'), LINE + 2):
-        assert host.edit_end(1) == 12 and host.notices(NOTICES) == NOTICES
-    assert host.edit_begin(1, 2) == 0 and host.set_field(1, 'LAST', 'Held') == 0 and host.edit_end(1) == 0
-    host.child.kill()                           # nothing of the mode is left behind in the files
-    practice.set_locking_mode(0)
-    assert new_host().init(practice) == 0
 
 
 def mixed_modes(first, second):
@@ -220,41 +186,17 @@ def mixed_modes(first, second):
     return modes
 
 
-def stranger_first(new_host, practice):
-    view = practice.table('LAW3')
-    practice.set_locking_mode(1)
-    host = new_host()
-    with HeldBytes(view.path, view.lock_position(2)):
-        rc, seconds = timed(host.init, practice)
-        assert rc == 4 and seconds > OPENING
-    assert host.init(practice) == 0
-
-
-def stranger_second(new_host, practice):
-    practice.set_locking_mode(1)
-    host = new_host()
-    assert host.init(practice) == 0
-    for name in ('LAW1', 'LAWSYS', 'LAWTRANS'):
-        view = practice.table(name)
-        for offset in (view.lock_position(0), view.lock_position(1), view.lock_position(view.table.count + 1)):
-            with pytest.raises(BlockingIOError):
-                HeldBytes(view.path, offset)
-        with pytest.raises(BlockingIOError):
-            HeldBytes(view.path, *TABLE_LOCK)
-    assert host.add(1, {'LAST': 'Alone'})[0] == 0 and host.shutdown() == 0
-    HeldBytes(practice.find('LAW1.dbf'), *TABLE_LOCK).file.close()
-
-
 def test_waits(new_host, new_practice, windows_folder):
     """All at the same time, since each takes its five seconds. What no code tells is in the fault file."""
-    tasks = [held_record, briefly_held_record, held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
-             held_journal_entry, held_index, busy_journal,
+    tasks = [held('LAW1.dbf', None, 12), held('LAW1.dbf', LINE + 2, 12, proprietary=True), briefly_held_record,
+             held('LAWTRANS.dbf', None, 9, 0), held('LAW1.cdx', INDEX_LOCK, 14, 0), busy_journal,
+             held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
              held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK),
              refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]),
-             refused('LAW3.dbf', 'in exclusive use'), refused('LAW2.fpt', 'no such file', offset=0),
-             refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
-             missing_table, missing_links, *([] if OURS.library.endswith('.dll') else [replaced_folder]),
-             record_held_in_the_own_mode, mixed_modes(0, 1), mixed_modes(1, 0), stranger_first, stranger_second]
+             refused('LAW3.dbf', 'in exclusive use'), refused('LAW2.dbf', 'no such file', offset=0),
+             refused('LAW2.fpt', 'no such file', offset=0), refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
+             missing_links, *([] if OURS.library.endswith('.dll') else [replaced_folder]),
+             mixed_modes(0, 1), mixed_modes(1, 0)]
 
     def run(number, task, practice):
         try:
