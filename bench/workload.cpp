@@ -10,6 +10,7 @@
 #include "engine/local/local_engine.h"
 #include "engine/make/create_table.h"
 #include "engine/make/table_writer.h"
+#include "engine/orders.h"
 
 namespace brenik::bench {
 
@@ -49,9 +50,9 @@ void expect(bool holds, const char* what) {
 }
 
 std::unique_ptr<Table> open(Engine& engine, const fs::path& path) {
-    auto table = engine.open(path.string(), TableSharing::kShared);
-    if (!table) give_up("cannot open " + path.string());
-    return table;
+    OpenAnswer answer = engine.open(path.string(), TableSharing::kShared);
+    if (const auto* refusal = std::get_if<Refusal>(&answer)) give_up(refusal->text);
+    return std::move(std::get<std::unique_ptr<Table>>(answer));
 }
 
 std::size_t position_of(const Table& table, const std::string& name) {
@@ -62,13 +63,14 @@ std::size_t position_of(const Table& table, const std::string& name) {
 }
 
 void set_order(Table& table, const char* order) {
-    if (!table.set_order(order)) give_up(std::string("the contacts have no order ") + order);
+    if (!brenik::set_order(table, order))
+        give_up(std::string("the contacts have no order ") + order);
 }
 
 // One field's texts of all contacts that are not deleted, in the order of the file.
 std::vector<std::string> texts_of(Table& table, const char* field) {
     std::vector<std::string> texts;
-    table.set_order("");
+    set_order(table, "");
     const std::size_t position = position_of(table, field);
     for (table.go_top(); !table.end_of_file(); table.skip(1)) {
         if (!table.deleted()) texts.push_back(table.field_get(position).text());

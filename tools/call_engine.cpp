@@ -5,7 +5,7 @@
 #include <array>
 
 #include "call_table.h"
-#include "data/record_number.h"
+#include "engine/orders.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/profile.h"
@@ -54,11 +54,11 @@ constexpr auto deleted_visibility = [](Session& session, Arguments& a) {
 };
 
 constexpr auto set_order_focus = [](Table& table, Arguments& a) {
-    const std::string before = table.order_name(table.order_number());
+    const std::string before(table.order_name(table.order_number()));
     if (a.value(0).kind() == ValueKind::kNumber) {
         table.set_order(a.size(0));
     } else if (a.given(0)) {
-        table.set_order(a.text(0));
+        set_order(table, a.text(0));
     }
     return before;
 };
@@ -99,7 +99,7 @@ constexpr std::array kOperations{
     Routine{"ADSWRITEALLRECORDS", "",
             [](Session& s) { return s.areas.engine().write_all_records(); }},
     Routine{"add order list", "index file",
-            [](Table& t, Arguments& a) { t.add_orders(a.text(0)); }},
+            [](WorkAreas& w, Arguments& a) { static_cast<void>(w.add_orders(a.text(0))); }},
     Routine{"alias", "", [](Session& s) { return s.areas.alias(); }},
     Routine{"append blank", "[release other locks]",
             [](WorkAreas& w, Arguments& a) { w.append_blank(a.logical(0, true)); }},
@@ -108,7 +108,7 @@ constexpr std::array kOperations{
                 return !s.areas.used() || s.areas.table("").opened_orders_automatically();
             }},
     Routine{"beginning of file", "", [](Table& t) { return t.beginning_of_file(); }},
-    Routine{"clear filter", "", [](Table& t) { t.set_filter(""); }},
+    Routine{"clear filter", "", [](WorkAreas& w) { w.expressions("clear filter").set_filter(""); }},
     Routine{"clear order list", "", [](Table& t) { t.clear_orders(); }},
     Routine{"clear relation", "", [](WorkAreas& w) { w.clear_relations(w.current()); }},
     Routine{"close all", "", [](Session& s) { s.areas.close_all(); }},
@@ -119,7 +119,9 @@ constexpr std::array kOperations{
     Routine{"deleted-records visibility", "[\"on\" hides them, \"off\" shows them]",
             deleted_visibility},
     Routine{"end of file", "", [](Table& t) { return t.end_of_file(); }},
-    Routine{"evaluate", "expression", [](Table& t, Arguments& a) { return t.evaluate(a.text(0)); }},
+    Routine{
+        "evaluate", "expression",
+        [](WorkAreas& w, Arguments& a) { return w.expressions("evaluate").evaluate(a.text(0)); }},
     Routine{"field assignment by name", "work area or alias, field name, value", assign_field},
     Routine{"field count", "", [](Table& t) { return t.fields().size(); }},
     Routine{"field get", "position",
@@ -140,7 +142,7 @@ constexpr std::array kOperations{
             }},
     Routine{"file exists", "path",
             [](Session& s, Arguments& a) { return platform::file_exists(s.path_of(a.text(0))); }},
-    Routine{"filter", "", [](Table& t) { return t.filter(); }},
+    Routine{"filter", "", [](WorkAreas& w) { return w.expressions("filter").filter(); }},
     Routine{"go bottom", "", [](Table& t) { t.go_bottom(); }},
     Routine{"go to", "record number", [](Table& t, Arguments& a) { t.go_to(record(a)); }},
     Routine{"go top", "", [](Table& t) { t.go_top(); }},
@@ -150,8 +152,9 @@ constexpr std::array kOperations{
     Routine{"network error", "", [](Session& s) { return s.areas.network_error(); }},
     Routine{"open table", "[new work area], [driver], file, [alias], [shared]", open_table},
     Routine{"order count", "[index file]",
-            [](Table& t, Arguments& a) {
-                return a.given(0) ? t.order_count_of(a.text(0)) : t.order_count();
+            [](WorkAreas& w, Arguments& a) {
+                const Table& t = w.table("order count");
+                return a.given(0) ? t.orders_of(w.path_of(a.text(0))).size() : t.order_count();
             }},
     Routine{"order number", "", [](Table& t) { return t.order_number(); }},
     Routine{"order scope", "0 top or 1 bottom, [value]", order_scope},
@@ -175,7 +178,8 @@ constexpr std::array kOperations{
                 return a.given(0) ? s.areas.area_of(a.text(0)) : s.areas.current();
             }},
     Routine{"select area", "number or alias", select_area},
-    Routine{"set filter", "expression", [](Table& t, Arguments& a) { t.set_filter(a.text(0)); }},
+    Routine{"set filter", "expression",
+            [](WorkAreas& w, Arguments& a) { w.expressions("set filter").set_filter(a.text(0)); }},
     Routine{"set order focus", "[order name or number]", set_order_focus},
     Routine{
         "set relation", "target work area or alias, expression, [scoped]",

@@ -143,8 +143,8 @@ Times times_of(const std::function<void()>& call) {
 
 RoundTrips measure(File& file) {
     const auto lock = [&] {
-        require(file.try_lock(kLow, 1), Ill::kNotHad);
-        file.unlock(kLow, 1);
+        require(file.try_lock({kLow, 1}), Ill::kNotHad);
+        file.unlock({kLow, 1});
     };
     return {kTimed, times_of(lock), times_of([&] { file.size(); })};
 }
@@ -212,10 +212,10 @@ class Side {
 void lead_lock(Side& side, std::uint64_t place) {
     File file = side.make();
     put_number(file, 1);
-    require(file.try_lock(place, 1), Ill::kNotHad);
+    require(file.try_lock({place, 1}), Ill::kNotHad);
     side.tell("locked");
     side.hear("tried");
-    file.unlock(place, 1);
+    file.unlock({place, 1});
     side.tell("free");
     side.hear("had");
 }
@@ -223,13 +223,13 @@ void lead_lock(Side& side, std::uint64_t place) {
 void follow_lock(Side& side, std::uint64_t place) {
     side.hear("locked");
     File file = side.open();
-    require(!file.try_lock(place, 1), Ill::kHadTwice);
-    require(!file.try_lock(place, 1, LockKind::kShared), Ill::kHadTwice);
+    require(!file.try_lock({place, 1}), Ill::kHadTwice);
+    require(!file.try_lock({place, 1}, LockKind::kShared), Ill::kHadTwice);
     require(number_at_start(file) == 1, Ill::kOldBytes);
-    if (place == kHigh) require(file.try_lock(place & 0xFFFFFFFF, 1), Ill::kCutOff);
+    if (place == kHigh) require(file.try_lock({place & 0xFFFFFFFF, 1}), Ill::kCutOff);
     side.tell("tried");
     side.hear("free");
-    require(file.lock_within(place, 1, LockKind::kExclusive, kFreeLock_ms), Ill::kNotLetGo);
+    require(file.lock_within({place, 1}, LockKind::kExclusive, kFreeLock_ms), Ill::kNotLetGo);
     side.tell("had");
 }
 
@@ -239,15 +239,15 @@ void try_high_lock(Side& side) { side.leads ? lead_lock(side, kHigh) : follow_lo
 void try_shared_lock(Side& side) {
     File file = side.open_both();
     if (side.leads) {
-        require(file.try_lock(kLow, 1, LockKind::kShared), Ill::kNotHad);
+        require(file.try_lock({kLow, 1}, LockKind::kShared), Ill::kNotHad);
         side.tell("shared");
         side.hear("tried");
         return;
     }
     side.hear("shared");
-    require(file.try_lock(kLow, 1, LockKind::kShared), Ill::kSharedRefused);
-    file.unlock(kLow, 1);
-    require(!file.try_lock(kLow, 1), Ill::kHadTwice);
+    require(file.try_lock({kLow, 1}, LockKind::kShared), Ill::kSharedRefused);
+    file.unlock({kLow, 1});
+    require(!file.try_lock({kLow, 1}), Ill::kHadTwice);
     side.tell("tried");
 }
 
@@ -260,17 +260,17 @@ void try_changes(Side& side, const std::function<void(File&, int)>& change,
     for (int round = 1; round <= kRounds; ++round) {
         if (side.leads) {
             side.hear("ready");
-            require(file.lock_within(kLow, 1, LockKind::kExclusive), Ill::kNotLetGo);
+            require(file.lock_within({kLow, 1}, LockKind::kExclusive), Ill::kNotLetGo);
             change(file, round);
-            file.unlock(kLow, 1);
+            file.unlock({kLow, 1});
             side.tell("changed");
         } else {
             side.tell("ready");
             side.hear("changed");
             require(is_seen(file, round), ill);  // the library also reads without a lock
-            require(file.lock_within(kLow, 1, LockKind::kExclusive), Ill::kNotLetGo);
+            require(file.lock_within({kLow, 1}, LockKind::kExclusive), Ill::kNotLetGo);
             require(is_seen(file, round), ill);
-            file.unlock(kLow, 1);
+            file.unlock({kLow, 1});
         }
     }
 }
@@ -306,12 +306,12 @@ void work_by_turns(Side& side, File& file, int times, const std::function<std::u
             side.hear("ready", kWorkAnswer_s);
         }
         require(Clock::now() < end, Ill::kSlow);
-        require(file.lock_within(kLow, 1, LockKind::kExclusive, kLock_ms), Ill::kSlow);
+        require(file.lock_within({kLow, 1}, LockKind::kExclusive, kLock_ms), Ill::kSlow);
         const auto begin = Clock::now();
         const std::uint64_t seen = look();
         platform::system_clock().pause(1);
         change(seen, number);
-        file.unlock(kLow, 1);
+        file.unlock({kLow, 1});
         // As long as the other waits for its turn, at least.
         const auto held = std::chrono::ceil<milliseconds>(Clock::now() - begin);
         platform::system_clock().pause(static_cast<int>(std::min(held, milliseconds(500)).count()));
@@ -422,11 +422,11 @@ RoundTrips try_alone(Scratch& scratch, const TrialReport& report) {
         report(trial_of(name, good, end_of(on_new_file, why), why));
     };
     const auto exclude = [](File& one, File& other, std::uint64_t place) {
-        require(one.try_lock(place, 1), Ill::kNotHad);
-        require(!other.try_lock(place, 1), Ill::kHadTwice);
-        if (place == kHigh) require(other.try_lock(place & 0xFFFFFFFF, 1), Ill::kCutOff);
-        one.unlock(place, 1);
-        require(other.try_lock(place, 1), Ill::kNotLetGo);
+        require(one.try_lock({place, 1}), Ill::kNotHad);
+        require(!other.try_lock({place, 1}), Ill::kHadTwice);
+        if (place == kHigh) require(other.try_lock({place & 0xFFFFFFFF, 1}), Ill::kCutOff);
+        one.unlock({place, 1});
+        require(other.try_lock({place, 1}), Ill::kNotLetGo);
     };
     attempt("lock", "two opens of a file exclude each other",
             [&](File& one, File& other) { exclude(one, other, kLow); });

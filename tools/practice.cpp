@@ -53,8 +53,12 @@ OpenedTable Practice::open(std::string_view name) {
     OpenedTable opened{platform::system_path(path_of(file)), use_, {}, nullptr};
     try {
         opened.layout = read_layout(opened.path);
-        opened.table = engine_.open(opened.path, TableSharing::kShared);
-        if (!opened.table) throw locks::Refused(*engine_.refusal());
+        OpenAnswer answer = engine_.open(opened.path, TableSharing::kShared);
+        if (const auto* refusal = std::get_if<Refusal>(&answer)) {
+            const bool held = refusal->code == FaultCode::kBusy;
+            throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, refusal->text);
+        }
+        opened.table = std::move(std::get<std::unique_ptr<Table>>(answer));
         return opened;
     } catch (const locks::Refused& refusal) {
         const bool held = refusal.code() == FaultCode::kBusy;

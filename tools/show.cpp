@@ -10,6 +10,7 @@
 #include "display.h"
 #include "engine/expression/expression.h"
 #include "engine/index/cdx_file.h"
+#include "engine/orders.h"
 #include "engine/record/table_path.h"
 #include "practice.h"
 #include "util/runtime.h"
@@ -119,7 +120,7 @@ void print_record(OpenedTable& opened, bool json) {
 }
 
 void select_order(OpenedTable& opened, const std::string& order) {
-    if (opened.table->set_order(order)) return;
+    if (set_order(*opened.table, order)) return;
     throw ToolError(ExitCode::kProblem, opened.path + ": no order " + order);
 }
 

@@ -12,6 +12,7 @@
 #include "data/add_rec.h"
 #include "data/net_use.h"
 #include "data/scatgat.h"
+#include "engine/orders.h"
 #include "fwp/fault_file.h"
 #include "fwp/profile_setting.h"
 #include "fwp/trace_log.h"
@@ -136,7 +137,7 @@ int link_to_contact(Session& session, const std::string& contact) {
     const int code = write_link(session, contact);
     try {
         if (code == kAppendFailed) report_missing_link(session);
-        if (areas.used()) areas.table("AddEnd").set_order(order);
+        if (areas.used()) set_order(areas.table("AddEnd"), order);
     } catch (const std::exception& fault) {
         note_fault(session, "AddEnd", fault.what());
     }

@@ -7,7 +7,6 @@
 #include "RSData/journal.h"
 #include "c_source/Data.h"
 #include "c_source/Strings.h"
-#include "data/record_number.h"
 #include "data/scatgat.h"
 #include "fwp/trace_log.h"
 #include "util/runtime.h"

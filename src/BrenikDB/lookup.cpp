@@ -9,6 +9,7 @@
 #include "BrenikDB/selection.h"
 #include "BrenikDB/settings.h"
 #include "c_source/Strings.h"
+#include "engine/orders.h"
 #include "engine/selected_area.h"
 #include "fwp/fault_file.h"
 #include "fwp/trace_log.h"
@@ -70,7 +71,7 @@ class RestoredPosition {
         : table_(table), order_(std::move(order)), record_(table.record_number()) {}
     ~RestoredPosition() {
         try {
-            table_.set_order(order_);
+            set_order(table_, order_);
             table_.go_to(record_);
         } catch (const EngineFault&) {
             // The fault that ended the scope, or one like it, is on its way to the host.
@@ -111,7 +112,8 @@ int find_identifier(Session& session, int table, const std::string& key, std::st
     if (position == 0) return kKeyNotFound;
     const Table& sought = areas.table("GetU_ID");
     const int width = sought.fields()[position - 1].width;
-    const std::string padded = pad_right(sought.upper(key), static_cast<std::size_t>(width));
+    const std::string padded =
+        pad_right(upper_in(sought.layout(), key), static_cast<std::size_t>(width));
     if (!seek_in_order(session, contact ? "ID" : "CaseNumber", padded)) return kKeyNotFound;
     identifier = areas.field(table, "U_ID").text();
     return kSuccess;

@@ -5,7 +5,6 @@
 #include "BrenikDB/codes.h"
 #include "BrenikDB/selection.h"
 #include "RSData/journal.h"
-#include "data/record_number.h"
 #include "fwp/trace_log.h"
 
 namespace brenik {

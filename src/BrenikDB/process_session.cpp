@@ -17,9 +17,8 @@ struct Process {
         if (parents && parents->session.is_begun()) session.inherit(parents->session);
     }
 
-    local::LocalEngine engine;
     std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
-    Session session{engine, platform::system_clock(), *ui};
+    Session session{std::make_unique<local::LocalEngine>, platform::system_clock(), *ui};
     unsigned generation = platform::process_generation();
     // What a fork took along. It is never closed: what it would still write is the parent's to
     // write, and another thread of the parent may have been changing it at that moment.

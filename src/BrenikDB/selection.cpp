@@ -3,6 +3,7 @@
 #include "BrenikDB/selection.h"
 
 #include "BrenikDB/codes.h"
+#include "engine/orders.h"
 #include "fwp/trace_log.h"
 
 namespace brenik {
@@ -34,7 +35,7 @@ int select_table(Session& session, const std::string& operation, int table) {
 
 bool seek_in_order(Session& session, std::string_view order, const Value& key) {
     Table& table = session.areas.table("SEEK");
-    if (table.set_order(order)) return table.seek(key, SeekMode::kHard, SeekEnd::kFirst);
+    if (set_order(table, order)) return table.seek(key, SeekMode::kHard, SeekEnd::kFirst);
     table.go_to(0);  // as after any seek that finds nothing
     return false;
 }

@@ -20,7 +20,6 @@ namespace brenik {
 
 namespace {
 
-
 void make_variables(Session& session, bool trace_wanted) {
     const Date today = session.today();
     session.variables = SessionVariables{default_settings(today), today, "___", trace_wanted};
@@ -41,7 +40,7 @@ void set_data_path(Session& session, const std::string& data_path) {
     const std::string earlier = std::exchange(session.module.data_folder, identity);
     if (!earlier.empty() && earlier != identity) CLOSEALL(session);
     session.trace_log.close();
-    session.areas.engine().set_default_folder(resolved);
+    session.areas.set_default_folder(resolved);
 }
 
 void empty_trace_log(const Session& session) {
@@ -49,9 +48,10 @@ void empty_trace_log(const Session& session) {
 }
 
 void choose_engine(Session& session) {
-    Engine& engine = session.areas.engine();
     const Number wanted = GETSERVERTYPE(session, session.data_path());
     store_setting(session, Setting::ServerType, wanted);
+    Engine& engine = session.take_engine();
+    engine.set_server_type(kLocalServer);
     if (wanted.amount == kRemoteServer) {
         const int usable = CHECKSERVER(session, kRemoteServer);
         store_setting(session, Setting::ServerType, usable);
@@ -119,7 +119,7 @@ bool open_practice_table(Session& session, const practice::TableEntry& table) {
                  {.alias = table.alias, .attach_index = true})) {
         return false;
     }
-    if (table.area == kCodesArea) session.areas.table("StartUp").set_order(std::size_t{1});
+    if (table.area == kCodesArea) session.areas.table("StartUp").set_order(1);
     return true;
 }
 
@@ -149,7 +149,6 @@ int open_tables(Session& session) {
 int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     session.module.shut_down = false;
     make_variables(session, trace_wanted);
-    session.areas.engine().set_server_type(kLocalServer);
     set_data_path(session, data_path);
     empty_trace_log(session);
     choose_tracing(session);  // first, so that settings that cannot be read are traced

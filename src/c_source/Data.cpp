@@ -52,7 +52,7 @@ bool attach(Session& session, const std::string& orders) {
     Table& table = session.areas.table("NET_USE");
     try {
         table.clear_orders();
-        if (table.add_orders(orders)) return true;
+        if (session.areas.add_orders(orders)) return true;
     } catch (const EngineFault&) {
         session.areas.refuse();
         throw;

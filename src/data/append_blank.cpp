@@ -7,6 +7,7 @@
 #include "data/add_rec.h"
 #include "data/identifiers.h"
 #include "data/scatgat.h"
+#include "engine/orders.h"
 #include "util/runtime.h"
 
 namespace brenik {
@@ -69,7 +70,7 @@ bool recycle_top_record(Session& session, Table& table) {
 bool APPENDBLANK(Session& session) {
     Table& table = session.areas.table("APPENDBLANK");
     const RestoredOrder restored(session, table);
-    table.set_order(kRecycledOrder);
+    set_order(table, kRecycledOrder);
     const bool recycled = begins_with(session.areas.order_name(), kRecycledOrder) &&
                           recycle_top_record(session, table);
     return recycled || ADD_REC(session);

@@ -33,7 +33,8 @@ std::int64_t skip_backward(Table& table, std::int64_t count) {
 }
 
 void filter(Session& session, const char* routine, const std::string& expression) {
-    session.areas.table(routine).set_filter(Value(expression).empty() ? std::string() : expression);
+    session.areas.expressions(routine).set_filter(Value(expression).empty() ? std::string()
+                                                                            : expression);
 }
 
 }  // namespace
@@ -47,9 +48,9 @@ void CMFILTER(Session& session, const std::string& expression) {
 }
 
 void CMCLRFILTER(Session& session) {
-    const Table& table = session.areas.table("CMCLRFILTER");
-    if (!table.filter().empty()) CLEARFILTER(session);
-    if (table.order_number() != 0) CLEARFILTER(session);
+    WorkAreas& areas = session.areas;
+    if (!areas.expressions("CMCLRFILTER").filter().empty()) CLEARFILTER(session);
+    if (areas.table("CMCLRFILTER").order_number() != 0) CLEARFILTER(session);
 }
 
 std::size_t CMKEYCOUNT(Session& session, const Value& order, const std::string& index_file) {
@@ -81,7 +82,7 @@ std::int64_t DBSKIPPER(Session& session, std::int64_t count) {
 
 namespace second_variant {
 
-void CLEARFILTER(Session& session) { session.areas.table("CLEARFILTER").set_filter({}); }
+void CLEARFILTER(Session& session) { session.areas.expressions("CLEARFILTER").set_filter({}); }
 
 }  // namespace second_variant
 

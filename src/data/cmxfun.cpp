@@ -3,23 +3,20 @@
 #include "data/cmxfun.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "data/key_helpers.h"
 
 namespace brenik {
 
 int CMXAUTOORDER(Session& session, std::optional<int> order) {
-    Engine& engine = session.areas.engine();
-    const int previous = engine.automatic_order();
-    if (order) engine.set_automatic_order(*order);
-    return previous;
+    int& setting = session.areas.automatic_order;
+    return std::exchange(setting, order.value_or(setting));
 }
 
 int CMXAUTOSHARE(Session& session, std::optional<int> share) {
-    Engine& engine = session.areas.engine();
-    const int previous = engine.automatic_share();
-    if (share) engine.set_automatic_share(*share);
-    return previous;
+    int& setting = session.areas.automatic_share;
+    return std::exchange(setting, share.value_or(setting));
 }
 
 void CMXCLRSCOPE(Session& session, ScopeEnd end) {
@@ -28,7 +25,8 @@ void CMXCLRSCOPE(Session& session, ScopeEnd end) {
 
 std::size_t CMXCOUNT(Session& session, const std::optional<std::string>& index_file) {
     const Table& table = session.areas.table("CMXCOUNT");
-    return index_file ? table.order_count_of(*index_file) : table.order_count();
+    if (!index_file) return table.order_count();
+    return table.orders_of(session.path_of(*index_file)).size();
 }
 
 ArrayReference CMXINDEXINFO(Session& session) {
@@ -74,14 +72,12 @@ Value CMXSETSCOPE(Session& session, ScopeEnd end, const std::optional<Value>& va
 }
 
 bool CMXSHARED(Session& session, std::optional<bool> shared) {
-    Table& table = session.areas.table("CMXSHARED");
-    const bool previous = table.shared();
-    if (shared) table.set_shared(*shared);
-    return previous;
+    bool& flag = session.areas.shared_flag("CMXSHARED");
+    return std::exchange(flag, shared.value_or(flag));
 }
 
 void CLEARFILTER(Session& session) {
-    session.areas.table("CLEARFILTER").set_filter({});
+    session.areas.expressions("CLEARFILTER").set_filter({});
     session.related_queries.erase(session.areas.current());
 }
 

@@ -44,7 +44,7 @@ bool GET_EXCLUSIVE(Session& session) {
     const bool was_open = areas.alias() == practice::kSystem.alias;
     areas.open(session.data_path() + practice::kSystem.file, {}, TableSharing::kExclusive);
     if (!areas.network_error()) return true;
-    note_fault(session, "GET_EXCLUSIVE", areas.engine().last_error());
+    note_fault(session, "GET_EXCLUSIVE", areas.refusal());
     ERRBEEP(session.ui,
             "Warning\r\nThis operation must have exclusive control of files and someone else is "
             "using Brenik.\r\nPlease have them exit Brenik and Retry",

@@ -7,6 +7,7 @@
 #include "RSData/journal.h"
 #include "RSData/system_record.h"
 #include "c_source/Data.h"
+#include "engine/orders.h"
 #include "engine/selected_area.h"
 #include "fwp/trace_log.h"
 #include "practice/identifiers.h"
@@ -32,7 +33,7 @@ std::int64_t greatest_in(const FieldDescription& field) {
 
 // The order whose keys are the identifiers of every record, as they are.
 std::size_t identifier_order(Table& table) {
-    const std::optional<std::size_t> number = table.find_order("U_ID", "");
+    const std::optional<std::size_t> number = find_order(table, "U_ID");
     if (!number || *number == 0) return 0;
     const OrderDescription order = table.order_description(*number);
     const bool sound = equal_ignoring_case(trim_both(order.key), "U_ID") &&

@@ -70,7 +70,7 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
                  [&session](platform::Cursor cursor) { session.ui.set_cursor(cursor); }})) {
             return true;
         }
-        note_fault(session, "NET_USE", session.areas.engine().last_error());
+        note_fault(session, "NET_USE", session.areas.refusal());
         return false;
     } catch (const EngineFault& fault) {
         note_fault(session, "NET_USE", fault.what());

@@ -7,7 +7,6 @@
 
 #include "data/cmfun.h"
 #include "data/cmxfun.h"
-#include "data/record_number.h"
 
 namespace brenik {
 
@@ -70,7 +69,7 @@ void restore_order(Session& session, const Value& state) {
     Table& table = session.areas.table("RESTDBF");
     const std::int64_t order = element(state, kOrder).whole();
     if (order < 0 || !table.set_order(static_cast<std::size_t>(order))) {
-        table.set_order(std::size_t{0});
+        table.set_order(0);
         return;
     }
     CMXSETSCOPE(session, ScopeEnd::kTop, element(state, kTopScope));
@@ -114,7 +113,7 @@ Value SAVEDBF(Session& session) {
     state[kRecord - 1] = table.end_of_file() ? RecordNumber{0} : table.record_number();
     state[kOrder - 1] = static_cast<std::int64_t>(table.order_number());
     state[kAlias - 1] = areas.alias();
-    state[kFilter - 1] = table.filter();
+    state[kFilter - 1] = areas.expressions("SAVEDBF").filter();
     state[kTargetRecords - 1] = Value::array(std::move(target_records));
     return Value::array(std::move(state));
 }

@@ -5,18 +5,12 @@
 // follow in turn. They never lead in a circle: add_relation() refuses what would close one.
 
 #include <algorithm>
-#include <limits>
 
+#include "engine/orders.h"
 #include "engine/work_areas.h"
 
 namespace brenik {
 namespace {
-
-RecordNumber record_number_of(const Value& value) {
-    const std::int64_t number = value.whole();
-    const bool possible = number > 0 && number <= std::numeric_limits<RecordNumber>::max();
-    return possible ? static_cast<RecordNumber>(number) : 0;
-}
 
 void limit_to(Table& target, const Value& value) {
     target.set_scope(ScopeEnd::kTop, value);
@@ -26,25 +20,26 @@ void limit_to(Table& target, const Value& value) {
 // The order that was limited need not be the controlling one any more.
 void end_limit(Table& target, const Relation& relation) {
     const std::size_t controlling = target.order_number();
-    if (relation.limited_order.empty() || !target.set_order(relation.limited_order)) return;
+    if (relation.limited_order.empty() || !set_order(target, relation.limited_order)) return;
     limit_to(target, {});
     target.set_order(controlling);
 }
 
+}  // namespace
+
 // No record equals NULL: the limit is then the blank key, as at the parent's end.
-void limit(Table& target, Relation& relation, Value value) {
-    const std::size_t controlling = target.order_number();
-    const std::string order = target.order_name(controlling);
-    if (order != relation.limited_order) end_limit(target, relation);
+void WorkAreas::limit(Slot& target, Relation& relation, Value value) {
+    Table& table = *target.table;
+    const std::size_t controlling = table.order_number();
+    const std::string_view order = table.order_name(controlling);
+    if (order != relation.limited_order) end_limit(table, relation);
     relation.limited_order = order;
     if (value.is_nil()) {
-        target.go_to(0);
-        value = target.key_value(controlling);
+        table.go_to(0);
+        value = target.expressions.key_value(controlling);
     }
-    limit_to(target, value);
+    limit_to(table, value);
 }
-
-}  // namespace
 
 std::vector<Relation> WorkAreas::relations(int area) const {
     const auto found = slots_.find(area);
@@ -52,8 +47,8 @@ std::vector<Relation> WorkAreas::relations(int area) const {
 }
 
 void WorkAreas::add_relation(int area, Relation relation) {
-    Table& parent = table(area, "SETRELATION");
-    table(relation.target, "SETRELATION");
+    Slot& parent = slot(area, "SETRELATION");
+    slot(relation.target, "SETRELATION");
     if (leads_to(relation.target, area)) {
         throw EngineFault(FaultCode::kUnsupported, "SETRELATION",
                           "relation " + relation.expression + ": work area " +
@@ -61,7 +56,7 @@ void WorkAreas::add_relation(int area, Relation relation) {
                               std::to_string(area));
     }
     follow(parent, relation);
-    std::vector<Relation>& kept = slots_[area].relations;
+    std::vector<Relation>& kept = parent.relations;
     const auto old = std::find_if(kept.begin(), kept.end(), [&](const Relation& one) {
         return one.target == relation.target;
     });
@@ -72,7 +67,7 @@ void WorkAreas::add_relation(int area, Relation relation) {
         release_target(relation);
         follow(parent, *old);
     }
-    parent.set_follower([this, area] { follow(area); });
+    parent.table->set_follower([this, area] { follow(area); });
 }
 
 void WorkAreas::clear_relations(int area) {
@@ -92,22 +87,23 @@ bool WorkAreas::leads_to(int from, int area) const {
 }
 
 void WorkAreas::follow(int area) {
-    Slot& slot = slots_.at(area);
-    for (Relation& relation : slot.relations) follow(*slot.table, relation);
+    Slot& parent = slots_.at(area);
+    for (Relation& relation : parent.relations) follow(parent, relation);
 }
 
 // Past the parent's end there is no value to look for: the target goes to its end too.
-void WorkAreas::follow(Table& parent, Relation& relation) {
-    Table& target = table(relation.target, "SETRELATION");
-    const Value value = parent.evaluate(relation.expression);
+void WorkAreas::follow(Slot& parent, Relation& relation) {
+    Slot& target_slot = slot(relation.target, "SETRELATION");
+    Table& target = *target_slot.table;
+    const Value value = parent.expressions.evaluate(relation.expression);
     const bool ordered = target.order_number() != 0;
-    if (ordered && relation.scoped) limit(target, relation, value);
-    if (parent.end_of_file() || value.is_nil()) {
+    if (ordered && relation.scoped) limit(target_slot, relation, value);
+    if (parent.table->end_of_file() || value.is_nil()) {
         target.go_to(0);
     } else if (ordered) {
         target.seek(value, SeekMode::kHard, SeekEnd::kFirst);
     } else {
-        target.go_to(record_number_of(value));
+        target.go_to(to_record_number(value.whole()));
     }
 }
 
@@ -118,7 +114,7 @@ void WorkAreas::release_target(const Relation& relation) {
     end_limit(*found->second.table, relation);
     for (auto& [number, slot] : slots_) {
         for (Relation& other : slot.relations) {
-            if (other.target == relation.target && other.scoped) follow(*slot.table, other);
+            if (other.target == relation.target && other.scoped) follow(slot, other);
         }
     }
 }

@@ -71,12 +71,28 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
     }
     close();
     network_error_ = true;
-    std::unique_ptr<Table> table = engine_.open(path, sharing);
-    if (!table) return;
+    refusal_.clear();
+    OpenAnswer answer = engine().open(path_of(path), sharing, automatic_order);
+    if (const auto* refusal = std::get_if<Refusal>(&answer)) {
+        if (refusal->reason == RefusalReason::kDamaged) {
+            throw EngineFault(refusal->code, "open", refusal->text);
+        }
+        refusal_ = refusal->text;
+        return;
+    }
+    auto& table = std::get<std::unique_ptr<Table>>(answer);
     const std::string name = alias.value_or(base_name_upper(path));
-    table->set_alias(name);
-    slots_[current_] = Slot{name, std::move(table), {}};
+    TableExpressions expressions(*table, name);
+    slots_.emplace(current_, Slot{name, std::move(table), std::move(expressions),
+                                  sharing == TableSharing::kShared});
     network_error_ = false;
+}
+
+bool WorkAreas::add_orders(const std::string& file) {
+    refusal_.clear();
+    const auto refusal = table("ADDORDERS").add_orders(path_of(file), automatic_order);
+    if (refusal) refusal_ = refusal->text;
+    return !refusal;
 }
 
 void WorkAreas::refuse() {
@@ -93,13 +109,27 @@ void WorkAreas::close() {
 
 void WorkAreas::close_all() { slots_.clear(); }
 
+Engine& WorkAreas::engine() const {
+    if (engine_) return *engine_;
+    throw EngineFault(FaultCode::kEmptyWorkArea, "engine", "no session has been started");
+}
+
+std::string WorkAreas::path_of(const std::string& file) const {
+    const bool absolute = file.find_first_of("\\/") == 0 || file.find(':') == 1;
+    return absolute || file.empty() ? file : default_folder_ + file;
+}
+
 Table& WorkAreas::table(int area, std::string_view operation) {
+    return *slot(area, operation).table;
+}
+
+WorkAreas::Slot& WorkAreas::slot(int area, std::string_view operation) {
     const auto found = slots_.find(area);
     if (found == slots_.end()) {
         throw EngineFault(FaultCode::kEmptyWorkArea, std::string(operation),
                           "work area " + std::to_string(area) + " holds no table");
     }
-    return *found->second.table;
+    return found->second;
 }
 
 RecordNumber WorkAreas::record_number() {
@@ -115,7 +145,7 @@ bool WorkAreas::end_of_file() { return !used() || table("EOF").end_of_file(); }
 std::string WorkAreas::order_name() {
     if (!used()) return {};
     const Table& current = table("ORDNAME");
-    return current.order_name(current.order_number());
+    return std::string(current.order_name(current.order_number()));
 }
 
 std::size_t WorkAreas::field_position(int area, std::string_view name) {

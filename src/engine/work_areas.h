@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/table_expressions.h"
 
 namespace brenik {
 
@@ -36,9 +37,21 @@ struct Relation {
 
 class WorkAreas {
   public:
-    explicit WorkAreas(Engine& engine) : engine_(engine) {}
+    WorkAreas() = default;
     WorkAreas(const WorkAreas&) = delete;
     WorkAreas& operator=(const WorkAreas&) = delete;
+
+    // -- The engine that opens the tables from now on. REQUIRES: every slot is empty.
+    void set_engine(Engine& engine) { engine_ = &engine; }
+    bool has_engine() const { return engine_ != nullptr; }
+    // EngineFault kEmptyWorkArea when there is none yet.
+    Engine& engine() const;
+    // Where relative names of tables and index files lie, with its trailing separator. While it is
+    // empty they lie in the process's current folder, and bare names of index files beside their
+    // table.
+    const std::string& default_folder() const { return default_folder_; }
+    void set_default_folder(const std::string& folder) { default_folder_ = folder; }
+    std::string path_of(const std::string& file) const;
 
     // -- Slots.
     int current() const { return current_; }
@@ -57,6 +70,8 @@ class WorkAreas {
     // failure the slot stays empty (and current). No free slot is EngineFault kLimit.
     void open(const std::string& path, const std::optional<std::string>& alias,
               TableSharing sharing, OpenIn where = OpenIn::kCurrentArea);
+    // Why the last open, or add_orders, was refused; empty when it was not.
+    const std::string& refusal() const { return refusal_; }
     // For an open that turns out to be of no use after all: the slot is empty and the flag set.
     void refuse();
     // Closing a table also ends the relations that lead to it.
@@ -69,6 +84,23 @@ class WorkAreas {
     // -- The table of a slot; `operation` names the caller should the slot be empty.
     Table& table(std::string_view operation) { return table(current_, operation); }
     Table& table(int area, std::string_view operation);
+
+    // -- What callers set for the tables, kept here for every engine alike.
+    // Which order of an index file becomes controlling when its orders are attached: 0 none, a
+    // number that the file does not have none either.
+    int automatic_order = 1;
+    // Kept for callers that ask for it again: tables are opened the way the caller says.
+    int automatic_share = 0;
+    // The current table's shared flag: how it was opened, until it is set. It is a mark that
+    // callers read; setting it changes nothing about the open files and their locks.
+    bool& shared_flag(std::string_view operation) { return slot(operation).shared; }
+    // Expressions over the current table's fields, and its filter.
+    TableExpressions& expressions(std::string_view operation) {
+        return slot(operation).expressions;
+    }
+    // Attaches the orders of an index file to the current table; false, with refusal() set, when
+    // the file cannot be had.
+    [[nodiscard]] bool add_orders(const std::string& file);
 
     // -- Questions with neutral answers on an empty slot.
     RecordNumber record_number();
@@ -101,26 +133,31 @@ class WorkAreas {
     // Gives up every lock in every slot, ignoring what fails: the way back after a fault.
     void release_all_locks() noexcept;
 
-    Engine& engine() { return engine_; }
-    const Engine& engine() const { return engine_; }
-
   private:
     struct Slot {
         std::string alias;
         std::unique_ptr<Table> table;
-        std::vector<Relation> relations;
+        TableExpressions expressions;
+        bool shared;
+        std::vector<Relation> relations = {};
     };
+
+    Slot& slot(std::string_view operation) { return slot(current_, operation); }
+    Slot& slot(int area, std::string_view operation);
 
     bool leads_to(int from, int area) const;
     void follow(int area);
-    void follow(Table& parent, Relation& relation);
+    void follow(Slot& parent, Relation& relation);
+    static void limit(Slot& target, Relation& relation, Value value);
     void release_target(const Relation& relation);
     void end_relations_to(int area);
 
-    Engine& engine_;
+    Engine* engine_ = nullptr;
+    std::string default_folder_;
     std::map<int, Slot> slots_;
     int current_ = 1;
     bool network_error_ = false;
+    std::string refusal_;
 };
 
 }  // namespace brenik

@@ -50,7 +50,7 @@ enum class Lock { kHeld, kBusy, kUnknown };
 
 Lock lock(platform::File& file) {
     try {
-        const bool held = file.lock_within(platform::kSharingByte, 1,
+        const bool held = file.lock_within({platform::kSharingByte, 1},
                                            platform::LockKind::kExclusive, kLockTimeout_ms);
         return held ? Lock::kHeld : Lock::kBusy;
     } catch (const platform::FileError&) {

@@ -34,12 +34,12 @@ FileError::FileError(const std::string& operation, const std::string& path, std:
                      int system_code)
     : EngineFault(FaultCode::kInputOutput, operation,
                   path + ": " + operation + " at offset " + std::to_string(offset) +
-                      " failed: " + system_text(system_code)),
+                      " failed: " + system_text(system_code),
+                  system_code),
       path_(path),
-      offset_(offset),
-      system_code_(system_code) {}
+      offset_(offset) {}
 
-bool ConnectionLost::unreachable() const { return is_unreachable(system_code()); }
+bool ConnectionLost::unreachable() const { return is_unreachable(status()); }
 
 std::string File::why_not_open() const {
     const std::string system =

@@ -73,6 +73,11 @@ enum class OpenFailure {
 
 enum class LockKind { kShared, kExclusive };
 
+struct ByteRange {
+    std::uint64_t offset;
+    std::uint64_t length;
+};
+
 // Longest wait for the locks that are held for milliseconds only (append, index, memo).
 inline constexpr int kShortLockTimeout_ms = 5000;
 
@@ -82,19 +87,18 @@ inline constexpr std::uint64_t kSharingByte = 0x7FFFFFFF;
 // What the system calls its error of this number.
 std::string system_text(int system_code);
 
-// An I/O operation that failed: the text names operation, file, offset and the system's reason.
+// An I/O operation that failed: the text names operation, file, offset and the system's reason;
+// status() is the system's number.
 class FileError : public EngineFault {
   public:
     FileError(const std::string& operation, const std::string& path, std::uint64_t offset,
               int system_code);
     const std::string& path() const { return path_; }
     std::uint64_t offset() const { return offset_; }
-    int system_code() const { return system_code_; }
 
   private:
     std::string path_;
     std::uint64_t offset_;
-    int system_code_;
 };
 
 // The session with the server of a share was lost. What was being done may have been done or not.
@@ -165,16 +169,15 @@ class File {
     void sync();
 
     // Tries once and answers at once. The lock must not overlap one that this File holds already.
-    [[nodiscard]] bool try_lock(std::uint64_t offset, std::uint64_t length,
-                                LockKind kind = LockKind::kExclusive);
+    [[nodiscard]] bool try_lock(ByteRange range, LockKind kind = LockKind::kExclusive);
     // Repeats the try with short pauses until it succeeds or the time is over.
-    [[nodiscard]] bool lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind,
+    [[nodiscard]] bool lock_within(ByteRange range, LockKind kind,
                                    int timeout_ms = kShortLockTimeout_ms);
     // The locks held now stay until the file is closed. They are shared ones that tell others how
     // the file is used; nothing is written on the strength of them.
     void keep_locks() { locks_ = 0; }
     // On a share a lock that cannot be given back was lost with the session.
-    void unlock(std::uint64_t offset, std::uint64_t length) noexcept;
+    void unlock(ByteRange range) noexcept;
 
   private:
     static constexpr std::intptr_t kNoHandle = -1;

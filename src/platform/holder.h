@@ -13,7 +13,6 @@ namespace brenik::platform {
 // kind, in words: name, process and user of each, the first few of many. Empty when the system does
 // not tell: it keeps other users' processes to themselves, and knows nothing of other computers.
 // Takes some milliseconds, where there are very many processes up to a bound of less than a second.
-std::string lock_holders(const std::string& path, std::uint64_t offset, std::uint64_t length,
-                         LockKind wanted);
+std::string lock_holders(const std::string& path, ByteRange range, LockKind wanted);
 
 }  // namespace brenik::platform

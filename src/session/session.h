@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "engine/work_areas.h"
@@ -55,8 +56,15 @@ struct CompanionHooks {
 };
 
 struct Session {
+    using EngineMaker = std::function<std::unique_ptr<Engine>()>;
+    Session(EngineMaker engine_maker, platform::Clock& session_clock,
+            platform::UserInterface& session_ui)
+        : clock(session_clock), ui(session_ui), make_engine_(std::move(engine_maker)) {}
+    // For those who choose the engine themselves: it outlives the session.
     Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
-        : areas(engine), clock(session_clock), ui(session_ui) {}
+        : clock(session_clock), ui(session_ui) {
+        areas.set_engine(engine);
+    }
 
     // Nil before the first StartUp.
     Value setting(Setting slot) const {
@@ -66,15 +74,23 @@ struct Session {
     }
     // The data folder, from the root and ending in a backslash; empty before the first StartUp. The
     // setting DataPath keeps it as the host has given it.
-    const std::string& data_path() const { return areas.engine().default_folder(); }
+    const std::string& data_path() const { return areas.default_folder(); }
     // Relative file names lie in the data folder.
-    std::string path_of(const std::string& file) const { return areas.engine().path_of(file); }
+    std::string path_of(const std::string& file) const { return areas.path_of(file); }
     bool is_begun() const { return variables.PUBLICVARS && !module.shut_down; }
     // Takes over from the session of a parent process what the trace log needs.
     void inherit(const Session& parents) {
         variables = parents.variables;
-        areas.engine().set_default_folder(parents.data_path());
+        areas.set_default_folder(parents.data_path());
         variables.inherited = true;
+    }
+    // The engine, made by the first StartUp when it has read the settings.
+    Engine& take_engine() {
+        if (!areas.has_engine()) {
+            engine_ = make_engine_();
+            areas.set_engine(*engine_);
+        }
+        return areas.engine();
     }
     // After a fault: what is half done is dropped, or it would be written out when its locks go.
     void recover() noexcept {
@@ -86,6 +102,10 @@ struct Session {
         return Date::from_civil(day.year, day.month, day.day);
     }
 
+  private:
+    std::unique_ptr<Engine> engine_;  // outlives the tables
+
+  public:
     WorkAreas areas;
     platform::Clock& clock;
     platform::UserInterface& ui;
@@ -98,6 +118,9 @@ struct Session {
     // The query that a work area's filter came from, for callers that keep it; CLEARFILTER forgets
     // it together with the filter.
     std::map<int, std::string> related_queries;
+
+  private:
+    EngineMaker make_engine_;
 };
 
 }  // namespace brenik

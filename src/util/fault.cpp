@@ -6,7 +6,7 @@
 
 namespace brenik {
 
-EngineFault::EngineFault(FaultCode code, std::string operation, const std::string& text)
-    : std::runtime_error(text), code_(code), operation_(std::move(operation)) {}
+EngineFault::EngineFault(FaultCode code, std::string operation, const std::string& text, int status)
+    : std::runtime_error(text), code_(code), operation_(std::move(operation)), status_(status) {}
 
 }  // namespace brenik

@@ -28,13 +28,16 @@ enum class FaultCode {
 class EngineFault : public std::runtime_error {
   public:
     // `text` says what, where and what next, beginning with the file's name where there is one.
-    EngineFault(FaultCode code, std::string operation, const std::string& text);
+    // `status` is the engine's, or the system's, own number for what has failed; 0 for none.
+    EngineFault(FaultCode code, std::string operation, const std::string& text, int status = 0);
     FaultCode code() const { return code_; }
+    int status() const { return status_; }
     const std::string& operation() const { return operation_; }
 
   private:
     FaultCode code_;
     std::string operation_;
+    int status_;
 };
 
 }  // namespace brenik

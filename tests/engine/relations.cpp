@@ -17,10 +17,11 @@ class RelationsTest : public EngineTest {
         make("A", {{"X", 2}, {"Y", 9}, {"Z", 1}, {"Y", 3}}, {{"K", "K"}});
         make("B", {{"Y", 30}, {"X", 10}, {"Y", 20}, {"X", 40}}, {{"KN", "OLD->K+STR(N,4)"}});
         make("C", {{"Q", 10}, {"R", 20}, {"S", 30}}, {{"N", "N"}});
+        areas_.set_engine(*engine_);
         for (const char* name : {"A", "B", "C"}) {
             areas_.open(path(name), {}, TableSharing::kShared, OpenIn::kNewArea);
         }
-        a().set_order("");
+        set_order(a(), "");
     }
 
     Table& a() { return areas_.table(1, "test"); }
@@ -31,7 +32,7 @@ class RelationsTest : public EngineTest {
     }
     Records walk(int area) { return fake::walk(areas_.table(area, "test")); }
 
-    WorkAreas areas_{*engine_};
+    WorkAreas areas_;
 };
 
 TEST_P(RelationsTest, TargetsFollowEveryMoveThroughChains) {
@@ -48,13 +49,14 @@ TEST_P(RelationsTest, TargetsFollowEveryMoveThroughChains) {
         {"skip", [&] { a().skip(1); }, 0, 0},
         {"bottom", [&] { a().go_bottom(); }, 3, 2},
         {"top", [&] { a().go_top(); }, 2, 1},
-        {"seek", [&] { a().set_order("K"), a().seek("Y", SeekMode::kHard, SeekEnd::kLast); }, 3, 2},
+        {"seek", [&] { set_order(a(), "K"), a().seek("Y", SeekMode::kHard, SeekEnd::kLast); }, 3,
+         2},
         {"target moves alone", [&] { b().skip(1); }, 1, 3},
         {"past the end", [&] { a().go_to(0); }, 0, 0},
         {"append", [&] { a().go_top(), (void)a().append_blank(true); }, 0, 0},
         {"by record number",
          [&] {
-             b().set_order(""), areas_.add_relation(1, {2, "N"}), a().go_to(1);
+             set_order(b(), ""), areas_.add_relation(1, {2, "N"}), a().go_to(1);
          },
          2, 1},
         {"a number that is no record", [&] { a().go_to(2); }, 0, 0},
@@ -85,9 +87,9 @@ TEST_P(RelationsTest, ScopedTargetsShowTheirParentsRecordsOnly) {
     areas_.add_relation(1, {2, "K"});
     EXPECT_EQ(walk(2), all) << "and with one that a plain one replaces";
     areas_.add_relation(1, {2, "K", true});
-    b().set_order("");
+    set_order(b(), "");
     areas_.clear_relations(1);
-    b().set_order("KN");
+    set_order(b(), "KN");
     EXPECT_EQ(walk(2), all) << "and from an order that is not controlling any more";
     areas_.add_relation(3, {2, "'X'", true});
     areas_.add_relation(1, {2, "K", true});
@@ -126,9 +128,11 @@ TEST_P(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {
     areas_.add_relation(1, {2, "field->K"});
     a().go_to(2);
     EXPECT_EQ(at(2), 3u);
-    b().set_filter("B->K='Y'");
+    areas_.select(2);
+    TableExpressions& of_b = areas_.expressions("test");
+    of_b.set_filter("B->K='Y'");
     for (const char* text : {"K='X' .AND. A->K='Y'", "OLD.K='Y'"}) {
-        EXPECT_TRUE(refused([&] { b().set_filter(text); }, FaultCode::kUnsupported, "alias"));
+        EXPECT_TRUE(refused([&] { of_b.set_filter(text); }, FaultCode::kUnsupported, "alias"));
     }
     EXPECT_EQ(walk(2), (Records{3, 1}));
 }

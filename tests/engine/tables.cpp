@@ -154,13 +154,14 @@ TEST_P(TableTest, CandidateKeyIsRefusedTwiceAndLeavesNoSecondLiveRecord) {
 
 TEST_P(TableTest, WhatAnotherWorkstationHoldsIsToldByTheNetworkErrorFlag) {
     make("T", {}, {});
-    WorkAreas areas(*engine_);
+    WorkAreas areas;
+    areas.set_engine(*engine_);
     const auto open_areas = [&](const std::string& name) {
         areas.open(path(name), {}, TableSharing::kShared);
         return !areas.network_error() && areas.used();
     };
     EXPECT_FALSE(open_areas("MISSING"));
-    EXPECT_NE(engine_->last_error().find("MISSING"), std::string::npos);
+    EXPECT_NE(areas.refusal().find("MISSING"), std::string::npos);
     auto theirs = open(*other_, TableSharing::kExclusive);
     EXPECT_FALSE(open_areas("T"));
     theirs.reset();
@@ -179,14 +180,12 @@ TEST_P(TableTest, WhatAnotherWorkstationHoldsIsToldByTheNetworkErrorFlag) {
 TEST_P(TableTest, OrdersAreFoundAsCallersNameThem) {
     make("T", {{"A", 1}}, {{"K", "K"}, {"LATE", "N", "N>2", true, false, true}});
     std::filesystem::copy_file(folder_.path("T.CDX"), folder_.path("MORE.CDX"));
-    engine_->set_automatic_order(2);
-    const auto table = open(*engine_);
+    const auto table = fake::open(*engine_, path("T"), TableSharing::kShared, 2);
     EXPECT_EQ(table->order_name(table->order_number()), "LATE");
-    engine_->set_automatic_order(0);
-    ASSERT_TRUE(table->add_orders("more"));
+    ASSERT_FALSE(table->add_orders("more", 0).has_value());
     EXPECT_EQ(table->order_number(), 2u) << "no order was to become controlling";
-    EXPECT_EQ(table->order_count_of("more"), 2u);
-    EXPECT_EQ(table->order_count_of("none"), 0u);
+    EXPECT_EQ(table->orders_of("more").size(), 2u);
+    EXPECT_EQ(table->orders_of("none").size(), 0u);
 
     struct Case {
         Value order;
@@ -197,7 +196,7 @@ TEST_P(TableTest, OrdersAreFoundAsCallersNameThem) {
          {Case{Value(), "", 2}, Case{"late ", "", 2}, Case{"late", "MORE", 4},
           Case{1, "more.cdx", 3}, Case{Value(), "more", 3}, Case{0, "", 0}, Case{5, "", {}},
           Case{3, "more", {}}, Case{"NONE", "", {}}, Case{-1, "", {}}, Case{1, "none", {}}}) {
-        EXPECT_EQ(table->find_order(c.order, c.file), c.number) << c.order.text() << c.file;
+        EXPECT_EQ(find_order(*table, c.order, c.file), c.number) << c.order.text() << c.file;
     }
     for (const std::size_t number : {0u, 5u}) {
         EXPECT_THROW(table->order_description(number), EngineFault) << number;
@@ -211,42 +210,44 @@ TEST_P(TableTest, AnIndexOfAnotherNameIsAttachedAndMaintained) {
     write_over(path("T"), 28, "\0"s);  // no structural index
     const auto table = open(*engine_);
     EXPECT_EQ(table->order_count(), 0u);
-    EXPECT_FALSE(table->add_orders("MISSING"));
-    ASSERT_TRUE(table->add_orders("OTHER"));
+    EXPECT_EQ(table->add_orders("MISSING")->reason, RefusalReason::kMissing);
+    ASSERT_FALSE(table->add_orders("OTHER").has_value());
     for (const char* key : {"b", "c", "a"}) ASSERT_TRUE(append(*table, {key}));
     EXPECT_EQ(fake::walk(*table), (Records{3, 1, 2}));
     table->clear_orders();
-    ASSERT_TRUE(table->add_orders("other.cdx"));
+    ASSERT_FALSE(table->add_orders("other.cdx").has_value());
     EXPECT_TRUE(find(*table, "c"));
 }
 
 TEST_P(TableTest, WhatDoesNotCompileLeavesFilterAndScopesAlone) {
     make("T", {{"A", 1}, {"B", 2}, {"C", 3}}, {{"K", "K"}});
     const auto table = open(*engine_);
-    table->set_filter("N < 3");
+    TableExpressions expressions(*table);
+    expressions.set_filter("N < 3");
     for (const std::string bad : {"N <", "NONE = 1", "N < 3 )", "K", "N + 1", ") N", "{||N<3}"}) {
-        EXPECT_TRUE(refused([&] { table->set_filter(bad); }, FaultCode::kUnsupported, bad));
+        EXPECT_TRUE(refused([&] { expressions.set_filter(bad); }, FaultCode::kUnsupported, bad));
     }
-    EXPECT_TRUE(refused([&] { table->evaluate("N>K"); }, FaultCode::kUnsupported, "at character "));
-    EXPECT_EQ(table->filter(), "N < 3");
+    EXPECT_TRUE(
+        refused([&] { expressions.evaluate("N>K"); }, FaultCode::kUnsupported, "at character "));
+    EXPECT_EQ(expressions.filter(), "N < 3");
     table->set_scope(ScopeEnd::kTop, "B");
     EXPECT_THROW(table->set_scope(ScopeEnd::kTop, 5), EngineFault);
     EXPECT_EQ(table->scope(ScopeEnd::kTop).text(), "B");
     EXPECT_EQ(table->key_count(1, KeySet::kVisible), 1u);
-    table->set_order(std::size_t{0});
+    table->set_order(0);
     EXPECT_TRUE(table->scope(ScopeEnd::kTop).is_nil());
-    table->set_order(std::size_t{1});
+    table->set_order(1);
     EXPECT_EQ(table->scope(ScopeEnd::kTop).text(), "B") << "an order keeps its scopes";
 
     table->go_to(1);
     const std::pair<const char*, Value> values[] = {
         {"TRIM(K)+\"x\"", "Ax"}, {"N/2", Number{0.5}}, {"N=1", true}, {"CTOD(\"\")", Date()}};
     for (const auto& [text, value] : values) {
-        EXPECT_TRUE(table->evaluate(text).exactly_equals(value)) << text;
+        EXPECT_TRUE(expressions.evaluate(text).exactly_equals(value)) << text;
     }
-    EXPECT_EQ(table->evaluate("N").number_form().width, 4);
+    EXPECT_EQ(expressions.evaluate("N").number_form().width, 4);
     table->go_to(0);
-    EXPECT_EQ(table->evaluate("K").text(), "    ");
+    EXPECT_EQ(expressions.evaluate("K").text(), "    ");
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, TableTest, testing::ValuesIn(kEngines), engine_name);

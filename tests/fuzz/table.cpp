@@ -34,8 +34,9 @@ void put_back(Table& table, RecordNumber record) {
 
 void use(const std::string& path) {
     local::LocalEngine engine;
-    const auto table = engine.open(path, TableSharing::kShared);
-    if (!table) return;
+    OpenAnswer answer = engine.open(path, TableSharing::kShared);
+    if (std::holds_alternative<Refusal>(answer)) return;
+    const auto& table = std::get<std::unique_ptr<Table>>(answer);
     const RecordNumber count = std::min(table->record_count(), kMostRecords);
     for (RecordNumber record = 1; record <= count; ++record) {
         table->go_to(record);

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
         argv[2] == std::string("exclusive") ? Sharing::kExclusive : Sharing::kShared;
     File file = File::open(argv[1], OpenMode::kReadWrite, sharing);
     const bool held =
-        file.is_open() && (argc < 4 || file.try_lock(std::strtoull(argv[3], nullptr, 10), 1));
+        file.is_open() && (argc < 4 || file.try_lock({std::strtoull(argv[3], nullptr, 10), 1}));
     std::cout << (held                                      ? "held"
                   : file.failure() == OpenFailure::kMissing ? "missing"
                                                             : "refused")

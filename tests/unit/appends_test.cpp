@@ -20,13 +20,13 @@ constexpr int kUncountedArea = 8;  // identifiers without a counter
 struct Station : fake::Workstation {
     explicit Station(const fake::Practice& practice) : Workstation(practice) {
         open(kSystemArea, "LAWSYS");
-        open(kJournalArea, "LAWTRANS", "TRANS").set_order("ENTRIES");
+        set_order(open(kJournalArea, "LAWTRANS", "TRANS"), "ENTRIES");
         open(kNotesArea, "NOTES");
         open(kSecondNotesArea, "NOTES2");
         open(kPlainArea, "PLAIN");
         open(kUncountedArea, "UNCOUNT");
         open(kEventsArea, "LAW2");
-        open(kNamesArea, "LAW1").set_order("ID");
+        set_order(open(kNamesArea, "LAW1"), "ID");
     }
     Table& table(int area) { return session.areas.table(area, "test"); }
     bool lock(int area, RecordNumber record) { return table(area).lock_record(record); }

@@ -58,8 +58,8 @@ class Browsing : public testing::Test {
 
     void relate() {
         session_.areas.clear_relations(kNamesArea);
-        table(kNotesArea).set_order("K");
-        table(kPlainArea).set_order(std::size_t{0});
+        set_order(table(kNotesArea), "K");
+        table(kPlainArea).set_order(0);
         if (below(2) == 0) CMXSETRELATION(session_, kNotesArea, "K");
         if (below(2) == 0) session_.areas.add_relation(kNamesArea, {kPlainArea, "RECNO() + 1"});
         if (below(2) == 0) table(kPlainArea).go_to(static_cast<RecordNumber>(below(kRecords)));
@@ -105,9 +105,9 @@ TEST_F(Browsing, IsNotSavedWithoutOrdersAndComesBackFromStatesOnly) {
 
 TEST_F(Browsing, ComesBackWithoutWhatHasGone) {
     CMXSETRELATION(session_, kNotesArea, "K");
-    table(kPlainArea).set_order(std::size_t{0});
+    table(kPlainArea).set_order(0);
     session_.areas.add_relation(kNamesArea, {kPlainArea, "RECNO()"});
-    parent().set_order("N");
+    set_order(parent(), "N");
     CMXSETSCOPE(session_, ScopeEnd::kTop, 10);
     parent().go_to(12);
     const Value state = SAVEDBF(session_);
@@ -125,7 +125,7 @@ TEST_F(Browsing, ComesBackWithoutWhatHasGone) {
 }
 
 TEST_F(Browsing, SkipsNoFurtherThanTheFirstAndTheLast) {
-    parent().set_order("K");
+    set_order(parent(), "K");
     CMXSETSCOPE(session_, ScopeEnd::kTop, "K105");
     SETFILTER(session_, "N < 20");
     EXPECT_EQ(CMKEYCOUNT(session_), 15U);
@@ -168,7 +168,7 @@ TEST_F(Browsing, HelpersAnswerWhatWasBefore) {
     ASSERT_EQ(rows->size(), 3U);
     EXPECT_EQ(A2STR((*rows)[2]), A2STR(Value::array({"BACK", "K", "", false, true, false})));
 
-    parent().set_order("K");
+    set_order(parent(), "K");
     EXPECT_TRUE(CMXSETSCOPE(session_, ScopeEnd::kTop, Value("K110")).is_nil());
     EXPECT_EQ(CAST(CMXSETSCOPE(session_, ScopeEnd::kTop)), "K110");
     EXPECT_EQ(CAST(CMXSETSCOPE(session_, ScopeEnd::kTop)), "K110") << "reporting changed it";
@@ -193,10 +193,10 @@ TEST_F(Browsing, ClearsFiltersWithOrWithoutTheirQuery) {
     const auto expect_left = [&](void (*clear)(Session&), bool filtered, std::size_t order,
                                  const std::string& left, std::size_t queries) {
         session_.related_queries = {{kNamesArea, "mine"}, {kPlainArea, "other"}};
-        parent().set_filter(filtered ? "N > 5" : "");
+        session_.areas.expressions("test").set_filter(filtered ? "N > 5" : "");
         parent().set_order(order);
         clear(session_);
-        EXPECT_EQ(parent().filter(), left);
+        EXPECT_EQ(session_.areas.expressions("test").filter(), left);
         EXPECT_EQ(session_.related_queries.size(), queries);
         EXPECT_TRUE(session_.related_queries.contains(kPlainArea));
     };

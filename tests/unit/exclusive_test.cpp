@@ -41,7 +41,7 @@ class Maintenance : public testing::Test {
 
     WorkAreas& areas() { return mine_.session.areas; }
     bool can_share_system_table() {
-        return other_.engine.open(practice_.path("LAWSYS.DBF"), TableSharing::kShared) != nullptr;
+        return fake::open(other_.engine, practice_.path("LAWSYS.DBF")) != nullptr;
     }
     Boxes take_boxes() { return std::exchange(mine_.ui.boxes, {}); }
 
@@ -106,7 +106,7 @@ TEST_F(Maintenance, ClosesTheRestWhereATableFails) {
     EXPECT_NE(mine_.engine.last_error().find("ONE"), std::string::npos);
     CLOSEALL(mine_.session);
     EXPECT_FALSE(areas().used(30) || areas().used(kNamesArea) || areas().used(31));
-    EXPECT_TRUE(areas().engine().open("ONE", TableSharing::kShared)->lock_table(LockTry::kAtOnce));
+    EXPECT_TRUE(fake::open(areas().engine(), areas().path_of("ONE"))->lock_table());
     other_.open(kNamesArea, "LAW1").go_to(1);
     EXPECT_EQ(other_.text(kNamesArea, "LAST"), "A       ") << "written all the same";
 }

@@ -49,6 +49,8 @@ class UserInterface : public platform::UserInterface {
 
 // What a table does when it is asked; shared with the test, which outlives the table.
 struct Script {
+    std::string path = "FAKE.DBF";
+    record::TableLayout layout = {};
     std::vector<FieldDescription> fields = {};
     Array record = {};  // one value for each field
     int refusals = 0;   // locks and appends to refuse; negative: all of them
@@ -61,12 +63,16 @@ struct Script {
     std::function<bool()> attach = [] { return true; };
 };
 
+inline const Refusal kRefusal{RefusalReason::kHeld, FaultCode::kBusy, "refused"};
+
 class Table : public brenik::Table {
   public:
     explicit Table(Script& script) : script_(script) {}
 
     const std::vector<FieldDescription>& fields() const override { return script_.fields; }
-    void set_alias(const std::string&) override {}
+    const std::string& path() const override { return script_.path; }
+    const record::TableLayout& layout() const override { return script_.layout; }
+    record::RecordView record() override { return {}; }
     void go_to(RecordNumber) override {}
     void go_top() override {}
     void go_bottom() override {}
@@ -86,11 +92,6 @@ class Table : public brenik::Table {
     void mark_deleted() override {}
     void recall() override {}
     int refresh_record() override { return 0; }
-    std::string upper(const std::string& text) const override { return text; }
-    Value evaluate(const std::string&) override { return {}; }
-    Value key_value(std::size_t) override { return {}; }
-    bool shared() const override { return true; }
-    void set_shared(bool) override {}
     bool lock_record(RecordNumber, LockTry) override { return script_.locked = !refuse(); }
     bool lock_table(LockTry) override { return script_.locked = !refuse(); }
     void unlock_record(RecordNumber) override { script_.locked = false; }
@@ -109,27 +110,22 @@ class Table : public brenik::Table {
     void commit() override {}
     bool opened_orders_automatically() const override { return script_.automatic_orders; }
     void clear_orders() override { script_.orders_added.clear(); }
-    bool add_orders(const std::string& file) override {
+    std::optional<Refusal> add_orders(const std::string& file, int) override {
         script_.orders_added.push_back(file);
-        return script_.attach();
+        return script_.attach() ? std::nullopt : std::optional(kRefusal);
     }
     std::size_t order_count() const override { return 0; }
-    std::size_t order_count_of(const std::string&) const override { return 0; }
-    std::string order_name(std::size_t) const override { return {}; }
+    std::vector<std::size_t> orders_of(const std::string&) const override { return {}; }
+    std::string_view order_name(std::size_t) const override { return {}; }
     OrderDescription order_description(std::size_t) const override { return {}; }
-    std::optional<std::size_t> find_order(const Value&, const std::string&) const override {
-        return {};
-    }
     std::size_t order_number() const override { return 0; }
-    bool set_order(std::string_view) override { return false; }
     bool set_order(std::size_t) override { return false; }
     bool seek(const Value&, SeekMode, SeekEnd) override { return false; }
     Value scope(ScopeEnd) const override { return {}; }
     void set_scope(ScopeEnd, const Value&) override {}
     std::size_t key_count(std::size_t, KeySet) override { return 12; }
     std::size_t key_number(std::size_t, KeySet) override { return 7; }
-    std::string filter() const override { return {}; }
-    void set_filter(const std::string&) override {}
+    void set_filter(Filter) override {}
     FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
 
   private:
@@ -143,22 +139,22 @@ class Table : public brenik::Table {
 
 class Engine : public brenik::Engine {
   public:
-    std::unique_ptr<brenik::Table> open(const std::string& path, TableSharing) override {
+    std::string name() const override { return "fake"; }
+    std::string version() const override { return "1"; }
+    OpenAnswer open(const std::string& path, TableSharing, int) override {
         opened.push_back(path);
-        if (damaged) throw EngineFault(FaultCode::kDamagedFile, "open", path + ": damaged");
-        const bool refused = refusals < 0 || static_cast<int>(opened.size()) <= refusals;
-        return refused ? nullptr : std::make_unique<Table>(tables[path]);
+        if (damaged) {
+            return Refusal{RefusalReason::kDamaged, FaultCode::kDamagedFile, path + ": damaged"};
+        }
+        if (refusals < 0 || static_cast<int>(opened.size()) <= refusals) return kRefusal;
+        return std::make_unique<Table>(tables[path]);
     }
-    std::string last_error() const override { return "refused"; }
+    std::string last_error() const override { return kRefusal.text; }
     int set_server_type(int) override { return 0; }
     int server_loaded(const std::string&) override { return 1; }
     bool set_proprietary_locking(bool) override { return false; }
     bool set_deleted_hidden(bool) override { return false; }
     bool deleted_hidden() const override { return false; }
-    int automatic_order() const override { return 1; }
-    void set_automatic_order(int) override {}
-    int automatic_share() const override { return 0; }
-    void set_automatic_share(int) override {}
     void set_full_durability(bool) override {}
     int write_all_records() override { return 0; }
     int close_all_tables() override { return 0; }

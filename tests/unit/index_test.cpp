@@ -523,7 +523,7 @@ TEST_F(IndexTest, RememberedPagesNeedNoLock) {
     const auto file = make(10, ' ');
     change(*file, {}, {{"KEY       ", 1}});
     platform::File other = platform::File::open(path_.string(), platform::OpenMode::kReadWrite);
-    ASSERT_TRUE(other.try_lock(locks::LockScheme::index().offset, 1));
+    ASSERT_TRUE(other.try_lock({locks::LockScheme::index().offset, 1}));
     index::IndexEntry found;
     EXPECT_TRUE(file->tags()[0]->first(found));
 }

@@ -105,9 +105,9 @@ TEST_P(FixtureTest, EveryRecordMemoAndOrderIsReadAsItsWriterReadsIt) {
         }
     }
     std::set<std::string> names;
-    for (std::size_t i = 1; i <= table->order_count(); ++i) names.insert(table->order_name(i));
+    for (std::size_t i = 1; i <= table->order_count(); ++i) names.emplace(table->order_name(i));
     for (const std::string& name : names) {
-        ASSERT_TRUE(table->set_order(name));
+        ASSERT_TRUE(set_order(*table, name));
         seen << " tag " << name;
         for (const RecordNumber record : fake::walk(*table)) seen << " " << record;
         EXPECT_EQ(fake::walk(*table, false), fake::walk(*table)) << "backwards";
@@ -208,11 +208,10 @@ TEST_F(LocalTest, WhatAdditionsLeftUncountedIsClearedByTheNextOnes) {
         const std::string index = file(".CDX"), before = bytes_of(index);
         auto stranger =
             platform::File::open(index, platform::OpenMode::kReadWrite, platform::Sharing::kShared);
-        ASSERT_TRUE(stranger.try_lock(locks::LockScheme::index().offset,
-                                      locks::LockScheme::index().length));
+        ASSERT_TRUE(stranger.try_lock(locks::LockScheme::index()));
         EXPECT_FALSE(add("ZZZZ"));
         EXPECT_EQ(bytes_of(index), before);
-        stranger.unlock(locks::LockScheme::index().offset, locks::LockScheme::index().length);
+        stranger.unlock(locks::LockScheme::index());
         for (const char* key : {"ZZZZ", "YYYY", "XXXX", "WWWW"}) ASSERT_TRUE(add(key));
         EXPECT_TRUE(judged_right(file()));
     }

@@ -82,16 +82,16 @@ TEST_F(LocksTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
         {
             const auto user = open(proprietary_);
             ASSERT_TRUE(user) << "a stranger that locks nothing is no hindrance";
-            EXPECT_FALSE(other.try_lock(p.offset, p.length)) << p.extension << p.offset;
+            EXPECT_FALSE(other.try_lock({p.offset, p.length})) << p.extension << p.offset;
             std::array<Byte, 64> bytes{};
             EXPECT_EQ(other.read_at(0, bytes), bytes.size());
         }
-        ASSERT_TRUE(other.try_lock(p.offset, p.length)) << "nothing stays behind";
+        ASSERT_TRUE(other.try_lock({p.offset, p.length})) << "nothing stays behind";
         EXPECT_FALSE(open(proprietary_)) << p.extension << p.offset;
         if (p.extension == std::string(".DBF")) {
             EXPECT_TRUE(open(compatible_));
         }
-        other.unlock(p.offset, p.length);
+        other.unlock({p.offset, p.length});
         EXPECT_TRUE(open(proprietary_));
     }
 }
@@ -130,7 +130,7 @@ struct Waiter {
     bool lock_and_release(int timeout_ms) {
         const bool locked =
             queue.lock(kMain, locks::LockScheme::queue(), LockKind::kExclusive, timeout_ms);
-        if (locked) file.unlock(kMain.offset, 1);
+        if (locked) file.unlock({kMain.offset, 1});
         return locked;
     }
 
@@ -143,7 +143,7 @@ struct Waiter {
 template <std::size_t kCount>
 std::array<int, kCount> served(std::array<Waiter, kCount>& waiters, File holder, File look,
                                std::uint64_t first_place, int timeout_ms) {
-    EXPECT_TRUE(holder.try_lock(kMain.offset, 1));
+    EXPECT_TRUE(holder.try_lock({kMain.offset, 1}));
     std::array<int, kCount> turns{};
     std::atomic<int> next = 0;
     std::vector<std::thread> threads;
@@ -155,16 +155,16 @@ std::array<int, kCount> served(std::array<Waiter, kCount>& waiters, File holder,
                 return;
             }
             turns[i] = ++next;
-            waiter.file.unlock(kMain.offset, 1);
+            waiter.file.unlock({kMain.offset, 1});
         });
         // The place that the next one will find taken.
         const std::uint64_t place = locks::LockScheme::queue().offset + first_place + i;
-        while (look.try_lock(place, 1)) {
-            look.unlock(place, 1);
+        while (look.try_lock({place, 1})) {
+            look.unlock({place, 1});
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
-    holder.unlock(kMain.offset, 1);
+    holder.unlock({kMain.offset, 1});
     for (std::thread& thread : threads) thread.join();
     return turns;
 }
@@ -182,7 +182,7 @@ TEST_F(LocksTest, NobodyPassesTheLineForEverAndALineThatStandsStillIsPassed) {
     File first_in_line = stranger();
     Waiter waiter(stranger());
     for (int i = 0; i < 1000; ++i) ASSERT_TRUE(waiter.lock_and_release(0)) << "nobody waits";
-    ASSERT_TRUE(first_in_line.try_lock(locks::LockScheme::queue().offset, 1));
+    ASSERT_TRUE(first_in_line.try_lock({locks::LockScheme::queue().offset, 1}));
     int passed = 0;
     const auto begin = std::chrono::steady_clock::now();
     const auto waited = [&] { return std::chrono::steady_clock::now() - begin; };
@@ -200,7 +200,7 @@ TEST_F(LocksTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed) 
     make(false, 0);
     const std::uint64_t places = locks::LockScheme::queue().offset;
     File suspended = stranger(), living = stranger();
-    ASSERT_TRUE(suspended.try_lock(places, 1));
+    ASSERT_TRUE(suspended.try_lock({places, 1}));
     std::array waiters{Waiter(stranger()), Waiter(stranger()), Waiter(stranger())};
     const auto all_lock = [&] {
         for (Waiter& waiter : waiters) ASSERT_TRUE(waiter.lock_and_release(200));
@@ -219,24 +219,24 @@ TEST_F(LocksTest, WhoStandsStillInLineIsKnownAfterASecondAndNobodyElseIsPassed) 
                                            LockKind::kExclusive)) {
                 return true;
             }
-            waiters[0].file.unlock(kMain.offset, 1);
+            waiters[0].file.unlock({kMain.offset, 1});
         }
         return false;
     };
-    ASSERT_TRUE(living.try_lock(places + 1, 1));
+    ASSERT_TRUE(living.try_lock({places + 1, 1}));
     EXPECT_TRUE(is_met()) << "somebody beside the one who stands still";
     living.close();
     EXPECT_FALSE(is_met());
-    suspended.unlock(places, 1);
+    suspended.unlock({places, 1});
     EXPECT_FALSE(is_met());
-    ASSERT_TRUE(suspended.try_lock(places, 1));
+    ASSERT_TRUE(suspended.try_lock({places, 1}));
     EXPECT_TRUE(is_met()) << "the place was free in between";
 }
 
 TEST_F(LocksTest, ASuspendedProcessInLineHoldsUpOneChangeForAMoment) {
     make(true, 1);
     File suspended = stranger(".CDX");
-    ASSERT_TRUE(suspended.try_lock(locks::LockScheme::queue().offset, 1));
+    ASSERT_TRUE(suspended.try_lock({locks::LockScheme::queue().offset, 1}));
     const auto table = open(compatible_);
     ASSERT_TRUE(take(*table, 1));
     const auto begin = std::chrono::steady_clock::now();

@@ -124,27 +124,27 @@ TEST_F(PlatformTest, LocksOfTwoFilesExcludeEachOther) {
     const std::string name = write("TABLE");
     File one = File::open(name, OpenMode::kReadWrite);
     File two = File::open(name, OpenMode::kReadWrite);
-    ASSERT_TRUE(one.try_lock(kFar, 10));
-    EXPECT_FALSE(two.try_lock(kFar + 9, 1));
-    EXPECT_FALSE(two.try_lock(kFar, 1, LockKind::kShared));
-    EXPECT_TRUE(two.try_lock(kFar + 10, 1));
-    EXPECT_FALSE(one.try_lock(kFar + 10, 1));
+    ASSERT_TRUE(one.try_lock({kFar, 10}));
+    EXPECT_FALSE(two.try_lock({kFar + 9, 1}));
+    EXPECT_FALSE(two.try_lock({kFar, 1}, LockKind::kShared));
+    EXPECT_TRUE(two.try_lock({kFar + 10, 1}));
+    EXPECT_FALSE(one.try_lock({kFar + 10, 1}));
 
     const auto start = Clock::now();
-    EXPECT_FALSE(two.lock_within(kFar, 1, LockKind::kExclusive, 60));
+    EXPECT_FALSE(two.lock_within({kFar, 1}, LockKind::kExclusive, 60));
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(60));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(30)) << "milliseconds, not seconds";
 
-    one.unlock(kFar, 0);
-    EXPECT_FALSE(two.try_lock(kFar, 1)) << "no bytes were unlocked";
+    one.unlock({kFar, 0});
+    EXPECT_FALSE(two.try_lock({kFar, 1})) << "no bytes were unlocked";
     File::open(name, OpenMode::kReadOnly).close();
-    EXPECT_FALSE(two.try_lock(kFar, 1)) << "another open's end drops no lock";
-    one.unlock(kFar, 10);
-    EXPECT_TRUE(one.try_lock(kFar, 1, LockKind::kShared));
-    EXPECT_TRUE(two.try_lock(kFar, 1, LockKind::kShared));
+    EXPECT_FALSE(two.try_lock({kFar, 1})) << "another open's end drops no lock";
+    one.unlock({kFar, 10});
+    EXPECT_TRUE(one.try_lock({kFar, 1}, LockKind::kShared));
+    EXPECT_TRUE(two.try_lock({kFar, 1}, LockKind::kShared));
     one.close();
-    EXPECT_TRUE(two.lock_within(kFar + 1, 1, LockKind::kExclusive, 0));
-    EXPECT_THROW(static_cast<void>(two.try_lock(~0ull, 1)), FileError);
+    EXPECT_TRUE(two.lock_within({kFar + 1, 1}, LockKind::kExclusive, 0));
+    EXPECT_THROW(static_cast<void>(two.try_lock({~0ull, 1})), FileError);
 }
 
 #ifndef _WIN32
@@ -166,10 +166,10 @@ TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
     const std::string name = write("TABLE");
     File file = File::open(name, OpenMode::kReadWrite);
     File other = File::open(name, OpenMode::kReadWrite);
-    ASSERT_TRUE(file.try_lock(9, 1));
+    ASSERT_TRUE(file.try_lock({9, 1}));
     const pid_t busy = start_child([&] {
         const File own = File::open(name, OpenMode::kReadWrite);  // has the number of `file`
-        file.unlock(9, 1);
+        file.unlock({9, 1});
         bool refused = false;
         try {
             file.write_at(0, std::vector<std::uint8_t>(7));
@@ -180,7 +180,7 @@ TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
         return refused && own.size() == 7;
     });
     EXPECT_TRUE(was_right(busy));
-    EXPECT_FALSE(other.try_lock(9, 1));
+    EXPECT_FALSE(other.try_lock({9, 1}));
 
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
@@ -189,7 +189,7 @@ TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
         return ::close(ends[1]) == 0 && ::read(ends[0], &byte, 1) == 0;
     });
     file.close();
-    EXPECT_TRUE(other.lock_within(9, 1, LockKind::kExclusive)) << "a living child keeps no lock";
+    EXPECT_TRUE(other.lock_within({9, 1}, LockKind::kExclusive)) << "a living child keeps no lock";
     ::close(ends[1]);
     EXPECT_TRUE(was_right(idle));
     ::close(ends[0]);

@@ -23,7 +23,7 @@ class Practice : public TableFolder {
 struct Workstation {
     explicit Workstation(const Practice& practice) : folder(practice) {
         session.variables.PUBLICVARS = std::make_shared<Array>(41);
-        engine.set_default_folder(practice.data_path());
+        session.areas.set_default_folder(practice.data_path());
         session.variables.TODAY = Date::from_ymd("20031127");
         session.variables.MOPERATOR = "JON";
     }

@@ -8,6 +8,8 @@
 
 #include "engine/local/local_engine.h"
 #include "engine/make/create_table.h"
+#include "engine/orders.h"
+#include "engine/record/dbf_file.h"
 #include "temporary_folder.h"
 
 namespace brenik::fake {
@@ -34,14 +36,19 @@ inline record::TableLayout layout_of(const std::vector<Column>& columns, std::ui
         field.decimals = column.decimals;
         field.flags = column.flags;
     }
-    record::make_header(layout);
+    record::make_header(layout, {1998, 1, 1});
     return layout;
 }
 
-// Null when the table is refused.
+// Null when the table is refused; a damaged one is an EngineFault.
 inline std::unique_ptr<brenik::Table> open(brenik::Engine& engine, const std::string& path,
-                                           TableSharing sharing = TableSharing::kShared) {
-    return engine.open(path, sharing);
+                                           TableSharing sharing = TableSharing::kShared,
+                                           int controlling = 1) {
+    OpenAnswer answer = engine.open(path, sharing, controlling);
+    const auto* refusal = std::get_if<Refusal>(&answer);
+    if (!refusal) return std::move(std::get<std::unique_ptr<brenik::Table>>(answer));
+    if (refusal->reason != RefusalReason::kDamaged) return nullptr;
+    throw EngineFault(refusal->code, "open", refusal->text);
 }
 
 // Makes a record current; false when its lock is refused.

@@ -14,7 +14,7 @@ namespace brenik::expression {
 namespace {
 
 constexpr std::size_t kMaxTextLength = 16384;
-constexpr std::size_t kMaxArenaSize = 1024 * 1024;
+constexpr std::size_t kMaxArenaSize = std::size_t{1024} * 1024;
 constexpr int kMaxNesting = 100;
 
 // Behind these names stand variables of a program, not the table's fields.

@@ -20,7 +20,7 @@ constexpr int kOpeningTimeout_ms = 1000;
 void keep_strangers_out(platform::File& file) {
     constexpr int kTimeout_ms = 50;
     const locks::LockRange marker = locks::LockScheme::index();
-    if (!file.lock_within(marker.offset, marker.length, platform::LockKind::kShared, kTimeout_ms)) {
+    if (!file.lock_within(marker, platform::LockKind::kShared, kTimeout_ms)) {
         throw locks::Refused(file.path(), kLocked, {marker, platform::LockKind::kShared});
     }
     file.keep_locks();

@@ -21,8 +21,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/engine.h"
 #include "engine/locks/open_file.h"
+#include "engine/table.h"
 #include "platform/file.h"
 #include "util/bytes.h"
 

@@ -31,7 +31,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/engine.h"
+#include "engine/table.h"
 #include "util/bytes.h"
 
 namespace brenik::index {

@@ -86,7 +86,7 @@ void CdxFile::Pages::begin_read() {
 
 void CdxFile::Pages::end_read() noexcept {
     if (changing_ || opening_ || !locked_) return;
-    file_.unlock(lock_.offset, lock_.length);
+    file_.unlock(lock_);
     locked_ = false;
 }
 

@@ -19,11 +19,14 @@ constexpr int kLocalServer = 1;
 
 LocalEngine::~LocalEngine() = default;
 
-std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing sharing) {
+std::string LocalEngine::version() const { return BRENIK_VERSION; }
+
+OpenAnswer LocalEngine::open(const std::string& path, TableSharing sharing, int controlling) {
     const auto open = [&] {
-        return LocalTable::open(*this, record::table_path(path_of(path)),
+        return LocalTable::open(*this, record::table_path(path),
                                 sharing == TableSharing::kExclusive ? platform::Sharing::kExclusive
-                                                                    : platform::Sharing::kShared);
+                                                                    : platform::Sharing::kShared,
+                                controlling);
     };
     try {
         try {
@@ -33,13 +36,13 @@ std::unique_ptr<Table> LocalEngine::open(const std::string& path, TableSharing s
             return open();
         }
     } catch (const locks::Refused& refusal) {
-        refusal_ = refusal;
-        return nullptr;
+        return refusal.refusal();
+    } catch (const EngineFault& fault) {
+        const bool damaged =
+            fault.code() == FaultCode::kDamagedFile || fault.code() == FaultCode::kUnsupported;
+        if (!damaged) throw;
+        return Refusal{RefusalReason::kDamaged, fault.code(), fault.what()};
     }
-}
-
-std::string LocalEngine::last_error() const {
-    return refusal_ ? refusal_->explanation() : last_error_;
 }
 
 int LocalEngine::set_server_type(int type) {
@@ -52,16 +55,11 @@ bool LocalEngine::set_proprietary_locking(bool on) {
     return std::exchange(proprietary_locking_, on);
 }
 
-bool LocalEngine::set_deleted_hidden(bool on) {
-    return std::exchange(settings_.deleted_hidden, on);
-}
-
-void LocalEngine::set_full_durability(bool on) { settings_.full_durability = on; }
+bool LocalEngine::set_deleted_hidden(bool on) { return std::exchange(deleted_hidden_, on); }
 
 int LocalEngine::note(const std::exception& fault) noexcept {
     const auto* known = dynamic_cast<const EngineFault*>(&fault);
     try {
-        refusal_.reset();
         last_error_ = fault.what();
     } catch (const std::bad_alloc&) {
         last_error_.clear();

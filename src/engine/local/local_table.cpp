@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <limits>
-#include <numeric>
 #include <utility>
 
-#include "engine/record/code_page.h"
 #include "engine/record/field_codec.h"
 #include "engine/record/memo_format.h"
 #include "engine/record/record_scan.h"
@@ -21,10 +19,15 @@ constexpr std::int64_t kFarSkip = 64;
 // Longer texts are read again rather than kept.
 constexpr std::size_t kLongestKnown = 1 << 16;
 
+FieldDescription describe(const record::Field& field) {
+    return {field.name, field.type, static_cast<int>(field.width), static_cast<int>(field.decimals),
+            field.kind->value};
+}
+
 }  // namespace
 
 std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::string& path,
-                                             platform::Sharing sharing) {
+                                             platform::Sharing sharing, int controlling) {
     const locks::FileUse use{
         sharing,
         engine.proprietary_locking_ ? locks::LockMode::kProprietary : locks::LockMode::kCompatible,
@@ -36,8 +39,7 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     }
     table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), use);
     if (layout.has_structural_index()) table->orders_->open_structural();
-    table->orders_attached(0);
-    table->shared_ = sharing == platform::Sharing::kShared;
+    table->orders_attached(0, controlling);
     // Records are read one by one where some are hidden; nobody shall wait for that.
     if (table->hides_records()) table->orders_->end_opening();
     table->go_top();
@@ -46,15 +48,11 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
 }
 
 LocalTable::LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file)
-    : engine_(engine), file_(std::move(file)) {
-    for (const record::Field& field : layout().fields)
-        descriptions_.push_back(record::describe(field));
-    bytes_.resize(layout().record_length);
-    record::CaseTable small;
-    if (!record::load_case_tables(layout().code_page, capitals_, small)) {
-        // A code page that we do not know folds as one without a mark does.
-        static_cast<void>(record::load_case_tables(0, capitals_, small));
+    : engine_(engine), file_(std::move(file)), path_(file_->path()), layout_(file_->layout()) {
+    for (const record::Field& field : layout_.fields) {
+        descriptions_.push_back(describe(field));
     }
+    bytes_.resize(layout_.record_length);
     engine_.tables_.insert(this);
 }
 
@@ -73,8 +71,7 @@ void LocalTable::shut() {
         LocalTable& table;
         ~Close() {
             table.place(0);
-            table.filter_.reset();
-            table.compiled_.clear();
+            table.filter_ = {};
             table.follower_ = {};
             table.controlling_ = 0;
             table.scopes_.clear();
@@ -620,8 +617,8 @@ void LocalTable::unlock_all() {
 // -------------------------------------------------------------------------------- navigation
 
 bool LocalTable::shows(const record::RecordView& record) const {
-    if (engine_.settings_.deleted_hidden && record.deleted()) return false;
-    return !filter_ || filter_->is_true(record);
+    if (engine_.deleted_hidden() && record.deleted()) return false;
+    return !filter_ || filter_(record);
 }
 
 void LocalTable::move_to(RecordNumber record) {
@@ -747,11 +744,10 @@ void LocalTable::use_order(std::size_t number) {
 }
 
 // Makes one of the orders controlling that were attached behind the first `before` ones.
-void LocalTable::orders_attached(std::size_t before) {
+void LocalTable::orders_attached(std::size_t before, int controlling) {
     scopes_.resize(orders_->attached_count());
-    const int chosen = engine_.settings_.automatic_order;
-    if (chosen <= 0) return;
-    const std::size_t number = before + static_cast<std::size_t>(chosen);
+    if (controlling <= 0) return;
+    const std::size_t number = before + static_cast<std::size_t>(controlling);
     if (number <= orders_->attached_count()) use_order(number);
 }
 
@@ -763,28 +759,27 @@ void LocalTable::clear_orders() {
     orders_->detach_all();
 }
 
-bool LocalTable::add_orders(const std::string& file) {
+std::optional<Refusal> LocalTable::add_orders(const std::string& file, int controlling) {
     require_open("add orders");
     flush();
     const std::size_t attached = orders_->attached_count();
     try {
-        orders_->attach(engine_.path_of(file));
+        orders_->attach(file);
     } catch (const locks::Refused& refusal) {
-        engine_.refusal_ = refusal;
-        return false;
+        return refusal.refusal();
     }
     orders_->end_opening();
-    if (orders_->attached_count() > attached) orders_attached(attached);
-    return true;
+    if (orders_->attached_count() > attached) orders_attached(attached, controlling);
+    return std::nullopt;
 }
 
-std::size_t LocalTable::order_count_of(const std::string& index_file) const {
-    return orders_ ? orders_->numbers_of(engine_.path_of(index_file)).size() : 0;
-}
-
-std::string LocalTable::order_name(std::size_t number) const {
+std::string_view LocalTable::order_name(std::size_t number) const {
     if (number == 0 || number > order_count()) return {};
     return orders_->attached(number).description().name;
+}
+
+std::vector<std::size_t> LocalTable::orders_of(const std::string& index_file) const {
+    return orders_ ? orders_->numbers_of(index_file) : std::vector<std::size_t>();
 }
 
 OrderDescription LocalTable::order_description(std::size_t number) const {
@@ -792,35 +787,6 @@ OrderDescription LocalTable::order_description(std::size_t number) const {
     const index::TagDescription& tag = orders_->attached(number).description();
     return {tag.name,       tag.key,   tag.condition, tag.unique || tag.candidate,
             tag.descending, tag.custom};
-}
-
-std::optional<std::size_t> LocalTable::find_order(const Value& order,
-                                                  const std::string& index_file) const {
-    std::vector<std::size_t> numbers(order_count());
-    std::iota(numbers.begin(), numbers.end(), std::size_t{1});
-    if (!index_file.empty()) {
-        if (!orders_) return {};
-        numbers = orders_->numbers_of(engine_.path_of(index_file));
-        if (numbers.empty()) return {};
-    }
-    if (order.is_nil()) return index_file.empty() ? controlling_ : numbers.front();
-    if (order.kind() == ValueKind::kNumber) {
-        const std::int64_t wanted = order.whole();
-        if (wanted == 0) return 0;
-        if (wanted < 0 || static_cast<std::uint64_t>(wanted) > numbers.size()) return {};
-        return numbers[static_cast<std::size_t>(wanted) - 1];
-    }
-    const std::string_view name = trim_right(order.text());
-    for (const std::size_t number : numbers) {
-        if (equal_ignoring_case(order_name(number), name)) return number;
-    }
-    return {};
-}
-
-bool LocalTable::set_order(std::string_view name) {
-    if (name.empty()) return set_order(std::size_t{0});
-    const std::size_t number = orders_ ? orders_->find(name) : 0;
-    return number != 0 && set_order(number);
 }
 
 bool LocalTable::set_order(std::size_t number) {

@@ -1,4 +1,4 @@
-// One table of the embedded engine: position, record buffer, memos and filter.
+// One table of the embedded engine: position, record buffer and memos.
 //
 // The current record is read when something about it is first asked, and again after it has been
 // locked. Changes stay in the buffer until the record is flushed: by unlocking, committing or
@@ -20,12 +20,11 @@
 #include <string>
 #include <vector>
 
-#include "engine/engine.h"
-#include "engine/expression/program.h"
 #include "engine/local/local_engine.h"
 #include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
 #include "engine/local/table_orders.h"
+#include "engine/table.h"
 
 namespace brenik::local {
 
@@ -33,11 +32,13 @@ class LocalTable : public Table {
   public:
     // Refused when the table, its memo file or its index cannot be had.
     static std::unique_ptr<LocalTable> open(LocalEngine& engine, const std::string& path,
-                                            platform::Sharing sharing);
+                                            platform::Sharing sharing, int controlling);
     ~LocalTable() override;
 
     const std::vector<FieldDescription>& fields() const override { return descriptions_; }
-    void set_alias(const std::string& alias) override;
+    const std::string& path() const override { return path_; }
+    const record::TableLayout& layout() const override { return layout_; }
+    record::RecordView record() override { return view(); }
 
     void go_to(RecordNumber record) override;
     void go_top() override;
@@ -55,11 +56,6 @@ class LocalTable : public Table {
     void mark_deleted() override { set_deletion_mark('*'); }
     void recall() override { set_deletion_mark(' '); }
     int refresh_record() override;
-    std::string upper(const std::string& text) const override;
-    Value evaluate(const std::string& expression) override;
-    Value key_value(std::size_t order) override;
-    bool shared() const override { return shared_; }
-    void set_shared(bool shared) override { shared_ = shared; }
 
     [[nodiscard]] bool lock_record(RecordNumber record, LockTry attempt) override;
     [[nodiscard]] bool lock_table(LockTry attempt) override;
@@ -77,15 +73,13 @@ class LocalTable : public Table {
         return orders_ && orders_->has_structural();
     }
     void clear_orders() override;
-    bool add_orders(const std::string& file) override;
+    [[nodiscard]] std::optional<Refusal> add_orders(const std::string& file,
+                                                    int controlling = 1) override;
     std::size_t order_count() const override { return orders_ ? orders_->attached_count() : 0; }
-    std::size_t order_count_of(const std::string& index_file) const override;
-    std::string order_name(std::size_t number) const override;
+    std::string_view order_name(std::size_t number) const override;
+    std::vector<std::size_t> orders_of(const std::string& index_file) const override;
     std::size_t order_number() const override { return controlling_; }
     OrderDescription order_description(std::size_t number) const override;
-    std::optional<std::size_t> find_order(const Value& order,
-                                          const std::string& index_file) const override;
-    bool set_order(std::string_view name) override;
     bool set_order(std::size_t number) override;
     bool seek(const Value& key, SeekMode mode, SeekEnd end) override;
     Value scope(ScopeEnd end) const override;
@@ -96,13 +90,11 @@ class LocalTable : public Table {
     std::optional<std::string> last_key(std::size_t order, const std::string& limit,
                                         Wait wait) override;
 
-    std::string filter() const override { return filter_ ? filter_->text() : std::string(); }
-    void set_filter(const std::string& expression) override;
+    void set_filter(Filter filter) override { filter_ = std::move(filter); }
     FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
 
     // Flushes and closes the files; what is asked afterwards is answered as on an empty table.
     void shut();
-    const record::TableLayout& layout() const { return file_->layout(); }
 
   private:
     LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file);
@@ -128,7 +120,7 @@ class LocalTable : public Table {
     void require_in_place();
     void require_room_beside_records();
     bool take_out_left_over(const TableFile::Addition& addition, LockTry attempt);
-    bool durable() const { return engine_.settings_.full_durability; }
+    bool durable() const { return engine_.full_durability(); }
     void abandon_without_keys() noexcept;
     void require_writable(const char* operation);
     void set_deletion_mark(char mark);
@@ -158,7 +150,7 @@ class LocalTable : public Table {
 
     bool shows(const record::RecordView& record) const;
     bool visible() { return !hides_records() || shows(view()); }
-    bool hides_records() const { return engine_.settings_.deleted_hidden || filter_; }
+    bool hides_records() const { return engine_.deleted_hidden() || filter_; }
     OrderWalk walk() const { return walk(controlling_); }
     OrderWalk walk(std::size_t order) const {
         return {orders_->attached(order), scopes_[order - 1].limits};
@@ -173,7 +165,7 @@ class LocalTable : public Table {
     void go_end(bool top);
     void go_end_once(bool top);
     void use_order(std::size_t number);
-    void orders_attached(std::size_t before);
+    void orders_attached(std::size_t before, int controlling);
 
     // -- Keys by number (table_positions.cpp).
     [[noreturn]] void refuse_order(std::size_t order, const char* operation) const;
@@ -182,14 +174,13 @@ class LocalTable : public Table {
     std::size_t count_keys(std::size_t order, KeySet keys);
     std::size_t number_of_key(std::size_t order, KeySet keys);
 
-    expression::Expression compile(const std::string& text, const char* operation) const;
-
     LocalEngine& engine_;
-    std::unique_ptr<TableFile> file_;
+    std::unique_ptr<TableFile> file_;  // null once the table has been shut
+    const std::string path_;
+    const record::TableLayout layout_;
     std::unique_ptr<MemoFile> memo_;
     std::unique_ptr<TableOrders> orders_;
     std::vector<FieldDescription> descriptions_;
-    std::string alias_;
 
     RecordNumber record_ = 0;  // 0: the phantom record
     bool at_beginning_ = false;
@@ -213,11 +204,8 @@ class LocalTable : public Table {
         Value bottom;
     };
     std::vector<OrderScopes> scopes_;  // of every attached order
-    std::optional<expression::Expression> filter_;
-    std::map<std::string, expression::Expression> compiled_;  // what evaluate() has met
-    record::CaseTable capitals_{};
+    Filter filter_;
     std::function<void()> follower_;
-    bool shared_ = true;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();
 };
 

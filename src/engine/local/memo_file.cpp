@@ -172,7 +172,7 @@ MemoFile::Allocation::Allocation(MemoFile& memo, LockTry attempt) : memo_(memo) 
 
 MemoFile::Allocation::~Allocation() {
     if (!std::exchange(memo_.allocating_, false)) return;
-    memo_.file_.unlock(memo_.lock_.offset, memo_.lock_.length);
+    memo_.file_.unlock(memo_.lock_);
 }
 
 // Reserves blocks at the end of the file under the memo lock.

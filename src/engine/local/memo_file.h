@@ -19,10 +19,10 @@
 #include <string>
 #include <string_view>
 
-#include "engine/engine.h"
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/open_file.h"
 #include "engine/record/memo_format.h"
+#include "engine/table.h"
 #include "platform/file.h"
 
 namespace brenik::local {

@@ -25,7 +25,7 @@ constexpr int kModeTimeout_ms = 50;
 
 bool lock_within(platform::File& file, locks::LockRange range, platform::LockKind kind,
                  int timeout_ms) {
-    return file.lock_within(range.offset, range.length, kind, timeout_ms);
+    return file.lock_within(range, kind, timeout_ms);
 }
 
 }  // namespace
@@ -47,14 +47,14 @@ void TableFile::keep_other_mode_out() {
         proprietary ? locks::LockMode::kCompatible : locks::LockMode::kProprietary);
     const auto refuse = [&](locks::LockRange range, platform::LockKind wanted) {
         return locks::Refused(path(), "in use with locks of the other kind (LockType)",
-                              {range, wanted});
+                              {range, wanted}, RefusalReason::kOtherLockMode);
     };
     if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) {
         throw refuse(theirs, platform::LockKind::kExclusive);
     }
-    const bool kept = file_.try_lock(ours.offset, ours.length, platform::LockKind::kShared) &&
-                      (!proprietary || keep_strangers_out());
-    file_.unlock(theirs.offset, theirs.length);
+    const bool kept =
+        file_.try_lock(ours, platform::LockKind::kShared) && (!proprietary || keep_strangers_out());
+    file_.unlock(theirs);
     file_.keep_locks();
     if (!kept) throw refuse(proprietary ? locks_.marker() : ours, platform::LockKind::kShared);
 }
@@ -336,7 +336,7 @@ bool TableFile::lock(RecordNumber record, LockTry attempt) {
 bool TableFile::lock_new(RecordNumber record) {
     if (owns(record)) return true;
     const locks::LockRange range = locks_.record(record);
-    if (!file_.try_lock(range.offset, range.length)) return false;
+    if (!file_.try_lock(range)) return false;
     locked_records_.insert(record);
     return true;
 }
@@ -359,13 +359,13 @@ bool TableFile::lock_all(LockTry attempt) {
 void TableFile::unlock(RecordNumber record) {
     if (locked_records_.erase(record) == 0) return;
     const locks::LockRange range = locks_.record(record);
-    file_.unlock(range.offset, range.length);
+    file_.unlock(range);
 }
 
 void TableFile::unlock_all() {
     while (!locked_records_.empty()) unlock(*locked_records_.begin());
     if (!table_locked_) return;
-    file_.unlock(locks::LockScheme::table(mode_).offset, locks::LockScheme::table(mode_).length);
+    file_.unlock(locks::LockScheme::table(mode_));
     table_locked_ = false;
 }
 

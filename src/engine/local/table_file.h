@@ -17,6 +17,7 @@
 #include "engine/locks/lock_scheme.h"
 #include "engine/locks/open_file.h"
 #include "engine/record/dbf_file.h"
+#include "engine/table.h"
 #include "platform/file.h"
 
 namespace brenik::local {

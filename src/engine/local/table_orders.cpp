@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <numeric>
 #include <tuple>
 
 #include "engine/record/table_path.h"
@@ -149,34 +148,34 @@ OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end,
 }
 
 void TableOrders::open_structural() {
-    open_bag(record::sibling_path(table_path_, "CDX"), true);
-    attach_bag(bags_.back());
+    open_index(record::sibling_path(table_path_, "CDX"), true);
+    attach_orders_of(indexes_.back());
 }
 
 void TableOrders::end_opening() noexcept {
-    for (Bag& bag : bags_) bag.file->end_opening();
+    for (OpenIndex& one : indexes_) one.file->end_opening();
 }
 
-void TableOrders::open_bag(const std::string& path, bool structural) {
-    Bag bag;
-    bag.file = index::CdxFile::open(path, use_of(structural), index::CdxFile::Opened::kLocked);
-    bag.structural = structural;
-    for (const auto& tag : bag.file->tags()) {
-        bag.orders.push_back(make_order(*tag, layout_, bag.file->path()));
+void TableOrders::open_index(const std::string& path, bool structural) {
+    OpenIndex one;
+    one.file = index::CdxFile::open(path, use_of(structural), index::CdxFile::Opened::kLocked);
+    one.structural = structural;
+    for (const auto& tag : one.file->tags()) {
+        one.orders.push_back(make_order(*tag, layout_, one.file->path()));
     }
-    bags_.push_back(std::move(bag));
+    indexes_.push_back(std::move(one));
 }
 
 void TableOrders::reopen() {
-    for (Bag& bag : bags_) reopen(bag);
+    for (OpenIndex& one : indexes_) reopen(one);
 }
 
 // The old file is closed first: the system may have taken its locks again on its own.
-void TableOrders::reopen(Bag& bag) {
-    const std::string path = bag.file->path();
-    bag.doubtful = bag.doubtful || bag.file->doubtful();
-    bag.file->close();
-    std::unique_ptr<index::CdxFile> file = index::CdxFile::open(path, use_of(bag.structural));
+void TableOrders::reopen(OpenIndex& one) {
+    const std::string path = one.file->path();
+    one.doubtful = one.doubtful || one.file->doubtful();
+    one.file->close();
+    std::unique_ptr<index::CdxFile> file = index::CdxFile::open(path, use_of(one.structural));
     const auto same = [](const std::unique_ptr<Order>& order,
                          const std::unique_ptr<index::CdxTag>& tag) {
         const index::TagDescription& was = order->description();
@@ -184,30 +183,30 @@ void TableOrders::reopen(Bag& bag) {
         return was.name == is.name && was.key == is.key && was.condition == is.condition &&
                was.key_length == is.key_length && was.descending == is.descending;
     };
-    if (!std::ranges::equal(bag.orders, file->tags(), same)) {
+    if (!std::ranges::equal(one.orders, file->tags(), same)) {
         throw EngineFault(FaultCode::kInputOutput, "open again", path + ": has other tags by now");
     }
-    for (std::size_t i = 0; i < bag.orders.size(); ++i) {
-        bag.orders[i]->tag = file->tags()[i].get();
-        bag.orders[i]->tag->set_pad(bag.orders[i]->format.pad());
+    for (std::size_t i = 0; i < one.orders.size(); ++i) {
+        one.orders[i]->tag = file->tags()[i].get();
+        one.orders[i]->tag->set_pad(one.orders[i]->format.pad());
     }
-    bag.file = std::move(file);
+    one.file = std::move(file);
 }
 
 bool TableOrders::doubtful() const {
-    return std::ranges::any_of(bags_,
-                               [](const Bag& bag) { return bag.doubtful || bag.file->doubtful(); });
+    return std::ranges::any_of(
+        indexes_, [](const OpenIndex& one) { return one.doubtful || one.file->doubtful(); });
 }
 
 // The index lock keeps records from being added, and keys from being changed, while they are read.
 void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for_each) {
-    for (Bag& bag : bags_) {
-        if (!bag.doubtful) continue;
-        index::CdxFile::Change change(*bag.file);
-        std::vector<std::vector<index::IndexEntry>> entries(bag.orders.size());
+    for (OpenIndex& one : indexes_) {
+        if (!one.doubtful) continue;
+        index::CdxFile::Change change(*one.file);
+        std::vector<std::vector<index::IndexEntry>> entries(one.orders.size());
         for_each([&](const record::RecordView& record) {
             for (std::size_t i = 0; i < entries.size(); ++i) {
-                const Order& order = *bag.orders[i];
+                const Order& order = *one.orders[i];
                 if (order.holds(record))
                     entries[i].push_back({order.key_of(record), record.number});
             }
@@ -220,7 +219,7 @@ void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for
         }
         change.rebuild(entries);
         change.publish();
-        bag.doubtful = false;
+        one.doubtful = false;
     }
 }
 
@@ -228,13 +227,13 @@ locks::FileUse TableOrders::use_of(bool structural) const {
     return structural ? use_.covered() : use_;
 }
 
-void TableOrders::attach_bag(const Bag& bag) {
-    for (const auto& order : bag.orders) attached_.push_back(order.get());
+void TableOrders::attach_orders_of(const OpenIndex& one) {
+    for (const auto& order : one.orders) attached_.push_back(order.get());
 }
 
-const TableOrders::Bag* TableOrders::find_bag(const std::string& path) const {
-    for (const Bag& bag : bags_) {
-        if (platform::is_same_path(bag.file->path(), path)) return &bag;
+const TableOrders::OpenIndex* TableOrders::find_index(const std::string& path) const {
+    for (const OpenIndex& one : indexes_) {
+        if (platform::is_same_path(one.file->path(), path)) return &one;
     }
     return nullptr;
 }
@@ -249,47 +248,34 @@ std::string TableOrders::full_index_path(const std::string& name) const {
 
 void TableOrders::attach(const std::string& name) {
     const std::string path = full_index_path(name);
-    if (find_bag(path) == nullptr) {
-        open_bag(path, false);
-        attach_bag(bags_.back());
-    } else if (first_of(path) == 0) {
-        attach_bag(*find_bag(path));
+    if (find_index(path) == nullptr) {
+        open_index(path, false);
+        attach_orders_of(indexes_.back());
+    } else if (const OpenIndex& known = *find_index(path); std::ranges::none_of(
+                   attached_, [&](const Order* order) { return known.holds(order); })) {
+        attach_orders_of(known);
     }
 }
 
 void TableOrders::detach_all() {
     attached_.clear();
-    std::erase_if(bags_, [](const Bag& bag) { return !bag.structural; });
-}
-
-std::size_t TableOrders::find(std::string_view order_name) const {
-    for (std::size_t i = 0; i < attached_.size(); ++i) {
-        if (equal_ignoring_case(attached_[i]->description().name, order_name)) return i + 1;
-    }
-    return 0;
-}
-
-std::size_t TableOrders::first_of(const std::string& index_file) const {
-    const Bag* bag = find_bag(index_file);
-    for (std::size_t i = 0; bag != nullptr && i < attached_.size(); ++i) {
-        if (!bag->orders.empty() && attached_[i] == bag->orders.front().get()) return i + 1;
-    }
-    return 0;
+    std::erase_if(indexes_, [](const OpenIndex& one) { return !one.structural; });
 }
 
 std::vector<std::size_t> TableOrders::numbers_of(const std::string& index_file) const {
-    const Bag* bag = find_bag(full_index_path(index_file));
-    const std::size_t first = bag == nullptr ? 0 : first_of(bag->file->path());
-    std::vector<std::size_t> numbers(first == 0 ? 0 : bag->orders.size());
-    std::iota(numbers.begin(), numbers.end(), first);
+    const OpenIndex* one = find_index(full_index_path(index_file));
+    std::vector<std::size_t> numbers;
+    for (std::size_t i = 0; one != nullptr && i < attached_.size(); ++i) {
+        if (one->holds(attached_[i])) numbers.push_back(i + 1);
+    }
     return numbers;
 }
 
 std::vector<TableOrders::KeyChange> TableOrders::key_changes(
-    const Bag& bag, const std::optional<record::RecordView>& before,
+    const OpenIndex& one, const std::optional<record::RecordView>& before,
     const std::optional<record::RecordView>& after) const {
     std::vector<KeyChange> changes;
-    for (const auto& order : bag.orders) {
+    for (const auto& order : one.orders) {
         KeyChange change{order.get(), {}, {}};
         if (before && order->holds(*before)) change.removed = order->key_of(*before);
         if (after && order->holds(*after)) change.inserted = order->key_of(*after);
@@ -299,19 +285,19 @@ std::vector<TableOrders::KeyChange> TableOrders::key_changes(
 }
 
 void TableOrders::require_room() const {
-    for (const Bag& bag : bags_) bag.file->require_room();
+    for (const OpenIndex& one : indexes_) one.file->require_room();
 }
 
 void TableOrders::sync() {
-    for (Bag& bag : bags_) bag.file->sync();
+    for (OpenIndex& one : indexes_) one.file->sync();
 }
 
 KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<record::RecordView>& before,
                      const std::optional<record::RecordView>& after)
     : record_(after ? after->number : before->number) {
-    for (const TableOrders::Bag& bag : orders.bags_) {
-        std::vector<TableOrders::KeyChange> keys = orders.key_changes(bag, before, after);
-        if (!keys.empty()) files_.push_back({bag.file.get(), std::move(keys)});
+    for (const TableOrders::OpenIndex& one : orders.indexes_) {
+        std::vector<TableOrders::KeyChange> keys = orders.key_changes(one, before, after);
+        if (!keys.empty()) files_.push_back({one.file.get(), std::move(keys)});
     }
 }
 

@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -95,7 +96,7 @@ class TableOrders {
     void open_structural();
     // After each of the calls that open or attach, when what comes first has been read.
     void end_opening() noexcept;
-    bool has_structural() const { return !bags_.empty() && bags_.front().structural; }
+    bool has_structural() const { return !indexes_.empty() && indexes_.front().structural; }
     // Opens the files again where their share's session was lost; orders stay attached. EngineFault
     // when one of them cannot be had or has other tags by now.
     void reopen();
@@ -113,9 +114,6 @@ class TableOrders {
 
     std::size_t attached_count() const { return attached_.size(); }
     const Order& attached(std::size_t number) const { return *attached_[number - 1]; }  // from 1
-    // Number of the first attached order of the index file or of that name; 0 when there is none.
-    std::size_t find(std::string_view order_name) const;
-    std::size_t first_of(const std::string& index_file) const;
     // Numbers of the attached orders of an index file, as attach() understands its name.
     std::vector<std::size_t> numbers_of(const std::string& index_file) const;
 
@@ -125,17 +123,21 @@ class TableOrders {
     // Calls `visit` with every open index file.
     template <class Visit>
     void for_each_file(Visit visit) const {
-        for (const Bag& bag : bags_) visit(*bag.file);
+        for (const OpenIndex& index : indexes_) visit(*index.file);
     }
 
   private:
     friend class KeyUpdate;
 
-    struct Bag {
+    struct OpenIndex {
         std::unique_ptr<index::CdxFile> file;
         std::vector<std::unique_ptr<Order>> orders;
         bool structural = false;
         bool doubtful = false;
+
+        bool holds(const Order* order) const {
+            return std::ranges::find(orders, order, &std::unique_ptr<Order>::get) != orders.end();
+        }
     };
     struct KeyChange {
         Order* order;
@@ -144,19 +146,19 @@ class TableOrders {
     };
 
     std::string full_index_path(const std::string& name) const;
-    void open_bag(const std::string& path, bool structural);
-    void reopen(Bag& bag);
+    void open_index(const std::string& path, bool structural);
+    void reopen(OpenIndex& index);
     locks::FileUse use_of(bool structural) const;
-    void attach_bag(const Bag& bag);
-    const Bag* find_bag(const std::string& path) const;
-    std::vector<KeyChange> key_changes(const Bag& bag,
+    void attach_orders_of(const OpenIndex& index);
+    const OpenIndex* find_index(const std::string& path) const;
+    std::vector<KeyChange> key_changes(const OpenIndex& index,
                                        const std::optional<record::RecordView>& before,
                                        const std::optional<record::RecordView>& after) const;
 
     const record::TableLayout& layout_;
     std::string table_path_;
     locks::FileUse use_;
-    std::vector<Bag> bags_;  // the structural one first
+    std::vector<OpenIndex> indexes_;  // the structural one first
     std::vector<const Order*> attached_;
 };
 

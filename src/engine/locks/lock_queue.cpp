@@ -74,7 +74,7 @@ bool RefusedPlaces::stands_still(std::uint64_t place) const {
 
 // Places in the line are held exclusively, which takes the right to write.
 bool LockQueue::lock(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
-    if (!file_.writable()) return file_.lock_within(range.offset, range.length, kind, timeout_ms);
+    if (!file_.writable()) return file_.lock_within(range, kind, timeout_ms);
     return try_lock(range, queue, kind) || lock_in_turn(range, queue, kind, timeout_ms);
 }
 
@@ -91,13 +91,13 @@ bool LockQueue::attempt(LockRange range, LockRange queue, LockTry kind_of_try) {
 
 bool LockQueue::lock_out_of_turn(LockRange range, LockKind kind) {
     --left_;
-    return file_.try_lock(range.offset, range.length, kind);
+    return file_.try_lock(range, kind);
 }
 
 // Holding every place of the line for a moment proves that nobody has one; those who stand still
 // are left out.
 bool LockQueue::lock_unless_somebody_waits(LockRange range, LockRange queue, LockKind kind) {
-    if (file_.try_lock(queue.offset, queue.length)) {
+    if (file_.try_lock(queue)) {
         const HeldLock line(file_, queue);
         refused_.remove(queue);
         return lock_after_look(range, kind);
@@ -109,14 +109,14 @@ bool LockQueue::lock_unless_somebody_waits(LockRange range, LockRange queue, Loc
         if (place < end && !refused_.stands_still(place)) continue;
         const LockRange part = {begin, place - begin};
         begin = place + 1;
-        if (part.length == queue.length || !file_.try_lock(part.offset, part.length)) return false;
+        if (part.length == queue.length || !file_.try_lock(part)) return false;
         if (part.length > 0) parts.emplace_back(file_, part);
     }
     return lock_after_look(range, kind);
 }
 
 bool LockQueue::lock_after_look(LockRange range, LockKind kind) {
-    if (!file_.try_lock(range.offset, range.length, kind)) return false;
+    if (!file_.try_lock(range, kind)) return false;
     left_ = earned_ = std::min(2 * earned_ + 1, kMostWithoutLook);
     return true;
 }
@@ -189,16 +189,15 @@ bool LockQueue::may_pass(const Line& line, int nearest, int waited, int& ahead) 
         ++unknown;
     }
     if (waited >= kPatience || shortest >= unknown * kSuspectAfter) return true;
-    if (ahead > 0) file_.unlock(line.place(ahead), 1);
+    if (ahead > 0) file_.unlock({line.place(ahead), 1});
     return false;
 }
 
 bool LockQueue::take(const Line& line, int position, int timeout_ms) {
     const LockRange range = position == 0 ? line.range : LockRange{line.place(position), 1};
     const LockKind kind = position == 0 ? line.kind : LockKind::kExclusive;
-    const bool taken = timeout_ms == 0
-                           ? file_.try_lock(range.offset, range.length, kind)
-                           : file_.lock_within(range.offset, range.length, kind, timeout_ms);
+    const bool taken =
+        timeout_ms == 0 ? file_.try_lock(range, kind) : file_.lock_within(range, kind, timeout_ms);
     if (position == 0) return taken;
     if (taken) {
         refused_.remove(range);

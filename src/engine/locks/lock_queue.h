@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "engine/locks/lock_scheme.h"
+#include "engine/table.h"
 #include "platform/file.h"
 
 namespace brenik::locks {
@@ -31,7 +32,7 @@ namespace brenik::locks {
 class HeldLock {
   public:
     HeldLock(platform::File& file, LockRange range) : file_(file), range_(range) {}
-    ~HeldLock() { file_.unlock(range_.offset, range_.length); }
+    ~HeldLock() { file_.unlock(range_); }
     HeldLock(const HeldLock&) = delete;
     HeldLock& operator=(const HeldLock&) = delete;
 

@@ -18,15 +18,13 @@
 #include <cstdint>
 
 #include "engine/record/table_layout.h"
+#include "platform/file.h"
 
 namespace brenik::locks {
 
 enum class LockMode { kCompatible, kProprietary };
 
-struct LockRange {
-    std::uint64_t offset;
-    std::uint64_t length;
-};
+using LockRange = platform::ByteRange;
 
 class LockScheme {
   public:

@@ -24,6 +24,17 @@ bool is_held(const platform::File& file) {
     return file.failure() == platform::OpenFailure::kSharing;
 }
 
+RefusalReason reason_of(const platform::File& file) {
+    switch (file.failure()) {
+        case platform::OpenFailure::kSharing:
+            return RefusalReason::kHeld;
+        case platform::OpenFailure::kMissing:
+            return RefusalReason::kMissing;
+        default:
+            return RefusalReason::kNotPermitted;
+    }
+}
+
 }  // namespace
 
 Refused::Refused(const platform::File& file, const FileUse& use)
@@ -31,20 +42,22 @@ Refused::Refused(const platform::File& file, const FileUse& use)
                   is_held(file) ? held(file.path(), use_of(use), "another program")
                                 : file.path() + ": " + file.why_not_open()),
       path_(file.path()),
-      use_(use_of(use)) {
+      use_(use_of(use)),
+      reason_(reason_of(file)) {
     if (is_held(file)) obstacle_ = obstacle_of(use.sharing);
 }
 
-Refused::Refused(const std::string& path, const std::string& use, Obstacle obstacle)
+Refused::Refused(const std::string& path, const std::string& use, Obstacle obstacle,
+                 RefusalReason reason)
     : EngineFault(FaultCode::kBusy, "open", held(path, use, "another program")),
       path_(path),
       use_(use),
+      reason_(reason),
       obstacle_(obstacle) {}
 
 std::string Refused::explanation() const {
     if (!obstacle_) return what();
-    const std::string holders = platform::lock_holders(path_, obstacle_->range.offset,
-                                                       obstacle_->range.length, obstacle_->wanted);
+    const std::string holders = platform::lock_holders(path_, obstacle_->range, obstacle_->wanted);
     return holders.empty() ? what() + std::string("; which one, this computer does not tell")
                            : held(path_, use_, holders);
 }

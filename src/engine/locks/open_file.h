@@ -2,7 +2,7 @@
 //
 // A file that is missing, held by others or not permitted is no damage: it makes the open of the
 // table fail, and may be there a second later. Refused carries that up to the engine, which answers
-// its caller with null and keeps the reason.
+// its caller with a Refusal.
 
 #pragma once
 
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "engine/locks/lock_scheme.h"
+#include "engine/refusal.h"
 #include "platform/file.h"
 
 namespace brenik::locks {
@@ -38,15 +39,18 @@ class Refused : public EngineFault {
     // Of a file that is not open.
     Refused(const platform::File& file, const FileUse& use);
     // `use` says what others do with the file, up to the word "by".
-    Refused(const std::string& path, const std::string& use, Obstacle obstacle);
+    Refused(const std::string& path, const std::string& use, Obstacle obstacle,
+            RefusalReason reason = RefusalReason::kHeld);
 
-    // File and reason, and who it is that holds the file, as far as this computer knows by now. The
-    // search takes some milliseconds.
+    // With who it is that holds the file, as far as this computer knows by now: the search takes
+    // some milliseconds.
+    Refusal refusal() const { return {reason_, code(), explanation()}; }
     std::string explanation() const;
 
   private:
     std::string path_;
     std::string use_;
+    RefusalReason reason_;
     std::optional<Obstacle> obstacle_;
 };
 

@@ -18,10 +18,8 @@ class ShortLock {
         : file_(file), ranges_{compatible, proprietary} {
         for (const LockRange& range : ranges_) {
             const bool locked =
-                timeout_ms == 0
-                    ? file.try_lock(range.offset, range.length, platform::LockKind::kShared)
-                    : file.lock_within(range.offset, range.length, platform::LockKind::kShared,
-                                       timeout_ms);
+                timeout_ms == 0 ? file.try_lock(range, platform::LockKind::kShared)
+                                : file.lock_within(range, platform::LockKind::kShared, timeout_ms);
             if (!locked) return;
             ++held_;
         }
@@ -29,7 +27,7 @@ class ShortLock {
     ~ShortLock() {
         while (held_ > 0) {
             --held_;
-            file_.unlock(ranges_[held_].offset, ranges_[held_].length);
+            file_.unlock(ranges_[held_]);
         }
     }
     ShortLock(const ShortLock&) = delete;

@@ -220,9 +220,4 @@ void set_null(MutableBytes record, const TableLayout& layout, const Field& field
     if (field.length_bit) set_bit(record, layout, *field.length_bit, on);
 }
 
-FieldDescription describe(const Field& field) {
-    return {field.name, field.type, static_cast<int>(field.width), static_cast<int>(field.decimals),
-            field.kind->value};
-}
-
 }  // namespace brenik::record

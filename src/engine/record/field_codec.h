@@ -10,6 +10,7 @@
 #include <string>
 
 #include "engine/record/table_layout.h"
+#include "util/fault.h"
 #include "util/value.h"
 
 namespace brenik::record {
@@ -29,7 +30,5 @@ void make_blank_record(MutableBytes record, const TableLayout& layout);
 
 // The NULL mark of a field; nothing happens for a field that cannot be NULL.
 void set_null(MutableBytes record, const TableLayout& layout, const Field& field, bool on);
-
-FieldDescription describe(const Field& field);
 
 }  // namespace brenik::record

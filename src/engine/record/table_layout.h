@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/engine.h"
 #include "engine/record/field_types.h"
+#include "engine/record_number.h"
 #include "util/bytes.h"
 
 namespace brenik::record {

@@ -129,14 +129,14 @@ void close_descriptor(int handle) {
 }
 
 // 0, or the system's error number.
-int set_lock(int handle, std::uint64_t offset, std::uint64_t length, short type) {
+int set_lock(int handle, ByteRange bytes, short type) {
     constexpr auto kEnd = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
-    if (offset > kEnd || length > kEnd - offset) return EOVERFLOW;
+    if (bytes.offset > kEnd || bytes.length > kEnd - bytes.offset) return EOVERFLOW;
     struct flock range = {};
     range.l_type = type;
     range.l_whence = SEEK_SET;
-    range.l_start = static_cast<off_t>(offset);
-    range.l_len = static_cast<off_t>(length);
+    range.l_start = static_cast<off_t>(bytes.offset);
+    range.l_len = static_cast<off_t>(bytes.length);
     count(type == F_UNLCK ? FileCall::kUnlock : FileCall::kLock);
     while (fcntl(handle, F_OFD_SETLK, &range) != 0) {
         if (errno != EINTR) return errno;
@@ -155,7 +155,7 @@ OpenFailure check_plain_file(const struct stat& facts, int flags) {
 
 // 0, or the system's error number.
 int share(int handle, Sharing sharing) {
-    return set_lock(handle, kSharingByte, 1, sharing == Sharing::kExclusive ? F_WRLCK : F_RDLCK);
+    return set_lock(handle, {kSharingByte, 1}, sharing == Sharing::kExclusive ? F_WRLCK : F_RDLCK);
 }
 
 off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* operation,
@@ -402,43 +402,43 @@ void File::sync() {
 }
 
 // A length of 0 would mean "to the end of the file" to the system; here it means no bytes.
-bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
-    if (length == 0) return true;
-    require_session("lock", offset);
+bool File::try_lock(ByteRange range, LockKind kind) {
+    if (range.length == 0) return true;
+    require_session("lock", range.offset);
     const short type = kind == LockKind::kExclusive ? F_WRLCK : F_RDLCK;
-    int code = set_lock(descriptor(handle_), offset, length, type);
+    int code = set_lock(descriptor(handle_), range, type);
     if (code == EBADF && reached_again()) {
-        code = set_lock(descriptor(handle_), offset, length, type);
+        code = set_lock(descriptor(handle_), range, type);
     }
     // On an SMB share EAGAIN is no conflict: the session has ended before the server could answer.
     const bool refused = is_conflict(code) && !(code == EAGAIN && session_ && session_->smb());
-    if (code != 0 && !refused) fail("lock", offset, code);
+    if (code != 0 && !refused) fail("lock", range.offset, code);
     if (code == 0) ++locks_;
     return code == 0;
 }
 
 // On a share each try is a call to the server.
-bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind, int timeout_ms) {
+bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
     using namespace std::chrono;
     const int tries_without_pause = remote() ? 1 : 4;
     const microseconds first_pause(remote() ? 1000 : 50);
     const microseconds longest_pause(remote() ? 8000 : 250);
 
     for (int i = 0; i < tries_without_pause; ++i) {
-        if (try_lock(offset, length, kind)) return true;
+        if (try_lock(range, kind)) return true;
     }
     const auto deadline = steady_clock::now() + milliseconds(timeout_ms);
     for (auto pause = first_pause;; pause = std::min(pause * 2, longest_pause)) {
         const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
         if (left.count() <= 0) return false;
         pause_for(std::min(with_jitter(pause), left));
-        if (try_lock(offset, length, kind)) return true;
+        if (try_lock(range, kind)) return true;
     }
 }
 
-void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
-    if (!is_open() || length == 0 || lost()) return;
-    const int code = set_lock(descriptor(handle_), offset, length, F_UNLCK);
+void File::unlock(ByteRange range) noexcept {
+    if (!is_open() || range.length == 0 || lost()) return;
+    const int code = set_lock(descriptor(handle_), range, F_UNLCK);
     if (code != 0 && remote()) session_->lose();
     --locks_;
 }

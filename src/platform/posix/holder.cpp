@@ -30,8 +30,7 @@ constexpr int kMostNamed = 3;
 
 struct Wanted {
     struct stat file;
-    std::uint64_t offset;
-    std::uint64_t length;
+    ByteRange range;
     LockKind kind;
 };
 
@@ -61,7 +60,8 @@ bool excludes(const std::string& line, const Wanted& wanted) {
     const std::uint64_t end =
         last == "EOF" ? std::numeric_limits<std::uint64_t>::max() : number_in(last);
     return number_in(std::string_view(place).substr(place.rfind(':') + 1)) == wanted.file.st_ino &&
-           number_in(first) < wanted.offset + wanted.length && end >= wanted.offset;
+           number_in(first) < wanted.range.offset + wanted.range.length &&
+           end >= wanted.range.offset;
 }
 
 bool holds(const std::string& process, const std::string& descriptor, const Wanted& wanted) {
@@ -97,9 +97,8 @@ std::string description(const std::string& number) {
 
 }  // namespace
 
-std::string lock_holders(const std::string& path, std::uint64_t offset, std::uint64_t length,
-                         LockKind wanted_kind) {
-    Wanted wanted{{}, offset, length, wanted_kind};
+std::string lock_holders(const std::string& path, ByteRange range, LockKind wanted_kind) {
+    Wanted wanted{{}, range, wanted_kind};
     if (stat(path.c_str(), &wanted.file) != 0) return {};
     const Deadline deadline = std::chrono::steady_clock::now() + kLongestSearch;
     std::string found;

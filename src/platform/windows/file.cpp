@@ -99,14 +99,14 @@ DWORD low_half(std::uint64_t number) { return static_cast<DWORD>(number); }
 DWORD high_half(std::uint64_t number) { return static_cast<DWORD>(number >> 32); }
 
 // 0, or the system's error number.
-DWORD set_lock(HANDLE handle, std::uint64_t offset, std::uint64_t length, LockKind kind) {
-    if (offset > kLargestOffset || length > kLargestOffset - offset) {
+DWORD set_lock(HANDLE handle, ByteRange range, LockKind kind) {
+    if (range.offset > kLargestOffset || range.length > kLargestOffset - range.offset) {
         return ERROR_ARITHMETIC_OVERFLOW;
     }
     const DWORD exclusive = kind == LockKind::kExclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0;
-    OVERLAPPED place = place_at(offset);
+    OVERLAPPED place = place_at(range.offset);
     const BOOL locked = LockFileEx(handle, LOCKFILE_FAIL_IMMEDIATELY | exclusive, 0,
-                                   low_half(length), high_half(length), &place);
+                                   low_half(range.length), high_half(range.length), &place);
     return locked ? 0 : GetLastError();
 }
 
@@ -125,7 +125,7 @@ OpenFailure check_plain_file(const BY_HANDLE_FILE_INFORMATION& facts, OpenMode m
 
 // 0, or the system's error number.
 DWORD share(HANDLE handle, Sharing sharing) {
-    return set_lock(handle, kSharingByte, 1,
+    return set_lock(handle, {kSharingByte, 1},
                     sharing == Sharing::kExclusive ? LockKind::kExclusive : LockKind::kShared);
 }
 
@@ -290,18 +290,18 @@ void File::sync() {
     unsynced_ = false;
 }
 
-bool File::try_lock(std::uint64_t offset, std::uint64_t length, LockKind kind) {
-    if (length == 0) return true;
-    require_session("lock", offset);
-    const DWORD code = set_lock(system_handle(handle_), offset, length, kind);
-    if (code != 0 && !is_conflict(code)) fail("lock", offset, static_cast<int>(code));
+bool File::try_lock(ByteRange range, LockKind kind) {
+    if (range.length == 0) return true;
+    require_session("lock", range.offset);
+    const DWORD code = set_lock(system_handle(handle_), range, kind);
+    if (code != 0 && !is_conflict(code)) fail("lock", range.offset, static_cast<int>(code));
     if (code == 0) ++locks_;
     return code == 0;
 }
 
 // The scheduler decides how long a pause is, a millisecond or more; the first ones merely give the
 // processor away.
-bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind, int timeout_ms) {
+bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
     constexpr int kTriesWithoutPause = 4;
     constexpr int kTriesWithoutSleep = 16;
 
@@ -309,18 +309,18 @@ bool File::lock_within(std::uint64_t offset, std::uint64_t length, LockKind kind
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::milliseconds(std::max(timeout_ms, 0));
     for (int tries = 1;; ++tries) {
-        if (try_lock(offset, length, kind)) return true;
+        if (try_lock(range, kind)) return true;
         if (tries < kTriesWithoutPause) continue;
         if (Clock::now() >= end) return false;
         Sleep(tries < kTriesWithoutSleep ? 0 : 1);
     }
 }
 
-void File::unlock(std::uint64_t offset, std::uint64_t length) noexcept {
-    if (!is_open() || length == 0 || lost()) return;
-    OVERLAPPED place = place_at(offset);
-    const BOOL unlocked =
-        UnlockFileEx(system_handle(handle_), 0, low_half(length), high_half(length), &place);
+void File::unlock(ByteRange range) noexcept {
+    if (!is_open() || range.length == 0 || lost()) return;
+    OVERLAPPED place = place_at(range.offset);
+    const BOOL unlocked = UnlockFileEx(system_handle(handle_), 0, low_half(range.length),
+                                       high_half(range.length), &place);
     if (!unlocked && remote()) session_->lose();
     --locks_;
 }

@@ -4,6 +4,6 @@
 
 namespace brenik::platform {
 
-std::string lock_holders(const std::string&, std::uint64_t, std::uint64_t, LockKind) { return {}; }
+std::string lock_holders(const std::string&, ByteRange, LockKind) { return {}; }
 
 }  // namespace brenik::platform
