@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "platform/clock.h"
@@ -152,8 +153,8 @@ RoundTrips measure(File& file) {
 // One of the two in one trial.
 class Side {
   public:
-    Side(Scratch& scratch, Partner& partner, const std::string& file, bool is_leader)
-        : leads(is_leader), scratch_(scratch), partner_(partner), file_(file) {}
+    Side(Scratch& scratch, Partner& partner, std::string file, bool is_leader)
+        : leads(is_leader), scratch_(scratch), partner_(partner), file_(std::move(file)) {}
 
     File make() { return must_open(scratch_.own_path(file_), OpenMode::kCreate); }
     File open() {
@@ -333,7 +334,7 @@ void try_appending(Side& side) {
         [&](std::uint64_t at, int number) {
             file.write_at(at, as_bytes(record_of(side.leads, number)));
         });
-    std::vector<Byte> bytes(2 * kAppends * size + 1);
+    std::vector<Byte> bytes(size * 2 * kAppends + 1);
     bytes.resize(file.read_at(0, bytes));
     const std::string text(bytes.begin(), bytes.end());
     int next[2] = {0, 0};

@@ -71,7 +71,7 @@ void print_faults(const FaultsRequest& request) {
         }
         print_lines(text, request.json);
     }
-    if (unreadable) throw *unreadable;
+    if (unreadable) throw ToolError(*unreadable);
     if (!any) std::cerr << "brenik: no faults: there is no file " << path << "\n";
 }
 
