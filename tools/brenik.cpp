@@ -14,8 +14,8 @@
 #include "doctor.h"
 #include "faults.h"
 #include "journal.h"
-#include "mend.h"
 #include "practice.h"
+#include "repair.h"
 #include "sample.h"
 #include "show.h"
 
@@ -105,9 +105,9 @@ void add_doctor(CLI::App& app, DoctorRequest& request, ExitCode& code) {
     command->callback([&request, &code] { code = doctor(request); });
 }
 
-using Mend = ExitCode (*)(const MendRequest&);
+using Mend = ExitCode (*)(const RepairRequest&);
 
-CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, MendRequest& request,
+CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, RepairRequest& request,
                       Mend mend, ExitCode& code) {
     CLI::App* command = app.add_subcommand(name, purpose);
     command->add_option("PATH", request.path, "Folder of the practice, or a table's file")
@@ -166,9 +166,9 @@ int main(int argc, char** argv) {
     add_check(app, check_request, outcome);
     DoctorRequest doctor_request;
     add_doctor(app, doctor_request, outcome);
-    MendRequest repair_request;
+    RepairRequest repair_request;
     add_mending(app, "repair", "Mend what check names", repair_request, repair, outcome);
-    MendRequest reindex_request;
+    RepairRequest reindex_request;
     add_mending(app, "reindex", "Build indexes anew", reindex_request, reindex, outcome)
         ->add_option("--tag", reindex_request.tags,
                      "Tag to use instead of, or besides, those of the old index: "

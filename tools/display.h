@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/record/table_layout.h"
+#include "engine/table.h"
 #include "util/value.h"
 
 namespace brenik::tools {

@@ -41,7 +41,7 @@ class Journal {
         : practice_(folder, platform::OpenMode::kReadOnly),
           trans_(practice_.open(practice::kJournal.file)) {}
 
-    RecordNumber count() { return trans_.table->record_count(); }
+    RecordNumber count() { return trans_->record_count(); }
     bool deleted(RecordNumber record);
     Json entry(RecordNumber record);
 
@@ -51,20 +51,20 @@ class Journal {
     std::string field_name(int table_number, std::size_t field);
 
     Practice practice_;
-    OpenedTable trans_;
+    std::unique_ptr<Table> trans_;
     std::map<int, std::vector<std::string>> field_names_;  // of the tables met so far
 };
 
 bool Journal::deleted(RecordNumber record) {
-    trans_.table->go_to(record);
-    return trans_.table->deleted();
+    trans_->go_to(record);
+    return trans_->deleted();
 }
 
 std::string Journal::text(const char* field) {
-    const auto& fields = trans_.layout.fields;
-    const record::Field* found = trans_.layout.find(field);
-    if (!found) throw ToolError(ExitCode::kProblem, trans_.path + ": no field " + field);
-    return trans_.table->field_get(static_cast<std::size_t>(found - fields.data()) + 1).text();
+    const auto& fields = trans_->layout().fields;
+    const record::Field* found = trans_->layout().find(field);
+    if (!found) throw ToolError(ExitCode::kProblem, trans_->path() + ": no field " + field);
+    return trans_->field_get(static_cast<std::size_t>(found - fields.data()) + 1).text();
 }
 
 std::string Journal::field_name(int table_number, std::size_t position) {
@@ -72,8 +72,8 @@ std::string Journal::field_name(int table_number, std::size_t position) {
     const practice::TableEntry* table = is_new ? practice_.find(table_number) : nullptr;
     if (table) {
         try {
-            const OpenedTable opened = practice_.open(table->file);
-            for (const record::Field& field : opened.layout.fields) {
+            const auto opened = practice_.open(table->file);
+            for (const record::Field& field : opened->layout().fields) {
                 names->second.push_back(field.name);
             }
         } catch (const ToolError&) {
@@ -97,7 +97,7 @@ Json Journal::edited_fields(int table_number, std::string_view data) {
 }
 
 Json Journal::entry(RecordNumber record) {
-    trans_.table->go_to(record);
+    trans_->go_to(record);
     const std::string code = text("CCODE");
     const std::string table_code = text("CDB");
     const std::string data = text("CDATA");

@@ -8,9 +8,7 @@
 #include <string_view>
 
 #include "engine/engine.h"
-#include "engine/local/local_engine.h"
-#include "engine/locks/open_file.h"
-#include "engine/record/table_layout.h"
+#include "platform/file.h"
 #include "practice/catalogue.h"
 
 namespace brenik::tools {
@@ -29,13 +27,6 @@ class ToolError : public std::runtime_error {
     ExitCode code_;
 };
 
-struct OpenedTable {
-    std::string path;
-    locks::FileUse use;
-    record::TableLayout layout;
-    std::unique_ptr<Table> table;
-};
-
 class Practice {
   public:
     // Its locks are those that the practice's settings ask hosts to use. Tables are opened with
@@ -44,7 +35,7 @@ class Practice {
 
     // Opens a table by file name or by alias, in any case. Throws ToolError when it is missing,
     // cannot be read, or is in somebody's exclusive use.
-    OpenedTable open(std::string_view name);
+    std::unique_ptr<Table> open(std::string_view name);
     // The table that goes by this number; null when the practice has none.
     const practice::TableEntry* find(int number) const;
 
@@ -52,8 +43,7 @@ class Practice {
     std::string path_of(std::string_view file) const;
 
     std::string folder_;
-    locks::FileUse use_;
-    local::LocalEngine engine_;
+    std::unique_ptr<Engine> engine_;
 };
 
 }  // namespace brenik::tools

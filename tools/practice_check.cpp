@@ -16,7 +16,6 @@
 
 #include "display.h"
 #include "engine/maintenance/record_reader.h"
-#include "engine/record/field_codec.h"
 #include "practice/catalogue.h"
 #include "practice/identifiers.h"
 #include "practice/journal_entry.h"
@@ -78,7 +77,7 @@ struct SecondLook {
 std::string text_of(const RecordReader& table, const RecordView& record,
                     const record::Field* field) {
     if (field == nullptr) return {};
-    return read_field(record, table.layout(), *field).text();
+    return table.value(record, *field).text();
 }
 
 bool is_blank(const std::string& text) {
@@ -133,7 +132,7 @@ class PracticeCheck {
         }
         prefix_ = text_of(*system_, {bytes, 1}, system_->layout().find("MYUDN"));
         const record::Field* tracks = system_->layout().find("TRACKSYNC");
-        tracks_ = tracks != nullptr && read_field({bytes, 1}, system_->layout(), *tracks).logical();
+        tracks_ = tracks != nullptr && system_->value({bytes, 1}, *tracks).logical();
     }
 
     // As it stands now; nothing when there is no such counter.
@@ -142,7 +141,7 @@ class PracticeCheck {
         const record::Field* field = system_->layout().find(practice::counter_field(table));
         const std::vector<Byte> bytes = system_->read(1);
         if (field == nullptr || bytes.empty()) return {};
-        return read_field({bytes, 1}, system_->layout(), *field).whole();
+        return system_->value({bytes, 1}, *field).whole();
     }
 
     // 0 for identifiers that this practice has not issued.

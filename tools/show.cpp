@@ -9,9 +9,7 @@
 
 #include "display.h"
 #include "engine/expression/expression.h"
-#include "engine/index/cdx_file.h"
 #include "engine/orders.h"
-#include "engine/record/table_path.h"
 #include "practice.h"
 #include "util/runtime.h"
 
@@ -21,15 +19,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kNameColumn = 12;
-
-std::vector<index::TagDescription> read_tags(const OpenedTable& opened) {
-    std::vector<index::TagDescription> tags;
-    if (!opened.layout.has_structural_index()) return tags;
-    const std::string path = record::index_path(opened.path);
-    const auto index = index::CdxFile::open(path, opened.use);
-    for (const auto& tag : index->tags()) tags.push_back(tag->description());
-    return tags;
-}
 
 std::string version_text(std::uint8_t version) {
     char text[3];
@@ -48,28 +37,30 @@ Json describe_fields(const record::TableLayout& layout) {
     return fields;
 }
 
-Json describe_tags(const std::vector<index::TagDescription>& tags) {
+Json describe_orders(const Table& table) {
     Json list = Json::array();
-    for (const index::TagDescription& tag : tags) {
-        list.push_back({{"name", tag.name},
-                        {"key", to_utf8(tag.key)},
-                        {"condition", to_utf8(tag.condition)},
-                        {"length", tag.key_length},
-                        {"unique", tag.unique},
-                        {"candidate", tag.candidate},
-                        {"descending", tag.descending}});
+    for (std::size_t number = 1; number <= table.order_count(); ++number) {
+        const OrderDescription order = table.order_description(number);
+        list.push_back({{"name", order.name},
+                        {"key", to_utf8(order.key)},
+                        {"condition", to_utf8(order.condition)},
+                        {"length", order.key_length},
+                        {"unique", order.unique},
+                        {"candidate", order.candidate},
+                        {"descending", order.descending}});
     }
     return list;
 }
 
-Json describe(OpenedTable& opened) {
-    return {{"path", opened.path},
-            {"version", version_text(opened.layout.version)},
-            {"code_page", opened.layout.code_page},
-            {"records", opened.table->record_count()},
-            {"record_length", opened.layout.record_length},
-            {"fields", describe_fields(opened.layout)},
-            {"tags", describe_tags(read_tags(opened))}};
+Json describe(Table& table) {
+    const record::TableLayout& layout = table.layout();
+    return {{"path", table.path()},
+            {"version", version_text(layout.version)},
+            {"code_page", layout.code_page},
+            {"records", table.record_count()},
+            {"record_length", layout.record_length},
+            {"fields", describe_fields(layout)},
+            {"tags", describe_orders(table)}};
 }
 
 void print_description(const Json& table) {
@@ -95,15 +86,14 @@ void print_description(const Json& table) {
     }
 }
 
-void print_record(OpenedTable& opened, bool json) {
-    Table& table = *opened.table;
+void print_record(Table& table, bool json) {
     Json fields = Json::object();
     if (!json) {
         std::cout << "record " << table.record_number() << (table.deleted() ? " (deleted)" : "")
                   << "\n";
     }
-    for (std::size_t i = 0; i < opened.layout.fields.size(); ++i) {
-        const record::Field& field = opened.layout.fields[i];
+    for (std::size_t i = 0; i < table.layout().fields.size(); ++i) {
+        const record::Field& field = table.layout().fields[i];
         const Value value = table.field_get(i + 1);
         if (json) {
             fields[field.name] = to_json(field, value);
@@ -119,19 +109,15 @@ void print_record(OpenedTable& opened, bool json) {
     std::cout << dump(record) << "\n";
 }
 
-void select_order(OpenedTable& opened, const std::string& order) {
-    if (set_order(*opened.table, order)) return;
-    throw ToolError(ExitCode::kProblem, opened.path + ": no order " + order);
+void select_order(Table& table, const std::string& order) {
+    if (set_order(table, order)) return;
+    throw ToolError(ExitCode::kProblem, table.path() + ": no order " + order);
 }
 
 // The key as its order wants it: numbers, dates (YYYYMMDD) and logicals come as text too.
-Value key_value(const OpenedTable& opened, const std::string& order, const std::string& text) {
-    const auto tags = read_tags(opened);
-    const auto tag = std::find_if(tags.begin(), tags.end(), [&](const auto& each) {
-        return equal_ignoring_case(each.name, order);
-    });
-    if (tag == tags.end()) return text;
-    switch (expression::Expression::compile(tag->key, opened.layout).type()) {
+Value key_value(const Table& table, const std::string& text) {
+    const std::string key = table.order_description(table.order_number()).key;
+    switch (expression::Expression::compile(key, table.layout()).type()) {
         case expression::ResultType::kNumber:
             return numeric_value(text);
         case expression::ResultType::kDate:
@@ -143,31 +129,31 @@ Value key_value(const OpenedTable& opened, const std::string& order, const std::
     }
 }
 
-void show_found(OpenedTable& opened, const ShowRequest& request) {
-    select_order(opened, request.order);
-    const Value key = key_value(opened, request.order, *request.seek);
-    if (!opened.table->seek(key, SeekMode::kHard, SeekEnd::kFirst)) {
-        throw ToolError(ExitCode::kProblem, opened.path + ": order " + request.order +
+void show_found(Table& table, const ShowRequest& request) {
+    select_order(table, request.order);
+    const Value key = key_value(table, *request.seek);
+    if (!table.seek(key, SeekMode::kHard, SeekEnd::kFirst)) {
+        throw ToolError(ExitCode::kProblem, table.path() + ": order " + request.order +
                                                 " has no key \"" + *request.seek + "\"");
     }
-    print_record(opened, request.json);
+    print_record(table, request.json);
 }
 
-void show_one(OpenedTable& opened, const ShowRequest& request) {
-    const RecordNumber count = opened.table->record_count();
+void show_one(Table& table, const ShowRequest& request) {
+    const RecordNumber count = table.record_count();
     if (*request.record < 1 || *request.record > count) {
-        throw ToolError(ExitCode::kProblem, opened.path + ": no record " +
+        throw ToolError(ExitCode::kProblem, table.path() + ": no record " +
                                                 std::to_string(*request.record) + " among " +
                                                 std::to_string(count));
     }
-    opened.table->go_to(*request.record);
-    print_record(opened, request.json);
+    table.go_to(*request.record);
+    print_record(table, request.json);
 }
 
-void show_all(OpenedTable& opened, const ShowRequest& request) {
-    select_order(opened, request.order);
-    for (opened.table->go_top(); !opened.table->end_of_file(); opened.table->skip(1)) {
-        print_record(opened, request.json);
+void show_all(Table& table, const ShowRequest& request) {
+    select_order(table, request.order);
+    for (table.go_top(); !table.end_of_file(); table.skip(1)) {
+        print_record(table, request.json);
     }
 }
 
@@ -175,11 +161,12 @@ void show_all(OpenedTable& opened, const ShowRequest& request) {
 
 void show(const ShowRequest& request) {
     Practice practice(request.folder, platform::OpenMode::kReadOnly);
-    OpenedTable opened = practice.open(request.table);
-    if (request.record) return show_one(opened, request);
-    if (request.seek) return show_found(opened, request);
-    if (request.all) return show_all(opened, request);
-    const Json description = describe(opened);
+    const std::unique_ptr<Table> opened = practice.open(request.table);
+    Table& table = *opened;
+    if (request.record) return show_one(table, request);
+    if (request.seek) return show_found(table, request);
+    if (request.all) return show_all(table, request);
+    const Json description = describe(table);
     if (request.json) {
         std::cout << dump(description, 2) << "\n";
     } else {

@@ -34,8 +34,9 @@ ArrayReference CMXINDEXINFO(Session& session) {
     auto rows = std::make_shared<Array>();
     for (std::size_t number = 1; number <= table.order_count(); ++number) {
         const OrderDescription order = table.order_description(number);
-        rows->push_back(Value::array({order.name, order.key, order.condition, order.unique,
-                                      order.descending, order.custom}));
+        rows->push_back(
+            Value::array({order.name, order.key, order.condition, order.unique || order.candidate,
+                          order.descending, order.custom}));
     }
     return rows;
 }

@@ -52,10 +52,12 @@ struct FieldDescription {
 };
 
 struct OrderDescription {
-    std::string name;       // upper case
-    std::string key;        // expression texts as the index file holds them
-    std::string condition;  // empty when there is none
-    bool unique = false;
+    std::string name;            // upper case
+    std::string key;             // expression texts as the index file holds them
+    std::string condition;       // empty when there is none
+    std::size_t key_length = 0;  // bytes
+    bool unique = false;         // holds one record of each key, the first
+    bool candidate = false;      // refuses a second record of a key
     bool descending = false;
     bool custom = false;
 };

@@ -29,8 +29,8 @@ void keep_strangers_out(platform::File& file) {
 }  // namespace
 
 CdxFile::CdxFile(platform::File file, bool exclusive, locks::LockMode mode)
-    : pages_(std::make_unique<Pages>(std::move(file), exclusive, mode)),
-      directory_(std::make_unique<CdxTag>(*this, directory_description(), 0)) {}
+    : pages_(std::make_unique<CdxPages>(std::move(file), exclusive, mode)),
+      directory_(std::make_unique<CdxTag>(*pages_, directory_description(), 0)) {}
 
 CdxFile::~CdxFile() = default;
 
@@ -85,8 +85,53 @@ void CdxFile::read_directory() {
         const std::string text(trim_right(name.key));
         require_texts_inside(header, path(), offset);
         tags_.push_back(std::make_unique<CdxTag>(
-            *this, parse_tag_header(header, text, path(), offset), offset));
+            *pages_, parse_tag_header(header, text, path(), offset), name.record));
     }
+}
+
+std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
+    platform::File file =
+        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
+    if (!file.is_open()) {
+        throw EngineFault(file.failure() == platform::OpenFailure::kSharing
+                              ? FaultCode::kBusy
+                              : FaultCode::kInputOutput,
+                          "create index", path + ": the index file cannot be made");
+    }
+    // The directory's own first page lies right behind its header.
+    std::vector<Byte> bytes = make_directory_header(kTagHeaderSize);
+    bytes.resize(kTagHeaderSize + kCdxPageSize);
+    CdxPage root(CdxForm{0, kTagNameLength, ' '}, kTagHeaderSize, true);
+    root.root = true;
+    root.encode(MutableBytes(bytes).subspan(kTagHeaderSize));
+    file.write_at(0, bytes);
+    return std::unique_ptr<CdxFile>(
+        new CdxFile(std::move(file), true, locks::LockMode::kCompatible));
+}
+
+CdxTag& CdxFile::add_tag(const TagDescription& description,
+                         const std::vector<IndexEntry>& entries) {
+    if (!pages_->exclusive()) {
+        throw EngineFault(FaultCode::kNotLocked, "create index",
+                          path() + ": a tag is only added in exclusive use");
+    }
+    std::string name = description.name;
+    name.resize(kTagNameLength, ' ');
+    // The header is made once more when the root is known; this first one finds what does not fit.
+    make_tag_header(description, 0, path());
+    Change change(*this);
+    if (change.contains(*directory_, as_bytes(name))) {
+        throw EngineFault(FaultCode::kDuplicateKey, "create index",
+                          path() + ": there is a tag " + description.name + " already");
+    }
+    const std::uint32_t header = pages_->reserve_header();
+    auto tag = std::make_unique<CdxTag>(*pages_, description, header);
+    tag->build(entries);
+    pages_->fill_header(header, make_tag_header(description, pages_->root(tag->form()), path()));
+    change.insert(*directory_, as_bytes(name), header);
+    change.publish();
+    tags_.push_back(std::move(tag));
+    return *tags_.back();
 }
 
 CdxFile::Change::Change(CdxFile& file, std::optional<LockTry> attempt, bool durable)
@@ -97,27 +142,27 @@ CdxFile::Change::Change(CdxFile& file, std::optional<LockTry> attempt, bool dura
 
 CdxFile::Change::~Change() {
     if (!begun_) return;
-    for (const auto& tag : file_.tags_) tag->tree_->forget_changes();
+    for (const auto& tag : file_.tags_) tag->forget_changes();
     file_.pages_->end_change();
 }
 
-bool CdxFile::Change::contains(CdxTag& tag, Bytes key) { return tag.tree_->contains(key); }
+bool CdxFile::Change::contains(CdxTag& tag, Bytes key) { return tag.contains(key); }
 
 bool CdxFile::Change::insert(CdxTag& tag, Bytes key, RecordNumber record) {
-    return tag.tree_->insert(key, record);
+    return tag.insert(key, record);
 }
 
 bool CdxFile::Change::remove(CdxTag& tag, Bytes key, RecordNumber record) {
-    return tag.tree_->remove(key, record);
+    return tag.remove(key, record);
 }
 
 void CdxFile::Change::rebuild(const std::vector<std::vector<IndexEntry>>& entries) {
     file_.pages_->start_afresh();
-    for (std::size_t i = 0; i < entries.size(); ++i) file_.tags_[i]->tree_->rebuild(entries[i]);
+    for (std::size_t i = 0; i < entries.size(); ++i) file_.tags_[i]->rebuild(entries[i]);
 }
 
 void CdxFile::Change::write_new_pages() {
-    for (const auto& tag : file_.tags_) tag->tree_->finish();
+    for (const auto& tag : file_.tags_) tag->finish();
     file_.pages_->write_new_pages();
 }
 

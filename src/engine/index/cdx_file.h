@@ -21,87 +21,13 @@
 #include <string>
 #include <vector>
 
+#include "engine/index/cdx_tree.h"
 #include "engine/locks/open_file.h"
 #include "engine/table.h"
 #include "platform/file.h"
 #include "util/bytes.h"
 
 namespace brenik::index {
-
-// A tag's header, without what the tree itself needs.
-struct TagDescription {
-    std::string name;       // upper case, up to 10 characters
-    std::string key;        // expression texts as typed
-    std::string condition;  // empty when there is none
-    std::size_t key_length = 0;
-    Byte pad = 0x20;  // not stored in the file: 0x20 for plain text keys, 0x00 for all others
-    bool unique = false;
-    bool candidate = false;
-    bool nullable = false;  // keys carry the null prefix byte
-    bool descending = false;
-    bool custom = false;
-    std::string collation;  // empty: machine order
-    // Why the tag cannot be kept correct by any writer of ours (bitmap, collation, unknown
-    // options); empty when it can.
-    std::string unsupported;
-    // How the header contradicts its texts; empty when it does not.
-    std::string wrong_place;
-};
-
-struct IndexEntry {
-    std::string key;  // full key bytes
-    RecordNumber record = 0;
-};
-
-class CdxFile;
-
-// One tag's tree. Entries are ordered by key bytes, then record number; this class knows storage
-// order only: descending tags are the caller's business.
-class CdxTag {
-  public:
-    CdxTag(CdxFile& file, TagDescription description, std::uint64_t header_offset);
-    ~CdxTag();
-    CdxTag(const CdxTag&) = delete;
-    CdxTag& operator=(const CdxTag&) = delete;
-
-    const TagDescription& description() const { return description_; }
-    // The pad byte depends on the key's type, which the caller learns by compiling the expression;
-    // it must be set before the first walk.
-    void set_pad(Byte pad) { description_.pad = pad; }
-
-    // Each finds one entry and answers false when there is none.
-    bool first(IndexEntry& found);
-    bool last(IndexEntry& found);
-    // The first entry whose (key, record) is not less than the given one; a key shorter than the
-    // tag's compares as a prefix (an entry that begins with it is not less).
-    bool at_or_after(Bytes key, RecordNumber record, IndexEntry& found);
-    // The last entry whose key is not greater than `key` or begins with it, and whose record
-    // number, where keys are equal, is not greater than `record`. EngineFault kBusy when the index
-    // must be read and stays locked for `timeout_ms`.
-    bool at_or_before(Bytes key, RecordNumber record, IndexEntry& found,
-                      int timeout_ms = platform::kShortLockTimeout_ms);
-    // The neighbour of an entry by (key, record), whether or not that entry still exists. Cheap
-    // when the entry is the one that the last call on this tag found and nothing has changed.
-    bool after(const IndexEntry& entry, IndexEntry& found);
-    bool before(const IndexEntry& entry, IndexEntry& found);
-
-    // Entries of the tag; those less than (key, record); those not greater, or beginning with a key
-    // that is shorter than the tag's. Logarithmic, but for the first question after a change of the
-    // file, which reads the headers of all leaves (cdx_positions.h).
-    std::size_t count();
-    std::size_t count_before(Bytes key, RecordNumber record);
-    std::size_t count_through(Bytes key, RecordNumber record);
-    // The entry with this number, counted from 0.
-    bool at(std::size_t number, IndexEntry& found);
-
-  private:
-    friend class CdxFile;
-    class Tree;
-
-    CdxFile& file_;
-    TagDescription description_;
-    std::unique_ptr<Tree> tree_;
-};
 
 class CdxFile {
   public:
@@ -175,13 +101,10 @@ class CdxFile {
     };
 
   private:
-    friend class CdxTag;
-    class Pages;
-
     CdxFile(platform::File file, bool exclusive, locks::LockMode mode);
     void read_directory();
 
-    std::unique_ptr<Pages> pages_;
+    std::unique_ptr<CdxPages> pages_;
     std::unique_ptr<CdxTag> directory_;
     std::vector<std::unique_ptr<CdxTag>> tags_;
 };

@@ -23,10 +23,32 @@
 #include <string>
 #include <vector>
 
-#include "engine/index/cdx_file.h"
+#include <string>
+#include <vector>
+
 #include "util/bytes.h"
 
 namespace brenik::index {
+
+// A tag's header, without what the tree itself needs.
+struct TagDescription {
+    std::string name;       // upper case, up to 10 characters
+    std::string key;        // expression texts as typed
+    std::string condition;  // empty when there is none
+    std::size_t key_length = 0;
+    Byte pad = 0x20;  // not stored in the file: 0x20 for plain text keys, 0x00 for all others
+    bool unique = false;
+    bool candidate = false;
+    bool nullable = false;  // keys carry the null prefix byte
+    bool descending = false;
+    bool custom = false;
+    std::string collation;  // empty: machine order
+    // Why the tag cannot be kept correct by any writer of ours (bitmap, collation, unknown
+    // options); empty when it can.
+    std::string unsupported;
+    // How the header contradicts its texts; empty when it does not.
+    std::string wrong_place;
+};
 
 inline constexpr std::size_t kTagHeaderSize = 1024;
 inline constexpr std::size_t kTagNameLength = 10;

@@ -38,15 +38,15 @@ bool may_be_in_use(const std::array<Byte, kCdxPageSize>& raw) {
 
 }  // namespace
 
-CdxFile::Pages::Pages(platform::File file, bool exclusive, locks::LockMode mode)
+CdxPages::CdxPages(platform::File file, bool exclusive, locks::LockMode mode)
     : file_(std::move(file)), exclusive_(exclusive), lock_(locks::LockScheme::index(mode)) {}
 
-void CdxFile::Pages::damaged(std::uint64_t offset, const std::string& what) const {
+void CdxPages::damaged(std::uint64_t offset, const std::string& what) const {
     throw EngineFault(FaultCode::kDamagedFile, "read index",
                       path() + ": at " + std::to_string(offset) + ": " + what);
 }
 
-bool CdxFile::Pages::begin_opening(int timeout_ms) {
+bool CdxPages::begin_opening(int timeout_ms) {
     if (!exclusive_) {
         locked_ =
             queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kShared, timeout_ms);
@@ -59,39 +59,39 @@ bool CdxFile::Pages::begin_opening(int timeout_ms) {
     return true;
 }
 
-void CdxFile::Pages::end_opening() noexcept {
+void CdxPages::end_opening() noexcept {
     if (!std::exchange(opening_, false)) return;
     beginning_ = {};
     end_read();
 }
 
-std::size_t CdxFile::Pages::fetch(std::uint64_t offset, MutableBytes into) const {
+std::size_t CdxPages::fetch(std::uint64_t offset, MutableBytes into) const {
     if (offset + into.size() > beginning_.size()) return file_.read_at(offset, into);
     std::copy_n(beginning_.begin() + static_cast<std::ptrdiff_t>(offset), into.size(),
                 into.begin());
     return into.size();
 }
 
-std::vector<Byte> CdxFile::Pages::tag_header(std::uint64_t offset) {
+std::vector<Byte> CdxPages::tag_header(std::uint64_t offset) {
     std::vector<Byte> header(kTagHeaderSize);
     header.resize(fetch(offset, header));
     return header;
 }
 
-void CdxFile::Pages::begin_read() {
+void CdxPages::begin_read() {
     if (changing_ || opening_) return;
     if (memory_ > kMostMemory) drop();
     if (known_ && !exclusive_ && !header_matches()) drop();
 }
 
-void CdxFile::Pages::end_read() noexcept {
+void CdxPages::end_read() noexcept {
     if (changing_ || opening_ || !locked_) return;
     file_.unlock(lock_);
     locked_ = false;
 }
 
 // Who waits no longer than a moment is not told whose lock it is: looking takes longer.
-void CdxFile::Pages::refuse_busy(const char* operation, platform::LockKind wanted) const {
+void CdxPages::refuse_busy(const char* operation, platform::LockKind wanted) const {
     if (read_timeout_ms_ == platform::kShortLockTimeout_ms) {
         locks::refuse_busy(operation, path(), "the index is locked", {lock_, wanted});
     }
@@ -99,7 +99,7 @@ void CdxFile::Pages::refuse_busy(const char* operation, platform::LockKind wante
 }
 
 // Called whenever something must come from the file.
-void CdxFile::Pages::prepare_to_load() {
+void CdxPages::prepare_to_load() {
     if (!locked_ && !exclusive_) {
         if (!queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kShared,
                          read_timeout_ms_)) {
@@ -114,12 +114,12 @@ void CdxFile::Pages::prepare_to_load() {
     if (!known_) read_header();
 }
 
-bool CdxFile::Pages::header_matches() const {
+bool CdxPages::header_matches() const {
     std::array<Byte, kHeaderBytes> now{};
     return file_.read_at(0, now) == now.size() && now == header_;
 }
 
-void CdxFile::Pages::read_header() {
+void CdxPages::read_header() {
     if (fetch(0, header_) < header_.size()) damaged(0, "expected an index header");
     free_head_ = load_le32(header_.data() + kFreeHeadOffset);
     if (file_size_ == 0) file_size_ = file_.size_at_open();
@@ -128,7 +128,7 @@ void CdxFile::Pages::read_header() {
     known_ = true;
 }
 
-void CdxFile::Pages::drop() noexcept {
+void CdxPages::drop() noexcept {
     pages_.clear();
     roots_.clear();
     touched_.clear();
@@ -137,7 +137,7 @@ void CdxFile::Pages::drop() noexcept {
     ++generation_;
 }
 
-void CdxFile::Pages::check_page_offset(std::uint64_t offset, const std::string& what) {
+void CdxPages::check_page_offset(std::uint64_t offset, const std::string& what) {
     if (offset + kCdxPageSize > file_size_) measure();
     if (offset % kCdxPageSize != 0 || offset < 2 * kCdxPageSize ||
         offset + kCdxPageSize > file_size_) {
@@ -146,7 +146,7 @@ void CdxFile::Pages::check_page_offset(std::uint64_t offset, const std::string& 
     }
 }
 
-std::uint32_t CdxFile::Pages::root(const CdxForm& form) {
+std::uint32_t CdxPages::root(const CdxForm& form) {
     const auto known = roots_.find(form.header);
     if (known != roots_.end()) return known->second;
     prepare_to_load();
@@ -157,14 +157,14 @@ std::uint32_t CdxFile::Pages::root(const CdxForm& form) {
     return roots_[form.header] = load_le32(bytes.data());
 }
 
-CdxPage& CdxFile::Pages::page(const CdxForm& form, std::uint32_t offset) {
+CdxPage& CdxPages::page(const CdxForm& form, std::uint32_t offset) {
     const auto known = pages_.find(offset);
     CdxPage& page = known != pages_.end() ? *known->second : load(form, offset);
     if (page.tree() != form.header) damaged(offset, "expected a page of this tag, not of another");
     return page;
 }
 
-CdxPage& CdxFile::Pages::load(const CdxForm& form, std::uint32_t offset) {
+CdxPage& CdxPages::load(const CdxForm& form, std::uint32_t offset) {
     prepare_to_load();
     check_page_offset(offset, "a page");
     std::array<Byte, kCdxPageSize> raw{};
@@ -178,13 +178,13 @@ CdxPage& CdxFile::Pages::load(const CdxForm& form, std::uint32_t offset) {
     }
 }
 
-void CdxFile::Pages::read_bytes(std::uint64_t offset, MutableBytes into) {
+void CdxPages::read_bytes(std::uint64_t offset, MutableBytes into) {
     prepare_to_load();
     const std::size_t got = file_.read_at(offset, into);
     std::fill(into.begin() + static_cast<std::ptrdiff_t>(got), into.end(), Byte{0});
 }
 
-bool CdxFile::Pages::begin_change(std::optional<LockTry> attempt, bool durable) {
+bool CdxPages::begin_change(std::optional<LockTry> attempt, bool durable) {
     if (!lock_changes(attempt)) return false;
     durable_ = durable;
     try {
@@ -199,7 +199,7 @@ bool CdxFile::Pages::begin_change(std::optional<LockTry> attempt, bool durable) 
     return true;
 }
 
-bool CdxFile::Pages::lock_changes(std::optional<LockTry> attempt) {
+bool CdxPages::lock_changes(std::optional<LockTry> attempt) {
     if (!exclusive_) {
         locked_ = attempt
                       ? queue_.attempt(lock_, locks::LockScheme::queue(), *attempt)
@@ -213,13 +213,13 @@ bool CdxFile::Pages::lock_changes(std::optional<LockTry> attempt) {
 
 // Whoever adds pages needs to know where the file ends. A write that was cut short may have left
 // part of a page behind.
-void CdxFile::Pages::find_end() {
+void CdxPages::find_end() {
     if (end_found_) return;
     file_size_ = (file_.size() + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
     end_found_ = true;
 }
 
-void CdxFile::Pages::end_change() noexcept {
+void CdxPages::end_change() noexcept {
     const bool unpublished = !touched_.empty() || !new_headers_.empty() || !freed_.empty() ||
                              free_pages_taken_ || added_pages_written_ || publishing_;
     if (unpublished) drop();
@@ -233,7 +233,7 @@ void CdxFile::Pages::end_change() noexcept {
 
 // Whole pages that were added stay, as space that nothing names: on a share others would not see
 // that the file has become shorter.
-void CdxFile::Pages::cut_off_part_of_page() noexcept {
+void CdxPages::cut_off_part_of_page() noexcept {
     if (file_.remote()) return;
     try {
         const std::uint64_t size = file_.size();
@@ -243,7 +243,7 @@ void CdxFile::Pages::cut_off_part_of_page() noexcept {
     }
 }
 
-CdxPage& CdxFile::Pages::add(const CdxForm& form, bool leaf) {
+CdxPage& CdxPages::add(const CdxForm& form, bool leaf) {
     const std::uint32_t offset = allocate();
     auto& page = pages_[offset] = std::make_unique<CdxPage>(form, offset, leaf);
     memory_ += page->memory();
@@ -252,32 +252,32 @@ CdxPage& CdxFile::Pages::add(const CdxForm& form, bool leaf) {
     return *page;
 }
 
-std::uint32_t CdxFile::Pages::allocate() {
+std::uint32_t CdxPages::allocate() {
     find_end();
     const std::uint32_t reused = take_free_page();
     return reused != 0 ? reused : extend(kCdxPageSize);
 }
 
-std::uint32_t CdxFile::Pages::extend(std::uint64_t bytes) {
+std::uint32_t CdxPages::extend(std::uint64_t bytes) {
     if (file_size_ + bytes > kLargestFile) full();
     const auto offset = static_cast<std::uint32_t>(file_size_);
     file_size_ += bytes;
     return offset;
 }
 
-void CdxFile::Pages::full() const {
+void CdxPages::full() const {
     throw EngineFault(
         FaultCode::kLimit, "change index",
         path() + ": the index cannot grow past " + std::to_string(kLargestFile) + " bytes");
 }
 
-void CdxFile::Pages::require_room() const {
+void CdxPages::require_room() const {
     if (file_size_ != 0 && file_size_ + kFarFromFull < kLargestFile) return;
     if (file_.size() + kReserve > kLargestFile) full();
 }
 
 // A free list that cannot be right is given up: its pages become space that nothing names.
-std::uint32_t CdxFile::Pages::take_free_page() {
+std::uint32_t CdxPages::take_free_page() {
     const std::uint32_t taken = free_head_;
     if (is_end(taken)) return 0;
     free_pages_taken_ = true;
@@ -295,40 +295,38 @@ std::uint32_t CdxFile::Pages::take_free_page() {
     return taken;
 }
 
-void CdxFile::Pages::touch_entries(CdxPage& page) {
+void CdxPages::touch_entries(CdxPage& page) {
     page.content_changed = true;
     touch_pointers(page);
 }
 
-void CdxFile::Pages::touch_pointers(CdxPage& page) {
+void CdxPages::touch_pointers(CdxPage& page) {
     if (!page.listed) touched_.push_back(&page);
     page.listed = true;
     ++generation_;
 }
 
-void CdxFile::Pages::set_root(const CdxForm& form, std::uint32_t offset) {
-    roots_[form.header] = offset;
-}
+void CdxPages::set_root(const CdxForm& form, std::uint32_t offset) { roots_[form.header] = offset; }
 
-void CdxFile::Pages::free(CdxPage& page) {
+void CdxPages::free(CdxPage& page) {
     std::erase(touched_, &page);
     freed_.push_back(page.offset());
     ++generation_;
     pages_.erase(page.offset());
 }
 
-std::uint32_t CdxFile::Pages::reserve_header() {
+std::uint32_t CdxPages::reserve_header() {
     find_end();
     return extend(kTagHeaderSize);
 }
 
-void CdxFile::Pages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) {
+void CdxPages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) {
     new_headers_[offset] = std::move(bytes);
 }
 
 // The system may have connected to a share again in order to write, and then the index was free for
 // others meanwhile. At most this one place has been written over then.
-void CdxFile::Pages::put(std::uint64_t offset, Bytes bytes) {
+void CdxPages::put(std::uint64_t offset, Bytes bytes) {
     file_.write_at(offset, bytes);
     try {
         file_.require_same_session();
@@ -338,14 +336,14 @@ void CdxFile::Pages::put(std::uint64_t offset, Bytes bytes) {
     }
 }
 
-void CdxFile::Pages::start_afresh() {
+void CdxPages::start_afresh() {
     constexpr std::uint32_t kFarAhead = 1 << 20;
     free_head_ = 0;
     store_be32(header_.data() + kCounterOffset,
                load_be32(header_.data() + kCounterOffset) + kFarAhead);
 }
 
-void CdxFile::Pages::move(CdxPage& page, const CdxForm& form, std::uint32_t place) {
+void CdxPages::move(CdxPage& page, const CdxForm& form, std::uint32_t place) {
     std::array<Byte, kCdxPageSize> raw{};
     page.encode(raw);
     auto moved = std::make_unique<CdxPage>(CdxPage::decode(form, place, raw));
@@ -356,7 +354,7 @@ void CdxFile::Pages::move(CdxPage& page, const CdxForm& form, std::uint32_t plac
 }
 
 // A page that leads past another one is written like that last of all.
-void CdxFile::Pages::write(CdxPage& page) {
+void CdxPages::write(CdxPage& page) {
     std::array<Byte, kCdxPageSize> raw{};
     try {
         page.encode(raw);
@@ -369,13 +367,13 @@ void CdxFile::Pages::write(CdxPage& page) {
 }
 
 // Directory root, free list and counter lie side by side and are written at once.
-void CdxFile::Pages::write_header() {
+void CdxPages::write_header() {
     store_le32(header_.data() + kFreeHeadOffset, free_head_);
     store_be32(header_.data() + kCounterOffset, load_be32(header_.data() + kCounterOffset) + 1);
     put(0, Bytes(header_).first(kCounterOffset + 4));
 }
 
-void CdxFile::Pages::write_new_pages() {
+void CdxPages::write_new_pages() {
     if (free_pages_taken_) {
         write_header();
         wait_for_disk();
@@ -393,7 +391,7 @@ void CdxFile::Pages::write_new_pages() {
     if (added_pages_written_) wait_for_disk();
 }
 
-void CdxFile::Pages::publish() {
+void CdxPages::publish() {
     write_new_pages();
     publishing_ = true;
     if (!touched_.empty() || !freed_.empty()) {
@@ -410,7 +408,7 @@ void CdxFile::Pages::publish() {
     wait_for_disk();
 }
 
-void CdxFile::Pages::write_published() {
+void CdxPages::write_published() {
     write_header();
     write_changed_pages();
     write_pointers();
@@ -421,7 +419,7 @@ void CdxFile::Pages::write_published() {
 
 // Where the tree gets another shape a level is on the disk before the one above is written; entries
 // that change in their places do no harm in any mixture.
-void CdxFile::Pages::write_changed_pages() {
+void CdxPages::write_changed_pages() {
     for (;;) {
         const auto links_only =
             std::partition(touched_.begin(), touched_.end(),
@@ -440,7 +438,7 @@ void CdxFile::Pages::write_changed_pages() {
     }
 }
 
-void CdxFile::Pages::write_all(PageList::iterator first, PageList::iterator last) {
+void CdxPages::write_all(PageList::iterator first, PageList::iterator last) {
     std::for_each(first, last, [this](CdxPage* page) { write(*page); });
     touched_.erase(std::remove_if(first, last, [](const CdxPage* page) { return !page->listed; }),
                    last);
@@ -448,7 +446,7 @@ void CdxFile::Pages::write_all(PageList::iterator first, PageList::iterator last
 
 // Right pointers from the root's level down: a page that is still reached on its own level names
 // children that are still reached on theirs.
-void CdxFile::Pages::write_pointers() {
+void CdxPages::write_pointers() {
     std::sort(touched_.begin(), touched_.end(), [](const CdxPage* a, const CdxPage* b) {
         return std::pair(a->right_changed, b->level) < std::pair(b->right_changed, a->level);
     });
@@ -464,7 +462,7 @@ void CdxFile::Pages::write_pointers() {
 
 // Nothing leads to these pages when they are written, and the free list does not until they are on
 // the disk.
-void CdxFile::Pages::write_freed_pages() {
+void CdxPages::write_freed_pages() {
     wait_for_disk();
     std::uint32_t head = free_head_;
     for (const std::uint32_t page : freed_) {
@@ -480,7 +478,7 @@ void CdxFile::Pages::write_freed_pages() {
 
 // A wait that failed is not repeated as a write is: the system may have dropped what it could not
 // write, and the next wait would succeed without it.
-void CdxFile::Pages::wait_for_disk() {
+void CdxPages::wait_for_disk() {
     if (!durable_) return;
     try {
         file_.sync();

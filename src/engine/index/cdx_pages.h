@@ -30,7 +30,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "engine/index/cdx_file.h"
 #include "engine/index/cdx_page.h"
 #include "engine/locks/lock_queue.h"
 #include "platform/file.h"
@@ -40,9 +39,9 @@ namespace brenik::index {
 // Thrown inside a walk that has used remembered pages and finds that they are out of date.
 struct StaleCache {};
 
-class CdxFile::Pages {
+class CdxPages {
   public:
-    Pages(platform::File file, bool exclusive, locks::LockMode mode);
+    CdxPages(platform::File file, bool exclusive, locks::LockMode mode);
 
     platform::File& file() { return file_; }
     const std::string& path() const { return file_.path(); }
@@ -51,7 +50,7 @@ class CdxFile::Pages {
     // For as long as the object lives, how long pages that must be read are waited for.
     class ReadTimeout {
       public:
-        ReadTimeout(Pages& pages, int timeout_ms) : pages_(pages) {
+        ReadTimeout(CdxPages& pages, int timeout_ms) : pages_(pages) {
             pages.read_timeout_ms_ = timeout_ms;
         }
         ~ReadTimeout() { pages_.read_timeout_ms_ = platform::kShortLockTimeout_ms; }
@@ -59,7 +58,7 @@ class CdxFile::Pages {
         ReadTimeout& operator=(const ReadTimeout&) = delete;
 
       private:
-        Pages& pages_;
+        CdxPages& pages_;
     };
     void begin_read();
     void end_read() noexcept;

@@ -55,9 +55,9 @@ const LeafCounts::Leaf& LeafCounts::holding(std::size_t number) const {
 // -- In the tree.
 
 // Page headers, with no page read from the file twice.
-class CdxTag::Tree::HeaderReader {
+class CdxTag::HeaderReader {
   public:
-    explicit HeaderReader(CdxFile::Pages& pages) : pages_(pages) {
+    explicit HeaderReader(CdxPages& pages) : pages_(pages) {
         pages.measure();
         headers_.resize(static_cast<std::size_t>(pages.page_count() / kPagesAtOnce + 1));
     }
@@ -90,13 +90,13 @@ class CdxTag::Tree::HeaderReader {
         pages_.damaged(offset, "expected a leaf behind its left sibling");
     }
 
-    CdxFile::Pages& pages_;
+    CdxPages& pages_;
     std::vector<Group> headers_;
     std::vector<Byte> block_;
 };
 
 // Counts again only when something may have changed since. Called inside a walk.
-const LeafCounts& CdxTag::Tree::leaf_counts() {
+const LeafCounts& CdxTag::leaf_counts() {
     if (counted_generation_ == pages_.generation()) return leaf_counts_;
     LeafCounts counts;
     std::uint32_t offset = locate({}, false).page->offset();
@@ -113,7 +113,7 @@ const LeafCounts& CdxTag::Tree::leaf_counts() {
     return leaf_counts_;
 }
 
-std::size_t CdxTag::Tree::count() {
+std::size_t CdxTag::count() {
     std::size_t total = 0;
     read([&] {
         total = leaf_counts().total();
@@ -122,7 +122,7 @@ std::size_t CdxTag::Tree::count() {
     return total;
 }
 
-std::size_t CdxTag::Tree::count_before(Bytes probe, bool past_equal) {
+std::size_t CdxTag::count_below(Bytes probe, bool past_equal) {
     std::size_t number = 0;
     read([&] {
         const LeafCounts& counts = leaf_counts();
@@ -138,7 +138,7 @@ std::size_t CdxTag::Tree::count_before(Bytes probe, bool past_equal) {
     return number;
 }
 
-bool CdxTag::Tree::at(std::size_t number, IndexEntry& found) {
+bool CdxTag::at(std::size_t number, IndexEntry& found) {
     return read([&] {
         const LeafCounts& counts = leaf_counts();
         if (number >= counts.total()) return false;
@@ -152,18 +152,12 @@ bool CdxTag::Tree::at(std::size_t number, IndexEntry& found) {
     });
 }
 
-// -- The tag itself.
-
-std::size_t CdxTag::count() { return tree_->count(); }
-
 std::size_t CdxTag::count_before(Bytes key, RecordNumber record) {
-    return tree_->count_before(tree_->probe(key, record), false);
+    return count_below(probe(key, record), false);
 }
 
 std::size_t CdxTag::count_through(Bytes key, RecordNumber record) {
-    return tree_->count_before(tree_->probe(key, record), true);
+    return count_below(probe(key, record), true);
 }
-
-bool CdxTag::at(std::size_t number, IndexEntry& found) { return tree_->at(number, found); }
 
 }  // namespace brenik::index

@@ -21,13 +21,12 @@ int compare(Bytes a, Bytes b) {
 
 }  // namespace
 
-CdxTag::Tree::Tree(CdxFile::Pages& pages, const TagDescription& description,
-                   std::uint32_t header_offset)
-    : pages_(pages), description_(description), header_(header_offset) {}
+CdxTag::CdxTag(CdxPages& pages, TagDescription description, std::uint32_t header_offset)
+    : pages_(pages), description_(std::move(description)), header_(header_offset) {}
 
 // -- Walking.
 
-void CdxTag::Tree::begin() {
+void CdxTag::begin() {
     if (description_.key_length < 1 || description_.key_length > kLongestCdxKey) {
         throw EngineFault(
             FaultCode::kUnsupported, "read index",
@@ -36,7 +35,7 @@ void CdxTag::Tree::begin() {
     visits_left_ = kSpareVisits + 2 * pages_.page_count();
 }
 
-std::vector<Byte> CdxTag::Tree::probe(Bytes key, RecordNumber record) const {
+std::vector<Byte> CdxTag::probe(Bytes key, RecordNumber record) const {
     const std::size_t length = std::min(key.size(), description_.key_length);
     std::vector<Byte> bytes(key.begin(), key.begin() + static_cast<std::ptrdiff_t>(length));
     if (length < description_.key_length) return bytes;
@@ -45,11 +44,11 @@ std::vector<Byte> CdxTag::Tree::probe(Bytes key, RecordNumber record) const {
     return bytes;
 }
 
-bool CdxTag::Tree::forward(Bytes probe, bool past_equal, IndexEntry& found) {
+bool CdxTag::forward(Bytes probe, bool past_equal, IndexEntry& found) {
     return read([&] { return answer(locate(probe, past_equal), found); });
 }
 
-bool CdxTag::Tree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
+bool CdxTag::backward(Bytes probe, bool past_equal, IndexEntry& found) {
     return read([&] {
         Position position = locate(probe, past_equal);
         // A removal that was cut short can leave a greater entry in the page before.
@@ -61,7 +60,7 @@ bool CdxTag::Tree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
     });
 }
 
-bool CdxTag::Tree::next(const IndexEntry& entry, IndexEntry& found) {
+bool CdxTag::after(const IndexEntry& entry, IndexEntry& found) {
     const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
     return read([&] {
         if (!remembered(bytes)) return answer(locate(bytes, true), found);
@@ -74,7 +73,7 @@ bool CdxTag::Tree::next(const IndexEntry& entry, IndexEntry& found) {
     });
 }
 
-bool CdxTag::Tree::previous(const IndexEntry& entry, IndexEntry& found) {
+bool CdxTag::before(const IndexEntry& entry, IndexEntry& found) {
     const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
     return read([&] {
         Position position = remembered(bytes) ? last_ : locate(bytes, false);
@@ -86,12 +85,12 @@ bool CdxTag::Tree::previous(const IndexEntry& entry, IndexEntry& found) {
 }
 
 // True when `last_` may be used and stands on this entry.
-bool CdxTag::Tree::remembered(Bytes entry) const {
+bool CdxTag::remembered(Bytes entry) const {
     return last_.page != nullptr && last_generation_ == pages_.generation() &&
            same(last_.page->entry(last_.slot), entry);
 }
 
-bool CdxTag::Tree::answer(Position position, IndexEntry& found) {
+bool CdxTag::answer(Position position, IndexEntry& found) {
     if (position.slot >= position.page->count()) return false;
     const Bytes key = position.page->entry(position.slot).first(description_.key_length);
     found.key.assign(as_text(key));
@@ -101,14 +100,14 @@ bool CdxTag::Tree::answer(Position position, IndexEntry& found) {
     return true;
 }
 
-CdxPage& CdxTag::Tree::load(std::uint32_t offset) {
+CdxPage& CdxTag::load(std::uint32_t offset) {
     if (visits_left_-- == 0) pages_.damaged(offset, "expected pages that do not lead in a circle");
     return pages_.page(form(), offset);
 }
 
-CdxPage& CdxTag::Tree::root() { return load(pages_.root(form())); }
+CdxPage& CdxTag::root() { return load(pages_.root(form())); }
 
-CdxPage& CdxTag::Tree::child_of(const CdxPage& page, std::size_t slot) {
+CdxPage& CdxTag::child_of(const CdxPage& page, std::size_t slot) {
     const std::uint32_t offset = page.child(slot);
     if (offset == page.offset()) {
         pages_.damaged(offset, "entry " + std::to_string(slot) + ": expected another page");
@@ -116,7 +115,7 @@ CdxPage& CdxTag::Tree::child_of(const CdxPage& page, std::size_t slot) {
     return load(offset);
 }
 
-CdxPage& CdxTag::Tree::sibling(const CdxPage& page, std::uint32_t offset) {
+CdxPage& CdxTag::sibling(const CdxPage& page, std::uint32_t offset) {
     if (offset == page.offset()) pages_.damaged(offset, "expected another page as sibling");
     CdxPage& other = load(offset);
     if (other.leaf() != page.leaf()) {
@@ -125,7 +124,7 @@ CdxPage& CdxTag::Tree::sibling(const CdxPage& page, std::uint32_t offset) {
     return other;
 }
 
-CdxPage& CdxTag::Tree::right_of(const CdxPage& page) {
+CdxPage& CdxTag::right_of(const CdxPage& page) {
     CdxPage& other = sibling(page, page.right);
     if (!page.empty() && !other.empty() && compare(page.last_entry(), other.entry(0)) > 0) {
         pages_.damaged(other.offset(), "expected keys behind those of the left sibling");
@@ -134,7 +133,7 @@ CdxPage& CdxTag::Tree::right_of(const CdxPage& page) {
 }
 
 // A page that a cut-short split left without an entry in the parent.
-CdxPage& CdxTag::Tree::split_off(const CdxPage& page) {
+CdxPage& CdxTag::split_off(const CdxPage& page) {
     CdxPage& other = right_of(page);
     if (page.empty() || other.empty()) pages_.damaged(page.offset(), "expected entries");
     return other;
@@ -142,7 +141,7 @@ CdxPage& CdxTag::Tree::split_off(const CdxPage& page) {
 
 // A leaf and the slot of the first entry at or past the probe; past every entry, the slot behind
 // the last one.
-CdxTag::Tree::Position CdxTag::Tree::locate(Bytes probe, bool past_equal) {
+CdxTag::Position CdxTag::locate(Bytes probe, bool past_equal) {
     CdxPage* page = &root();
     for (std::size_t depth = 0; depth < kDeepestTree; ++depth) {
         std::size_t slot = page->bound(probe, past_equal);
@@ -159,7 +158,7 @@ CdxTag::Tree::Position CdxTag::Tree::locate(Bytes probe, bool past_equal) {
     pages_.damaged(page->offset(), "expected a tree of at most 64 levels");
 }
 
-void CdxTag::Tree::check_depth(const CdxPage& leaf, std::size_t depth) {
+void CdxTag::check_depth(const CdxPage& leaf, std::size_t depth) {
     if (depth_generation_ == pages_.generation() && leaf_depth_ != depth) {
         pages_.damaged(leaf.offset(), "expected leaves at one depth only");
     }
@@ -167,7 +166,7 @@ void CdxTag::Tree::check_depth(const CdxPage& leaf, std::size_t depth) {
     leaf_depth_ = depth;
 }
 
-bool CdxTag::Tree::step_back(Position& position) {
+bool CdxTag::step_back(Position& position) {
     if (position.slot == 0) return !position.page->empty() && find_before(position);
     --position.slot;
     return true;
@@ -175,7 +174,7 @@ bool CdxTag::Tree::step_back(Position& position) {
 
 // Goes from the first entry of a leaf to the one before it. The way leads from the root down: a
 // write that was cut short can leave left pointers behind that name pages no longer in use.
-bool CdxTag::Tree::find_before(Position& position) {
+bool CdxTag::find_before(Position& position) {
     const Bytes first = position.page->entry(0);
     Path candidates;
     descend_before(root(), first, candidates);
@@ -193,7 +192,7 @@ bool CdxTag::Tree::find_before(Position& position) {
 }
 
 // Collects the places under a page where the last entry below `limit` may be, the nearest last.
-void CdxTag::Tree::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
+void CdxTag::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
     for (CdxPage* page = &from;;) {
         std::size_t slot = page->bound(limit, false);
         while (slot == page->count() && page->right != kNoPage) {
@@ -209,7 +208,7 @@ void CdxTag::Tree::descend_before(CdxPage& from, Bytes limit, Path& candidates) 
 }
 
 // Follows right pointers, short of the page `end` and of entries that are not below `limit`.
-CdxPage& CdxTag::Tree::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
+CdxPage& CdxTag::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
     CdxPage* page = &from;
     while (page->right != kNoPage && page->right != end) {
         CdxPage& right = right_of(*page);
@@ -219,7 +218,7 @@ CdxPage& CdxTag::Tree::last_below(CdxPage& from, Bytes limit, std::uint32_t end)
     return *page;
 }
 
-bool CdxTag::Tree::step_on(Position& position) {
+bool CdxTag::step_on(Position& position) {
     ++position.slot;
     while (position.slot >= position.page->count()) {
         if (position.page->right == kNoPage) return false;
@@ -230,13 +229,13 @@ bool CdxTag::Tree::step_on(Position& position) {
 
 // -- Changing.
 
-bool CdxTag::Tree::contains(Bytes key) {
+bool CdxTag::contains(Bytes key) {
     IndexEntry found;
     return key.size() == description_.key_length && forward(key, false, found) &&
            same(as_bytes(found.key), key);
 }
 
-std::vector<Byte> CdxTag::Tree::checked_entry(Bytes key, RecordNumber record) const {
+std::vector<Byte> CdxTag::checked_entry(Bytes key, RecordNumber record) const {
     if (key.size() != description_.key_length) {
         throw EngineFault(FaultCode::kUnsuitableValue, "change index",
                           pages_.path() + ": tag " + description_.name + ": a key of " +
@@ -245,7 +244,7 @@ std::vector<Byte> CdxTag::Tree::checked_entry(Bytes key, RecordNumber record) co
     return probe(key, record);
 }
 
-bool CdxTag::Tree::insert(Bytes key, RecordNumber record) {
+bool CdxTag::insert(Bytes key, RecordNumber record) {
     const std::vector<Byte> entry = checked_entry(key, record);
     Path path = path_to(entry);
     const auto [leaf, slot] = path.back();
@@ -255,7 +254,7 @@ bool CdxTag::Tree::insert(Bytes key, RecordNumber record) {
     return true;
 }
 
-bool CdxTag::Tree::remove(Bytes key, RecordNumber record) {
+bool CdxTag::remove(Bytes key, RecordNumber record) {
     const std::vector<Byte> entry = checked_entry(key, record);
     Path path = path_to(entry);
     const auto [leaf, slot] = path.back();
@@ -270,13 +269,13 @@ bool CdxTag::Tree::remove(Bytes key, RecordNumber record) {
     return true;
 }
 
-void CdxTag::Tree::loosen(CdxPage& page, Bytes said) {
+void CdxTag::loosen(CdxPage& page, Bytes said) {
     if (page.loose) return;
     loose_.emplace_back(said.begin(), said.end());
     page.loose = true;
 }
 
-void CdxTag::Tree::finish() {
+void CdxTag::finish() {
     while (!loose_.empty()) {
         Path path = path_to(loose_.back());
         const auto lowest = std::find_if(path.rbegin(), path.rend(),
@@ -291,7 +290,7 @@ void CdxTag::Tree::finish() {
 }
 
 // The way down to the leaf and slot of an entry, or to where it belongs.
-CdxTag::Tree::Path CdxTag::Tree::path_to(Bytes entry) {
+CdxTag::Path CdxTag::path_to(Bytes entry) {
     begin();
     Path path;
     while (!descend(entry, path)) path.clear();
@@ -299,7 +298,7 @@ CdxTag::Tree::Path CdxTag::Tree::path_to(Bytes entry) {
 }
 
 // False when something had to be mended on the way, after which the path is another one.
-bool CdxTag::Tree::descend(Bytes entry, Path& path) {
+bool CdxTag::descend(Bytes entry, Path& path) {
     CdxPage* page = &root();
     if (page->right != kNoPage) {
         learn_levels(path, *page);
@@ -323,7 +322,7 @@ bool CdxTag::Tree::descend(Bytes entry, Path& path) {
     return true;
 }
 
-void CdxTag::Tree::set_levels(const Path& path) {
+void CdxTag::set_levels(const Path& path) {
     for (std::size_t depth = 0; depth < path.size(); ++depth) {
         const int level = static_cast<int>(path.size() - 1 - depth);
         CdxPage& page = *path[depth].page;
@@ -335,7 +334,7 @@ void CdxTag::Tree::set_levels(const Path& path) {
 }
 
 // The levels of a page and of those above it, for what is written before a whole path is known.
-void CdxTag::Tree::learn_levels(const Path& path, CdxPage& child) {
+void CdxTag::learn_levels(const Path& path, CdxPage& child) {
     int level = 0;
     for (CdxPage* page = &child; !page->leaf(); page = &child_of(*page, 0)) ++level;
     child.level = level;
@@ -344,7 +343,7 @@ void CdxTag::Tree::learn_levels(const Path& path, CdxPage& child) {
 
 // Brings the last entry of `path` in line with the child that it names. Answers true when
 // something was not as it should be. A child that ends before what the parent says is loose.
-bool CdxTag::Tree::mend(Path& path, CdxPage& child) {
+bool CdxTag::mend(Path& path, CdxPage& child) {
     CdxPage& parent = *path.back().page;
     const std::size_t slot = path.back().slot;
     mend_left_pointer(path, child);
@@ -383,7 +382,7 @@ bool CdxTag::Tree::mend(Path& path, CdxPage& child) {
 
 // An entry that would become the first of its leaf can have its place in the leaf before, where
 // the parents have not learnt yet of a last entry added there.
-bool CdxTag::Tree::mend_before(const Path& path, Bytes entry) {
+bool CdxTag::mend_before(const Path& path, Bytes entry) {
     if (path.back().slot > 0) return false;
     const auto turn = std::find_if(path.rbegin(), path.rend(),
                                    [](const Position& step) { return step.slot > 0; });
@@ -399,13 +398,13 @@ bool CdxTag::Tree::mend_before(const Path& path, Bytes entry) {
 }
 
 // The page that comes behind the named child according to its parents.
-std::uint32_t CdxTag::Tree::expected_right(const Position& parent) {
+std::uint32_t CdxTag::expected_right(const Position& parent) {
     if (parent.slot + 1 < parent.page->count()) return parent.page->child(parent.slot + 1);
     if (parent.page->right == kNoPage) return kNoPage;
     return right_of(*parent.page).child(0);
 }
 
-void CdxTag::Tree::mend_left_pointer(Path& path, CdxPage& child) {
+void CdxTag::mend_left_pointer(Path& path, CdxPage& child) {
     const Position parent = path.back();
     if (parent.slot > 0 && child.left == parent.page->child(parent.slot - 1)) return;
     path.push_back({&child, 0});
@@ -418,7 +417,7 @@ void CdxTag::Tree::mend_left_pointer(Path& path, CdxPage& child) {
 }
 
 // The page whose right pointer names the page at `depth`, or passes it over.
-CdxPage* CdxTag::Tree::left_neighbour(const Path& path, std::size_t depth) {
+CdxPage* CdxTag::left_neighbour(const Path& path, std::size_t depth) {
     std::size_t level = depth;
     while (level > 0 && path[level - 1].slot == 0) --level;
     if (level == 0) return nullptr;
@@ -436,7 +435,7 @@ CdxPage* CdxTag::Tree::left_neighbour(const Path& path, std::size_t depth) {
 
 // Follows up a change to the entries of one page: splits it or takes it out of the tree, and
 // corrects its entry in the parent.
-void CdxTag::Tree::settle(Path& path, std::size_t depth) {
+void CdxTag::settle(Path& path, std::size_t depth) {
     CdxPage& page = *path[depth].page;
     pages_.touch_entries(page);
     if (page.empty()) return remove_emptied(path, depth);
@@ -461,7 +460,7 @@ void CdxTag::Tree::settle(Path& path, std::size_t depth) {
     settle(path, depth - 1);
 }
 
-void CdxTag::Tree::remove_emptied(Path& path, std::size_t depth) {
+void CdxTag::remove_emptied(Path& path, std::size_t depth) {
     CdxPage& page = *path[depth].page;
     if (depth == 0) {
         page.become_empty_leaf();
@@ -474,7 +473,7 @@ void CdxTag::Tree::remove_emptied(Path& path, std::size_t depth) {
 }
 
 // Cuts a page that has become too large; the new pages lie to its right.
-std::vector<CdxPage*> CdxTag::Tree::split(CdxPage& page, const Position& changed) {
+std::vector<CdxPage*> CdxTag::split(CdxPage& page, const Position& changed) {
     const bool appending = page.right == kNoPage && changed.slot + 1 == page.count();
     std::vector<std::size_t> cuts = page.cuts(appending);
     std::vector<CdxPage*> added;
@@ -488,7 +487,7 @@ std::vector<CdxPage*> CdxTag::Tree::split(CdxPage& page, const Position& changed
 }
 
 // Makes the left pointers right around a page that lies behind `page`.
-void CdxTag::Tree::link_behind(CdxPage& page, CdxPage& added) {
+void CdxTag::link_behind(CdxPage& page, CdxPage& added) {
     added.left = page.offset();
     pages_.touch_pointers(added);
     if (added.right == kNoPage) return;
@@ -497,7 +496,7 @@ void CdxTag::Tree::link_behind(CdxPage& page, CdxPage& added) {
     pages_.touch_pointers(neighbour);
 }
 
-void CdxTag::Tree::unlink(const CdxPage& page, CdxPage* left) {
+void CdxTag::unlink(const CdxPage& page, CdxPage* left) {
     if (page.right != kNoPage) {
         CdxPage& right = sibling(page, page.right);
         right.left = left == nullptr ? kNoPage : left->offset();
@@ -511,7 +510,7 @@ void CdxTag::Tree::unlink(const CdxPage& page, CdxPage* left) {
 
 // The root stays where it is, because other engines remember its place: its entries move to a new
 // page, and it becomes the branch above that page and `added`.
-void CdxTag::Tree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
+void CdxTag::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     CdxPage& first = pages_.add(form(), root.leaf());
     root.move_tail(0, first);
     first.left = kNoPage;
@@ -526,33 +525,19 @@ void CdxTag::Tree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     settle(path, 0);
 }
 
-// -- The tag itself.
+// -- Looking for entries.
 
-CdxTag::CdxTag(CdxFile& file, TagDescription description, std::uint64_t header_offset)
-    : file_(file),
-      description_(std::move(description)),
-      tree_(std::make_unique<Tree>(*file_.pages_, description_,
-                                   static_cast<std::uint32_t>(header_offset))) {}
+bool CdxTag::first(IndexEntry& found) { return forward({}, false, found); }
 
-CdxTag::~CdxTag() = default;
-
-bool CdxTag::first(IndexEntry& found) { return tree_->forward({}, false, found); }
-
-bool CdxTag::last(IndexEntry& found) { return tree_->backward({}, true, found); }
+bool CdxTag::last(IndexEntry& found) { return backward({}, true, found); }
 
 bool CdxTag::at_or_after(Bytes key, RecordNumber record, IndexEntry& found) {
-    return tree_->forward(tree_->probe(key, record), false, found);
+    return forward(probe(key, record), false, found);
 }
 
 bool CdxTag::at_or_before(Bytes key, RecordNumber record, IndexEntry& found, int timeout_ms) {
-    const CdxFile::Pages::ReadTimeout timeout(*file_.pages_, timeout_ms);
-    return tree_->backward(tree_->probe(key, record), true, found);
-}
-
-bool CdxTag::after(const IndexEntry& entry, IndexEntry& found) { return tree_->next(entry, found); }
-
-bool CdxTag::before(const IndexEntry& entry, IndexEntry& found) {
-    return tree_->previous(entry, found);
+    const CdxPages::ReadTimeout timeout(pages_, timeout_ms);
+    return backward(probe(key, record), true, found);
 }
 
 }  // namespace brenik::index

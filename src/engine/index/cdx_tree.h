@@ -18,28 +18,66 @@
 #include <string>
 #include <vector>
 
+#include "engine/index/cdx_header.h"
 #include "engine/index/cdx_pages.h"
 #include "engine/index/cdx_positions.h"
 
 namespace brenik::index {
 
-class CdxTag::Tree {
+struct IndexEntry {
+    std::string key;  // full key bytes
+    RecordNumber record = 0;
+};
+
+// Entries are ordered by key bytes, then record number; this class knows storage order only:
+// descending tags are the caller's business.
+class CdxTag {
   public:
-    Tree(CdxFile::Pages& pages, const TagDescription& description, std::uint32_t header_offset);
+    CdxTag(CdxPages& pages, TagDescription description, std::uint32_t header_offset);
+    CdxTag(const CdxTag&) = delete;
+    CdxTag& operator=(const CdxTag&) = delete;
+
+    const TagDescription& description() const { return description_; }
+    // The pad byte depends on the key's type, which the caller learns by compiling the expression;
+    // it must be set before the first walk.
+    void set_pad(Byte pad) { description_.pad = pad; }
+
+    // Each finds one entry and answers false when there is none.
+    bool first(IndexEntry& found);
+    bool last(IndexEntry& found);
+    // The first entry whose (key, record) is not less than the given one; a key shorter than the
+    // tag's compares as a prefix (an entry that begins with it is not less).
+    bool at_or_after(Bytes key, RecordNumber record, IndexEntry& found);
+    // The last entry whose key is not greater than `key` or begins with it, and whose record
+    // number, where keys are equal, is not greater than `record`. EngineFault kBusy when the index
+    // must be read and stays locked for `timeout_ms`.
+    bool at_or_before(Bytes key, RecordNumber record, IndexEntry& found,
+                      int timeout_ms = platform::kShortLockTimeout_ms);
+    // The neighbour of an entry by (key, record), whether or not that entry still exists.
+    bool after(const IndexEntry& entry, IndexEntry& found);
+    bool before(const IndexEntry& entry, IndexEntry& found);
+
+    // Entries of the tag; those less than (key, record); those not greater, or beginning with a key
+    // that is shorter than the tag's. The first
+    // question after a change of the file reads the headers of all leaves (cdx_positions.h).
+    std::size_t count();
+    std::size_t count_before(Bytes key, RecordNumber record);
+    std::size_t count_through(Bytes key, RecordNumber record);
+    // The entry with this number, counted from 0.
+    bool at(std::size_t number, IndexEntry& found);
+
+  private:
+    friend class CdxFile;
 
     // The first entry that is not less than `probe` (greater, with `past_equal`), comparing only as
     // many bytes as the probe has.
     bool forward(Bytes probe, bool past_equal, IndexEntry& found);
     // The last entry before that one.
     bool backward(Bytes probe, bool past_equal, IndexEntry& found);
-    bool next(const IndexEntry& entry, IndexEntry& found);
-    bool previous(const IndexEntry& entry, IndexEntry& found);
 
-    // By number, counted from 0 (cdx_positions.h).
-    std::size_t count();
-    std::size_t count_before(Bytes probe, bool past_equal);
-    bool at(std::size_t number, IndexEntry& found);
+    std::size_t count_below(Bytes probe, bool past_equal);
 
+    // For CdxFile, under the index lock.
     bool contains(Bytes key);
     bool insert(Bytes key, RecordNumber record);
     bool remove(Bytes key, RecordNumber record);
@@ -56,7 +94,6 @@ class CdxTag::Tree {
     std::vector<Byte> probe(Bytes key, RecordNumber record) const;
     CdxForm form() const { return {header_, description_.key_length, description_.pad}; }
 
-  private:
     struct Position {
         CdxPage* page;
         std::size_t slot;
@@ -107,8 +144,8 @@ class CdxTag::Tree {
     CdxPage& begin_page(Level& level);
     void grow(CdxPage& root, const std::vector<CdxPage*>& added);
 
-    CdxFile::Pages& pages_;
-    const TagDescription& description_;
+    CdxPages& pages_;
+    TagDescription description_;
     std::uint32_t header_;
     std::uint64_t visits_left_ = 0;
     std::vector<std::vector<Byte>> loose_;  // what the parents of loose pages say
@@ -125,9 +162,9 @@ class CdxTag::Tree {
 };
 
 template <typename Walk>
-bool CdxTag::Tree::read(Walk walk) {
+bool CdxTag::read(Walk walk) {
     struct Guard {
-        CdxFile::Pages& pages;
+        CdxPages& pages;
         ~Guard() { pages.end_read(); }
     } guard{pages_};
     pages_.begin_read();

@@ -108,7 +108,7 @@ void LocalTable::reopen_files() {
 // The current record is locked anew, but stays so only if it is still what was read under the lock
 // that was lost. A change to it that is still to be written stays in the buffer.
 void LocalTable::reopen() {
-    const bool held = record_ != 0 && file_->owns(record_);
+    const bool held = record_ != 0 && file_->locks().owns(record_);
     reopen_files();
     orders_->mend_doubtful([this](const TableOrders::RecordUse& use) {
         const auto read = [this](RecordNumber first, MutableBytes into) {
@@ -121,10 +121,10 @@ void LocalTable::reopen() {
     interrupted_ = changed_ || keys_pending_;
     known_memos_.clear();
     if (begun_ || interrupted_) return;
-    if (held && file_->lock(record_, LockTry::kInTurn) && loaded_) {
+    if (held && file_->locks().lock(record_, LockTry::kInTurn) && loaded_) {
         std::vector<Byte> there(layout().record_length);
         file_->read(record_, there);
-        if (there != original_) file_->unlock(record_);
+        if (there != original_) file_->locks().unlock(record_);
     }
     forget_reading();
 }
@@ -172,7 +172,7 @@ void LocalTable::require_open(const char* operation) const {
 
 void LocalTable::require_writable(const char* operation) {
     require_open(operation);
-    if (!begun_ && (record_ == 0 || !file_->owns(record_))) {
+    if (!begun_ && (record_ == 0 || !file_->locks().owns(record_))) {
         throw EngineFault(FaultCode::kNotLocked, operation,
                           file_->path() + ": record " + std::to_string(record_number()) +
                               " is not locked by this session");
@@ -194,16 +194,16 @@ const record::Field& LocalTable::field_at(std::size_t position, const char* oper
 std::string LocalTable::memo_text(const record::Field& field) {
     const auto pending = pending_memos_.find(&field);
     if (pending != pending_memos_.end()) return pending->second;
-    if (loaded_ && record_ != 0 && !changed_ && !file_->owns(record_) &&
+    if (loaded_ && record_ != 0 && !changed_ && !file_->locks().owns(record_) &&
         MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
         forget_reading();
     }
     const auto known = known_memos_.find(&field);
-    if (known != known_memos_.end() && file_->owns(record_)) return known->second;
+    if (known != known_memos_.end() && file_->locks().owns(record_)) return known->second;
     std::string text =
         reaching([&] { return memo_->read(record::read_memo_pointer(view(), field).block); });
     // Nobody else changes it now, and it will be compared with the text that replaces it.
-    if (file_->owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
+    if (file_->locks().owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
     return text;
 }
 
@@ -296,7 +296,7 @@ void LocalTable::require_room_for_memos() const {
 void LocalTable::flush() {
     if (begun_ || (!changed_ && !keys_pending_)) return;
     reaching([this] {
-        if (interrupted_ || !file_->owns(record_)) prepare_to_write_again();
+        if (interrupted_ || !file_->locks().owns(record_)) prepare_to_write_again();
         write_changes();
     });
 }
@@ -304,11 +304,12 @@ void LocalTable::flush() {
 // After the session was lost: the record is locked anew, and must hold either what was read from it
 // or what was written to it.
 void LocalTable::prepare_to_write_again() {
-    if (!file_->lock(record_, LockTry::kInTurn)) refuse_after_loss("is locked by another user now");
+    if (!file_->locks().lock(record_, LockTry::kInTurn))
+        refuse_after_loss("is locked by another user now");
     std::vector<Byte> there(layout().record_length);
     file_->read(record_, there);
     if (there != bytes_ && there != original_) {
-        file_->unlock(record_);
+        file_->locks().unlock(record_);
         refuse_after_loss("was changed by another user meanwhile");
     }
     if (there == bytes_ && there != original_) pending_memos_.clear();
@@ -337,7 +338,7 @@ void LocalTable::write_changes() {
 }
 
 KeyUpdate::RecordHas LocalTable::record_has() {
-    return [this](const Order& order, const index::IndexEntry& entry) {
+    return [this](const index::Order& order, const index::IndexEntry& entry) {
         if (!file_->holds(entry.record)) return false;
         std::vector<Byte> bytes(layout().record_length);
         file_->read(entry.record, bytes);
@@ -414,7 +415,7 @@ bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
     RecordNumber place = 0;
     return reaching([&] {
         if (place != 0) record::make_blank_record(bytes_, layout());
-        if (place == 0 || !is_added(place) || !file_->lock_new(place)) {
+        if (place == 0 || !is_added(place) || !file_->locks().lock_new(place)) {
             return append_blank_once(release_other_locks, attempt, place);
         }
         placed_at_added(place);
@@ -427,7 +428,7 @@ bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, Re
     require_open("append");
     flush();
     require_room_beside_records();
-    if (release_other_locks) file_->unlock_all();
+    if (release_other_locks) file_->locks().unlock_all();
     std::vector<Byte> blank(layout().record_length);
     record::make_blank_record(blank, layout());
     TableFile::Addition addition(*file_, attempt);
@@ -503,7 +504,7 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave
         keys.lock(durable());
         keys.insert(record_has());
         keys.publish();
-        if (leave == Leave::kLocked) static_cast<void>(file_->lock_new(place));
+        if (leave == Leave::kLocked) static_cast<void>(file_->locks().lock_new(place));
         if (durable()) file_->sync();
         placed_at_added(place);
         return Added::kDone;
@@ -559,7 +560,7 @@ void LocalTable::abandon_changes() noexcept {
 // For an appended record whose keys an order refuses, or whose index cannot be written: better a
 // deleted record without keys than a live one.
 void LocalTable::abandon_without_keys() noexcept {
-    if (interrupted_ || !file_->owns(record_)) return forget_record();
+    if (interrupted_ || !file_->locks().owns(record_)) return forget_record();
     try {
         const std::vector<Byte> before = original_;
         original_[0] = '*';
@@ -583,10 +584,10 @@ void LocalTable::commit() {
 
 bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
     require_open("lock record");
-    const bool owned = !lost() && file_->owns(record);
+    const bool owned = !lost() && file_->locks().owns(record);
     // The byte of a record to come is the append's.
     const bool locked =
-        reaching([&] { return file_->holds(record) && file_->lock(record, attempt); });
+        reaching([&] { return file_->holds(record) && file_->locks().lock(record, attempt); });
     if (!locked) return false;
     // What was read before the lock may be another session's past.
     if (owned || record != record_) return true;
@@ -597,7 +598,7 @@ bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
 bool LocalTable::lock_table(LockTry attempt) {
     require_open("lock file");
     flush();
-    const bool locked = reaching([&] { return file_->lock_all(attempt); });
+    const bool locked = reaching([&] { return file_->locks().lock_table(attempt); });
     forget_record();  // locked or not: a refused try has let go of the record for a moment
     return locked;
 }
@@ -605,13 +606,13 @@ bool LocalTable::lock_table(LockTry attempt) {
 void LocalTable::unlock_record(RecordNumber record) {
     if (!file_) return;
     if (record == record_) flush();
-    file_->unlock(record);
+    file_->locks().unlock(record);
 }
 
 void LocalTable::unlock_all() {
     if (!file_) return;
     flush();
-    file_->unlock_all();
+    file_->locks().unlock_all();
 }
 
 // -------------------------------------------------------------------------------- navigation
@@ -785,8 +786,8 @@ std::vector<std::size_t> LocalTable::orders_of(const std::string& index_file) co
 OrderDescription LocalTable::order_description(std::size_t number) const {
     if (order_name(number).empty()) refuse_order(number, "order");
     const index::TagDescription& tag = orders_->attached(number).description();
-    return {tag.name,       tag.key,   tag.condition, tag.unique || tag.candidate,
-            tag.descending, tag.custom};
+    return {tag.name,   tag.key,       tag.condition,  tag.key_length,
+            tag.unique, tag.candidate, tag.descending, tag.custom};
 }
 
 bool LocalTable::set_order(std::size_t number) {
@@ -812,7 +813,7 @@ bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
 }
 
 bool LocalTable::find_from_root(const Value& key, SeekMode mode, SeekEnd end) {
-    const Order& order = orders_->attached(controlling_);
+    const index::Order& order = orders_->attached(controlling_);
     const std::string wanted = index::seek_key(order.format, key);
     const bool too_long = order.format.form == index::KeyForm::kText &&
                           trim_right(key.text()).size() > order.format.text_length();
@@ -826,12 +827,12 @@ bool LocalTable::find_from_root(const Value& key, SeekMode mode, SeekEnd end) {
         }
         return false;
     };
-    OrderWalk::Match match = walk().seek(wanted, end, entry);
-    const bool has_key = match == OrderWalk::Match::kFound;
+    index::OrderWalk::Match match = walk().seek(wanted, end, entry);
+    const bool has_key = match == index::OrderWalk::Match::kFound;
     if (has_key && !too_long && settle(true, end == SeekEnd::kFirst, false)) return true;
     if (mode == SeekMode::kSoft) {
         if (has_key) match = walk().seek(wanted, SeekEnd::kFirst, entry);
-        if (settle(match != OrderWalk::Match::kNone, true, true)) return false;
+        if (settle(match != index::OrderWalk::Match::kNone, true, true)) return false;
     }
     place(0);
     return false;

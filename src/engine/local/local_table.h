@@ -61,7 +61,7 @@ class LocalTable : public Table {
     [[nodiscard]] bool lock_table(LockTry attempt) override;
     void unlock_record(RecordNumber record) override;
     void unlock_all() override;
-    bool owns(RecordNumber record) const override { return file_ && file_->owns(record); }
+    bool owns(RecordNumber record) const override { return file_ && file_->locks().owns(record); }
     [[nodiscard]] bool append_blank(bool release_other_locks, LockTry attempt) override;
     void begin_record() override;
     void require_place() override;
@@ -151,8 +151,8 @@ class LocalTable : public Table {
     bool shows(const record::RecordView& record) const;
     bool visible() { return !hides_records() || shows(view()); }
     bool hides_records() const { return engine_.deleted_hidden() || filter_; }
-    OrderWalk walk() const { return walk(controlling_); }
-    OrderWalk walk(std::size_t order) const {
+    index::OrderWalk walk() const { return walk(controlling_); }
+    index::OrderWalk walk(std::size_t order) const {
         return {orders_->attached(order), scopes_[order - 1].limits};
     }
     index::IndexEntry current_entry();
@@ -167,7 +167,7 @@ class LocalTable : public Table {
     void use_order(std::size_t number);
     void orders_attached(std::size_t before, int controlling);
 
-    // -- Keys by number (table_positions.cpp).
+    // -- Keys by number (local_table_positions.cpp).
     [[noreturn]] void refuse_order(std::size_t order, const char* operation) const;
     bool among(RecordNumber record, MutableBytes buffer);
     std::size_t count_visible(std::size_t order, RecordNumber last);
@@ -199,7 +199,7 @@ class LocalTable : public Table {
     std::size_t controlling_ = 0;
     std::optional<index::IndexEntry> entry_;  // of the current record in the controlling order
     struct OrderScopes {
-        Scope limits;
+        index::Scope limits;
         Value top;
         Value bottom;
     };

@@ -56,12 +56,12 @@ void TableFile::keep_other_mode_out() {
         file_.try_lock(ours, platform::LockKind::kShared) && (!proprietary || keep_strangers_out());
     file_.unlock(theirs);
     file_.keep_locks();
-    if (!kept) throw refuse(proprietary ? locks_.marker() : ours, platform::LockKind::kShared);
+    if (!kept) throw refuse(proprietary ? scheme_.marker() : ours, platform::LockKind::kShared);
 }
 
 void TableFile::reopen() {
-    locked_records_.clear();
-    table_locked_ = marked_ = false;
+    held_.forget();
+    marked_ = false;
     file_.reopen();
     try {
         require_same_layout();
@@ -76,7 +76,7 @@ void TableFile::reopen() {
 // The records that others have added meanwhile are there, whatever the count says.
 void TableFile::raise_count() {
     if (!count_doubtful_ || exclusive_) return;
-    const locks::LockRange range = locks_.append();
+    const locks::LockRange range = scheme_.append();
     if (!append_queue_.lock(range, locks::LockScheme::queue(), platform::LockKind::kExclusive,
                             platform::kShortLockTimeout_ms)) {
         locks::refuse_busy("append", path(), "the table is locked",
@@ -106,7 +106,7 @@ void TableFile::require_same_layout() {
 // A table that has outgrown the marker, in exclusive use, is beyond what compatible programs can
 // lock and keep in order anyway.
 bool TableFile::keep_strangers_out() {
-    const locks::LockRange marker = locks_.marker();
+    const locks::LockRange marker = scheme_.marker();
     if (file_.size() > marker.offset) return true;
     marked_ = lock_within(file_, marker, platform::LockKind::kShared, kModeTimeout_ms);
     return marked_;
@@ -140,7 +140,7 @@ RecordNumber TableFile::count() {
 // lies in two of the system's pages, which are copied one after the other, even they may see the
 // same half.
 void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
-    if (owns(record)) return read_once(record, into);
+    if (held_.owns(record)) return read_once(record, into);
     std::optional<locks::HeldLock> whole;
     keep_whole(record, platform::LockKind::kShared, whole);
     read_once(record, into);
@@ -202,18 +202,18 @@ void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
 }
 
 TableFile::Addition::Addition(TableFile& file, LockTry attempt, Table::Leave leave) : file_(file) {
-    if (!file.exclusive_ && !file.table_locked_) {
-        const locks::LockRange range = file.locks_.append();
+    if (!file.held_.owns_all()) {
+        const locks::LockRange range = file.scheme_.append();
         if (!file.append_queue_.attempt(range, locks::LockScheme::queue(), attempt)) return;
         append_lock_.emplace(file.file_, range);
     }
     const Place next = file.next_place();
     left_over_ = next.left_over;
-    if (leave == Table::Leave::kUnlocked || file.lock_new(next.record)) record_ = next.record;
+    if (leave == Table::Leave::kUnlocked || file.held_.lock_new(next.record)) record_ = next.record;
 }
 
 TableFile::Addition::~Addition() {
-    if (record_ != 0 && !counted_) file_.unlock(record_);
+    if (record_ != 0 && !counted_) file_.held_.unlock(record_);
 }
 
 std::optional<std::vector<Byte>> TableFile::Addition::left_over() const {
@@ -285,11 +285,11 @@ TableFile::Place TableFile::next_place() {
                               " records, the file holds " + std::to_string(held) +
                               "; repair the table before adding to it");
     }
-    if (counted >= locks_.max_records(marked_)) {
+    if (counted >= scheme_.max_records(marked_)) {
         throw EngineFault(FaultCode::kLimit, "append",
                           path() + ": full: " + std::to_string(counted) +
                               " records reach as far as locks allow, offset " +
-                              std::to_string(locks_.data_limit(marked_)));
+                              std::to_string(scheme_.data_limit(marked_)));
     }
     return {counted + 1, held > counted};
 }
@@ -323,54 +323,6 @@ void TableFile::step_autoincrement() {
         store_le32(after.data(), column.next + column.step);
         replace(column.offset, after, before);
     }
-}
-
-bool TableFile::lock(RecordNumber record, LockTry attempt) {
-    if (owns(record)) return true;
-    const locks::LockRange range = locks_.record(record);
-    const bool locked = record_queue_.attempt(range, locks::LockScheme::queue(record), attempt);
-    if (locked) locked_records_.insert(record);
-    return locked;
-}
-
-bool TableFile::lock_new(RecordNumber record) {
-    if (owns(record)) return true;
-    const locks::LockRange range = locks_.record(record);
-    if (!file_.try_lock(range)) return false;
-    locked_records_.insert(record);
-    return true;
-}
-
-// Own record locks lie inside the table's range and would stand in its way, so they are given up
-// first; should the table be refused, those that can be had again are taken again.
-bool TableFile::lock_all(LockTry attempt) {
-    if (exclusive_ || table_locked_) return true;
-    const std::set<RecordNumber> held = locked_records_;
-    unlock_all();
-    table_locked_ =
-        lock_within(file_, locks::LockScheme::table(mode_), platform::LockKind::kExclusive,
-                    attempt == LockTry::kInTurn ? locks::kTurn_ms : 0);
-    if (!table_locked_) {
-        for (const RecordNumber record : held) lock(record, LockTry::kInTurn);
-    }
-    return table_locked_;
-}
-
-void TableFile::unlock(RecordNumber record) {
-    if (locked_records_.erase(record) == 0) return;
-    const locks::LockRange range = locks_.record(record);
-    file_.unlock(range);
-}
-
-void TableFile::unlock_all() {
-    while (!locked_records_.empty()) unlock(*locked_records_.begin());
-    if (!table_locked_) return;
-    file_.unlock(locks::LockScheme::table(mode_));
-    table_locked_ = false;
-}
-
-bool TableFile::owns(RecordNumber record) const {
-    return exclusive_ || table_locked_ || locked_records_.contains(record);
 }
 
 }  // namespace brenik::local

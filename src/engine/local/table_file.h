@@ -9,10 +9,10 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "engine/locks/held_locks.h"
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/lock_scheme.h"
 #include "engine/locks/open_file.h"
@@ -90,14 +90,8 @@ class TableFile {
     // Sets the header's mark of a table that is opened with its index.
     void mark_as_indexed() { record::mark_as_indexed(file_, layout_); }
 
-    bool lock(RecordNumber record, LockTry attempt);
-    // A record that is just being added: nobody waits for it.
-    bool lock_new(RecordNumber record);
-    bool lock_all(LockTry attempt);
-    void unlock(RecordNumber record);
-    void unlock_all();
-    // True when this session may write the record.
-    bool owns(RecordNumber record) const;
+    locks::HeldLocks& locks() { return held_; }
+    const locks::HeldLocks& locks() const { return held_; }
 
   private:
     void raise_count();
@@ -108,7 +102,7 @@ class TableFile {
           exclusive_(exclusive),
           mode_(mode),
           layout_(read_layout()),
-          locks_(layout_, mode) {}
+          scheme_(layout_, mode) {}
     record::TableLayout read_layout();
     void require_same_layout();
     void keep_other_mode_out();
@@ -137,12 +131,10 @@ class TableFile {
     RecordNumber seen_count_ = 0;   // the highest that is not known to be taken back
     std::optional<std::chrono::steady_clock::time_point> older_since_;  // a share shows less
     record::TableLayout layout_;
-    locks::LockScheme locks_;
+    locks::LockScheme scheme_;
+    locks::HeldLocks held_{file_, scheme_, mode_, exclusive_};
     locks::LockQueue append_queue_{file_};
-    locks::LockQueue record_queue_{file_};
-    bool marked_ = false;  // the positions of compatible programs are kept locked
-    std::set<RecordNumber> locked_records_;
-    bool table_locked_ = false;
+    bool marked_ = false;          // the positions of compatible programs are kept locked
     bool count_doubtful_ = false;  // written when others may have raised it further
     std::vector<Byte> again_;      // a second reading
 };

@@ -1,9 +1,8 @@
-// Opening index files, walking orders and bringing tags up to date.
+// Opening index files and bringing their tags up to date.
 
 #include "engine/local/table_orders.h"
 
 #include <algorithm>
-#include <limits>
 #include <tuple>
 
 #include "engine/record/table_path.h"
@@ -12,27 +11,9 @@
 namespace brenik::local {
 namespace {
 
-constexpr RecordNumber kLastRecordNumber = std::numeric_limits<RecordNumber>::max();
-
-// Compares as many leading bytes as the limit has.
-int compare_leading(const std::string& key, const std::string& limit) {
-    return key.compare(0, limit.size(), limit);
-}
-
-bool is_ascii(const std::string& bytes) {
-    return std::all_of(bytes.begin(), bytes.end(),
-                       [](char c) { return static_cast<Byte>(c) < 0x80; });
-}
-
-// UPPER and LOWER, which may be shortened to four letters. A field of such a name does no harm.
-bool folds_case(const std::string& expression) {
-    const std::string text = upper(expression);
-    return text.find("UPPE") != std::string::npos || text.find("LOWE") != std::string::npos;
-}
-
 // Everything about a tag that could make an index wrong is settled here, when it is opened.
-std::unique_ptr<Order> make_order(index::CdxTag& tag, const record::TableLayout& layout,
-                                  const std::string& path) {
+std::unique_ptr<index::Order> make_order(index::CdxTag& tag, const record::TableLayout& layout,
+                                         const std::string& path) {
     const index::TagDescription& description = tag.description();
     const auto refuse = [&](const std::string& reason) {
         return EngineFault(FaultCode::kUnsupported, "open",
@@ -51,101 +32,14 @@ std::unique_ptr<Order> make_order(index::CdxTag& tag, const record::TableLayout&
         const index::KeyFormat format =
             index::existing_key_format(key, description.key_length, description.nullable);
         tag.set_pad(format.pad());
-        return std::make_unique<Order>(Order{&tag, std::move(key), std::move(condition), format});
+        return std::make_unique<index::Order>(
+            index::Order{&tag, std::move(key), std::move(condition), format});
     } catch (const expression::ExpressionError& error) {
         throw refuse(error.what());
     }
 }
 
 }  // namespace
-
-std::string Order::key_of(const record::RecordView& record) const {
-    std::string bytes(format.length, '\0');
-    index::build_key(key, format, record, {reinterpret_cast<Byte*>(bytes.data()), bytes.size()});
-    return bytes;
-}
-
-bool Order::agrees_with(const index::IndexEntry& entry, const record::RecordView& record) const {
-    if (!holds(record)) return false;
-    const std::string expected = key_of(record);
-    if (expected == entry.key) return true;
-    if (format.form != index::KeyForm::kText) {
-        return key.lone_field() == nullptr || format.type == expression::ResultType::kDateTime;
-    }
-    return folds_case(key.text()) && !(is_ascii(expected) && is_ascii(entry.key));
-}
-
-bool OrderWalk::towards_end(const std::string& key, RecordNumber from,
-                            index::IndexEntry& found) const {
-    return order_.tag->at_or_after(as_bytes(key), from, found);
-}
-
-bool OrderWalk::towards_start(const std::string& key, RecordNumber from,
-                              index::IndexEntry& found) const {
-    return order_.tag->at_or_before(as_bytes(key), from, found);
-}
-
-bool OrderWalk::before_top(const index::IndexEntry& entry) const {
-    if (!scope_.top) return false;
-    const int place = compare_leading(entry.key, *scope_.top);
-    return descending() ? place > 0 : place < 0;
-}
-
-bool OrderWalk::behind_bottom(const index::IndexEntry& entry) const {
-    if (!scope_.bottom) return false;
-    const int place = compare_leading(entry.key, *scope_.bottom);
-    return descending() ? place < 0 : place > 0;
-}
-
-bool OrderWalk::first(index::IndexEntry& found) const {
-    bool any;
-    if (descending()) {
-        any = scope_.top ? towards_start(*scope_.top, kLastRecordNumber, found)
-                         : order_.tag->last(found);
-    } else {
-        any = scope_.top ? towards_end(*scope_.top, 0, found) : order_.tag->first(found);
-    }
-    return any && inside(found);
-}
-
-bool OrderWalk::last(index::IndexEntry& found) const {
-    bool any;
-    if (descending()) {
-        any = scope_.bottom ? towards_end(*scope_.bottom, 0, found) : order_.tag->first(found);
-    } else {
-        any = scope_.bottom ? towards_start(*scope_.bottom, kLastRecordNumber, found)
-                            : order_.tag->last(found);
-    }
-    return any && inside(found);
-}
-
-bool OrderWalk::next(const index::IndexEntry& from, index::IndexEntry& found) const {
-    const bool any =
-        descending() ? order_.tag->before(from, found) : order_.tag->after(from, found);
-    return any && (before_top(found) ? first(found) : inside(found));
-}
-
-bool OrderWalk::previous(const index::IndexEntry& from, index::IndexEntry& found) const {
-    const bool any =
-        descending() ? order_.tag->after(from, found) : order_.tag->before(from, found);
-    return any && (behind_bottom(found) ? last(found) : inside(found));
-}
-
-OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end,
-                                 index::IndexEntry& found) const {
-    const auto begins = [&] { return compare_leading(found.key, key) == 0; };
-    const auto look = [&](bool from_low) {
-        return from_low ? towards_end(key, 0, found) : towards_start(key, kLastRecordNumber, found);
-    };
-    if (end == SeekEnd::kLast && look(descending()) &&
-        (behind_bottom(found) ? last(found) : inside(found)) && begins()) {
-        return Match::kFound;
-    }
-    if (!look(!descending()) || !(before_top(found) ? first(found) : inside(found))) {
-        return Match::kNone;
-    }
-    return begins() ? Match::kFound : Match::kGreater;
-}
 
 void TableOrders::open_structural() {
     open_index(record::sibling_path(table_path_, "CDX"), true);
@@ -176,7 +70,7 @@ void TableOrders::reopen(OpenIndex& one) {
     one.doubtful = one.doubtful || one.file->doubtful();
     one.file->close();
     std::unique_ptr<index::CdxFile> file = index::CdxFile::open(path, use_of(one.structural));
-    const auto same = [](const std::unique_ptr<Order>& order,
+    const auto same = [](const std::unique_ptr<index::Order>& order,
                          const std::unique_ptr<index::CdxTag>& tag) {
         const index::TagDescription& was = order->description();
         const index::TagDescription& is = tag->description();
@@ -206,7 +100,7 @@ void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for
         std::vector<std::vector<index::IndexEntry>> entries(one.orders.size());
         for_each([&](const record::RecordView& record) {
             for (std::size_t i = 0; i < entries.size(); ++i) {
-                const Order& order = *one.orders[i];
+                const index::Order& order = *one.orders[i];
                 if (order.holds(record))
                     entries[i].push_back({order.key_of(record), record.number});
             }
@@ -252,7 +146,7 @@ void TableOrders::attach(const std::string& name) {
         open_index(path, false);
         attach_orders_of(indexes_.back());
     } else if (const OpenIndex& known = *find_index(path); std::ranges::none_of(
-                   attached_, [&](const Order* order) { return known.holds(order); })) {
+                   attached_, [&](const index::Order* order) { return known.holds(order); })) {
         attach_orders_of(known);
     }
 }
@@ -308,7 +202,7 @@ bool KeyUpdate::lock_all(std::optional<LockTry> attempt, bool durable) {
     });
 }
 
-bool KeyUpdate::is_taken(const Order& order) {
+bool KeyUpdate::is_taken(const index::Order& order) {
     for (FileChange& one : files_) {
         for (const TableOrders::KeyChange& key : one.keys) {
             if (key.order != &order || !key.inserted) continue;

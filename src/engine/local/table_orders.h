@@ -13,77 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "engine/expression/expression.h"
 #include "engine/index/cdx_file.h"
-#include "engine/index/index_key.h"
+#include "engine/index/order.h"
 #include "engine/record/table_layout.h"
 
 namespace brenik::local {
-
-struct Order {
-    index::CdxTag* tag;
-    expression::Expression key;
-    std::optional<expression::Expression> condition;
-    index::KeyFormat format;
-
-    const index::TagDescription& description() const { return tag->description(); }
-    bool holds(const record::RecordView& record) const {
-        return !condition || condition->is_true(record);
-    }
-    std::string key_of(const record::RecordView& record) const;
-    // False for an entry that an interrupted change or a failed append has left behind: the record
-    // that it names has another key by now, or none. Keys that two writers may compute differently
-    // (the case of letters beyond ASCII, times of day, arithmetic) are given the benefit of the
-    // doubt.
-    bool agrees_with(const index::IndexEntry& entry, const record::RecordView& record) const;
-};
-
-// Limits of a walk: leading key bytes of the first and last entry, in walking order.
-struct Scope {
-    std::optional<std::string> top;
-    std::optional<std::string> bottom;
-};
-
-// Steps through an order in its own direction: "next" goes towards smaller keys where the order is
-// descending. All answer false when there is no such entry within the scope.
-class OrderWalk {
-  public:
-    OrderWalk(const Order& order, const Scope& scope) : order_(order), scope_(scope) {}
-
-    bool first(index::IndexEntry& found) const;
-    bool last(index::IndexEntry& found) const;
-    bool next(const index::IndexEntry& from, index::IndexEntry& found) const;
-    bool previous(const index::IndexEntry& from, index::IndexEntry& found) const;
-    // The first, or the last, entry that begins with `key`; where there is none, `found` is the one
-    // that a soft seek goes to.
-    enum class Match { kFound, kGreater, kNone };
-    Match seek(const std::string& key, SeekEnd end, index::IndexEntry& found) const;
-
-    // Entries within the scope; the number of one of them, counted from 1, 0 for any other; and the
-    // one that lies `count` steps from an entry, whether or not that is one itself.
-    std::size_t count() const;
-    std::size_t number_of(const index::IndexEntry& entry) const;
-    bool leap(const index::IndexEntry& from, std::int64_t count, index::IndexEntry& found) const;
-
-  private:
-    bool descending() const { return order_.description().descending; }
-    bool towards_end(const std::string& key, RecordNumber from, index::IndexEntry& found) const;
-    bool towards_start(const std::string& key, RecordNumber from, index::IndexEntry& found) const;
-    bool before_top(const index::IndexEntry& entry) const;
-    bool behind_bottom(const index::IndexEntry& entry) const;
-    bool inside(const index::IndexEntry& entry) const {
-        return !before_top(entry) && !behind_bottom(entry);
-    }
-    // Numbers of entries in the tag, whatever the order's direction: `to` is behind the last.
-    struct Range {
-        std::size_t from;
-        std::size_t to;
-    };
-    Range range() const;
-
-    const Order& order_;
-    const Scope& scope_;
-};
 
 class TableOrders {
   public:
@@ -113,7 +47,9 @@ class TableOrders {
     void detach_all();
 
     std::size_t attached_count() const { return attached_.size(); }
-    const Order& attached(std::size_t number) const { return *attached_[number - 1]; }  // from 1
+    const index::Order& attached(std::size_t number) const {
+        return *attached_[number - 1];
+    }  // from 1
     // Numbers of the attached orders of an index file, as attach() understands its name.
     std::vector<std::size_t> numbers_of(const std::string& index_file) const;
 
@@ -131,16 +67,17 @@ class TableOrders {
 
     struct OpenIndex {
         std::unique_ptr<index::CdxFile> file;
-        std::vector<std::unique_ptr<Order>> orders;
+        std::vector<std::unique_ptr<index::Order>> orders;
         bool structural = false;
         bool doubtful = false;
 
-        bool holds(const Order* order) const {
-            return std::ranges::find(orders, order, &std::unique_ptr<Order>::get) != orders.end();
+        bool holds(const index::Order* order) const {
+            return std::ranges::find(orders, order, &std::unique_ptr<index::Order>::get) !=
+                   orders.end();
         }
     };
     struct KeyChange {
-        Order* order;
+        index::Order* order;
         std::optional<std::string> removed;
         std::optional<std::string> inserted;
     };
@@ -159,7 +96,7 @@ class TableOrders {
     std::string table_path_;
     locks::FileUse use_;
     std::vector<OpenIndex> indexes_;  // the structural one first
-    std::vector<const Order*> attached_;
+    std::vector<const index::Order*> attached_;
 };
 
 // What one record's change does to the keys of its table: from `before` (none for a record that is
@@ -175,10 +112,11 @@ class KeyUpdate {
     [[nodiscard]] bool lock(LockTry attempt, bool durable) { return lock_all(attempt, durable); }
     void lock(bool durable) { static_cast<void>(lock_all({}, durable)); }
     // True when the order holds the key already that the change would add to it.
-    bool is_taken(const Order& order);
+    bool is_taken(const index::Order& order);
 
     // True when the record that an entry names has that entry's key.
-    using RecordHas = std::function<bool(const Order& order, const index::IndexEntry& entry)>;
+    using RecordHas =
+        std::function<bool(const index::Order& order, const index::IndexEntry& entry)>;
     // In memory. EngineFault kDuplicateKey when another record has the key of a candidate tag.
     void insert(const RecordHas& has);
     void remove();

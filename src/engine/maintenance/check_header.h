@@ -5,7 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "engine/maintenance/table_files.h"
+#include "engine/maintenance/open_table_files.h"
+#include "engine/maintenance/reporter.h"
 #include "engine/record/dbf_file.h"
 
 namespace brenik::maintenance {

@@ -112,7 +112,7 @@ Directory read_directory(const IndexBytes& bytes, const std::string& path) {
 
 class IndexCheck {
   public:
-    IndexCheck(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+    IndexCheck(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                const Progress& progress)
         : files_(files),
           header_(header),
@@ -397,7 +397,7 @@ class IndexCheck {
         }
     }
 
-    TableFiles& files_;
+    OpenTableFiles& files_;
     const HeaderFacts& header_;
     const record::TableLayout& layout_;
     const Reporter& report_;
@@ -430,7 +430,7 @@ FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
 }
 
 std::optional<std::vector<std::string>> tag_names(const std::string& path) {
-    TableFiles files = TableFiles::open(path, Access::kCheck);
+    OpenTableFiles files = OpenTableFiles::open(path, Access::kCheck);
     files.open_index(Access::kCheck);
     IndexBytes bytes;
     if (!files.index.is_open() || !bytes.read(files.index)) return {};
@@ -441,7 +441,7 @@ std::optional<std::vector<std::string>> tag_names(const std::string& path) {
     return names;
 }
 
-void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+void check_index(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                  const Progress& progress) {
     IndexCheck(files, header, report, progress).run();
 }

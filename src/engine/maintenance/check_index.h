@@ -34,7 +34,7 @@ FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
                     const std::string& path);
 
 // Checks the structure, then the keys of every tag whose expressions can be used.
-void check_index(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+void check_index(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                  const Progress& progress);
 
 }  // namespace brenik::maintenance

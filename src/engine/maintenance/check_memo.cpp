@@ -34,7 +34,7 @@ struct BadPointer {
 
 class RecordCheck {
   public:
-    RecordCheck(TableFiles& files, const HeaderFacts& header, const Reporter& report)
+    RecordCheck(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report)
         : files_(files),
           layout_(*header.layout),
           header_(header),
@@ -247,7 +247,7 @@ class RecordCheck {
                              : " lies where no memo can be: none can be added"));
     }
 
-    TableFiles& files_;
+    OpenTableFiles& files_;
     const record::TableLayout& layout_;
     const HeaderFacts& header_;
     const Reporter& table_report_;
@@ -268,7 +268,7 @@ std::uint64_t memo_limit(std::uint64_t file_size) {
                                    : locks::LockScheme::memo(locks::LockMode::kProprietary).offset;
 }
 
-MemoFacts check_records(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+MemoFacts check_records(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                         const Progress& progress) {
     return RecordCheck(files, header, report).run(progress);
 }

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "engine/maintenance/check_header.h"
-#include "engine/maintenance/table_files.h"
+#include "engine/maintenance/open_table_files.h"
+#include "engine/maintenance/reporter.h"
 
 namespace brenik::maintenance {
 
@@ -32,7 +33,7 @@ struct MemoFacts {
 std::uint64_t memo_limit(std::uint64_t file_size);
 
 // Also looks at the deletion marks, in the same pass over the records.
-MemoFacts check_records(TableFiles& files, const HeaderFacts& header, const Reporter& report,
+MemoFacts check_records(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                         const Progress& progress);
 
 }  // namespace brenik::maintenance

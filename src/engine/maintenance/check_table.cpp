@@ -25,7 +25,7 @@ bool require_open(const platform::File& file, const Reporter& report) {
     }
 }
 
-void check_index_file(TableFiles& files, TableFindings& found, const Reporter& table_report,
+void check_index_file(OpenTableFiles& files, TableFindings& found, const Reporter& table_report,
                       const Progress& progress) {
     const Reporter report = table_report.for_file(files.index.path());
     if (files.index.failure() == platform::OpenFailure::kMissing) {
@@ -50,7 +50,7 @@ void check_index_file(TableFiles& files, TableFindings& found, const Reporter& t
 
 }  // namespace
 
-TableFindings check_open_table(TableFiles& files, Access access, const Reporter& report,
+TableFindings check_open_table(OpenTableFiles& files, Access access, const Reporter& report,
                                const Progress& progress) {
     TableFindings found;
     found.header = check_header(files.table, report);
@@ -66,7 +66,7 @@ TableFindings check_open_table(TableFiles& files, Access access, const Reporter&
 
 CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress) {
     CheckedTable counts;
-    TableFiles files = TableFiles::open(path, Access::kCheck);
+    OpenTableFiles files = OpenTableFiles::open(path, Access::kCheck);
     const Reporter reporter(files.table.path(), report, counts);
     if (!require_open(files.table, reporter)) return counts;
     try {

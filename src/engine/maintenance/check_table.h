@@ -4,7 +4,8 @@
 
 #include "engine/maintenance/check_header.h"
 #include "engine/maintenance/check_memo.h"
-#include "engine/maintenance/table_files.h"
+#include "engine/maintenance/open_table_files.h"
+#include "engine/maintenance/reporter.h"
 
 namespace brenik::maintenance {
 
@@ -16,7 +17,7 @@ struct TableFindings {
 };
 
 // Checks files of which the table's own is open; opens the others in the same way.
-TableFindings check_open_table(TableFiles& files, Access access, const Reporter& report,
+TableFindings check_open_table(OpenTableFiles& files, Access access, const Reporter& report,
                                const Progress& progress);
 
 }  // namespace brenik::maintenance

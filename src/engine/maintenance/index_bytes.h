@@ -12,7 +12,8 @@
 
 #include "engine/index/cdx_file.h"
 #include "engine/index/cdx_page.h"
-#include "engine/maintenance/table_files.h"
+#include "engine/maintenance/open_table_files.h"
+#include "engine/maintenance/reporter.h"
 
 namespace brenik::maintenance {
 

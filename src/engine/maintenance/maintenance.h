@@ -2,7 +2,7 @@
 //
 // A check names every fault with its place and with what to do about it, and goes on past it. It
 // works beside programs that use the table: whatever looks wrong is looked at once more under the
-// locks that a change to it would hold, so that nothing half done is taken for damage. Mending
+// locks that a change to it would hold, so that nothing half done is taken for damage. RepairLog
 // needs the table for itself, keeps a copy of every file that it changes, and replaces an index
 // only when the new one is whole and on the disk.
 
@@ -59,7 +59,7 @@ CheckedTable check_table(const std::string& path, const Report& report, const Pr
 // The names of the tags of the table's index; nothing when they cannot all be read.
 std::optional<std::vector<std::string>> tag_names(const std::string& path);
 
-struct MendOptions {
+struct RepairOptions {
     // Only tell what would be done, by doing it to copies of the files in this folder, which stay
     // there; other programs may have the table open meanwhile. Empty: do it.
     std::string trial_folder = {};
@@ -69,20 +69,20 @@ struct MendOptions {
 };
 
 // What was done, or what could not be: one line of it.
-struct Deed {
+struct RepairStep {
     bool done = true;
     std::string file;
     std::string what;
     std::optional<RecordNumber> record = {};
 };
-using DeedReport = std::function<void(const Deed&)>;
+using RepairReport = std::function<void(const RepairStep&)>;
 
-enum class Mended { kNothingToDo, kWhole, kPartly, kInUse, kCannotOpen };
+enum class RepairResult { kNothingToDo, kWhole, kPartly, kInUse, kCannotOpen };
 
 // Makes good what check_table finds and can be made good without guessing. The table is opened
 // exclusively; whoever uses it keeps it from being mended.
-Mended repair_table(const std::string& path, const MendOptions& options, const DeedReport& report,
-                    const Progress& progress);
+RepairResult repair_table(const std::string& path, const RepairOptions& options,
+                          const RepairReport& report, const Progress& progress);
 
 // Copies a file beside itself, or into the folder, under a name that tells the moment and that no
 // file has yet; answers that name. Throws EngineFault, and then leaves nothing behind.
@@ -92,7 +92,7 @@ std::string back_up_file(const platform::File& file, const std::string& folder);
 void copy_table(const std::string& path, const std::string& folder);
 
 // Builds the structural index anew from the records, with the tags of the old one.
-Mended reindex_table(const std::string& path, const MendOptions& options, const DeedReport& report,
-                     const Progress& progress);
+RepairResult reindex_table(const std::string& path, const RepairOptions& options,
+                           const RepairReport& report, const Progress& progress);
 
 }  // namespace brenik::maintenance

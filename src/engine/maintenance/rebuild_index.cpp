@@ -1,10 +1,11 @@
 // Finding out which tags the new index has, then building it beside the old one.
 
+#include "engine/maintenance/rebuild_index.h"
+
 #include <algorithm>
 #include <array>
 
 #include "engine/maintenance/check_index.h"
-#include "engine/maintenance/mending.h"
 #include "engine/make/index_builder.h"
 #include "util/runtime.h"
 
@@ -13,21 +14,21 @@ namespace {
 
 class TagList {
   public:
-    TagList(const record::TableLayout& layout, Mending& mending, std::string path)
-        : layout_(layout), mending_(mending), path_(std::move(path)) {}
+    TagList(const record::TableLayout& layout, RepairLog& log, std::string path)
+        : layout_(layout), log_(log), path_(std::move(path)) {}
 
     // False when the index had better stay as it is.
     bool collect(FoundTags found) {
         for (FoundTag& tag : found.tags) {
             if (!take(tag)) return false;
         }
-        for (const make::TagDefinition& definition : mending_.options().tags) {
+        for (const make::TagDefinition& definition : log_.options().tags) {
             if (!is_taken(definition.name) && !add_new(definition)) return false;
         }
         if (plans_.empty() && !(found.complete && found.unreadable.empty())) {
-            mending_.refuse(path_,
-                            "no tag of the index can be read; restore the index, or give its "
-                            "tags with --tag");
+            log_.refuse(path_,
+                        "no tag of the index can be read; restore the index, or give its "
+                        "tags with --tag");
             return false;
         }
         report_lost(found);
@@ -44,7 +45,7 @@ class TagList {
     }
 
     const make::TagDefinition* given(const std::string& name) const {
-        const auto& tags = mending_.options().tags;
+        const auto& tags = log_.options().tags;
         const auto found = std::find_if(
             tags.begin(), tags.end(),
             [&](const make::TagDefinition& tag) { return equal_ignoring_case(tag.name, name); });
@@ -60,8 +61,8 @@ class TagList {
             plans_.push_back(std::move(*tag.plan));
             return true;
         }
-        mending_.refuse(path_, "tag " + name + ": " + tag.unusable +
-                                   "; the index stays as it is unless the tag is given with --tag");
+        log_.refuse(path_, "tag " + name + ": " + tag.unusable +
+                               "; the index stays as it is unless the tag is given with --tag");
         return false;
     }
 
@@ -70,7 +71,7 @@ class TagList {
             plans_.push_back(make::plan_new_tag(definition, layout_));
             return true;
         } catch (const expression::ExpressionError& error) {
-            mending_.refuse(path_, "tag " + definition.name + ": " + error.what());
+            log_.refuse(path_, "tag " + definition.name + ": " + error.what());
             return false;
         }
     }
@@ -78,31 +79,31 @@ class TagList {
     void report_lost(const FoundTags& found) {
         for (const std::string& name : found.unreadable) {
             if (is_taken(name)) continue;
-            mending_.refuse(path_, "tag " + name +
-                                       ": its definition cannot be read, so the new index is "
-                                       "without it; give it with --tag");
+            log_.refuse(path_, "tag " + name +
+                                   ": its definition cannot be read, so the new index is "
+                                   "without it; give it with --tag");
         }
         if (found.complete) return;
         std::string names;
         for (const make::TagPlan& plan : plans_) {
             names += (names.empty() ? "" : ", ") + plan.description.name;
         }
-        mending_.refuse(path_, "the list of tags is damaged: the new index has " + names +
-                                   ", the old one may have had more");
+        log_.refuse(path_, "the list of tags is damaged: the new index has " + names +
+                               ", the old one may have had more");
     }
 
     const record::TableLayout& layout_;
-    Mending& mending_;
+    RepairLog& log_;
     std::string path_;
     std::vector<make::TagPlan> plans_;
 };
 
-void mark_as_indexed(TableFiles& files, const record::TableLayout& layout, Mending& mending) {
-    mending.act(files.table, "marked as having an index",
-                [&] { record::mark_as_indexed(files.table, layout); });
+void mark_as_indexed(OpenTableFiles& files, const record::TableLayout& layout, RepairLog& log) {
+    log.act(files.table, "marked as having an index",
+            [&] { record::mark_as_indexed(files.table, layout); });
 }
 
-void replace_index(TableFiles& files, const HeaderFacts& header,
+void replace_index(OpenTableFiles& files, const HeaderFacts& header,
                    const std::vector<make::TagPlan>& plans, const Progress& progress) {
     const std::string path = files.index.path();
     const auto read = [&](RecordNumber first, MutableBytes into) {
@@ -120,30 +121,30 @@ std::string built(const std::vector<make::TagPlan>& plans, RecordNumber records)
 
 }  // namespace
 
-void rebuild_index(TableFiles& files, const HeaderFacts& header, Mending& mending,
+void rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& log,
                    const Progress& progress) {
     const bool is_new = !files.index.is_open();
     const std::string path = files.index.path();
     FoundTags found;
     if (!is_new) {
         IndexBytes bytes;
-        if (!bytes.read(files.index)) return mending.refuse(path, "somebody keeps it locked");
+        if (!bytes.read(files.index)) return log.refuse(path, "somebody keeps it locked");
         found = find_tags(bytes, *header.layout, path);
     } else {
-        found.complete = !mending.options().tags.empty() || !header.layout->has_structural_index();
+        found.complete = !log.options().tags.empty() || !header.layout->has_structural_index();
     }
-    TagList tags(*header.layout, mending, path);
+    TagList tags(*header.layout, log, path);
     if (!tags.collect(std::move(found))) return;
     if (is_new && tags.plans().empty()) return;
-    if (!is_new) mending.back_up(files.index);
+    if (!is_new) log.back_up(files.index);
     try {
         replace_index(files, header, tags.plans(), progress);
     } catch (const EngineFault& fault) {
-        return mending.refuse(path, std::string(fault.what()) + "; the index stays as it was");
+        return log.refuse(path, std::string(fault.what()) + "; the index stays as it was");
     }
-    mending.done(path, built(tags.plans(), header.usable));
+    log.done(path, built(tags.plans(), header.usable));
     if (is_new && !header.layout->has_structural_index()) {
-        mark_as_indexed(files, *header.layout, mending);
+        mark_as_indexed(files, *header.layout, log);
     }
 }
 

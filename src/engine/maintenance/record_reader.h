@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/record/field_codec.h"
 #include "engine/record/table_layout.h"
 #include "platform/file.h"
 
@@ -23,6 +24,10 @@ class RecordReader {
     RecordNumber count() const;
     // Empty when there is no such record.
     std::vector<Byte> read(RecordNumber record) const;
+    // The value of any field but a memo.
+    Value value(const record::RecordView& record, const record::Field& field) const {
+        return record::read_field(record, layout_, field);
+    }
     void for_each(const std::function<void(const record::RecordView&)>& use) const;
     // True while somebody else has the record locked.
     bool in_use(RecordNumber record);

@@ -4,14 +4,14 @@
 
 #include <string>
 
-#include "engine/local/table_orders.h"
+#include "engine/index/order.h"
 #include "engine/make/create_table.h"
 
 namespace brenik::make {
 
 struct TagPlan {
     index::TagDescription description;
-    local::Order order;  // without a tree
+    index::Order order;  // without a tree
 };
 
 // The plan of a new tag. Throws ExpressionError when the expressions cannot be used.

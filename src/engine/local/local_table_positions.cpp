@@ -13,7 +13,7 @@
 namespace brenik::local {
 namespace {
 
-const Scope kNoScope;
+const index::Scope kNoScope;
 constexpr RecordNumber kNoRecord = std::numeric_limits<RecordNumber>::max();
 
 }  // namespace
@@ -55,7 +55,7 @@ std::size_t LocalTable::count_visible(std::size_t order, RecordNumber last) {
         for (RecordNumber record = 1; record <= end; ++record) shown += among(record, buffer);
         return shown;
     }
-    const OrderWalk keys = walk(order);
+    const index::OrderWalk keys = walk(order);
     index::IndexEntry entry, from;
     for (bool any = keys.first(entry); any; any = keys.next(from, entry)) {
         shown += among(entry.record, buffer);
@@ -76,7 +76,7 @@ std::size_t LocalTable::count_keys(std::size_t order, KeySet keys) {
     if (keys == KeySet::kVisible && hides_records()) return count_visible(order, kNoRecord);
     if (order == 0) return record_count();
     return keys == KeySet::kVisible ? walk(order).count()
-                                    : OrderWalk(orders_->attached(order), kNoScope).count();
+                                    : index::OrderWalk(orders_->attached(order), kNoScope).count();
 }
 
 std::size_t LocalTable::key_number(std::size_t order, KeySet keys) {
@@ -90,12 +90,12 @@ std::size_t LocalTable::number_of_key(std::size_t order, KeySet keys) {
     const bool judged = keys == KeySet::kVisible && hides_records();
     if (judged && !visible()) return 0;
     if (order == 0) return judged ? count_visible(0, record_) : record_;
-    const Order& wanted = orders_->attached(order);
+    const index::Order& wanted = orders_->attached(order);
     const index::IndexEntry entry =
         order == controlling_ ? current_entry() : index::IndexEntry{wanted.key_of(view()), record_};
     const std::size_t number = keys == KeySet::kVisible
                                    ? walk(order).number_of(entry)
-                                   : OrderWalk(wanted, kNoScope).number_of(entry);
+                                   : index::OrderWalk(wanted, kNoScope).number_of(entry);
     return judged && number != 0 ? count_visible(order, record_) : number;
 }
 

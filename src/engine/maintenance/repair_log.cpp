@@ -1,11 +1,12 @@
 // Copies and reports.
 
-#include "engine/maintenance/mending.h"
+#include "engine/maintenance/repair_log.h"
 
 #include <array>
 #include <cstdio>
 #include <vector>
 
+#include "engine/maintenance/open_table_files.h"
 #include "engine/make/index_builder.h"
 #include "platform/clock.h"
 
@@ -54,7 +55,7 @@ void copy_bytes(const platform::File& from, platform::File& to) {
 }  // namespace
 
 std::string back_up_file(const platform::File& file, const std::string& folder) {
-    const std::string path = backup_path(file.path(), folder);
+    std::string path = backup_path(file.path(), folder);
     // Whatever ends this, a file of the final name is a whole copy.
     const std::string unfinished = path + ".part";
     platform::File copy = create(unfinished);
@@ -72,7 +73,7 @@ std::string back_up_file(const platform::File& file, const std::string& folder) 
 }
 
 void copy_table(const std::string& path, const std::string& folder) {
-    TableFiles files = TableFiles::open(path, Access::kCheck);
+    OpenTableFiles files = OpenTableFiles::open(path, Access::kCheck);
     std::array<Byte, 1> version{};
     if (files.table.is_open()) files.table.read_at(0, version);
     files.open_memo(version[0], Access::kCheck);
@@ -89,26 +90,26 @@ void copy_table(const std::string& path, const std::string& folder) {
     }
 }
 
-void Mending::back_up(const platform::File& file) {
+void RepairLog::back_up(const platform::File& file) {
     if (!options_.trial_folder.empty() || !backed_up_.insert(file.path()).second) return;
     const std::string copy = back_up_file(file, options_.backup_folder);
     report_({true, file.path(), "copied to " + copy});
 }
 
-void Mending::act(const platform::File& file, const std::string& what,
-                  const std::function<void()>& deed, std::optional<RecordNumber> record) {
+void RepairLog::act(const platform::File& file, const std::string& what,
+                    const std::function<void()>& deed, std::optional<RecordNumber> record) {
     back_up(file);
     deed();
     done(file.path(), what, record);
 }
 
-void Mending::done(const std::string& file, const std::string& what,
-                   std::optional<RecordNumber> record) {
+void RepairLog::done(const std::string& file, const std::string& what,
+                     std::optional<RecordNumber> record) {
     report_({true, file, what, record});
 }
 
-void Mending::refuse(const std::string& file, const std::string& what,
-                     std::optional<RecordNumber> record) {
+void RepairLog::refuse(const std::string& file, const std::string& what,
+                       std::optional<RecordNumber> record) {
     refused_ = true;
     report_({false, file, what, record});
 }

@@ -9,7 +9,7 @@
 
 namespace brenik::tools {
 
-struct MendRequest {
+struct RepairRequest {
     std::string path;  // a folder or a table
     std::string backup;
     std::vector<std::string> tags;  // NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]
@@ -19,7 +19,7 @@ struct MendRequest {
 
 // Both print what was done and answer the exit code: a problem when something is left that could
 // not be mended, locked when other programs use a table.
-ExitCode repair(const MendRequest& request);
-ExitCode reindex(const MendRequest& request);
+ExitCode repair(const RepairRequest& request);
+ExitCode reindex(const RepairRequest& request);
 
 }  // namespace brenik::tools

@@ -4,20 +4,21 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 
-#include "engine/maintenance/check_header.h"
-#include "engine/maintenance/table_files.h"
+#include "engine/maintenance/maintenance.h"
+#include "platform/file.h"
 
 namespace brenik::maintenance {
 
-class Mending {
+class RepairLog {
   public:
-    Mending(const MendOptions& options, const DeedReport& report)
+    RepairLog(const RepairOptions& options, const RepairReport& report)
         : options_(options), report_(report) {}
 
-    const MendOptions& options() const { return options_; }
+    const RepairOptions& options() const { return options_; }
     // Does the deed and reports it.
     void act(const platform::File& file, const std::string& what, const std::function<void()>& deed,
              std::optional<RecordNumber> record = {});
@@ -33,14 +34,10 @@ class Mending {
     bool refused_any() const { return refused_; }
 
   private:
-    const MendOptions& options_;
-    const DeedReport& report_;
+    const RepairOptions& options_;
+    const RepairReport& report_;
     std::set<std::string> backed_up_;
     bool refused_ = false;
 };
-
-// Builds the index anew from the records, with the tags that the old one and the options tell.
-void rebuild_index(TableFiles& files, const HeaderFacts& header, Mending& mending,
-                   const Progress& progress);
 
 }  // namespace brenik::maintenance

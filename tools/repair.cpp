@@ -1,6 +1,6 @@
 // Going through the tables, and mending what they say about each other.
 
-#include "mend.h"
+#include "repair.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -21,11 +21,11 @@ namespace brenik::tools {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using maintenance::Deed;
-using maintenance::Mended;
+using maintenance::RepairResult;
+using maintenance::RepairStep;
 
-using MendTable = Mended (*)(const std::string&, const maintenance::MendOptions&,
-                             const maintenance::DeedReport&, const maintenance::Progress&);
+using MendTable = RepairResult (*)(const std::string&, const maintenance::RepairOptions&,
+                                   const maintenance::RepairReport&, const maintenance::Progress&);
 
 [[noreturn]] void refuse_tag(const std::string& text) {
     throw ToolError(
@@ -91,7 +91,7 @@ class TrialFolder {
 
 struct MendedTable {
     std::string path;
-    Mended outcome;
+    RepairResult outcome;
 
     // The file's name as check_practice takes it.
     std::string name() const {
@@ -100,8 +100,8 @@ struct MendedTable {
     }
     // What its records say holds. A table in use has not been looked at yet.
     bool is_settled() const {
-        if (outcome != Mended::kInUse) {
-            return outcome == Mended::kWhole || outcome == Mended::kNothingToDo;
+        if (outcome != RepairResult::kInUse) {
+            return outcome == RepairResult::kWhole || outcome == RepairResult::kNothingToDo;
         }
         ProgressBar bar(base_name(path));
         const maintenance::CheckedTable found = maintenance::check_table(
@@ -117,7 +117,7 @@ bool is_of_practice(const MendedTable& table) {
 
 class Mender {
   public:
-    explicit Mender(const MendRequest& request) : request_(request) {
+    explicit Mender(const RepairRequest& request) : request_(request) {
         options_.backup_folder = request.backup;
         for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
         if (request.dry_run) make_trial();
@@ -143,11 +143,11 @@ class Mender {
             tables.front().substr(0, tables.front().size() - base_name(tables.front()).size());
         for (const std::string& table : tables) {
             ProgressBar bar(base_name(table));
-            const maintenance::DeedReport report = [&](const Deed& deed) {
+            const maintenance::RepairReport report = [&](const RepairStep& deed) {
                 bar.clear();
                 print(deed);
             };
-            const Mended outcome = mend(table, options_, report, bar.progress());
+            const RepairResult outcome = mend(table, options_, report, bar.progress());
             note(outcome);
             mended_.push_back({table, outcome});
         }
@@ -164,7 +164,7 @@ class Mender {
                 if (found.remedy != maintenance::Remedy::kByHand) return;
                 print({false, found.file, found.what + "; this needs a decision by hand",
                        found.record});
-                note(Mended::kPartly);
+                note(RepairResult::kPartly);
             },
             leave_alone());
         try {
@@ -172,10 +172,11 @@ class Mender {
             if (!faults.journal_entries.empty()) remove_entries(faults.journal_entries);
         } catch (const ToolError& error) {
             print({false, request_.path, error.what()});
-            note(error.code() == ExitCode::kLocked ? Mended::kInUse : Mended::kCannotOpen);
+            note(error.code() == ExitCode::kLocked ? RepairResult::kInUse
+                                                   : RepairResult::kCannotOpen);
         } catch (const EngineFault& fault) {
             print({false, request_.path, fault.what()});
-            note(Mended::kPartly);
+            note(RepairResult::kPartly);
         }
     }
 
@@ -214,7 +215,7 @@ class Mender {
         return text;
     }
 
-    void print(const Deed& deed) {
+    void print(const RepairStep& deed) {
         ++(deed.done ? done_ : left_);
         const std::string file = to_utf8(with_true_names(deed.file));
         const std::string what = to_utf8(with_true_names(deed.what));
@@ -236,10 +237,10 @@ class Mender {
         std::cout << what << "\n";
     }
 
-    void note(Mended outcome) {
-        partly_ = partly_ || outcome == Mended::kPartly;
-        cannot_open_ = cannot_open_ || outcome == Mended::kCannotOpen;
-        in_use_ = in_use_ || outcome == Mended::kInUse;
+    void note(RepairResult outcome) {
+        partly_ = partly_ || outcome == RepairResult::kPartly;
+        cannot_open_ = cannot_open_ || outcome == RepairResult::kCannotOpen;
+        in_use_ = in_use_ || outcome == RepairResult::kInUse;
     }
 
     // Says so too.
@@ -272,64 +273,66 @@ class Mender {
         print({true, path, "copied to " + maintenance::back_up_file(file, request_.backup)});
     }
 
-    static void lock(const OpenedTable& opened, RecordNumber record) {
-        opened.table->go_to(record);
-        if (opened.table->lock_record(record, LockTry::kInTurn)) return;
-        throw ToolError(ExitCode::kLocked, opened.path + ": record " + std::to_string(record) +
+    static void lock(Table& table, RecordNumber record) {
+        table.go_to(record);
+        if (table.lock_record(record, LockTry::kInTurn)) return;
+        throw ToolError(ExitCode::kLocked, table.path() + ": record " + std::to_string(record) +
                                                " is locked by another program");
     }
 
-    static std::size_t position_of(const OpenedTable& opened, std::string_view field) {
-        return static_cast<std::size_t>(opened.layout.find(field) - opened.layout.fields.data()) +
+    static std::size_t position_of(Table& table, std::string_view field) {
+        return static_cast<std::size_t>(table.layout().find(field) - table.layout().fields.data()) +
                1;
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
         Practice practice(folder_to_change(practice::kSystem.file), platform::OpenMode::kReadWrite);
-        const OpenedTable system = practice.open(practice::kSystem.file);
-        back_up(system.path);
+        const std::unique_ptr<Table> opened = practice.open(practice::kSystem.file);
+        Table& system = *opened;
+        back_up(system.path());
         lock(system, 1);
         for (const CounterFault& counter : counters) {
             const std::size_t position = position_of(system, counter.field);
-            const std::int64_t now = system.table->field_get(position).whole();
-            system.table->field_put(position, std::max(now, counter.least));
-            print({true, system.path,
+            const std::int64_t now = system.field_get(position).whole();
+            system.field_put(position, std::max(now, counter.least));
+            print({true, system.path(),
                    "counter " + counter.field + " raised to " + std::to_string(counter.least), 1});
         }
-        system.table->unlock_all();
+        system.unlock_all();
     }
 
     // Under the entry's lock; false when it is no longer the entry that was looked at.
-    static bool remove_entry(const OpenedTable& journal, const JournalFault& entry) {
+    static bool remove_entry(Table& journal, const JournalFault& entry) {
         lock(journal, entry.record);
         const auto says = [&](std::string_view field, const std::string& text) {
-            return journal.table->field_get(position_of(journal, field)).text() == text;
+            return journal.field_get(position_of(journal, field)).text() == text;
         };
-        const bool same = !journal.table->deleted() && says("CDB", entry.table_code) &&
+        const bool same = !journal.deleted() && says("CDB", entry.table_code) &&
                           says("U_ID", entry.identifier) && says("CCODE", entry.kind);
-        if (same) journal.table->mark_deleted();
-        journal.table->unlock_all();
+        if (same) journal.mark_deleted();
+        journal.unlock_all();
         return same;
     }
 
     void remove_entries(const std::vector<JournalFault>& entries) {
         Practice practice(folder_to_change(practice::kJournal.file),
                           platform::OpenMode::kReadWrite);
-        const OpenedTable journal = practice.open(practice::kJournal.file);
-        back_up(journal.path);
+        const std::unique_ptr<Table> opened = practice.open(practice::kJournal.file);
+        Table& journal = *opened;
+        back_up(journal.path());
         for (const JournalFault& entry : entries) {
             if (remove_entry(journal, entry)) {
-                print({true, journal.path,
+                print({true, journal.path(),
                        "marked as deleted: it tells of a record that is not there", entry.record});
             } else {
-                print({false, journal.path, "changed by another program just now", entry.record});
-                note(Mended::kInUse);
+                print({false, journal.path(), "changed by another program just now", entry.record});
+                note(RepairResult::kInUse);
             }
         }
     }
 
-    const MendRequest& request_;
-    maintenance::MendOptions options_;
+    const RepairRequest& request_;
+    maintenance::RepairOptions options_;
     std::optional<TrialFolder> trial_;  // of a dry run
     std::string folder_;                // of the tables, with its separator
     std::vector<MendedTable> mended_;
@@ -342,14 +345,14 @@ class Mender {
 
 }  // namespace
 
-ExitCode repair(const MendRequest& request) {
+ExitCode repair(const RepairRequest& request) {
     Mender mender(request);
     mender.mend_tables(maintenance::repair_table);
     mender.mend_practice();
     return mender.finish();
 }
 
-ExitCode reindex(const MendRequest& request) {
+ExitCode reindex(const RepairRequest& request) {
     Mender mender(request);
     mender.mend_tables(maintenance::reindex_table);
     return mender.finish();

@@ -1,12 +1,10 @@
-// The files of one table as the checking and mending code holds them: each by itself, so that what
-// is wrong with one does not hide the others.
+// What a check has found, on its way to the caller.
 
 #pragma once
 
 #include <string>
 
 #include "engine/maintenance/maintenance.h"
-#include "platform/file.h"
 
 namespace brenik::maintenance {
 
@@ -35,23 +33,5 @@ class Reporter {
 Finding at_record(RecordNumber record, std::string field = {});
 Finding at_tag(std::string tag, RecordNumber record);
 Finding at_page(std::string tag, std::uint64_t page);
-
-enum class Access {
-    kCheck,  // shared and read only
-    kTry,    // shared and writable
-    kMend,   // exclusive and writable
-};
-
-struct TableFiles {
-    platform::File table;
-    platform::File index;
-    platform::File memo;
-
-    // Opens the table's own file; the others follow when the header has told which there are.
-    static TableFiles open(const std::string& path, Access access);
-    // Both leave the file closed, with its path and the reason, when it cannot be had.
-    void open_index(Access access);
-    void open_memo(std::uint8_t version, Access access);
-};
 
 }  // namespace brenik::maintenance

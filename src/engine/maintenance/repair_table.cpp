@@ -8,7 +8,8 @@
 #include "engine/local/memo_file.h"
 #include "engine/locks/lock_scheme.h"
 #include "engine/maintenance/check_table.h"
-#include "engine/maintenance/mending.h"
+#include "engine/maintenance/rebuild_index.h"
+#include "engine/maintenance/repair_log.h"
 #include "engine/make/index_builder.h"
 #include "engine/record/memo_format.h"
 #include "util/runtime.h"
@@ -19,23 +20,23 @@ namespace {
 // More bad deletion marks than one in so many records are no damage to single records.
 constexpr RecordNumber kRecordsPerBadMark = 10;
 
-Access access_for(const MendOptions& options) {
+Access access_for(const RepairOptions& options) {
     return options.trial_folder.empty() ? Access::kMend : Access::kTry;
 }
 
-class TableMender {
+class TableRepair {
   public:
-    TableMender(Access access, const MendOptions& options, const DeedReport& report,
+    TableRepair(Access access, const RepairOptions& options, const RepairReport& report,
                 const Progress& progress)
         : options_(options),
           access_(access),
           report_(report),
-          mending_(options, report),
+          log_(options, report),
           progress_(progress) {}
 
-    Mended run(const std::string& path, bool index_only) {
+    RepairResult run(const std::string& path, bool index_only) {
         index_only_ = index_only;
-        files_ = TableFiles::open(path, access_);
+        files_ = OpenTableFiles::open(path, access_);
         if (!files_.table.is_open()) return refusal(files_.table);
         try {
             CheckedTable counts;
@@ -43,20 +44,20 @@ class TableMender {
             found_ =
                 check_open_table(files_, access_, {files_.table.path(), silent, counts}, progress_);
             if (!found_.header.layout) {
-                mending_.refuse(files_.table.path(),
-                                "the header cannot be understood; restore the table from a backup");
-                return Mended::kPartly;
+                log_.refuse(files_.table.path(),
+                            "the header cannot be understood; restore the table from a backup");
+                return RepairResult::kPartly;
             }
             for (const platform::File* file : {&files_.memo, &files_.index}) {
                 if (!can_be_had(*file)) return refusal(*file);
             }
             if (misplaced()) return refuse_misplaced();
-            if (!index_only && counts.faults + counts.notes == 0) return Mended::kNothingToDo;
+            if (!index_only && counts.faults + counts.notes == 0) return RepairResult::kNothingToDo;
             if (access_ == Access::kTry) return mend_copies();
             if (index_only) return reindex();
             repair();
         } catch (const EngineFault& fault) {
-            mending_.refuse(files_.table.path(), fault.what());
+            log_.refuse(files_.table.path(), fault.what());
         }
         return outcome();
     }
@@ -68,17 +69,17 @@ class TableMender {
                file.failure() == platform::OpenFailure::kMissing;
     }
 
-    Mended mend_copies() {
+    RepairResult mend_copies() {
         const std::string path = files_.table.path();
         try {
             copy_table(path, options_.trial_folder);
         } catch (const EngineFault&) {
-            mending_.refuse(path, "cannot be tried: no copy of its files can be made in " +
-                                      options_.trial_folder + "; is there room?");
-            return Mended::kPartly;
+            log_.refuse(path, "cannot be tried: no copy of its files can be made in " +
+                                  options_.trial_folder + "; is there room?");
+            return RepairResult::kPartly;
         }
         const std::size_t name = path.find_last_of("\\/") + 1;
-        return TableMender(Access::kMend, options_, report_, progress_)
+        return TableRepair(Access::kMend, options_, report_, progress_)
             .run(options_.trial_folder + "/" + path.substr(name), index_only_);
     }
 
@@ -88,36 +89,36 @@ class TableMender {
         return found_.memo.bad_marks > found_.header.usable / kRecordsPerBadMark;
     }
 
-    Mended refuse_misplaced() {
-        mending_.refuse(files_.table.path(),
-                        std::to_string(found_.memo.bad_marks) + " of " +
-                            std::to_string(found_.header.usable) +
-                            " records begin with neither blank nor asterisk, as if they did not "
-                            "lie where the header says: nothing is changed; restore the table "
-                            "from a backup");
-        return Mended::kPartly;
+    RepairResult refuse_misplaced() {
+        log_.refuse(files_.table.path(),
+                    std::to_string(found_.memo.bad_marks) + " of " +
+                        std::to_string(found_.header.usable) +
+                        " records begin with neither blank nor asterisk, as if they did not "
+                        "lie where the header says: nothing is changed; restore the table "
+                        "from a backup");
+        return RepairResult::kPartly;
     }
 
-    Mended refusal(const platform::File& file) {
+    RepairResult refusal(const platform::File& file) {
         const bool sharing = file.failure() == platform::OpenFailure::kSharing;
         report_({false, file.path(),
                  sharing ? "in use by other programs; it can be mended when they have closed it"
                          : "cannot be opened for writing"});
-        return sharing ? Mended::kInUse : Mended::kCannotOpen;
+        return sharing ? RepairResult::kInUse : RepairResult::kCannotOpen;
     }
 
-    Mended reindex() {
+    RepairResult reindex() {
         if (!found_.header.mended.empty() || found_.header.tail == Tail::kCutShort ||
             found_.header.tail == Tail::kUncounted) {
-            mending_.refuse(files_.table.path(),
-                            "header or record count is wrong; run \"brenik repair\"");
-            return Mended::kPartly;
+            log_.refuse(files_.table.path(),
+                        "header or record count is wrong; run \"brenik repair\"");
+            return RepairResult::kPartly;
         }
         remove_leftover();
         const bool any = files_.index.is_open() || found_.header.layout->has_structural_index() ||
                          !options_.tags.empty();
-        if (!any) return Mended::kNothingToDo;
-        rebuild_index(files_, found_.header, mending_, progress_);
+        if (!any) return RepairResult::kNothingToDo;
+        rebuild_index(files_, found_.header, log_, progress_);
         return outcome();
     }
 
@@ -131,14 +132,14 @@ class TableMender {
             found_.header.tail == Tail::kUncounted || found_.header.tail == Tail::kCutShort;
         const bool indexed = files_.index.is_open() || found_.header.layout->has_structural_index();
         if (indexed && (found_.index_faults || keys_changed)) {
-            rebuild_index(files_, found_.header, mending_, progress_);
+            rebuild_index(files_, found_.header, log_, progress_);
         }
     }
 
     void mend_header() {
         const std::vector<Byte>& header = found_.header.mended;
         if (header.empty()) return;
-        mending_.act(files_.table, "header put right", [&] {
+        log_.act(files_.table, "header put right", [&] {
             files_.table.write_at(0, Bytes(header).first(found_.header.layout->header_length));
         });
     }
@@ -148,24 +149,23 @@ class TableMender {
         if (header.tail == Tail::kSound) return;
         const std::uint64_t end = header.end_of(header.usable);
         if (header.usable != header.counted) {
-            mending_.act(files_.table,
-                         "record count set from " + std::to_string(header.counted) + " to " +
-                             std::to_string(header.usable),
-                         [&] {
-                             files_.table.write_at(record::kCountOffset,
-                                                   record::count_bytes(header.usable));
-                         });
+            log_.act(files_.table,
+                     "record count set from " + std::to_string(header.counted) + " to " +
+                         std::to_string(header.usable),
+                     [&] {
+                         files_.table.write_at(record::kCountOffset,
+                                               record::count_bytes(header.usable));
+                     });
         }
         const std::uint64_t cut = header.size > end + 1 ? header.size - end - 1 : 0;
-        mending_.act(
-            files_.table,
-            "end mark put behind record " + std::to_string(header.usable) +
-                (cut > 0 ? "; " + std::to_string(cut) + " bytes behind it are in the copy only"
-                         : std::string()),
-            [&] {
-                files_.table.write_at(end, {&record::kEndMark, 1});
-                files_.table.resize(end + 1);
-            });
+        log_.act(files_.table,
+                 "end mark put behind record " + std::to_string(header.usable) +
+                     (cut > 0 ? "; " + std::to_string(cut) + " bytes behind it are in the copy only"
+                              : std::string()),
+                 [&] {
+                     files_.table.write_at(end, {&record::kEndMark, 1});
+                     files_.table.resize(end + 1);
+                 });
     }
 
     // -- Memos.
@@ -173,28 +173,26 @@ class TableMender {
     void mend_memo_header() {
         if (!found_.memo.sound_header) return make_memo_file();
         if (found_.memo.block_size) {
-            mending_.act(files_.memo,
-                         "block size set to " + std::to_string(*found_.memo.block_size),
-                         [&] { record::write_block_size(files_.memo, *found_.memo.block_size); });
+            log_.act(files_.memo, "block size set to " + std::to_string(*found_.memo.block_size),
+                     [&] { record::write_block_size(files_.memo, *found_.memo.block_size); });
         }
         if (!found_.memo.next_free) return;
-        mending_.act(files_.memo,
-                     "next free block set to " + std::to_string(*found_.memo.next_free),
-                     [&] { record::write_next_free(files_.memo, *found_.memo.next_free); });
+        log_.act(files_.memo, "next free block set to " + std::to_string(*found_.memo.next_free),
+                 [&] { record::write_next_free(files_.memo, *found_.memo.next_free); });
     }
 
     void make_memo_file() {
         const record::TableLayout& layout = *found_.header.layout;
         if (found_.memo.pointers || record::memo_kind(layout.version) != record::MemoKind::kFpt) {
-            return mending_.refuse(files_.memo.path(),
-                                   "the memo file is missing or has no header; restore it from a "
-                                   "backup");
+            return log_.refuse(files_.memo.path(),
+                               "the memo file is missing or has no header; restore it from a "
+                               "backup");
         }
-        if (files_.memo.is_open()) mending_.back_up(files_.memo);
+        if (files_.memo.is_open()) log_.back_up(files_.memo);
         files_.memo.close();
         local::MemoFile::create(files_.table.path());
         files_.open_memo(layout.version, access_);
-        mending_.done(files_.memo.path(), "an empty memo file made");
+        log_.done(files_.memo.path(), "an empty memo file made");
     }
 
     void mend(const MemoFault& fault) {
@@ -204,17 +202,17 @@ class TableMender {
         if (files_.table.read_at(at, record) < record.size()) return;
         if (!fault.shared) {
             record::set_memo_block(record, field, 0);
-            return mending_.act(
+            return log_.act(
                 files_.table,
                 "field " + field.name + ": its memo cannot be read; the field is empty now",
                 [&] { files_.table.write_at(at, record); }, fault.record);
         }
         if (record::memo_kind(found_.header.layout->version) != record::MemoKind::kFpt) {
-            return mending_.refuse(files_.memo.path(),
-                                   "memo files of this generation are read only", fault.record);
+            return log_.refuse(files_.memo.path(), "memo files of this generation are read only",
+                               fault.record);
         }
-        mending_.back_up(files_.memo);
-        mending_.act(
+        log_.back_up(files_.memo);
+        log_.act(
             files_.table, "field " + field.name + ": its memo has blocks of its own now",
             [&] {
                 record::set_memo_block(
@@ -261,15 +259,15 @@ class TableMender {
         if (!found_.leftover) return;
         const std::string path = make::unfinished_index_path(files_.index.path());
         platform::remove_file(path);
-        mending_.done(path, "left behind by an interrupted run; removed");
+        log_.done(path, "left behind by an interrupted run; removed");
     }
 
-    Mended outcome() {
+    RepairResult outcome() {
         if (const std::size_t left = faults_left(); left > 0) {
-            mending_.refuse(files_.table.path(),
-                            std::to_string(left) + " faults are left; \"brenik check\" names them");
+            log_.refuse(files_.table.path(),
+                        std::to_string(left) + " faults are left; \"brenik check\" names them");
         }
-        return mending_.refused_any() ? Mended::kPartly : Mended::kWhole;
+        return log_.refused_any() ? RepairResult::kPartly : RepairResult::kWhole;
     }
 
     std::size_t faults_left() {
@@ -285,26 +283,26 @@ class TableMender {
         files_.table.sync();
     }
 
-    const MendOptions& options_;
+    const RepairOptions& options_;
     Access access_;
-    const DeedReport& report_;
-    Mending mending_;
+    const RepairReport& report_;
+    RepairLog log_;
     const Progress& progress_;
     bool index_only_ = false;
-    TableFiles files_;
+    OpenTableFiles files_;
     TableFindings found_;
 };
 
 }  // namespace
 
-Mended repair_table(const std::string& path, const MendOptions& options, const DeedReport& report,
-                    const Progress& progress) {
-    return TableMender(access_for(options), options, report, progress).run(path, false);
+RepairResult repair_table(const std::string& path, const RepairOptions& options,
+                          const RepairReport& report, const Progress& progress) {
+    return TableRepair(access_for(options), options, report, progress).run(path, false);
 }
 
-Mended reindex_table(const std::string& path, const MendOptions& options, const DeedReport& report,
-                     const Progress& progress) {
-    return TableMender(access_for(options), options, report, progress).run(path, true);
+RepairResult reindex_table(const std::string& path, const RepairOptions& options,
+                           const RepairReport& report, const Progress& progress) {
+    return TableRepair(access_for(options), options, report, progress).run(path, true);
 }
 
 }  // namespace brenik::maintenance

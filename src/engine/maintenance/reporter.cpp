@@ -1,23 +1,10 @@
-// Opening a table's files one by one.
+// Filling in and counting findings.
 
-#include "engine/maintenance/table_files.h"
+#include "engine/maintenance/reporter.h"
 
 #include <utility>
 
-#include "engine/record/memo_format.h"
-#include "engine/record/table_path.h"
-
 namespace brenik::maintenance {
-namespace {
-
-platform::File open_for(const std::string& path, Access access) {
-    const bool checks = access == Access::kCheck, alone = access == Access::kMend;
-    return platform::File::open(
-        path, checks ? platform::OpenMode::kReadOnly : platform::OpenMode::kReadWrite,
-        alone ? platform::Sharing::kExclusive : platform::Sharing::kShared);
-}
-
-}  // namespace
 
 void Reporter::add(Finding finding) const {
     finding.file = file_;
@@ -79,20 +66,6 @@ Finding at_page(std::string tag, std::uint64_t page) {
     place.tag = std::move(tag);
     place.page = page;
     return place;
-}
-
-TableFiles TableFiles::open(const std::string& path, Access access) {
-    TableFiles files;
-    files.table = open_for(record::table_path(path), access);
-    return files;
-}
-
-void TableFiles::open_index(Access access) {
-    index = open_for(record::sibling_path(table.path(), "CDX"), access);
-}
-
-void TableFiles::open_memo(std::uint8_t version, Access access) {
-    memo = open_for(record::sibling_path(table.path(), record::memo_extension(version)), access);
 }
 
 }  // namespace brenik::maintenance
