@@ -42,7 +42,8 @@ bool GET_EXCLUSIVE(Session& session) {
     WorkAreas& areas = session.areas;
     areas.select(kSystemArea);
     const bool was_open = areas.alias() == practice::kSystem.alias;
-    areas.open(session.data_path() + practice::kSystem.file, {}, TableSharing::kExclusive);
+    const std::string table = session.data_path() + practice::kSystem.file;
+    areas.open(table, {}, TableSharing::kExclusive);
     if (!areas.network_error()) return true;
     note_fault(session, "GET_EXCLUSIVE", areas.refusal());
     ERRBEEP(session.ui,
@@ -50,7 +51,7 @@ bool GET_EXCLUSIVE(Session& session) {
             "using Brenik.\r\nPlease have them exit Brenik and Retry",
             "Sharing Violation");
     // Whether it can be had again or not, the exclusive use could not.
-    if (was_open) static_cast<void>(NET_USE(session, session.data_path() + "LAWSYS.DBF"));
+    if (was_open) static_cast<void>(NET_USE(session, table + ".DBF"));
     return false;
 }
 
