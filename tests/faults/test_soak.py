@@ -11,7 +11,6 @@ nobody is killed: a killed process reports nothing.
 import json
 import os
 import random
-import re
 import subprocess
 import time
 
