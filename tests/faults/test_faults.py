@@ -55,8 +55,9 @@ class Routines:
     """The tool's routines, called by name one after the other."""
 
     def __init__(self, folder, **environment):
-        self.child = subprocess.Popen([TOOL, 'call', '--dir', folder], env=dict(os.environ, BRENIK_UI='none', **environment),
-                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        environment = dict(os.environ, BRENIK_UI='none', **environment)
+        self.child = subprocess.Popen([TOOL, 'call', '--dir', folder], env=environment, stdin=subprocess.PIPE,
+                                      stdout=subprocess.PIPE, text=True)
         self('select area', 1)
 
     def __call__(self, *line):
@@ -108,7 +109,8 @@ def remove(routine):
     for step in range(22):
         record, fill = (20 + step, False) if step < 12 else (8 + step, True)
         routine('go to', record)
-        change = [['recall'], ['field assignment by name', PAGES_AREA, 'K', wide_key(81 + record)]] if fill else [['delete']]
+        put = ['field assignment by name', PAGES_AREA, 'K', wide_key(81 + record)]
+        change = [['recall'], put] if fill else [['delete']]
         done = [routine('lock record', record), *[routine(*line) for line in change], routine('unlock')]
         yield 14 if 'refused' in done or not done[0] else 0,
 
@@ -210,7 +212,7 @@ def assert_unique(folder, identifiers, unnoted=frozenset()):
         assert len(set(issued)) == len(issued), name
         assert {identifier for number, identifier in identifiers if number == table} <= set(issued), name
         assert max(issued) <= judges.identifier(system['MYUDN'], int(system['U_ID' + table])), name
-    noted = [(row['CDB'], row['U_ID']) for row in view_of(folder, 'LawTrans').where(CCODE='A') if not row.deleted]
+    noted = [(row['CDB'], row['U_ID']) for row in view_of(folder, 'LawTrans').where(CCODE='A', deleted=False)]
     assert len(set(noted)) == len(noted)
     assert {('%02d' % int(number), identifier) for number, identifier in set(identifiers) - unnoted} <= set(noted)
 

@@ -1,8 +1,8 @@
 """Workstations on a real SMB share: whatever happens to guests, network and server, nothing acknowledged is lost.
 
-Every guest runs a worker (tests/faults/worker.cpp), whose output leaves the guest by a serial port at once. After the work the
-practice is judged where it lies on the server. A run counts only if the workstations did something, took turns, and
-locked through the server. Calls may be refused while network or server are away, and only then.
+Every guest runs a worker (tests/faults/worker.cpp), whose output leaves the guest by a serial port at once. After the
+work the practice is judged where it lies on the server. A run counts only if the workstations did something, took
+turns, and locked through the server. Calls may be refused while network or server are away, and only then.
 
 BRENIK_SHARE_SECONDS is the time that they work for in most tests. The machine is emulated: the longest call of each is
 told, but says little about real ones. Windows' own redirector cannot be had here.

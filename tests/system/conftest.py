@@ -70,8 +70,8 @@ def new_wine_profile(folder, registry='', **environment):
 
 def tool(*arguments, **options):
     """Runs the companion tool, which is of the same system as our hosts."""
-    return subprocess.run([*shlex.split(TOOL), *map(path_form(OURS), arguments)], capture_output=True,
-                          timeout=CALL_LIMIT, text=True, **options)
+    command = [*shlex.split(TOOL), *map(path_form(OURS), arguments)]
+    return subprocess.run(command, capture_output=True, timeout=CALL_LIMIT, text=True, **options)
 
 
 class Host:

@@ -62,9 +62,8 @@ def test_one_session_over_a_practice(practice):
                    ['GetU_ID', 1, 'nobody', {'ref': blank}], ['AddEnd', 1, {'ref': blank}], ['REC_LOCK'], ['delete'],
                    ['REC_UNLOCK'], ['deleted'], ['select area', 5], ['NEXTUID', {'ref': None}],
                    ['RSDTOF', '01', 'nobody', 1, {'ref': None}], folder=practice)
-    alias, found, state, _, record, _, at_end, out_of_range = [answer['result'] for answer in answers[2:10]]
-    assert (alias.upper(), found, state[5].upper()) == ('NAMES', True, 'NAMES')
-    assert (record, at_end, out_of_range) == (1, True, 5)
+    alias, found, state, _, record, _, at_end, outside = [answer['result'] for answer in answers[2:10]]
+    assert [alias.upper(), state[5].upper(), found, record, at_end, outside] == ['NAMES', 'NAMES', True, 1, True, 5]
     assert answers[12:14] == [{'result': 19, 'refs': [blank]}, {'result': 0, 'refs': [uid]}]
     assert answers[17]['result'] is True and [answer['refs'] for answer in answers[19:]] == [[None], [None]]
     assert practice.table('LAW1').one(U_ID=uid).deleted

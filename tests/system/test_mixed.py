@@ -12,8 +12,7 @@ from test_shared import work_together
 
 SECONDS = float(os.environ.get('BRENIK_MIXED_SECONDS', '20'))
 HOLDERS = {OURS: shlex.split(os.environ['BRENIK_HOLDER']), NATIVE: shlex.split(os.environ['BRENIK_NATIVE_HOLDER'])}
-BOTH_WAYS = pytest.mark.parametrize('first, second', [(OURS, NATIVE), (NATIVE, OURS)],
-                                    ids=['Windows first', 'native first'])
+BOTH_WAYS = pytest.mark.parametrize('first, second', [(OURS, NATIVE), (NATIVE, OURS)], ids=['Windows', 'native'])
 
 
 def test_mixed_workstations(new_host, practice):

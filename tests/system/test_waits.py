@@ -194,8 +194,9 @@ def test_waits(new_host, new_practice, windows_folder):
              held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK),
              refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]),
              refused('LAW3.dbf', 'in exclusive use'), refused('LAW2.dbf', 'no such file', offset=0),
-             refused('LAW2.fpt', 'no such file', offset=0), refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
-             missing_links, *([] if OURS.library.endswith('.dll') else [replaced_folder]),
+             refused('LAW2.fpt', 'no such file', offset=0),
+             refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK), missing_links,
+             *([] if OURS.library.endswith('.dll') else [replaced_folder]),
              mixed_modes(0, 1), mixed_modes(1, 0)]
 
     def run(number, task, practice):
