@@ -9,6 +9,7 @@
 //
 //     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
 //     refused CALL CODE MICROSECONDS
+//     violation MICROSECONDS TOKEN TOKEN             two of one record
 //
 // Tokens are "W", the seed, a point and a number that grows. A contact that it writes carries one
 // in every text and in its memo, so that a reader can tell a torn record from a whole one.
@@ -21,6 +22,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -34,7 +36,8 @@ using std::chrono::milliseconds, std::chrono::seconds, std::chrono::steady_clock
 
 constexpr int kContacts = 1, kMatters = 3, kNotes = 4;
 constexpr int kAdditionsPerSecond = 10;  // at most, or the tables grow larger than tests can judge
-constexpr int kRefusalsInLine = 3;       // before a new session is begun
+constexpr std::size_t kFirmRoom = 2000;
+constexpr int kRefusalsInLine = 3;  // before a new session is begun
 
 struct Refused {
     std::string call;
@@ -92,10 +95,10 @@ class Worker {
     }
     const char* work_once() {
         static constexpr const char* (Worker::*kWork[])() = {
-            &Worker::edit,    &Worker::edit,   &Worker::edit,    &Worker::look_up,
-            &Worker::look_up, &Worker::share,  &Worker::contact, &Worker::contact,
-            &Worker::contact, &Worker::matter, &Worker::note};
-        constexpr std::size_t kWithoutAdditions = 6;
+            &Worker::edit,    &Worker::edit,    &Worker::look_up, &Worker::look_up,
+            &Worker::share,   &Worker::firm,    &Worker::firm,    &Worker::contact,
+            &Worker::contact, &Worker::contact, &Worker::matter,  &Worker::note};
+        constexpr std::size_t kWithoutAdditions = 7;
         token_ = "W" + seed_ + "." + std::to_string(++tokens_);
         if (own_.empty()) return contact();
         const auto time = (steady_clock::now() - begin_) / seconds(1);
@@ -154,13 +157,30 @@ class Worker {
         acknowledge(kContacts, identifier);
         return "edit";
     }
-    // What everybody edits.
+    // What everybody edits: the contact that is the firm.
     const char* share() {
         int ignored = 0;
         CALL(BrenikEditBegin, kContacts, 1, &ignored);
-        set_fields(kContacts, {{"FIRST", token_}});
+        set_fields(kContacts,
+                   {{"LAST", token_}, {"FIRST", token_}, {"CITY", token_}, {"EMAIL", token_}});
         CALL(BrenikEditEnd, kContacts, 0);
         return "share";
+    }
+    // What everybody reads meanwhile; a description of two halves is a violation.
+    const char* firm() {
+        constexpr std::size_t kLast = 1, kFirst = 2, kCity = 17, kEmail = 21;
+        std::string text(kFirmRoom, ' ');
+        CALL(BrenikGetMyFirm, text.data());
+        std::vector<std::string> items;
+        std::istringstream parts(text);
+        for (std::string item; std::getline(parts, item, '|');) items.push_back(item);
+        if (items.size() <= kEmail || items[kEmail][0] != 'W') return "firm";
+        for (const std::size_t item : {kLast, kFirst, kCity}) {
+            if (items[item] == items[kEmail]) continue;
+            result_ = " " + items[item] + " " + items[kEmail];
+            return "violation";
+        }
+        return "firm";
     }
     const char* look_up() {
         const auto& [identifier, key] = pick();
