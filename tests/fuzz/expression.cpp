@@ -8,6 +8,7 @@
 #include "engine/record/dbf_file.h"
 #include "engine/record/field_codec.h"
 #include "fuzz.h"
+#include "unit/tables.h"
 
 using namespace brenik;
 using namespace brenik;
@@ -15,27 +16,17 @@ using namespace brenik;
 namespace {
 
 record::TableLayout make_layout() {
-    record::TableLayout layout;
-    layout.version = 0x30;
+    record::TableLayout layout = fake::layout_of({{"C", 'C', 12},
+                                                  {"N", 'N', 9, 2},
+                                                  {"D", 'D', 8},
+                                                  {"L", 'L', 1},
+                                                  {"I", 'I', 4},
+                                                  {"T", 'T', 8},
+                                                  {"Y", 'Y', 8, 4},
+                                                  {"B", 'B', 8, 2},
+                                                  {"V", 'C', 5, 0, 2}},
+                                                 0x30);
     layout.code_page = 0x03;
-    const struct {
-        const char* name;
-        char type;
-        std::uint32_t width, decimals;
-        std::uint8_t flags;
-    } columns[] = {{"C", 'C', 12, 0, 0}, {"N", 'N', 9, 2, 0}, {"D", 'D', 8, 0, 0},
-                   {"L", 'L', 1, 0, 0},  {"I", 'I', 4, 0, 0}, {"T", 'T', 8, 0, 0},
-                   {"Y", 'Y', 8, 4, 0},  {"B", 'B', 8, 2, 0}, {"V", 'C', 5, 0, 2}};
-    for (const auto& column : columns) {
-        record::Field field;
-        field.name = column.name;
-        field.type = column.type;
-        field.width = column.width;
-        field.decimals = column.decimals;
-        field.flags = column.flags;
-        layout.fields.push_back(field);
-    }
-    record::make_header(layout, {1998, 1, 1});
     return layout;
 }
 

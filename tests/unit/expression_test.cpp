@@ -6,10 +6,10 @@
 
 #include <bit>
 #include <cstdio>
-#include <optional>
 #include <regex>
 
 #include "engine/index/index_key.h"
+#include "tables.h"
 #include "util/fault.h"
 
 namespace brenik::local {
@@ -19,33 +19,9 @@ namespace {
 class ExpressionTest : public testing::Test {
   protected:
     ExpressionTest() {
-        layout_.version = 0x30;
         layout_.code_page = 0x03;
-        const struct {
-            const char* name;
-            char type;
-            std::uint32_t width;
-            std::optional<std::uint32_t> null_bit = {};
-        } fields[] = {
-            {"NAME", 'C', 8},   {"CITY", 'C', 6},     {"AGE", 'N', 6},        {"BORN", 'D', 8},
-            {"NODATE", 'D', 8}, {"ACTIVE", 'L', 1},   {"COUNTER", 'I', 4},    {"FACTOR", 'B', 8},
-            {"PRICE", 'Y', 8},  {"STAMP", 'T', 8},    {"NOTES", 'M', 4},      {"NICK", 'C', 4, 0},
-            {"SHORT", 'V', 5},  {"SPARE", 'I', 4, 2}, {"_NullFlags", '0', 1}, {"WIDE", 'C', 300},
-        };
-        for (const auto& column : fields) {
-            record::Field field;
-            field.name = column.name;
-            field.type = column.type;
-            field.width = column.width;
-            field.offset = end_;
-            field.null_bit = column.null_bit;
-            if (column.type == 'V') field.length_bit = 1;
-            (column.type == '0' ? layout_.null_flags.emplace() : layout_.fields.emplace_back()) =
-                field;
-            end_ += column.width;
-        }
-        layout_.record_length = end_;
-        bytes_.assign(end_, ' ');
+        bytes_.assign(layout_.record_length, ' ');
+        bytes_[layout_.null_flags->offset] = 0x02;  // SHORT is shorter than its field
         put("NAME", "De Vries");
         put("CITY", "Ede");
         put("AGE", "  45.4");
@@ -57,7 +33,6 @@ class ExpressionTest : public testing::Test {
         store_le32(at("STAMP"), 2451545);
         store_le32(at("STAMP") + 4, 43200400);
         put("SHORT", "ab  \2");
-        bytes_[layout_.null_flags->offset] = 0x02;
     }
 
     Byte* at(const std::string& name) { return bytes_.data() + layout_.find(name)->offset; }
@@ -122,9 +97,24 @@ class ExpressionTest : public testing::Test {
              cases);
     }
 
-    record::TableLayout layout_;
+    static constexpr std::uint8_t kNullable = 0x02;
+    record::TableLayout layout_ = fake::layout_of({{"NAME", 'C', 8},
+                                                   {"CITY", 'C', 6},
+                                                   {"AGE", 'N', 6},
+                                                   {"BORN", 'D', 8},
+                                                   {"NODATE", 'D', 8},
+                                                   {"ACTIVE", 'L', 1},
+                                                   {"COUNTER", 'I', 4},
+                                                   {"FACTOR", 'B', 8},
+                                                   {"PRICE", 'Y', 8},
+                                                   {"STAMP", 'T', 8},
+                                                   {"NOTES", 'M', 4},
+                                                   {"NICK", 'C', 4, 0, kNullable},
+                                                   {"SHORT", 'V', 5},
+                                                   {"SPARE", 'I', 4, 0, kNullable},
+                                                   {"WIDE", 'C', 300}},
+                                                  0x30);
     std::vector<Byte> bytes_;
-    std::uint32_t end_ = 1;
 };
 
 TEST_F(ExpressionTest, TextFunctionsCountTrimmedTextInFull) {
