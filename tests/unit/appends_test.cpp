@@ -223,10 +223,10 @@ TEST_F(Appends, AreJournalledAsTheArgumentsSay) {
     EXPECT_TRUE(RSDEL(session_, {.workstation = "ZZ", .code_area = 12}));
     EXPECT_EQ(station_.last_entry(), "D12BBBBBBB");
     EXPECT_EQ(station_.text(kJournalArea, "CDATA").substr(0, 2), "ZZ");
-    for (const bool remove : {false, true, true}) {
-        EXPECT_TRUE(RSDEL(session_, {.remove = remove, .code_area = 12}));
-        EXPECT_EQ(entries(), remove ? 4U : 3U) << "noted once";
-    }
+    EXPECT_TRUE(RSDEL(session_, {.code_area = 12}));
+    EXPECT_EQ(entries(), 3U) << "noted once";
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(RSDEL(session_, {.remove = true, .code_area = 12}));
+    EXPECT_EQ(entries(), 4U);
     EXPECT_FALSE(RSDEL(session_, {.identifier = " "}));
 }
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 #include <utility>
 
 #include "BrenikDB/lookup.h"
@@ -13,6 +12,7 @@
 #include "data/companion.h"
 #include "data/exclusive.h"
 #include "data/net_use.h"
+#include "file_bytes.h"
 #include "fwp/trace_log.h"
 #include "practice.h"
 
@@ -21,19 +21,17 @@ namespace {
 
 using Boxes = std::vector<std::string>;
 
-class Maintenance : public testing::Test {
+class ExclusiveUse : public testing::Test {
   protected:
-    static std::vector<fake::Column> columns(const char* tenth = "TENTH") {
-        std::vector<fake::Column> result;
-        for (const char* name : {"A", "B", "C", "D", "E", "F", "G", "H", "I"}) {
-            result.push_back({name, 'C', 2});
-        }
+    // Nine fields, and perhaps a tenth.
+    static std::vector<fake::Column> columns(const char* tenth) {
+        std::vector<fake::Column> result(9, {"SAME", 'C', 2});
         if (tenth != nullptr) result.push_back({tenth, 'C', 2});
         return result;
     }
 
-    Maintenance() {
-        practice_.make("LAWSYS", columns());
+    ExclusiveUse() {
+        practice_.make("LAWSYS", columns("TENTH"));
         practice_.make("LAW1", {{"LAST", 'C', 8}, {"FIRST", 'C', 8}}, {{"LAST", "LAST"}});
         mine_.session.companion = {.is_running = [] { return true; },
                                    .run = [this](const std::string& line) { ran_ += line; }};
@@ -51,7 +49,7 @@ class Maintenance : public testing::Test {
     std::string ran_;
 };
 
-TEST_F(Maintenance, HasTheSystemTableOrGivesItBack) {
+TEST_F(ExclusiveUse, HasTheSystemTableOrGivesItBack) {
     mine_.open(kSystemArea, "LAWSYS");
     areas().select(kNamesArea);
     EXPECT_TRUE(GET_EXCLUSIVE(mine_.session));
@@ -76,30 +74,27 @@ TEST_F(Maintenance, HasTheSystemTableOrGivesItBack) {
     }
 }
 
-TEST_F(Maintenance, ClosesEverythingElse) {
+TEST_F(ExclusiveUse, ClosesEverythingElse) {
     for (const bool exclusive : {true, false}) {
         mine_.open(kNamesArea, "LAW1");
         mine_.open(kSystemArea, "LAWSYS");
         ran_.clear();
         EXPECT_TRUE(CLOSEMOST(mine_.session, exclusive, !exclusive));
         EXPECT_EQ(ran_, exclusive ? " /CLOSEBRENIK" : "");
-        EXPECT_FALSE(areas().used(kNamesArea));
-        EXPECT_TRUE(areas().used(kSystemArea));
+        EXPECT_TRUE(!areas().used(kNamesArea) && areas().used(kSystemArea));
         EXPECT_EQ(areas().current(), kSystemArea);
         EXPECT_EQ(can_share_system_table(), !exclusive);
     }
 }
 
-TEST_F(Maintenance, ClosesTheRestWhereATableFails) {
+TEST_F(ExclusiveUse, ClosesTheRestWhereATableFails) {
     practice_.make("ONE", {{"K", 'C', 1}}, {{.name = "K", .key = "K", .candidate = true}},
                    {{"A"}, {"B"}});
     mine_.open(kNamesArea, "LAW1");
     mine_.add({"Doe"});
     for (const int area : {30, kNamesArea, 31}) {
         brenik::Table& table = mine_.open(area, area == kNamesArea ? "LAW1" : "ONE");
-        const RecordNumber record = area == 31 ? 1 : table.record_count();
-        table.go_to(record);
-        ASSERT_TRUE(table.lock_record(record));
+        ASSERT_TRUE(fake::take(table, area == 31 ? 1 : table.record_count()));
         table.field_put(1, area == 31 ? "B" : "A");
     }
     EXPECT_EQ(mine_.engine.write_all_records(), static_cast<int>(FaultCode::kDuplicateKey));
@@ -111,7 +106,7 @@ TEST_F(Maintenance, ClosesTheRestWhereATableFails) {
     EXPECT_EQ(other_.text(kNamesArea, "LAST"), "A       ") << "written all the same";
 }
 
-TEST_F(Maintenance, ClosesNothingWhileSomebodyElseUsesTheSystemTable) {
+TEST_F(ExclusiveUse, ClosesNothingWhileSomebodyElseUsesTheSystemTable) {
     other_.open(kSystemArea, "LAWSYS");
     for (const bool shared_use : {true, false}) {
         mine_.open(kNamesArea, "LAW1");
@@ -130,17 +125,20 @@ TEST_F(Maintenance, ClosesNothingWhileSomebodyElseUsesTheSystemTable) {
     EXPECT_EQ(take_boxes(), Boxes{": Unable to re-open LAWSYS.DBF"});
 }
 
-TEST_F(Maintenance, ComparesTheTenthFields) {
-    practice_.make("SAME", columns());
-    practice_.make("SHORT", columns(nullptr));
-    practice_.make("LONGER", columns("TENTHS"));
-    for (const auto& [file, same] : {std::pair{"SAME", true}, {"SHORT", false}, {"LONGER", true}}) {
-        mine_.open(30, file, "NEWSYS");
+TEST_F(ExclusiveUse, ComparesTheTenthFields) {
+    for (const auto& [tenth, same] :
+         {std::pair{"TENTH", true}, {nullptr, false}, {"TENTHS", true}}) {
+        practice_.make("OTHER", columns(tenth));
+        mine_.open(30, "OTHER", "NEWSYS");
         areas().select(kNamesArea);
-        EXPECT_EQ(SAMELAXSYS(mine_.session), same) << file;
+        EXPECT_EQ(SAMELAXSYS(mine_.session), same) << (tenth == nullptr ? "no tenth" : tenth);
         EXPECT_EQ(areas().current(), kNamesArea);
         EXPECT_EQ(areas().area_of("LAWSYS"), 0) << "opened only for the comparison";
+        areas().select(30);
+        areas().close();
     }
+    practice_.make("OTHER", columns("TENTH"));
+    mine_.open(30, "OTHER", "NEWSYS");
     mine_.open(kSystemArea, "LAWSYS");
     EXPECT_TRUE(SAMELAXSYS(mine_.session));
     EXPECT_TRUE(areas().used(kSystemArea));
@@ -151,7 +149,7 @@ TEST_F(Maintenance, ComparesTheTenthFields) {
     EXPECT_EQ(take_boxes(), Boxes{": Unable to open Lawsys.dbf."});
 }
 
-TEST_F(Maintenance, OpensBesideWhatIsOpen) {
+TEST_F(ExclusiveUse, OpensBesideWhatIsOpen) {
     mine_.open(kNamesArea, "LAW1");
     EXPECT_TRUE(NET_USE(mine_.session, "lawsys", {.where = OpenIn::kNewArea}));
     EXPECT_EQ(areas().current(), 2);
@@ -161,7 +159,7 @@ TEST_F(Maintenance, OpensBesideWhatIsOpen) {
     EXPECT_TRUE(areas().used(kNamesArea) && areas().used(2)) << "a fault closes only its own area";
 }
 
-TEST_F(Maintenance, OpensInTheOlderWay) {
+TEST_F(ExclusiveUse, OpensInTheOlderWay) {
     areas().select(kNamesArea);
     EXPECT_TRUE(second_variant::NET_USE(mine_.session, "law1")) << "in the default folder";
     const std::string path = practice_.path("LAW1.DBF");
@@ -172,7 +170,7 @@ TEST_F(Maintenance, OpensInTheOlderWay) {
     EXPECT_EQ(mine_.ui.waits, 0) << "the cursor stays as it is";
 }
 
-TEST_F(Maintenance, NamesARecordObject) {
+TEST_F(ExclusiveUse, NamesARecordObject) {
     mine_.open(kNamesArea, "LAW1", "Names");
     mine_.add({"Doe", "Jane"});
     BufferedRecord record(mine_.session, kNamesArea);
@@ -184,7 +182,7 @@ TEST_F(Maintenance, NamesARecordObject) {
     EXPECT_EQ(LASTFIRST(BufferedRecord(mine_.session, kNamesArea), 4), "    ");
 }
 
-TEST_F(Maintenance, TracesTheCallersOnlyWhenAsked) {
+TEST_F(ExclusiveUse, TracesTheCallersOnlyWhenAsked) {
     const std::string path = practice_.path("Trace.Log");
     std::ofstream{path};
     const CallSite host{"Host", 7};
@@ -194,13 +192,12 @@ TEST_F(Maintenance, TracesTheCallersOnlyWhenAsked) {
     TRACELOG(mine_.session, "Net_Use", {Value()}, kHere, &start);
     TRACELOG(mine_.session, "Net_Use", {Value()});
     const std::string this_line = std::to_string(__LINE__ - 1);
-    std::ostringstream log;
-    log << std::ifstream(path, std::ios::binary).rdbuf();
     const std::string heading = "[NET_USE] ( 4711) Called from: \r\n";
     const std::string margin(30, ' ');
-    EXPECT_EQ(log.str(), heading + margin + "STARTUP(*****)\r\n" + margin + "HOST(    7)\r\n" +
-                             ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n" +
-                             "[NET_USE] (  " + this_line + ") Called from: \r\n>>>NIL<<<\r\n\r\n");
+    EXPECT_EQ(bytes_of(path), heading + margin + "STARTUP(*****)\r\n" + margin + "HOST(    7)\r\n" +
+                                  ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n" +
+                                  "[NET_USE] (  " + this_line +
+                                  ") Called from: \r\n>>>NIL<<<\r\n\r\n");
 }
 
 }  // namespace

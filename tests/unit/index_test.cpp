@@ -12,7 +12,6 @@
 #include <set>
 
 #include "engine/index/cdx_file.h"
-#include "engine/locks/lock_scheme.h"
 #include "file_bytes.h"
 #include "recorded_writes.h"
 #include "refused.h"
@@ -517,15 +516,6 @@ TEST_F(IndexTest, WhatCannotBeKeptCorrectIsRefusedOrListedAsSuch) {
     write_over(path_, 0, sound);
     write_over(path_, 16, "\xCD\xAB");
     EXPECT_TRUE(refused([&] { open(); }, FaultCode::kUnsupported));
-}
-
-TEST_F(IndexTest, RememberedPagesNeedNoLock) {
-    const auto file = make(10, ' ');
-    change(*file, {}, {{"KEY       ", 1}});
-    platform::File other = platform::File::open(path_.string(), platform::OpenMode::kReadWrite);
-    ASSERT_TRUE(other.try_lock({locks::LockScheme::index().offset, 1}));
-    index::IndexEntry found;
-    EXPECT_TRUE(file->tags()[0]->first(found));
 }
 
 }  // namespace

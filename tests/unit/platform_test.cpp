@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "environment.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/profile.h"
@@ -32,8 +31,10 @@ using Clock = std::chrono::steady_clock;
 
 #ifdef _WIN32
 constexpr bool kWindows = true;
+void set_variable(const char* name, const char* value) { _putenv_s(name, value); }
 #else
 constexpr bool kWindows = false;
+void set_variable(const char* name, const char* value) { setenv(name, value, 1); }
 #endif
 
 class PlatformTest : public testing::Test {
@@ -149,15 +150,11 @@ TEST_F(PlatformTest, LocksOfTwoFilesExcludeEachOther) {
 
 #ifndef _WIN32
 
-// A child of a fork that does nothing but `work`.
+// Whether a child of a fork, which does nothing else, finds this.
 template <class Work>
-pid_t start_child(Work work) {
+bool child_finds(Work work) {
     const pid_t child = fork();
     if (child == 0) _exit(work() ? 0 : 1);
-    return child;
-}
-
-bool was_right(pid_t child) {
     int status = -1;
     return waitpid(child, &status, 0) == child && status == 0;
 }
@@ -167,7 +164,7 @@ TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
     File file = File::open(name, OpenMode::kReadWrite);
     File other = File::open(name, OpenMode::kReadWrite);
     ASSERT_TRUE(file.try_lock({9, 1}));
-    const pid_t busy = start_child([&] {
+    EXPECT_TRUE(child_finds([&] {
         const File own = File::open(name, OpenMode::kReadWrite);  // has the number of `file`
         file.unlock({9, 1});
         bool refused = false;
@@ -178,21 +175,8 @@ TEST_F(PlatformTest, FilesAndLocksStayWithTheProcessThatForks) {
         }
         file.close();
         return refused && own.size() == 7;
-    });
-    EXPECT_TRUE(was_right(busy));
+    }));
     EXPECT_FALSE(other.try_lock({9, 1}));
-
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t idle = start_child([&] {
-        char byte;
-        return ::close(ends[1]) == 0 && ::read(ends[0], &byte, 1) == 0;
-    });
-    file.close();
-    EXPECT_TRUE(other.lock_within({9, 1}, LockKind::kExclusive)) << "a living child keeps no lock";
-    ::close(ends[1]);
-    EXPECT_TRUE(was_right(idle));
-    ::close(ends[0]);
 }
 
 TEST_F(PlatformTest, AForkBesideAnotherThreadsOpensTakesNoneAlong) {
@@ -203,18 +187,15 @@ TEST_F(PlatformTest, AForkBesideAnotherThreadsOpensTakesNoneAlong) {
     std::thread opener([&] {
         while (!done) File::open(name, OpenMode::kReadWrite);
     });
+    const auto has_none = [&] {
+        struct stat facts;
+        for (int i = 0; i < 64; ++i) {
+            if (fstat(i, &facts) == 0 && facts.st_ino == table.st_ino) return false;
+        }
+        return true;
+    };
     int right = 0;
-    for (int i = 0; i < 200; ++i) {
-        right += was_right(start_child([&] {
-            struct stat facts;
-            int descriptor = 0;
-            while (descriptor < 64 &&
-                   (fstat(descriptor, &facts) != 0 || facts.st_ino != table.st_ino)) {
-                ++descriptor;
-            }
-            return descriptor == 64;
-        }));
-    }
+    for (int i = 0; i < 200; ++i) right += child_finds(has_none);
     done = true;
     opener.join();
     EXPECT_EQ(right, 200);
