@@ -215,10 +215,9 @@ ROWS = [pytest.param(file, damage, finding, id=file + ' ' + name)
         for file, finding, damages in DAMAGES for name, damage in damages.items()]
 
 
-@pytest.fixture
-def large_practice(new_practice):
-    """With trees of more than one level."""
-    return lambda name='practice': new_practice(name, '--events', '400')
+def options_for(file):
+    """Events have trees of more than one level where that is wanted."""
+    return ['--events', '400'] if file.startswith('LAW2') else []
 
 
 def damaged(practice, file, damage):
@@ -266,9 +265,9 @@ def survive(host, practice, sound, file, damage):
 
 
 @pytest.mark.parametrize('extension', [pytest.param('.DBF', marks=pytest.mark.waits), '.CDX', '.FPT'])
-def test_hosts_survive(new_host, large_practice, extension):
+def test_hosts_survive(new_host, new_practice, extension):
     """The tables take turns; contacts and the system table meet every damage of a table file."""
-    sound, jobs = large_practice('sound'), []
+    sound, large, jobs = new_practice('sound'), new_practice('large', *options_for('LAW2')), []
     present = {p.name.upper() for p in sound.folder.iterdir()}
     tables = itertools.cycle([name for name in TABLES.values() if name + extension in present])
     for row in ROWS:
@@ -281,7 +280,8 @@ def test_hosts_survive(new_host, large_practice, extension):
 
     def run(number, name, file, damage):
         try:
-            survive(new_host(), large_practice('%d %s' % (number, name)), sound, file, damage)
+            practice = new_practice('%d %s' % (number, name), *options_for(file))
+            survive(new_host(), practice, large if options_for(file) else sound, file, damage)
         except BaseException as error:
             return '%s, %s: %r' % (file, name, error)
     results = []
@@ -323,9 +323,9 @@ def snapshot(folder):
 
 
 @pytest.mark.parametrize('file, damage, finding', ROWS)
-def test_checked_and_mended(large_practice, file, damage, finding):
+def test_checked_and_mended(new_practice, file, damage, finding):
     """Named in its place; told but not touched in a dry run; mended, with a copy of what was changed, or left alone."""
-    practice = large_practice()
+    practice = new_practice('practice', *options_for(file))
     damaged(practice, 'LAW1' + file if file[0] == '.' else file, damage)
     found, before = findings(practice, 0 if 'severity=note' in finding else 1), snapshot(practice.folder)
     assert has(found, 'kind=' + finding), found
