@@ -99,7 +99,7 @@ void fill_cross_reference(Session& session) {
 int append_cross_reference(Session& session) {
     read_link_type(session);
     if (!ADD_REC(session, {.fill = [&] { fill_cross_reference(session); }})) return kAppendFailed;
-    if (session.areas.engine().write_all_records() != 0) {
+    if (session.areas.write_all_records() != 0) {
         note_fault(session, "AddEnd", session.areas.engine().last_error());
     }
     REC_UNLOCK(session);

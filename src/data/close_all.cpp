@@ -26,10 +26,10 @@ void clear_relations(Session& session, int area) {
 void CLOSEALL(Session& session) {
     WorkAreas& areas = session.areas;
     for (int area = 1; area <= kMaxWorkArea; ++area) clear_relations(session, area);
-    note_status(session, areas.engine().write_all_records());
+    note_status(session, areas.write_all_records());
     session.recover();  // what could not be written would be tried, and waited for, once more
     areas.close_all();
-    note_status(session, areas.engine().close_all_tables());
+    note_status(session, areas.close_all_tables());
     session.related_queries.clear();
 }
 

@@ -46,6 +46,9 @@ class WorkAreas {
     bool has_engine() const { return engine_ != nullptr; }
     // EngineFault kEmptyWorkArea when there is none yet.
     Engine& engine() const;
+    // The engine's status calls; 0 when there is no engine yet.
+    int write_all_records() { return engine_ ? engine_->write_all_records() : 0; }
+    int close_all_tables() { return engine_ ? engine_->close_all_tables() : 0; }
     // Where relative names of tables and index files lie, with its trailing separator. While it is
     // empty they lie in the process's current folder, and bare names of index files beside their
     // table.

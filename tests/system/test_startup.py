@@ -17,6 +17,7 @@ def test_sessions_come_and_go(host, practice):
         assert host.add_end(20)[0] in (13, 14, 17)
         host.firm(10)
     no_table_open()
+    assert (host.shutdown(), host.shutdown()) == (0, 15)
     assert host.init(practice, 0, 12345) == 0
     assert (host.shutdown(), host.shutdown()) == (0, 15)
     no_table_open()
