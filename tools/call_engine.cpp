@@ -119,6 +119,8 @@ constexpr std::array kOperations{
     Routine{"deleted-records visibility", "[\"on\" hides them, \"off\" shows them]",
             deleted_visibility},
     Routine{"end of file", "", [](Table& t) { return t.end_of_file(); }},
+    Routine{"engine", "",
+            [](Session& s) { return s.areas.engine().name() + " " + s.areas.engine().version(); }},
     Routine{
         "evaluate", "expression",
         [](WorkAreas& w, Arguments& a) { return w.expressions("evaluate").evaluate(a.text(0)); }},
