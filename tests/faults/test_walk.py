@@ -3,6 +3,9 @@
 Each call of a host is made with each of its calls on files failing in turn, and with each of its locks somebody
 else's. Code, work area, records, journal and counter must then be those of a row of the table, and every row that a
 failing call or a lock leads to must be met.
+
+The host's clock runs only while it sleeps (faulty_files.c), so that refused locks take no time and stamps are the same
+in every walk. An End that failed is tried once more: the buffer must have kept its values.
 """
 
 import concurrent.futures
