@@ -149,8 +149,13 @@ Value random_value(const FieldDescription& described, std::mt19937& random) {
 
 TEST_P(FixtureTest, HundredsOfChangesLeaveNothingForTheJudgeToFind) {
     std::mt19937 random(20261);
-    auto table = open_copy(GetParam());
-    ASSERT_TRUE(table);
+    std::unique_ptr<Table> table;
+    if (GetParam() == "EMPTY"s) {  // in its place one with keys as wide as can be
+        table = make(0x30, {{"K", 'C', 240}, {"V", 'C', 99, 0, 0x02}, {"M", 'M', 4}},
+                     {{"K", "K"}, {"V", "V"}, {"DOWN", "LEFT(K,200)", "", false, false, true}});
+    } else {
+        table = open_copy(GetParam());
+    }
     for (int step = 0; step < 700; ++step) {
         const RecordNumber count = table->record_count();
         if (count == 0 || random() % 4 == 0) {
