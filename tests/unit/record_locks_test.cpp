@@ -161,18 +161,6 @@ TEST_F(Retries, OfAnOpenAttachTheIndexInTheirOwnWay) {
 
 Session* g_session = nullptr;
 Operation g_operation = nullptr;
-Value g_received;
-
-Value answer_long_text(Session&, std::span<Value> arguments) {
-    g_received = arguments.back();
-    arguments.back() = "1234567890";
-    return 5;
-}
-
-Value remember_last(Session&, std::span<Value> arguments) {
-    g_received = arguments.back();
-    return 0;
-}
 
 Value fill_record(Session& session, std::span<Value>) {
     Table& names = session.areas.table("fill_record");
@@ -198,44 +186,6 @@ TEST_F(Exports, OfAMissingOperationLeaveTextAloneButWriteTheTableNumber) {
     EXPECT_EQ(BrenikGetU_ID(1, "key", text), 11U);
     EXPECT_EQ(BrenikGetMyFirm(text), 11U);
     EXPECT_STREQ(text, "ABCDEFG");
-}
-
-TEST_F(Exports, HandOverWhatTheHostsIntegerHeld) {
-    g_operation = remember_last;
-    int number = 5;
-    EXPECT_EQ(BrenikAddStart(3, &number), 0U);
-    EXPECT_EQ(g_received.whole(), 5);
-    EXPECT_EQ(number, 3);
-}
-
-TEST_F(Exports, TerminateCopiedTextWhereHostsExpectIt) {
-    g_operation = answer_long_text;
-    const struct {
-        const char* primed;
-        const char* identifier;        // what the operation receives as an identifier
-        std::string after_identifier;  // the first bytes of the buffer, '#' where never written
-        std::string after_long_answer;
-    } cases[] = {
-        {"ABCDEFG", "ABCDEFG", std::string("1234567\0#", 9), std::string("1234567\0\0#", 10)},
-        {"ABC", "       ", std::string("1234567\0#", 9), std::string("123\0\0#", 6)},
-        {"", "       ", std::string("1234567\0#", 9), std::string("\0\0#", 3)},
-    };
-    for (const auto& c : cases) {
-        char buffer[20];
-        const auto prime = [&] { std::strcpy(std::fill_n(buffer, 20, '#') - 20, c.primed); };
-        prime();
-        EXPECT_EQ(BrenikAddEnd(3, buffer), 5U);
-        EXPECT_EQ(g_received.text(), c.identifier);
-        EXPECT_EQ(std::string(buffer, c.after_identifier.size()), c.after_identifier);
-        prime();
-        EXPECT_EQ(BrenikGetU_ID(1, "key", buffer), 5U);
-        EXPECT_EQ(g_received.text(), c.identifier);
-        EXPECT_EQ(std::string(buffer, c.after_long_answer.size()), c.after_long_answer);
-        prime();
-        EXPECT_EQ(BrenikGetMyFirm(buffer), 5U);
-        EXPECT_EQ(g_received.text(), c.primed);
-        EXPECT_EQ(std::string(buffer, c.after_long_answer.size()), c.after_long_answer);
-    }
 }
 
 TEST_F(Exports, StopFaultsAndReleaseWhatTheCallHeld) {
