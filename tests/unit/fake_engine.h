@@ -1,29 +1,31 @@
 // Stand-ins for everything below the operations: tables of one record in memory that refuse locks,
 // opens and appends as often as a test wants, a clock that runs when it is read, and a user
-// interface that writes down what it shows.
+// interface that records what it shows.
 
 #pragma once
 
 #include <functional>
 #include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "engine/engine.h"
+#include "engine/local/local_engine.h"
 #include "platform/clock.h"
 #include "platform/ui.h"
 
 namespace brenik::fake {
 
+// Every reading is one step later than the one before; 0 follows the end of the day.
 class Clock : public platform::Clock {
   public:
-    platform::LocalDay today() override { return {1998, 1, 1}; }
-    double seconds() override { return now_ += 0.05; }
+    platform::LocalDay today() override {
+        const CivilDay day = today_.civil();
+        return {day.year, day.month, day.day};
+    }
+    double seconds() override { return now_ += now_ + step_ < 86400 ? step_ : step_ - 86400; }
     void pause(int milliseconds) override { now_ += milliseconds / 1000.0; }
 
+    Date today_ = Date::from_civil(1998, 1, 1);
     double now_ = 1000;
+    double step_ = 0.05;
 };
 
 class UserInterface : public platform::UserInterface {
@@ -137,10 +139,8 @@ class Table : public brenik::Table {
     Script& script_;
 };
 
-class Engine : public brenik::Engine {
+class Engine : public local::LocalEngine {
   public:
-    std::string name() const override { return "fake"; }
-    std::string version() const override { return "1"; }
     OpenAnswer open(const std::string& path, TableSharing, int) override {
         opened.push_back(path);
         if (damaged) {
@@ -149,15 +149,6 @@ class Engine : public brenik::Engine {
         if (refusals < 0 || static_cast<int>(opened.size()) <= refusals) return kRefusal;
         return std::make_unique<Table>(tables[path]);
     }
-    std::string last_error() const override { return kRefusal.text; }
-    int set_server_type(int) override { return 0; }
-    int server_loaded(const std::string&) override { return 1; }
-    bool set_proprietary_locking(bool) override { return false; }
-    bool set_deleted_hidden(bool) override { return false; }
-    bool deleted_hidden() const override { return false; }
-    void set_full_durability(bool) override {}
-    int write_all_records() override { return 0; }
-    int close_all_tables() override { return 0; }
 
     int refusals = 0;  // opens to refuse; negative: all of them
     bool damaged = false;
