@@ -1,6 +1,6 @@
-// The seam, second half: what opens tables.
+// The second half of the seam: the object that opens tables.
 //
-// An engine serves one session. table.h says what is a conflict and what is a fault.
+// An engine serves one session. table.h distinguishes conflicts from faults.
 //
 //     LocalEngine engine;                                              // or another one
 //     engine.set_full_durability(true);
@@ -19,10 +19,10 @@ namespace brenik {
 
 enum class TableSharing { kShared, kExclusive };
 
-// A table or the reason why there is none.
+// An open table, or the reason why the open was refused.
 using OpenAnswer = std::variant<std::unique_ptr<Table>, Refusal>;
 
-// Status codes are the engine's own, 0 for success.
+// Each engine defines its own status codes; 0 means success.
 class Engine {
   public:
     virtual ~Engine() = default;
@@ -31,28 +31,29 @@ class Engine {
     virtual std::string name() const = 0;
     virtual std::string version() const = 0;
 
-    // Opens a table; a name without extension means ".DBF". Where it has a structural index, the
-    // order with the number `controlling` becomes controlling, none where there is no such one. The
-    // table is at its top.
+    // Opens a table and positions it at its top. A name without extension means ".DBF". If the
+    // table has a structural index, the order with the number `controlling` becomes controlling; if
+    // there is no such order, none does.
     virtual OpenAnswer open(const std::string& path, TableSharing sharing, int controlling = 1) = 0;
-    // What the last status other than 0 was about: file and reason, for people.
+    // File and reason of the last status other than 0, as text for people.
     virtual std::string last_error() const = 0;
 
     virtual int set_server_type(int type) = 0;
-    // 0 no server answers for the folder, 1 the local server, 2 a remote server.
+    // 0: no server serves the folder; 1: the local server; 2: a remote server.
     virtual int server_loaded(const std::string& folder) = 0;
-    // Both answer the previous setting. Default: compatible locking, deleted records visible.
+    // Both return the previous setting. Default: compatible locking, deleted records visible.
     virtual bool set_proprietary_locking(bool on) = 0;
     virtual bool set_deleted_hidden(bool on) = 0;
     virtual bool deleted_hidden() const = 0;
     // With full durability a record, its memos and its keys are on the disk when the call that
-    // writes them returns, and never in an order in which a power failure could leave one of them
-    // naming another that is not there. Default off.
+    // writes them returns. They reach the disk in an order in which a power failure never leaves
+    // one of them referring to another that is missing. Default off.
     virtual void set_full_durability(bool on) = 0;
-    // Both go on past a table that fails, and never throw. The status is that of the first one.
+    // Both continue after a table that fails, and never throw. They return the first failure's
+    // status.
     virtual int write_all_records() = 0;
-    // Closes every table that this engine still holds open; the Table objects stay valid and
-    // answer as on an empty file until they are destroyed.
+    // Closes every table that this engine has open. The Table objects stay valid and behave like
+    // empty tables until they are destroyed.
     virtual int close_all_tables() = 0;
 };
 

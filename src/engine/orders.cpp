@@ -1,4 +1,4 @@
-// Finding orders by name or number among those that are attached.
+// Finds attached orders by name or number.
 
 #include "engine/orders.h"
 
@@ -11,7 +11,7 @@
 namespace brenik {
 namespace {
 
-// All of them where no index file is named.
+// All attached orders if no index file is named.
 std::vector<std::size_t> numbers_of(const Table& table, const std::string& index_file) {
     if (!index_file.empty()) return table.orders_of(index_file);
     std::vector<std::size_t> numbers(table.order_count());

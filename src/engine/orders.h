@@ -1,4 +1,4 @@
-// The names and numbers by which callers mean a table's orders, the same for every engine.
+// The names and numbers by which callers identify a table's orders, the same for every engine.
 
 #pragma once
 
@@ -11,14 +11,14 @@
 
 namespace brenik {
 
-// The number of an order as callers name it: by name, by number, or nil for the controlling one (0
-// in physical order). With an index file only that file's orders are looked at, numbered from 1
-// within it, and nil is its first. Nothing when there is no such order.
+// Finds the order that a caller identifies by name, by number, or by nil for the controlling one (0
+// in physical order). With an index file, only that file's orders are searched, numbers count from
+// 1 within it, and nil means its first order. Returns nothing if there is no such order.
 std::optional<std::size_t> find_order(const Table& table, const Value& order,
                                       const std::string& index_file = {});
 
-// Makes the order of that name controlling; an empty name selects physical order. An unknown one
-// changes nothing and answers false.
+// Makes the order with that name controlling; an empty name selects physical order. An unknown name
+// changes nothing and returns false.
 bool set_order(Table& table, std::string_view name);
 
 }  // namespace brenik

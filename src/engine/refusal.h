@@ -1,4 +1,4 @@
-// The answer to opening what is not to be had.
+// Why a table or an index file could not be opened.
 
 #pragma once
 
@@ -8,19 +8,18 @@
 
 namespace brenik {
 
-// Why a table, or an index file of one, is not to be had.
 enum class RefusalReason {
-    kHeld,           // somebody else's use excludes ours: it may be free a second later
+    kHeld,           // another use of the file excludes ours; a retry may succeed
     kMissing,        // no such file or folder
-    kNotPermitted,   // no permission, read-only medium, not a plain file, or the system says no
-    kOtherLockMode,  // in use with locks of the other kind
-    kDamaged,        // there, but damaged or beyond what the engine can keep correct
+    kNotPermitted,   // no permission, read-only medium, not a plain file, or refused by the system
+    kOtherLockMode,  // in use under the other locking mode
+    kDamaged,        // exists, but is damaged or holds what the engine cannot maintain
 };
 
 struct Refusal {
     RefusalReason reason;
-    FaultCode code;    // the same as an EngineFault says it
-    std::string text;  // file and reason, for people; who holds it, where that is known
+    FaultCode code;    // as in an EngineFault for the same reason
+    std::string text;  // file and reason, for people; names the holder if it is known
 };
 
 }  // namespace brenik

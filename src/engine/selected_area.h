@@ -1,4 +1,4 @@
-// Another work area made current for a while.
+// Makes another work area current for the duration of a scope.
 
 #pragma once
 
@@ -6,8 +6,8 @@
 
 namespace brenik {
 
-// Selects an area for as long as the object lives, then the area that was current before: also when
-// a fault ends the scope.
+// Selects an area while the object lives, then the previously current area again, even if a fault
+// ends the scope.
 class SelectedArea {
   public:
     SelectedArea(WorkAreas& areas, int area) : areas_(areas), previous_(areas.current()) {

@@ -1,4 +1,4 @@
-// Compiling, keeping and evaluating the expressions of one table.
+// Compiles, caches and evaluates the expressions of one table.
 
 #include "engine/table_expressions.h"
 
@@ -14,7 +14,7 @@
 namespace brenik {
 namespace {
 
-// Cache bound: a caller that generates texts in a loop must not grow it for ever.
+// Cache bound: a caller that generates texts in a loop must not grow the cache for ever.
 constexpr std::size_t kMostCompiled = 64;
 constexpr Number kComputedNumber{0, kWholeNumberWidth + 3, 2};
 constexpr double kMillisecondsPerDay = 86'400'000;
@@ -56,7 +56,7 @@ std::string upper_in(const record::TableLayout& layout, const std::string& text)
     if (std::ranges::all_of(text, is_ascii)) return upper(text);
     record::CaseTable capitals{}, small{};
     if (!record::load_case_tables(layout.code_page, capitals, small)) {
-        // A code page that we do not know folds as one without a mark does.
+        // An unknown code page folds case like a table without a code page mark.
         static_cast<void>(record::load_case_tables(0, capitals, small));
     }
     std::string changed = text;
@@ -100,7 +100,7 @@ Value TableExpressions::evaluate(const std::string& text) {
     const expression::Expression& program = known->second;
     const record::Field* field = program.lone_field();
     const record::RecordView record = table_.record();
-    // A field's own value knows its width and decimals.
+    // The field itself determines the width and decimals of its value.
     if (field != nullptr && program.type() != expression::ResultType::kCharacter) {
         return record::read_field(record, table_.layout(), *field);
     }

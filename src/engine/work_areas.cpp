@@ -1,4 +1,4 @@
-// The slots themselves: which table lies where, and what an empty slot answers.
+// The slots: which table each holds, and the neutral values of an empty one.
 
 #include "engine/work_areas.h"
 
@@ -16,7 +16,7 @@ std::string base_name_upper(std::string_view path) {
     return upper(path.substr(0, path.find_last_of('.')));
 }
 
-// Positions in a field list as the tables' users count them: from 1, 0 for none.
+// 1-based position of a field in a list, 0 if it is absent.
 std::size_t position_of(const std::vector<FieldDescription>& fields, std::string_view name) {
     for (std::size_t i = 0; i < fields.size(); ++i) {
         if (equal_ignoring_case(fields[i].name, name)) return i + 1;
@@ -24,7 +24,7 @@ std::size_t position_of(const std::vector<FieldDescription>& fields, std::string
     return 0;
 }
 
-// As position_of, for callers that cannot do without the field.
+// Like position_of, but an absent field is a fault.
 std::size_t known_position(const Table& table, const std::string& alias, std::string_view name) {
     const std::size_t position = position_of(table.fields(), name);
     if (position != 0) return position;
@@ -179,7 +179,7 @@ void WorkAreas::release_all_locks() noexcept {
         try {
             slot.table->unlock_all();
         } catch (...) {
-            // The table is in a state that even unlocking cannot mend; the others still can be.
+            // Even unlocking fails for this table; the others can still be unlocked.
         }
     }
 }

@@ -1,8 +1,8 @@
-// Relations between slots: a parent's moves take its targets along.
+// Relations between slots: a move of the parent moves its targets.
 //
-// A table tells its follower of every move, and only tables with relations out of them have one.
-// Targets are moved by the same public moves as by anybody else, so that relations out of a target
-// follow in turn. They never lead in a circle: add_relation() refuses what would close one.
+// A table calls its follower after every move, and only a table with relations has a follower.
+// Targets move by the same public methods as for any caller, so that relations from a target follow
+// in turn. Relations never form a cycle: add_relation() refuses one that would close it.
 
 #include <algorithm>
 
@@ -17,7 +17,7 @@ void limit_to(Table& target, const Value& value) {
     target.set_scope(ScopeEnd::kBottom, value);
 }
 
-// The order that was limited need not be the controlling one any more.
+// The limited order may no longer be the controlling one.
 void end_limit(Table& target, const Relation& relation) {
     const std::size_t controlling = target.order_number();
     if (relation.limited_order.empty() || !set_order(target, relation.limited_order)) return;
@@ -27,7 +27,7 @@ void end_limit(Table& target, const Relation& relation) {
 
 }  // namespace
 
-// No record equals NULL: the limit is then the blank key, as at the parent's end.
+// No record equals NULL, so the limit is then the blank key, as past the parent's end.
 void WorkAreas::limit(Slot& target, Relation& relation, Value value) {
     Table& table = *target.table;
     const std::size_t controlling = table.order_number();
@@ -91,7 +91,7 @@ void WorkAreas::follow(int area) {
     for (Relation& relation : parent.relations) follow(parent, relation);
 }
 
-// Past the parent's end there is no value to look for: the target goes to its end too.
+// Past the parent's end there is no value to seek, so the target moves to its end too.
 void WorkAreas::follow(Slot& parent, Relation& relation) {
     Slot& target_slot = slot(relation.target, "SETRELATION");
     Table& target = *target_slot.table;
@@ -107,7 +107,7 @@ void WorkAreas::follow(Slot& parent, Relation& relation) {
     }
 }
 
-// What other parents limit the target to holds again.
+// Also restores the limits that other parents set on the target.
 void WorkAreas::release_target(const Relation& relation) {
     const auto found = slots_.find(relation.target);
     if (!relation.scoped || found == slots_.end()) return;

@@ -1,4 +1,4 @@
-// Making table files, and building an index from the records of a table.
+// Makes table files, and builds an index from the records of a table.
 
 #include "engine/make/create_table.h"
 
@@ -19,9 +19,9 @@ platform::File open_for_creation(const std::string& path) {
         platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
     if (file.is_open()) return file;
     if (file.failure() == platform::OpenFailure::kSharing) {
-        throw EngineFault(FaultCode::kBusy, "create", path + ": in use by somebody else");
+        throw EngineFault(FaultCode::kBusy, "create", path + ": in use by another program");
     }
-    throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be made");
+    throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be created");
 }
 
 }  // namespace

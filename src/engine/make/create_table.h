@@ -1,4 +1,4 @@
-// Making tables and their indexes: for tools, tests and the sample practice.
+// Makes tables and their indexes, for tools, tests and the sample practice.
 
 #pragma once
 
@@ -18,14 +18,14 @@ struct TagDefinition {
     bool descending = false;
 };
 
-// Makes an empty table (and its memo file, where a field needs one), replacing what was there.
-// Only version, code page, and name, type, width, decimals and flags of the fields are read from
-// `layout`. Throws EngineFault.
+// Makes an empty table, and its memo file if a field needs one. Replaces existing files. Of
+// `layout` only the version, the code page, and each field's name, type, width, decimals and flags
+// are used. Throws EngineFault.
 void create_table(const std::string& path, record::TableLayout layout);
 
-// Builds the structural index of a table from its records, replacing the one there, and marks the
-// table as having it. Needs exclusive use: EngineFault kBusy when it cannot be had, kUnsupported
-// when an expression cannot be used (the text names the tag and the reason).
+// Builds the structural index of a table from its records, replaces an existing one, and marks the
+// table as indexed. Needs exclusive use: EngineFault kBusy if it cannot be acquired, kUnsupported
+// if an expression cannot be used (the text names the tag and the reason).
 void create_index(const std::string& table_path, const std::vector<TagDefinition>& tags);
 
 }  // namespace brenik::make

@@ -1,4 +1,4 @@
-// Collecting and sorting keys, and exchanging the index files.
+// Collects and sorts keys, and exchanges the index files.
 
 #include "engine/make/index_builder.h"
 
@@ -52,7 +52,7 @@ void require_unused(const std::string& path) {
     const platform::File old =
         platform::File::open(path, platform::OpenMode::kReadWrite, platform::Sharing::kExclusive);
     if (old.failure() != platform::OpenFailure::kSharing) return;
-    throw EngineFault(FaultCode::kBusy, "create index", path + ": in use by somebody else");
+    throw EngineFault(FaultCode::kBusy, "create index", path + ": in use by another program");
 }
 
 void fill_index(const std::string& path, const std::string& final_path, const RecordSource& records,

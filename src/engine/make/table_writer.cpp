@@ -1,4 +1,4 @@
-// Buffered writing of whole tables.
+// Writes whole tables through a buffer.
 
 #include "engine/make/table_writer.h"
 
@@ -23,7 +23,7 @@ TableWriter::TableWriter(const std::string& path, const record::TableLayout& lay
     file_ = platform::File::open(file_path, platform::OpenMode::kReadWrite,
                                  platform::Sharing::kExclusive);
     if (!file_.is_open()) {
-        throw EngineFault(FaultCode::kBusy, "create", file_path + ": cannot be had for filling");
+        throw EngineFault(FaultCode::kBusy, "create", file_path + ": cannot be opened for filling");
     }
     layout_ = record::parse_layout(record::read_header(file_), file_path);
     written_to_ = layout_.header_length;

@@ -1,8 +1,8 @@
-// Filling a new table with many records at once: for tools that make whole tables.
+// Fills a new table with many records at once, for tools that make whole tables.
 //
-// The records go straight into the file through one large buffer, without locks, counts or keys on
-// the way; indexes are built afterwards with create_index. The table is in exclusive use until the
-// writer is closed.
+// The records go straight to the file through one large buffer, without locks, count updates or
+// keys; create_index builds the indexes afterwards. The writer has the table in exclusive use until
+// it is closed.
 
 #pragma once
 
@@ -21,15 +21,15 @@ class TableWriter {
   public:
     // Makes the table as create_table does. Throws EngineFault.
     TableWriter(const std::string& path, const record::TableLayout& layout);
-    // Records that were not closed are lost: the header does not count them.
+    // Without close() the records are lost, because the header does not count them.
     ~TableWriter() = default;
     TableWriter(const TableWriter&) = delete;
     TableWriter& operator=(const TableWriter&) = delete;
 
-    // Adds a record with one value a field, in field order; nil leaves the field blank. Throws
-    // EngineFault for a value that its field cannot hold and for growth past the format's limit.
+    // Adds a record with one value per field, in field order; nil leaves the field blank. Throws
+    // EngineFault for a value that its field cannot hold, and when the table is full.
     void append(const std::vector<Value>& values, bool deleted = false);
-    // Writes what is buffered, then the record count; further appends are not allowed.
+    // Writes the buffered records, then the record count. No append may follow.
     void close();
 
     RecordNumber record_count() const { return count_; }
@@ -44,7 +44,7 @@ class TableWriter {
     std::vector<Byte> blank_;
     std::vector<Byte> record_;
     std::vector<Byte> buffer_;
-    std::uint64_t written_to_ = 0;  // file offset behind the last written record
+    std::uint64_t written_to_ = 0;  // file offset after the last written record
     RecordNumber count_ = 0;
     RecordNumber limit_ = 0;
 };

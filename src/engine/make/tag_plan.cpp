@@ -1,4 +1,4 @@
-// Compiling the expressions of a tag.
+// Compiles the expressions of a tag.
 
 #include "engine/make/tag_plan.h"
 

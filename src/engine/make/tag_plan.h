@@ -1,4 +1,4 @@
-// A tag as it will be built, or as it is checked: what its header says, and the programs behind it.
+// A tag to build or check: the contents of its header, and its compiled expressions.
 
 #pragma once
 
@@ -17,8 +17,8 @@ struct TagPlan {
 // The plan of a new tag. Throws ExpressionError when the expressions cannot be used.
 TagPlan plan_new_tag(const TagDefinition& tag, const record::TableLayout& layout);
 
-// The plan of a tag that a header describes, its key length and null prefix kept. Throws
-// ExpressionError when the expressions, or the header with them, cannot be used.
+// The plan of a tag that a header describes, with that header's key length and null prefix. Throws
+// ExpressionError when the expressions, or their combination with the header, cannot be used.
 TagPlan plan_existing_tag(index::TagDescription description, const record::TableLayout& layout);
 
 }  // namespace brenik::make

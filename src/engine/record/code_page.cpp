@@ -13,7 +13,7 @@ struct CaseRange {
     std::uint8_t first;
     std::uint8_t last;
     std::uint8_t upper;
-    bool one_way = false;  // a variant letter: its upper case has another lower case
+    bool one_way = false;  // variant letter: its upper case maps back to another letter
 };
 
 struct CodePage {

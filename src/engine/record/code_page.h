@@ -1,7 +1,7 @@
 // Upper and lower case in a table's code page.
 //
-// Without a mark only A to Z change case. The double-byte pages and marks that we do not know have
-// no table: folding their bytes one by one could give keys that no other program finds.
+// Without a code page mark only A to Z change case. Double-byte pages and unknown marks have no
+// table: folding their bytes one by one could produce keys that no other program finds.
 
 #pragma once
 
@@ -12,7 +12,7 @@ namespace brenik::record {
 
 using CaseTable = std::array<char, 256>;
 
-// Fills both tables; false, with nothing filled, when there is no table for the code page mark.
+// Fills both tables. False, with nothing filled, when the code page mark has no table.
 [[nodiscard]] bool load_case_tables(std::uint8_t code_page, CaseTable& upper, CaseTable& lower);
 
 }  // namespace brenik::record

@@ -1,4 +1,4 @@
-// Reading and making table headers.
+// Parses and makes table headers.
 
 #include "engine/record/dbf_file.h"
 
@@ -46,7 +46,7 @@ bool suits(const Field& field) {
            field.decimals < field.width;
 }
 
-// Text alone may be wider than 255: it has no decimals, and their byte is its width's high one.
+// Only text may be wider than 255: it has no decimals, so their byte holds the width's high byte.
 bool has_wide_text(char type) { return type == 'C'; }
 
 Field read_descriptor(Bytes descriptor, bool later_generation) {
@@ -62,7 +62,7 @@ Field read_descriptor(Bytes descriptor, bool later_generation) {
     return field;
 }
 
-// Gives every field its type, its offset and, in the later generation, its bits of the null flags
+// Gives every field its type, its offset and, in the later generation, its bits in the null flags
 // column.
 void place_fields(TableLayout& layout) {
     std::uint32_t offset = 1;

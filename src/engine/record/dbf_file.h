@@ -13,11 +13,11 @@
 // A field descriptor:
 //        0   11  name, ended by 0
 //       11    1  type
-//       12    4  offset in the record; written, never read: widths are added up
-//       16    1  width; of text its low byte
-//       17    1  decimals; of text the width's high byte
+//       12    4  offset in the record; written but not read: widths add up to it
+//       16    1  width; for text, its low byte
+//       17    1  decimals; for text, the width's high byte
 //       18    1  flags, in the later generation
-//       19    4  the next autoincrement value, and in the byte behind it the step
+//       19    4  next autoincrement value; the byte after it holds the step
 // The records follow without gaps, then the end mark 0x1A. docs/format-dbf.md has an example.
 
 #pragma once
@@ -43,38 +43,37 @@ inline constexpr std::uint64_t kCountOffset = 4;
 inline constexpr std::size_t kHeaderLengthOffset = 8;
 inline constexpr std::size_t kRecordLengthOffset = 10;
 inline constexpr Byte kDescriptorsEnd = 0x0D;
-// Behind the descriptors of the later generation: the path of an owning container, all zero for a
-// free table.
+// In the later generation this many bytes follow the descriptors: the path of an owning container,
+// all zero for a free table.
 inline constexpr std::size_t kBacklinkSize = 263;
 inline constexpr Byte kEndMark = 0x1A;
 
 // -- The header.
 
-// The leading bytes of the file, as many as the longest header has; fewer where the file is
-// shorter. `size` spares reading more than the file is known to hold.
+// Reads the file's leading bytes, up to the length of the longest header. `size` limits the read to
+// what the file is known to hold.
 std::vector<Byte> read_header(const platform::File& file,
                               std::uint64_t size = std::numeric_limits<std::uint64_t>::max());
-// Throws EngineFault kDamagedFile or kUnsupported that names `path` and what is wrong.
+// Throws EngineFault kDamagedFile or kUnsupported; the text names `path` and what is wrong.
 TableLayout parse_layout(Bytes header, const std::string& path);
-// The header bytes of a table with this layout and no records, and today's date; fills in offsets,
-// lengths and null bits of `layout` on the way. EngineFault kLimit when the table would be too
-// wide.
+// Makes the header of an empty table with this layout and today's date, and sets the offsets,
+// lengths and null bits of `layout`. EngineFault kLimit when the table would be too wide.
 std::vector<Byte> make_header(TableLayout& layout, platform::LocalDay today);
-// The width of the field that a descriptor tells of.
+// The width of the field that a descriptor describes.
 std::uint32_t width_in(Bytes descriptor);
 
-// Date of the last update and record count, as they lie next to each other from kDateOffset on.
+// Date of the last update and record count, which are adjacent, from kDateOffset on.
 inline constexpr std::uint64_t kDateOffset = 1;
 std::array<Byte, 7> date_and_count(platform::LocalDay today, RecordNumber count);
-// Records by the header; what is there of it must reach so far.
+// The record count in a header. REQUIRES: `header` includes the count.
 inline RecordNumber counted_in(Bytes header) { return load_le32(header.data() + kCountOffset); }
 std::array<Byte, 4> count_bytes(RecordNumber count);
-// Asks the file; nothing when it ends before the count.
+// Reads the count from the file; nothing when the file ends before it.
 std::optional<RecordNumber> read_record_count(const platform::File& table);
-// Marks the header as that of a table which is opened with its index.
+// Sets the header flag that makes the structural index open with the table.
 void mark_as_indexed(platform::File& table, const TableLayout& layout);
 
-// An autoincrement column's place in the header, and what lies there.
+// An autoincrement column's counter: its offset in the header, next value and step.
 struct Autoincrement {
     const Field* field;
     std::uint64_t offset;
@@ -89,11 +88,11 @@ std::vector<Autoincrement> read_autoincrements(const platform::File& table,
 inline std::uint64_t record_offset(const TableLayout& layout, RecordNumber record) {
     return layout.header_length + (record - std::uint64_t{1}) * layout.record_length;
 }
-// Where the end mark belongs behind so many records.
+// The offset of the end mark after this many records.
 inline std::uint64_t end_of_records(const TableLayout& layout, RecordNumber count) {
     return layout.header_length + std::uint64_t{count} * layout.record_length;
 }
-// Whole records that a file of this size has room for.
+// The number of whole records in a file of this size.
 RecordNumber records_in(const TableLayout& layout, std::uint64_t file_size);
 
 }  // namespace brenik::record

@@ -1,4 +1,4 @@
-// Encoding and decoding of each field type.
+// Encodes and decodes every field type.
 
 #include "engine/record/field_codec.h"
 
@@ -47,7 +47,7 @@ Number ascii_number(const RecordView& record, const Field& field) {
             static_cast<int>(field.decimals)};
 }
 
-// A V or Q field whose length bit is set keeps its length in its last byte.
+// If its length bit is set, a V or Q field stores its length in its last byte.
 std::string variable_text(const RecordView& record, const TableLayout& layout, const Field& field) {
     const Bytes bytes = record.field(field);
     std::size_t length = field.width;

@@ -1,4 +1,4 @@
-// The table itself. Where a letter's widths mean different things it has a row for each.
+// The table of field types. A letter has one row per meaning that its width can give it.
 
 #include "engine/record/field_types.h"
 

@@ -1,8 +1,8 @@
-// The field types, one row per type: what a table's header may say of a field, and what it holds.
+// The field types, one row per type: what a table's header may declare, and what the field holds.
 //
-// Header checks, blank records, values, memos and expressions ask this table. A new field type is a
-// row here and, where it stores its values in a new way, a FieldForm with its case in field_codec
-// and expression/fields.
+// Header checks, blank records, values, memos and expressions consult this table. A new field type
+// is one row here. If it stores its values in a new way, it also needs a FieldForm with its case in
+// field_codec and expression/fields.
 
 #pragma once
 
@@ -13,10 +13,10 @@
 
 namespace brenik::record {
 
-// How the value lies in the record.
+// How the record stores the value.
 enum class FieldForm {
     kText,          // padded with blanks
-    kVariableText,  // its own length in the last byte, where a bit of the null flags says so
+    kVariableText,  // length in its last byte if a bit of the null flags is set
     kDecimal,       // a number in ASCII, right-aligned
     kDate,          // YYYYMMDD
     kLogical,       // one letter
@@ -34,7 +34,7 @@ struct FieldType {
     std::uint32_t greatest_width;
     FieldForm form;
     ValueKind value;
-    Byte blank;  // every byte of an empty field
+    Byte blank;  // fills an empty field
 
     bool is_memo() const { return form == FieldForm::kMemo; }
 };

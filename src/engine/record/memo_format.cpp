@@ -1,4 +1,4 @@
-// Reading and making headers, blocks and pointers of memos.
+// Parses and makes memo headers, blocks and pointers.
 
 #include "engine/record/memo_format.h"
 

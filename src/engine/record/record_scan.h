@@ -1,4 +1,4 @@
-// Reading all records of a table in file order, many at a time.
+// Reads all records of a table in file order, many per read.
 
 #pragma once
 
@@ -9,9 +9,9 @@
 
 namespace brenik::record {
 
-// `read(first, bytes)` fills the bytes with whole records from `first` on and answers false when
-// they are not there; `use(record)` gets each record and answers false to stop. True when every
-// record was used.
+// `read(first, bytes)` fills the bytes with whole records from `first` on, and returns false if it
+// cannot. `use(record)` receives each record and returns false to stop. True when every record was
+// used.
 template <typename Read, typename Use>
 bool scan_records(const TableLayout& layout, RecordNumber count, Read read, Use use) {
     constexpr std::size_t kReadAheadBytes = 1 << 20;

@@ -1,4 +1,4 @@
-// Questions about a layout and its records.
+// Queries on a layout and its records.
 
 #include "engine/record/table_layout.h"
 

@@ -1,4 +1,4 @@
-// A table's fields and where they lie in a record. dbf_file.h reads a layout from a file's header.
+// A table's fields and their offsets in a record. dbf_file.h reads a layout from a file's header.
 
 #pragma once
 
@@ -20,10 +20,10 @@ struct Field {
     std::uint32_t width = 0;
     std::uint32_t decimals = 0;
     std::uint8_t flags = 0;
-    // The rest is known once the layout has been read from a header, or a header made from it.
+    // Reading a layout from a header, or making a header from it, sets the members below.
     const FieldType* kind = nullptr;
     std::uint32_t offset = 0;  // in the record; the first field has 1
-    // Bits of the null flags column: set while the value is NULL, or shorter than the field.
+    // Bits of the null flags column, set while the value is NULL or shorter than the field.
     std::optional<std::uint32_t> null_bit;
     std::optional<std::uint32_t> length_bit;
 
@@ -48,12 +48,12 @@ struct TableLayout {
 
     bool has_structural_index() const { return (flags & 0x01) != 0; }
     bool has_memos() const;
-    // 0x30 and later: binary memo pointers, NULLs, 263 bytes after the field descriptors.
+    // 0x30 to 0x32: binary memo pointers, NULLs, 263 bytes after the field descriptors.
     bool is_later_generation() const { return version >= 0x30 && version <= 0x32; }
     const Field* find(std::string_view name) const;  // case-insensitive; null when absent
 };
 
-// One record as it lies in the file, deletion mark first.
+// One record as stored in the file, deletion mark first.
 struct RecordView {
     Bytes bytes;
     RecordNumber number = 0;
@@ -62,7 +62,7 @@ struct RecordView {
     Bytes field(const Field& f) const { return bytes.subspan(f.offset, f.width); }
 };
 
-// True when the null flags column says that the field is NULL.
+// True when the null flags column marks the field as NULL.
 bool is_null(const RecordView& record, const TableLayout& layout, const Field& field);
 
 }  // namespace brenik::record

@@ -1,4 +1,4 @@
-// Extensions are looked for after the last separator only: folders may have dots.
+// An extension can begin only after the last separator, because folder names may contain dots.
 
 #include "engine/record/table_path.h"
 
