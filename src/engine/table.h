@@ -48,8 +48,7 @@ struct FieldDescription {
     char type = 'C';   // as in the table's header: C N F D L M I B Y T ...
     int width = 0;
     int decimals = 0;
-    ValueKind value =
-        ValueKind::kCharacter;  // kind that field_get returns unless the field is NULL
+    ValueKind value = ValueKind::kCharacter;  // what field_get returns unless the field is NULL
 };
 
 struct OrderDescription {

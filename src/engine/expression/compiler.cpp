@@ -1,4 +1,4 @@
-// A parser by operator precedence that emits postfix instructions as it goes.
+// An operator-precedence parser that emits postfix instructions in the same pass.
 
 #include "engine/expression/compiler.h"
 
@@ -17,9 +17,9 @@ constexpr std::size_t kMaxTextLength = 16384;
 constexpr std::size_t kMaxArenaSize = std::size_t{1024} * 1024;
 constexpr int kMaxNesting = 100;
 
-// Behind these names stand variables of a program, not the table's fields.
+// These aliases denote variables of a program, not the table's fields.
 constexpr std::string_view kVariableAliases[] = {"M", "MEMVAR"};
-// These mean the table whose record is being looked at, whatever its alias.
+// These denote the table of the current record, whatever its alias.
 constexpr std::string_view kCurrentTable[] = {"FIELD", "_FIELD"};
 
 template <std::size_t size>
@@ -71,7 +71,7 @@ ResultType result_type(const FunctionRule& rule, const std::vector<Operand>& arg
 
 }  // namespace
 
-// Counts one level for as long as it lives.
+// Counts one level of nesting while it lives.
 class ExpressionCompiler::Nesting {
   public:
     explicit Nesting(ExpressionCompiler& compiler) : depth_(compiler.depth_) {
@@ -200,7 +200,7 @@ Operand ExpressionCompiler::parse_name() {
     take();
     name = take();
     if (name.kind != TokenKind::kName) {
-        refuse_expression(name.position, "expected a field behind the alias");
+        refuse_expression(name.position, "expected a field after the alias");
     }
     return parse_field(name);
 }

@@ -1,4 +1,4 @@
-// From an expression's text to its program.
+// Compiles an expression's text to its program.
 
 #pragma once
 
@@ -12,14 +12,14 @@
 
 namespace brenik::expression {
 
-// Parses the text and writes the program in the same pass. Bounded in text length, nesting and
-// arena, so that no text, however hostile, can exhaust the machine. The text must outlive the
-// program, whose literals point into it. `alias` is as in Expression::compile().
+// Parses the text and emits the program in one pass. Text length, nesting and arena are bounded, so
+// that no text can exhaust memory or stack. The text must outlive the program, whose literals point
+// into it. `alias` is as in Expression::compile().
 class ExpressionCompiler {
   public:
     ExpressionCompiler(std::string_view text, const record::TableLayout& layout,
                        std::optional<std::string_view> alias);
-    // Once for each compiler. Throws ExpressionError.
+    // May be called once per compiler. Throws ExpressionError.
     ExpressionProgram compile();
 
   private:

@@ -1,4 +1,4 @@
-// Expressions as the rest of the engine sees them: a text, its program, and results.
+// The public side of an expression: its text, its program and its evaluation.
 
 #include "engine/expression/expression.h"
 
@@ -7,7 +7,7 @@
 namespace brenik::expression {
 
 struct Expression::Program {
-    std::string text;  // literals of the code point into it
+    std::string text;  // literals in `code` point into it
     ExpressionProgram code;
 };
 

@@ -1,9 +1,9 @@
-// Key, condition and filter expressions: one compiler, one small program, no allocation to run it.
+// Key, condition and filter expressions, compiled once and evaluated without allocation.
 //
-// The text is parsed once against a table's layout, checked for types, and turned into a short
-// program for a stack machine whose texts live in an arena sized at compile time. The same program
-// serves index keys, FOR conditions and filters. Functions and operators are those that index
-// expressions of these formats may hold; anything that reads outside the record is refused.
+// The text is parsed against a table's layout, checked for types, and compiled to a short program
+// for a stack machine. Texts live in an arena whose size is fixed at compile time. The same program
+// serves index keys, FOR conditions and filters. It knows the functions and operators that index
+// expressions of these formats may use; anything that reads outside the record is refused.
 
 #pragma once
 
@@ -18,7 +18,7 @@
 
 namespace brenik::expression {
 
-// Why an expression cannot be used; the message names the place and the reason, not the file.
+// Why an expression cannot be used. The message gives the position and the reason, not the file.
 class ExpressionError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -32,21 +32,20 @@ enum class ResultType : char {
     kLogical = 'L',
 };
 
-// A result. Text points into the expression's arena (or the record) and is valid until the next
-// evaluation.
+// Text points into the expression's arena or the record, and is valid until the next evaluation.
 struct ExpressionResult {
     ResultType type = ResultType::kLogical;
     bool is_null = false;
     bool logical = false;
-    double number = 0;  // numbers; Julian day numbers of dates (0 empty); day + fraction of times
+    double number = 0;  // number; day number of a date (0: empty); day and fraction of a time
     std::string_view text;
 };
 
 class Expression {
   public:
-    // `deleted` and `record number` come from the record itself. With `alias`, fields may be called
-    // by that alias and by the names that mean the current table; without it, as in an index file,
-    // by any alias. Throws ExpressionError.
+    // The deletion mark and the record number come from the record itself. With `alias`, fields may
+    // be qualified by that alias and by the names of the current table; without it, as in an index
+    // file, by any table's alias. Throws ExpressionError.
     static Expression compile(std::string_view text, const record::TableLayout& layout,
                               std::optional<std::string_view> alias = {});
 
@@ -55,14 +54,14 @@ class Expression {
     ~Expression();
 
     ResultType type() const;
-    // Width of a text result on a blank record, trimming functions counted in full.
+    // The greatest width of a text result; trimming functions count with their full width.
     std::size_t width() const;
     // True when a field of the expression may be NULL.
     bool nullable() const;
-    // True when the session's date form decides the result (DTOC): allowed in conditions and
-    // filters, never in a key.
+    // True when the result depends on the session's date form (DTOC). That is allowed in conditions
+    // and filters, but not in a key.
     bool depends_on_settings() const;
-    // The field when the whole expression is one field and nothing else.
+    // The field if the whole expression is a single field, otherwise null.
     const record::Field* lone_field() const;
     const std::string& text() const;
 

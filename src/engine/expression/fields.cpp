@@ -1,5 +1,5 @@
-// Decoding fields for expressions. Whatever bytes a field holds, it has a value: what cannot be
-// read is 0, the empty date or false.
+// Decodes fields for expressions. A field has a value whatever its bytes are: unreadable bytes give
+// 0, the empty date or false.
 
 #include "engine/expression/fields.h"
 
@@ -26,7 +26,7 @@ void load_text(const FieldPlace& place, const Run& run, Cell& result) {
     result.text = text_of(place, run);
 }
 
-// A value shorter than its field has its length in the field's last byte.
+// If the bit is set, the field's last byte holds the value's length.
 void load_variable_text(const FieldPlace& place, const Run& run, Cell& result) {
     result.text = text_of(place, run);
     if (!place.shorter.is_set(run.record.bytes)) return;

@@ -1,4 +1,4 @@
-// Fields in expressions: which may stand in one, and how their bytes become values.
+// Which fields an expression may use, and how their bytes become values.
 
 #pragma once
 
@@ -15,7 +15,7 @@ struct FieldLoad {
 // Throws ExpressionError for memo fields, unknown types and fields that lie outside the record.
 FieldLoad field_load(const record::Field& field, const record::TableLayout& layout);
 
-// The date-time of a field's two numbers as day and fraction, rounded to whole seconds.
+// Combines the two numbers of a date-time field to day and fraction, rounded to whole seconds.
 double date_time_number(std::int32_t julian_day, std::int32_t milliseconds);
 
 }  // namespace brenik::expression

@@ -1,4 +1,4 @@
-// Functions: what each takes, how wide its result is, and what it does.
+// The functions: their arguments, the width of their results, and their routines.
 
 #include "engine/expression/functions.h"
 
@@ -33,7 +33,7 @@ std::size_t widest(std::span<const Operand> arguments) {
     return width;
 }
 
-// Counts are cut to what a text can have, so that no conversion overflows.
+// Limits a count to the longest possible text, so that no conversion overflows.
 std::size_t count_of(double number) {
     return number >= 1 ? static_cast<std::size_t>(std::min(number, kLargestWidth)) : 0;
 }
@@ -135,7 +135,7 @@ void middle_part(const Instruction& step, const Run&, Cell* operands) {
     set_text(operands, step.operands == 2 ? rest : rest.substr(0, count_of(operands[2].number)));
 }
 
-// Room for the longest plain form of a double.
+// Large enough for any double in plain decimal form.
 using PlainNumber = std::array<char, 400>;
 
 std::string_view plain_number(double number, PlainNumber& buffer) {
@@ -208,7 +208,7 @@ void descend(const Instruction& step, const Run&, Cell* operands) {
 
 // -- Dates
 
-// Day numbers beyond the calendar (sums can lead there) count as empty.
+// Day numbers outside the calendar, which sums can produce, count as empty.
 Date date_of(const Cell& cell) {
     const bool real = cell.number >= kFirstDay && cell.number < kLastDay + 1;
     return real ? Date(static_cast<std::int32_t>(cell.number)) : Date();
@@ -263,7 +263,7 @@ void is_null_value(const Instruction&, const Run&, Cell* operands) {
     set_logical(operands, operands[0].is_null);
 }
 
-// NULL is not empty; a date-time is empty when its day is.
+// NULL is not empty. A date-time is empty when its day is.
 void empty(const Instruction& step, const Run&, Cell* operands) {
     const Cell value = operands[0];
     bool blank = false;

@@ -1,4 +1,4 @@
-// Tokens of expressions: names, numbers, delimited literals, dotted words and symbols.
+// Reads the tokens of expressions: names, numbers, delimited literals, dotted words and symbols.
 
 #include "engine/expression/lexer.h"
 
@@ -16,7 +16,7 @@ struct Spelling {
     std::string_view symbol;
 };
 
-// Longer spellings come before those that they begin with.
+// A spelling precedes those that are its prefixes.
 constexpr Spelling kSymbols[] = {
     {"->", "->"}, {"==", "=="}, {"=>", ">="}, {"=<", "<="}, {"<>", "<>"}, {"<=", "<="},
     {">=", ">="}, {"!=", "<>"}, {"**", "^"},  {"#", "<>"},  {"=", "="},   {"<", "<"},
@@ -120,7 +120,7 @@ Token ExpressionLexer::read_dotted() {
             return make(TokenKind::kSymbol, spelling.symbol, spelling.written.size());
         }
     }
-    // Behind a name the point can only lead from an alias to its field, which may be called T.
+    // After a name, a point can only separate an alias from its field, which may be called T.
     if (previous_ == TokenKind::kName) return make(TokenKind::kSymbol, ".", 1);
     for (const bool value : {true, false}) {
         for (const std::string_view word : value ? kTrue : kFalse) {

@@ -1,4 +1,4 @@
-// Cutting an expression's text into tokens.
+// Splits an expression's text into tokens.
 
 #pragma once
 
@@ -10,24 +10,24 @@ namespace brenik::expression {
 
 enum class TokenKind { kEnd, kName, kNumber, kText, kDate, kLogical, kSymbol };
 
-// `text` is the name, the content between the delimiters, or the symbol in its one spelling: "<>"
-// for every way to write it, "AND" for ".and.", and so on.
+// `text` is the name, the content between the delimiters, or the symbol in its canonical spelling:
+// "<>" for every spelling of that operator, "AND" for ".and.", and so on.
 struct Token {
     TokenKind kind = TokenKind::kEnd;
     std::string_view text;
     double number = 0;         // numbers; 0 or 1 for logicals
-    std::size_t position = 1;  // of its first character, counted from 1
+    std::size_t position = 1;  // of the first character, counted from 1
 
     bool is(std::string_view symbol) const { return kind == TokenKind::kSymbol && text == symbol; }
 };
 
-// Throws ExpressionError that begins with the place.
+// Throws ExpressionError; its text begins with the position.
 [[noreturn]] void refuse_expression(std::size_t position, const std::string& reason);
-// Text in quotes for a message, shortened where it is long.
+// Quotes text for a message and shortens it if it is long.
 std::string quoted(std::string_view text);
 
-// Hands out the tokens one after the other; the text must outlive them. Throws ExpressionError for
-// what is no token.
+// Returns the tokens in order. The text must outlive them. Throws ExpressionError where the text
+// holds no token.
 class ExpressionLexer {
   public:
     explicit ExpressionLexer(std::string_view text) : text_(text) {}

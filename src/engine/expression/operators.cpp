@@ -1,4 +1,4 @@
-// Operators: one table row for each pair of types that an operator takes.
+// Operators: one table row per pair of operand types.
 
 #include "engine/expression/operators.h"
 
@@ -11,8 +11,8 @@ namespace {
 
 void set_number(Cell* result, double number) { *result = Cell{.number = number}; }
 
-// Arithmetic without a finite result (a division by zero, an overflow) gives 0, so that every
-// record has a key.
+// Arithmetic without a finite result (division by zero, overflow) yields 0, so that every record
+// has a key.
 void set_finite(Cell* result, double number) {
     set_number(result, std::isfinite(number) ? number : 0);
 }
@@ -67,7 +67,7 @@ void join(const Instruction& step, const Run& run, Cell* operands) {
     *operands = Cell{.text = {out, left.size() + right.size()}};
 }
 
-// The left side's trailing blanks move to the end.
+// Moves the left side's trailing blanks to the end.
 void join_closely(const Instruction& step, const Run& run, Cell* operands) {
     const std::string_view left = operands[0].text;
     const std::string_view right = operands[1].text;
@@ -102,8 +102,8 @@ void compare_numbers(const Instruction&, const Run&, Cell* operands) {
     set_number(operands, Relation{}(operands[0].number, operands[1].number));
 }
 
-// Text is compared up to the length of the right side, whatever the relation, so that of "<", "="
-// and ">" always exactly one holds.
+// Compares text up to the length of the right side for every relation, so that exactly one of "<",
+// "=" and ">" holds.
 template <class Relation>
 void compare_texts(const Instruction&, const Run&, Cell* operands) {
     const std::string_view right = operands[1].text;
@@ -153,7 +153,7 @@ constexpr OperatorRule kOperators[] = {
     {">", kC, kC, kL, compare_texts<std::greater<>>},
     {"<=", kC, kC, kL, compare_texts<std::less_equal<>>},
     {">=", kC, kC, kL, compare_texts<std::greater_equal<>>},
-    // These stand for every type whose cells hold numbers.
+    // These rows serve every type whose cells hold numbers.
     {"=", kN, kN, kL, compare_numbers<std::equal_to<>>},
     {"==", kN, kN, kL, compare_numbers<std::equal_to<>>},
     {"<>", kN, kN, kL, compare_numbers<std::not_equal_to<>>},

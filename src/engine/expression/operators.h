@@ -8,11 +8,11 @@
 
 namespace brenik::expression {
 
-// Looser operators have smaller numbers. All bind to the left; the sign binds tightest of all.
+// Looser operators have smaller numbers. All associate to the left; the sign binds tightest.
 inline constexpr int kLoosest = 1;
 inline constexpr int kNotPrecedence = 3;
 
-// 0 when the symbol is no binary operator.
+// 0 when the symbol is not a binary operator.
 int precedence_of(std::string_view symbol);
 
 struct OperatorRule {
@@ -24,7 +24,7 @@ struct OperatorRule {
     bool sees_null = false;
 };
 
-// Null when the operator cannot stand between these types.
+// Null when the operator does not accept these types.
 const OperatorRule* find_operator(std::string_view symbol, ResultType left, ResultType right);
 
 void negate_number(const Instruction& step, const Run& run, Cell* operands);

@@ -1,4 +1,4 @@
-// Running a compiled expression.
+// Runs a compiled expression.
 
 #include "engine/expression/program.h"
 

@@ -1,10 +1,9 @@
-// The small program that an expression becomes, and the machine that runs it.
+// The compiled form of an expression, and the machine that runs it.
 //
-// Instructions are in postfix order and work on a stack of cells. Each carries the routine that
-// does its work, which takes its operands from the stack and leaves the result in place of the
-// first. Texts that no record or literal holds ready are made in the arena, where every instruction
-// that makes one has its own slot, as wide as its result can ever be; so nothing is allocated while
-// a program runs.
+// Instructions are in postfix order and work on a stack of cells. Each has a routine, which takes
+// its operands from the stack and stores the result in place of the first. A text that neither the
+// record nor a literal holds is built in the arena. Each instruction that builds one has its own
+// slot there, as wide as its widest result, so a run allocates nothing.
 
 #pragma once
 
@@ -21,7 +20,7 @@
 namespace brenik::expression {
 
 // A value on the stack; the instruction that reads it knows its type. Logicals are 0 and 1, dates
-// Julian day numbers (0 empty), times of a day their fraction.
+// are Julian day numbers (0: empty), times of day are fractions of a day.
 struct Cell {
     double number = 0;
     std::string_view text{};
@@ -36,14 +35,14 @@ using Routine = void (*)(const Instruction& step, const Run& run, Cell* operands
 struct Instruction {
     Routine routine = nullptr;
     std::uint8_t operands = 0;
-    // Without this, a NULL operand makes the result NULL and the routine is not called.
+    // If false, a NULL operand makes the result NULL without a call of the routine.
     bool sees_null = false;
     ResultType operand_type = ResultType::kLogical;  // of the first operand
     std::uint32_t index = 0;                         // of the field or the literal
-    std::uint32_t slot = 0;                          // where in the arena a text result is made
+    std::uint32_t slot = 0;                          // offset of a text result in the arena
 };
 
-// A bit of the null flags column; the mask is 0 where a field has no such bit.
+// A bit of the null flags column; a mask of 0 means that the field has no such bit.
 struct FlagBit {
     std::uint32_t offset = 0;
     std::uint8_t mask = 0;
@@ -51,7 +50,7 @@ struct FlagBit {
     bool is_set(Bytes record) const { return mask != 0 && (record[offset] & mask) != 0; }
 };
 
-// Where a field's bytes are, settled when the expression is compiled.
+// A field's position in the record, resolved at compile time.
 struct FieldPlace {
     std::uint32_t offset = 0;
     std::uint32_t width = 0;
@@ -78,7 +77,7 @@ struct ExpressionProgram {
     const Cell& run(const record::RecordView& record);
 };
 
-// What the routines of one run may look at.
+// What the routines of one run work on.
 struct Run {
     const record::RecordView& record;
     ExpressionProgram& program;
@@ -86,10 +85,10 @@ struct Run {
     char* slot(const Instruction& step) const { return program.arena.data() + step.slot; }
 };
 
-// What the compiler knows about a value before any record is seen.
+// What is known about a value at compile time.
 struct Operand {
     ResultType type = ResultType::kLogical;
-    std::size_t width = 0;           // text only: the longest it can be
+    std::size_t width = 0;           // text only: its greatest width
     std::optional<double> constant;  // numbers that are the same for every record
 };
 

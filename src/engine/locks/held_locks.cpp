@@ -1,4 +1,4 @@
-// Taking locks, and giving them up.
+// Acquires and releases locks.
 
 #include "engine/locks/held_locks.h"
 
@@ -18,8 +18,8 @@ bool HeldLocks::lock_new(RecordNumber record) {
     return true;
 }
 
-// Own record locks lie inside the table's range and would stand in its way, so they are given up
-// first; should the table be refused, those that can be had again are taken again.
+// Own record locks lie inside the table's range and conflict with its lock, so they are released
+// first. If the table is refused, they are acquired again as far as possible.
 bool HeldLocks::lock_table(LockTry attempt) {
     if (owns_all()) return true;
     const std::set<RecordNumber> held = records_;

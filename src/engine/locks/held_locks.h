@@ -12,7 +12,7 @@ namespace brenik::locks {
 
 class HeldLocks {
   public:
-    // An exclusive open needs no locks: it owns every record.
+    // A table opened exclusively needs no locks: every record is owned.
     HeldLocks(platform::File& file, const LockScheme& scheme, LockMode mode, bool exclusive)
         : file_(file),
           scheme_(scheme),
@@ -20,13 +20,13 @@ class HeldLocks {
           exclusive_(exclusive) {}
 
     bool lock(RecordNumber record, LockTry attempt);
-    // A record that is just being added: nobody waits for it.
+    // Locks a record that is being added, for which nobody can be waiting.
     bool lock_new(RecordNumber record);
     // A refused try may cost record locks.
     bool lock_table(LockTry attempt);
     void unlock(RecordNumber record);
     void unlock_all();
-    // The file was opened again, and none of them survived.
+    // Drops all of them without unlocking, after the file was reopened: none survives that.
     void forget();
 
     // True when this session may write the record.

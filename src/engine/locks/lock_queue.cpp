@@ -1,4 +1,4 @@
-// The line in front of a lock.
+// The queue in front of a lock.
 
 #include "engine/locks/lock_queue.h"
 
@@ -11,19 +11,18 @@ namespace {
 
 using platform::LockKind;
 
-// How often a free lock is taken without a look at the line: after waiting in it, and at most.
-// Taking turns strictly costs a change of process each time; a few turns at once cost the others
-// little.
+// How many times a free lock is taken without a check of the queue: after a wait in it, and at
+// most. Strict turns cost a process switch each; a few turns in a row cost the others little.
 constexpr int kFewWithoutLook = 7;
 constexpr int kMostWithoutLook = 31;
 
-// A wait has parts of an eighth of the timeout each. Between those of a long wait all places ahead
-// are tried: processes that wait behind each other for a suspended one then learn of it together.
-constexpr int kParts = 8;           // for the first in line
-constexpr int kLongestInLine = 12;  // for everybody else
-constexpr int kPatience = 4;        // after so many any place may be passed
+// A wait consists of parts, each an eighth of the timeout. Between the parts of a long wait all
+// places ahead are tried, so that processes behind a suspended one detect it at the same time.
+constexpr int kParts = 8;           // for the first in the queue
+constexpr int kLongestInLine = 12;  // for all others
+constexpr int kPatience = 4;        // after this many parts any place may be passed
 constexpr int kLongWait_ms = 1000;
-// A try of such a place outlasts one that another process makes at the same moment.
+// Such a try outlasts a simultaneous one by another process.
 constexpr int kLongTry_ms = 5;
 
 constexpr std::chrono::seconds kSuspectAfter(1);
@@ -33,7 +32,7 @@ constexpr int kNowhere = -1;
 
 }  // namespace
 
-// ------------------------------------------------------------------------- who does not move on
+// -- Places that do not advance.
 
 const RefusedPlaces::Refused* RefusedPlaces::find(std::uint64_t place) const {
     const auto found = std::ranges::find(refused_, place, &Refused::place);
@@ -70,9 +69,9 @@ bool RefusedPlaces::stands_still(std::uint64_t place) const {
     return one != nullptr && one->still;
 }
 
-// ----------------------------------------------------------------------------- trying at once
+// -- Trying once.
 
-// Places in the line are held exclusively, which takes the right to write.
+// Places in the queue are locked exclusively, which requires write access.
 bool LockQueue::lock(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
     if (!file_.writable()) return file_.lock_within(range, kind, timeout_ms);
     return try_lock(range, queue, kind) || lock_in_turn(range, queue, kind, timeout_ms);
@@ -94,8 +93,8 @@ bool LockQueue::lock_out_of_turn(LockRange range, LockKind kind) {
     return file_.try_lock(range, kind);
 }
 
-// Holding every place of the line for a moment proves that nobody has one; those who stand still
-// are left out.
+// Holding every place of the queue at once proves that nobody waits. Places that stand still are
+// left out.
 bool LockQueue::lock_unless_somebody_waits(LockRange range, LockRange queue, LockKind kind) {
     if (file_.try_lock(queue)) {
         const HeldLock line(file_, queue);
@@ -121,9 +120,9 @@ bool LockQueue::lock_after_look(LockRange range, LockKind kind) {
     return true;
 }
 
-// ---------------------------------------------------------------------------- waiting in line
+// -- Waiting in the queue.
 
-// Positions count from the lock itself, 0, to the last place; behind that is the end of the line.
+// Positions count from the lock itself (0) to the last place; the next one is the end of the queue.
 struct LockQueue::Line {
     LockRange range;
     LockRange queue;
@@ -136,8 +135,8 @@ struct LockQueue::Line {
     }
 };
 
-// A place is let go only when one ahead of it is held. Every step shows that the line moves, and
-// restarts the timeout.
+// A place is released only after one ahead of it has been acquired. Every step forward restarts the
+// timeout.
 bool LockQueue::lock_in_turn(LockRange range, LockRange queue, LockKind kind, int timeout_ms) {
     earned_ = left_ = kFewWithoutLook;
     const Line line = {range, queue, kind, timeout_ms};
@@ -151,7 +150,7 @@ bool LockQueue::lock_in_turn(LockRange range, LockRange queue, LockKind kind, in
     return true;
 }
 
-// Takes a position ahead of `from` and returns it; kNowhere when there was none in time.
+// Acquires a position ahead of `from` and returns it; kNowhere on timeout.
 int LockQueue::step(const Line& line, int from) {
     int nearest = from - 1;
     for (; nearest > 0 && refused_.stands_still(line.place(nearest)); --nearest) {
@@ -173,10 +172,11 @@ int LockQueue::step(const Line& line, int from) {
     return kNowhere;
 }
 
-// True when a process that has waited so many parts for `nearest` may go to the first free place
-// ahead of it, which is then held, or to the lock itself. After half the timeout that is always so.
-// Before, a place is passed when it has been refused for a second, two in a row when both have been
-// refused for two: one that waits behind a suspended process has passed it by then.
+// True when a process that has waited `waited` parts for `nearest` may go to position `ahead`: the
+// first free place ahead, which it then holds, or the lock itself. After half the timeout this is
+// always so. Before, a place may be passed once it has been refused for a second, and two in a row
+// once both have been refused for two seconds: a process that waits behind a suspended one has
+// passed it by then.
 bool LockQueue::may_pass(const Line& line, int nearest, int waited, int& ahead) {
     const bool is_long = line.timeout_ms >= kLongWait_ms;
     const bool looks = waited >= kPatience || (is_long && waited > 0);

@@ -1,20 +1,21 @@
-// Waiting for a lock in turn.
+// A queue in front of a lock, in which processes wait in turn.
 //
-// The system's locks have no queue: whoever tries at the right moment has it, and a process that
-// takes a lock again and again may keep out for seconds one that only tries now and then. So those
-// who find a lock taken line up on a few bytes of their own (LockScheme::queue): each holds the
-// byte of its place and moves on to the one ahead as soon as that is let go, and only the first in
-// line tries the lock itself. A killed process leaves the line as it leaves every lock.
+// The system's locks have no queue: the process that tries at the right moment acquires the lock.
+// One that acquires it again and again may keep out for seconds another that tries only now and
+// then. So processes that find a lock taken queue on a few bytes of their own (LockScheme::queue).
+// Each holds the byte of its place and moves to the place ahead as soon as that is released; only
+// the first in the queue tries the lock itself. A killed process leaves the queue, because the
+// system releases its locks.
 //
-// The lock alone decides who may write. Programs that know nothing of the line do no harm.
+// The lock alone decides who may write. Programs that do not know the queue do no harm.
 //
-// A suspended process keeps its place and does not move on. Whoever stands behind it takes what is
+// A suspended process keeps its place and does not advance. The process behind it takes what is
 // free ahead of it, after half the timeout at the latest. A place that was refused for a second
-// although what is ahead of it was free is remembered for a minute, and passed without waiting as
-// long as it is not found free.
+// although the one ahead of it was free is remembered for a minute; until it is found free, it is
+// passed without waiting.
 //
-// A lock that is free costs one call. The line is looked at every eighth time, more seldom by those
-// who have not met anybody for long, so that nobody in it can be passed for ever.
+// A free lock costs one call. Every eighth acquisition checks the queue; a process that has met no
+// other for long checks less often, but at least every 32nd time, so that nobody waits for ever.
 
 #pragma once
 
@@ -41,22 +42,23 @@ class HeldLock {
     LockRange range_;
 };
 
-// Workstations that write the same thing one after the other hold its lock for less than a
-// millisecond each; with eight of them the last in line waits less than this.
+// Workstations that change the same record in turn hold its lock for less than a millisecond each;
+// with eight of them, the last in the queue waits less than this.
 inline constexpr int kTurn_ms = 40;
 
-// The places, by offset, that were refused and have not been found free since; for a minute each.
+// Places, by offset, that were refused and not found free since. Each is remembered for a minute.
 class RefusedPlaces {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // The place was refused for so long a wait.
+    // The place was refused after a wait of this length.
     void add(std::uint64_t place, int waited_ms);
     // The places were found free.
     void remove(LockRange places);
-    // Time since the first refusal; zero for a place that is not known.
+    // Time since the first refusal; zero for an unknown place.
     Clock::duration refused_for(std::uint64_t place) const;
-    // What is ahead of the place was free. After a second of refusals that means it stands still.
+    // A place ahead of this one was free. If this one has been refused for a second, it stands
+    // still.
     void pass(std::uint64_t place);
     bool stands_still(std::uint64_t place) const;
 
@@ -79,15 +81,15 @@ class LockQueue {
     LockQueue(const LockQueue&) = delete;
     LockQueue& operator=(const LockQueue&) = delete;
 
-    // False when the lock was not to be had in that time after the last step forward. `queue` is
-    // where others wait for `range`.
+    // False on timeout; every step forward restarts the timeout. `queue` is where others wait for
+    // `range`.
     [[nodiscard]] bool lock(LockRange range, LockRange queue, platform::LockKind kind,
                             int timeout_ms);
-    // Without waiting; whoever stands in line counts as having the lock when the line is looked at.
+    // Never waits. When it checks the queue, a process in it counts as the holder of the lock.
     [[nodiscard]] bool try_lock(LockRange range, LockRange queue, platform::LockKind kind);
-    // One try of a caller who repeats it himself.
+    // One try by a caller that retries.
     [[nodiscard]] bool attempt(LockRange range, LockRange queue, LockTry kind_of_try);
-    // For those who have tried in vain.
+    // For a caller that has been refused before.
     [[nodiscard]] bool lock_in_turn(LockRange range, LockRange queue, platform::LockKind kind,
                                     int timeout_ms);
 
@@ -102,8 +104,8 @@ class LockQueue {
     bool take(const Line& line, int position, int timeout_ms);
 
     platform::File& file_;
-    int earned_ = 0;  // tries without a look at the line, after the last look
-    int left_ = 1;    // of those; who has just come passes nobody for long
+    int earned_ = 0;  // acquisitions allowed without a check of the queue, since the last check
+    int left_ = 1;    // how many of those are left; a new process passes nobody for long
     RefusedPlaces refused_;
 };
 

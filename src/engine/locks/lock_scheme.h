@@ -1,17 +1,17 @@
-// Where the locks of a table lie: byte ranges past the data, the same for every program.
+// Positions of a table's locks: byte ranges past the data, the same for every program.
 //
-// Compatible mode, two schemes. A table with a structural index, or of the later generation
+// Compatible mode has two schemes. A table with a structural index, or of the later generation
 // (versions 30 to 32), counts records down from 0x7FFFFFFE; any other table locks at 1 GB plus the
 // record's own offset in the file. Both lock the whole table as 0x40000000 to 0x7FFFFFFE, which
 // covers every record byte and the append byte of either scheme.
 //
-// Proprietary mode: all locks lie past the 4 GB line, where no compatible program looks. What keeps
-// the two apart is a shared lock on the positions that compatible programs lock exclusively
-// (marker()), and, between programs of this engine, one byte for each mode (use()).
+// Proprietary mode: all locks lie past the 4 GB line, where no compatible program locks. Two things
+// keep the modes apart: a shared lock on the positions that compatible programs lock exclusively
+// (marker()) and, between programs of this engine, one byte per mode (use()).
 //
-// Further up, the same in both modes, lie the places where those wait who found a lock taken
-// (queue(), lock_queue.h), and what keeps records whole (whole()). docs/locking.md has all
-// positions and their reasons in one table.
+// Further up, the same in both modes, lie the queues of processes that wait for a lock (queue(),
+// lock_queue.h) and the locks that keep a record whole while it is copied (whole()).
+// docs/locking.md lists all positions with their reasons.
 
 #pragma once
 
@@ -47,22 +47,22 @@ class LockScheme {
     static constexpr LockRange use(LockMode mode) {
         return {2 * kLine + (mode == LockMode::kProprietary ? 1 : 0), 1};
     }
-    // What a proprietary user holds shared: every byte that a compatible program would lock, and
-    // no byte that a table of that size may use for data.
+    // Held shared by users in proprietary mode: every byte that a compatible program would lock,
+    // and no byte that a table of that size may use for data.
     LockRange marker() const;
 
-    // Where those wait in line who found a record, or the append or only lock of a file, taken.
+    // The queue for a record's lock or, for record 0, for the append lock or only lock of a file.
     static constexpr LockRange queue(RecordNumber record = 0) {
         return {16 * kLine + std::uint64_t{record} * kPlaces, kPlaces};
     }
 
-    // Held for as long as a record is read or written that the system copies in two pieces.
+    // Held while a record that the system copies in two pieces is read or written.
     static constexpr LockRange whole(RecordNumber record) { return {32 * kLine + record, 1}; }
 
-    // Data must end before this offset. A proprietary table stays clear of its marker, unless
-    // nobody who is there holds it.
+    // Data must end before this offset. In proprietary mode that is the marker, unless no present
+    // user holds it.
     std::uint64_t data_limit(bool marked) const;
-    // The most records that keep data and lock positions apart.
+    // The greatest number of records that keeps data and lock positions apart.
     RecordNumber max_records(bool marked = true) const;
 
   private:

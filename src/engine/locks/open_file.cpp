@@ -1,4 +1,4 @@
-// Reasons, in plain words.
+// Explains why an open was refused.
 
 #include "engine/locks/open_file.h"
 
@@ -13,7 +13,7 @@ constexpr Obstacle obstacle_of(platform::Sharing sharing) {
                                                      : platform::LockKind::kShared};
 }
 
-// What others do with a file that they keep from being opened, up to the word "by".
+// How another program uses a file that it keeps us from opening; "by" follows.
 const char* use_of(const FileUse& use) { return use.exclusive() ? "in use" : "in exclusive use"; }
 
 std::string held(const std::string& path, const std::string& use, const std::string& holders) {

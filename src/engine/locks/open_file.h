@@ -1,8 +1,8 @@
-// Opening the files of a table, and what is told where one of them cannot be had.
+// Opens the files of a table and explains refusals.
 //
-// A file that is missing, held by others or not permitted is no damage: it makes the open of the
-// table fail, and may be there a second later. Refused carries that up to the engine, which answers
-// its caller with a Refusal.
+// A file that is missing, held by others or not permitted is not damaged: the open of the table
+// fails, and a retry may succeed. Refused carries the reason up to the engine, which returns it as
+// a Refusal.
 
 #pragma once
 
@@ -19,16 +19,16 @@ namespace brenik::locks {
 struct FileUse {
     platform::Sharing sharing = platform::Sharing::kShared;
     LockMode mode = LockMode::kCompatible;
-    // kReadOnly for those who never write and may be forbidden to: they stand in no line, and do
-    // not look whether others use the table in the other mode.
+    // kReadOnly for callers that never write and may lack write permission. They do not queue, and
+    // do not check whether others use the table in the other mode.
     platform::OpenMode access = platform::OpenMode::kReadWrite;
 
     bool exclusive() const { return sharing == platform::Sharing::kExclusive; }
-    // For files that belong to one that is open like this.
+    // For files that belong to a file opened like this.
     FileUse covered() const { return {platform::covered(sharing), mode, access}; }
 };
 
-// The bytes that somebody else's lock kept from being locked.
+// The bytes that another process's lock kept us from locking.
 struct Obstacle {
     LockRange range;
     platform::LockKind wanted;
@@ -36,14 +36,14 @@ struct Obstacle {
 
 class Refused : public EngineFault {
   public:
-    // Of a file that is not open.
+    // For a file that is not open.
     Refused(const platform::File& file, const FileUse& use);
-    // `use` says what others do with the file, up to the word "by".
+    // `use` says how others use the file; "by" follows.
     Refused(const std::string& path, const std::string& use, Obstacle obstacle,
             RefusalReason reason = RefusalReason::kHeld);
 
-    // With who it is that holds the file, as far as this computer knows by now: the search takes
-    // some milliseconds.
+    // Names the holders of the file, as far as this computer knows them now. The search takes some
+    // milliseconds.
     Refusal refusal() const { return {reason_, code(), explanation()}; }
     std::string explanation() const;
 
@@ -54,8 +54,8 @@ class Refused : public EngineFault {
     std::optional<Obstacle> obstacle_;
 };
 
-// Throws kBusy, with who holds the lock: one that others should hold for moments stayed theirs for
-// seconds.
+// Throws kBusy and names the holder of a lock that is meant to be held for moments, but was held
+// for seconds.
 [[noreturn]] void refuse_busy(const char* operation, const std::string& path,
                               const std::string& use, Obstacle obstacle);
 

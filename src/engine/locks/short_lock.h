@@ -1,7 +1,7 @@
-// A shared lock that keeps changes away while something is read: for tools.
+// A shared lock that prevents changes while a tool reads.
 //
-// A tool does not know which of the two locking modes the programs at work use, so it takes the
-// position of either; where a mode is not in force nobody looks at it.
+// A tool does not know which locking mode the running programs use, so it locks the positions of
+// both. Nobody checks the positions of the mode that is not in use.
 
 #pragma once
 
