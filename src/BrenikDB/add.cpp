@@ -22,7 +22,7 @@ namespace brenik {
 
 namespace {
 
-// Widths of the two leading fields of a code, which together are the key of the first order.
+// Widths of a code's first two fields, which together are the key of the first order.
 constexpr std::size_t kCodeKindWidth = 10;
 constexpr std::size_t kCodeTextWidth = 40;
 
@@ -35,7 +35,7 @@ std::string current_identifier(Session& session) {
     return session.areas.field(session.areas.current(), "U_ID").text();
 }
 
-// The active order of the codes decides what a duplicate is.
+// The active order of the codes defines what a duplicate is.
 bool is_duplicate_code(Session& session) {
     WorkAreas& areas = session.areas;
     if (areas.current() != kCodesArea) return false;
@@ -45,7 +45,7 @@ bool is_duplicate_code(Session& session) {
     return areas.table("AddEnd").seek(key, SeekMode::kHard, SeekEnd::kFirst);
 }
 
-// The identifier that the record was given goes into the buffer as well.
+// Copies the new record's identifier into the buffer.
 int add_buffer(Session& session) {
     WorkAreas& areas = session.areas;
     const auto fill = [&] { SCATGAT(session, session.buffer, areas.current() != kCodesArea); };
@@ -95,7 +95,8 @@ void fill_cross_reference(Session& session) {
     set("U_ID3", areas.field(kMattersArea, "U_ID"));
 }
 
-// The link is whole or not there: its fields are filled in before anything of it is written.
+// A link is written whole or not at all: its fields are filled in before the append writes
+// anything.
 int append_cross_reference(Session& session) {
     read_link_type(session);
     if (!ADD_REC(session, {.fill = [&] { fill_cross_reference(session); }})) return kAppendFailed;
@@ -106,8 +107,8 @@ int append_cross_reference(Session& session) {
     return kSuccess;
 }
 
-// Leaves "Names", where the contact is looked up, or the cross-references, where the link is
-// written, current. The matter is in the file by now, so a fault is no more than a missing link.
+// Leaves "Names" current if the contact is not found, otherwise the cross-references. The matter is
+// already in the file, so a fault costs only the link.
 int write_link(Session& session, const std::string& contact) {
     try {
         if (!seek_in_order(session, "U_ID", contact)) return kIdentifierNotFound;
@@ -127,9 +128,9 @@ void report_missing_link(Session& session) {
     if (areas.current() == kCrossReferenceArea) areas.table("AddEnd").go_to(0);
 }
 
-// The order remembered from "Names" is given back to whichever area is current at the end. Only
-// when the contact was not found is that "Names"; otherwise the cross-references receive it and
-// "Names" keeps its order U_ID. Programs that share the session's tables rely on finding it so.
+// Sets the order that "Names" had in whichever area is current at the end. That is "Names" only if
+// the contact was not found; otherwise the cross-references get the order and "Names" keeps order
+// U_ID. Programs that share the session's tables rely on this.
 int link_to_contact(Session& session, const std::string& contact) {
     WorkAreas& areas = session.areas;
     areas.select(kNamesArea);
@@ -145,7 +146,8 @@ int link_to_contact(Session& session, const std::string& contact) {
     return code;
 }
 
-// `identifier` names the contact, then the record: it is read before a link can fail.
+// `identifier` names the contact on entry and the record on return. It is set before the link,
+// which can fail.
 int add_record(Session& session, std::string& identifier) {
     if (!session.buffer) {
         throw EngineFault(FaultCode::kUnsuitableValue, "AddEnd",
@@ -157,7 +159,7 @@ int add_record(Session& session, std::string& identifier) {
     return code == kSuccess && linked ? link_to_contact(session, contact) : code;
 }
 
-// Position of the field that makes a new contact active, 0 where there is none.
+// Position of the field that makes a new contact active; 0 if there is none.
 std::size_t activate_contact(Session& session) {
     if (session.areas.current() != kNamesArea) return 0;
     const std::size_t position = session.areas.field_position("Active");

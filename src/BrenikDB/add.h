@@ -1,4 +1,5 @@
-// Adding a record: an empty transaction buffer, then the append with identifier and links.
+// Adding a record: AddStart empties the transaction buffer, AddEnd appends the record with its
+// identifier and link.
 
 #pragma once
 
@@ -8,14 +9,14 @@
 
 namespace brenik {
 
-// Leaves the table on its phantom record and fills the buffer with empty values; nothing is locked
-// or appended. New contacts start as active.
+// Moves the table to its phantom record and fills the buffer with empty values. Locks and appends
+// nothing. A new contact is active by default.
 int AddStart(Session& session, int table);
 
-// Appends a record and writes the buffer into it. Codes that exist already are refused. On entry
-// `identifier` may name the contact that a new matter is to be linked to; on return it is the U_ID
-// of the table's current record, the new one on success. A matter stays added when its link fails:
-// then the code says so, and `identifier` is the matter's.
+// Appends a record with the buffer's values. Refuses a code that already exists. On entry
+// `identifier` may name the contact to link a new matter to; on return it is the U_ID of the
+// table's current record, which is the new record on success. A matter stays added if its link
+// fails: the code reports the failure and `identifier` is the matter's.
 int AddEnd(Session& session, int table, std::string& identifier);
 
 }  // namespace brenik

@@ -1,4 +1,4 @@
-// What the operations answer. The public header gives hosts the same numbers.
+// Return codes of the operations. The public header gives hosts the same numbers.
 
 #pragma once
 

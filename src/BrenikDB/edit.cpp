@@ -1,4 +1,4 @@
-// The edit transaction.
+// The edit transaction: EditStart or EditBegin, SetField, EditEnd.
 
 #include "BrenikDB/edit.h"
 
@@ -19,12 +19,12 @@ bool is_current_record(Session& session, std::int64_t record) {
     return record == 0 || record == std::int64_t{session.areas.record_number()};
 }
 
-// The letter to convert to. A NULL element has no type of its own, so its field's kind decides.
+// The type to convert to. A NULL element has no type of its own, so its field's kind decides.
 char element_type(const Value& element, const FieldDescription& field) {
     return static_cast<char>(element.is_nil() ? field.value : element.kind());
 }
 
-// Text that differs only in trailing blanks leaves the element in its padded form.
+// Keeps the padded element if the text differs only in trailing blanks.
 void set_element(Session& session, Value& element, char type, const std::string& text) {
     if (type != 'C') {
         element = CASTANY(session.ui, text, type);

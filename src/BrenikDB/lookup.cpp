@@ -27,7 +27,7 @@ constexpr std::array<std::string_view, 22> kFirmFields{
     "CLASS", "ATTORNEY", "OPEN", "ACTIVE", "LABEL1",   "LABEL2",    "LABEL3", "LABEL4",
     "CITY",  "STATE",    "ZIP",  "U_ID",   "EMAIL",    "REFERREDBY"};
 
-// The name that a practice has until it gives itself one.
+// The name of a practice that has not set its own.
 constexpr std::string_view kPlaceholder = "YOUR NAME APPEARS HERE";
 
 std::string item(const std::string& text) {
@@ -50,7 +50,7 @@ std::string firm_name(Session& session) {
     return begins_with(upper(name), kPlaceholder) ? std::string() : name;
 }
 
-// Of the current record of the current work area.
+// Describes the current record of the current work area.
 std::string describe_firm(Session& session, const std::string& name) {
     WorkAreas& areas = session.areas;
     Table& names = areas.table("GetMyFirm");
@@ -63,8 +63,8 @@ std::string describe_firm(Session& session, const std::string& name) {
     return firm;
 }
 
-// Gives a table back its order and its record, also when a fault ends the scope: a host's next call
-// may mean the record that was current before.
+// Restores a table's order and record, also if a fault ends the scope: the host's next call may
+// rely on the record that was current before.
 class RestoredPosition {
   public:
     RestoredPosition(Table& table, std::string order)
@@ -74,7 +74,7 @@ class RestoredPosition {
             set_order(table_, order_);
             table_.go_to(record_);
         } catch (const EngineFault&) {
-            // The fault that ended the scope, or one like it, is on its way to the host.
+            // The fault that ended the scope, or a similar one, already propagates to the host.
         }
     }
     RestoredPosition(const RestoredPosition&) = delete;
@@ -86,7 +86,7 @@ class RestoredPosition {
     RecordNumber record_;
 };
 
-// The description by the firm's ID; empty when "Names" has no such record, or cannot be read.
+// The description of the firm with this ID; empty if "Names" has no such record or cannot be read.
 std::string find_firm(Session& session, const std::string& id, const std::string& name) {
     const SelectedArea selected(session.areas, session.areas.area_of(practice::kNames.alias));
     if (!session.areas.used()) return {};

@@ -1,4 +1,4 @@
-// The two notifications, which differ in more than their stamp.
+// The two notifications. They differ in more than their stamp.
 
 #include "BrenikDB/notify.h"
 

@@ -1,4 +1,4 @@
-// Reports of records that the host added or deleted by its own means.
+// The host reports records that it added or deleted by itself.
 
 #pragma once
 
@@ -8,10 +8,10 @@
 
 namespace brenik {
 
-// Each notes the record in the change journal and changes nothing in the record itself; the table
+// Each notes the record in the change journal and leaves the record itself unchanged. The table
 // stays current, on that record.
 int AddedRec(Session& session, int table, std::int64_t record);
-// On an empty work area this one leaves work area 1 current.
+// If the work area is empty, leaves work area 1 current.
 int DeletedRec(Session& session, int table, std::int64_t record);
 
 }  // namespace brenik

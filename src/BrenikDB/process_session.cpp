@@ -1,4 +1,4 @@
-// Where the process chooses what its session stands on.
+// Chooses the engine, clock and user interface of the process's session.
 
 #include "BrenikDB/process_session.h"
 
@@ -11,7 +11,7 @@ namespace brenik {
 
 namespace {
 
-// Members in the order in which the session needs them; it is closed before what it stands on.
+// The session is destroyed before the members that it uses.
 struct Process {
     explicit Process(Process* parents) : inherited(parents) {
         if (parents && parents->session.is_begun()) session.inherit(parents->session);
@@ -20,8 +20,8 @@ struct Process {
     std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
     Session session{std::make_unique<local::LocalEngine>, platform::system_clock(), *ui};
     unsigned generation = platform::process_generation();
-    // What a fork took along. It is never closed: what it would still write is the parent's to
-    // write, and another thread of the parent may have been changing it at that moment.
+    // The process object copied by a fork. It is never closed: its pending writes belong to the
+    // parent, and another thread of the parent may have been changing it during the fork.
     Process* inherited;
 };
 

@@ -1,4 +1,4 @@
-// The one session that the exports serve.
+// The session behind the exports.
 
 #pragma once
 
@@ -6,10 +6,10 @@
 
 namespace brenik {
 
-// Made on first use, with the embedded engine and this machine's clock and user interface; its
-// tables are closed when the library is unloaded. The child of a fork gets one of its own, without
-// tables; where the parent had begun a session it is marked as inherited until the child begins
-// one.
+// Created on first use with the embedded engine and this machine's clock and user interface.
+// Unloading the library closes its tables. The child of a fork gets a session of its own, without
+// tables; if the parent had begun a session, the child's is marked as inherited until the child
+// begins one.
 Session& process_session();
 
 }  // namespace brenik

@@ -1,4 +1,5 @@
-// The table of operations, and the way from its one shape to each operation's own parameters.
+// The table of operations, and the adapter from its common signature to each operation's
+// parameters.
 
 #include "BrenikDB/registry.h"
 
@@ -21,7 +22,7 @@ namespace {
 
 using Arguments = std::span<Value>;
 
-// Numbers beyond what a parameter can hold name no table and no record either.
+// A number beyond the range of a parameter names no table or record, so the nearest one serves.
 template <class Content>
 Content content(const Value& value) {
     if constexpr (std::is_same_v<Content, Value>) {
@@ -48,7 +49,7 @@ void hand_back(Arguments arguments, std::size_t index, Content& content) {
     }
 }
 
-// Runs an operation on its arguments. The text of a parameter by reference goes back.
+// Runs an operation on its arguments. A text parameter by reference replaces its argument.
 template <class... Parameters, std::size_t... index>
 Value run(int (*operation)(Session&, Parameters...), Session& session,
           [[maybe_unused]] Arguments arguments, std::index_sequence<index...>) {
@@ -69,10 +70,10 @@ Value run(Session& session, Arguments arguments) {
     return run(operation, session, arguments, places_of(operation));
 }
 
-// Stands in for user-interface facilities of the practice program that this library does not offer.
+// Answers for user-interface facilities of the practice program that this library does not offer.
 Value no_facility(Session&, Arguments) { return {}; }
 
-// The exports' operations come first, because a look-up reads the table from the top.
+// The exports' operations come first, because a look-up searches the table from the top.
 constexpr NamedOperation kOperations[] = {
     {"StartUp", "data folder, trace", run<StartUp>},
     {"ShutDown", "", run<ShutDown>},

@@ -1,7 +1,7 @@
-// The operations by name, as the exports find them.
+// The operations by name, for the exports.
 //
-// Every operation has one shape here: arguments in order, absent ones at the end left out, and the
-// result as a value. A text that the operation hands back takes its argument's place.
+// All operations have one signature here: the arguments in order, where trailing ones may be
+// absent, and the result as a value. A text result replaces its argument.
 
 #pragma once
 
@@ -15,7 +15,7 @@ namespace brenik {
 using Operation = Value (*)(Session& session, std::span<Value> arguments);
 
 struct NamedOperation {
-    std::string_view name;       // found in any letter case
+    std::string_view name;       // matched in any letter case
     std::string_view arguments;  // for people; "(ref)" marks a text that is handed back
     Operation run;
 };

@@ -1,4 +1,4 @@
-// The shared prologue and the look-ups that several operations make.
+// The shared prologue and the seek that several operations use.
 
 #include "BrenikDB/selection.h"
 
@@ -21,7 +21,7 @@ int select_table(Session& session, const std::string& operation, int table) {
         return kBadTable;
     }
     areas.select(table);
-    // There is no blank between alias and label: integrators' tools look for this form.
+    // No blank separates alias and label: integrators' tools expect this form.
     trace(session, operation, [&] {
         return Array{operation + " in alias " + areas.alias() +
                      "reccount: " + std::to_string(areas.record_count())};
@@ -36,7 +36,7 @@ int select_table(Session& session, const std::string& operation, int table) {
 bool seek_in_order(Session& session, std::string_view order, const Value& key) {
     Table& table = session.areas.table("SEEK");
     if (set_order(table, order)) return table.seek(key, SeekMode::kHard, SeekEnd::kFirst);
-    table.go_to(0);  // as after any seek that finds nothing
+    table.go_to(0);  // like any seek that finds nothing
     return false;
 }
 

@@ -1,4 +1,4 @@
-// The defaults, slot by slot.
+// The default settings, slot by slot.
 
 #include "BrenikDB/settings.h"
 

@@ -27,8 +27,8 @@ void make_variables(Session& session, bool trace_wanted) {
     session.link_type.clear();
 }
 
-// The default folder of the session's relative file names; the host's current folder stays as it
-// is. What an earlier session has left open in another folder would be taken for this one's.
+// Sets the default folder for the session's relative file names; the host's current folder stays
+// unchanged. Closes the tables of a session in another folder, which would pass for this session's.
 void set_data_path(Session& session, const std::string& data_path) {
     if (!Value(data_path).empty()) {
         std::string folder(trim_both(data_path));
@@ -63,7 +63,7 @@ void choose_engine(Session& session) {
         equal_ignoring_case(main_setting(session, "StartUp", "Durability"), "full"));
 }
 
-// The workstation's own setting overrides what the host asked for.
+// The workstation's setting overrides the host's argument.
 void choose_tracing(Session& session) {
     const std::string workstation = session.setting(Setting::WinIniFile).text();
     const std::string wanted =
@@ -72,7 +72,7 @@ void choose_tracing(Session& session) {
     if (wanted == "0") session.variables.LTRACE = false;
 }
 
-// Locks that stay on this workstation would protect nothing from the others.
+// Refuses a share on which locks stay local: they would not protect against other workstations.
 void require_sound_share(Session& session) {
     const std::string folder = session.data_path();
     const platform::ShareFacts share = platform::share_facts(folder);
@@ -106,7 +106,7 @@ int check_files(Session& session) {
     return kSuccess;
 }
 
-// Only the field's type counts, not what it holds.
+// Only the field's type counts, not its content.
 bool marks_newer_notes(Session& session) {
     WorkAreas& areas = session.areas;
     const std::size_t position = areas.field_position("V14");
@@ -151,7 +151,7 @@ int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     make_variables(session, trace_wanted);
     set_data_path(session, data_path);
     empty_trace_log(session);
-    choose_tracing(session);  // first, so that settings that cannot be read are traced
+    choose_tracing(session);  // first, so that unreadable settings are traced
     choose_engine(session);
     trace(session, "StartUp", session.setting(Setting::DataPath).text());
     require_sound_share(session);

@@ -1,4 +1,4 @@
-// Beginning and ending a session.
+// Starting and ending a session.
 
 #pragma once
 
@@ -8,13 +8,13 @@
 
 namespace brenik {
 
-// Makes the session variables and the settings table anew, empties the trace log, reads the
-// settings files and opens the seven tables of the practice, each in its own work area. A start-up
-// that fails leaves open what it had opened. May be repeated in any state; what was left open in
-// another folder is closed first.
+// Creates the session variables and the settings table, empties the trace log, reads the settings
+// files and opens the seven tables of the practice, each in its own work area. After a failure, the
+// tables opened so far stay open. May be repeated in any state; tables open in another folder are
+// closed first.
 int StartUp(Session& session, const std::string& data_path, bool trace);
 
-// Closes every table. Refused the second time in a row.
+// Closes every table. A second call in a row returns kAlreadyShutDown.
 int ShutDown(Session& session);
 
 }  // namespace brenik

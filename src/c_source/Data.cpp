@@ -1,4 +1,4 @@
-// The retry loops and what they serve.
+// The retry loops and the routines that use them.
 
 #include "c_source/Data.h"
 
@@ -11,7 +11,7 @@ namespace brenik {
 namespace {
 
 constexpr std::string_view kTableExtension = ".DBF";
-// The engine's own extension of compound indexes.
+// Standard extension of compound index files.
 constexpr std::string_view kIndexExtension = ".CDX";
 
 void show_retry_notice(Session& session, const std::string& text, const std::string& title) {
@@ -35,7 +35,7 @@ std::string locked_by_another(const WorkAreas& areas) {
     return std::string(trim_right(areas.alias())) + " is locked by another user. Retrying...";
 }
 
-// For appends 0 seconds allow no repeat.
+// 0 seconds means no repeat, unlike for locks.
 template <class Attempt>
 bool append_repeatedly(Session& session, double seconds, Attempt attempt) {
     const auto appended = [&](LockTry one) {
@@ -46,8 +46,8 @@ bool append_repeatedly(Session& session, double seconds, Attempt attempt) {
                              locked_by_another(session.areas), "Append record");
 }
 
-// An index file that somebody keeps to himself makes the open fail: a table without its orders
-// would leave them behind with the first change.
+// The open fails if the index file is held exclusively: without its orders, the first change to the
+// table would leave the index stale.
 bool attach(Session& session, const std::string& orders) {
     Table& table = session.areas.table("NET_USE");
     try {
@@ -115,8 +115,7 @@ Table::Added add_with_retries(Session& session, double seconds, std::size_t dist
     return added;
 }
 
-// The rest of the name keeps its case, because folders that differ only in case are different ones
-// on some systems.
+// The rest of the name keeps its case: on some systems two folders may differ in case alone.
 std::string index_name(std::string table) {
     for (std::size_t at; (at = position(kTableExtension, upper(table))) != 0;) {
         table.erase(at - 1, kTableExtension.size());

@@ -1,11 +1,11 @@
-// Locks, opens and appends on shared tables, with the retry policies that all of them share.
+// Locks, opens and appends on shared tables, with one retry policy.
 //
-// The engine tries once and answers at once. Waiting is decided here and nowhere else: for a lock
-// or an append the half-second notice that tells the person at the workstation why nothing happens
-// is the wait; between two opens it is a second on the clock.
+// The engine tries once and returns at once. Only this file decides to wait. Between two tries for
+// a lock or an append, the wait is the half-second notice that tells the user the reason. Between
+// two opens, it is one second on the clock.
 //
-// `second_variant` holds the older ways of opening and appending that stand beside NET_USE and
-// ADD_REC of the data library.
+// `second_variant` holds the older forms of opening and appending; NET_USE and ADD_REC of the data
+// library are the newer ones.
 
 #pragma once
 
@@ -18,59 +18,61 @@
 namespace brenik {
 
 inline constexpr double kDefaultRetrySeconds = 5;
-// Length of one notice, and so of one wait.
+// How long one notice stays up, and so how long one wait takes.
 inline constexpr double kRetryStepSeconds = 0.5;
 
-// Each locks something of the current work area: one attempt at once, then, while `seconds` last, a
-// repeat per half second. 0 seconds repeats for ever, less than 0 not at all. False when the lock
-// stayed somebody else's.
+// Lock the current record, or the current table. Each tries once at once, then twice per second
+// until `seconds` have passed. 0 seconds repeats for ever; less than 0 never repeats. False if
+// another session still holds the lock.
 [[nodiscard]] bool REC_LOCK(Session& session, double seconds = kDefaultRetrySeconds);
 [[nodiscard]] bool FIL_LOCK(Session& session, double seconds = kDefaultRetrySeconds);
 
-// Releases the current record's lock; other locks stay. Nothing happens in an empty work area.
+// Releases the current record's lock and keeps all others. Does nothing in an empty work area.
 void REC_UNLOCK(Session& session);
 
-// Appends a blank record to the current work area, with repeats while `seconds` last; 0 allows
-// none. False when the append stayed refused.
+// Appends a blank record to the current work area and repeats until `seconds` have passed; 0 allows
+// no repeat. False if every try was refused.
 [[nodiscard]] bool append_with_retries(Session& session, double seconds, bool release_other_locks);
-// The same for the record that has been begun there (Table::add_record).
+// The same for a record that the caller has begun (Table::add_record).
 [[nodiscard]] Table::Added add_with_retries(Session& session, double seconds, std::size_t distinct);
 
 struct NetUse {
     bool exclusive = false;
-    double seconds = kDefaultRetrySeconds;  // to go on retrying; 0 for ever, less than 0 not at all
+    double seconds = kDefaultRetrySeconds;  // how long to retry; 0 for ever, less than 0 not at all
     std::optional<std::string> alias = {};
     OpenIn where = OpenIn::kCurrentArea;
     bool attach_index = false;
 };
 
-// What the two variants of NET_USE do in their own ways.
+// Where the two variants of NET_USE differ.
 struct Opening {
     std::string path;
-    // Whether the compound index is still to be attached to the table that has just been opened,
-    // by the first attempt or by a repeated one.
+    // True if the compound index must still be attached to the table just opened. `repeated` is
+    // false for the first attempt and true for every later one.
     std::function<bool(Table& table, bool repeated)> lacks_index;
-    // Told of the wait before each second of it, and of the end of a retried open.
+    // Called before each second of the wait, and at the end of an open that was retried.
     std::function<void(platform::Cursor cursor)> show_cursor;
 };
 
-// The compound index of a table: its name without every ".DBF", whatever that one's case.
+// The name of a table's compound index: the table's name without every ".DBF", in any case, and
+// with ".CDX".
 std::string index_name(std::string table);
 
-// Opens a table with retries a second apart. The index that it lacks, where `options` ask for it
-// and the file is there, is attached under its own name after the first attempt and under the
-// table's name after a repeated one. False when every open failed, or the index is somebody else's.
+// Opens a table and retries once per second. If `options` ask for the index, the table lacks it and
+// the file exists, the open attaches it: under its own name after the first attempt, under the
+// table's name after a repeated one. False if every attempt failed or the index is held
+// exclusively.
 [[nodiscard]] bool open_with_retries(Session& session, const NetUse& options,
                                      const Opening& opening);
 
 namespace second_variant {
 
-// As NET_USE of the data library, but an index is attached only where the table has no order open
-// yet, the cursor stays as it is, and a damaged file is an EngineFault.
+// Like NET_USE of the data library, with three differences: it attaches an index only if the table
+// has no order open, it leaves the cursor alone, and a damaged file throws EngineFault.
 [[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
 
-// Appends a blank record, releasing the session's other locks on the table first: no identifier, no
-// counter, no stamp.
+// Appends a blank record after releasing the session's other locks on the table. Sets no
+// identifier, counter or stamp.
 [[nodiscard]] bool ADD_REC(Session& session, double seconds = kDefaultRetrySeconds);
 
 }  // namespace second_variant

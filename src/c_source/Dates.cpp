@@ -23,7 +23,7 @@ bool beyond_calendar(std::int64_t number) {
 }
 
 Date first_of_month(int month, int year) {
-    // Two-digit years, which only a carry brings here, are read as in any other text of a date.
+    // Only a carry brings a two-digit year here; it is in the 1900s, as in any text of a date.
     return Date::from_civil(year >= 0 && year < 100 ? year + 1900 : year, month, 1);
 }
 

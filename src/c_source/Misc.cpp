@@ -1,4 +1,4 @@
-// A busy wait on the time of day, which starts again from 0 at midnight.
+// Busy-waits on the time of day, which starts again from 0 at midnight.
 
 #include "c_source/Misc.h"
 

@@ -1,4 +1,4 @@
-// The library's wait.
+// The library's busy wait.
 
 #pragma once
 
@@ -8,8 +8,8 @@ namespace brenik {
 
 inline constexpr double kDefaultSleepSeconds = 0.01;
 
-// Keeps the calling thread busy until `seconds` have passed on the clock. A wait that crosses
-// midnight ends there, and one in the first two seconds of a day ends at once.
+// Keeps the calling thread busy until `seconds` have passed on the clock. A wait ends early at
+// midnight; in the first two seconds of a day it ends at once.
 void SLEEP(platform::Clock& clock, double seconds = kDefaultSleepSeconds);
 
 }  // namespace brenik

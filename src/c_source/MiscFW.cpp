@@ -1,4 +1,4 @@
-// Beep first, box second: the box waits for the person, the beep fetches them.
+// Beeps before it shows the box: the beep calls the user, the box waits for the user.
 
 #include "c_source/MiscFW.h"
 

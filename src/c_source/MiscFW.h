@@ -1,4 +1,4 @@
-// The report of an error to the person at the workstation.
+// Reports an error to the user.
 
 #pragma once
 
@@ -8,9 +8,9 @@
 
 namespace brenik {
 
-// Sounds the error beep when `beep` is set or there is no message, shows the message, if any, in a
-// modal box with the stop icon, and returns false, so that a routine can end with it. Without a
-// title the box has its default one.
+// Beeps if `beep` is set or there is no message. Shows the message, if any, in a modal box with the
+// stop icon; without a title the box has the system's default. Always returns false, so that a
+// routine can return the call.
 bool ERRBEEP(platform::UserInterface& ui, const std::string& message = {},
              const std::string& title = {}, bool beep = true);
 

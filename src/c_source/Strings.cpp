@@ -1,4 +1,4 @@
-// One function a source type for CASTANY, each a list of its targets; then the byte strings.
+// One function per source type for CASTANY, each a list of its targets; then the byte strings.
 
 #include "c_source/Strings.h"
 
@@ -16,7 +16,7 @@ namespace brenik {
 namespace {
 
 constexpr std::string_view kSoftLineBreak = "\x8D\n";
-// An array that contains itself would never end.
+// Stops the encoding of an array that contains itself.
 constexpr int kDeepestWritten = 1000;
 
 Date date_of_text(const std::string& text, bool strict) {
@@ -104,7 +104,7 @@ Value cast_logical(bool logical, char target) {
     }
 }
 
-// Nil and arrays, whose only conversion is an array's to text.
+// Nil and arrays. The only conversion among these is an array to text.
 Value cast_other(const Value& value, char target) {
     if (target == 'C' && value.kind() == ValueKind::kArray) return A2STR(value);
     if (target == 'D') return Date();
@@ -155,20 +155,20 @@ void append_encoding(const Value& value, int depth, std::string& out) {
     }
 }
 
-// One reading of an array byte string from its front to its end.
+// Reads one array byte string from front to end.
 class ArrayReader {
   public:
     ArrayReader(platform::UserInterface& ui, std::string_view text, bool second_version)
         : ui_(ui), rest_(text), second_version_(second_version) {}
 
-    // The array whose letter comes next; an empty one when another letter does.
+    // Reads an array; returns an empty one if the next type letter is not A.
     ArrayReference read_top() {
         if (take(1) != "A") return std::make_shared<Array>();
         return read_array(take_word());
     }
 
   private:
-    // Up to `count` characters off the front.
+    // Removes up to `count` characters from the front and returns them.
     std::string_view take(std::size_t count) {
         const std::string_view taken = rest_.substr(0, count);
         rest_.remove_prefix(taken.size());
@@ -177,8 +177,7 @@ class ArrayReader {
 
     int take_word() { return int16_from_text(take(2)); }
 
-    // As take_word for a length or count, of which negative ones mean none; nothing when the text
-    // ends before it.
+    // Reads a length or count; a negative one counts as 0. Empty if the text ends before it.
     std::optional<int> take_length() {
         if (rest_.size() < 2) return std::nullopt;
         return std::max(take_word(), 0);
@@ -204,8 +203,8 @@ class ArrayReader {
         return array;
     }
 
-    // The payload's length, or the count of elements. A letter that is not known has the length of
-    // the element before it.
+    // The payload's length, or for A the number of elements. An unknown letter has the length of
+    // the previous element.
     std::optional<int> payload_length(char letter, int previous) {
         switch (letter) {
             case 'C':
@@ -223,8 +222,8 @@ class ArrayReader {
         }
     }
 
-    // Nothing when the text ends within the element. `length` is the previous element's, then this
-    // one's.
+    // Empty if the text ends within the element. `length` holds the previous element's length on
+    // entry and this element's length on return.
     std::optional<Value> read_element(int& length) {
         const std::string_view letter = take(1);
         if (letter.empty()) return std::nullopt;

@@ -1,5 +1,5 @@
-// Conversions between the forms of a time of day. They count in floating point throughout, because
-// the texts come from outside and hold numbers of any size.
+// Conversions between the forms of a time of day. They count in floating point, because the texts
+// come from outside and may hold numbers of any size.
 
 #include "c_source/Time.h"
 
@@ -29,7 +29,7 @@ bool contains(std::string_view text, std::string_view search) {
     return position(search, text) != 0;
 }
 
-// "12" for midnight and noon; every other hour modulo 12, 24 included, in 2 characters.
+// "12" for midnight and noon; every other hour, 24 included, modulo 12 in 2 characters.
 std::string hour_text(double hour) {
     return hour == 0 || hour == kNoon ? "12" : in_width(std::fmod(hour, kNoon), 2);
 }
@@ -45,7 +45,7 @@ std::string twelve_hour_text(const Number& minutes) {
     return hour_text(hour) + ":" + minutes_of_hour(minutes) + (hour < kNoon ? "a" : "p");
 }
 
-// The hour of a 12-hour text on the 24-hour clock, but for 12 a.m., which stays 12.
+// Converts the hour of a 12-hour text to the 24-hour clock, except that 12 a.m. stays 12.
 double afternoon_hour(double hour, std::string_view upper_case_text) {
     return contains(upper_case_text, "P") && hour != kNoon ? hour + kNoon : hour;
 }

@@ -1,4 +1,4 @@
-// The line and its ways into the fault file and the trace log.
+// Writes the line to the fault file and the trace log.
 
 #include "fwp/fault_file.h"
 
@@ -15,8 +15,8 @@ namespace brenik {
 
 namespace {
 
-// A file that can be neither renamed nor emptied gets lines up to twice that size, and none until
-// it can be.
+// A file that can be neither renamed nor emptied grows to twice this size and then gets no more
+// lines until it can be.
 constexpr std::uint64_t kMostBytes = std::uint64_t{256} * 1024;
 constexpr std::size_t kLongestText = 2000;
 constexpr int kLockTimeout_ms = 200;
@@ -30,7 +30,7 @@ std::string local_time(platform::Clock& clock) {
     return text.data();
 }
 
-// Names and values from files may hold anything; a line stays one line of three columns.
+// Names and values from files may hold anything; this keeps a line to one line of three columns.
 std::string on_one_line(std::string_view text) {
     std::string line(text.substr(0, kLongestText));
     std::ranges::replace_if(
@@ -42,10 +42,10 @@ platform::File open_fault_file(const std::string& path) {
     return platform::File::open(path, platform::OpenMode::kAppend);
 }
 
-// Only the process that holds the lock renames the file. Another one that waited for the lock then
-// writes to the end of the renamed file, and finds a short file by the name. Where the file system
-// knows no locks, two processes at the same moment can lose the older lines, but the file does not
-// grow for ever.
+// Only the process that holds the lock renames the file. A process that waited for the lock
+// meanwhile writes to the end of the renamed file and finds a short file under the name. Without
+// locks in the file system, two processes at the same moment can lose the older lines, but the file
+// still stays bounded.
 enum class Lock { kHeld, kBusy, kUnknown };
 
 Lock lock(platform::File& file) {
@@ -63,11 +63,11 @@ void begin_anew(platform::File& full, const std::string& path) {
     try {
         platform::replace_file(path, earlier_fault_file(path));
     } catch (const platform::FileError&) {
-        full.resize(0);  // a folder that may not be changed
+        full.resize(0);  // the folder may not be changed
     }
 }
 
-// A lock that stays busy does not cost the line: on most systems a write to the end is one step.
+// Writes the line even if the lock stays busy: on most systems an append is one step.
 void append(const std::string& path, const std::string& line) {
     platform::File file = open_fault_file(path);
     if (!file.is_open() && file.failure() == platform::OpenFailure::kMissing) {
@@ -92,7 +92,7 @@ void write_fault_line(Session& session, std::string_view call, std::string_view 
         append(path, local_time(session.clock) + "\t" + on_one_line(call) + "\t" +
                          on_one_line(reason) + "\r\n");
     } catch (const std::exception&) {
-        // A full disk, or no memory for the line: the call's own code has to tell.
+        // The disk is full or memory has run out: the call's own code must suffice.
     }
 }
 
@@ -101,7 +101,7 @@ void note_fault(Session& session, std::string_view call, std::string_view reason
     try {
         trace(session, call, reason);
     } catch (const std::exception&) {
-        // Without memory even for the trace line, the code alone has to tell.
+        // Memory is too short even for the trace line: the code must suffice.
     }
 }
 

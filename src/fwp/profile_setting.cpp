@@ -1,4 +1,4 @@
-// The look-up and the note.
+// Reads a setting; notes a file that cannot be read.
 
 #include "fwp/profile_setting.h"
 

@@ -1,4 +1,4 @@
-// Settings from initialisation files, with a word to whoever wonders why one has no effect.
+// Settings from initialisation files, with a note in the fault file if a file cannot be read.
 
 #pragma once
 
@@ -9,8 +9,8 @@
 
 namespace brenik {
 
-// As platform::profile_string. A file that exists and cannot be read is noted as a fault of `call`,
-// the operation or routine that wants the setting.
+// Like platform::profile_string. A file that exists but cannot be read is noted as a fault of
+// `call`, the operation or routine that needs the setting.
 std::string profile_setting(Session& session, std::string_view call, const std::string& section,
                             const std::string& key, const std::string& fallback,
                             const std::string& path);

@@ -1,4 +1,4 @@
-// Records of the trace log: their layout, and the way into the file.
+// Layout of trace log records, and writing them to the file.
 
 #include "fwp/trace_log.h"
 
@@ -17,7 +17,7 @@ constexpr int kLineNumberWidth = 5;
 constexpr int kWidestNumber = 20;
 constexpr std::size_t kCallerIndent = 30;
 
-// Numbers wider than their own width are shown all the same.
+// A number wider than its own width is shown in full.
 std::string whole_text(const Number& number) {
     return trimmed_number({number.amount, std::max(number.width, kWidestNumber), number.decimals});
 }
@@ -76,10 +76,11 @@ bool TRACELOG(Session& session, std::string_view caller, const Array& arguments,
         if (!log.is_open()) {
             log = platform::File::open(trace_log_path(session), platform::OpenMode::kAppendOnly);
         }
-        // Asking for the size tells the system where the end of a share's file is by now.
+        // On a share, the size query makes the system ask the server for the current end of the
+        // file.
         if (log.is_open()) log.write_at(log.size(), as_bytes(record));
     } catch (const EngineFault&) {
-        // A full disk must not fail the operation that is being traced.
+        // A full disk must not fail the traced operation.
         session.trace_log.close();
     }
     return true;

@@ -1,10 +1,9 @@
-// The trace log: a text file beside the data in which an integrator reads the conversation between
-// a host and the library.
+// The trace log: a text file in the data folder that shows an integrator the calls between a host
+// and the library.
 //
-// StartUp empties "Trace.Log" in the data folder; TRACELOG appends to it and never makes it. The
-// file is opened for the first record of a host's call and closed with the call, because it can be
-// emptied or removed at any time. One
-// record, every line ended by CR LF:
+// StartUp empties "Trace.Log" in the data folder; TRACELOG appends to it and never creates it. The
+// first record of a host's call opens the file and the end of the call closes it, because the file
+// can be emptied or removed at any time. One record, with every line ended by CR LF:
 //     [ADDSTART] (    4) Called from:
 //     >>>NIL<<<
 //     >>>AddStart nTable:<<<
@@ -21,32 +20,31 @@
 
 namespace brenik {
 
-// A routine on the way from the host to a record: its name, the line of its call, and who called
-// it.
+// A routine between the host and a record: its name, the line of its call, and its caller.
 struct CallSite {
     std::string_view name;
     unsigned line = 0;
     const CallSite* called_by = nullptr;
 };
 
-// Appends one record: the calling operation's name in capitals and the line of the call, which the
-// compiler fills in, then one line for each argument. When the first argument is not nil, lines for
-// the callers of the caller come in between, from `called_by` outwards; nobody in the library asks
-// for them. trace() tests LTRACE first. A file that cannot be opened or written to is passed over
-// in silence; the result is always true.
+// Appends one record: the calling operation's name in capitals, the line of the call, which the
+// compiler fills in, and one line per argument. If the first argument is not nil, lines for the
+// callers of the caller precede the arguments, from `called_by` outwards; no call in the library
+// uses this. Ignores LTRACE, which trace() tests. Ignores a file that cannot be opened or written.
+// Always returns true.
 bool TRACELOG(Session& session, std::string_view caller, const Array& arguments,
               unsigned line = __builtin_LINE(), const CallSite* called_by = nullptr);
 
-// Appends a record of nil, so that no callers are shown, and `arguments`. For trace().
+// Appends a record for trace(): nil, which suppresses the callers, and then `arguments`.
 void write_trace(Session& session, std::string_view caller, Array arguments, unsigned line);
 
-// Appends a record where tracing is on. Calls `arguments`, which returns an Array, only then.
+// Appends a record if tracing is on, and only then calls `arguments`, which returns an Array.
 template <std::invocable Arguments>
 void trace(Session& session, std::string_view caller, const Arguments& arguments,
            unsigned line = __builtin_LINE()) {
     if (session.variables.LTRACE) write_trace(session, caller, arguments(), line);
 }
-// The same for a single text that exists already.
+// The same for a single text that already exists.
 inline void trace(Session& session, std::string_view caller, std::string_view text,
                   unsigned line = __builtin_LINE()) {
     if (session.variables.LTRACE) write_trace(session, caller, {text}, line);

@@ -1,6 +1,6 @@
 // The machine's clock: the date, the time of day, and waiting.
 //
-// It is an interface so that tests of waits and midnights take no real time.
+// An interface, so that tests of waits and of midnight take no real time.
 
 #pragma once
 
@@ -18,7 +18,7 @@ class Clock {
     virtual LocalDay today() = 0;
     // Seconds since local midnight, with hundredths.
     virtual double seconds() = 0;
-    // Lets other programs run for that long.
+    // Sleeps for that long.
     virtual void pause(int milliseconds) = 0;
 };
 

@@ -1,4 +1,4 @@
-// What a File does alike on every system.
+// The parts of File that are the same on every system.
 
 #include "platform/file.h"
 
@@ -89,8 +89,9 @@ void File::require_kept(std::uint64_t offset, std::span<const std::uint8_t> writ
                           "; look at how it is mounted, and at what else works on its files");
 }
 
-// On a share every file does. Where nobody has a lock, a server may let workstations remember what
-// they read of a file until one of them takes a lock; the message that ends this may come too late.
+// On a share every file takes it. While nobody holds a lock, a server may let workstations cache a
+// file's data until one of them takes a lock; the message that revokes the cache may arrive too
+// late.
 bool File::takes_sharing_byte() const {
     return !is_log(mode_) && mode_ != OpenMode::kSettings &&
            (sharing_ != Sharing::kCovered || remote());
@@ -108,8 +109,8 @@ void File::fail(const char* operation, std::uint64_t offset, int system_code) co
     throw FileError(operation, path_, offset, system_code);
 }
 
-// The handle of a file whose session has ended takes no locks before something was read through it.
-// Whoever holds none by it has lost nothing with the session.
+// A handle whose session has ended refuses locks until something was read through it. A File that
+// holds no locks loses nothing when its session ends.
 bool File::reached_again() {
     if (!remote() || locks_ != 0) return false;
     session_->lose();

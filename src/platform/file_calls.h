@@ -1,8 +1,8 @@
-// How many calls on files this process has made, by kind.
+// Counts this process's calls on files, by kind.
 //
 // On a file share every call on a file is a round trip to the server. Unlike a time, a count is the
 // same on every machine. Only the benchmark counts: it links posix/file.cpp compiled with
-// BRENIK_COUNT_FILE_CALLS. In the library itself count() is empty.
+// BRENIK_COUNT_FILE_CALLS. In the library itself count() does nothing.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace brenik::platform {
 
-// A folder that is searched for a name counts as an open.
+// Searching a folder for a name counts as an open.
 enum class FileCall { kOpen, kClose, kStat, kRead, kWrite, kLock, kUnlock, kSync, kResize };
 
 inline constexpr std::array kFileCallNames{"open", "close",  "stat", "read",  "write",
@@ -21,7 +21,7 @@ inline constexpr std::array kFileCallNames{"open", "close",  "stat", "read",  "w
 using FileCallCounts = std::array<std::uint64_t, kFileCallNames.size()>;
 
 #ifdef BRENIK_COUNT_FILE_CALLS
-// Since the process began, in the order of FileCall.
+// Calls since the process began, in the order of FileCall.
 inline FileCallCounts file_call_counts{};
 
 inline void count(FileCall call) { ++file_call_counts[static_cast<std::size_t>(call)]; }

@@ -1,4 +1,4 @@
-// Where the session is: current drive and directory, and the folder of workstation settings.
+// The process's current drive and directory, and the folders of settings and of the fault file.
 
 #pragma once
 
@@ -6,28 +6,28 @@
 
 namespace brenik::platform {
 
-// The current drive's letter; "\" on systems without drives, and where the current directory lies
-// on a network share.
+// The current drive's letter; "\" on systems without drives, or if the current directory is on a
+// network share.
 std::string current_drive();
 
-// The current directory without drive and without leading separator, in the library's form
-// (backslashes); empty at the root. On a network share one separator is left at the front.
+// The current directory without drive and leading separator, in the library's form (backslashes);
+// empty at the root. On a network share it keeps one leading separator.
 std::string current_directory();
 
-// The path from the root: a relative one begins in the current directory. One that cannot be told
-// in the process's code page stays as it is.
+// The absolute path; a relative path begins in the current directory. Returns `path` itself if the
+// process's code page cannot express the result.
 std::string absolute_path(const std::string& path);
 
-// What tells one folder from another, by whatever path each is reached; the path itself where the
-// system does not tell.
+// Identifies a folder, whichever path leads to it. Returns the path itself if the system cannot
+// identify the folder.
 std::string folder_identity(const std::string& path);
 
-// Where the fault file lies, which belongs to the user: $BRENIK_FAULTS, else "Faults.log" in the
-// local folder "BrenikDB" of the user's application data, on other systems in ".brenik" in the home
-// folder. Empty for a user who has no such place.
+// The path of the user's fault file: $BRENIK_FAULTS, else "Faults.log" in the local folder
+// "BrenikDB" of the user's application data, on other systems in ".brenik" in the home folder.
+// Empty for a user who has no such folder.
 std::string fault_file_path();
 
-// Makes the folder that the file is to lie in, but none above it. Where that fails nothing happens.
+// Creates the folder of a file, but no folder above it. Ignores a failure.
 void make_folder_of(const std::string& file) noexcept;
 
 // The folder of the workstation's settings, without a trailing separator: $BRENIK_WINDIR, else the

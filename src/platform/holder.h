@@ -1,4 +1,4 @@
-// Who holds a lock: for people who look for the program that stands in their way.
+// Names the holders of a lock, for a user who needs to find the program that blocks another.
 
 #pragma once
 
@@ -9,10 +9,10 @@
 
 namespace brenik::platform {
 
-// The programs of this computer whose locks on those bytes of the file exclude a lock of the wanted
-// kind, in words: name, process and user of each, the first few of many. Empty when the system does
-// not tell: it keeps other users' processes to themselves, and knows nothing of other computers.
-// Takes some milliseconds, where there are very many processes up to a bound of less than a second.
+// Describes the programs on this computer whose locks on `range` exclude a lock of kind `wanted`:
+// name, process and user of each, at most three. Empty if the system does not tell: it hides other
+// users' processes and does not know other computers. Takes some milliseconds; with very many
+// processes, up to half a second.
 std::string lock_holders(const std::string& path, ByteRange range, LockKind wanted);
 
 }  // namespace brenik::platform

@@ -1,10 +1,10 @@
 // The state of the calling thread that belongs to the host.
 //
-// A host may have set its floating-point unit to another precision or rounding, and may have left
-// exceptions unmasked that our arithmetic raises harmlessly. While a HostState lives, the unit
-// works as the C++ standard library expects; when it ends, the thread finds its floating-point
-// environment and its last error as they were. On Windows the thread also shows no box for an empty
-// drive meanwhile. Every export makes one first.
+// A host may have set its floating-point unit to another precision or rounding, or unmasked
+// exceptions that our arithmetic raises harmlessly. While a HostState exists, the unit works as the
+// C++ standard library expects. Its destructor restores the thread's floating-point environment and
+// last error. On Windows the thread also shows no box for an empty drive in the meantime. Every
+// export creates one first.
 
 #pragma once
 
@@ -23,7 +23,7 @@ class HostState {
   private:
     static constexpr std::size_t kRoom = 64;
 
-    // What was found, in the system's own form.
+    // The saved state, in the system's own form.
     alignas(std::max_align_t) std::array<std::byte, kRoom> found_;
 };
 

@@ -1,4 +1,4 @@
-// Decoding of text that may be malformed anywhere, at its end too.
+// Decodes text that may be malformed anywhere, also at its end.
 
 #include "platform/marked_text.h"
 
@@ -30,7 +30,7 @@ std::uint8_t byte_at(std::string_view text, std::size_t place) {
     return static_cast<std::uint8_t>(text[place]);
 }
 
-// Bytes of the character that begins a text; 0 when it is not UTF-8.
+// Length in bytes of the character at the front of a text; 0 if it is not UTF-8.
 std::size_t utf8_length(std::string_view text) {
     constexpr std::array<char32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
     const std::uint8_t first = byte_at(text, 0);
@@ -73,7 +73,7 @@ void append_utf8(std::string& text, char32_t character) {
     add_tail(0);
 }
 
-// The unit at an even place, whose two bytes are there.
+// The unit at an even position; both of its bytes must exist.
 char32_t unit_at(std::string_view text, std::size_t place, TextForm form) {
     const char32_t first = byte_at(text, place);
     const char32_t second = byte_at(text, place + 1);

@@ -1,4 +1,4 @@
-// Notices and boxes as lines on standard error.
+// Formats notices and boxes as lines for standard error.
 
 #pragma once
 
@@ -6,8 +6,8 @@
 
 namespace brenik::platform {
 
-// One line for each line of the text, after the title, "Error" where there is none; anything that
-// could steer a terminal becomes a dot.
+// The title ("Error" if empty), then the text's lines. A character that could control a terminal
+// becomes a dot.
 std::string readable(const std::string& text, const std::string& title);
 
 }  // namespace brenik::platform

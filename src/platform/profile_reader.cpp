@@ -1,8 +1,8 @@
-// A line reader and a matcher over it, for files that nobody promises to be sane, and for those
-// with a mark that the system's own reader does not understand.
+// Reads lines and finds a value in them, for malformed files and for files with a mark that the
+// system's own reader does not understand.
 //
-// Only the first section of a name is searched. The file is read in chunks and no further than its
-// first 64 MB, so that a mistaken path to something huge costs neither memory nor patience.
+// Only the first section of a name is searched. The file is read in chunks, and only its first 64
+// MB, so that a wrong path to a huge file costs little memory and time.
 
 #include "platform/profile.h"
 
@@ -34,8 +34,8 @@ class LineReader {
 
     bool marked() const { return form_ != TextForm::kBytes; }
 
-    // The next line, without its LF; a CR before that is left on, as one more blank. UTF-8 where
-    // the file is marked.
+    // Reads the next line, without its LF; a CR before the LF stays and counts as a blank. The line
+    // is UTF-8 if the file is marked.
     bool next(std::string& line) {
         line.clear();
         bool ended = false;
@@ -49,13 +49,13 @@ class LineReader {
         return ended || !line.empty();
     }
 
-    // A part of a line as the process knows it.
+    // Converts a part of a line to the process's code page.
     std::string text(std::string_view part) const {
         return marked() ? in_code_page(std::string(part)) : std::string(part);
     }
 
   private:
-    // Chunks but the last have an even size, so no unit of two bytes lies in two of them.
+    // Every chunk but the last has an even size, so no two-byte unit spans two chunks.
     bool fill() {
         if (offset_ >= std::min(kMostBytesRead, file_.size_at_open())) return false;
         const std::uint64_t left = file_.size_at_open() - offset_;
@@ -74,7 +74,7 @@ class LineReader {
     std::uint64_t offset_ = 0;
 };
 
-// Old editors close a text with the byte 0x1A, which counts as a blank.
+// Old editors end a text with the byte 0x1A, which counts as a blank.
 std::string_view without_blanks(std::string_view text) {
     constexpr std::string_view kBlanks = " \t\r\v\f\x1A";
     const std::size_t first = text.find_first_not_of(kBlanks);
@@ -88,7 +88,7 @@ std::string_view without_quotes(std::string_view value) {
     return quoted ? value.substr(1, value.size() - 2) : value;
 }
 
-// The name in a line of the form "[name]"; the line has no blanks around it.
+// The name in a line of the form "[name]". The line must have no blanks around it.
 std::optional<std::string_view> section_name(std::string_view line) {
     if (line.empty() || line.front() != '[') return std::nullopt;
     const std::size_t end = line.find(']');
@@ -117,7 +117,7 @@ std::optional<std::string> find_value(LineReader& lines, std::string_view sectio
     return std::nullopt;
 }
 
-// File and reason; empty for a file that is open or missing.
+// File name and reason; empty for a file that is open or missing.
 std::string why_unreadable(const File& file) {
     const bool missing = file.failure() == OpenFailure::kMissing;
     return file.is_open() || missing ? std::string() : file.path() + ": " + file.why_not_open();

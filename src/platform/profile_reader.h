@@ -1,4 +1,4 @@
-// What the reader of initialisation files asks of the system.
+// What the reader of initialisation files needs from the system.
 
 #pragma once
 
@@ -7,13 +7,13 @@
 
 namespace brenik::platform {
 
-// The value, or `fallback`, as the system's own reader of profiles finds it; nothing where there is
-// no such reader, or it cannot reach the file.
+// The value, or `fallback`, from the system's own reader of profiles. Empty if there is no such
+// reader or it cannot reach the file.
 std::optional<std::string> system_profile_string(const std::string& section, const std::string& key,
                                                  const std::string& fallback,
                                                  const std::string& path);
 
-// A text in the process's code page (profile.h).
+// Converts a text to the process's code page (profile.h).
 std::string in_code_page(const std::string& utf8);
 
 }  // namespace brenik::platform

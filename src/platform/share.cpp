@@ -1,4 +1,4 @@
-// Sessions with servers, by the system's number of the file system.
+// Sessions with servers, by the system's device number of the file system.
 
 #include "platform/share.h"
 
@@ -11,7 +11,7 @@ ShareSession::ShareSession(Kind kind)
     : kind_(kind), connections_(remote() ? count_reconnections() : 0) {}
 
 ShareSession& ShareSession::of(std::uint64_t device, const std::function<Kind()>& kind_of) {
-    // Never destroyed: files may be closed later than anything else.
+    // Never destroyed: files may be closed after all other objects.
     static auto& sessions = *new std::map<std::uint64_t, std::unique_ptr<ShareSession>>;
     auto& session = sessions[device];
     if (!session) session.reset(new ShareSession(kind_of()));

@@ -1,8 +1,9 @@
-// File shares: what a folder lies on, and the session with the server that holds it.
+// File shares: the file system of a folder, and the session with the server behind it.
 //
-// A share differs from a disk in three ways that can cost records. Locks may stay on this computer;
-// what others have written may not be seen; and the session with the server can end, with every
-// lock in it, while a program goes on working. share_facts() tells the first two as far as the
+// A share differs from a disk in three ways that can cost records. Locks may stay on this computer.
+// The writes of others may not be visible. The session with the server can end, and all its locks
+// with it, while a program continues. share_facts() reports the first two, as far as the system's
+// description of the mount shows them; ShareSession reports the third.
 // system's own description of the mount does. ShareSession tells the third.
 
 #pragma once
@@ -13,24 +14,23 @@
 
 namespace brenik::platform {
 
-// What the system says about the file system that a file or folder lies on. Texts are empty where
-// there is nothing to say.
+// What the system knows about the file system of a file or folder. A text is empty if there is
+// nothing to report.
 struct ShareFacts {
-    bool remote = false;   // another computer's, as far as the system tells
-    std::string type;      // the system's name for it, such as "cifs"
-    std::string options;   // of the mount, as the system lists them
+    bool remote = false;   // on another computer, as far as the system tells
+    std::string type;      // the system's name for the type, such as "cifs"
+    std::string options;   // mount options, as the system lists them
     std::string unsound;   // why nothing may be written there
-    std::string doubtful;  // what can go wrong there all the same
+    std::string doubtful;  // what can still go wrong there
 };
 ShareFacts share_facts(const std::string& path);
 
-// All Files on one share have one session with its server. When one of them finds that it was lost,
-// it is lost to all: none of their locks counts any more.
+// All Files on one share use one session with its server. When one of them detects that the session
+// was lost, it is lost for all: none of their locks counts any more.
 class ShareSession {
   public:
     enum class Kind { kLocal, kSmb, kOther };
-    // The session of the file system that the system calls by this number. `kind_of` is asked when
-    // the number is met for the first time.
+    // The session of the file system with this device number. Calls `kind_of` for a new number.
     static ShareSession& of(std::uint64_t device, const std::function<Kind()>& kind_of);
 
     bool remote() const { return kind_ != Kind::kLocal; }
@@ -38,8 +38,8 @@ class ShareSession {
     // How often the session was lost.
     unsigned losses() const { return losses_; }
     void lose() { ++losses_; }
-    // Counts as a loss when the system has connected again on its own since the last look. Costs a
-    // look at what the system counts, and no call to the server.
+    // Counts a loss if the system has reconnected by itself since the last check. Reads the
+    // system's counter; makes no call to the server.
     void look();
 
   private:
@@ -50,16 +50,15 @@ class ShareSession {
     std::uint64_t connections_;
 };
 
-// True for an error of a call on an open file of a share after which nothing can be relied on that
-// was done through its handle before.
+// True for an error after which nothing done earlier through the open file of a share is reliable.
 bool ends_session(int system_code);
-// True for those of them after which the next call would only wait for the server once more.
+// True for those errors after which the next call would only wait for the server again.
 bool is_unreachable(int system_code);
-// The system's own error for the lack of a session.
+// The system's error for a missing session.
 int not_connected();
 
-// How many times this computer has connected again to a server that it had lost; 0 where the system
-// does not tell.
+// How often this computer has reconnected to a server that it had lost; 0 if the system does not
+// tell.
 std::uint64_t count_reconnections();
 
 }  // namespace brenik::platform

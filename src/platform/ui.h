@@ -1,10 +1,10 @@
-// What the person at the workstation sees and hears: the one door for notices, boxes and beeps.
+// Notices, boxes and beeps for the user: everything the user sees and hears goes through here.
 //
-// Windows builds show real windows, other builds write to standard error. The environment variable
-// BRENIK_UI overrides it: "stderr" writes there, "none" shows nothing, "gui" wants windows. A
-// process whose desktop nobody sees, such as a service, has no windows either way: nobody could
-// dismiss its boxes. Silent or not, the self-closing notice always takes its full time, because it
-// is the wait between two tries for a lock; the host's windows are kept painted meanwhile.
+// Windows builds show windows; other builds write to standard error. The environment variable
+// BRENIK_UI overrides this: "stderr" writes there, "none" shows nothing, "gui" asks for windows. A
+// process on an invisible desktop, such as a service, never shows windows, because nobody could
+// dismiss its boxes. Even when silent, the self-closing notice takes its full time, because it is
+// the wait between two tries for a lock. The host's windows are painted in the meantime.
 
 #pragma once
 
@@ -19,7 +19,7 @@ enum class Cursor { kArrow, kWait };
 class UserInterface {
   public:
     virtual ~UserInterface() = default;
-    // A modal box; returns when it is dismissed.
+    // Shows a modal box; returns when the user dismisses it.
     virtual void message_box(const std::string& text, const std::string& title, Icon icon) = 0;
     // Shows a notice for `duration_ms`, then closes it; returns after that time.
     virtual void notice(const std::string& text, const std::string& title, int duration_ms) = 0;
@@ -27,10 +27,10 @@ class UserInterface {
     virtual void set_cursor(Cursor cursor) = 0;
 };
 
-// The interface that this machine and BRENIK_UI call for.
+// The interface for this machine and the value of BRENIK_UI.
 std::unique_ptr<UserInterface> make_user_interface();
 
-// True when a person watches standard error, so that a line on it may be drawn over.
+// True if standard error is a terminal, so that a program may overwrite a line there.
 bool error_output_is_terminal();
 
 }  // namespace brenik::platform

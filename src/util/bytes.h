@@ -1,8 +1,8 @@
-// The one door for numbers on disk.
+// Loads and stores numbers of files.
 //
-// Tables are little-endian, memo files and index keys big-endian. Every load and store of a number
-// in a file goes through here, byte by byte, so that no struct is ever laid over a buffer and
-// alignment and host byte order never matter. Callers check bounds before they call.
+// Tables are little-endian; memo files and index keys are big-endian. All code uses these functions
+// for numbers on disk. They work byte by byte: no struct is laid over a buffer, so alignment and
+// host byte order never matter. Callers check bounds first.
 
 #pragma once
 
@@ -73,7 +73,7 @@ inline void store_be64(Byte* p, std::uint64_t v) {
     store_be32(p + 4, static_cast<std::uint32_t>(v));
 }
 
-// Text and bytes are the same storage here: text is never recoded.
+// Text is never recoded, so its characters are the bytes on disk.
 inline Bytes as_bytes(std::string_view text) {
     return {reinterpret_cast<const Byte*>(text.data()), text.size()};
 }

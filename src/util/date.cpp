@@ -1,5 +1,5 @@
-// Calendar arithmetic over Julian day numbers, with no help from the C library's time functions:
-// those know neither the years before 1970 on every system nor an empty date.
+// Calendar arithmetic on Julian day numbers. The C library's time functions do not serve: on some
+// systems they lack the years before 1970, and they have no empty date.
 
 #include "util/date.h"
 
@@ -43,7 +43,7 @@ std::string_view without_blanks(std::string_view text) {
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-// A part of a date, at most `longest` digits, taken off the front of `text` with its slash.
+// Removes a part of a date, at most `longest` digits, and its slash from the front of `text`.
 std::optional<int> take_part(std::string_view& text, std::size_t longest) {
     const std::size_t length = std::min(text.find('/'), text.size());
     if (length == 0 || length > longest) return std::nullopt;
@@ -57,7 +57,7 @@ std::optional<int> take_part(std::string_view& text, std::size_t longest) {
 Date Date::from_civil(int year, int month, int day) {
     if (year < 1 || year > kLastYear || month < 1 || month > 12) return {};
     if (day < 1 || day > days_in_month(year, month)) return {};
-    // Years are counted from March, so that the leap day is the last day of its year.
+    // Years are counted from March, so that the leap day is the last day of the year.
     const int march_year = year + 4800 - (month <= 2 ? 1 : 0);
     const int march_month = (month + 9) % 12;
     return Date(day + (153 * march_month + 2) / 5 + 365 * march_year + march_year / 4 -
@@ -83,7 +83,7 @@ Date Date::from_mdy(std::string_view text) {
     return from_civil(with_century ? *year : 1900 + *year, *month, *day);
 }
 
-// A day number read from a damaged file may lie outside the calendar; it has no parts either.
+// A day number read from a damaged file may lie outside the calendar; it has no parts.
 CivilDay Date::civil() const {
     if (julian_day_ < kFirstDay || julian_day_ > kLastDay) return {};
     const int days = julian_day_ + 32044;

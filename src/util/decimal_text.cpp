@@ -1,4 +1,4 @@
-// Reading and writing decimal numbers.
+// Decimal numbers on top of <charconv>, which never consults the locale.
 
 #include "util/decimal_text.h"
 
@@ -14,7 +14,7 @@ namespace {
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // A decimal number as 0.ddd * 10^exponent. Rounding works on these digits, not on the binary value,
-// so that 2.675 rounds to 2.68 as everybody who reads the field expects.
+// so that 2.675 rounds to 2.68, as readers of the field expect.
 struct DecimalDigits {
     std::array<char, 32> digits{};
     int count = 0;

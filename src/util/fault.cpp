@@ -1,4 +1,4 @@
-// The constructor stands here so that the type has one home.
+// The one constructor of the fault type, out of line to keep its header light.
 
 #include "util/fault.h"
 

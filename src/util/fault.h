@@ -1,7 +1,7 @@
-// The one exception type of the library: a fault that is nobody's sharing conflict.
+// The library's one exception type. A sharing conflict is never a fault.
 //
-// A damaged file, an I/O error, a call on an empty work area. It travels from wherever it is
-// noticed up to the exports, which turn it into a return code and a trace line.
+// A fault is a damaged file, an I/O error, or a call on an empty work area, for example. It reaches
+// the exports, which turn it into a return code and a trace line.
 
 #pragma once
 
@@ -27,8 +27,8 @@ enum class FaultCode {
 
 class EngineFault : public std::runtime_error {
   public:
-    // `text` says what, where and what next, beginning with the file's name where there is one.
-    // `status` is the engine's, or the system's, own number for what has failed; 0 for none.
+    // `text` says what, where and what next; it begins with the file's name if a file is involved.
+    // `status` is the engine's or the system's own number for the failure; 0 for none.
     EngineFault(FaultCode code, std::string operation, const std::string& text, int status = 0);
     FaultCode code() const { return code_; }
     int status() const { return status_; }

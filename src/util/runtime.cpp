@@ -1,4 +1,4 @@
-// Text and number functions, free of the host's locale.
+// Text and number functions, independent of the host's locale.
 
 #include "util/runtime.h"
 
@@ -21,7 +21,8 @@ std::size_t count_digits(std::string_view text) {
                                     text.begin());
 }
 
-// The value of digits with an optional point; too many digits before the point make it infinite.
+// The value of digits with an optional point; infinity if there are too many digits before the
+// point.
 double decimal_amount(std::string_view text) {
     double amount = 0;
     const auto result =
@@ -120,7 +121,7 @@ std::string fixed_text(double amount, int width, int decimals) {
         text.resize(room);
         return text;
     }
-    // A field of width 3 with 2 decimals has no room for the leading zero and is written without.
+    // A field of width 3 with 2 decimals has no room for the leading zero and omits it.
     if (kept == 0 || !write_fixed(amount, room + 1, kept, text.data())) return {};
     const std::size_t zero = text[0] == '-' ? 1 : 0;
     if (text[zero] != '0') return {};

@@ -1,8 +1,7 @@
-// The fixed set of general functions on text and values that the logic relies on.
+// The general functions on text and values that the library relies on.
 //
-// They are plain functions over std::string and Value with the exact behaviour that the record
-// operations, the journal and the trace take for granted. Positions are 1-based, as everywhere in
-// the system's own vocabulary; counts below 0 count as 0.
+// Operations, journal and trace depend on their exact behaviour. Positions count from 1, as
+// everywhere in the system's vocabulary. A negative count counts as 0.
 
 #pragma once
 
@@ -15,7 +14,7 @@
 
 namespace brenik {
 
-// Text padded on the right with blanks, or cut, to exactly `width` characters.
+// Pads text on the right with blanks, or cuts it, to exactly `width` characters.
 std::string pad_right(std::string_view text, std::size_t width);
 std::string_view trim_right(std::string_view text);  // trailing blanks only
 std::string_view trim_both(std::string_view text);   // leading and trailing blanks
@@ -24,31 +23,31 @@ std::string upper(std::string_view text);                          // a to z onl
 bool equal_ignoring_case(std::string_view a, std::string_view b);  // a to z only
 // True when `text` begins with `prefix`; an empty prefix always matches.
 bool begins_with(std::string_view text, std::string_view prefix);
-// Characters from a 1-based start for `count`; a start beyond the end gives empty text.
+// `count` characters from a start that counts from 1; empty text if the start is beyond the end.
 std::string_view substring(std::string_view text, std::size_t start,
                            std::size_t count = std::string_view::npos);
-// 1-based position of the first occurrence, 0 when absent; case-sensitive.
+// Position of the first occurrence, counted from 1; 0 if there is none. Case-sensitive.
 std::size_t position(std::string_view search, std::string_view text);
 
-// A leading number after leading blanks: sign, digits, one point; 0 when there is none. Decimals of
-// the text are kept as the number's decimals; width is the whole-number width, or as many
-// characters as the number had where that is more.
+// The number at the front of a text, after leading blanks: sign, digits, one point. 0 if there is
+// none. The result has the decimals of the text, and its width or kWholeNumberWidth, whichever is
+// greater.
 Number numeric_value(std::string_view text);
 
-// Default text form: whole numbers right-aligned in their width, numbers with decimals with their
-// own width and decimals; asterisks when the number does not fit.
+// Default text form: right-aligned in the number's width, with its decimals. Asterisks if the
+// number does not fit.
 std::string number_text(const Number& number);
 std::string number_text(const Number& number, int width, int decimals);
 // The default text form without blanks on either side.
 std::string trimmed_number(const Number& number);
 
-// Rounds half away from zero to `decimals` and formats in `width`, as fields of type N hold it; a
-// result that does not fit gives an empty string. Rounding looks at the decimal digits that a
-// person would write, so 1.005 gives 1.01; a leading zero gives way where the width is one too
-// small.
+// Formats `amount` in `width` as a field of type N holds it, rounded half away from zero to
+// `decimals`. Empty if it does not fit. Rounds the shortest decimal form, so 1.005 gives 1.01.
+// Drops a leading zero if the width is one too small.
 std::string fixed_text(double amount, int width, int decimals);
 
-// A signed 16-bit integer as 2 bytes, least significant first, and back (the first 2 bytes).
+// A signed 16-bit integer as 2 bytes, least significant first; and the integer of the first 2
+// bytes.
 std::string int16_text(std::int64_t number);
 std::int16_t int16_from_text(std::string_view text);
 

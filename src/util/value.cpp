@@ -1,4 +1,4 @@
-// Questions to a value whose answer depends on its kind.
+// Accessors whose answer depends on the kind of the value.
 
 #include "util/value.h"
 

@@ -1,8 +1,8 @@
-// The dynamically typed value in which fields, settings and arguments travel.
+// The dynamically typed value of fields, settings and arguments.
 //
-// A Value is a small tagged union: short text lies inside it, arrays are shared by reference. Text
-// is a string of bytes, 0 included, and is never recoded. Numbers carry the display width and the
-// decimals that they were made with, because their default text form depends on both.
+// A Value is a small tagged union; copies of an array share it. Text is a string of bytes, 0
+// included, and is never recoded. A number carries its display width and decimals, because its
+// default text form depends on both.
 
 #pragma once
 
@@ -20,7 +20,7 @@ namespace brenik {
 
 class Value;
 
-// The letter of a kind is its type code wherever the system shows one.
+// The letter is the type code wherever the system shows one.
 enum class ValueKind : char {
     kNil = 'U',
     kLogical = 'L',
@@ -70,23 +70,23 @@ class Value {
     bool is_nil() const { return std::holds_alternative<std::monostate>(content_); }
     bool is_text() const;  // character or memo
 
-    // The content, or the neutral value of the wanted type where the kind is another one: false,
-    // 0, empty text, the empty date, a null reference.
+    // The content; for another kind the neutral value: false, 0, empty text, the empty date, a null
+    // reference.
     bool logical() const;
     double number() const;
     std::int64_t whole() const;  // number() truncated toward zero and kept within 64 bits
     const std::string& text() const;
     Date date() const;
     const ArrayReference& array() const;
-    // The number with its width and decimals; 0 with the whole-number width for other kinds.
+    // The number with its width and decimals; for another kind 0 with the whole-number width.
     Number number_form() const;
 
-    // nil, false, 0, the empty date, text of only blanks, tabs, CR and LF, an array without
-    // elements. Bytes of value 0 are not blank.
+    // True for nil, false, 0, the empty date, text of only blanks, tabs, CR and LF, and an array
+    // without elements. Bytes of value 0 are not blank.
     bool empty() const;
 
-    // Exact comparison: same kind (memo and character count as one kind), same content; text must
-    // match in length too; numbers compare by amount; arrays by identity.
+    // Exact comparison: same kind (memo and character count as one) and same content. Texts must
+    // have the same length. Numbers compare by amount, arrays by identity.
     bool exactly_equals(const Value& other) const;
 
   private:
