@@ -1,14 +1,14 @@
-// The descriptors of this process's Files, which the child of a fork closes.
+// The open descriptors of this process's Files. The child of a fork closes them.
 
 #pragma once
 
 namespace brenik::platform {
 
-// Where the handle of a File keeps its descriptor; no descriptor of a File is as large.
+// The low bits of a File's handle hold its descriptor; every File's descriptor fits in them.
 inline constexpr int kDescriptorBits = 20;
 
-// While one lives, no thread of the process forks. Opening a descriptor and noting it, or
-// forgetting one and closing it, is a single step to every child.
+// While one exists, no thread of the process forks. So a child never sees a descriptor that is open
+// but not noted, or closed but still noted.
 class ForksWait {
   public:
     ForksWait() noexcept;
@@ -20,7 +20,7 @@ class ForksWait {
     bool locked_;
 };
 
-// False when the child of a fork could not close it.
+// False if the child of a fork could not close the descriptor.
 [[nodiscard]] bool note_descriptor(int descriptor) noexcept;
 void forget_descriptor(int descriptor) noexcept;
 

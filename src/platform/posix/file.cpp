@@ -1,10 +1,10 @@
-// Files on POSIX systems, with Windows' manners.
+// Files on POSIX systems, with the sharing rules of Windows.
 //
-// Locks are open-file-description locks: they belong to one open, not to the process, so two opens
-// in one process exclude each other and closing one leaves the locks of the other alone. Sharing is
-// a lock on kSharingByte, held from open to close: shared opens hold it for reading, exclusive ones
-// for writing. A file without any write permission is read-only for everybody, the superuser
-// included, as the read-only attribute is on Windows.
+// Locks are open-file-description locks: they belong to one open, not to the process. Two opens in
+// one process exclude each other, and closing one keeps the locks of the other. Sharing is a lock
+// on kSharingByte, held from open to close: shared for a shared open, exclusive for an exclusive
+// one. A file without any write permission is read-only for everybody, the superuser included, like
+// a file with the read-only attribute on Windows.
 
 #include "platform/file.h"
 
@@ -40,20 +40,20 @@ static_assert(sizeof(off_t) == 8, "files need 64-bit offsets");
 
 namespace {
 
-// A handle is a descriptor, and in front of it the generation of the process that opened it: the
-// descriptor of a parent has been closed, and its number may be anything by now.
+// A handle is a descriptor below the generation of the process that opened it. A child closes its
+// parent's descriptors, and their numbers may be reused for anything.
 std::intptr_t handle_of(int descriptor) {
     return static_cast<std::intptr_t>(std::uintptr_t{process_generation()} << kDescriptorBits |
                                       static_cast<std::uintptr_t>(descriptor));
 }
 
-// -1 for a file that a parent has opened: the system refuses to do anything with that.
+// -1 for a file that a parent opened: the system refuses every operation on that.
 int descriptor(std::intptr_t handle) {
     const int number = static_cast<int>(handle & ((1 << kDescriptorBits) - 1));
     return handle == handle_of(number) ? number : -1;
 }
 
-// O_NONBLOCK matters only until the plain-file check: a named pipe must not stop the open.
+// O_NONBLOCK matters only until check_plain_file(): a named pipe must not block the open.
 int open_flags(OpenMode mode, Sharing sharing) {
     constexpr int kAlways = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     switch (mode) {
@@ -95,8 +95,8 @@ OpenFailure failure_of(int system_code) {
     }
 }
 
-// Never gives one of the standard descriptors: in a host that has closed its standard error the
-// next message would be written into the table.
+// Never returns a standard descriptor: if the host has closed its standard error, the next message
+// would be written into the table.
 int open_above_standard(const std::string& path, int flags) {
     int handle = -1;
     do {
@@ -124,11 +124,12 @@ void close_descriptor(int handle) {
     const ForksWait step;
     forget_descriptor(handle);
     count(FileCall::kClose);
-    // Not repeated after EINTR: the descriptor is gone by then and may be somebody else's.
+    // Not repeated after EINTR: the descriptor is already closed, and another thread may reuse its
+    // number.
     ::close(handle);
 }
 
-// 0, or the system's error number.
+// Returns 0 or the system's error number.
 int set_lock(int handle, ByteRange bytes, short type) {
     constexpr auto kEnd = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
     if (bytes.offset > kEnd || bytes.length > kEnd - bytes.offset) return EOVERFLOW;
@@ -153,7 +154,7 @@ OpenFailure check_plain_file(const struct stat& facts, int flags) {
     return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
 }
 
-// 0, or the system's error number.
+// Returns 0 or the system's error number.
 int share(int handle, Sharing sharing) {
     return set_lock(handle, {kSharingByte, 1}, sharing == Sharing::kExclusive ? F_WRLCK : F_RDLCK);
 }
@@ -165,7 +166,8 @@ off_t checked_offset(std::uint64_t offset, std::uint64_t length, const char* ope
     return static_cast<off_t>(offset);
 }
 
-// On a network file system link counts and file numbers are what the server makes of them.
+// On a network file system the server determines link counts and file numbers, so they prove
+// nothing.
 ShareSession::Kind kind_of(int handle) {
     struct statfs facts;
     count(FileCall::kStat);
@@ -174,7 +176,7 @@ ShareSession::Kind kind_of(int handle) {
     constexpr std::array<std::uint32_t, 3> kSmb = {0x0000517B, 0xFF534D42, 0xFE534D42};
     constexpr std::array<std::uint32_t, 7> kOthers = {
         0x00006969,                          // NFS
-        0x65735546,                          // FUSE, whatever is behind it
+        0x65735546,                          // FUSE, which may hide a network file system
         0x01021997,                          // 9P
         0x00C36400,                          // Ceph
         0x5346414F, 0x73757245, 0x0000564C,  // AFS, Coda, NCP
@@ -189,7 +191,7 @@ void pause_for(std::chrono::microseconds duration) {
     nanosleep(&pause, nullptr);  // an early end only makes the next try come sooner
 }
 
-// Somewhere from half the pause to all of it, so that two waiters do not keep meeting.
+// Half the pause to all of it, so that two waiters do not collide again and again.
 std::chrono::microseconds with_jitter(std::chrono::microseconds pause) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     const auto half = pause / 2;
@@ -202,7 +204,7 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &facts) == 0;
 }
 
-// The name in `folder` that equals `name` but for case, the first in byte order; empty if none.
+// The name in `folder` that equals `name` except for case; the first in byte order, empty if none.
 std::string name_in_any_case(const std::string& folder, std::string_view name) {
     count(FileCall::kOpen);
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
@@ -216,12 +218,12 @@ std::string name_in_any_case(const std::string& folder, std::string_view name) {
     return found;
 }
 
-// Names that no file of the system can have: looking for them is pointless.
+// No file of the system can have another path, so a search would be pointless.
 bool is_possible_path(const std::string& path) {
     return !path.empty() && path.size() < PATH_MAX && path.find('\0') == std::string::npos;
 }
 
-// One file has one name here, however many separators were typed.
+// Collapses repeated separators, so that one file has one name here.
 std::string with_slashes(std::string path) {
     std::replace(path.begin(), path.end(), '\\', '/');
     path.erase(
@@ -230,7 +232,7 @@ std::string with_slashes(std::string path) {
     return path;
 }
 
-// `path` with each component replaced by its name on disk, as far as there are any.
+// Gives each component of `path` the case of its name on disk, up to the first that does not exist.
 std::string found_path(const std::string& path) {
     std::string found = path.front() == '/' ? "/" : "";
     std::size_t start = path.find_first_not_of('/');
@@ -250,7 +252,7 @@ std::string found_path(const std::string& path) {
     return found;
 }
 
-// Opens a file that exists whatever the case of its name; `path` becomes the name that it has.
+// Opens an existing file whatever the case of its name; sets `path` to the name on disk.
 int open_found(std::string& path, int flags) {
     const int handle = open_descriptor(path, flags);
     if (handle >= 0 || (flags & O_CREAT) != 0 || (errno != ENOENT && errno != ENOTDIR)) {
@@ -305,7 +307,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
             file.failure_ = OpenFailure::kSystem;
         }
     }
-    // Emptied only once no other open excludes ours.
+    // Truncates only after the lock has excluded all other opens.
     if (file.failure_ == OpenFailure::kNone && is_emptied(mode)) {
         count(FileCall::kResize);
         if (ftruncate(handle, 0) != 0) file.failure_ = failure_of(errno);
@@ -353,8 +355,8 @@ void File::write_at(std::uint64_t offset, std::span<const std::uint8_t> bytes) {
 
 std::uint64_t File::size() const { return standing().size; }
 
-// What fstat() tells of a share may be a second old, also under a lock. Going to the end of the
-// file asks the server.
+// On a share the result of fstat() may be a second old, even under a lock. Seeking to the end asks
+// the server.
 File::Standing File::standing() const {
     require_session("size", 0);
     count(FileCall::kStat);
@@ -401,7 +403,7 @@ void File::sync() {
     unsynced_ = false;
 }
 
-// A length of 0 would mean "to the end of the file" to the system; here it means no bytes.
+// To the system a length of 0 means "to the end of the file"; here it means no bytes.
 bool File::try_lock(ByteRange range, LockKind kind) {
     if (range.length == 0) return true;
     require_session("lock", range.offset);
@@ -410,14 +412,14 @@ bool File::try_lock(ByteRange range, LockKind kind) {
     if (code == EBADF && reached_again()) {
         code = set_lock(descriptor(handle_), range, type);
     }
-    // On an SMB share EAGAIN is no conflict: the session has ended before the server could answer.
+    // On an SMB share EAGAIN is no conflict: the session ended before the server could answer.
     const bool refused = is_conflict(code) && !(code == EAGAIN && session_ && session_->smb());
     if (code != 0 && !refused) fail("lock", range.offset, code);
     if (code == 0) ++locks_;
     return code == 0;
 }
 
-// On a share each try is a call to the server.
+// On a share each try is a call to the server, so there are fewer and longer pauses.
 bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
     using namespace std::chrono;
     const int tries_without_pause = remote() ? 1 : 4;
@@ -455,7 +457,7 @@ bool file_exists(const std::string& path) {
     return stat(found.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
 }
 
-// The folder is synced too: without that a power failure may bring the old name back.
+// Syncs the folder too: otherwise a power failure may restore the old name.
 void replace_file(const std::string& from, const std::string& to) {
     const std::string target = system_path(to);
     if (std::rename(system_path(from).c_str(), target.c_str()) != 0) {
@@ -474,7 +476,7 @@ void remove_file(const std::string& path) noexcept {
     try {
         ::unlink(system_path(path).c_str());
     } catch (const std::bad_alloc&) {
-        // The file stays.
+        // Out of memory: the file stays.
     }
 }
 

@@ -1,4 +1,4 @@
-// POSIX answers to questions that were first asked of Windows.
+// The folders of a process and its user on POSIX systems.
 
 #include "platform/folders.h"
 
@@ -79,7 +79,7 @@ void make_folder_of(const std::string& file) noexcept {
         if (separator == std::string::npos) return;
         ::mkdir(path.substr(0, separator).c_str(), kWhateverTheMaskAllows);
     } catch (const std::bad_alloc&) {
-        // Without memory the folder cannot be made.
+        // Out of memory: the folder stays missing.
     }
 }
 

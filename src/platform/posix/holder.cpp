@@ -1,7 +1,7 @@
-// Linux lists the locks of an open file in /proc/PID/fdinfo/FD, one line each:
+// Finds the holders of a lock in Linux's /proc/PID/fdinfo/FD, which has one line per lock:
 //     lock:	1: OFDLCK  ADVISORY  WRITE -1 08:02:131090 2147483647 2147483647
-// The device there can be another one than stat() tells, so the inode's number finds the file and
-// the descriptor confirms it.
+// The device in the line can differ from the one of stat(). So the inode's number selects the line,
+// and stat() of the descriptor confirms the file.
 
 #include "platform/holder.h"
 
@@ -34,7 +34,7 @@ struct Wanted {
     LockKind kind;
 };
 
-// Calls `visit` with every number that is a name in the folder, until it answers false.
+// Calls `visit` with every name in the folder that is a number, until it returns false.
 void for_each_number(const std::string& folder,
                      const std::function<bool(const std::string&)>& visit) {
     const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), closedir);

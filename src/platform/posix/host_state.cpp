@@ -1,4 +1,4 @@
-// The floating-point environment as the C library keeps it, and errno.
+// Saves the floating-point environment, as the C library keeps it, and errno.
 
 #include "platform/host_state.h"
 

@@ -1,9 +1,9 @@
-// Forks, and what their children give up.
+// Closes inherited files in the child of a fork.
 //
-// A child shares its parent's open files, not copies of them: an unlock in the child releases the
-// parent's lock, and a lock outlives the parent as long as the child has the file open. So the
-// child closes them all before the fork returns. Only calls that are safe in the child of a process
-// with several threads are made there.
+// A child shares its parent's open files: an unlock in the child releases the parent's lock, and a
+// lock outlives the parent while the child has the file open. So the child closes all of them
+// before the fork returns. It calls only functions that are safe in the child of a process with
+// several threads.
 
 #include "platform/process.h"
 
@@ -22,17 +22,17 @@ namespace {
 unsigned generation = 0;
 
 std::bitset<(1 << kDescriptorBits)> noted;
-int highest = -1;  // of those that have been noted
+int highest = -1;  // greatest descriptor noted so far
 
-// One that notices when its owner locks it again: hosts may fork in a signal handler, or call the
-// library from a handler of their own for forks.
+// Detects a second lock by its owner: hosts may fork in a signal handler, or call the library from
+// a fork handler of their own.
 constexpr pthread_mutex_t kUnlocked = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
 pthread_mutex_t mutex = kUnlocked;
 
-// A server that keeps another thread waiting in an open must not keep the host from forking.
+// Bounds the delay of a fork while another thread waits for a server in an open.
 constexpr int kLongestWait_s = 1;
 
-// False where the wait was in vain, or the forking thread itself is in the middle of a step.
+// False after a timeout, or if the forking thread itself is inside a step.
 thread_local bool locked_for_fork = false;
 
 void before_fork() {
@@ -53,7 +53,7 @@ void in_child() {
     }
     highest = -1;
     ++generation;
-    mutex = kUnlocked;  // the owner's name is another one here
+    mutex = kUnlocked;  // the child's thread is not the owner that the mutex recorded
 }
 
 const bool kForksAreNoticed = pthread_atfork(before_fork, after_fork, in_child) == 0;

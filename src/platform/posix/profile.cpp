@@ -1,4 +1,4 @@
-// There is no reader of profiles but our own, and one encoding that hosts agree on.
+// The system has no reader of profiles, and hosts use one encoding, UTF-8.
 
 #include "platform/profile_reader.h"
 

@@ -1,4 +1,4 @@
-// Mounts as Linux describes them.
+// Reads Linux's descriptions of mounts.
 
 #include "platform/share.h"
 
@@ -19,7 +19,8 @@ namespace brenik::platform {
 
 namespace {
 
-// Files of the proc file system have no size; empty where there is no such file.
+// The whole text of a file of /proc, whose size the system does not tell; empty if there is no such
+// file.
 std::string read_system_file(const char* path) {
     std::string text;
     const int file = ::open(path, O_RDONLY | O_CLOEXEC);
@@ -44,8 +45,9 @@ std::string_view next_word(std::string_view& line) {
     return word;
 }
 
-// A line of /proc/self/mountinfo (its fields are those of proc(5)): "ID PARENT MAJOR:MINOR ROOT
-// POINT OPTIONS [TAG...] - TYPE SOURCE OPTIONS". The last of several is the one on top.
+// Finds the device in /proc/self/mountinfo, whose lines are "ID PARENT MAJOR:MINOR ROOT POINT
+// OPTIONS [TAG...] - TYPE SOURCE OPTIONS" (see proc(5)). The last of several matches is the topmost
+// mount.
 void find_mount(const std::string& device, ShareFacts& facts) {
     const std::string mounts = read_system_file("/proc/self/mountinfo");
     for (std::string_view rest = mounts; !rest.empty();) {
@@ -127,7 +129,7 @@ bool is_unreachable(int system_code) {
 
 int not_connected() { return ENOTCONN; }
 
-// The second line of what the SMB client counts ends in "S session R share reconnects".
+// The second line of the SMB client's statistics ends in "S session R share reconnects".
 std::uint64_t count_reconnections() {
     const std::string counts = read_system_file("/proc/fs/cifs/Stats");
     const std::size_t end = counts.find(" share reconnects");

@@ -1,7 +1,7 @@
 // Notices and boxes as lines on standard error.
 //
-// There are no windows here, so a box is dismissed as soon as it is written. The notice still takes
-// its time: locks are retried at its pace.
+// There are no windows here, so a box returns as soon as it is written. A notice still takes its
+// full time, because it is the wait between two tries for a lock.
 
 #include "platform/ui.h"
 

@@ -1,4 +1,4 @@
-// Local date and time of day, which Windows keeps ready.
+// Local date and time of day from Windows.
 
 #include "platform/clock.h"
 

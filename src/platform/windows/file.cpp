@@ -1,9 +1,9 @@
-// Files on Windows, which other systems may share with us.
+// Files on Windows, possibly shared with other systems.
 //
-// Sharing is the share mode of the open. A lock on kSharingByte says the same to programs on other
-// systems that reach the file by another way than our server's share modes; where there are none it
-// costs one lock. Byte-range locks belong to the handle, hence to one File. Locked bytes cannot be
-// read or written through other handles here: all locks of the library lie beyond the data.
+// Sharing is the share mode of the open. A lock on kSharingByte protects against programs on other
+// systems that reach the file without our server's share modes; if there are none, it costs one
+// lock. Byte-range locks belong to the handle, so to one File. Windows lets no other handle read or
+// write locked bytes: all locks of the library lie beyond the data.
 
 #include "platform/file.h"
 
@@ -31,15 +31,14 @@ DWORD access_of(OpenMode mode, Sharing sharing) {
         case OpenMode::kSettings:
             return GENERIC_READ;
         case OpenMode::kReadOnly:
-            // Other systems grant an exclusive lock on the sharing byte only where writing is
-            // allowed.
+            // Other systems grant an exclusive lock on the sharing byte only with write access.
             return sharing == Sharing::kExclusive ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
         case OpenMode::kReadWrite:
         case OpenMode::kCreate:
             return GENERIC_READ | GENERIC_WRITE;
         case OpenMode::kRewrite:
             return GENERIC_WRITE;
-        // Without FILE_WRITE_DATA offsets do not count; locks need one of the two rights to data.
+        // Without FILE_WRITE_DATA every write appends. A lock needs one of the two rights to data.
         case OpenMode::kAppendOnly:
             return FILE_APPEND_DATA | SYNCHRONIZE;
         case OpenMode::kAppend:
@@ -56,7 +55,7 @@ DWORD share_mode(OpenMode mode, Sharing sharing) {
 
 bool makes_missing_files(OpenMode mode) { return mode == OpenMode::kAppend || is_emptied(mode); }
 
-// A log that is a link is opened itself, to be refused, instead of what it leads to.
+// Opens a link in the place of a log itself, so that it can be refused, and not its target.
 DWORD flags_of(OpenMode mode) {
     constexpr DWORD kAlways = FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS;
     return is_log(mode) ? kAlways | FILE_FLAG_OPEN_REPARSE_POINT : kAlways;
@@ -87,7 +86,7 @@ OpenFailure failure_of(DWORD system_code) {
     }
 }
 
-// Where an operation takes place, in the form that the system wants.
+// An offset in the form that the system expects.
 OVERLAPPED place_at(std::uint64_t offset) {
     OVERLAPPED place = {};
     place.Offset = static_cast<DWORD>(offset);
@@ -98,7 +97,7 @@ OVERLAPPED place_at(std::uint64_t offset) {
 DWORD low_half(std::uint64_t number) { return static_cast<DWORD>(number); }
 DWORD high_half(std::uint64_t number) { return static_cast<DWORD>(number >> 32); }
 
-// 0, or the system's error number.
+// Returns 0 or the system's error number.
 DWORD set_lock(HANDLE handle, ByteRange range, LockKind kind) {
     if (range.offset > kLargestOffset || range.length > kLargestOffset - range.offset) {
         return ERROR_ARITHMETIC_OVERFLOW;
@@ -114,7 +113,8 @@ bool is_conflict(DWORD system_code) {
     return system_code == ERROR_LOCK_VIOLATION || system_code == ERROR_IO_PENDING;
 }
 
-// The read-only attribute counts for everybody, whatever else the system would let the user do.
+// A file with the read-only attribute is refused for writing even if the user's rights would allow
+// it.
 OpenFailure check_plain_file(const BY_HANDLE_FILE_INFORMATION& facts, OpenMode mode, DWORD access) {
     const auto has = [&](DWORD attribute) { return (facts.dwFileAttributes & attribute) != 0; };
     if (is_log(mode) && has(FILE_ATTRIBUTE_REPARSE_POINT)) return OpenFailure::kDenied;
@@ -123,13 +123,13 @@ OpenFailure check_plain_file(const BY_HANDLE_FILE_INFORMATION& facts, OpenMode m
     return writing && read_only ? OpenFailure::kDenied : OpenFailure::kNone;
 }
 
-// 0, or the system's error number.
+// Returns 0 or the system's error number.
 DWORD share(HANDLE handle, Sharing sharing) {
     return set_lock(handle, {kSharingByte, 1},
                     sharing == Sharing::kExclusive ? LockKind::kExclusive : LockKind::kShared);
 }
 
-// 0, or the system's error number.
+// Returns 0 or the system's error number.
 DWORD set_size(HANDLE handle, std::uint64_t size) {
     FILE_END_OF_FILE_INFO end = {};
     end.EndOfFile.QuadPart = static_cast<std::int64_t>(size);
@@ -146,7 +146,7 @@ void check_offset(std::uint64_t offset, std::uint64_t length, const char* operat
 
 int last_error() { return static_cast<int>(GetLastError()); }
 
-// The most that one call moves: its count has 32 bits, and network drives dislike large ones.
+// Bounds one transfer: the system's count has 32 bits, and large counts fail on network drives.
 DWORD one_transfer(std::size_t wanted) {
     constexpr std::size_t kMost = 16 * 1024 * 1024;
     return static_cast<DWORD>(std::min(wanted, kMost));
@@ -154,7 +154,7 @@ DWORD one_transfer(std::size_t wanted) {
 
 }  // namespace
 
-// In English everywhere, as all our messages are; the number alone where Windows has no English.
+// In English, like all our messages; only the number if Windows has no English texts.
 std::string system_text(int system_code) {
     wchar_t text[256] = {};
     const DWORD length = FormatMessageW(
@@ -194,7 +194,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
     } else {
         file.failure_ = check_plain_file(facts, mode, access);
         file.size_at_open_ = std::uint64_t{facts.nFileSizeHigh} << 32 | facts.nFileSizeLow;
-        // Two computers' disks can have the same number.
+        // Disks of two computers can have the same serial number.
         using Kind = ShareSession::Kind;
         const Kind kind = share_facts(file.path_).remote ? Kind::kSmb : Kind::kLocal;
         const std::uint64_t number = facts.dwVolumeSerialNumber;
@@ -212,7 +212,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
             file.failure_ = OpenFailure::kSystem;
         }
     }
-    // Emptied only once no other open excludes ours.
+    // Truncates only after share mode and lock have excluded all other opens.
     if (file.failure_ == OpenFailure::kNone && is_emptied(mode)) {
         const DWORD code = set_size(handle, 0);
         if (code != 0) file.failure_ = failure_of(code);
@@ -268,7 +268,7 @@ std::uint64_t File::size() const {
     return static_cast<std::uint64_t>(size.QuadPart);
 }
 
-// The system lets nobody remove or replace a file that is open here.
+// The system refuses to remove or replace a file that is open here.
 File::Standing File::standing() const { return {size(), true}; }
 
 bool File::named() const { return true; }
@@ -299,13 +299,13 @@ bool File::try_lock(ByteRange range, LockKind kind) {
     return code == 0;
 }
 
-// The scheduler decides how long a pause is, a millisecond or more; the first ones merely give the
-// processor away.
+// The scheduler determines the length of a pause, a millisecond or more; the first pauses only
+// yield the processor.
 bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
     constexpr int kTriesWithoutPause = 4;
     constexpr int kTriesWithoutSleep = 16;
 
-    // The tick count would be cheaper, but may end the wait some 15 ms early.
+    // GetTickCount64() would be cheaper but could time out about 15 ms early.
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::milliseconds(std::max(timeout_ms, 0));
     for (int tries = 1;; ++tries) {
@@ -348,7 +348,7 @@ void remove_file(const std::string& path) noexcept {
     try {
         if (const auto full = full_path(path)) DeleteFileW(full->c_str());
     } catch (const std::bad_alloc&) {
-        // The file stays.
+        // Out of memory: the file stays.
     }
 }
 

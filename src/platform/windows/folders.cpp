@@ -1,7 +1,7 @@
-// Where the process stands and where Windows keeps a workstation's settings.
+// The process's current folder and the folders of a workstation's settings.
 //
-// A current directory on a network share has no drive letter: its drive is "\" and its name begins
-// with the second of the two separators, so that the two together are the folder again.
+// A current directory on a network share has no drive letter: its drive is "\", and its name begins
+// with the second of the two separators. Drive and name together are the folder again.
 
 #include "platform/folders.h"
 
@@ -28,8 +28,8 @@ std::string without_last_separators(const std::string& folder) {
 
 bool has_drive(const std::string& folder) { return folder.size() >= 2 && folder[1] == ':'; }
 
-// Of a path whose characters the code page lacks the short form, or nothing: its nearest relative
-// would be another path.
+// A folder from the environment. If the code page lacks a character, gives the short form, or
+// nothing: with the nearest character it would be another path.
 std::string folder_variable(const wchar_t* name) {
     const std::wstring path = wide_environment_variable(name);
     const std::string narrow = narrow_text(path);
@@ -96,7 +96,7 @@ void make_folder_of(const std::string& file) noexcept {
         const std::optional<std::wstring> full = full_path(file);
         if (full) CreateDirectoryW(full->substr(0, full->rfind(L'\\')).c_str(), nullptr);
     } catch (const std::bad_alloc&) {
-        // Without memory the folder cannot be made.
+        // Out of memory: the folder stays missing.
     }
 }
 

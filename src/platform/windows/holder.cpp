@@ -1,4 +1,4 @@
-// Windows does not tell whose locks there are.
+// Windows does not tell who holds a lock.
 
 #include "platform/holder.h"
 

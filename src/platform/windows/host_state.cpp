@@ -1,7 +1,7 @@
-// Both floating-point units, the last error and the thread's error mode.
+// Saves both floating-point units, the last error and the thread's error mode.
 //
-// The units are handled by their own instructions: the C library's functions for this leave the
-// control word of the newer unit out.
+// Uses the units' own instructions, because the C library's functions omit the newer unit's control
+// word.
 
 #include "platform/host_state.h"
 
@@ -15,13 +15,13 @@ namespace brenik::platform {
 
 namespace {
 
-// The older unit's environment as the processor stores it: control, status and tag word, and the
+// The older unit's environment, as the processor stores it: control, status and tag word, and the
 // place of the last fault.
 struct FloatingPointEnvironment {
     std::uint32_t words[7];
 };
 
-constexpr unsigned kDefaultNewerUnit = 0x1F80;  // nearest, everything masked
+constexpr unsigned kDefaultNewerUnit = 0x1F80;  // round to nearest, all exceptions masked
 
 struct Found {
     FloatingPointEnvironment older_unit;

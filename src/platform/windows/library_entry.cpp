@@ -1,17 +1,17 @@
-// The entry function that the system calls when the library comes and goes, and when threads do.
+// The entry function that the system calls when the library is loaded or unloaded, and for threads.
 //
-// Before the first call the C++ run-time has been initialised, once, with everything that is static
-// in the library; that is the whole execution environment. The session is made by the first export
-// that needs it, and its tables are closed by the run-time when the library is unloaded: under the
-// system's loader lock nothing may wait or show itself.
+// The C++ run-time initialises the library's static objects once, before the first call; nothing
+// else runs at load. The first export that needs the session creates it, and the run-time closes
+// its tables when the library is unloaded. Under the system's loader lock nothing may wait or show
+// a window.
 
 #include <windows.h>
 
 extern "C" {
 
-// The compiler's start-up code calls this in every thread that the host makes, to set the
-// floating-point unit to its own liking. That is the host's affair, so nothing is set here, where
-// the linker finds the function first; our own calls set the unit and set it back.
+// The compiler's start-up code calls this in every thread that the host creates, to reset the
+// floating-point unit. The unit belongs to the host, so this definition, which the linker finds
+// first, does nothing; HostState sets and restores the unit during our own calls.
 void __cdecl _fpreset(void);
 void __cdecl _fpreset(void) {}
 
@@ -23,7 +23,7 @@ BOOL WINAPI DllMainCRTStartup(HANDLE, DWORD, LPVOID);
 void __register_frame(void*);
 void __deregister_frame(void*);
 
-// Any place in the tables that tell how to leave our functions by an exception.
+// An address inside the tables for unwinding our functions.
 extern const char kSomeUnwindTable;
 __asm__(".section .eh_frame, \"r\"\n_kSomeUnwindTable:\n.text");
 #endif
@@ -33,7 +33,7 @@ namespace {
 
 #ifdef __i386__
 
-// The section of the image that has the unwind tables: its linker gives no name to the start.
+// The section of the image that holds the unwind tables. The linker has no symbol for its start.
 void* unwind_tables(HANDLE library) {
     auto* const image = static_cast<char*>(library);
     const auto place = static_cast<DWORD>(&kSomeUnwindTable - image);
@@ -44,9 +44,9 @@ void* unwind_tables(HANDLE library) {
     return image + section->VirtualAddress;
 }
 
-// The compiler's start-up code hands our unwind tables to the shared unwinder if the host has that
-// one loaded. Exceptions would then end the host, because the unwinder linked into this library is
-// the one that looks for them; so it gets them from here.
+// If the host has loaded the shared unwinder, the compiler's start-up code registers our unwind
+// tables there. Exceptions would then end the host, because the unwinder linked into this library
+// would not find them. So this code registers them with our unwinder.
 bool registered = false;
 
 void register_tables(HANDLE library) {
@@ -60,7 +60,7 @@ void take_tables_back(HANDLE library) {
 
 #else
 
-// Elsewhere the system itself finds the tables.
+// On this processor the system itself finds the tables.
 void register_tables(HANDLE) {}
 void take_tables_back(HANDLE) {}
 
@@ -68,7 +68,8 @@ void take_tables_back(HANDLE) {}
 
 }  // namespace
 
-// The image's entry: around the run-time's own, whose start-up does not keep the last error.
+// The image's entry point. It wraps the run-time's own, whose start-up does not preserve the last
+// error.
 extern "C" BOOL WINAPI library_entry(HANDLE library, DWORD reason, LPVOID reserved);
 extern "C" BOOL WINAPI library_entry(HANDLE library, DWORD reason, LPVOID reserved) {
     const DWORD error = GetLastError();

@@ -1,4 +1,4 @@
-// Processes do not fork here.
+// Windows has no fork.
 
 #include "platform/process.h"
 

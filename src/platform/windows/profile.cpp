@@ -1,7 +1,7 @@
 // Windows' own reader of private profiles.
 //
-// It is given a full path always: a bare name would be looked for in the Windows folder. Paths
-// longer than it can take are left to our own reader.
+// Always gets a full path: it would search the Windows folder for a bare name. Paths longer than
+// its limit go to our own reader.
 
 #include "platform/profile_reader.h"
 
@@ -13,7 +13,7 @@ namespace brenik::platform {
 
 namespace {
 
-// A default that no line of a text file can hold, because it cannot be told from a value otherwise.
+// A default that no line of a text file can hold, so that an absent key is distinct from any value.
 constexpr const wchar_t* kAbsent = L"\n";
 
 constexpr std::size_t kFirstRoom = 256;
@@ -36,7 +36,7 @@ std::optional<std::string> system_profile_string(const std::string& section, con
         const auto room = static_cast<DWORD>(value.size());
         length = GetPrivateProfileStringW(wide_section->c_str(), wide_key->c_str(), kAbsent,
                                           value.data(), room, file->c_str());
-        if (length + 1 < room || value.size() >= kMostRoom) break;  // else it may have been cut
+        if (length + 1 < room || value.size() >= kMostRoom) break;  // else it may be truncated
     }
     value.resize(length);
     return value == kAbsent ? fallback : narrow_text(value);

@@ -1,5 +1,5 @@
-// Shares on Windows, which tells of a drive only whether it is a network drive: its locks always go
-// to the server, and what it remembers of a file is given up when another computer opens it.
+// Shares on Windows. The system tells only whether a drive is a network drive. Locks on one always
+// reach the server, and the system drops its cache of a file when another computer opens it.
 
 #include "platform/share.h"
 

@@ -1,4 +1,4 @@
-// Conversions by the system, twice each: for the length and for the text.
+// Converts texts with the system's functions: one call for the length, one for the text.
 
 #include "platform/windows/system_text.h"
 
@@ -12,7 +12,8 @@ static_assert(kAnsiCodePage == CP_ACP);
 
 namespace {
 
-// Where the shorter form ends: folders stop before files do, to leave room for an 8.3 name.
+// Longest path in the short form: folders have a lower limit than files, to leave room for an 8.3
+// name.
 constexpr std::size_t kLongestPlainPath = MAX_PATH - 13;
 
 constexpr std::wstring_view kUncPrefix = L"\\\\";
@@ -20,11 +21,11 @@ constexpr std::wstring_view kUnlimited = L"\\\\?\\";
 constexpr std::wstring_view kUnlimitedUnc = L"\\\\?\\UNC\\";
 constexpr std::wstring_view kDevices = L"\\\\.\\";
 
-// The paths that the system can be given at all end long before this.
+// Upper bound on the length of any path that the system accepts.
 constexpr std::size_t kLongestText = 32'767;
 
-// The text that `get(buffer, room)` writes. It answers the length without the terminator or, when
-// the room is too small, the room needed with it; 0 for a failure.
+// The text that `get(buffer, room)` writes. `get` returns the length without the terminator; if the
+// room is too small, the required room with it; 0 on failure.
 template <class Get>
 std::wstring text_from(Get get) {
     std::wstring text(MAX_PATH, L'\0');

@@ -1,7 +1,7 @@
-// Between the host's bytes and the system's wide characters: texts, paths and variables.
+// Converts between the host's bytes and the system's wide characters: texts, paths and variables.
 //
-// Hosts give names in the ANSI code page of their process, as all of Windows' narrow interfaces
-// take them. The wide interfaces are used all the same, because only they accept long paths.
+// Hosts pass names in the ANSI code page of their process, as for all of Windows' narrow
+// interfaces. This layer still calls the wide interfaces, because only they accept long paths.
 
 #pragma once
 
@@ -13,15 +13,15 @@ namespace brenik::platform {
 
 constexpr unsigned kAnsiCodePage = 0;
 
-// Nothing when the bytes are no text of the code page, or longer than Windows converts.
+// Empty if the bytes are not valid in the code page, or longer than Windows converts.
 std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page = kAnsiCodePage);
 std::string narrow_text(std::wstring_view text);
 
-// The full path that the system opens, in the form without limit where it is long; nothing for a
-// text that no path can be.
+// The absolute path for a system call, in the unlimited form if it is long; nothing for a text that
+// cannot be a path.
 std::optional<std::wstring> full_path(const std::string& path);
 
-// As the process has it now; C libraries keep a copy from when they were loaded. Empty when unset.
+// The current value; C libraries keep a copy from when they were loaded. Empty if unset.
 std::wstring wide_environment_variable(const wchar_t* name);
 std::string environment_variable(const wchar_t* name);
 

@@ -1,9 +1,9 @@
-// Windows' boxes, and the self-closing notice.
+// Windows' message boxes, and the self-closing notice.
 //
-// While a notice is up the host's thread is here and not in its own message loop. So the notice's
-// wait paints the host's windows and answers what other threads send to them, and nothing else:
-// keys, clicks, timers and posted messages stay in the queue until the call is over, because the
-// host's code behind them might call the library again in the middle of a transaction.
+// During a notice the host's thread is here and not in its own message loop. So the wait paints the
+// host's windows and answers messages sent by other threads, and does nothing else. Keys, clicks,
+// timers and posted messages stay queued until the call returns, because the host's handlers for
+// them might call the library again in the middle of a transaction.
 
 #include "platform/ui.h"
 
@@ -20,13 +20,13 @@ namespace brenik::platform {
 
 namespace {
 
-// Paints the windows of this thread that need it, and lets messages sent by others in.
+// Paints the windows of this thread that need it, and dispatches messages sent by other threads.
 void paint_windows(ULONGLONG deadline) {
     MSG message;
     while (GetTickCount64() < deadline &&
            PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE | PM_QS_PAINT | PM_QS_SENDMESSAGE)) {
         if (message.message == WM_QUIT) {
-            PostQuitMessage(static_cast<int>(message.wParam));  // the host's, for afterwards
+            PostQuitMessage(static_cast<int>(message.wParam));  // the host's, for later
             return;
         }
         DispatchMessageW(&message);
@@ -39,7 +39,7 @@ void wait_ms(int duration_ms) {
         const auto left = static_cast<DWORD>(deadline - now);
         const DWORD result =
             MsgWaitForMultipleObjectsEx(0, nullptr, left, QS_PAINT | QS_SENDMESSAGE, 0);
-        if (result == WAIT_FAILED) Sleep(left);  // this process may have no queue
+        if (result == WAIT_FAILED) Sleep(left);  // no message queue to wait for
         if (result == WAIT_OBJECT_0) paint_windows(deadline);
     }
 }
@@ -54,7 +54,7 @@ class SilentInterface : public UserInterface {
     void set_cursor(Cursor) override {}
 };
 
-// Written by the system and not by the C library: what its handle stands for is the host's, and
+// Uses the system's handle, not the C library's stream: the handle belongs to the host, and
 // windowed hosts have none.
 void write_to_standard_error(const std::string& text) {
     DWORD written = 0;
@@ -79,8 +79,8 @@ class StandardErrorInterface : public UserInterface {
     void set_cursor(Cursor) override {}
 };
 
-// The notice: a dialog frame with a text in it, shown in front without taking the focus. It is made
-// of classes that the system has, so nothing stays registered when the library is unloaded.
+// A dialog frame with a text, shown in front without taking the focus. It uses window classes of
+// the system, so nothing stays registered when the library is unloaded.
 class NoticeWindow {
   public:
     NoticeWindow(const std::wstring& text, const std::wstring& title) {
@@ -128,7 +128,7 @@ class NoticeWindow {
         return {area.right, area.bottom};
     }
 
-    // On the screen that shows the host.
+    // On the monitor that shows the host.
     static POINT centred(SIZE size, HWND host) {
         MONITORINFO screen = {};
         screen.cbSize = sizeof screen;
@@ -140,8 +140,8 @@ class NoticeWindow {
     HWND window_ = nullptr;
 };
 
-// While it lives, no other window of this thread takes input: the host's code behind one might call
-// the library again in the middle of a transaction. A box disables its owner alone.
+// While one exists, no other window of this thread takes input: the host's handlers might call the
+// library again in the middle of a transaction. A modal box disables only its owner.
 class OtherWindowsDisabled {
   public:
     explicit OtherWindowsDisabled(HWND owner) : owner_(owner) {
@@ -167,15 +167,15 @@ class OtherWindowsDisabled {
     std::vector<HWND> disabled_;
 };
 
-// A text that is not in the host's code page is shown as well as it can be.
+// Shows a text that is not valid in the host's code page byte by byte.
 std::wstring shown_text(const std::string& text) {
     return wide_text(text).value_or(std::wstring(text.begin(), text.end()));
 }
 
-// Where the system makes no window, standard error has the text.
+// Falls back to standard error if the system creates no window.
 class WindowInterface : public UserInterface {
   public:
-    // Modal to all windows of this thread. The active one is its owner, so that the box stays in
+    // Modal to all windows of this thread. The active window is the owner, so that the box stays in
     // front of it.
     void message_box(const std::string& text, const std::string& title, Icon icon) override {
         const UINT look = icon == Icon::kStop ? MB_ICONSTOP : MB_ICONINFORMATION;
@@ -198,7 +198,7 @@ class WindowInterface : public UserInterface {
     }
 };
 
-// Services have a desktop that nobody sees; a box there would wait for ever.
+// A service has an invisible desktop; a box there would wait for ever.
 bool is_desktop_visible() {
     USEROBJECTFLAGS flags = {};
     return GetUserObjectInformationW(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags,
