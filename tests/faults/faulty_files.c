@@ -333,8 +333,8 @@ static ssize_t read_at(int file, void* bytes, size_t count, off_t at) {
 
 static ssize_t read_stale(int file, void* bytes, size_t count, off_t at) {
     const ssize_t got = read_at(file, bytes, count, at), kept = ours(file)->kept - at;
-    const char* old = ours(file)->old_header + at;
-    if (got > 0 && kept > 0) memcpy(bytes, old, (size_t)(got < kept ? got : kept));
+    if (got > 0 && kept > 0)
+        memcpy(bytes, ours(file)->old_header + at, (size_t)(got < kept ? got : kept));
     return got;
 }
 

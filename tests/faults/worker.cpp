@@ -184,7 +184,7 @@ class Worker {
     }
     const char* look_up() {
         const auto& [identifier, key] = pick();
-        char found[8] = "       ";
+        char found[9] = "       ";  // the call ends it one place further on
         CALL(BrenikGetU_ID, kContacts, key.c_str(), found);
         if (identifier != found) throw Refused{"BrenikGetU_ID", BRENIK_KEY_NOT_FOUND};
         return "look-up";
