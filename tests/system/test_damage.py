@@ -211,8 +211,12 @@ DAMAGES = [
     ('.CDX', 'missing-key, tag=U_ID, record=1', {'no keys': in_every_page(2, 0, 2)}),
     ('.CDX', 'index-size, severity=note', {'file not whole pages': append(b'half a page')}),
     ('.CDX', 'orphan-pages, severity=note', {'orphan': append(bytes(512))})]
-ROWS = [pytest.param(file, damage, finding, id=file + ' ' + name)
-        for file, finding, damages in DAMAGES for name, damage in damages.items()]
+
+
+def rows(most=None):
+    """All damages, or so many of each finding."""
+    return [pytest.param(file, damage, finding, id=file + ' ' + name)
+            for file, finding, damages in DAMAGES for name, damage in list(damages.items())[:most]]
 
 
 def options_for(file):
@@ -270,7 +274,7 @@ def test_hosts_survive(new_host, new_practice, extension):
     sound, large, jobs = new_practice('sound'), new_practice('large', *options_for('LAW2')), []
     present = {p.name.upper() for p in sound.folder.iterdir()}
     tables = itertools.cycle([name for name in TABLES.values() if name + extension in present])
-    for row in ROWS:
+    for row in rows():
         file, damage, _ = row.values
         if file == extension:
             names = [next(tables), *(['LAW1', 'LAWSYS'] if extension == '.DBF' else [])]
@@ -322,7 +326,8 @@ def snapshot(folder):
     return {path.name: path.read_bytes() for path in Path(folder).iterdir() if path.is_file()}
 
 
-@pytest.mark.parametrize('file, damage, finding', ROWS)
+# Windows' tool takes long to start, and the engine's logic is the same there.
+@pytest.mark.parametrize('file, damage, finding', rows(1 if OURS.library.endswith('.dll') else None))
 def test_checked_and_mended(new_practice, file, damage, finding):
     """Named in its place; told but not touched in a dry run; mended, with a copy of what was changed, or left alone."""
     practice = new_practice('practice', *options_for(file))
