@@ -54,25 +54,23 @@ TEST_F(PlatformTest, OpensTellWhyTheyFail) {
     fs::permissions(fixed, fs::perms::owner_read);
     fs::create_directory(path("FOLDER"));
     if (!kWindows) fs::create_symlink("LOOP", path("LOOP"));
-    const auto failure = [](const std::string& name, OpenMode mode) {
-        return File::open(name, mode).failure();
+    using enum OpenMode;
+    using enum OpenFailure;
+    const auto expect = [](OpenFailure failure, OpenMode mode,
+                           const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            EXPECT_EQ(File::open(name, mode).failure(), failure) << name.substr(0, 200);
+        }
     };
-    EXPECT_EQ(failure(plain, OpenMode::kReadWrite), OpenFailure::kNone);
-    EXPECT_EQ(failure(fixed, OpenMode::kReadOnly), OpenFailure::kNone);
-    EXPECT_EQ(failure(fixed, OpenMode::kReadWrite), OpenFailure::kDenied);
-    EXPECT_EQ(failure(fixed, OpenMode::kCreate), OpenFailure::kDenied);
-    EXPECT_EQ(failure(path("FOLDER"), OpenMode::kCreate), OpenFailure::kDenied);
-    EXPECT_EQ(failure(std::string(100'000, '\\'), OpenMode::kAppend),
-              kWindows ? OpenFailure::kMissing : OpenFailure::kDenied);
-    for (const std::string& name : {path("LOOP"), ""s, plain + "\0"s, path("\xFF\x01*?")}) {
-        EXPECT_EQ(failure(name, OpenMode::kReadOnly), OpenFailure::kMissing) << name;
-    }
-    EXPECT_EQ(failure(path("LOOP"), OpenMode::kAppendOnly),
-              kWindows ? OpenFailure::kMissing : OpenFailure::kDenied);
-    const std::string name(300, 'n'), longer(100'000, 'n');
-    for (const std::string& unusable : {path("NONE/X"), path(name), longer}) {
-        EXPECT_EQ(failure(unusable, OpenMode::kCreate), OpenFailure::kMissing) << unusable.size();
-    }
+    expect(kNone, kReadWrite, {plain});
+    expect(kNone, kReadOnly, {fixed});
+    expect(kDenied, kReadWrite, {fixed});
+    expect(kDenied, kCreate, {fixed, path("FOLDER")});
+    expect(kMissing, kReadOnly, {path("LOOP"), "", plain + "\0"s, path("\xFF\x01*?")});
+    const std::string longer(100'000, 'n');
+    expect(kMissing, kCreate, {path("NONE/X"), path(longer.substr(0, 300)), longer});
+    expect(kWindows ? kMissing : kDenied, kAppendOnly, {path("LOOP")});
+    expect(kWindows ? kMissing : kDenied, kAppend, {std::string(100'000, '\\')});
     EXPECT_EQ(fs::file_size(fixed), 7u);
 }
 
@@ -99,23 +97,23 @@ TEST_F(PlatformTest, NamesAreFoundWhateverTheirCase) {
 }
 
 TEST_F(PlatformTest, OpensOfTwoFilesExcludeEachOtherByTheirSharing) {
+    using enum OpenMode;
     const std::string name = write("TABLE");
-    const auto failure = [&](OpenMode mode, Sharing sharing) {
+    const auto failure = [&](OpenMode mode, Sharing sharing = Sharing::kShared) {
         return File::open(name, mode, sharing).failure();
     };
     {
-        const File shared = File::open(name, OpenMode::kReadWrite);
-        EXPECT_EQ(failure(OpenMode::kReadOnly, Sharing::kShared), OpenFailure::kNone);
-        EXPECT_EQ(failure(OpenMode::kReadWrite, Sharing::kExclusive), OpenFailure::kSharing);
-        EXPECT_EQ(failure(OpenMode::kCreate, Sharing::kExclusive), OpenFailure::kSharing);
+        const File shared = File::open(name, kReadWrite);
+        EXPECT_EQ(failure(kReadOnly), OpenFailure::kNone);
+        EXPECT_EQ(failure(kReadWrite, Sharing::kExclusive), OpenFailure::kSharing);
+        EXPECT_EQ(failure(kCreate, Sharing::kExclusive), OpenFailure::kSharing);
         EXPECT_EQ(shared.size(), 7u) << "a refused creation leaves the file alone";
     }
-    File exclusive = File::open(name, OpenMode::kReadOnly, Sharing::kExclusive);
-    EXPECT_EQ(failure(OpenMode::kReadOnly, Sharing::kShared), OpenFailure::kSharing);
-    EXPECT_EQ(failure(OpenMode::kAppend, Sharing::kShared),
-              kWindows ? OpenFailure::kSharing : OpenFailure::kNone);
+    File exclusive = File::open(name, kReadOnly, Sharing::kExclusive);
+    EXPECT_EQ(failure(kReadOnly), OpenFailure::kSharing);
+    EXPECT_EQ(failure(kAppend), kWindows ? OpenFailure::kSharing : OpenFailure::kNone);
     const File moved = std::move(exclusive);
-    EXPECT_EQ(failure(OpenMode::kReadWrite, Sharing::kShared), OpenFailure::kSharing);
+    EXPECT_EQ(failure(kReadWrite), OpenFailure::kSharing);
     exclusive = File();
     EXPECT_TRUE(moved.is_open());
 }
@@ -234,33 +232,22 @@ TEST_F(PlatformTest, ReadsEndAtTheFileAndFailuresNameTheirPlace) {
 }
 
 TEST_F(PlatformTest, ProfilesAreReadAsWindowsReadsThem) {
-    const std::string profile = write("LAWSYS.INI",
-                                      "stray=0\r\n"
-                                      "; [Main]\r\n"
-                                      "  [ Main ] trailing\r\n"
-                                      ";FirmName=comment\n"
-                                      "no equals sign\n"
-                                      " FirmName \t= \" Ives & Sons \"  \n"
-                                      "firmname=second\n"
-                                      "Single='it''s'\r\n"
-                                      "Lone=\"\nEmpty=\nA=B=C\nbytes=a\0b\xE9\n"
-                                      "[Other]\nOnly=there\n[MAIN]\nLate=x\n[Broken\nBelow=1\n"
-                                      "[Last]\nEnd=5\x1A"s);
-    const std::pair<const char*, std::string> cases[] = {
-        {"FIRMNAME", " Ives & Sons "},
-        {"Single", "it''s"},
-        {"Lone", "\""},
-        {"Empty", ""},
-        {"A", "B=C"},
-        {"bytes", kWindows ? "a"s : "a\0b\xE9"s},
-        {"stray", "default"},
-        {"Only", "default"},
-        {"Late", "default"},
-        {"Below", "default"},
+    const std::string profile = write(
+        "LAWSYS.INI",
+        "stray=0\r\n; [Main]\r\n  [ Main ] trailing\r\n;FirmName=comment\nno equals sign\n"
+        " FirmName \t= \" Ives & Sons \"  \nfirmname=second\nSingle='it''s'\r\nLone=\"\nEmpty=\n"
+        "A=B=C\nbytes=a\0b\xE9\n[Other]\nOnly=there\n[MAIN]\nLate=x\n[Broken\nBelow=1\n"
+        "[Last]\nEnd=5\x1A"s);
+    const auto main = [&](const char* key) {
+        return profile_string("main", key, "default", profile);
     };
-    for (const auto& [key, value] : cases) {
-        EXPECT_EQ(profile_string("main", key, "default", profile), value) << key;
-    }
+    EXPECT_EQ(main("FIRMNAME"), " Ives & Sons ");
+    EXPECT_EQ(main("Single"), "it''s");
+    EXPECT_EQ(main("Lone") + main("Empty"), "\"");
+    EXPECT_EQ(main("A"), "B=C");
+    EXPECT_EQ(main("bytes"), kWindows ? "a"s : "a\0b\xE9"s);
+    for (const char* key : {"stray", "Only", "Late", "Below"})
+        EXPECT_EQ(main(key), "default") << key;
     EXPECT_EQ(profile_string("Mai", "FirmName", "default", profile), "default");
     EXPECT_EQ(profile_string("Last", "End", "default", profile), "5");
     for (const std::string& odd :
@@ -279,7 +266,7 @@ TEST_F(PlatformTest, ProfilesWithAMarkAreReadInTheCodePage) {
     const auto value = [&](const std::string& bytes) {
         return profile_string("main", "name", "default", write("MARKED.INI", bytes));
     };
-    const auto wide = [](std::u16string_view text, bool big) {
+    const auto wide = [](const std::u16string& text, bool big) {
         std::string bytes;
         for (const char16_t unit : text) {
             const char halves[] = {static_cast<char>(unit), static_cast<char>(unit >> 8)};
@@ -289,33 +276,25 @@ TEST_F(PlatformTest, ProfilesWithAMarkAreReadInTheCodePage) {
     };
     const std::u16string section = u"\uFEFF[Main]\r\n", filler(100'000, u'\u0A0A');
     // Text, in UTF-8, and as the ANSI code page 1252 has it, as far as it is tested.
-    const struct {
-        std::u16string_view text;
-        std::string utf8, ansi;
-    } cases[] = {
+    const std::tuple<std::u16string, std::string, std::string> cases[] = {
         {u"M\u00FCller \u20AC", "M\xC3\xBCller \xE2\x82\xAC", "M\xFCller \x80"},
         {u"\u4E2D|\U0001D11E|", "\xE4\xB8\xAD|\xF0\x9D\x84\x9E|", ""},
         {u"a\xD800z\xDC00\xDC00", "a?z??", "a?z??"},
         {u"\xD834", "?", "?"},
-        {u"\u010D\u0A0D", "\xC4\x8D\xE0\xA8\x8D", ""},
-    };
-    for (const auto& c : cases) {
-        const std::string& expected = kWindows ? c.ansi : c.utf8;
+        {u"\u010D\u0A0D", "\xC4\x8D\xE0\xA8\x8D", ""}};
+    for (const auto& [given, utf8, ansi] : cases) {
+        const std::string& expected = kWindows ? ansi : utf8;
         for (const bool big : {false, true}) {
-            const std::u16string text =
-                section + u";" + filler + u"\n NAME = \"" + std::u16string(c.text) + u"\" \r\nz=1";
-            const std::string found = value(wide(text, big));
+            const std::string found =
+                value(wide(section + u";" + filler + u"\n NAME = \"" + given + u"\" \r\nz=1", big));
             EXPECT_EQ(expected.empty() ? "" : found, expected) << big;
-            EXPECT_EQ(value(wide(section + u"name=" + std::u16string(c.text), big) + "\x0D"),
-                      found + "?");
+            EXPECT_EQ(value(wide(section + u"name=" + given, big) + "\x0D"), found + "?");
         }
     }
-    for (const auto& [bytes, expected] : {std::pair("a\xC3", "a?"),
-                                          {"\xC0\x8A", "??"},
-                                          {"\xED\xA0\x80", "???"},
-                                          {"\xF5z\xF4\x90\x80\x80", "?z????"},
-                                          {"\xE2\x82z", "??z"},
-                                          {"x'\n", "x'"}}) {
+    const std::pair<const char*, const char*> broken[] = {
+        {"a\xC3", "a?"}, {"\xC0\x8A", "??"},      {"\xE2\x82z", "??z"},
+        {"x'\n", "x'"},  {"\xED\xA0\x80", "???"}, {"\xF5z\xF4\x90\x80\x80", "?z????"}};
+    for (const auto& [bytes, expected] : broken) {
         EXPECT_EQ(value("\xEF\xBB\xBF[Main]\nName="s + bytes), expected);
     }
     EXPECT_EQ(value("\xEF\xBB\xBF[Main]\nName=\xC3\xBC"), kWindows ? "\xFC" : "\xC3\xBC");
