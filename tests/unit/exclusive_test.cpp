@@ -1,5 +1,4 @@
-// Exclusive use for maintenance, with another workstation that holds what is wanted, and the second
-// variant of NET_USE.
+// Exclusive use for maintenance, with another workstation that holds what is wanted.
 
 #include <gtest/gtest.h>
 
@@ -60,14 +59,13 @@ TEST_F(ExclusiveUse, HasTheSystemTableOrGivesItBack) {
 
     areas().close();
     other_.open(kSystemArea, "LAWSYS");
+    const Boxes warning{
+        "Sharing Violation: Warning\r\nThis operation must have exclusive control of files and "
+        "someone else is using Brenik.\r\nPlease have them exit Brenik and Retry"};
     for (const bool was_open : {false, true}) {
         if (was_open) mine_.open(kSystemArea, "LAWSYS");
         EXPECT_FALSE(GET_EXCLUSIVE(mine_.session));
-        EXPECT_EQ(
-            take_boxes(),
-            Boxes{"Sharing Violation: Warning\r\nThis operation must have exclusive control of "
-                  "files and someone else is using Brenik.\r\nPlease have them exit Brenik and "
-                  "Retry"});
+        EXPECT_EQ(take_boxes(), warning);
         EXPECT_EQ(mine_.ui.waits, 0) << "a single attempt";
         EXPECT_EQ(areas().used(), was_open);
         EXPECT_EQ(areas().alias(), was_open ? "LAWSYS" : "");
@@ -126,19 +124,16 @@ TEST_F(ExclusiveUse, ClosesNothingWhileSomebodyElseUsesTheSystemTable) {
 }
 
 TEST_F(ExclusiveUse, ComparesTheTenthFields) {
-    for (const auto& [tenth, same] :
-         {std::pair{"TENTH", true}, {nullptr, false}, {"TENTHS", true}}) {
+    for (const char* tenth : {static_cast<const char*>(nullptr), "TENTHS", "TENTH"}) {
+        areas().select(30);
+        areas().close();
         practice_.make("OTHER", columns(tenth));
         mine_.open(30, "OTHER", "NEWSYS");
         areas().select(kNamesArea);
-        EXPECT_EQ(SAMELAXSYS(mine_.session), same) << (tenth == nullptr ? "no tenth" : tenth);
+        EXPECT_EQ(SAMELAXSYS(mine_.session), tenth != nullptr);
         EXPECT_EQ(areas().current(), kNamesArea);
         EXPECT_EQ(areas().area_of("LAWSYS"), 0) << "opened only for the comparison";
-        areas().select(30);
-        areas().close();
     }
-    practice_.make("OTHER", columns("TENTH"));
-    mine_.open(30, "OTHER", "NEWSYS");
     mine_.open(kSystemArea, "LAWSYS");
     EXPECT_TRUE(SAMELAXSYS(mine_.session));
     EXPECT_TRUE(areas().used(kSystemArea));
@@ -159,17 +154,6 @@ TEST_F(ExclusiveUse, OpensBesideWhatIsOpen) {
     EXPECT_TRUE(areas().used(kNamesArea) && areas().used(2)) << "a fault closes only its own area";
 }
 
-TEST_F(ExclusiveUse, OpensInTheOlderWay) {
-    areas().select(kNamesArea);
-    EXPECT_TRUE(second_variant::NET_USE(mine_.session, "law1")) << "in the default folder";
-    const std::string path = practice_.path("LAW1.DBF");
-    EXPECT_TRUE(second_variant::NET_USE(mine_.session, path, {.attach_index = true}));
-    EXPECT_EQ(areas().table("test").order_count(), 1U);
-    other_.open(kNamesArea, "LAW1");
-    EXPECT_FALSE(second_variant::NET_USE(mine_.session, path, {.exclusive = true, .seconds = 2}));
-    EXPECT_EQ(mine_.ui.waits, 0) << "the cursor stays as it is";
-}
-
 TEST_F(ExclusiveUse, NamesARecordObject) {
     mine_.open(kNamesArea, "LAW1", "Names");
     mine_.add({"Doe", "Jane"});
@@ -187,17 +171,11 @@ TEST_F(ExclusiveUse, TracesTheCallersOnlyWhenAsked) {
     std::ofstream{path};
     const CallSite host{"Host", 7};
     const CallSite start{"StartUp", 123456, &host};
-    constexpr unsigned kHere = 4711;
-    TRACELOG(mine_.session, "Net_Use", {"x", Value()}, kHere, &start);
-    TRACELOG(mine_.session, "Net_Use", {Value()}, kHere, &start);
-    TRACELOG(mine_.session, "Net_Use", {Value()});
-    const std::string this_line = std::to_string(__LINE__ - 1);
-    const std::string heading = "[NET_USE] ( 4711) Called from: \r\n";
-    const std::string margin(30, ' ');
+    TRACELOG(mine_.session, "Net_Use", {"x", Value()}, 4711, &start);
+    TRACELOG(mine_.session, "Net_Use", {Value()}, 4711, &start);
+    const std::string heading = "[NET_USE] ( 4711) Called from: \r\n", margin(30, ' ');
     EXPECT_EQ(bytes_of(path), heading + margin + "STARTUP(*****)\r\n" + margin + "HOST(    7)\r\n" +
-                                  ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n" +
-                                  "[NET_USE] (  " + this_line +
-                                  ") Called from: \r\n>>>NIL<<<\r\n\r\n");
+                                  ">>>x<<<\r\n>>>NIL<<<\r\n\r\n" + heading + ">>>NIL<<<\r\n\r\n");
 }
 
 }  // namespace
