@@ -92,17 +92,6 @@ TEST_F(Browsing, ComesBackToWhereItWasSaved) {
     }
 }
 
-TEST_F(Browsing, IsNotSavedWithoutOrdersAndComesBackFromStatesOnly) {
-    parent().clear_orders();
-    EXPECT_TRUE(SAVEDBF(session_).is_nil());
-    session_.areas.select(99);
-    EXPECT_TRUE(SAVEDBF(session_).is_nil());
-    for (const Value& none : {Value(), Value::array({1, "x"}), Value("PARENT")}) {
-        EXPECT_FALSE(RESTDBF(session_, none));
-    }
-    EXPECT_EQ(session_.areas.current(), 99);
-}
-
 TEST_F(Browsing, ComesBackWithoutWhatHasGone) {
     CMXSETRELATION(session_, kNotesArea, "K");
     table(kPlainArea).set_order(0);
@@ -111,15 +100,20 @@ TEST_F(Browsing, ComesBackWithoutWhatHasGone) {
     CMXSETSCOPE(session_, ScopeEnd::kTop, 10);
     parent().go_to(12);
     const Value state = SAVEDBF(session_);
-
     session_.areas.select(kNotesArea);
     session_.areas.close();
+    EXPECT_TRUE(SAVEDBF(session_).is_nil());
     EXPECT_TRUE(RESTDBF(session_, state)) << "a relation's target";
     EXPECT_EQ(session_.areas.relations(kNamesArea).size(), 1U);
     EXPECT_EQ(table(kPlainArea).record_number(), 12U);
 
     parent().clear_orders();
+    EXPECT_TRUE(SAVEDBF(session_).is_nil()) << "no orders";
+    for (const Value& none : {Value(), Value::array({1, "x"}), Value("PARENT")}) {
+        EXPECT_FALSE(RESTDBF(session_, none));
+    }
     EXPECT_TRUE(RESTDBF(session_, state)) << "the order";
+    EXPECT_EQ(session_.areas.current(), kNamesArea);
     EXPECT_EQ(parent().order_number(), 0U);
     EXPECT_EQ(parent().record_number(), 12U);
 }
@@ -131,12 +125,10 @@ TEST_F(Browsing, SkipsNoFurtherThanTheFirstAndTheLast) {
     EXPECT_EQ(CMKEYCOUNT(session_), 15U);
     EXPECT_EQ(CMXKEYCOUNT(session_), 40U);
     parent().go_top();
-    // Each from where the one before ended.
-    const struct {
-        int count, moved;
-        std::size_t key;
-    } skips[] = {{-1, 0, 1},   {0, 0, 1},  {4, 4, 5},    {-2, -2, 3}, {-9, -2, 1},
-                 {14, 14, 15}, {1, 0, 15}, {-3, -3, 12}, {9, 3, 15}};
+    // Each from where the one before ended: count, moved, position of the key.
+    const std::tuple<int, int, std::size_t> skips[] = {{-1, 0, 1},  {0, 0, 1},    {4, 4, 5},
+                                                       {-2, -2, 3}, {-9, -2, 1},  {14, 14, 15},
+                                                       {1, 0, 15},  {-3, -3, 12}, {9, 3, 15}};
     for (const auto& [count, moved, key] : skips) {
         EXPECT_EQ(DBSKIPPER(session_, count), moved) << count;
         EXPECT_EQ(CMKEYNO(session_), key) << count;
@@ -147,11 +139,10 @@ TEST_F(Browsing, SkipsNoFurtherThanTheFirstAndTheLast) {
     EXPECT_TRUE(parent().end_of_file());
     EXPECT_EQ(DBSKIPPER(session_, -2), -2);
     EXPECT_EQ(CMKEYNO(session_), 14U);
-    for (const auto& [position, reached] :
-         {std::pair(std::int64_t{7}, 7U), {std::numeric_limits<std::int64_t>::min(), 1U}}) {
-        CMXKEYGOTO(session_, position);
-        EXPECT_EQ(CMKEYNO(session_), reached);
-    }
+    CMXKEYGOTO(session_, 7);
+    EXPECT_EQ(CMKEYNO(session_), 7U);
+    CMXKEYGOTO(session_, std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(CMKEYNO(session_), 1U);
     EXPECT_EQ(CMXKEYNO(session_), 6U);
     SETFILTER(session_, "N < 0");
     parent().go_top();
@@ -186,22 +177,23 @@ TEST_F(Browsing, HelpersAnswerWhatWasBefore) {
 }
 
 TEST_F(Browsing, ClearsFiltersWithOrWithoutTheirQuery) {
-    // What of a filter and of the queries of two areas is left.
-    const auto expect_left = [&](void (*clear)(Session&), bool filtered, std::size_t order,
-                                 const std::string& left, std::size_t queries) {
+    using Clear = void (*)(Session&);
+    const Clear by_text = [](Session& session) { CMFILTER(session, " "); };
+    const std::tuple<Clear, const char*, std::size_t, std::size_t> cases[] = {
+        {second_variant::CLEARFILTER, "N > 5", 0, 2},
+        {CMCLRFILTER, "", 0, 2},
+        {CMCLRFILTER, "", 1, 1},
+        {CMCLRFILTER, "N > 5", 0, 1},
+        {by_text, "N > 5", 0, 2}};
+    for (const auto& [clear, filter, order, queries_left] : cases) {
         session_.related_queries = {{kNamesArea, "mine"}, {kPlainArea, "other"}};
-        session_.areas.expressions("test").set_filter(filtered ? "N > 5" : "");
+        session_.areas.expressions("test").set_filter(filter);
         parent().set_order(order);
         clear(session_);
-        EXPECT_EQ(session_.areas.expressions("test").filter(), left);
-        EXPECT_EQ(session_.related_queries.size(), queries);
+        EXPECT_EQ(session_.areas.expressions("test").filter(), "");
+        EXPECT_EQ(session_.related_queries.size(), queries_left);
         EXPECT_TRUE(session_.related_queries.contains(kPlainArea));
-    };
-    expect_left(second_variant::CLEARFILTER, true, 0, "", 2);
-    expect_left(CMCLRFILTER, false, 0, "", 2);
-    expect_left(CMCLRFILTER, false, 1, "", 1);
-    expect_left(CMCLRFILTER, true, 0, "", 1);
-    expect_left([](Session& session) { CMFILTER(session, " "); }, true, 0, "", 2);
+    }
 }
 
 }  // namespace
