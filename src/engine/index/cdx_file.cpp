@@ -1,4 +1,4 @@
-// Opening an index file and changing its tags.
+// Opens index files and changes their tags.
 
 #include "engine/index/cdx_file.h"
 
@@ -12,11 +12,12 @@ namespace brenik::index {
 namespace {
 
 constexpr const char* kLocked = "the index is locked";
-// Changes of an index take milliseconds each, and whoever waits stands in line. Who opens a table
-// tries again, so that a workstation that keeps the lock is not waited for several times as long.
+// Changes of an index take milliseconds each, and waiting processes queue. The caller that opens a
+// table retries, so a short timeout keeps the total wait for a locked index short.
 constexpr int kOpeningTimeout_ms = 1000;
 
-// Held until the file is closed: no compatible program can change the index, or lock it to read.
+// Held until the file is closed: it keeps compatible programs from changing the index, and from
+// locking it to read.
 void keep_strangers_out(platform::File& file) {
     constexpr int kTimeout_ms = 50;
     const locks::LockRange marker = locks::LockScheme::index();
@@ -96,9 +97,9 @@ std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
         throw EngineFault(file.failure() == platform::OpenFailure::kSharing
                               ? FaultCode::kBusy
                               : FaultCode::kInputOutput,
-                          "create index", path + ": the index file cannot be made");
+                          "create index", path + ": the index file cannot be created");
     }
-    // The directory's own first page lies right behind its header.
+    // The directory's root page follows its header.
     std::vector<Byte> bytes = make_directory_header(kTagHeaderSize);
     bytes.resize(kTagHeaderSize + kCdxPageSize);
     CdxPage root(CdxForm{0, kTagNameLength, ' '}, kTagHeaderSize, true);
@@ -113,16 +114,17 @@ CdxTag& CdxFile::add_tag(const TagDescription& description,
                          const std::vector<IndexEntry>& entries) {
     if (!pages_->exclusive()) {
         throw EngineFault(FaultCode::kNotLocked, "create index",
-                          path() + ": a tag is only added in exclusive use");
+                          path() + ": adding a tag needs exclusive use");
     }
     std::string name = description.name;
     name.resize(kTagNameLength, ' ');
-    // The header is made once more when the root is known; this first one finds what does not fit.
+    // This first header only shows whether everything fits. It is made again when the root is
+    // known.
     make_tag_header(description, 0, path());
     Change change(*this);
     if (change.contains(*directory_, as_bytes(name))) {
         throw EngineFault(FaultCode::kDuplicateKey, "create index",
-                          path() + ": there is a tag " + description.name + " already");
+                          path() + ": tag " + description.name + " exists already");
     }
     const std::uint32_t header = pages_->reserve_header();
     auto tag = std::make_unique<CdxTag>(*pages_, description, header);

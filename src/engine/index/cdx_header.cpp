@@ -1,4 +1,4 @@
-// Reading and making tag headers.
+// Parses and makes tag headers.
 
 #include "engine/index/cdx_header.h"
 
@@ -39,7 +39,7 @@ std::string padded_text(Bytes bytes) {
     return {bytes.begin(), end};
 }
 
-// The texts as they lie in their page, whatever the header says of them: each ends at its NUL.
+// The texts as their page holds them, whatever the header says: each ends at its NUL.
 struct Texts {
     std::string key;
     std::string condition;
@@ -60,20 +60,21 @@ Texts texts_in(Bytes header, const std::string& path, std::uint64_t offset) {
     return texts;
 }
 
-// What offset and length at `position` say of a text that lies elsewhere or has another length.
+// How the offset and length at `position` contradict the text; empty if they agree.
 std::string contradiction(Bytes header, std::size_t position, std::size_t start,
                           const std::string& text) {
     const std::size_t said_start = load_le16(header.data() + position);
     const std::size_t said_length = load_le16(header.data() + position + 2);
     const std::size_t length = text.size() + 1;
     if (said_start == start && said_length == length && start + length <= kTextPageSize) return {};
-    return "is said to begin at " + std::to_string(said_start) + " of its page and to have " +
-           std::to_string(said_length) + " bytes, but begins at " + std::to_string(start) +
-           " and has " + std::to_string(length) + "; other programs may take another text for it";
+    return "has offset " + std::to_string(said_start) + " and length " +
+           std::to_string(said_length) + " in the header, but offset " + std::to_string(start) +
+           " and length " + std::to_string(length) +
+           " in its page; other programs may read another text";
 }
 
-// What the header says of its texts; empty when that is right. A tag without a condition may say
-// nothing of it.
+// How the header contradicts its texts; empty if it does not. A header without a condition may
+// leave out the condition's offset and length.
 std::string wrong_place(Bytes header, const TagDescription& tag) {
     std::string wrong = contradiction(header, kKeyTextOffset, 0, tag.key);
     if (!wrong.empty()) return "its key expression " + wrong;

@@ -15,8 +15,8 @@
 //                count the closing NUL
 //      512  512  key text, NUL, condition text, NUL
 //
-// Some programs go by the lengths, others by the NULs. Here the texts end at their NULs; what
-// contradicts them is told in `TagDescription::wrong_place`.
+// Some programs use the lengths, others the NULs. Here the texts end at their NULs, and
+// `TagDescription::wrong_place` reports a contradiction.
 
 #pragma once
 
@@ -30,7 +30,7 @@
 
 namespace brenik::index {
 
-// A tag's header, without what the tree itself needs.
+// The contents of a tag's header, without what only the tree needs.
 struct TagDescription {
     std::string name;       // upper case, up to 10 characters
     std::string key;        // expression texts as typed
@@ -43,8 +43,8 @@ struct TagDescription {
     bool descending = false;
     bool custom = false;
     std::string collation;  // empty: machine order
-    // Why the tag cannot be kept correct by any writer of ours (bitmap, collation, unknown
-    // options); empty when it can.
+    // Why this engine cannot maintain the tag (bitmap, collation, unknown options); empty when it
+    // can.
     std::string unsupported;
     // How the header contradicts its texts; empty when it does not.
     std::string wrong_place;
@@ -58,10 +58,10 @@ TagDescription directory_description();
 void check_directory_header(Bytes header, const std::string& path);
 std::vector<Byte> make_directory_header(std::uint32_t root);
 
-// Throws EngineFault kDamagedFile where the header says that a text lies outside its page.
+// Throws EngineFault kDamagedFile when the header places a text outside its page.
 void require_texts_inside(Bytes header, const std::string& path, std::uint64_t offset);
-// A tag that cannot be kept correct says so in `unsupported`; a key text that does not end in its
-// page is EngineFault kDamagedFile.
+// A tag that cannot be maintained has the reason in `unsupported`. A key text that does not end in
+// its page is EngineFault kDamagedFile.
 TagDescription parse_tag_header(Bytes header, const std::string& name, const std::string& path,
                                 std::uint64_t offset);
 // Throws EngineFault kLimit when name, key or texts are too long.

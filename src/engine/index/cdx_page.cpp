@@ -1,4 +1,4 @@
-// Decoding, encoding and cutting index pages.
+// Decodes, encodes and splits index pages.
 
 #include "engine/index/cdx_page.h"
 
@@ -41,7 +41,7 @@ std::size_t common_prefix(const Byte* a, const Byte* b, std::size_t most) {
     return static_cast<std::size_t>(std::mismatch(a, a + most, b).first - a);
 }
 
-// Bits and masks that agree with each other and with the entry size, whatever they are.
+// True when widths and masks agree with each other and with the entry size.
 bool is_consistent(const LeafLayout& layout, Bytes raw) {
     return layout.entry_bytes >= 1 && layout.entry_bytes <= 8 &&
            layout.record_bits <= kMostRecordBits && layout.duplicate_bits <= 8 &&
@@ -105,7 +105,7 @@ CdxPage CdxPage::decode(const CdxForm& form, std::uint32_t offset, Bytes raw) {
 void CdxPage::decode_leaf(Bytes raw, std::size_t count) {
     const LeafLayout layout{raw[20], raw[21], raw[22], raw[23]};
     if (count == 0 && !root) throw PageDamage("expected entries in a leaf below the root");
-    // An empty root need not be laid out yet.
+    // An empty root may have no layout yet.
     if (count == 0 && !is_consistent(layout, raw)) return;
     if (!is_consistent(layout, raw)) {
         throw PageDamage("expected bit widths that fit the entry size and their masks");
@@ -173,7 +173,7 @@ void CdxPage::encode_leaf(MutableBytes raw) const {
         const std::size_t most = slot == 0 ? 0 : length - std::max(trailing, previous_trailing);
         const std::size_t duplicate = most == 0 ? 0 : common_prefix(key - stride(), key, most);
         const std::size_t stored = length - duplicate - trailing;
-        // A foreign writer may have packed a page tighter than other readers can follow.
+        // A foreign writer may have packed the page more tightly than other readers accept.
         if (end < table_end + stored) throw PageDamage("expected entries that fit a page");
         end -= stored;
         std::copy_n(key + duplicate, stored, raw.data() + end);
@@ -216,7 +216,8 @@ void CdxPage::insert(std::size_t slot, Bytes entry, std::uint32_t child) {
     if (!leaf_) store_be32(at(slot) + form_.key_length + 4, child);
 }
 
-// A page that other programs laid out keeps its widths as long as they hold every count of ours.
+// A page laid out by another program keeps its widths while they hold all counts and record
+// numbers.
 void CdxPage::prepare_for(RecordNumber record) {
     const LeafLayout standard = make_leaf_layout(form_.key_length, 0, layout_.entry_bytes);
     if (layout_ != standard) {
@@ -277,7 +278,7 @@ void CdxPage::pass_over(const CdxPage& neighbour) {
     right = neighbour.right;
 }
 
-// Bytes that an entry takes behind its predecessor, or as the first of a page.
+// Bytes that an entry takes after its predecessor, or as the first of a page.
 std::size_t CdxPage::leaf_bytes(std::size_t slot, bool alone) const {
     const std::size_t length = form_.key_length;
     const Byte* key = at(slot);
@@ -321,7 +322,7 @@ std::vector<std::size_t> CdxPage::leaf_cuts(bool appending) const {
     return greedy_leaf_cuts();
 }
 
-// Long keys with little in common, or entries that just became wider, can need three pages.
+// Long keys with short common prefixes, or entries that just became wider, can need three pages.
 std::vector<std::size_t> CdxPage::greedy_leaf_cuts() const {
     std::vector<std::size_t> result;
     std::size_t bytes = 0;

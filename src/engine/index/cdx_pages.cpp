@@ -1,4 +1,4 @@
-// The page cache's comparison, its lock, and the order of writes.
+// Validates the page cache, locks the index, and orders the writes.
 
 #include "engine/index/cdx_pages.h"
 
@@ -16,21 +16,21 @@ constexpr std::size_t kCounterOffset = 8;
 constexpr std::size_t kLeftPointerOffset = 4;  // in a page; the right pointer follows
 constexpr std::size_t kLeastFileSize = 3 * kCdxPageSize;
 constexpr std::size_t kMostMemory = std::size_t{64} << 20;
-// The page with the lock byte in it is left alone, hence nothing may lie behind it either; in
-// proprietary mode it is the marker that lies there.
+// The file ends before the page with the lock byte, which must stay unused; in proprietary mode the
+// marker is there.
 constexpr std::uint64_t kLargestFile =
     locks::LockScheme::index().offset / kCdxPageSize * kCdxPageSize;
-// More than the keys of one record, and of those that other workstations are about to add, can
-// take; and how far from the end the remembered size is good enough.
+// kReserve is more than the keys of one record, and those that other workstations are about to add,
+// can take. At kFarFromFull from the limit, the remembered file size is good enough.
 constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
 constexpr std::uint64_t kReadAtOpening = std::uint64_t{1} << 16;
 
 bool is_end(std::uint32_t free_page) { return free_page == 0 || free_page == kNoPage; }
 
-// A page in the free list begins with the next one's offset. So does, to all appearance, a branch
-// of a tree: no attributes and a count, which make a multiple of 65536. When anything else is on
-// such a page it is left alone; a leaf's attributes never look like an offset.
+// A page in the free list begins with the next one's offset. A branch page looks alike: its
+// attributes, 0, and its count read as a multiple of 65536. Such a page is left alone if it holds
+// anything else. A leaf's attributes never look like an offset.
 bool may_be_in_use(const std::array<Byte, kCdxPageSize>& raw) {
     return load_le16(raw.data()) == 0 &&
            std::any_of(raw.begin() + 4, raw.end(), [](Byte b) { return b != 0; });
@@ -90,7 +90,7 @@ void CdxPages::end_read() noexcept {
     locked_ = false;
 }
 
-// Who waits no longer than a moment is not told whose lock it is: looking takes longer.
+// After a short timeout the holder is not named: the search would take longer than the wait.
 void CdxPages::refuse_busy(const char* operation, platform::LockKind wanted) const {
     if (read_timeout_ms_ == platform::kShortLockTimeout_ms) {
         locks::refuse_busy(operation, path(), "the index is locked", {lock_, wanted});
@@ -98,7 +98,7 @@ void CdxPages::refuse_busy(const char* operation, platform::LockKind wanted) con
     throw EngineFault(FaultCode::kBusy, operation, path() + ": somebody keeps the index locked");
 }
 
-// Called whenever something must come from the file.
+// Called before anything is read from the file.
 void CdxPages::prepare_to_load() {
     if (!locked_ && !exclusive_) {
         if (!queue_.lock(lock_, locks::LockScheme::queue(), platform::LockKind::kShared,
@@ -211,8 +211,8 @@ bool CdxPages::lock_changes(std::optional<LockTry> attempt) {
     return true;
 }
 
-// Whoever adds pages needs to know where the file ends. A write that was cut short may have left
-// part of a page behind.
+// Pages are added at the end of the file, so its exact size must be known. An interrupted write may
+// have left part of a page there.
 void CdxPages::find_end() {
     if (end_found_) return;
     file_size_ = (file_.size() + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
@@ -231,15 +231,15 @@ void CdxPages::end_change() noexcept {
     end_read();
 }
 
-// Whole pages that were added stay, as space that nothing names: on a share others would not see
-// that the file has become shorter.
+// Whole pages that were added stay as unused space: on a share, others would not see that the file
+// has become shorter.
 void CdxPages::cut_off_part_of_page() noexcept {
     if (file_.remote()) return;
     try {
         const std::uint64_t size = file_.size();
         if (size % kCdxPageSize != 0) file_.resize(size / kCdxPageSize * kCdxPageSize);
     } catch (const EngineFault&) {
-        // The next change passes over it.
+        // The next change starts after the partial page.
     }
 }
 
@@ -276,7 +276,7 @@ void CdxPages::require_room() const {
     if (file_.size() + kReserve > kLargestFile) full();
 }
 
-// A free list that cannot be right is given up: its pages become space that nothing names.
+// An implausible free list is abandoned: its pages become unused space.
 std::uint32_t CdxPages::take_free_page() {
     const std::uint32_t taken = free_head_;
     if (is_end(taken)) return 0;
@@ -324,8 +324,8 @@ void CdxPages::fill_header(std::uint32_t offset, std::vector<Byte> bytes) {
     new_headers_[offset] = std::move(bytes);
 }
 
-// The system may have connected to a share again in order to write, and then the index was free for
-// others meanwhile. At most this one place has been written over then.
+// The system may have reconnected to a share in order to write, and the index was unlocked
+// meanwhile. In that case at most this write has overwritten data of others.
 void CdxPages::put(std::uint64_t offset, Bytes bytes) {
     file_.write_at(offset, bytes);
     try {
@@ -353,7 +353,7 @@ void CdxPages::move(CdxPage& page, const CdxForm& form, std::uint32_t place) {
     set_root(form, place);
 }
 
-// A page that leads past another one is written like that last of all.
+// A page whose right pointer skips a removed page keeps the old pointer until write_pointers().
 void CdxPages::write(CdxPage& page) {
     std::array<Byte, kCdxPageSize> raw{};
     try {
@@ -366,7 +366,7 @@ void CdxPages::write(CdxPage& page) {
     page.listed = page.right_changed;
 }
 
-// Directory root, free list and counter lie side by side and are written at once.
+// Directory root, free list and counter are adjacent and written together.
 void CdxPages::write_header() {
     store_le32(header_.data() + kFreeHeadOffset, free_head_);
     store_be32(header_.data() + kCounterOffset, load_be32(header_.data() + kCounterOffset) + 1);
@@ -381,7 +381,7 @@ void CdxPages::write_new_pages() {
     free_pages_taken_ = false;
     const auto added = std::partition(touched_.begin(), touched_.end(),
                                       [](const CdxPage* page) { return !page->unwritten; });
-    // From the lowest offset up, so that the file grows without holes.
+    // In the order of their offsets, so that the file grows without holes.
     std::sort(added, touched_.end(),
               [](const CdxPage* a, const CdxPage* b) { return a->offset() < b->offset(); });
     added_pages_written_ = added_pages_written_ || added != touched_.end() || !new_headers_.empty();
@@ -398,8 +398,8 @@ void CdxPages::publish() {
         try {
             write_published();
         } catch (const platform::FileError&) {
-            // A page that was written in part is worse than one that was not: every step can be
-            // done again, and what made it fail has often passed by then.
+            // A partly written page is worse than an unwritten one. Every step can be repeated, and
+            // the cause of the failure has often passed by then.
             write_published();
         }
         file_.require_kept(0, header_);
@@ -417,8 +417,9 @@ void CdxPages::write_published() {
     write_header();
 }
 
-// Where the tree gets another shape a level is on the disk before the one above is written; entries
-// that change in their places do no harm in any mixture.
+// Where a durable change alters the shape of the tree, each level is on the disk before the next
+// higher one is written. Entries that change in place are harmless in any mixture of old and new
+// pages.
 void CdxPages::write_changed_pages() {
     for (;;) {
         const auto links_only =
@@ -444,8 +445,8 @@ void CdxPages::write_all(PageList::iterator first, PageList::iterator last) {
                    last);
 }
 
-// Right pointers from the root's level down: a page that is still reached on its own level names
-// children that are still reached on theirs.
+// Writes right pointers from the root's level down, so that a page that is still reachable on its
+// own level refers only to children that are still reachable on theirs.
 void CdxPages::write_pointers() {
     std::sort(touched_.begin(), touched_.end(), [](const CdxPage* a, const CdxPage* b) {
         return std::pair(a->right_changed, b->level) < std::pair(b->right_changed, a->level);
@@ -460,8 +461,8 @@ void CdxPages::write_pointers() {
     touched_.clear();
 }
 
-// Nothing leads to these pages when they are written, and the free list does not until they are on
-// the disk.
+// Nothing refers to these pages when they are written, and the free list refers to them only after
+// they are on the disk.
 void CdxPages::write_freed_pages() {
     wait_for_disk();
     std::uint32_t head = free_head_;
@@ -476,8 +477,8 @@ void CdxPages::write_freed_pages() {
     freed_.clear();
 }
 
-// A wait that failed is not repeated as a write is: the system may have dropped what it could not
-// write, and the next wait would succeed without it.
+// Unlike a write, a failed flush is not repeated: the system may have dropped the unwritten data,
+// and the next flush would succeed without it.
 void CdxPages::wait_for_disk() {
     if (!durable_) return;
     try {

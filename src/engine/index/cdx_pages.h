@@ -1,26 +1,26 @@
-// The page cache of an index file: what is remembered, when it may be used, and how it is written.
+// The page cache of an index file: what it holds, when it is valid, and in which order it is
+// written.
 //
-// Pages are remembered as long as the leading bytes of the file (directory root, free list, update
-// counter) read as they did. A walk begins with begin_read(), which makes that comparison; the
-// first page that must come from the file takes the index lock, shared, and compares once more. If
-// something changed in between the walk is told to start over (StaleCache), now under the lock.
+// Pages stay cached while the leading bytes of the file (directory root, free list, update counter)
+// are unchanged. A walk starts with begin_read(), which compares them. The first page that must be
+// read takes the index lock, shared, and compares again. If something has changed in between, the
+// walk starts over (StaleCache), now under the lock.
 //
-// Order of writing, so that a process killed between any two writes leaves a tree that every reader
-// can walk and that the next change mends (cdx_tree.h):
-//   1. pages new to the file, which nothing names yet; pages taken from the free list leave it
-//   first
-//   2. the update counter: nobody may go on trusting what he remembers
+// Order of writes, so that a process killed between any two of them leaves a tree that every reader
+// can walk and that the next change repairs (cdx_tree.h):
+//   1. new pages, which nothing refers to yet; pages from the free list are first removed from it
+//   2. the update counter, which makes the caches of other processes stale
 //   3. changed entries, leaves before their parents
 //   4. pages of which only a sibling pointer changed, right pointers last
-//   5. pages that nothing names any more, linked into the free list
-//   6. the head of the free list, where pages were let go
+//   5. removed pages, linked into the free list
+//   6. the head of the free list, if pages were removed
 //
-// The counter goes first and once: readers of pages hold the index lock, so they wait until the
+// The counter can precede the pages: readers of pages hold the index lock, so they wait until the
 // pages are written.
 //
-// A durable change also waits for the disk: after step 1, after step 6, and, where pages are added
-// or let go, after each level of step 3, and before and after step 5. So a power failure leaves
-// what a kill leaves, whichever of the writes that were still under way it lets through.
+// A durable change also flushes: after step 1, after step 6 and, if pages are added or removed,
+// after each level of step 3 and before and after step 5. So a power failure leaves what a kill
+// could leave, whichever of the pending writes reach the disk.
 
 #pragma once
 
@@ -36,7 +36,7 @@
 
 namespace brenik::index {
 
-// Thrown inside a walk that has used remembered pages and finds that they are out of date.
+// Thrown in a walk that has used cached pages and finds them stale.
 struct StaleCache {};
 
 class CdxPages {
@@ -47,7 +47,7 @@ class CdxPages {
     const std::string& path() const { return file_.path(); }
 
     // -- Reading.
-    // For as long as the object lives, how long pages that must be read are waited for.
+    // Limits the wait for the lock under which pages are read, while the object lives.
     class ReadTimeout {
       public:
         ReadTimeout(CdxPages& pages, int timeout_ms) : pages_(pages) {
@@ -62,19 +62,20 @@ class CdxPages {
     };
     void begin_read();
     void end_read() noexcept;
-    // Keeps the index locked for reading, and what the file begins with at hand, so that a file
-    // costs few calls to open. False when the lock is not to be had.
+    // Locks the index for reading and reads the beginning of the file, so that opening it takes few
+    // calls. False on timeout.
     bool begin_opening(int timeout_ms);
     void end_opening() noexcept;
-    // The bytes of a tag's header, fewer where the file ends.
+    // The bytes of a tag's header; fewer if the file ends before.
     std::vector<Byte> tag_header(std::uint64_t offset);
     std::uint32_t root(const CdxForm& form);
     CdxPage& page(const CdxForm& form, std::uint32_t offset);
-    // Fills `into` from the file, zeros where it ends; what is remembered is still good then.
+    // Fills `into` from the file, with zeros past its end. What is cached is valid when this
+    // returns.
     void read_bytes(std::uint64_t offset, MutableBytes into);
-    // Changes whenever anything that a caller remembers about pages may have become wrong.
+    // Changes whenever something that a caller has cached about pages may be stale.
     std::uint64_t generation() const { return generation_; }
-    // At least so many; exactly after measure().
+    // A lower bound; exact after measure().
     std::uint64_t page_count() const { return file_size_ / kCdxPageSize; }
     void measure() { file_size_ = file_.size(); }
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
@@ -82,31 +83,30 @@ class CdxPages {
 
     // -- Changing.
     void require_room() const;
-    // With a try: false when the lock is somebody else's; without one it is waited for, as long as
-    // for any short lock, and false then. A durable change goes to the disk step by step.
+    // With `attempt`: false when another process holds the lock. Without: waits as long as for any
+    // short lock, then false. A durable change is flushed step by step.
     bool begin_change(std::optional<LockTry> attempt, bool durable);
     [[noreturn]] void refuse_busy(const char* operation, platform::LockKind wanted) const;
-    // Drops whatever was not published, and the lock.
+    // Drops what was not published, and releases the lock.
     void end_change() noexcept;
     CdxPage& add(const CdxForm& form, bool leaf);
     void touch_entries(CdxPage& page);
     void touch_pointers(CdxPage& page);
-    // Of a tag whose header is still to be written.
+    // Sets the root of a tag whose header is not written yet.
     void set_root(const CdxForm& form, std::uint32_t offset);
-    // Nothing may name the page any more; it is gone afterwards.
+    // Frees a page that nothing refers to any more. The object is destroyed.
     void free(CdxPage& page);
-    // Room for a tag header, two pages in a row, and its bytes.
+    // Reserves two adjacent pages for a tag header; fill_header() supplies its bytes.
     std::uint32_t reserve_header();
     void fill_header(std::uint32_t offset, std::vector<Byte> bytes);
     void write_new_pages();
     void publish();
-    // True when a page was written under a lock that was lost by then: what somebody else has
-    // written meanwhile may be gone.
+    // True when a page was written after the lock was lost: it may have overwritten data of others.
     bool doubtful() const { return doubtful_; }
-    // For those who write every tree anew: nothing is taken from the free list, and the counter
-    // becomes one that nobody can have seen.
+    // For a caller that rebuilds every tree: abandons the free list, and sets the counter to a
+    // value that nobody can have seen.
     void start_afresh();
-    // The page goes on at another place, in the place of the page there.
+    // Moves the page to `place`, where it replaces the page there.
     void move(CdxPage& page, const CdxForm& form, std::uint32_t place);
 
   private:
@@ -146,12 +146,12 @@ class CdxPages {
     bool opening_ = false;
     bool locked_ = false;
 
-    // What the leading bytes said; nothing is remembered while `known_` is false.
+    // The leading bytes, as read; nothing is cached while `known_` is false.
     bool known_ = false;
     std::array<Byte, kHeaderBytes> header_{};
-    std::vector<Byte> beginning_;  // of the file, while it is opened
+    std::vector<Byte> beginning_;  // first bytes of the file, during opening
     std::uint32_t free_head_ = 0;
-    std::uint64_t file_size_ = 0;  // it may have grown since; a file does not shrink in shared use
+    std::uint64_t file_size_ = 0;  // may have grown since; a file in shared use does not shrink
     std::unordered_map<std::uint32_t, std::unique_ptr<CdxPage>> pages_;
     std::unordered_map<std::uint32_t, std::uint32_t> roots_;  // by offset of the tag header
     std::size_t memory_ = 0;

@@ -1,4 +1,4 @@
-// Counting a tree's leaves, and finding entries by number.
+// Counts the entries of a tree's leaves, and finds entries by number.
 
 #include "engine/index/cdx_positions.h"
 
@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kPageHeaderSize = 12;
 constexpr std::uint16_t kLeafAttribute = 2;
 constexpr std::size_t kMostEntries = kCdxPageSize - 24;  // of a leaf, at one byte each
-// Leaves that were made together lie together, so that many headers come with one read.
+// Leaves that were created together are adjacent, so one read fetches many headers.
 constexpr std::size_t kPagesAtOnce = 128;
 
 struct LeafHeader {
@@ -54,7 +54,7 @@ const LeafCounts::Leaf& LeafCounts::holding(std::size_t number) const {
 
 // -- In the tree.
 
-// Page headers, with no page read from the file twice.
+// Reads page headers, and no page from the file twice.
 class CdxTag::HeaderReader {
   public:
     explicit HeaderReader(CdxPages& pages) : pages_(pages) {
@@ -87,7 +87,7 @@ class CdxTag::HeaderReader {
     }
 
     [[noreturn]] void refuse(std::uint32_t offset) {
-        pages_.damaged(offset, "expected a leaf behind its left sibling");
+        pages_.damaged(offset, "expected a leaf after its left sibling");
     }
 
     CdxPages& pages_;
@@ -95,14 +95,14 @@ class CdxTag::HeaderReader {
     std::vector<Byte> block_;
 };
 
-// Counts again only when something may have changed since. Called inside a walk.
+// Counts again only if something may have changed since. Called inside a walk.
 const LeafCounts& CdxTag::leaf_counts() {
     if (counted_generation_ == pages_.generation()) return leaf_counts_;
     LeafCounts counts;
     std::uint32_t offset = locate({}, false).page->offset();
     HeaderReader headers(pages_);
     for (std::uint64_t left = pages_.page_count(); offset != kNoPage; --left) {
-        if (left == 0) pages_.damaged(offset, "expected leaves that do not lead in a circle");
+        if (left == 0) pages_.damaged(offset, "expected leaves that do not form a cycle");
         const LeafHeader header = headers.leaf(offset);
         counts.add(offset, header.entries);
         offset = header.right;

@@ -1,4 +1,4 @@
-// Walking a tag's tree, inserting and removing entries.
+// Walks a tag's tree, and inserts and removes entries.
 
 #include <algorithm>
 #include <cstring>
@@ -10,7 +10,7 @@ namespace brenik::index {
 namespace {
 
 constexpr std::size_t kDeepestTree = 64;
-// Pages that one call may look at more than once, beyond every page of the file.
+// Page visits that one call may make in addition to two per page of the file.
 constexpr std::uint64_t kSpareVisits = 256;
 
 bool same(Bytes a, Bytes b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); }
@@ -51,7 +51,7 @@ bool CdxTag::forward(Bytes probe, bool past_equal, IndexEntry& found) {
 bool CdxTag::backward(Bytes probe, bool past_equal, IndexEntry& found) {
     return read([&] {
         Position position = locate(probe, past_equal);
-        // A removal that was cut short can leave a greater entry in the page before.
+        // An interrupted removal can leave a greater entry in the page before.
         while (step_back(position)) {
             const Bytes entry = position.page->entry(position.slot);
             if (probe.empty() || compare(entry, probe) <= 0) return answer(position, found);
@@ -84,7 +84,7 @@ bool CdxTag::before(const IndexEntry& entry, IndexEntry& found) {
     });
 }
 
-// True when `last_` may be used and stands on this entry.
+// True when `last_` is valid and is the position of this entry.
 bool CdxTag::remembered(Bytes entry) const {
     return last_.page != nullptr && last_generation_ == pages_.generation() &&
            same(last_.page->entry(last_.slot), entry);
@@ -101,7 +101,7 @@ bool CdxTag::answer(Position position, IndexEntry& found) {
 }
 
 CdxPage& CdxTag::load(std::uint32_t offset) {
-    if (visits_left_-- == 0) pages_.damaged(offset, "expected pages that do not lead in a circle");
+    if (visits_left_-- == 0) pages_.damaged(offset, "expected pages that do not form a cycle");
     return pages_.page(form(), offset);
 }
 
@@ -127,20 +127,20 @@ CdxPage& CdxTag::sibling(const CdxPage& page, std::uint32_t offset) {
 CdxPage& CdxTag::right_of(const CdxPage& page) {
     CdxPage& other = sibling(page, page.right);
     if (!page.empty() && !other.empty() && compare(page.last_entry(), other.entry(0)) > 0) {
-        pages_.damaged(other.offset(), "expected keys behind those of the left sibling");
+        pages_.damaged(other.offset(), "expected keys not less than those of the left sibling");
     }
     return other;
 }
 
-// A page that a cut-short split left without an entry in the parent.
+// A page that an interrupted split left without an entry in the parent.
 CdxPage& CdxTag::split_off(const CdxPage& page) {
     CdxPage& other = right_of(page);
     if (page.empty() || other.empty()) pages_.damaged(page.offset(), "expected entries");
     return other;
 }
 
-// A leaf and the slot of the first entry at or past the probe; past every entry, the slot behind
-// the last one.
+// The leaf and slot of the first entry at or past the probe; one slot past the last entry if every
+// entry is before it.
 CdxTag::Position CdxTag::locate(Bytes probe, bool past_equal) {
     CdxPage* page = &root();
     for (std::size_t depth = 0; depth < kDeepestTree; ++depth) {
@@ -172,8 +172,8 @@ bool CdxTag::step_back(Position& position) {
     return true;
 }
 
-// Goes from the first entry of a leaf to the one before it. The way leads from the root down: a
-// write that was cut short can leave left pointers behind that name pages no longer in use.
+// Moves from the first entry of a leaf to the one before it. Descends from the root, because an
+// interrupted write can leave left pointers to pages that are no longer in use.
 bool CdxTag::find_before(Position& position) {
     const Bytes first = position.page->entry(0);
     Path candidates;
@@ -191,7 +191,8 @@ bool CdxTag::find_before(Position& position) {
     return false;
 }
 
-// Collects the places under a page where the last entry below `limit` may be, the nearest last.
+// Collects the positions below a page where the last entry less than `limit` may be; the nearest is
+// last.
 void CdxTag::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
     for (CdxPage* page = &from;;) {
         std::size_t slot = page->bound(limit, false);
@@ -207,7 +208,7 @@ void CdxTag::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
     }
 }
 
-// Follows right pointers, short of the page `end` and of entries that are not below `limit`.
+// Follows right pointers, but not to the page `end` nor to entries that are not less than `limit`.
 CdxPage& CdxTag::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
     CdxPage* page = &from;
     while (page->right != kNoPage && page->right != end) {
@@ -289,7 +290,7 @@ void CdxTag::finish() {
     }
 }
 
-// The way down to the leaf and slot of an entry, or to where it belongs.
+// The path to the leaf and slot of an entry, or to where it belongs.
 CdxTag::Path CdxTag::path_to(Bytes entry) {
     begin();
     Path path;
@@ -297,7 +298,7 @@ CdxTag::Path CdxTag::path_to(Bytes entry) {
     return path;
 }
 
-// False when something had to be mended on the way, after which the path is another one.
+// False when it repaired something on the way; the path has then changed.
 bool CdxTag::descend(Bytes entry, Path& path) {
     CdxPage* page = &root();
     if (page->right != kNoPage) {
@@ -333,7 +334,7 @@ void CdxTag::set_levels(const Path& path) {
     }
 }
 
-// The levels of a page and of those above it, for what is written before a whole path is known.
+// Sets the levels of a page and of those above it, for writes before a whole path is known.
 void CdxTag::learn_levels(const Path& path, CdxPage& child) {
     int level = 0;
     for (CdxPage* page = &child; !page->leaf(); page = &child_of(*page, 0)) ++level;
@@ -341,8 +342,8 @@ void CdxTag::learn_levels(const Path& path, CdxPage& child) {
     for (auto step = path.rbegin(); step != path.rend(); ++step) step->page->level = ++level;
 }
 
-// Brings the last entry of `path` in line with the child that it names. Answers true when
-// something was not as it should be. A child that ends before what the parent says is loose.
+// Makes the last entry of `path` agree with the child that it names. True if something was
+// repaired. A child that ends before its entry in the parent becomes loose.
 bool CdxTag::mend(Path& path, CdxPage& child) {
     CdxPage& parent = *path.back().page;
     const std::size_t slot = path.back().slot;
@@ -355,7 +356,7 @@ bool CdxTag::mend(Path& path, CdxPage& child) {
         loosen(child, said);
         return false;
     }
-    // Pages that were split off lead to the next child of the parent; anything else is no split.
+    // Split-off pages lead to the parent's next child; anything else is not a split.
     for (CdxPage* page = extra; page != nullptr && page->right != next;) {
         if (page->right == kNoPage) {
             pages_.damaged(child.offset(), "expected siblings in the order of the level above");
@@ -363,7 +364,7 @@ bool CdxTag::mend(Path& path, CdxPage& child) {
         page = &right_of(*page);
     }
     learn_levels(path, child);
-    // Touched before it is altered: should the order below turn out wrong, the page is forgotten.
+    // Touched before the change: if the order below turns out wrong, the cached page is dropped.
     pages_.touch_entries(parent);
     parent.set_last_of_child(slot, child.last_entry());
     child.loose = false;
@@ -380,8 +381,8 @@ bool CdxTag::mend(Path& path, CdxPage& child) {
     return true;
 }
 
-// An entry that would become the first of its leaf can have its place in the leaf before, where
-// the parents have not learnt yet of a last entry added there.
+// An entry that would become the first of its leaf may belong in the leaf before, if an interrupted
+// change has added a last entry there that the parents do not know yet.
 bool CdxTag::mend_before(const Path& path, Bytes entry) {
     if (path.back().slot > 0) return false;
     const auto turn = std::find_if(path.rbegin(), path.rend(),
@@ -397,7 +398,7 @@ bool CdxTag::mend_before(const Path& path, Bytes entry) {
     return true;
 }
 
-// The page that comes behind the named child according to its parents.
+// The page to the right of the named child, according to its parents.
 std::uint32_t CdxTag::expected_right(const Position& parent) {
     if (parent.slot + 1 < parent.page->count()) return parent.page->child(parent.slot + 1);
     if (parent.page->right == kNoPage) return kNoPage;
@@ -416,7 +417,7 @@ void CdxTag::mend_left_pointer(Path& path, CdxPage& child) {
     pages_.touch_pointers(child);
 }
 
-// The page whose right pointer names the page at `depth`, or passes it over.
+// The page whose right pointer names the page at `depth` or skips it.
 CdxPage* CdxTag::left_neighbour(const Path& path, std::size_t depth) {
     std::size_t level = depth;
     while (level > 0 && path[level - 1].slot == 0) --level;
@@ -433,8 +434,8 @@ CdxPage* CdxTag::left_neighbour(const Path& path, std::size_t depth) {
     }
 }
 
-// Follows up a change to the entries of one page: splits it or takes it out of the tree, and
-// corrects its entry in the parent.
+// Completes a change to the entries of one page: splits it or removes it from the tree, and updates
+// its entry in the parent.
 void CdxTag::settle(Path& path, std::size_t depth) {
     CdxPage& page = *path[depth].page;
     pages_.touch_entries(page);
@@ -472,7 +473,7 @@ void CdxTag::remove_emptied(Path& path, std::size_t depth) {
     settle(path, depth - 1);
 }
 
-// Cuts a page that has become too large; the new pages lie to its right.
+// Splits a page that has become too large; the new pages are on its right.
 std::vector<CdxPage*> CdxTag::split(CdxPage& page, const Position& changed) {
     const bool appending = page.right == kNoPage && changed.slot + 1 == page.count();
     std::vector<std::size_t> cuts = page.cuts(appending);
@@ -486,7 +487,7 @@ std::vector<CdxPage*> CdxTag::split(CdxPage& page, const Position& changed) {
     return added;
 }
 
-// Makes the left pointers right around a page that lies behind `page`.
+// Sets the left pointers of a page added to the right of `page`, and of the page after it.
 void CdxTag::link_behind(CdxPage& page, CdxPage& added) {
     added.left = page.offset();
     pages_.touch_pointers(added);
@@ -508,8 +509,8 @@ void CdxTag::unlink(const CdxPage& page, CdxPage* left) {
     pages_.touch_pointers(*left);
 }
 
-// The root stays where it is, because other engines remember its place: its entries move to a new
-// page, and it becomes the branch above that page and `added`.
+// The root keeps its offset, because other engines remember it. Its entries move to a new page, and
+// it becomes the branch above that page and `added`.
 void CdxTag::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     CdxPage& first = pages_.add(form(), root.leaf());
     root.move_tail(0, first);
@@ -525,7 +526,7 @@ void CdxTag::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     settle(path, 0);
 }
 
-// -- Looking for entries.
+// -- Searching.
 
 bool CdxTag::first(IndexEntry& found) { return forward({}, false, found); }
 

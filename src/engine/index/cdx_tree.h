@@ -1,16 +1,16 @@
-// One tag's tree: walking it, and changing it.
+// One tag's tree: walks and changes.
 //
-// Walks follow sibling pointers to the right wherever a page turns out to end before the key that
-// its parent promised: that is how a tree looks when a split was cut short by a kill. A change that
-// comes across such a place mends it first (the new page gets its entry in the parent), so that
-// from then on the tree is exact again. Right pointers are always sound, since a page is let go
-// only after nothing names it that way; left pointers are kept right for other programs, but after
-// a kill one may name a page that is gone, and nothing here relies on them.
+// Walks follow right pointers wherever a page ends before its entry in the parent: a split
+// interrupted by a kill leaves the tree like this. A change that meets such a place repairs it
+// first (the new page gets its entry in the parent), so that the tree is exact again. Right
+// pointers are always valid, because a page is freed only when no right pointer names it. Left
+// pointers are maintained for other programs; after a kill one may name a freed page, so nothing
+// here relies on them.
 //
-// While a change is being collected no page hands a range of keys to its neighbour: what the parent
-// says about a page that ends before it, because it lost its last entry or a change was cut short,
-// stays until finish(), which also takes out the leaves that are still empty then. So neighbouring
-// pages may reach the file in any order.
+// While a change is collected, no page passes a range of keys to its neighbour. If a page ends
+// before its entry in the parent, because it lost its last entry or a change was interrupted, the
+// parent keeps that entry until finish(), which also removes the leaves that are still empty then.
+// So neighbouring pages may reach the file in any order.
 
 #pragma once
 
@@ -29,8 +29,8 @@ struct IndexEntry {
     RecordNumber record = 0;
 };
 
-// Entries are ordered by key bytes, then record number; this class knows storage order only:
-// descending tags are the caller's business.
+// Entries are ordered by key bytes, then by record number. This class knows storage order only;
+// callers handle descending tags.
 class CdxTag {
   public:
     CdxTag(CdxPages& pages, TagDescription description, std::uint32_t header_offset);
@@ -38,28 +38,28 @@ class CdxTag {
     CdxTag& operator=(const CdxTag&) = delete;
 
     const TagDescription& description() const { return description_; }
-    // The pad byte depends on the key's type, which the caller learns by compiling the expression;
-    // it must be set before the first walk.
+    // The pad byte depends on the key's type, which the caller learns by compiling the expression.
+    // It must be set before the first walk.
     void set_pad(Byte pad) { description_.pad = pad; }
 
-    // Each finds one entry and answers false when there is none.
+    // Each finds one entry; false if there is none.
     bool first(IndexEntry& found);
     bool last(IndexEntry& found);
-    // The first entry whose (key, record) is not less than the given one; a key shorter than the
-    // tag's compares as a prefix (an entry that begins with it is not less).
+    // The first entry whose (key, record) is not less than the given one. A key shorter than the
+    // tag's is a prefix: entries that begin with it are not less.
     bool at_or_after(Bytes key, RecordNumber record, IndexEntry& found);
-    // The last entry whose key is not greater than `key` or begins with it, and whose record
-    // number, where keys are equal, is not greater than `record`. EngineFault kBusy when the index
-    // must be read and stays locked for `timeout_ms`.
+    // The last entry whose key is not greater than `key` or begins with it; among equal keys, its
+    // record number is not greater than `record`. EngineFault kBusy when the index must be read and
+    // stays locked for `timeout_ms`.
     bool at_or_before(Bytes key, RecordNumber record, IndexEntry& found,
                       int timeout_ms = platform::kShortLockTimeout_ms);
     // The neighbour of an entry by (key, record), whether or not that entry still exists.
     bool after(const IndexEntry& entry, IndexEntry& found);
     bool before(const IndexEntry& entry, IndexEntry& found);
 
-    // Entries of the tag; those less than (key, record); those not greater, or beginning with a key
-    // that is shorter than the tag's. The first
-    // question after a change of the file reads the headers of all leaves (cdx_positions.h).
+    // The number of entries: all; those less than (key, record); those not greater, or beginning
+    // with a key shorter than the tag's. The first call after a change of the file reads the
+    // headers of all leaves (cdx_positions.h).
     std::size_t count();
     std::size_t count_before(Bytes key, RecordNumber record);
     std::size_t count_through(Bytes key, RecordNumber record);
@@ -69,8 +69,8 @@ class CdxTag {
   private:
     friend class CdxFile;
 
-    // The first entry that is not less than `probe` (greater, with `past_equal`), comparing only as
-    // many bytes as the probe has.
+    // The first entry not less than `probe` (with `past_equal`: greater), compared over its length
+    // only.
     bool forward(Bytes probe, bool past_equal, IndexEntry& found);
     // The last entry before that one.
     bool backward(Bytes probe, bool past_equal, IndexEntry& found);
@@ -81,16 +81,16 @@ class CdxTag {
     bool contains(Bytes key);
     bool insert(Bytes key, RecordNumber record);
     bool remove(Bytes key, RecordNumber record);
-    // Ends the collecting of changes; to be called before anything is written.
+    // Completes the collected changes. Must be called before anything is written.
     void finish();
     void forget_changes() { loose_.clear(); }
-    // Fills a tag that has no root page yet.
+    // Builds a tag that has no root page yet.
     void build(const std::vector<IndexEntry>& entries);
-    // The same for one that has a root page, which stays where it is; its other pages become space
-    // that nothing names.
+    // The same for a tag with a root page, which keeps its offset. Its other pages become unused
+    // space.
     void rebuild(const std::vector<IndexEntry>& entries);
 
-    // Key and record number as pages hold them; a short key alone, to be compared as a prefix.
+    // Key and record number as pages hold them; a short key alone, for comparison as a prefix.
     std::vector<Byte> probe(Bytes key, RecordNumber record) const;
     CdxForm form() const { return {header_, description_.key_length, description_.pad}; }
 
@@ -102,7 +102,7 @@ class CdxTag {
     struct Level;
     class HeaderReader;
 
-    // Runs a walk on pages that belong together.
+    // Runs a walk on a consistent set of pages; repeats it once if cached ones were stale.
     template <typename Walk>
     bool read(Walk walk);
     void begin();
@@ -148,12 +148,12 @@ class CdxTag {
     TagDescription description_;
     std::uint32_t header_;
     std::uint64_t visits_left_ = 0;
-    std::vector<std::vector<Byte>> loose_;  // what the parents of loose pages say
+    std::vector<std::vector<Byte>> loose_;  // entries that the parents of loose pages hold for them
 
     std::uint64_t depth_generation_ = 0;
     std::size_t leaf_depth_ = 0;
 
-    // Where the last entry was found, valid for one generation of the pages.
+    // The position of the last entry found, valid for one generation of the pages.
     Position last_{nullptr, 0};
     std::uint64_t last_generation_ = 0;
 

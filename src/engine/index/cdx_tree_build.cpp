@@ -1,4 +1,4 @@
-// Making an index file, and filling a new tag from sorted entries, leaves first.
+// Builds a tag's tree from sorted entries, leaves first.
 
 #include <algorithm>
 
@@ -8,7 +8,7 @@
 namespace brenik::index {
 namespace {
 
-// One tenth of each page stays free for the first insertions.
+// One tenth of each page stays free for later insertions.
 constexpr std::size_t kSpareFraction = 10;
 
 }  // namespace

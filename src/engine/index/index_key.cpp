@@ -1,4 +1,4 @@
-// Encoding results and sought values as key bytes.
+// Encodes results and sought values as key bytes.
 
 #include "engine/index/index_key.h"
 
@@ -61,7 +61,7 @@ void check_fit_for_key(const expression::Expression& key) {
                                       " contradicts " + key.text() + ": " + reason);
 }
 
-// Negative zero has no key of its own.
+// Negative zero has the key of zero.
 std::uint64_t double_bits(double number) {
     const auto bits = std::bit_cast<std::uint64_t>(number == 0 ? 0.0 : number);
     return (bits & kTopBit) != 0 ? ~bits : bits | kTopBit;
@@ -80,12 +80,12 @@ void put_text(std::string_view text, MutableBytes out) {
     std::fill(std::copy_n(text.begin(), length, out.begin()), out.end(), Byte{' '});
 }
 
-// A lone currency field goes into its key as it is stored: a double would lose digits.
+// A lone currency field enters its key as stored, because a double would lose digits.
 std::int64_t stored_currency(const expression::Expression& key, const record::RecordView& record) {
     return static_cast<std::int64_t>(load_le64(record.field(*key.lone_field()).data()));
 }
 
-// NULL where the key has no prefix byte counts as the blank value.
+// In a key without a prefix byte, NULL counts as the blank value.
 void put_value(const expression::Expression& key, const KeyFormat& format,
                const record::RecordView& record, const expression::ExpressionResult& result,
                MutableBytes out) {
@@ -214,7 +214,7 @@ KeyFormat existing_key_format(const expression::Expression& key, std::size_t key
     }
     const std::size_t body = key_length - prefix;
     KeyFormat format{natural_form(key), key.type(), key_length, null_prefix};
-    // Other makers of index files use the same option bit for tags of another kind.
+    // Other programs that make index files use the same option bit for tags of another kind.
     if (null_prefix && !key.nullable()) contradicted(key, key_length, "it cannot be NULL");
     if (format.form == KeyForm::kText) {
         if (null_prefix && key_length == key.width()) {

@@ -1,9 +1,10 @@
-// Index keys: how the result of a key expression becomes bytes that sort by plain comparison.
+// Index keys: the result of a key expression, encoded as bytes that sort by plain comparison.
 //
-// Text is blank-padded or cut to the key length; numbers, dates and date-times are 8-byte doubles
-// with the sign turned; a lone integer field is 4 bytes, a lone currency field 8, both with the top
-// bit flipped; a logical is "T" or "F". Where a key may be NULL every key has one byte more in
-// front: 0x80 for a value, and all bytes 0 for NULL.
+// Text is blank-padded or cut to the key length. Numbers, dates and date-times are big-endian
+// 8-byte doubles, with the top bit set or, if negative, all bits inverted. A lone integer field is
+// 4 bytes and a lone currency field 8, both big-endian with the top bit flipped. A logical is "T"
+// or "F". If a key may be NULL, every key has one more byte in front: 0x80 for a value; for NULL,
+// all bytes are 0.
 
 #pragma once
 
@@ -30,12 +31,12 @@ struct KeyFormat {
     Byte pad() const { return form == KeyForm::kText ? 0x20 : 0x00; }
 };
 
-// The format that a new tag over this expression gets; candidate tags have no null prefix. Throws
-// ExpressionError when the key would be empty or too long.
+// The format of a new tag over this expression; candidate tags have no null prefix. Throws
+// ExpressionError when the key would be empty or too long, or depends on the session's settings.
 KeyFormat natural_key_format(const expression::Expression& key, bool candidate);
 
-// The format of an existing tag, whose header fixes length and null prefix; throws ExpressionError
-// when the header and the expression cannot both be right.
+// The format of an existing tag, whose header fixes length and null prefix. Throws ExpressionError
+// when the header and the expression contradict each other.
 KeyFormat existing_key_format(const expression::Expression& key, std::size_t key_length,
                               bool null_prefix);
 
@@ -43,7 +44,7 @@ KeyFormat existing_key_format(const expression::Expression& key, std::size_t key
 void build_key(const expression::Expression& key, const KeyFormat& format,
                const record::RecordView& record, MutableBytes out);
 
-// The bytes that a seek looks for: shorter than the key for text shorter than the key. A value of
+// The bytes that a seek searches for; text shorter than the key gives fewer bytes. A value of
 // another kind than the key's is EngineFault kUnsuitableValue.
 std::string seek_key(const KeyFormat& format, const Value& value);
 

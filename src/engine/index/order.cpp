@@ -1,4 +1,4 @@
-// What an order holds, and steps through it.
+// The contents of an order, and steps through it.
 
 #include "engine/index/order.h"
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr RecordNumber kLastRecordNumber = std::numeric_limits<RecordNumber>::max();
 
-// Compares as many leading bytes as the limit has.
+// Compares the leading bytes, as many as the limit has.
 int compare_leading(const std::string& key, const std::string& limit) {
     return key.compare(0, limit.size(), limit);
 }
@@ -22,7 +22,7 @@ bool is_ascii(const std::string& bytes) {
                        [](char c) { return static_cast<Byte>(c) < 0x80; });
 }
 
-// UPPER and LOWER, which may be shortened to four letters. A field of such a name does no harm.
+// UPPER and LOWER may be shortened to four letters. A field with such a name is harmless.
 bool folds_case(const std::string& expression) {
     const std::string text = upper(expression);
     return text.find("UPPE") != std::string::npos || text.find("LOWE") != std::string::npos;
@@ -115,8 +115,8 @@ OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry
     return begins() ? Match::kFound : Match::kGreater;
 }
 
-// -- By number: a scope is a range of the tag's entries, and a descending order counts them from
-// the other end.
+// -- By number: a scope is a range of the tag's entries; a descending order numbers them from the
+// other end.
 
 OrderWalk::Range OrderWalk::range() const {
     const auto& low = descending() ? scope_.bottom : scope_.top;

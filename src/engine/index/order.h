@@ -1,4 +1,4 @@
-// An order: a tag with the programs of its key and condition, and the walks through it.
+// An order: a tag, its compiled key and condition, and walks through it.
 
 #pragma once
 
@@ -27,8 +27,7 @@ struct Order {
     std::string key_of(const record::RecordView& record) const;
     // False for an entry that an interrupted change or a failed append has left behind: the record
     // that it names has another key by now, or none. Keys that two writers may compute differently
-    // (the case of letters beyond ASCII, times of day, arithmetic) are given the benefit of the
-    // doubt.
+    // (the case of letters beyond ASCII, times of day, arithmetic) count as equal.
     bool agrees_with(const IndexEntry& entry, const record::RecordView& record) const;
 };
 
@@ -38,8 +37,8 @@ struct Scope {
     std::optional<std::string> bottom;
 };
 
-// Steps through an order in its own direction: "next" goes towards smaller keys where the order is
-// descending. All answer false when there is no such entry within the scope.
+// Steps through an order in its own direction: in a descending order, "next" moves to smaller keys.
+// All return false when there is no such entry within the scope.
 class OrderWalk {
   public:
     OrderWalk(const Order& order, const Scope& scope) : order_(order), scope_(scope) {}
@@ -48,13 +47,13 @@ class OrderWalk {
     bool last(IndexEntry& found) const;
     bool next(const IndexEntry& from, IndexEntry& found) const;
     bool previous(const IndexEntry& from, IndexEntry& found) const;
-    // The first, or the last, entry that begins with `key`; where there is none, `found` is the one
-    // that a soft seek goes to.
+    // Finds the first or the last entry that begins with `key`. If there is none, `found` is the
+    // one that a soft seek goes to.
     enum class Match { kFound, kGreater, kNone };
     Match seek(const std::string& key, SeekEnd end, IndexEntry& found) const;
 
-    // Entries within the scope; the number of one of them, counted from 1, 0 for any other; and the
-    // one that lies `count` steps from an entry, whether or not that is one itself.
+    // The number of entries within the scope; the number of one of them, counted from 1, or 0 for
+    // any other; and the entry `count` steps from another one, which need not exist itself.
     std::size_t count() const;
     std::size_t number_of(const IndexEntry& entry) const;
     bool leap(const IndexEntry& from, std::int64_t count, IndexEntry& found) const;
@@ -68,7 +67,7 @@ class OrderWalk {
     bool inside(const IndexEntry& entry) const {
         return !before_top(entry) && !behind_bottom(entry);
     }
-    // Numbers of entries in the tag, whatever the order's direction: `to` is behind the last.
+    // Numbers of entries in the tag, whatever the order's direction; `to` is one past the last.
     struct Range {
         std::size_t from;
         std::size_t to;
