@@ -1,4 +1,4 @@
-// Opening tables and the session-wide settings of the embedded engine.
+// Opens tables, and keeps the session-wide settings of the embedded engine.
 
 #include "engine/local/local_engine.h"
 
@@ -12,7 +12,7 @@ namespace brenik::local {
 namespace {
 
 constexpr int kSuccess = 0;
-constexpr int kNoRemoteServer = 5185;  // a status that callers show to the user, nothing more
+constexpr int kNoRemoteServer = 5185;  // callers only show this status to the user
 constexpr int kLocalServer = 1;
 
 }  // namespace

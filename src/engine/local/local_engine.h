@@ -1,4 +1,4 @@
-// The embedded engine: the Engine interface over files of our own reading and writing.
+// The embedded engine: implements the Engine interface on files that it reads and writes itself.
 
 #pragma once
 
@@ -21,7 +21,7 @@ class LocalEngine : public Engine {
     std::string version() const override;
     OpenAnswer open(const std::string& path, TableSharing sharing, int controlling = 1) override;
     std::string last_error() const override { return last_error_; }
-    // Tables that are opened from now on are only read, which needs no permission to write.
+    // Opens tables from now on for reading only, which needs no write permission.
     void set_read_only(bool on) { read_only_ = on; }
     int set_server_type(int type) override;
     int server_loaded(const std::string& folder) override;
@@ -36,7 +36,7 @@ class LocalEngine : public Engine {
   private:
     friend class LocalTable;
 
-    // The status that answers a fault.
+    // Keeps the fault's text for last_error() and returns its status.
     int note(const std::exception& fault) noexcept;
     template <class Step>
     int for_each_table(Step step) noexcept;

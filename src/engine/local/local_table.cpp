@@ -14,9 +14,9 @@
 namespace brenik::local {
 namespace {
 
-// From so many records on, finding the place by number costs less than walking there.
+// From this distance on, finding the position by number costs less than stepping.
 constexpr std::int64_t kFarSkip = 64;
-// Longer texts are read again rather than kept.
+// Longer memo texts are read again rather than cached.
 constexpr std::size_t kLongestKnown = 1 << 16;
 
 FieldDescription describe(const record::Field& field) {
@@ -40,7 +40,8 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), use);
     if (layout.has_structural_index()) table->orders_->open_structural();
     table->orders_attached(0, controlling);
-    // Records are read one by one where some are hidden; nobody shall wait for that.
+    // With hidden records, the top may be far away; the index must not stay locked until it is
+    // found.
     if (table->hides_records()) table->orders_->end_opening();
     table->go_top();
     table->orders_->end_opening();
@@ -60,7 +61,7 @@ LocalTable::~LocalTable() {
     try {
         shut();
     } catch (const std::exception&) {
-        // Whoever needs to know of a failed last write commits before closing.
+        // A caller that needs to know of a failed last write commits before closing.
     }
     engine_.tables_.erase(this);
 }
@@ -84,7 +85,7 @@ void LocalTable::shut() {
     flush();
 }
 
-// ----------------------------------------------------------------------- the share's session
+// -- The share's session.
 
 bool LocalTable::lost_on_share() const {
     bool lost = orders_->doubtful() || file_->file().lost() || (memo_ && memo_->file().lost());
@@ -93,8 +94,8 @@ bool LocalTable::lost_on_share() const {
     return lost;
 }
 
-// A file that cannot be had any more is no lock that somebody else holds for a moment: what was
-// under way is lost with it.
+// A file that cannot be reopened is not a conflict that a retry solves: the operation in progress
+// is lost with it, so this is a fault.
 void LocalTable::reopen_files() {
     try {
         file_->reopen();
@@ -105,8 +106,9 @@ void LocalTable::reopen_files() {
     }
 }
 
-// The current record is locked anew, but stays so only if it is still what was read under the lock
-// that was lost. A change to it that is still to be written stays in the buffer.
+// A locked current record without pending changes is locked again, and stays locked only if it is
+// still as it was read under the lost lock. Pending changes stay in the buffer until they are
+// written.
 void LocalTable::reopen() {
     const bool held = record_ != 0 && file_->locks().owns(record_);
     reopen_files();
@@ -116,7 +118,7 @@ void LocalTable::reopen() {
         };
         if (record::scan_records(layout(), file_->count(), read, use)) return;
         throw EngineFault(FaultCode::kInputOutput, "read",
-                          file_->path() + ": records are missing while the index is made anew");
+                          file_->path() + ": records are missing while the index is rebuilt");
     });
     interrupted_ = changed_ || keys_pending_;
     known_memos_.clear();
@@ -129,7 +131,7 @@ void LocalTable::reopen() {
     forget_reading();
 }
 
-// ------------------------------------------------------------------------- the record buffer
+// -- The record buffer.
 
 RecordNumber LocalTable::record_count() {
     return file_ ? reaching([this] { return file_->count(); }) : 0;
@@ -189,8 +191,8 @@ const record::Field& LocalTable::field_at(std::size_t position, const char* oper
     return layout().fields[position - 1];
 }
 
-// A text that another session has replaced stays as it is for a while, so a record that has been
-// read just now can be followed to its texts.
+// A replaced text stays readable for a while, so a record that was just read can be followed to its
+// texts.
 std::string LocalTable::memo_text(const record::Field& field) {
     const auto pending = pending_memos_.find(&field);
     if (pending != pending_memos_.end()) return pending->second;
@@ -202,7 +204,8 @@ std::string LocalTable::memo_text(const record::Field& field) {
     if (known != known_memos_.end() && file_->locks().owns(record_)) return known->second;
     std::string text =
         reaching([&] { return memo_->read(record::read_memo_pointer(view(), field).block); });
-    // Nobody else changes it now, and it will be compared with the text that replaces it.
+    // While the record is locked, nobody else changes the text, and field_put() compares it with
+    // the new one.
     if (file_->locks().owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
     return text;
 }
@@ -214,8 +217,8 @@ Value LocalTable::field_get(std::size_t position) {
     return Memo{memo_text(field)};
 }
 
-// Other programs write what reads the same in other ways (asterisks, slashed dates, zero bytes).
-// Putting back what was read leaves it in their form; only blanks are filled in.
+// Other programs write the same value in other forms (asterisks, slashed dates, zero bytes).
+// Putting back the value that was read keeps their form; only blanks are filled in.
 bool LocalTable::says_already(const record::Field& field, const Value& value) {
     const Bytes raw = view().field(field);
     const bool blank = std::all_of(raw.begin(), raw.end(), [](Byte byte) { return byte == ' '; });
@@ -254,7 +257,7 @@ void LocalTable::set_deletion_mark(char mark) {
     changed_ = true;
 }
 
-// The record is read again when something about it is next asked.
+// Drops the buffered record; the next access reads it again.
 void LocalTable::forget_reading() {
     if (keys_pending_ || begun_) return;  // nobody else can have changed it
     const std::optional<index::IndexEntry> entry = entry_;
@@ -274,8 +277,8 @@ int LocalTable::refresh_record() {
     }
 }
 
-// The record goes on naming its old texts until it is written itself; only then are their blocks,
-// which this answers, free for others.
+// The record refers to its old texts until it is written itself. Only then are their blocks, which
+// this returns, free for others.
 std::vector<std::uint32_t> LocalTable::write_memos() {
     std::vector<std::uint32_t> replaced;
     known_memos_.clear();
@@ -286,7 +289,7 @@ std::vector<std::uint32_t> LocalTable::write_memos() {
     return replaced;
 }
 
-// What is pending has to find room at the end of the memo file, whether or not it goes there.
+// The pending texts must fit at the end of the memo file, even if they reuse other blocks.
 void LocalTable::require_room_for_memos() const {
     std::uint64_t bytes = 0;
     for (const auto& [field, text] : pending_memos_) bytes += text.size();
@@ -301,8 +304,8 @@ void LocalTable::flush() {
     });
 }
 
-// After the session was lost: the record is locked anew, and must hold either what was read from it
-// or what was written to it.
+// After the session was lost: locks the record again, and requires that it holds what was read from
+// it or what was written to it.
 void LocalTable::prepare_to_write_again() {
     if (!file_->locks().lock(record_, LockTry::kInTurn))
         refuse_after_loss("is locked by another user now");
@@ -329,7 +332,8 @@ void LocalTable::write_changes() {
     require_room_for_memos();
     KeyUpdate keys(*orders_, before, record::RecordView{bytes_, record_});
     keys.lock(durable());
-    // Memos come after everything that can refuse the change, and before the record names them.
+    // Memos are written after everything that can refuse the change, and before the record refers
+    // to them.
     durable() ? write_record_durably(keys) : write_record(keys);
     original_ = bytes_;
     changed_ = false;
@@ -357,8 +361,7 @@ void LocalTable::write_record(KeyUpdate& keys) {
     keys.publish();
 }
 
-// At every moment the keys on the disk are those of the record there, and perhaps some more, which
-// a search passes over.
+// At every moment the disk has all keys of the record there. Searches pass over any others.
 void LocalTable::write_record_durably(KeyUpdate& keys) {
     keys.insert(record_has());
     keys.write_new_pages();
@@ -377,8 +380,8 @@ void LocalTable::write_record_durably(KeyUpdate& keys) {
     keys.publish();
 }
 
-// A file that was put in the place of one that is open here, or a folder, gets nothing of what is
-// written. Files are looked at by their names once in a while only, because each look is a call.
+// Nothing is written to a file that was removed or replaced since it was opened. The names are
+// checked only every few seconds, because each check is a system call.
 void LocalTable::require_in_place() {
     constexpr std::chrono::seconds kLookedAtEvery{5};
     const auto now = MemoFile::Clock::now();
@@ -394,10 +397,10 @@ void LocalTable::require_in_place() {
     place_checked_ = now;
 }
 
-// An addition that was cut short may have left a record that is not counted, and its keys. These go
-// while the record still tells what they are: they would become keys of the one that takes its
-// place. The end mark of the record before may have been written over its deletion mark, so the
-// keys of a live record and those of a deleted one go.
+// An interrupted addition may have left an uncounted record, and keys of it. The keys are removed
+// while that record still tells what they are; otherwise they would become keys of the record that
+// takes its place. An end mark may have overwritten its deletion mark, so the keys for both marks
+// are removed.
 bool LocalTable::take_out_left_over(const TableFile::Addition& addition, LockTry attempt) {
     std::optional<std::vector<Byte>> record = addition.left_over();
     if (!record) return true;
@@ -445,7 +448,7 @@ bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, Re
     return true;
 }
 
-// True when the record that was to be added is there, and counted.
+// True when the record to be added is in the file and counted.
 bool LocalTable::is_added(RecordNumber record) {
     if (!file_->holds(record)) return false;
     std::vector<Byte> there(layout().record_length);
@@ -453,7 +456,7 @@ bool LocalTable::is_added(RecordNumber record) {
     return there == bytes_;
 }
 
-// The buffer holds what was added.
+// Makes the added record current; the buffer holds it.
 void LocalTable::placed_at_added(RecordNumber record) {
     std::vector<Byte> added = std::move(bytes_);
     place(record);
@@ -487,14 +490,14 @@ void LocalTable::require_place() {
     });
 }
 
-// Every lock is had, and everything that can be refused has been, before anything is written; the
-// header counts the record last.
+// All locks are acquired, and everything that can refuse the record is checked, before anything is
+// written. The header counts the record last.
 Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave leave) {
     require_open("append");
     if (!begun_) {
         throw EngineFault(FaultCode::kNotLocked, "append", file_->path() + ": no record was begun");
     }
-    // What was written of a record that is not counted is cleared by the next addition.
+    // If the record is not counted, the next addition removes what was written of it.
     RecordNumber place = 0;
     return reaching([&] {
         if (place == 0 || !is_added(place)) {
@@ -533,7 +536,7 @@ Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, Leave l
         addition.count();
         if (durable()) file_->sync();
     } catch (const EngineFault&) {
-        // Keys may be of no record, a record may not be without keys.
+        // Keys without a record are harmless; a record without keys is not.
         addition.uncount();
         keys.take_back();
         throw;
@@ -557,8 +560,8 @@ void LocalTable::abandon_changes() noexcept {
     }
 }
 
-// For an appended record whose keys an order refuses, or whose index cannot be written: better a
-// deleted record without keys than a live one.
+// For an appended record whose keys an order refuses, or whose index cannot be written: a deleted
+// record without keys is better than a live one.
 void LocalTable::abandon_without_keys() noexcept {
     if (interrupted_ || !file_->locks().owns(record_)) return forget_record();
     try {
@@ -566,7 +569,7 @@ void LocalTable::abandon_without_keys() noexcept {
         original_[0] = '*';
         file_->write(record_, original_, before);
     } catch (const std::exception&) {
-        // It stays in the file as it was appended: blank.
+        // The record stays in the file as it was appended: blank.
     }
     forget_record();
 }
@@ -580,16 +583,16 @@ void LocalTable::commit() {
     orders_->sync();
 }
 
-// ------------------------------------------------------------------------------------- locks
+// -- Locks.
 
 bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
     require_open("lock record");
     const bool owned = !lost() && file_->locks().owns(record);
-    // The byte of a record to come is the append's.
+    // The lock byte of a record that does not exist yet belongs to the append.
     const bool locked =
         reaching([&] { return file_->holds(record) && file_->locks().lock(record, attempt); });
     if (!locked) return false;
-    // What was read before the lock may be another session's past.
+    // What was read before the lock may be out of date.
     if (owned || record != record_) return true;
     interrupted_ ? prepare_to_write_again() : forget_reading();
     return true;
@@ -599,7 +602,7 @@ bool LocalTable::lock_table(LockTry attempt) {
     require_open("lock file");
     flush();
     const bool locked = reaching([&] { return file_->locks().lock_table(attempt); });
-    forget_record();  // locked or not: a refused try has let go of the record for a moment
+    forget_record();  // even if refused: the try released the record's lock for a moment
     return locked;
 }
 
@@ -615,7 +618,7 @@ void LocalTable::unlock_all() {
     file_->locks().unlock_all();
 }
 
-// -------------------------------------------------------------------------------- navigation
+// -- Navigation.
 
 bool LocalTable::shows(const record::RecordView& record) const {
     if (engine_.deleted_hidden() && record.deleted()) return false;
@@ -632,13 +635,13 @@ void LocalTable::go_to(RecordNumber record) {
     moved();
 }
 
-// The entry of the current record; made from its fields where it was not reached by the order.
+// The entry of the current record; computed from its fields if the order did not lead to it.
 index::IndexEntry LocalTable::current_entry() {
     if (!entry_) entry_ = {orders_->attached(controlling_).key_of(view()), record_};
     return *entry_;
 }
 
-// An entry above the count belongs to a record that is not there (yet).
+// An entry beyond the count belongs to a record that does not exist (yet).
 bool LocalTable::place_at(const index::IndexEntry& entry) {
     if (!file_->holds(entry.record)) return false;
     place(entry.record);
@@ -646,7 +649,7 @@ bool LocalTable::place_at(const index::IndexEntry& entry) {
     return visible();
 }
 
-// Goes on from an entry, itself included, to the first one that shows.
+// Moves from an entry, itself included, to the first visible one.
 bool LocalTable::place_near(bool any, index::IndexEntry entry, bool forward) {
     index::IndexEntry from;
     while (any && !place_at(entry)) {
@@ -737,14 +740,14 @@ void LocalTable::move_by(std::int64_t count) {
     at_beginning_ = true;
 }
 
-// ------------------------------------------------------------------------- orders and scopes
+// -- Orders and scopes.
 
 void LocalTable::use_order(std::size_t number) {
     controlling_ = number;
     entry_.reset();
 }
 
-// Makes one of the orders controlling that were attached behind the first `before` ones.
+// Makes one of the orders controlling that were attached after the first `before` ones.
 void LocalTable::orders_attached(std::size_t before, int controlling) {
     scopes_.resize(orders_->attached_count());
     if (controlling <= 0) return;
@@ -818,7 +821,8 @@ bool LocalTable::find_from_root(const Value& key, SeekMode mode, SeekEnd end) {
     const bool too_long = order.format.form == index::KeyForm::kText &&
                           trim_right(key.text()).size() > order.format.text_length();
     index::IndexEntry entry, from;
-    // Goes on to an entry that shows and is not a left-over; without `any_key`, one of the key.
+    // Moves on to a visible entry that is not a left-over; without `any_key`, only to one with the
+    // key.
     const auto settle = [&](bool any, bool forward, bool any_key) {
         while (any && (any_key || entry.key.compare(0, wanted.size(), wanted) == 0)) {
             if (place_at(entry) && order.agrees_with(entry, view())) return true;

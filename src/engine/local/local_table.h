@@ -1,15 +1,14 @@
 // One table of the embedded engine: position, record buffer and memos.
 //
-// The current record is read when something about it is first asked, and again after it has been
-// locked. Changes stay in the buffer until the record is flushed: by unlocking, committing or
-// moving off it. A blank record that is appended is in the file from the start; its keys follow
-// with its values in that one flush. A record that is begun is in the buffer alone until it is
-// added as a whole.
+// The current record is read on the first access, and again after it has been locked. Changes stay
+// in the buffer until the record is flushed: by unlocking, committing or moving away. An appended
+// blank record is in the file from the start; its keys are written with its values in that one
+// flush. A begun record is in the buffer only, until it is added as a whole.
 //
-// On a share the session with the server can be lost, and all locks with it. The next call then
-// opens the files again. A call that is interrupted by the loss looks, under the locks that it gets
-// anew, at what it has written, and finishes; it fails where somebody else has changed the record
-// meanwhile, or the share cannot be reached.
+// On a share, the session with the server can be lost, and all locks with it. The next call then
+// reopens the files. A call interrupted by the loss acquires its locks again, checks what it has
+// written, and finishes. It fails if another user has changed the record meanwhile, or if the share
+// cannot be reached.
 
 #pragma once
 
@@ -30,7 +29,8 @@ namespace brenik::local {
 
 class LocalTable : public Table {
   public:
-    // Refused when the table, its memo file or its index cannot be had.
+    // Throws Refused when the table, its memo file or its index is missing, not permitted or held
+    // by others.
     static std::unique_ptr<LocalTable> open(LocalEngine& engine, const std::string& path,
                                             platform::Sharing sharing, int controlling);
     ~LocalTable() override;
@@ -93,14 +93,14 @@ class LocalTable : public Table {
     void set_filter(Filter filter) override { filter_ = std::move(filter); }
     FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
 
-    // Flushes and closes the files; what is asked afterwards is answered as on an empty table.
+    // Flushes and closes the files. Afterwards the table behaves like an empty one.
     void shut();
 
   private:
     LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file);
 
     // -- The record buffer.
-    record::RecordView view();  // of the current record, read when it is not at hand
+    record::RecordView view();  // of the current record; reads it if necessary
     void forget_record();
     void forget_reading();
     void place(RecordNumber record);
@@ -134,12 +134,13 @@ class LocalTable : public Table {
     bool lost_on_share() const;
     void reopen();
     void reopen_files();
-    // What a step answers that can be repeated, and is, a few times, when the session is lost.
+    // Runs a step that can be repeated. If the session is lost, reopens the files and repeats it, a
+    // few times at most.
     template <class Step>
     auto reaching(Step step);
 
     // -- Navigation.
-    // What one move does; the public methods also tell the follower.
+    // The moves themselves; the public methods also call the follower.
     void move_to(RecordNumber record);
     void move_by(std::int64_t count);
     bool find(const Value& key, SeekMode mode, SeekEnd end);
@@ -175,7 +176,7 @@ class LocalTable : public Table {
     std::size_t number_of_key(std::size_t order, KeySet keys);
 
     LocalEngine& engine_;
-    std::unique_ptr<TableFile> file_;  // null once the table has been shut
+    std::unique_ptr<TableFile> file_;  // null after shut()
     const std::string path_;
     const record::TableLayout layout_;
     std::unique_ptr<MemoFile> memo_;
@@ -184,17 +185,17 @@ class LocalTable : public Table {
 
     RecordNumber record_ = 0;  // 0: the phantom record
     bool at_beginning_ = false;
-    std::vector<Byte> bytes_;     // the record as it is to be written
-    std::vector<Byte> original_;  // as it was read: the keys that the index holds for it
+    std::vector<Byte> bytes_;     // the record to write
+    std::vector<Byte> original_;  // as read: the keys that the index holds for it
     bool loaded_ = false;
     bool read_before_ = false;                 // original_ is an earlier reading of the record
-    MemoFile::Clock::time_point loaded_at_{};  // of a table with memos
+    MemoFile::Clock::time_point loaded_at_{};  // in a table with memos
     bool changed_ = false;
-    bool keys_pending_ = false;  // just appended: the index does not hold it yet
+    bool keys_pending_ = false;  // just appended: not in the index yet
     bool begun_ = false;         // not in the file yet
-    bool interrupted_ = false;   // there are changes, and the lock that they rely on was lost
+    bool interrupted_ = false;   // changes are pending, and the lock that they rely on was lost
     std::map<const record::Field*, std::string> pending_memos_;
-    std::map<const record::Field*, std::string> known_memos_;  // of a record that is locked here
+    std::map<const record::Field*, std::string> known_memos_;  // of a record locked by this session
 
     std::size_t controlling_ = 0;
     std::optional<index::IndexEntry> entry_;  // of the current record in the controlling order
@@ -203,7 +204,7 @@ class LocalTable : public Table {
         Value top;
         Value bottom;
     };
-    std::vector<OrderScopes> scopes_;  // of every attached order
+    std::vector<OrderScopes> scopes_;  // per attached order
     Filter filter_;
     std::function<void()> follower_;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();

@@ -1,8 +1,8 @@
-// A table's keys by number: counting them, telling the current one's number, and far moves.
+// A table's keys by number: counts, the number of the current key, and far moves.
 //
-// While nothing hides records, an order answers from its page counts and physical order from record
-// numbers. A filter or hidden deleted records can only be judged record by record; these are then
-// read into a buffer of their own, so that the current record stays as it is.
+// While no records are hidden, an order uses its page counts, and physical order uses record
+// numbers. A filter, or hidden deleted records, requires a read of each record; that uses a
+// separate buffer, so that the current record stays as it is.
 
 #include "engine/local/local_table.h"
 
@@ -24,7 +24,7 @@ void LocalTable::refuse_order(std::size_t order, const char* operation) const {
                           std::to_string(order));
 }
 
-// One move over many records; false when it leads beyond the first or the last one.
+// One move over many records; false when it would pass the first or the last one.
 bool LocalTable::leap(std::int64_t count) {
     const bool forward = count > 0;
     if (controlling_ == 0) {
@@ -39,14 +39,14 @@ bool LocalTable::leap(std::int64_t count) {
     return place_near(any, std::move(found), forward);
 }
 
-// True for a record that navigation shows.
+// True when navigation shows the record.
 bool LocalTable::among(RecordNumber record, MutableBytes buffer) {
     if (!file_->holds(record)) return false;
     file_->read(record, buffer);
     return shows({buffer, record});
 }
 
-// Keys that show, up to and including that of `last`, in a table that hides some.
+// Counts visible keys, up to and including that of `last`, in a table that hides some.
 std::size_t LocalTable::count_visible(std::size_t order, RecordNumber last) {
     std::vector<Byte> buffer(layout().record_length);
     std::size_t shown = 0;

@@ -1,4 +1,4 @@
-// Reading and writing memo blocks.
+// Reads and writes memo blocks.
 
 #include "engine/local/memo_file.h"
 
@@ -13,11 +13,12 @@
 namespace brenik::local {
 namespace {
 
-// How far from the end the remembered size is good enough.
+// At this distance from the limit the remembered size is good enough.
 constexpr std::uint64_t kFarFromFull = std::uint64_t{64} << 20;
-// What a new record must find free: its memos come later, and are then refused no more.
+// A new record requires this much free space, because its memos are written later and must not be
+// refused then.
 constexpr std::uint64_t kReserve = std::uint64_t{1} << 20;
-// Enough for most texts, so that they take one call.
+// Large enough for most texts, so that they take one call.
 constexpr std::size_t kReadAtOnce = 512;
 constexpr std::uint64_t kReadUnasked = 1 << 16;
 constexpr std::size_t kMostReleased = 4096;
@@ -35,7 +36,7 @@ std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uin
     return memo;
 }
 
-// What was released may have been taken by others meanwhile: under a lock that was lost.
+// Others may have taken released blocks meanwhile, because the lock was lost.
 void MemoFile::reopen() {
     file_.reopen();
     read_header();
@@ -64,7 +65,7 @@ void MemoFile::create(const std::string& table_path) {
     platform::File file =
         platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
     if (!file.is_open()) {
-        throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be made");
+        throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be created");
     }
     file.write_at(0, record::make_memo_header());
 }
@@ -93,7 +94,8 @@ std::string MemoFile::read(std::uint32_t block) const {
     return text;
 }
 
-// The lock's position is left out: some systems refuse to read what somebody has locked.
+// Stops before the lock's position: some systems refuse to read bytes that another process has
+// locked.
 MutableBytes MemoFile::up_to_lock(MutableBytes bytes, std::uint64_t offset) const {
     if (offset >= lock_.offset) return bytes;
     return bytes.first(static_cast<std::size_t>(
@@ -112,8 +114,9 @@ std::string MemoFile::read_generation3(std::uint64_t offset) const {
     return text;
 }
 
-// Length of the data of the memo whose first block is at the offset and begins with these bytes.
-// One that would cost memory is checked against the file; any other is found out by reading it.
+// Length of the data of the memo whose first block is at the offset and begins with these bytes. A
+// length that would cost much memory is checked against the file; a read shows whether any other is
+// wrong.
 std::uint64_t MemoFile::data_length(std::uint64_t block_offset, Bytes header) const {
     if (block_offset < format_.first_offset() || header.size() < record::kBlockHeaderSize) {
         damaged(block_offset, "a memo block outside the file");
@@ -152,7 +155,7 @@ void MemoFile::release(std::uint32_t block) {
     if (released_.size() > kMostReleased) released_.pop_front();
 }
 
-// The first released blocks that are enough; what is left of them stays for the next text.
+// Takes the first released blocks that are enough; their rest stays for the next text.
 std::uint32_t MemoFile::reuse(std::uint64_t blocks) {
     const Clock::time_point now = Clock::now();
     for (auto one = released_.begin(); one != released_.end() && one->free_from <= now; ++one) {
@@ -194,14 +197,14 @@ std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
         damaged(0, "next free block " + std::to_string(block) + " lies inside used blocks");
     }
     check_room(block, blocks);
-    // The system may have connected to a share again in order to write, and then others may have
-    // been given these blocks meanwhile.
+    // The system may have reconnected to a share in order to write, and others may have been given
+    // these blocks meanwhile.
     file_.require_same_session();
     doubtful_ = true;
     record::write_next_free(file_, static_cast<std::uint32_t>(block + blocks));
     file_.require_same_session();
     doubtful_ = false;
-    // Blocks behind what the header counts would stand in everybody's way.
+    // Blocks past what the header counts would make every later allocation fail.
     if (durable) file_.sync();
     known_blocks_ = block + blocks;
     return static_cast<std::uint32_t>(block);
@@ -213,7 +216,7 @@ std::uint64_t MemoFile::next_free_block() const {
     return *block;
 }
 
-// Memos end before the lock's position, and their numbers fit into 32 bits.
+// Memos end before the lock's position, and their block numbers fit into 32 bits.
 void MemoFile::check_room(std::uint64_t next_free, std::uint64_t blocks) const {
     const std::uint64_t end = next_free + blocks;
     if (format_.offset_of(end) <= lock_.offset && end < lock_.offset) return;

@@ -1,14 +1,14 @@
 // Memo files: texts and binary objects of any length, in numbered blocks.
 //
-// .FPT files are read and written, .DBT files only read.
-// A block number and a length are checked against the file's size before anything is read.
+// .FPT files are read and written, .DBT files are only read. Block numbers are checked before they
+// are used, and a large length is compared with the file's size before memory is allocated for it.
 //
-// A text is never written over the one that it replaces: it goes into other blocks, then the record
-// names those, and a process that ends in between has changed nothing. The format has no list of
-// free blocks, but whoever replaces a text that he wrote himself knows that its blocks are free,
-// and uses them again, once those who still hold the record as it was have had the time to read
-// them. Older texts stay where they are: other programs leave deleted records behind that name the
-// text of a live one.
+// A text is never overwritten in place. Its replacement goes to other blocks, then the record
+// refers to those; a process that ends in between has changed nothing. The format has no list of
+// free blocks. But a process that replaces a text that it wrote itself knows that the old blocks
+// are free. It reuses them after a delay, in which others that have read the old record can read
+// its text. Older texts stay where they are, because other programs leave deleted records that
+// refer to the text of a live one.
 
 #pragma once
 
@@ -30,28 +30,28 @@ namespace brenik::local {
 class MemoFile {
   public:
     using Clock = std::chrono::steady_clock;
-    // How long a released text can still be read.
+    // How long a released text stays readable.
     static constexpr std::chrono::milliseconds kTextStays{1000};
 
-    // Opens the memo file that belongs to the table. Refused when it cannot be had; a damaged one
-    // is EngineFault kDamagedFile.
+    // Opens the memo file that belongs to the table. Throws Refused when it is missing, not
+    // permitted or held by others; a damaged file is EngineFault kDamagedFile.
     static std::unique_ptr<MemoFile> open(const std::string& table_path, std::uint8_t version,
                                           const locks::FileUse& use);
-    // Makes an empty .FPT beside the table, replacing what is there.
+    // Creates an empty .FPT beside the table and replaces an existing one.
     static void create(const std::string& table_path);
 
-    // Opens the file again where its share's session was lost. Throws EngineFault.
+    // Reopens the file after its share's session was lost. Throws EngineFault.
     void reopen();
 
     // The memo that begins at `block`; empty for block 0.
     std::string read(std::uint32_t block) const;
-    // Stores a memo in blocks that nothing names and answers the first; 0 for empty text.
-    // EngineFault kUnsupported for .DBT files. A durable one is on the disk then.
+    // Stores a memo in blocks that nothing refers to, and returns the first; 0 for empty text.
+    // EngineFault kUnsupported for .DBT files. A durable memo is on the disk when this returns.
     std::uint32_t write(std::string_view text, bool binary, bool durable = false);
-    // The record that named this memo does so no more; 0 is none.
+    // Releases the blocks of a memo to which its record no longer refers; 0 is no memo.
     void release(std::uint32_t block);
-    // The lock under which blocks are added, kept through several writes: for those who must have
-    // every lock before they write anything.
+    // Holds the lock under which blocks are added during several writes, for callers that must
+    // acquire every lock before they write anything.
     class Allocation {
       public:
         Allocation(MemoFile& memo, LockTry attempt);
@@ -63,9 +63,10 @@ class MemoFile {
       private:
         MemoFile& memo_;
     };
-    // EngineFault kLimit when there is no room at the end for memos of that many bytes in all.
+    // EngineFault kLimit when the end of the file has no room for these memos of `bytes` bytes in
+    // all.
     void require_room(std::uint64_t memos, std::uint64_t bytes);
-    // The same for the memos that a new record may come to have.
+    // The same for the memos that a new record may get.
     void require_room_for_record();
     void sync() { file_.sync(); }
     const platform::File& file() const { return file_; }
@@ -90,9 +91,9 @@ class MemoFile {
     record::MemoFormat format_;
     locks::LockRange lock_;
     locks::LockQueue queue_{file_};
-    bool doubtful_ = false;           // the header was written when others may have gone further
+    bool doubtful_ = false;           // header written while others may have raised it
     bool allocating_ = false;         // the lock is held by an Allocation
-    std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: not known
+    std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: unknown
 
     struct Written {
         std::uint32_t block;
@@ -103,8 +104,8 @@ class MemoFile {
         std::uint64_t blocks;
         Clock::time_point free_from;
     };
-    std::deque<Released> released_;  // the longest free first
-    std::deque<Written> ours_;       // memos written here, the oldest first
+    std::deque<Released> released_;  // longest released first
+    std::deque<Written> ours_;       // memos written here, oldest first
 };
 
 }  // namespace brenik::local

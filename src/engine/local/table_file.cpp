@@ -12,15 +12,15 @@
 namespace brenik::local {
 namespace {
 
-// The system's pages, or parts of them.
+// The size of the system's pages, or a divisor of it.
 constexpr std::uint64_t kPageSize = 4096;
-// Longer than any system is known to remember what a share has told it.
+// Longer than any system is known to cache a share's answers.
 constexpr std::chrono::seconds kOldAnswersLast{15};
-// A record is copied in microseconds; who has been stopped in the middle of it is not waited for.
+// A record is copied in microseconds. Does not wait for a process suspended mid-copy.
 constexpr int kWholeTimeout_ms = 50;
-// A record that is another one each time is being rewritten faster than anybody works.
+// Give up after this many differing reads: no real workload rewrites a record this fast.
 constexpr int kMostReadings = 100;
-// Others hold the bytes that tell the modes apart only while they open the table themselves.
+// Others hold the bytes that separate the modes exclusively only while they open the table.
 constexpr int kModeTimeout_ms = 50;
 
 bool lock_within(platform::File& file, locks::LockRange range, platform::LockKind kind,
@@ -37,8 +37,8 @@ std::unique_ptr<TableFile> TableFile::open(const std::string& path, const locks:
     return table;
 }
 
-// While the other mode's byte is held exclusively nobody is, or can come to be, a user in that
-// mode; our own byte is taken under that cover and kept until the file is closed.
+// While the other mode's byte is locked exclusively, no user in that mode exists or can open the
+// table. Our own byte is locked during that time and stays locked until the file is closed.
 void TableFile::keep_other_mode_out() {
     if (exclusive_ || !file_.writable()) return;
     const bool proprietary = mode_ == locks::LockMode::kProprietary;
@@ -73,7 +73,7 @@ void TableFile::reopen() {
     }
 }
 
-// The records that others have added meanwhile are there, whatever the count says.
+// Records that others have added meanwhile exist, whatever the header counts.
 void TableFile::raise_count() {
     if (!count_doubtful_ || exclusive_) return;
     const locks::LockRange range = scheme_.append();
@@ -100,11 +100,11 @@ void TableFile::require_same_layout() {
         std::ranges::equal(layout_.fields, now.fields, same)) {
         return;
     }
-    throw EngineFault(FaultCode::kInputOutput, "open again", path() + ": is another table by now");
+    throw EngineFault(FaultCode::kInputOutput, "open again", path() + ": is now another table");
 }
 
-// A table that has outgrown the marker, in exclusive use, is beyond what compatible programs can
-// lock and keep in order anyway.
+// Compatible programs cannot lock or maintain a table that has outgrown the marker, in exclusive
+// use, anyway.
 bool TableFile::keep_strangers_out() {
     const locks::LockRange marker = scheme_.marker();
     if (file_.size() > marker.offset) return true;
@@ -112,7 +112,7 @@ bool TableFile::keep_strangers_out() {
     return marked_;
 }
 
-// The count in the header is a first idea of how many records there are.
+// The header's count, limited by the file's size, is a first estimate of the record count.
 record::TableLayout TableFile::read_layout() {
     const std::vector<Byte> header = record::read_header(file_, file_.size_at_open());
     record::TableLayout layout = record::parse_layout(header, file_.path());
@@ -135,10 +135,10 @@ RecordNumber TableFile::count() {
     return known_count_;
 }
 
-// The system may hand over a record that is being written part old and part new. Without a lock
-// only what two readings agree on is whole, and an earlier one may be the first; and where a record
-// lies in two of the system's pages, which are copied one after the other, even they may see the
-// same half.
+// The system may return a record that is being written part old and part new. Without a lock, only
+// two equal readings prove it whole; an earlier reading may be the first. If the record crosses a
+// page of the system, whose pages are copied one after the other, even both may see the same half:
+// keep_whole() prevents that.
 void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
     if (held_.owns(record)) return read_once(record, into);
     std::optional<locks::HeldLock> whole;
@@ -169,8 +169,8 @@ void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
     file_.require_same_session();
 }
 
-// Where the lock was lost, somebody else may have written this record, and nobody could bring that
-// back. So the server of a share is asked at the last moment.
+// If the lock was lost, another user may have written this record, and nothing could restore what
+// we overwrite. So the server of a share is asked just before the write.
 void TableFile::ask_server() const {
     if (!file_.remote()) return;
     static_cast<void>(file_.size());
@@ -186,7 +186,7 @@ void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
     if (lock_within(file_, range, kind, kWholeTimeout_ms)) held.emplace(file_, range);
 }
 
-// Overwrites what others read. A write that fails half-way is undone: a record, or a count, that is
+// Overwrites what others read. A write that fails half-way is undone: a record or a count that is
 // part old and part new is worse than either.
 void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
     try {
@@ -195,7 +195,7 @@ void TableFile::replace(std::uint64_t offset, Bytes bytes, Bytes before) {
         try {
             file_.write_at(offset, before);
         } catch (const platform::FileError&) {
-            // The first failure is the one to tell of.
+            // The first failure is the one to report.
         }
         throw;
     }
@@ -231,7 +231,8 @@ void TableFile::Addition::write(Bytes bytes) {
     file_.step_autoincrement();
 }
 
-// On a share the append lock may have been lost with the session, and somebody else have added.
+// On a share, the append lock may have been lost with the session, and others may have added
+// records.
 void TableFile::Addition::count() {
     file_.file_.require_same_session();
     file_.count_doubtful_ = true;
@@ -254,8 +255,8 @@ void TableFile::set_count(RecordNumber from, RecordNumber to) {
     known_count_ = seen_count_ = to;
 }
 
-// A share that shows an older count would have counted records written over. After a while the
-// lower count is taken as it is: the server may have lost the others, or a workstation have taken
+// If a share shows an older count, an addition would overwrite counted records. After a while the
+// lower count is accepted: the server may have lost the others, or a workstation may have taken
 // them back.
 void TableFile::require_newest(RecordNumber counted) {
     if (!file_.remote()) return;
@@ -271,7 +272,7 @@ void TableFile::require_newest(RecordNumber counted) {
     older_since_.reset();
 }
 
-// Under the append lock the header's count is exact. The file is looked at too, each time: it may
+// Under the append lock the header's count is exact. The file is checked too, each time: it may
 // have been cut short, or have lost its name, since it was opened.
 TableFile::Place TableFile::next_place() {
     const RecordNumber counted = counted_in_header();
@@ -294,8 +295,8 @@ TableFile::Place TableFile::next_place() {
     return {counted + 1, held > counted};
 }
 
-// What looks wrong without the lock may be an addition of somebody else's that is under way. So it
-// is looked at again under the lock, by an Addition that is given up at once.
+// What looks wrong without the lock may be another user's addition in progress. So an Addition,
+// which ends at once, checks it again under the lock.
 void TableFile::require_room() {
     try {
         static_cast<void>(next_place());

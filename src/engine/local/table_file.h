@@ -1,8 +1,8 @@
-// The table file itself: its header, its records and the locks on them.
+// The table file: its header, its records and the locks on them.
 //
-// The record count is never trusted from
-// memory: it is read from the header whenever an answer depends on it, and lowered where the file
-// is too short to hold that many. A record is complete in the file before the header counts it.
+// A cached record count is never trusted: the count is read from the header whenever a result
+// depends on it, and lowered if the file is too short to hold that many. A record is complete in
+// the file before the header counts it.
 
 #pragma once
 
@@ -24,21 +24,21 @@ namespace brenik::local {
 
 class TableFile {
   public:
-    // Refused when it cannot be had: missing, not permitted, somebody's exclusive use, or in use in
-    // the other locking mode.
+    // Throws Refused when the file is missing, not permitted, held exclusively by others, or in use
+    // in the other locking mode.
     static std::unique_ptr<TableFile> open(const std::string& path, const locks::FileUse& use);
 
-    // Opens the file again where its share's session was lost; no record is locked then. Throws
-    // EngineFault when it cannot be had, or is another table by now.
+    // Reopens the file after its share's session was lost; no record is locked then. Throws
+    // EngineFault when it cannot be opened or is now another table.
     void reopen();
 
     const std::string& path() const { return file_.path(); }
     const record::TableLayout& layout() const { return layout_; }
     bool exclusive() const { return exclusive_; }
 
-    // As the file says now.
+    // The current count in the file.
     RecordNumber count();
-    // True for 1 to count(); asks the file only about numbers beyond what is known to be there.
+    // True for 1 to count(); reads the file only for numbers beyond the last known count.
     bool holds(RecordNumber record) {
         return record != 0 && (record <= known_count_ || record <= count());
     }
@@ -46,21 +46,21 @@ class TableFile {
     bool read_many(RecordNumber first, MutableBytes into) const {
         return file_.read_at(offset_of(first), into) == into.size();
     }
-    // Reads one record; the number must be 1 to count(). `earlier` is what it was in an earlier
+    // Reads one record; the number must be 1 to count(). `earlier` is the result of an earlier
     // reading, or nothing.
     void read(RecordNumber record, MutableBytes into, Bytes earlier = {});
-    // `before` is what the record holds now: it is put back should the write be cut short.
+    // `before` is what the record holds now; it is written back if the write fails half-way.
     void write(RecordNumber record, Bytes bytes, Bytes before);
-    // EngineFault kInputOutput when the file no longer goes by a name.
+    // EngineFault kInputOutput when the file no longer has a name.
     void require_named() const { require_named(file_.named()); }
-    // The faults that an Addition would meet.
+    // Throws the faults that an Addition would meet.
     void require_room();
-    // Adds one record at the end, under the append lock, which goes with the object. The record
-    // stays locked once it has been counted, where the caller wants it locked at all.
+    // Adds one record at the end, under the append lock, which the object holds. Once counted, the
+    // record stays locked, unless the caller wants it unlocked.
     class Addition {
       public:
-        // Begun only where the locks were to be had. EngineFault kDamagedFile, kInputOutput or
-        // kLimit when the file cannot take a record.
+        // Not begun if a lock was refused. EngineFault kDamagedFile, kInputOutput or kLimit when
+        // the file cannot take a record.
         Addition(TableFile& file, LockTry attempt, Table::Leave leave = Table::Leave::kLocked);
         ~Addition();
         Addition(const Addition&) = delete;
@@ -68,14 +68,14 @@ class TableFile {
 
         bool begun() const { return record_ != 0; }
         RecordNumber record() const { return record_; }
-        // What an addition that was cut short has left in the record's place. It may have keys.
+        // What an interrupted addition has left in the record's place. It may have keys.
         std::optional<std::vector<Byte>> left_over() const;
-        // The autoincrement columns.
+        // Sets the autoincrement columns.
         void fill_in(MutableBytes bytes);
-        // Into the file, where nobody sees it yet.
+        // Writes the record to the file, where nobody sees it until it is counted.
         void write(Bytes bytes);
         void count();
-        // What was counted last is not there after all.
+        // Takes back the last count().
         void uncount();
 
       private:
@@ -87,7 +87,7 @@ class TableFile {
     };
     void sync() { file_.sync(); }
     const platform::File& file() const { return file_; }
-    // Sets the header's mark of a table that is opened with its index.
+    // Sets the header flag that makes the structural index open with the table.
     void mark_as_indexed() { record::mark_as_indexed(file_, layout_); }
 
     locks::HeldLocks& locks() { return held_; }
@@ -116,7 +116,7 @@ class TableFile {
     RecordNumber counted_in_header() const;
     struct Place {
         RecordNumber record;
-        bool left_over;  // the file holds a record there, which was never counted
+        bool left_over;  // the file holds an uncounted record there
     };
     Place next_place();
     void require_newest(RecordNumber counted);
@@ -127,14 +127,14 @@ class TableFile {
     platform::File file_;
     bool exclusive_;
     locks::LockMode mode_;
-    RecordNumber known_count_ = 0;  // the header's count when the file was last seen long enough
-    RecordNumber seen_count_ = 0;   // the highest that is not known to be taken back
-    std::optional<std::chrono::steady_clock::time_point> older_since_;  // a share shows less
+    RecordNumber known_count_ = 0;  // the header's count when the file was last long enough for it
+    RecordNumber seen_count_ = 0;   // the highest count not known to be taken back
+    std::optional<std::chrono::steady_clock::time_point> older_since_;  // a share shows less since
     record::TableLayout layout_;
     locks::LockScheme scheme_;
     locks::HeldLocks held_{file_, scheme_, mode_, exclusive_};
     locks::LockQueue append_queue_{file_};
-    bool marked_ = false;          // the positions of compatible programs are kept locked
+    bool marked_ = false;          // the positions of compatible programs are locked
     bool count_doubtful_ = false;  // written when others may have raised it further
     std::vector<Byte> again_;      // a second reading
 };

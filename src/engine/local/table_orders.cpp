@@ -1,4 +1,4 @@
-// Opening index files and bringing their tags up to date.
+// Opens index files and updates their tags.
 
 #include "engine/local/table_orders.h"
 
@@ -11,7 +11,7 @@
 namespace brenik::local {
 namespace {
 
-// Everything about a tag that could make an index wrong is settled here, when it is opened.
+// Everything about a tag that could make an index wrong is checked here, when the tag is opened.
 std::unique_ptr<index::Order> make_order(index::CdxTag& tag, const record::TableLayout& layout,
                                          const std::string& path) {
     const index::TagDescription& description = tag.description();
@@ -64,7 +64,7 @@ void TableOrders::reopen() {
     for (OpenIndex& one : indexes_) reopen(one);
 }
 
-// The old file is closed first: the system may have taken its locks again on its own.
+// The old file is closed first, because the system may have restored its locks by itself.
 void TableOrders::reopen(OpenIndex& one) {
     const std::string path = one.file->path();
     one.doubtful = one.doubtful || one.file->doubtful();
@@ -78,7 +78,7 @@ void TableOrders::reopen(OpenIndex& one) {
                was.key_length == is.key_length && was.descending == is.descending;
     };
     if (!std::ranges::equal(one.orders, file->tags(), same)) {
-        throw EngineFault(FaultCode::kInputOutput, "open again", path + ": has other tags by now");
+        throw EngineFault(FaultCode::kInputOutput, "open again", path + ": now has other tags");
     }
     for (std::size_t i = 0; i < one.orders.size(); ++i) {
         one.orders[i]->tag = file->tags()[i].get();
@@ -92,7 +92,7 @@ bool TableOrders::doubtful() const {
         indexes_, [](const OpenIndex& one) { return one.doubtful || one.file->doubtful(); });
 }
 
-// The index lock keeps records from being added, and keys from being changed, while they are read.
+// While the records are read, the index lock prevents additions of records and changes of keys.
 void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for_each) {
     for (OpenIndex& one : indexes_) {
         if (!one.doubtful) continue;
@@ -212,7 +212,7 @@ bool KeyUpdate::is_taken(const index::Order& order) {
     return false;
 }
 
-// Entries that a kill or a power failure left behind stand for nobody.
+// Entries that a kill or a power failure left behind do not hold the key.
 bool KeyUpdate::is_held(const TableOrders::KeyChange& key, const RecordHas& has) const {
     index::CdxTag& tag = *key.order->tag;
     index::IndexEntry entry;
@@ -266,7 +266,8 @@ void KeyUpdate::take_back() noexcept {
             one.change->publish();
         }
     } catch (const std::exception&) {
-        // They stay behind: keys of a record that is not there, which every search passes over.
+        // The keys stay behind: entries of a record that does not exist, which every search passes
+        // over.
     }
 }
 

@@ -1,8 +1,9 @@
-// The orders of one table: its index files, the walks through them, and keeping them right.
+// The orders of one table: its index files, the attached orders, and the update of all keys.
 //
 // Every tag of every open index file is maintained, whether or not it is attached as an order. When
-// a record changes, a KeyUpdate alters the tags whose key or condition changed with it: in memory
-// under the index lock first; a fault before anything is published leaves the index as it was.
+// a record changes, a KeyUpdate changes the tags whose key or condition changes with it. It works
+// in memory first, under the index lock; a fault before anything is published leaves the index
+// unchanged.
 
 #pragma once
 
@@ -25,23 +26,23 @@ class TableOrders {
                 const locks::FileUse& use)
         : layout_(layout), table_path_(std::move(table_path)), use_(use) {}
 
-    // Opens the structural index and attaches its orders. Refused when it cannot be had; a tag that
-    // cannot be kept correct is another EngineFault.
+    // Opens the structural index and attaches its orders. Throws Refused when it cannot be opened;
+    // a tag that cannot be maintained is another EngineFault.
     void open_structural();
-    // After each of the calls that open or attach, when what comes first has been read.
+    // Releases the locks that opening keeps. Called after each open or attach, once the first pages
+    // have been read.
     void end_opening() noexcept;
     bool has_structural() const { return !indexes_.empty() && indexes_.front().structural; }
-    // Opens the files again where their share's session was lost; orders stay attached. EngineFault
-    // when one of them cannot be had or has other tags by now.
+    // Reopens the files after their share's session was lost; orders stay attached. EngineFault
+    // when a file cannot be opened or now has other tags.
     void reopen();
-    // Makes the index files anew, in their places, in which a lost session may have left what does
-    // not belong together. `for_each` calls back with every record. EngineFault kBusy when somebody
-    // keeps such an index locked.
+    // Rebuilds, in place, the index files that a lost session may have left inconsistent.
+    // `for_each` calls back with every record. EngineFault kBusy when such an index stays locked.
     using RecordUse = std::function<bool(const record::RecordView&)>;
     bool doubtful() const;
     void mend_doubtful(const std::function<void(const RecordUse&)>& for_each);
-    // Attaches the orders of an index file, opening it where it is not open yet. Refused when it
-    // cannot be had.
+    // Attaches the orders of an index file and opens the file if necessary. Throws Refused when it
+    // cannot be opened.
     void attach(const std::string& name);
     // Detaches all orders; the structural index stays open and maintained.
     void detach_all();
@@ -50,13 +51,12 @@ class TableOrders {
     const index::Order& attached(std::size_t number) const {
         return *attached_[number - 1];
     }  // from 1
-    // Numbers of the attached orders of an index file, as attach() understands its name.
+    // Numbers of the attached orders of an index file, which is named as for attach().
     std::vector<std::size_t> numbers_of(const std::string& index_file) const;
 
-    // EngineFault kLimit when the keys of a further record might not fit into an index file.
+    // EngineFault kLimit when the keys of another record might not fit into an index file.
     void require_room() const;
     void sync();
-    // Calls `visit` with every open index file.
     template <class Visit>
     void for_each_file(Visit visit) const {
         for (const OpenIndex& index : indexes_) visit(*index.file);
@@ -99,32 +99,32 @@ class TableOrders {
     std::vector<const index::Order*> attached_;
 };
 
-// What one record's change does to the keys of its table: from `before` (none for a record that is
-// new) to `after` (none for one that is not to be there; never both). The index locks go with the
-// object.
+// The effect of one record's change on the keys of its table: from `before` (none for a new record)
+// to `after` (none for a removed one; never none in both). The object holds the index locks.
 class KeyUpdate {
   public:
     KeyUpdate(TableOrders& orders, const std::optional<record::RecordView>& before,
               const std::optional<record::RecordView>& after);
 
-    // Locks every index file that is concerned. One try, false when one of them is somebody
-    // else's; or waiting a bounded time, else EngineFault kBusy.
+    // Locks every index file that the change concerns. With a try, false when another user holds
+    // one of the locks; without, waits a bounded time, then throws EngineFault kBusy.
     [[nodiscard]] bool lock(LockTry attempt, bool durable) { return lock_all(attempt, durable); }
     void lock(bool durable) { static_cast<void>(lock_all({}, durable)); }
-    // True when the order holds the key already that the change would add to it.
+    // True when the order already holds the key that the change would add.
     bool is_taken(const index::Order& order);
 
     // True when the record that an entry names has that entry's key.
     using RecordHas =
         std::function<bool(const index::Order& order, const index::IndexEntry& entry)>;
-    // In memory. EngineFault kDuplicateKey when another record has the key of a candidate tag.
+    // In memory only. EngineFault kDuplicateKey when another record has the key of a candidate tag.
     void insert(const RecordHas& has);
     void remove();
 
-    // What can fail for want of space, and is named by nothing yet; then the rest.
+    // First writes what can fail for lack of space, which nothing refers to yet; publish() writes
+    // the rest.
     void write_new_pages();
     void publish();
-    // Takes what was inserted and published out again, as far as that can be done.
+    // Removes what was inserted and published, as far as possible.
     void take_back() noexcept;
 
   private:
