@@ -1,4 +1,4 @@
-// Reading a header that may be damaged, and proving what it should say from the file's length.
+// Reads a header that may be damaged, and proves from the file's length what it should be.
 
 #include "engine/maintenance/check_header.h"
 
@@ -23,7 +23,7 @@ std::optional<record::TableLayout> parse(const std::vector<Byte>& header, const 
     }
 }
 
-// The width that the descriptor there gives its field.
+// The width in the descriptor at this offset.
 std::size_t width_at(const std::vector<Byte>& header, std::size_t at) {
     return record::width_in(Bytes(header).subspan(at));
 }
@@ -57,7 +57,8 @@ std::optional<std::size_t> list_end(const std::vector<Byte>& header) {
     return std::nullopt;
 }
 
-// Adds the widths up anew and counts the descriptors anew.
+// Recomputes the record length from the widths, and the header length from the number of
+// descriptors.
 bool mend_lengths(std::vector<Byte>& header) {
     const std::optional<std::size_t> end = list_end(header);
     if (!end) return false;
@@ -68,7 +69,7 @@ bool mend_lengths(std::vector<Byte>& header) {
     const std::size_t header_length =
         *end + 1 + (is_later_generation(header) ? record::kBacklinkSize : 0);
     if (length > record::kLongestRecord || header_length > record::kLargestHeader) return false;
-    // Some writers put one more byte behind the list; a length that has it is left alone.
+    // Some writers put one more byte after the list; a header length that includes it is kept.
     if (load_le16(header.data() + record::kHeaderLengthOffset) != header_length + 1) {
         store_le16(header.data() + record::kHeaderLengthOffset,
                    static_cast<std::uint16_t>(header_length));
@@ -86,15 +87,15 @@ bool has_mark(const platform::File& table, std::uint64_t record_at) {
     return is_byte(table, record_at, ' ') || is_byte(table, record_at, '*');
 }
 
-// True when the counted records and perhaps an end mark make the file's size. An end mark that
-// would be the last byte of a record belongs to a header that is one too long.
+// True when the counted records, and perhaps an end mark, make up the file's size. If the end mark
+// were the last byte of a record, the header length would be one too large.
 bool explains_size(const platform::File& table, const record::TableLayout& layout,
                    RecordNumber counted, std::uint64_t size) {
     const std::uint64_t end = record::end_of_records(layout, counted);
     return size == end + 1 || (size == end && !is_byte(table, end - 1, record::kEndMark));
 }
 
-// How many of the first records begin with no deletion mark.
+// How many of the first records do not begin with a deletion mark.
 RecordNumber wrong_marks(const platform::File& table, const record::TableLayout& layout,
                          RecordNumber counted, std::uint64_t size) {
     RecordNumber wrong = 0;
@@ -106,7 +107,7 @@ RecordNumber wrong_marks(const platform::File& table, const record::TableLayout&
     return wrong;
 }
 
-// Tries what can be proved from the rest of the header and the file's length.
+// Tries the corrections that the rest of the header and the file's length can prove.
 void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const platform::File& table) {
     if (header.size() <= record::kTableHeaderSize) return;
     const std::string& path = table.path();
@@ -126,9 +127,9 @@ void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const plat
     }
 }
 
-// A header that is longer than its field list needs, where the records show that they begin at the
-// length that the list needs: by their deletion marks, or because only then the file holds those
-// that are counted. Empty where it is well as it is.
+// The header with the length that its field list needs, if its own length is greater and the
+// records prove the shorter one: by their deletion marks, or because only then the file's size fits
+// the record count. Empty if nothing is to be corrected.
 std::optional<std::vector<Byte>> with_exact_length(const HeaderFacts& facts,
                                                    const std::vector<Byte>& header,
                                                    const platform::File& table) {
@@ -156,7 +157,7 @@ void report_header(const HeaderFacts& facts, const std::vector<Byte>& header,
         if (what.starts_with(path + ": ")) what.erase(0, path.size() + 2);
         report.fault("header", facts.layout ? Remedy::kRepair : Remedy::kRestore, {},
                      facts.layout ? what +
-                                        "; the rest of the header and the file's length tell "
+                                        "; the rest of the header and the file's length show "
                                         "what it should be"
                                   : what);
     }
@@ -242,7 +243,7 @@ void report_tail(const HeaderFacts& facts, const Reporter& report) {
             return;
         case Tail::kUnfinished:
             report.fault("unfinished-append", Remedy::kRepair, at_record(facts.counted + 1),
-                         counts + "a blank one that was never finished lies behind them");
+                         counts + "an unfinished blank record follows them");
             return;
         case Tail::kNoEndMark:
             report.fault("end-mark", Remedy::kRepair, {},
@@ -253,7 +254,7 @@ void report_tail(const HeaderFacts& facts, const Reporter& report) {
             report.fault("rubbish", Remedy::kRepair, {},
                          "at " + std::to_string(facts.end_of(facts.counted) + 1) + ": " +
                              std::to_string(facts.size - facts.end_of(facts.counted) - 1) +
-                             " bytes behind the end mark");
+                             " bytes after the end mark");
             return;
     }
 }
@@ -281,7 +282,7 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
     } else if (const auto mended = with_exact_length(facts, header, table)) {
         report.fault("header", Remedy::kRepair, {},
                      "at 8: header length " + std::to_string(facts.layout->header_length) +
-                         "; the field list and the records tell that it should be " +
+                         "; the field list and the records show that it should be " +
                          std::to_string(load_le16(mended->data() + record::kHeaderLengthOffset)));
         facts.mended = *mended;
         facts.layout = parse(*mended, table.path());
@@ -306,8 +307,9 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
     } else {
         facts.tail = Tail::kSound;
         facts.usable = std::min(facts.counted, facts.held);
-        report.unchecked("table-locked", {},
-                         "somebody keeps the whole table locked; its record count was not checked");
+        report.unchecked(
+            "table-locked", {},
+            "another program keeps the whole table locked; its record count was not checked");
     }
     return facts;
 }

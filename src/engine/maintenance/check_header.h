@@ -1,4 +1,4 @@
-// What a table's header and length say, and what is wrong with them.
+// What a table's header and length say, and which faults they have.
 
 #pragma once
 
@@ -11,22 +11,22 @@
 
 namespace brenik::maintenance {
 
-// What the bytes behind the last counted record are.
+// What follows the last counted record.
 enum class Tail {
-    kSound,       // the end mark, or nothing where the version goes without
+    kSound,       // the end mark, or nothing if the version does without
     kCutShort,    // the file ends before the last counted record does
     kUncounted,   // whole records that the header does not count
-    kUnfinished,  // one blank record: an append that was not acknowledged
-    kNoEndMark,   // something other than the end mark, or nothing where one belongs
-    kRubbish,     // the end mark, and at least a record's length of bytes behind it
+    kUnfinished,  // one blank record, of an append that was not acknowledged
+    kNoEndMark,   // neither the end mark nor a record, or nothing where the mark belongs
+    kRubbish,     // the end mark, and at least a record's length of bytes after it
 };
 
 struct HeaderFacts {
-    std::optional<record::TableLayout> layout;  // empty: nothing of the table can be understood
-    // The header with what can be proved put right; empty when it is right as it is.
+    std::optional<record::TableLayout> layout;  // empty: the table cannot be interpreted
+    // The header with what can be proved corrected; empty when nothing is to be corrected.
     std::vector<Byte> mended;
-    RecordNumber counted = 0;  // by the header
-    RecordNumber held = 0;     // whole records that the file has room for
+    RecordNumber counted = 0;  // in the header
+    RecordNumber held = 0;     // whole records that fit the file
     RecordNumber usable = 0;   // the number of records that the table should count
     Tail tail = Tail::kSound;
     std::uint64_t size = 0;
@@ -36,8 +36,7 @@ struct HeaderFacts {
     }
 };
 
-// Reads header and length together, under the lock that an append would hold, and reports what is
-// wrong.
+// Reads header and length together, under the lock of an append, and reports their faults.
 HeaderFacts check_header(platform::File& table, const Reporter& report);
 
 }  // namespace brenik::maintenance

@@ -1,12 +1,12 @@
-// The structure of an index first, on bytes read under its lock; then tag by tag the keys.
+// First checks the structure of an index, on bytes read under its lock, then the keys of each tag.
 //
-// Keys are compared without holding up anybody: the records are read as they are just then. What
-// looks wrong is compared once more under the index lock, with the index read again if it has
-// changed; under that lock no change of an index is half done. A record that somebody has locked
-// may lack its keys for good reason, so it is named as not checked.
+// Keys are first compared without any lock, with the records as they are at that moment. Suspicions
+// are checked again under the index lock, which excludes half-done changes; the index is read again
+// if it has changed. A record that another program has locked may legitimately lack its keys, so it
+// is reported as not checked.
 //
-// However much looks wrong, nobody waits for it: the lock is let go every so often, and nothing is
-// reported under it, because whoever takes the report may be slow.
+// Other programs never wait long, however many suspicions there are: the lock is released at
+// intervals, and findings are reported without it, because the receiver of the report may be slow.
 
 #include "engine/maintenance/check_index.h"
 
@@ -32,7 +32,7 @@ constexpr std::chrono::milliseconds kLongestHold{100};
 
 index::CdxForm directory_form() { return {0, index::kTagNameLength, ' '}; }
 
-// For tags whose expression cannot be used: the key bytes are only compared with each other.
+// For tags whose expression cannot be used: their key bytes are only compared with each other.
 Byte likely_pad(const index::TagDescription& tag) { return tag.collation.empty() ? ' ' : 0; }
 
 std::string reason_of(const EngineFault& fault, const std::string& path) {
@@ -40,7 +40,7 @@ std::string reason_of(const EngineFault& fault, const std::string& path) {
     return what.starts_with(path + ": ") ? what.substr(path.size() + 2) : what;
 }
 
-// The tag as it would be made today, where only the key length in its header is wrong.
+// A new plan for the tag, if only the key length in its header is wrong.
 std::optional<make::TagPlan> plan_anew(const index::TagDescription& tag,
                                        const record::TableLayout& layout) {
     if (!tag.unsupported.empty() && tag.key_length >= 1 &&
@@ -74,7 +74,7 @@ FoundTag read_tag(const IndexBytes& bytes, const record::TableLayout& layout,
     return tag;
 }
 
-// The entries of the directory that can be read, whatever else is wrong.
+// The directory entries that can be read, whatever else is wrong.
 struct Directory {
     std::vector<index::IndexEntry> names;
     bool complete = true;
@@ -98,7 +98,7 @@ Directory read_directory(const IndexBytes& bytes, const std::string& path) {
             });
     };
     walk(load_le32(bytes.bytes().data()));
-    // Nearly every file has the directory right behind its header.
+    // In nearly every file the directory follows its header.
     if (directory.names.empty() && counts.faults > 0) {
         counts.faults = 0;
         walk(kFirstTreePage);
@@ -122,11 +122,11 @@ class IndexCheck {
 
     void run() {
         if (!bytes_.read(files_.index)) {
-            return report_.unchecked("index-locked", {}, "somebody keeps the index locked");
+            return report_.unchecked("index-locked", {}, "another program keeps the index locked");
         }
         if (files_.index.size() > IndexBytes::kLargest) {
             report_.fault("index-size", Remedy::kReindex, {},
-                          "the file is larger than its page numbers can tell");
+                          "the file is larger than page offsets can express");
         }
         if (bytes_.header_at(0).empty()) {
             return report_.fault("index-header", Remedy::kRestore, {},
@@ -166,7 +166,7 @@ class IndexCheck {
             place.tag = name;
             report_.fault("tag-header", Remedy::kReindex, place,
                           "its header cannot be read: the tag is lost unless its definition is "
-                          "given anew");
+                          "supplied");
         }
         std::set<std::string> names;
         for (const FoundTag& tag : found_.tags) {
@@ -284,7 +284,7 @@ class IndexCheck {
         if (!found.empty()) confirm(tag, found);
     }
 
-    // Looks once more.
+    // Re-checks suspicions under the index lock.
     void confirm(const FoundTag& tag, const KeyCheck::Suspicions& suspicions) {
         std::set<RecordNumber> distinct;
         for (const auto& suspicion : suspicions) distinct.insert(suspicion.record);
@@ -296,12 +296,12 @@ class IndexCheck {
                 confirm_some(tag, std::span(records).subspan(done), check, confirmed);
             if (more == 0) {
                 return report_.unchecked("index-locked", at_page(tag.description.name, tag.header),
-                                         "somebody keeps the index locked");
+                                         "another program keeps the index locked");
             }
             done += more;
             for (const Confirmed& wrong : confirmed) report_confirmed(tag, wrong);
         }
-        // The entries among themselves are of one moment, and a count only grows.
+        // All entries were read at one moment, and the record count only grows.
         const RecordNumber count = count_now();
         KeyCheck::Suspicions found;
         check->check_past(count, found);
@@ -314,12 +314,13 @@ class IndexCheck {
 
     struct Confirmed {
         KeyCheck::Suspicion suspicion;
-        bool there;   // the record
-        bool in_use;  // somebody had it locked at that moment
+        bool there;   // whether the record exists
+        bool in_use;  // whether another program had it locked at that moment
     };
 
-    // The first of these records, with nobody changing the index meanwhile, and as many as others
-    // can be kept waiting for. Answers their number: 0 when somebody keeps the index locked.
+    // Re-checks the first of these records under the index lock, as many as the time for which
+    // others may be kept waiting allows. Returns their number; 0 if another program keeps the index
+    // locked.
     std::size_t confirm_some(const FoundTag& tag, std::span<const RecordNumber> records,
                              std::optional<KeyCheck>& check, std::vector<Confirmed>& confirmed) {
         using Clock = std::chrono::steady_clock;
@@ -346,7 +347,7 @@ class IndexCheck {
         return done;
     }
 
-    // The tree as the bytes say now; its structure has been looked at before.
+    // The tree's entries in the current bytes; its structure has been checked before.
     std::vector<TreeEntry> entries_of(const FoundTag& tag) const {
         std::vector<TreeEntry> entries;
         CheckedTable counts;
@@ -383,11 +384,11 @@ class IndexCheck {
             case KeyCheck::Wrong::kStray:
                 return report_.fault("stray-key", Remedy::kReindex, place,
                                      confirmed.there ? "an entry whose key is not the record's"
-                                                     : "an entry of a record that is not there");
+                                                     : "an entry of a record that does not exist");
             case KeyCheck::Wrong::kUnrepresented:
                 return report_.note("unrepresented-key", Remedy::kReindex, place,
-                                    "no entry stands for the record's key; programs leave that "
-                                    "behind when the record that had it changes");
+                                    "no entry represents the record's key; programs leave this "
+                                    "behind when the record that had the entry changes");
             case KeyCheck::Wrong::kAgain:
                 return report_.fault(
                     "key-not-unique", tag.description.unique ? Remedy::kReindex : Remedy::kByHand,

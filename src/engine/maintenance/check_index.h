@@ -10,23 +10,23 @@
 
 namespace brenik::maintenance {
 
-// A tag as far as its header can be read.
+// A tag, as far as its header can be read.
 struct FoundTag {
     index::TagDescription description;
     std::uint32_t header;
     std::uint32_t root;
-    // Empty when the expressions can be used; else why they cannot.
+    // Empty when the expressions can be used, otherwise why not.
     std::string unusable;
     std::optional<make::TagPlan> plan;
-    // For an unusable tag of which only the key length is wrong: how to make it anew.
+    // For an unusable tag of which only the key length is wrong: the plan to rebuild it.
     std::optional<make::TagPlan> rebuilt;
 };
 
-// What an index says about its tags, in creation order.
+// The tags that an index lists, in creation order.
 struct FoundTags {
     std::vector<FoundTag> tags;
-    bool complete = true;                 // false: there may be more that cannot be read
-    std::vector<std::string> unreadable;  // names of tags whose header makes no sense
+    bool complete = true;                 // false: there may be others that cannot be read
+    std::vector<std::string> unreadable;  // names of tags whose header cannot be interpreted
 };
 
 // Reads what can be read, and reports nothing.

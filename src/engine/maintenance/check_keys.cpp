@@ -1,4 +1,4 @@
-// Comparing what the records give with what the leaves hold.
+// Compares the keys of the records with those in the leaves.
 
 #include "engine/maintenance/check_keys.h"
 
@@ -43,7 +43,7 @@ void KeyCheck::check(const record::RecordView& record, Suspicions& found) const 
     }
 }
 
-// Keys that two writers may compute differently.
+// Accepts keys that two writers may compute differently.
 bool KeyCheck::is_lenient_match(const TreeEntry& entry, const record::RecordView& record) const {
     const index::CdxForm form{0, plan_.description.key_length, plan_.description.pad};
     const index::CdxPage page = index::CdxPage::decode(form, entry.page, bytes_.page(entry.page));

@@ -1,4 +1,4 @@
-// The keys of one tag against the records of the table.
+// Checks the keys of one tag against the records of the table.
 
 #pragma once
 
@@ -15,26 +15,26 @@ class KeyCheck {
     // `entries` in any order.
     KeyCheck(const make::TagPlan& plan, const IndexBytes& bytes, std::vector<TreeEntry> entries);
 
-    // What is wrong between the tag and one record, or the tag and a record that is not there.
+    // What is wrong between a tag and one record, which need not exist.
     enum class Wrong {
         kMissing,        // the record has no key
-        kStray,          // an entry whose key is not the record's, or that should not be at all
-        kUnrepresented,  // unique tags: no entry stands for the record's key
-        kAgain,          // unique and candidate tags: another record has the key too
+        kStray,          // an entry whose key is not the record's, or that should not exist
+        kUnrepresented,  // unique tags: no entry represents the record's key
+        kAgain,          // unique and candidate tags: another record has the same key
     };
     struct Suspicion {
         RecordNumber record;
         Wrong wrong;
-        std::uint64_t page = 0;  // where the stray entry is
-        RecordNumber other = 0;  // kAgain: the record that has the key too
+        std::uint64_t page = 0;  // page of the stray entry
+        RecordNumber other = 0;  // kAgain: the record with the same key
     };
     using Suspicions = std::vector<Suspicion>;
 
-    // Everything about this record.
+    // Checks one record against its entries.
     void check(const record::RecordView& record, Suspicions& found) const;
-    // Entries of records past the last one.
+    // Finds entries of records past the last one.
     void check_past(RecordNumber count, Suspicions& found) const;
-    // Keys that a unique or candidate tag holds twice.
+    // Finds keys that a unique or candidate tag holds twice.
     void check_unique(Suspicions& found) const;
 
   private:
@@ -44,7 +44,7 @@ class KeyCheck {
 
     const make::TagPlan& plan_;
     const IndexBytes& bytes_;
-    Entries entries_;                        // by record
+    Entries entries_;                        // sorted by record
     std::vector<std::uint64_t> key_hashes_;  // of unique tags, sorted
 };
 

@@ -1,4 +1,4 @@
-// One pass over the records, then a look at which memos overlap.
+// One pass over the records, then a comparison of the memos' blocks for overlaps.
 
 #include "engine/maintenance/check_memo.h"
 
@@ -115,13 +115,14 @@ class RecordCheck {
         facts_.pointers = true;
         if (!usable_) return;
         std::string wrong = pointer.is_number ? reason_against(pointer.block, record, field)
-                                              : std::string("the memo's block is no number");
-        // A program that writes the record just now is given the time for it.
+                                              : std::string("the memo's block is not a number");
+        // A program may be writing the record just now; if the pointer has changed, it is not
+        // reported.
         if (wrong.empty() || changed_since(record, field)) return;
         bad_.push_back({record.number, field, pointer.block, std::move(wrong)});
     }
 
-    // Pointers that are nearly all wrong are not wrong: the block size is.
+    // If most pointers are wrong, the block size is wrong instead.
     void report_pointers() {
         if (is_fpt() && bad_.size() > 1 && bad_.size() > claims_.size()) {
             if (const std::uint32_t size = likely_block_size()) {
@@ -142,7 +143,7 @@ class RecordCheck {
         }
     }
 
-    // A size that makes a memo of every block that records name; 0 when there is none.
+    // A block size with which every block that records name begins a memo; 0 if there is none.
     std::uint32_t likely_block_size() const {
         for (const std::uint32_t size : {64U, 512U, 32U, 128U, 256U, 1024U, 33U}) {
             const auto is_memo_there = [&](std::uint64_t block) {
@@ -186,14 +187,14 @@ class RecordCheck {
                    " bytes, which runs past the end of the memo file";
         }
         if (!memo || !memo->is_known_type) return where + " is not the beginning of a memo";
-        // Other programs leave deleted records with the memo of their successor.
+        // Other programs leave deleted records that refer to the memo of a live one.
         if (!record.deleted()) {
             claims_.push_back({at, at + length, record.number, static_cast<std::uint32_t>(field)});
         }
         return {};
     }
 
-    // The pointer as the file has it at this moment.
+    // The pointer in the file at this moment.
     std::uint32_t block_now(RecordNumber record, std::size_t field) const {
         std::vector<Byte> bytes(layout_.record_length);
         if (files_.table.read_at(header_.end_of(record - 1), bytes) < bytes.size()) return 0;
@@ -205,8 +206,8 @@ class RecordCheck {
                record::read_memo_pointer(record, layout_.fields[field]).block;
     }
 
-    // Programs use the blocks of a text that they have replaced again, so a record read early and
-    // one read late may seem to share them.
+    // Programs reuse the blocks of texts that they have replaced, so a record read early and one
+    // read late may seem to share them.
     bool still_claims(const Claim& claim) const {
         return format_.offset_of(block_now(claim.record, claim.field)) == claim.from;
     }
@@ -220,7 +221,7 @@ class RecordCheck {
                 report_.fault("memo-overlap", Remedy::kRepair,
                               at_record(claim.record, layout_.fields[claim.field].name),
                               "the memo at byte " + std::to_string(claim.from) +
-                                  " lies in that of record " + std::to_string(reach->record) +
+                                  " overlaps that of record " + std::to_string(reach->record) +
                                   ", field " + layout_.fields[reach->field].name);
                 facts_.faults.push_back({claim.record, claim.field, true});
             }
@@ -228,23 +229,23 @@ class RecordCheck {
         }
     }
 
-    // Programs raise the number before they write the blocks: it may point behind the file's end,
-    // and the size must be asked for first.
+    // Programs raise the number before they write the blocks. So it may point past the file's end,
+    // and the size must be read before the number.
     void check_next_free() {
         const std::uint64_t size = std::max(files_.memo.size(), record::kFptHeaderSize);
         const auto number = record::read_next_free(files_.memo);
         if (!number) return;
         const std::uint64_t next = *number;
         const std::uint64_t free = format_.blocks_in(size);
-        // Of a file that is full, no number would be better than the one that is there.
+        // In a full file no other number would be better.
         const bool too_high = next > free && format_.offset_of(next) > memo_limit(size);
         if (facts_.block_size || (next >= free && !too_high)) return;
         facts_.next_free = static_cast<std::uint32_t>(free);
         report_.fault(
             "memo-next-free", Remedy::kRepair, {},
             "the next free block " + std::to_string(next) +
-                (next < free ? " lies inside used blocks: memos could be written over each other"
-                             : " lies where no memo can be: none can be added"));
+                (next < free ? " lies inside used blocks: memos could overwrite each other"
+                             : " lies past the last position of a memo: none can be added"));
     }
 
     OpenTableFiles& files_;

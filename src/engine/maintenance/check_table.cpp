@@ -11,7 +11,7 @@
 namespace brenik::maintenance {
 namespace {
 
-// False, with the reason reported, for a file that is not open.
+// False for a file that is not open; reports the reason.
 bool require_open(const platform::File& file, const Reporter& report) {
     switch (file.failure()) {
         case platform::OpenFailure::kNone:

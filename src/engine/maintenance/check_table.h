@@ -1,4 +1,4 @@
-// What a check finds, for whoever is to mend it.
+// The findings of a check, in the form that repairs need.
 
 #pragma once
 
@@ -13,10 +13,10 @@ struct TableFindings {
     HeaderFacts header;
     MemoFacts memo;
     bool index_faults = false;  // or notes
-    bool leftover = false;      // an index that was never finished
+    bool leftover = false;      // an index that was never finished exists
 };
 
-// Checks files of which the table's own is open; opens the others in the same way.
+// Checks a table whose own file is open; opens the other files with the same access.
 TableFindings check_open_table(OpenTableFiles& files, Access access, const Reporter& report,
                                const Progress& progress);
 

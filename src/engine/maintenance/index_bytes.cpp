@@ -1,4 +1,4 @@
-// Reading an index whole, and walking its trees however they are damaged.
+// Reads a whole index, and walks its trees however damaged they are.
 
 #include "engine/maintenance/index_bytes.h"
 
@@ -87,12 +87,13 @@ void TreeWalk::fault(std::uint64_t page, const std::string& what) const {
     report_.fault("index-page", Remedy::kReindex, at_page(tag_, page), what);
 }
 
-// What a change leaves that was cut short: our walks find their way through it.
+// Reports what an interrupted change leaves; walks of this engine still read it correctly.
 void TreeWalk::unfinished(std::uint64_t page, const std::string& what) const {
-    report_.note("index-unfinished", Remedy::kReindex, at_page(tag_, page),
-                 what +
-                     ": a change was cut short there; BrenikDB reads it rightly and mends it "
-                     "with its next change there, other programs may not");
+    report_.note(
+        "index-unfinished", Remedy::kReindex, at_page(tag_, page),
+        what +
+            ": an interrupted change left this; BrenikDB reads it correctly and repairs it "
+            "with its next change there, other programs may not");
 }
 
 void TreeWalk::run(std::uint32_t root, const std::function<void(const index::CdxPage&)>& leaf) {
@@ -115,7 +116,7 @@ void TreeWalk::run(std::uint32_t root, const std::function<void(const index::Cdx
     }
 }
 
-// The page, if it is a page of this tree and nobody else's.
+// The page, if it is a valid page of this tree and not claimed by another.
 std::optional<index::CdxPage> TreeWalk::take(std::uint32_t offset) {
     const std::string refused = owners_.claim(offset, "tag " + tag_);
     if (!refused.empty()) {
@@ -147,7 +148,7 @@ void TreeWalk::visit(const index::CdxPage& page, const Link& link) {
     }
 }
 
-// Pages that only their left neighbour names: what a split that was cut short leaves behind.
+// Visits pages that only their left neighbour names: an interrupted split leaves them.
 void TreeWalk::follow_unnamed(std::uint32_t expected) {
     if (gap_) return;
     std::uint32_t next = previous_right_;
@@ -164,14 +165,15 @@ void TreeWalk::follow_unnamed(std::uint32_t expected) {
     }
 }
 
-// Attributes, siblings and order within the level.
+// Checks attributes, siblings and the order within the level.
 void TreeWalk::check_place(const index::CdxPage& page) {
     const std::uint32_t offset = page.offset();
     if (page.root != (depth_ == 0)) {
-        fault(offset, page.root ? "is marked as a root, but is none" : "is not marked as the root");
+        fault(offset,
+              page.root ? "is marked as a root, but is not one" : "is not marked as the root");
     }
     if (leaves_ && *leaves_ != page.leaf()) {
-        fault(offset, "leaves and branches on one level: leaves lie at different depths");
+        fault(offset, "leaves and branches on one level: leaves are at different depths");
     }
     leaves_ = page.leaf();
     if (!gap_ && page.left != previous_) {
@@ -191,7 +193,7 @@ void TreeWalk::check_place(const index::CdxPage& page) {
     previous_right_ = page.right;
 }
 
-// Other programs change a page in place and rely on the free space and the compression being exact.
+// Other programs change a page in place and rely on exact free space and compression.
 void TreeWalk::check_packing(const index::CdxPage& page) const {
     if (page.empty()) return;
     const Bytes raw = bytes_.page(page.offset());
@@ -199,7 +201,7 @@ void TreeWalk::check_packing(const index::CdxPage& page) const {
     try {
         page.encode(packed);
     } catch (const index::PageDamage&) {
-        return fault(page.offset(), "is packed tighter than other programs can follow");
+        return fault(page.offset(), "is packed more tightly than other programs accept");
     }
     constexpr std::size_t kLeafStart = 24;
     constexpr std::size_t kFreeOffset = 12;

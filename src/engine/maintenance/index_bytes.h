@@ -1,8 +1,8 @@
-// An index file as it lay on disk at one moment, read under the index lock, and its trees.
+// The bytes of an index file at one moment, read under the index lock, and its trees.
 //
-// Checking walks these bytes, not the cache that the engine walks: it must see what the file says
-// even where no walk of the engine leads, and go on past whatever is damaged. A page is followed
-// once only, so a walk ends whatever the pages say.
+// Checks walk these bytes, not the engine's cache: they must see what the file holds even where no
+// walk of the engine leads, and continue past damage. A page is visited only once, so every walk
+// ends, whatever the pages say.
 
 #pragma once
 
@@ -17,8 +17,8 @@
 
 namespace brenik::maintenance {
 
-// One entry of a leaf. The key itself is left where it is: decoded keys may take many times the
-// room that they have in the file.
+// One entry of a leaf. The key itself is not stored: decoded keys may take many times the space
+// that they take in the file.
 struct TreeEntry {
     RecordNumber record;
     std::uint32_t page;
@@ -32,14 +32,14 @@ class IndexBytes {
     // Page offsets have 32 bits.
     static constexpr std::uint64_t kLargest = 0xFFFFFE00;
 
-    // False when somebody keeps the index locked, or the file cannot be read.
+    // False when another program keeps the index locked.
     bool read(platform::File& index);
-    // Under a lock that the caller holds.
+    // Both require a lock that the caller holds.
     void read_again(const platform::File& index);
     bool is_current(const platform::File& index) const;
 
     const std::vector<Byte>& bytes() const { return bytes_; }
-    // Nothing when the page is not wholly in the file.
+    // Empty when the page is not wholly in the file.
     Bytes page(std::uint64_t offset) const;
     Bytes header_at(std::uint64_t offset) const;
 
@@ -53,7 +53,7 @@ class PageOwners {
     explicit PageOwners(std::uint64_t file_size)
         : owners_(static_cast<std::size_t>(file_size / index::kCdxPageSize)) {}
 
-    // Empty when the page is the caller's from now on, else the reason why it cannot be.
+    // Claims a page for an owner. Empty on success, otherwise the reason why it cannot be claimed.
     std::string claim(std::uint64_t offset, const std::string& owner);
     std::vector<std::uint64_t> unclaimed() const;
     bool is_claimed(std::uint64_t offset) const {
@@ -62,12 +62,12 @@ class PageOwners {
     }
 
   private:
-    std::vector<std::uint16_t> owners_;  // 1 + index into names_; 0: nobody
+    std::vector<std::uint16_t> owners_;  // 1 + index into names_; 0: no owner
     std::vector<std::string> names_;
 };
 
-// Walks a tree level by level and reports what is wrong with it. Every leaf that can be read is
-// handed to `leaf`, in the order of its level.
+// Walks a tree level by level and reports its faults. Passes every readable leaf to `leaf`, in the
+// order of its level.
 class TreeWalk {
   public:
     TreeWalk(const IndexBytes& bytes, PageOwners& owners, const Reporter& report, std::string tag,
@@ -77,7 +77,7 @@ class TreeWalk {
     void run(std::uint32_t root, const std::function<void(const index::CdxPage&)>& leaf);
 
   private:
-    // A page as the level above names it.
+    // A page, as the level above names it.
     struct Link {
         std::uint32_t page;
         std::uint32_t parent;  // kNoPage for the root
@@ -107,7 +107,7 @@ class TreeWalk {
     std::uint32_t previous_left_ = index::kNoPage;
     std::uint32_t previous_right_ = index::kNoPage;
     std::vector<Byte> last_entry_;
-    bool gap_ = false;  // the page before could not be read
+    bool gap_ = false;  // the previous page could not be read
 };
 
 }  // namespace brenik::maintenance

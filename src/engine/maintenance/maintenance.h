@@ -1,10 +1,10 @@
-// Checking the files of one table, and mending them: for tools.
+// Checks and repairs the files of one table, for tools.
 //
-// A check names every fault with its place and with what to do about it, and goes on past it. It
-// works beside programs that use the table: whatever looks wrong is looked at once more under the
-// locks that a change to it would hold, so that nothing half done is taken for damage. RepairLog
-// needs the table for itself, keeps a copy of every file that it changes, and replaces an index
-// only when the new one is whole and on the disk.
+// A check reports every fault with its place and its remedy, and continues past it. It works beside
+// programs that use the table: every suspicion is checked again under the locks that a change would
+// hold, so that a half-done change is not taken for damage. A repair needs exclusive use, keeps a
+// copy of every file that it changes, and replaces an index only when the new one is complete and
+// on the disk.
 
 #pragma once
 
@@ -22,14 +22,14 @@ namespace brenik::maintenance {
 enum class Severity {
     kFault,
     kNote,       // harmless, or how other programs leave their files
-    kUnchecked,  // could not be looked at: somebody holds a lock, or the file cannot be opened
+    kUnchecked,  // could not be checked: another program holds a lock, or the file cannot be opened
 };
 
 enum class Remedy { kNothing, kRepair, kReindex, kRestore, kByHand, kTryAgain, kTell };
 
 struct Finding {
     Severity severity = Severity::kFault;
-    std::string kind;  // persistent: programs tell findings apart by these words
+    std::string kind;  // persistent: programs distinguish findings by this word
     std::string file;
     std::string what;
     Remedy remedy = Remedy::kNothing;
@@ -40,7 +40,7 @@ struct Finding {
 };
 
 using Report = std::function<void(const Finding&)>;
-// Called now and then in long work; a `done` of `total` ends it.
+// Called at intervals during long work; the last call has `done` equal to `total`.
 using Progress =
     std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
 
@@ -52,23 +52,23 @@ struct CheckedTable {
     std::size_t unchecked = 0;
 };
 
-// Checks the table and whatever belongs to it. Findings of files that cannot be opened or read are
-// reported like all others; nothing is thrown but for want of memory.
+// Checks the table and the files that belong to it. Files that cannot be opened or read are
+// reported like other findings; only a lack of memory throws.
 CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress);
 
-// The names of the tags of the table's index; nothing when they cannot all be read.
+// The names of the tags of the table's index; nothing when not all of them can be read.
 std::optional<std::vector<std::string>> tag_names(const std::string& path);
 
 struct RepairOptions {
-    // Only tell what would be done, by doing it to copies of the files in this folder, which stay
-    // there; other programs may have the table open meanwhile. Empty: do it.
+    // Only report what would be done, by repairing copies of the files in this folder, which stay
+    // there; other programs may have the table open meanwhile. Empty: repair the table itself.
     std::string trial_folder = {};
     std::string backup_folder = {};  // empty: beside the files
-    // Definitions that take the place of what the old index says, or are added to it.
+    // Definitions that replace those of the old index, or are added to them.
     std::vector<make::TagDefinition> tags = {};
 };
 
-// What was done, or what could not be: one line of it.
+// One line of the report: what was done, or what could not be done.
 struct RepairStep {
     bool done = true;
     std::string file;
@@ -79,19 +79,19 @@ using RepairReport = std::function<void(const RepairStep&)>;
 
 enum class RepairResult { kNothingToDo, kWhole, kPartly, kInUse, kCannotOpen };
 
-// Makes good what check_table finds and can be made good without guessing. The table is opened
-// exclusively; whoever uses it keeps it from being mended.
+// Repairs what check_table finds, as far as it can be repaired without guessing. Opens the table
+// exclusively, so nothing is repaired while another program uses it.
 RepairResult repair_table(const std::string& path, const RepairOptions& options,
                           const RepairReport& report, const Progress& progress);
 
-// Copies a file beside itself, or into the folder, under a name that tells the moment and that no
-// file has yet; answers that name. Throws EngineFault, and then leaves nothing behind.
+// Copies a file to its own or the given folder, under a new name that contains the date and time,
+// and returns that name. Throws EngineFault, and then leaves nothing behind.
 std::string back_up_file(const platform::File& file, const std::string& folder);
 
-// Copies whatever files the table has into the folder. Throws EngineFault.
+// Copies all existing files of the table to the folder. Throws EngineFault.
 void copy_table(const std::string& path, const std::string& folder);
 
-// Builds the structural index anew from the records, with the tags of the old one.
+// Rebuilds the structural index from the records, with the tags of the old one.
 RepairResult reindex_table(const std::string& path, const RepairOptions& options,
                            const RepairReport& report, const Progress& progress);
 

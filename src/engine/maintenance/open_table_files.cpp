@@ -1,4 +1,4 @@
-// Opening a table's files one by one.
+// Opens a table's files one by one.
 
 #include "engine/maintenance/open_table_files.h"
 

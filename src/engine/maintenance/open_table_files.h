@@ -1,5 +1,5 @@
-// The files of one table as the checking and mending code holds them: each by itself, so that what
-// is wrong with one does not hide the others.
+// The files of one table as checks and repairs hold them: opened separately, so that a fault in one
+// does not hide those in the others.
 
 #pragma once
 
@@ -20,9 +20,9 @@ struct OpenTableFiles {
     platform::File index;
     platform::File memo;
 
-    // Opens the table's own file; the others follow when the header has told which there are.
+    // Opens the table's own file; its header determines which others exist.
     static OpenTableFiles open(const std::string& path, Access access);
-    // Both leave the file closed, with its path and the reason, when it cannot be had.
+    // If the file cannot be opened, both leave it closed, with its path and the reason.
     void open_index(Access access);
     void open_memo(std::uint8_t version, Access access);
 };

@@ -1,4 +1,4 @@
-// Finding out which tags the new index has, then building it beside the old one.
+// Determines the tags of the new index, then builds it next to the old one.
 
 #include "engine/maintenance/rebuild_index.h"
 
@@ -17,7 +17,7 @@ class TagList {
     TagList(const record::TableLayout& layout, RepairLog& log, std::string path)
         : layout_(layout), log_(log), path_(std::move(path)) {}
 
-    // False when the index had better stay as it is.
+    // False when the index should stay as it is.
     bool collect(FoundTags found) {
         for (FoundTag& tag : found.tags) {
             if (!take(tag)) return false;
@@ -81,7 +81,7 @@ class TagList {
             if (is_taken(name)) continue;
             log_.refuse(path_, "tag " + name +
                                    ": its definition cannot be read, so the new index is "
-                                   "without it; give it with --tag");
+                                   "without it; supply it with --tag");
         }
         if (found.complete) return;
         std::string names;
@@ -115,8 +115,8 @@ void replace_index(OpenTableFiles& files, const HeaderFacts& header,
 }
 
 std::string built(const std::vector<make::TagPlan>& plans, RecordNumber records) {
-    return "index built anew: " + std::to_string(plans.size()) + " tags, " +
-           std::to_string(records) + " records";
+    return "index rebuilt: " + std::to_string(plans.size()) + " tags, " + std::to_string(records) +
+           " records";
 }
 
 }  // namespace
@@ -128,7 +128,7 @@ void rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& 
     FoundTags found;
     if (!is_new) {
         IndexBytes bytes;
-        if (!bytes.read(files.index)) return log.refuse(path, "somebody keeps it locked");
+        if (!bytes.read(files.index)) return log.refuse(path, "another program keeps it locked");
         found = find_tags(bytes, *header.layout, path);
     } else {
         found.complete = !log.options().tags.empty() || !header.layout->has_structural_index();

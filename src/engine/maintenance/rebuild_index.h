@@ -1,4 +1,4 @@
-// Making a table's structural index anew, as "repair" and "reindex" both do.
+// Rebuilds a table's structural index, for "repair" and "reindex".
 
 #pragma once
 
@@ -7,7 +7,7 @@
 
 namespace brenik::maintenance {
 
-// Builds the index anew from the records, with the tags that the old one and the options tell.
+// Rebuilds the index from the records, with the tags of the old one and of the options.
 void rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& log,
                    const Progress& progress);
 

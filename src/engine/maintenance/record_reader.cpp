@@ -1,4 +1,4 @@
-// Reading records straight from the table's file.
+// Reads records directly from the table's file.
 
 #include "engine/maintenance/record_reader.h"
 

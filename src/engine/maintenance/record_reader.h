@@ -1,4 +1,4 @@
-// A table's records without its orders: for tools that must read tables whose index is damaged.
+// Reads a table's records without its orders, for tools that must read tables with a damaged index.
 
 #pragma once
 
@@ -15,12 +15,12 @@ namespace brenik::maintenance {
 
 class RecordReader {
   public:
-    // Null when the table cannot be opened or its header makes no sense.
+    // Null when the table cannot be opened or its header cannot be interpreted.
     static std::unique_ptr<RecordReader> open(const std::string& path);
 
     const std::string& path() const { return file_.path(); }
     const record::TableLayout& layout() const { return layout_; }
-    // As the file says now, and no more than it holds.
+    // The current count in the header, but not more than the file holds.
     RecordNumber count() const;
     // Empty when there is no such record.
     std::vector<Byte> read(RecordNumber record) const;
@@ -29,7 +29,7 @@ class RecordReader {
         return record::read_field(record, layout_, field);
     }
     void for_each(const std::function<void(const record::RecordView&)>& use) const;
-    // True while somebody else has the record locked.
+    // True while another program has the record locked.
     bool in_use(RecordNumber record);
 
   private:

@@ -1,4 +1,4 @@
-// Copies and reports.
+// Makes backup copies, and reports what was done.
 
 #include "engine/maintenance/repair_log.h"
 
@@ -40,7 +40,7 @@ platform::File create(const std::string& path) {
     platform::File file =
         platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
     if (file.is_open()) return file;
-    throw EngineFault(FaultCode::kInputOutput, "copy", path + ": cannot be made");
+    throw EngineFault(FaultCode::kInputOutput, "copy", path + ": cannot be created");
 }
 
 void copy_bytes(const platform::File& from, platform::File& to) {
@@ -56,7 +56,7 @@ void copy_bytes(const platform::File& from, platform::File& to) {
 
 std::string back_up_file(const platform::File& file, const std::string& folder) {
     std::string path = backup_path(file.path(), folder);
-    // Whatever ends this, a file of the final name is a whole copy.
+    // A file with the final name is always a complete copy.
     const std::string unfinished = path + ".part";
     platform::File copy = create(unfinished);
     try {

@@ -1,5 +1,5 @@
-// What repairing a table and rebuilding its index have in common: saying what is done, and keeping
-// a copy of each file before it is changed.
+// The common part of repairing a table and rebuilding its index: it reports what is done, and
+// copies each file before the first change to it.
 
 #pragma once
 
@@ -19,16 +19,16 @@ class RepairLog {
         : options_(options), report_(report) {}
 
     const RepairOptions& options() const { return options_; }
-    // Does the deed and reports it.
+    // Backs the file up, makes the change and reports it.
     void act(const platform::File& file, const std::string& what, const std::function<void()>& deed,
              std::optional<RecordNumber> record = {});
-    // Reports what has been done already.
+    // Reports what has already been done.
     void done(const std::string& file, const std::string& what,
               std::optional<RecordNumber> record = {});
-    // Reports something that could not be done.
+    // Reports what could not be done.
     void refuse(const std::string& file, const std::string& what,
                 std::optional<RecordNumber> record = {});
-    // Before the first change of a file: copies it, unless it is a copy itself.
+    // Copies the file before its first change, unless it is a trial copy itself.
     void back_up(const platform::File& file);
 
     bool refused_any() const { return refused_; }

@@ -1,6 +1,6 @@
-// Repairing one table: header, end of file, memos, index, in this order, and a second look.
+// Repairs one table: header, end of file, memos and index, in this order, then checks it again.
 //
-// What is mended first decides what is to be mended then. So a dry run does the same to copies.
+// Each repair determines what the next one has to do. So a dry run repairs copies.
 
 #include <algorithm>
 #include <array>
@@ -17,7 +17,7 @@
 namespace brenik::maintenance {
 namespace {
 
-// More bad deletion marks than one in so many records are no damage to single records.
+// More bad deletion marks than one per this many records mean that the records are misplaced.
 constexpr RecordNumber kRecordsPerBadMark = 10;
 
 Access access_for(const RepairOptions& options) {
@@ -63,7 +63,8 @@ class TableRepair {
     }
 
   private:
-    // Nobody else has a file that is not there.
+    // True unless another program holds the file or it may not be opened. A missing file is no
+    // obstacle.
     static bool can_be_had(const platform::File& file) {
         return file.failure() == platform::OpenFailure::kNone ||
                file.failure() == platform::OpenFailure::kMissing;
@@ -74,8 +75,8 @@ class TableRepair {
         try {
             copy_table(path, options_.trial_folder);
         } catch (const EngineFault&) {
-            log_.refuse(path, "cannot be tried: no copy of its files can be made in " +
-                                  options_.trial_folder + "; is there room?");
+            log_.refuse(path, "cannot be tried: its files cannot be copied to " +
+                                  options_.trial_folder + "; is there enough space?");
             return RepairResult::kPartly;
         }
         const std::size_t name = path.find_last_of("\\/") + 1;
@@ -83,8 +84,8 @@ class TableRepair {
             .run(options_.trial_folder + "/" + path.substr(name), index_only_);
     }
 
-    // True when so many records lack their deletion mark that they seem to lie elsewhere: whatever
-    // their fields say then is not what they hold.
+    // True when so many records lack a deletion mark that the records are probably elsewhere; their
+    // fields are then not what they seem.
     bool misplaced() const {
         return found_.memo.bad_marks > found_.header.usable / kRecordsPerBadMark;
     }
@@ -102,7 +103,7 @@ class TableRepair {
     RepairResult refusal(const platform::File& file) {
         const bool sharing = file.failure() == platform::OpenFailure::kSharing;
         report_({false, file.path(),
-                 sharing ? "in use by other programs; it can be mended when they have closed it"
+                 sharing ? "in use by other programs; it can be repaired when they have closed it"
                          : "cannot be opened for writing"});
         return sharing ? RepairResult::kInUse : RepairResult::kCannotOpen;
     }
@@ -139,7 +140,7 @@ class TableRepair {
     void mend_header() {
         const std::vector<Byte>& header = found_.header.mended;
         if (header.empty()) return;
-        log_.act(files_.table, "header put right", [&] {
+        log_.act(files_.table, "header corrected", [&] {
             files_.table.write_at(0, Bytes(header).first(found_.header.layout->header_length));
         });
     }
@@ -159,8 +160,8 @@ class TableRepair {
         }
         const std::uint64_t cut = header.size > end + 1 ? header.size - end - 1 : 0;
         log_.act(files_.table,
-                 "end mark put behind record " + std::to_string(header.usable) +
-                     (cut > 0 ? "; " + std::to_string(cut) + " bytes behind it are in the copy only"
+                 "end mark written after record " + std::to_string(header.usable) +
+                     (cut > 0 ? "; " + std::to_string(cut) + " bytes after it are in the copy only"
                               : std::string()),
                  [&] {
                      files_.table.write_at(end, {&record::kEndMark, 1});
@@ -192,7 +193,7 @@ class TableRepair {
         files_.memo.close();
         local::MemoFile::create(files_.table.path());
         files_.open_memo(layout.version, access_);
-        log_.done(files_.memo.path(), "an empty memo file made");
+        log_.done(files_.memo.path(), "empty memo file created");
     }
 
     void mend(const MemoFault& fault) {
@@ -204,7 +205,7 @@ class TableRepair {
             record::set_memo_block(record, field, 0);
             return log_.act(
                 files_.table,
-                "field " + field.name + ": its memo cannot be read; the field is empty now",
+                "field " + field.name + ": its memo cannot be read; the field is now empty",
                 [&] { files_.table.write_at(at, record); }, fault.record);
         }
         if (record::memo_kind(found_.header.layout->version) != record::MemoKind::kFpt) {
@@ -213,7 +214,7 @@ class TableRepair {
         }
         log_.back_up(files_.memo);
         log_.act(
-            files_.table, "field " + field.name + ": its memo has blocks of its own now",
+            files_.table, "field " + field.name + ": its memo now has blocks of its own",
             [&] {
                 record::set_memo_block(
                     record, field, copy_memo(record::read_memo_pointer({record, 0}, field).block));
@@ -222,7 +223,7 @@ class TableRepair {
             fault.record);
     }
 
-    // To the end of the file, in the order in which any program adds a memo.
+    // Copies a memo to the end of the file, in the order in which any program adds one.
     std::uint32_t copy_memo(std::uint32_t block) {
         const record::MemoFormat format =
             record::read_memo_format(files_.memo, record::MemoKind::kFpt).value();
@@ -239,7 +240,7 @@ class TableRepair {
         return static_cast<std::uint32_t>(free);
     }
 
-    // The memo's blocks, whole; none when they do not all lie in the file.
+    // The memo's whole blocks; empty when they are not all in the file.
     std::vector<Byte> read_memo(const record::MemoFormat& format, std::uint32_t block) {
         const std::uint64_t at = format.offset_of(block), size = files_.memo.size();
         std::array<Byte, record::kBlockHeaderSize> header{};
@@ -265,7 +266,7 @@ class TableRepair {
     RepairResult outcome() {
         if (const std::size_t left = faults_left(); left > 0) {
             log_.refuse(files_.table.path(),
-                        std::to_string(left) + " faults are left; \"brenik check\" names them");
+                        "faults left: " + std::to_string(left) + "; \"brenik check\" names them");
         }
         return log_.refused_any() ? RepairResult::kPartly : RepairResult::kWhole;
     }

@@ -1,4 +1,4 @@
-// Filling in and counting findings.
+// Completes and counts findings.
 
 #include "engine/maintenance/reporter.h"
 

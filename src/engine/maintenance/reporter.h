@@ -1,4 +1,4 @@
-// What a check has found, on its way to the caller.
+// Passes what a check finds to the caller.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace brenik::maintenance {
 
-// Where findings go, with the places that they have in common filled in.
+// Completes findings with their file, counts them and passes them on.
 class Reporter {
   public:
     Reporter(std::string file, const Report& report, CheckedTable& counts)
