@@ -1,4 +1,4 @@
-// Finding, appending and changing entries of the change journal.
+// Finds, appends and changes entries of the change journal.
 
 #include "RSData/journal.h"
 
@@ -34,8 +34,8 @@ int journal_area(const Session& session) {
 
 Table& journal(Session& session) { return session.areas.table(journal_area(session), "TRANS"); }
 
-// Other workstations change the settings of the system table at any time, but not while this one
-// holds the record, with changes of its own that reading would drop.
+// Other workstations change the settings of the system table at any time. While this session holds
+// the record, its settings are current, and reading it again would drop changes of this session.
 void reread_settings(Session& session) {
     const SystemRecord settings(session);
     Table& system = session.areas.table(kSystemArea, "ADSREFRESHRECORD");
@@ -47,7 +47,7 @@ bool tracking(Session& session) {
     return session.areas.field(kSystemArea, "TRACKSYNC").logical();
 }
 
-// A record without an identifier field is one with an empty identifier: it cannot be tracked.
+// A record without an identifier field has an empty identifier, so it cannot be tracked.
 std::string current_identifier(Session& session) {
     WorkAreas& areas = session.areas;
     if (areas.field_position("U_ID") == 0) return {};
@@ -67,8 +67,8 @@ bool is_entry(Session& session, const EntryKey& key) {
            areas.field(area, "CCODE").text() == key.kind;
 }
 
-// Makes the entry the journal's current record; without one that is the phantom record. The
-// identifier is brought to the journal's own width, as the index holds it.
+// Makes the entry the journal's current record; the phantom record if there is none. Pads the
+// identifier to the journal's own width, as in the index.
 bool find_entry(Session& session, EntryKey key) {
     Table& trans = journal(session);
     const std::size_t position = session.areas.field_position(journal_area(session), "U_ID");
@@ -97,10 +97,10 @@ void put_entry(Session& session, const EntryKey& key, const std::string& stamp) 
     put(session, "U_ID", key.identifier);
 }
 
-// Makes the entry that is to be added; put() fills it.
+// Begins a new entry; put() fills it.
 void begin_entry(Session& session) { journal(session).begin_record(); }
 
-// The pauses are short, so that a journal that is free for moments only is met in one of them.
+// Pauses are short, because a busy journal may be free for moments only.
 bool add_entry(Session& session, std::string_view routine, Patience patience) {
     constexpr int kPause_ms = 100;
     const auto added = [&](LockTry attempt) {
@@ -109,7 +109,7 @@ bool add_entry(Session& session, std::string_view routine, Patience patience) {
     };
     if (added(LockTry::kAtOnce)) return true;
     const double start = session.clock.seconds();
-    const auto waited = [&] { return session.clock.seconds() - start; };  // less than 0 at midnight
+    const auto waited = [&] { return session.clock.seconds() - start; };  // negative after midnight
     while (patience == Patience::kFull) {
         if (added(LockTry::kInTurn)) return true;
         if (const double now = waited(); now < 0 || now >= kDefaultRetrySeconds) break;
@@ -118,12 +118,12 @@ bool add_entry(Session& session, std::string_view routine, Patience patience) {
     journal(session).go_to(0);
     if (patience == Patience::kFull) {
         note_fault(session, routine,
-                   "TRANS: another program keeps the journal locked; it has no entry");
+                   "TRANS: another program keeps the journal locked; the change was not noted");
     }
     return false;
 }
 
-// What a step of the journal's answers; false where a lock that it needs stayed somebody else's.
+// Runs a step on the journal and returns its result; false if a lock that the step needs timed out.
 template <class Step>
 bool unless_locked(Session& session, std::string_view routine, Step step) {
     try {
@@ -157,7 +157,7 @@ bool remove_entry(Session& session, bool quiet) {
     return ERRBEEP(session.ui, "Can't lock transaction database. Please try again.");
 }
 
-// Five tries: one, then twice a short pause and two more in a row.
+// At most five tries: one, then twice a short pause and two more.
 bool lock_entry(Session& session) {
     Table& trans = journal(session);
     const RecordNumber entry = trans.record_number();
@@ -184,7 +184,7 @@ void report_empty_identifier(Session& session, int area, int code_area) {
                             " record " + std::to_string(record));
 }
 
-// Calls `write` with each field position and the value that it is to hold.
+// Calls `write` with each field position and its new value.
 template <class Write>
 void for_each_change(const FieldChanges& changes, const Table& table, Write write) {
     if (changes.field_number) {
@@ -196,8 +196,8 @@ void for_each_change(const FieldChanges& changes, const Table& table, Write writ
     for (std::size_t i = 1; i <= count; ++i) write(i, (*changes.values)[i - 1]);
 }
 
-// The entry's slots, one for every field. Data from before the table grew are shorter, blank data
-// belong to an entry that is yet to be made.
+// The entry's slots, one per field. Data from before the table gained fields are shorter; blank
+// data belong to an entry that does not exist yet.
 std::string entry_slots(Session& session, std::size_t field_count) {
     const Value data = session.areas.field(journal_area(session), "CDATA");
     std::string slots = data.empty() ? std::string() : data.text();
@@ -205,7 +205,7 @@ std::string entry_slots(Session& session, std::size_t field_count) {
     return slots;
 }
 
-// Writes the values that differ and puts `mark` into their slots; false when none did.
+// Writes the values that differ and puts `mark` into their slots; false if none differ.
 bool write_and_mark(Table& table, const FieldChanges& changes, const std::string& mark,
                     std::string& slots) {
     const bool forced = changes.field_number && changes.force;
@@ -333,8 +333,8 @@ bool RSSET(Session& session, const FieldChanges& changes) {
         put(session, "CDATA", slots);
         journal(session).require_place();
     }
-    // After the look at the journal, since an edit is not made where it takes no entry; before the
-    // entry is written, since the journal tells only of what is in the file.
+    // After require_place(), because the edit must not be written if the journal takes no entry.
+    // Before the entry, because the journal may only name changes that are in the file.
     table.commit();
     if (!readable) return true;
     // An entry that cannot be written does not undo the edit.
@@ -365,7 +365,7 @@ std::string RSDTOF(Session& session, const std::string& table_code, const std::s
     const std::string_view slot = practice::slot_of(data, field_number);
     if (changer) *changer = substring(slot, practice::kStampSize + 1);
     std::string stamp(substring(slot, 1, practice::kStampSize));
-    stamp.resize(practice::kStampSize, '\0');  // data from before the table had that field
+    stamp.resize(practice::kStampSize, '\0');  // the data are older than the field
     return stamp;
 }
 

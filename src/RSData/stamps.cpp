@@ -1,4 +1,4 @@
-// The stamp of this moment, and the texts.
+// The stamp of the current moment, and routines on texts.
 
 #include "RSData/stamps.h"
 
@@ -16,7 +16,7 @@ std::string RSNOW(Session& session) {
     return RSDT(session.today(), std::max(session.clock.seconds(), last_delta));
 }
 
-// The rounding comes after the minutes have been taken, so it never shows.
+// Rounding would come after the minutes are computed, so it never shows.
 std::string CDT2STR(std::string_view stamp, const Value&, const Value&, bool) {
     const practice::StampedMoment moment = practice::read_stamp(stamp);
     const std::string time = MIN2AMPM({static_cast<double>(moment.seconds / 60)});

@@ -11,24 +11,25 @@
 
 namespace brenik {
 
-// Those that need no session.
+// Routines that need no session.
 using practice::RSADS2N, practice::RSALPHA2N, practice::RSDT, practice::RSN2ADS,
     practice::RSN2ALPHA;
 
-// Day 0 of stamps is fixed (practice/stamps.h), so this has nothing to do. Programs call it before
-// they use stamps.
+// Does nothing: day 0 of stamps is fixed (practice/stamps.h). Programs call it before they use
+// stamps.
 inline void RSSETBASEDATE(const Session&) {}
 
-// The stamp of this moment, but never earlier in the day than the system table's TLASTDELTA.
+// The stamp of the current moment, but never earlier in the day than the system table's TLASTDELTA.
 std::string RSNOW(Session& session);
 
-// A stamp for people, "01/01/98  9:00a"; without the date for day 0. A stamp shorter than 4 bytes
-// is read as if zeros followed. The other arguments change nothing: two are ignored, and rounding
-// up by a second, which `round` asks for, never reaches the minutes.
+// A stamp for people, "01/01/98  9:00a"; without the date for day 0. Missing bytes of a short stamp
+// count as 0. The other arguments have no effect: two are ignored, and rounding up by a second, for
+// `round`, never reaches the minutes.
 std::string CDT2STR(std::string_view stamp, const Value& = {}, const Value& = {},
                     bool round = false);
 
-// The text with `count` characters from a 1-based start replaced; a start past the end appends.
+// Replaces `count` characters from `start`, counted from 1, with `insert`; appends if `start` is
+// past the end.
 std::string MYSTUFF(std::string_view text, std::size_t start, std::size_t count,
                     std::string_view insert);
 

@@ -1,4 +1,4 @@
-// There and back.
+// Selects the record of settings and restores the host's.
 
 #include "RSData/system_record.h"
 
@@ -20,7 +20,7 @@ SystemRecord::~SystemRecord() {
     try {
         moved_->go_to(before_);
     } catch (const EngineFault&) {
-        // The fault that ended the scope, or one like it, is on its way to the caller.
+        // The fault that ended the scope, or a similar one, already propagates to the caller.
     }
 }
 

@@ -1,8 +1,7 @@
 // The record of the system table that holds the counters and settings.
 //
-// A host may select any record of the system table. What the library reads there is that of the
-// record which start-up found, so it is made current wherever the library looks, and the host's
-// record afterwards.
+// A host may select any record of the system table, but the library reads and writes the one that
+// start-up found. A SystemRecord selects that record for its lifetime and then restores the host's.
 
 #pragma once
 

@@ -1,9 +1,9 @@
-// The twelve exports, and what each goes through on its way to an operation.
+// The twelve exports.
 //
-// An export hands its arguments to call(), which looks the operation up by name, runs it on values,
-// copies results back into the host's memory and returns the operation's code. call() is also the
-// only exception barrier: whatever is thrown below ends here as code kStoppedByFault, with a line
-// in the fault file and the trace log, every lock released and the session still usable.
+// An export passes its arguments to call(), which looks up the operation by name, runs it, copies
+// results back into the host's memory and returns the operation's code. call() is also the only
+// exception barrier: any exception ends here as code kStoppedByFault, with a line in the fault file
+// and the trace log. All locks are then released and the session stays usable.
 
 #include "brenikdb.h"
 
@@ -30,11 +30,11 @@ static_assert(int{kNotRegistered} == BRENIK_NOT_REGISTERED &&
 
 constexpr std::size_t kIdentifierSize = 7;
 
-// The operation that begins a session.
+// The operation that starts a session.
 constexpr std::string_view kBeginning = "StartUp";
 
-// The host finds its table number in `in_out` even after kNotRegistered: it is written between the
-// look-up and the test of its outcome. The operation receives what was there before.
+// `in_out` receives the table number even if the look-up fails with kNotRegistered, so the write
+// comes between the look-up and the test of its result. The operation gets the value on entry.
 struct TableNumber {
     int table;
     int* in_out;
@@ -42,7 +42,7 @@ struct TableNumber {
     operator Value() const { return given; }
 };
 
-// Memory of the host that an operation reads from and answers into.
+// Memory of the host that an operation reads and that receives its result.
 struct Buffer {
     char* bytes;
     Value (*read)(const char* bytes);
@@ -52,7 +52,7 @@ struct Buffer {
 
 Value given_text(const char* bytes) { return bytes; }
 
-// The host's text when it is as long as an identifier, else blanks.
+// The host's text if it has the length of an identifier, else blanks.
 Value given_identifier(const char* bytes) {
     const bool given = bytes && std::strlen(bytes) == kIdentifierSize;
     return given ? std::string(bytes) : std::string(kIdentifierSize, ' ');
@@ -62,8 +62,8 @@ void write_identifier(char* bytes, const std::string& result) {
     std::memcpy(bytes, pad_right(result, kIdentifierSize).c_str(), kIdentifierSize + 1);
 }
 
-// No more than the length of the host's own text. The terminator goes one past the end, and the
-// byte between stays the host's: published behaviour that hosts size their buffers for.
+// Copies at most the length of the host's own text. The NUL goes one byte past the end, and the
+// byte between is left as it was: published behaviour, for which hosts size their buffers.
 void write_within(char* bytes, const std::string& result) {
     const std::size_t count = std::min(result.size(), std::strlen(bytes));
     std::memcpy(bytes, result.data(), count);
@@ -78,7 +78,7 @@ void copy_back(const Buffer& buffer, const Value& result) {
     buffer.write(buffer.bytes, result.text());
 }
 
-// Others may want to empty or remove the trace log between two calls.
+// Closes the trace log after each call, because others may empty or remove it between two calls.
 struct ClosedTraceLog {
     explicit ClosedTraceLog(Session& in) : session(in) {}
     ~ClosedTraceLog() { session.trace_log.close(); }
@@ -103,7 +103,7 @@ void recover(std::string_view name, std::string_view fault) noexcept {
         session.recover();
         note_fault(session, name, fault);
     } catch (...) {
-        // Without even a session the code alone has to tell.
+        // Without even a session, the code must suffice.
     }
 }
 

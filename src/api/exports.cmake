@@ -1,10 +1,10 @@
-# The link-time lists of the twelve exports, made from exports.txt.
+# Makes the link-time lists of the twelve exports from exports.txt.
 #
-# Functions that remove their own arguments carry a decorated symbol, "Name@bytes", on 32-bit
-# Windows, yet are exported by their plain names. So two definition files are needed there: one maps
-# the plain names to the symbols and links the library; the other has the decorated names and makes,
-# with a tool told to drop the decoration from the imported name, import libraries that a client
-# links with. Were the functions marked for export in the source, each would be exported twice.
+# On 32-bit Windows, functions that remove their own arguments have a decorated symbol,
+# "Name@bytes", but are exported by their plain names. That takes two definition files. One maps the
+# plain names to the symbols and links the library. The other has the decorated names; a tool that
+# drops the decoration makes import libraries for clients from it. Marking the functions for export
+# in the source would export each of them twice.
 set(exports_table ${CMAKE_CURRENT_SOURCE_DIR}/exports.txt)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports_table})
 file(STRINGS ${exports_table} rows REGEX "^[0-9]")
@@ -28,7 +28,7 @@ foreach(row IN LISTS rows)
   string(APPEND imported_exports "    ${symbol} @${ordinal}\n")
 endforeach()
 
-# brenik_limit_exports(TARGET): hosts see the twelve functions and nothing of the C++ below them.
+# brenik_limit_exports(TARGET): exports the twelve functions and hides all C++ symbols.
 function(brenik_limit_exports target)
   if(WIN32)
     set(list ${CMAKE_CURRENT_BINARY_DIR}/linked.def)
@@ -42,9 +42,9 @@ function(brenik_limit_exports target)
   endif()
 endfunction()
 
-# brenik_import_libraries(TARGET): beside the library, the definition file for its users and two
-# import libraries made from it. One takes the place of the linker's own, with which no client
-# links; the other is in the form of Microsoft's linker, and imports by undecorated name.
+# brenik_import_libraries(TARGET): writes the definition file for clients beside the library, and
+# makes two import libraries from it. One replaces the linker's own, which no client could link
+# with. The other has the format of Microsoft's linker and imports by undecorated name.
 function(brenik_import_libraries target)
   set(definition ${PROJECT_BINARY_DIR}/${target}.def)
   set(remark)
@@ -68,6 +68,6 @@ function(brenik_import_libraries target)
     COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${target}.def
             --output-lib $<TARGET_LINKER_FILE_NAME:${target}>
     COMMAND ${BRENIK_LLVM_DLLTOOL} -k -m ${machine} -d ${target}.def -l ${target}.lib
-    WORKING_DIRECTORY ${PROJECT_BINARY_DIR}  # the tools name symbols after the paths they are given
+    WORKING_DIRECTORY ${PROJECT_BINARY_DIR}  # the tools name symbols after the paths that they get
     VERBATIM)
 endfunction()

@@ -1,6 +1,6 @@
 // The steps of an append, in the order that keeps identifiers unique: lock the counter, read it
-// again, raise it, add the record, journal, release. A blank record is appended before the counter
-// is raised.
+// again, raise it, add the record, write the journal, release. A blank record is appended before
+// the counter is raised.
 
 #include "data/add_rec.h"
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::int64_t kLastRecordNumber = 99999999;
 
-// The counter record's running number of events, which starts again at 0; other tables have none.
+// The running number of events in the counter record, which wraps to 0; other tables have none.
 class RecordNumbers {
   public:
     RecordNumbers(Session& session, int table) : areas_(session.areas) {
@@ -38,18 +38,18 @@ class RecordNumbers {
     std::optional<std::int64_t> last_;
 };
 
-// The identifier is the append's to give, whatever the values say.
+// Sets the identifier last, so that it overrides the one in the values.
 void fill_in(Session& session, const NewRecord& options, const std::string& identifier) {
     options.fill();
     WorkAreas& areas = session.areas;
     if (areas.field_position("U_ID") != 0) areas.set_field(areas.current(), "U_ID", identifier);
 }
 
-// One append under the counter's lock. The record receives its identifier in work area `area`, as
-// a rule the one that is appended to.
+// One append under the counter's lock. The record in work area `area` receives the identifier;
+// usually that is the area that is appended to.
 class IdentifiedAppend {
   public:
-    // `begun` is set when something is written that another try would write once more.
+    // `begun` becomes true before the first write that another try would repeat.
     IdentifiedAppend(Session& session, int table, int area, const NewRecord& options, bool& begun)
         : session_(session),
           area_(area),
@@ -61,8 +61,8 @@ class IdentifiedAppend {
     bool run() { return options_.fill ? add_filled() : append_blank(); }
 
   private:
-    // Filled first, then the counter, then the record: what is wrong with the values shows before
-    // anything is written, and no number is given away twice.
+    // Fills the record, then raises the counter, then adds the record: errors in the values show
+    // before anything is written, and no number is issued twice.
     bool add_filled() {
         own() ? identifier_.pass_over_journalled() : identifier_.pass_over_known();
         for (auto added = Table::Added::kTaken; added != Table::Added::kDone;) {
@@ -134,7 +134,7 @@ class IdentifiedAppend {
     RecordNumbers numbers_;
 };
 
-// The operator's mark on the record object; notes carry none.
+// Records the operator in the record object, except for notes.
 void mark_object(const Session& session, int area, RecordObject* object) {
     const bool marked = object && object->FIELDPOS("ENTRY") != 0 &&
                         object->FIELDPOS("OPERATOR") != 0 && area != kNotesArea;
@@ -143,7 +143,7 @@ void mark_object(const Session& session, int area, RecordObject* object) {
     object->assign("ENTRY", session.variables.TODAY);
 }
 
-// Without an identifier.
+// Appends without an identifier.
 bool append(Session& session, const NewRecord& options) {
     if (!options.fill) return append_with_retries(session, options.seconds, false);
     session.areas.table("APPEND").begin_record();
@@ -151,8 +151,8 @@ bool append(Session& session, const NewRecord& options) {
     return add_with_retries(session, options.seconds, 0) == Table::Added::kDone;
 }
 
-// An entry that cannot be appended does not undo the record; a journal that is damaged does, as far
-// as that can be done.
+// If the journal refuses the entry, the record stays. If the journal is damaged, the record is
+// marked deleted where possible.
 bool journal(Session& session, const NewRecord& options, const Addition& addition,
              Patience patience) {
     try {
@@ -188,14 +188,13 @@ bool append_under_counter(Session& session, int table, int area, const NewRecord
         append_and_note();
         return true;
     });
-    // Others wait for the counter, so the journal is waited for without it.
+    // Retries the journal without the counter's lock, because others wait for the counter.
     if (appended && !journalled) journal(session, options, addition, Patience::kFull);
     return writable && appended;
 }
 
-// The record receives its identifier in work area `area`, by the counter of table number `table`.
-// Where a lost connection has let go of the counter, and somebody else has changed it meanwhile,
-// the append begins anew.
+// The record in work area `area` receives an identifier from the counter of table number `table`.
+// Starts again if a lost connection released the counter's lock before anything was written.
 bool append_identified(Session& session, int table, int area, const NewRecord& options) {
     constexpr int kMostTries = 4;
     for (int tries = 1;; ++tries) {

@@ -1,4 +1,4 @@
-// The way from a deleted record to a blank one.
+// Recycles a deleted record, or appends a new one.
 
 #include "data/append_blank.h"
 
@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::string_view kRecycledOrder = "DELETED";
 
-// Hides deleted records and gives a table back its order, also when a fault ends the scope: the
-// session's other searches must not come across deleted records.
+// The destructor hides deleted records and restores the table's order, also if a fault ends the
+// scope: other searches of the session must not find deleted records.
 class RestoredOrder {
   public:
     RestoredOrder(Session& session, Table& table)
@@ -27,7 +27,7 @@ class RestoredOrder {
         try {
             table_.set_order(order_);
         } catch (const EngineFault&) {
-            // The fault that ended the scope, or one like it, is on its way to the caller.
+            // The fault that ended the scope, or a similar one, already propagates to the caller.
         }
     }
     RestoredOrder(const RestoredOrder&) = delete;
@@ -39,7 +39,7 @@ class RestoredOrder {
     std::size_t order_;
 };
 
-// Another workstation may have taken the record between the look and the lock.
+// Another workstation may have recalled the record before it was locked.
 bool lock_deleted_record(Session& session, Table& table) {
     if (table.end_of_file() || !table.deleted() || !REC_LOCK(session)) return false;
     if (table.deleted()) return true;
@@ -56,8 +56,8 @@ bool recycle_top_record(Session& session, Table& table) {
     table.recall();
     SCATGAT(session, blank);
     if (session.areas.field_position("U_ID") == 0) return true;
-    // The record is ready to be filled even where a locked counter leaves it without identifier,
-    // or the journal without its entry.
+    // The record can be filled even if a locked counter leaves it without an identifier, or the
+    // journal refuses its entry.
     std::string identifier;
     static_cast<void>(NEXTUID(session, identifier, {.record_locked = true}));
     table.commit();

@@ -1,4 +1,4 @@
-// The append that recycles deleted records.
+// An append that recycles deleted records.
 
 #pragma once
 
@@ -6,10 +6,10 @@
 
 namespace brenik {
 
-// Makes a blank record current and leaves it locked: the top one of the order "DELETED", recalled,
-// emptied and given a new identifier and a stamp, where that is a deleted record and can be locked;
-// otherwise one that ADD_REC appends. False when that failed. Deleted records are hidden
-// afterwards, whatever the setting was before; the controlling order is as before.
+// Makes a blank record current and leaves it locked. If the first record of the order "DELETED" is
+// deleted and can be locked, it is recalled, emptied, given a new identifier and stamped. Otherwise
+// ADD_REC appends a record. False if that fails. Afterwards deleted records are hidden, whatever
+// the setting was before; the controlling order is restored.
 [[nodiscard]] bool APPENDBLANK(Session& session);
 
 }  // namespace brenik

@@ -1,4 +1,4 @@
-// The order of closing: writes first, so that nothing pending meets a closed table.
+// Writes pending changes before it closes any table.
 
 #include "data/close_all.h"
 
@@ -12,7 +12,7 @@ void note_status(Session& session, int status) {
     if (status != 0) note_fault(session, "CLOSEALL", session.areas.engine().last_error());
 }
 
-// Its targets may be somebody's to move once more.
+// A relation's target may still have to move to the current record, which can fail.
 void clear_relations(Session& session, int area) {
     try {
         session.areas.clear_relations(area);
@@ -27,7 +27,7 @@ void CLOSEALL(Session& session) {
     WorkAreas& areas = session.areas;
     for (int area = 1; area <= kMaxWorkArea; ++area) clear_relations(session, area);
     note_status(session, areas.write_all_records());
-    session.recover();  // what could not be written would be tried, and waited for, once more
+    session.recover();  // drops what could not be written: closing would try, and wait, again
     areas.close_all();
     note_status(session, areas.close_all_tables());
     session.related_queries.clear();

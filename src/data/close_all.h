@@ -6,8 +6,8 @@
 
 namespace brenik {
 
-// Forgets all relations, hands pending writes over and closes what the slots hold, then what the
-// engine still holds besides.
+// Clears all relations, writes pending changes, closes the tables of all work areas, then any other
+// table of the engine. Notes faults and continues.
 void CLOSEALL(Session& session);
 
 }  // namespace brenik

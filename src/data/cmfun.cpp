@@ -1,4 +1,4 @@
-// Filters, visible keys and the browser's skip.
+// Filters, visible keys, and a browser's skip.
 
 #include "data/cmfun.h"
 

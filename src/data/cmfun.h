@@ -1,4 +1,4 @@
-// One vocabulary for filters and browsing, over the current work area.
+// Filters and browsing in the current work area.
 
 #pragma once
 
@@ -8,32 +8,32 @@
 
 namespace brenik {
 
-// Sets the filter to an expression text; an empty text clears it. One that does not compile is an
-// EngineFault, and the old filter stays. Two names for the same thing.
+// Sets the filter to an expression; an empty text clears it. If the expression does not compile,
+// throws EngineFault and keeps the old filter. Both names do the same.
 void SETFILTER(Session& session, const std::string& expression);
 void CMFILTER(Session& session, const std::string& expression);
 
-// Clears the filter, if any, with CLEARFILTER, and once more where an order is controlling: so the
-// related query is forgotten without a filter too.
+// Calls CLEARFILTER if there is a filter, and again if an order is controlling. So with an order it
+// removes the related query even without a filter.
 void CMCLRFILTER(Session& session);
 
-// Keys of an order, and the position of the current record's key among them (0 when it has none),
-// as scopes and filter let them be seen. Orders are named as in cmxfun.h.
+// The number of an order's keys that scopes and filter leave visible, and the position of the
+// current record's key among them (0 if it has none). Orders are named as in cmxfun.h.
 std::size_t CMKEYCOUNT(Session& session, const Value& order = {},
                        const std::string& index_file = {});
 std::size_t CMKEYNO(Session& session, const Value& order = {}, const std::string& index_file = {});
 
-// How much of the filter is answered from indexes: 0 nothing, 1 some of it, 2 all.
+// How much of the filter indexes answer: 0 nothing, 1 some of it, 2 all.
 int RLOPTLEVEL(Session& session);
 
-// Moves by `count` records, back where it is negative, as a browser does: it never leaves the first
-// or the last record, and answers how far it came. 0 reads the record again. From the end of file
-// it moves only backwards.
+// Moves by `count` records, backwards if it is negative, like a browser: it stops at the first and
+// the last record. Returns how far it moved. 0 reads the record again. From the end of file it
+// moves only backwards.
 std::int64_t DBSKIPPER(Session& session, std::int64_t count);
 
 namespace second_variant {
 
-// Clears the filter and nothing else; every caller in the library means the one in cmxfun.h.
+// Clears the filter but keeps the related query. The library itself calls only the one in cmxfun.h.
 void CLEARFILTER(Session& session);
 
 }  // namespace second_variant

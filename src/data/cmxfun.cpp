@@ -1,4 +1,4 @@
-// Each helper is one engine operation, or two.
+// Most helpers here make one or two calls to the engine.
 
 #include "data/cmxfun.h"
 

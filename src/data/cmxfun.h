@@ -1,7 +1,7 @@
-// One vocabulary for index orders and their scopes, over the current work area.
+// Index orders and their scopes in the current work area.
 //
-// `order` names an order by its name or number, nil the controlling one; `index_file` limits the
-// look to the orders of one file. What names no order counts no keys.
+// `order` is an order's name or number, or nil for the controlling one. `index_file` limits the
+// search to the orders of one file. If no order matches, the key count is 0.
 
 #pragma once
 
@@ -12,44 +12,44 @@
 
 namespace brenik {
 
-// The engine's automatic settings: which order becomes controlling when indexes are opened, and how
-// tables are shared. A value given becomes the new setting; the previous one is answered.
+// The automatic settings: which order becomes controlling when indexes are opened, and how tables
+// are shared. An argument becomes the new setting. Both return the previous one.
 int CMXAUTOORDER(Session& session, std::optional<int> order = {});
 int CMXAUTOSHARE(Session& session, std::optional<int> share = {});
 
 void CMXCLRSCOPE(Session& session, ScopeEnd end);
 
-// Number of open orders, all of them or those of one index file.
+// The number of open orders: all of them, or those of one index file.
 std::size_t CMXCOUNT(Session& session, const std::optional<std::string>& index_file = {});
 
-// A row for each open order: name, key expression, condition, and whether it is unique, descending
-// and custom.
+// One row per open order: name, key expression, condition, and whether it is unique, descending,
+// custom.
 ArrayReference CMXINDEXINFO(Session& session);
 
-// Keys of an order, and the position of the current record's key among them (0 when it has none),
-// regardless of scopes and filters.
+// The number of an order's keys, and the position of the current record's key among them (0 if it
+// has none), regardless of scopes and filters.
 std::size_t CMXKEYCOUNT(Session& session, const Value& order = {},
                         const std::string& index_file = {});
 std::size_t CMXKEYNO(Session& session, const Value& order = {}, const std::string& index_file = {});
 
-// Goes to the top, then skips position - 1 records: far moves cost little while nothing hides
-// records. Positions below 1 stay at the top.
+// Goes to the top, then skips position - 1 records. A far skip is cheap while nothing hides
+// records. A position below 1 stays at the top.
 void CMXKEYGOTO(Session& session, std::int64_t position);
 
-// Lands on the last record with a key; whether there is one.
+// Seeks the last record with a key; true if there is one.
 bool CMXSEEKLAST(Session& session, const Value& key, SeekMode mode = SeekMode::kHard);
 
-// Relates a target to the current work area and limits it to the records whose key equals the
-// expression's value. `text` is what SAVEDBF reads back as the expression; the two are one here.
+// Relates `target` to the current work area and limits it to the records whose key equals the value
+// of the expression `text`. SAVEDBF saves `text` as the relation's expression.
 void CMXSETRELATION(Session& session, int target, const std::string& text);
 
-// Answers a scope of the controlling order, and sets it where a value is given; nil is no limit.
+// Returns a scope of the controlling order and replaces it if `value` is given; nil means no limit.
 Value CMXSETSCOPE(Session& session, ScopeEnd end, const std::optional<Value>& value = {});
 
-// The table's shared flag before it is set, where a value is given.
+// Returns the table's shared flag and replaces it if `shared` is given.
 bool CMXSHARED(Session& session, std::optional<bool> shared = {});
 
-// Clears the filter and forgets the related query of the work area.
+// Clears the filter and removes the related query of the work area.
 void CLEARFILTER(Session& session);
 
 }  // namespace brenik

@@ -1,4 +1,4 @@
-// The companion batch program, which has tables of its own open while it runs.
+// The companion batch program, which opens tables of its own while it runs.
 
 #pragma once
 
@@ -8,13 +8,13 @@
 
 namespace brenik {
 
-// Asks the companion to close its tables; the leading blank belongs to it.
+// The switch that asks the companion to close its tables; the leading blank is part of it.
 inline constexpr const char* kCloseCompanionTables = " /CLOSEBRENIK";
 
-// False unless the session has been given hooks of its own.
+// Always false without hooks.
 inline bool BATISRUNNING(const Session& session) { return session.companion.is_running(); }
 
-// Runs the companion with a command-line switch; nothing happens without hooks.
+// Runs the companion with a command-line switch; does nothing without hooks.
 inline void RUNTHEBAT(const Session& session, const std::string& command_line) {
     session.companion.run(command_line);
 }

@@ -1,4 +1,4 @@
-// Who gives way to whom, step by step.
+// Acquires the system table for maintenance, step by step.
 
 #include "data/exclusive.h"
 
@@ -29,7 +29,7 @@ bool open_system_table(Session& session, bool exclusive) {
     return NET_USE(session, practice::kSystem.file, {.exclusive = exclusive});
 }
 
-// Empty for tables of fewer fields.
+// Empty if the table has fewer fields.
 std::string compared_name(Session& session, int area) {
     const auto& fields = session.areas.table(area, "SAMELAXSYS").fields();
     return fields.size() < kComparedField ? std::string() : fields[kComparedField - 1].name;
@@ -50,7 +50,7 @@ bool GET_EXCLUSIVE(Session& session) {
             "Warning\r\nThis operation must have exclusive control of files and someone else is "
             "using Brenik.\r\nPlease have them exit Brenik and Retry",
             "Sharing Violation");
-    // Whether it can be had again or not, the exclusive use could not.
+    // The result is false whether or not the shared open succeeds.
     if (was_open) static_cast<void>(NET_USE(session, table + ".DBF"));
     return false;
 }

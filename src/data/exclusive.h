@@ -1,7 +1,7 @@
-// Taking the system table for maintenance, and comparing it with a new copy.
+// Opening the system table exclusively for maintenance, and comparing it with a new copy.
 //
-// Whoever takes it first asks the companion program, where that runs, to close its tables, and
-// leaves work area 5, where the system table lies, current.
+// GET_EXCLUSIVE and CLOSEMOST first ask the companion program, if it runs, to close its tables.
+// They leave work area 5, the system table's, current.
 
 #pragma once
 
@@ -9,19 +9,18 @@
 
 namespace brenik {
 
-// Opens the system table exclusively, in one attempt. When somebody else uses it the user is told,
-// a system table that was open before is opened again, shared, and the result is false.
+// Opens the system table exclusively, in one attempt. If another user has it open, shows a message,
+// opens the table again in shared mode if it was open before, and returns false.
 [[nodiscard]] bool GET_EXCLUSIVE(Session& session);
 
-// Closes every table but the system table, which is opened anew, by default exclusively. With
-// `exclusive` nothing is closed before the system table has been had; where it cannot be, the user
-// is told, it is opened again as the setting SharedUse says, and the result is false. `quiet`
-// leaves the companion program alone.
+// Closes every table except the system table, which it opens again, by default exclusively. With
+// `exclusive`, closes nothing until the system table is open exclusively; if that fails, shows a
+// message, opens the table as the setting SharedUse says and returns false. With `quiet`, leaves
+// the companion program alone.
 [[nodiscard]] bool CLOSEMOST(Session& session, bool exclusive = true, bool quiet = false);
 
-// True when the tables under the aliases "NEWSYS" and "LAWSYS" agree in the name of their tenth
-// field, the former beginning with the latter. "LAWSYS" is opened for as long as that takes where
-// no work area holds it; the current work area stays.
+// True if the tenth field's name in the table with alias "NEWSYS" begins with the one in "LAWSYS".
+// Opens "LAWSYS" for the comparison if no work area holds it. Restores the current work area.
 [[nodiscard]] bool SAMELAXSYS(Session& session);
 
 }  // namespace brenik

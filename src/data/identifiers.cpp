@@ -1,4 +1,4 @@
-// Counters read, raised and written back under their lock.
+// Reads, raises and writes counters under their lock.
 
 #include "data/identifiers.h"
 
@@ -18,10 +18,11 @@ namespace brenik {
 
 namespace {
 
-// Less than this part of a range left above the highest identifier is as good as nothing.
+// The range counts as used up when less than 1/kHardlyAny of it is left above the highest
+// identifier.
 constexpr std::int64_t kHardlyAny = 1000;
 
-// The greatest whole number that a field shows.
+// The greatest whole number that a field can hold.
 std::int64_t greatest_in(const FieldDescription& field) {
     const int digits = field.decimals > 0 ? field.width - field.decimals - 1 : field.width;
     std::int64_t greatest = 1;
@@ -31,7 +32,7 @@ std::int64_t greatest_in(const FieldDescription& field) {
                        : practice::kMostIdentifiers - 1;
 }
 
-// The order whose keys are the identifiers of every record, as they are.
+// The order whose keys are the identifiers of all records, unchanged; 0 if there is none.
 std::size_t identifier_order(Table& table) {
     const std::optional<std::size_t> number = find_order(table, "U_ID");
     if (!number || *number == 0) return 0;
@@ -41,7 +42,7 @@ std::size_t identifier_order(Table& table) {
     return sound ? *number : 0;
 }
 
-// Of the current record of `area`, by the counter of table number `table`.
+// Issues an identifier to the current record of `area`, from the counter of table number `table`.
 bool identify(Session& session, std::string& identifier, int table, int area,
               RecordObject* object) {
     if (table == kSecondNotesArea) table = area = kNotesArea;
@@ -92,7 +93,7 @@ void NextIdentifier::set(std::int64_t number) {
     text_ = practice::identifier_of(prefix_, number);
 }
 
-// The greatest identifier, not above `limit`, that the order or the journal knows.
+// The greatest identifier, up to `limit`, in the order or the journal.
 std::optional<std::string> NextIdentifier::last_known(const std::string& limit) const {
     std::optional<std::string> last = last_journalled(session_, table_code_, limit);
     if (order_ == 0) return last;
@@ -102,7 +103,8 @@ std::optional<std::string> NextIdentifier::last_known(const std::string& limit) 
     return last;
 }
 
-// Of the identifiers with this prefix; 0 for none, or one that no counter has issued.
+// The number of the greatest known identifier with this prefix; 0 if there is none or if no counter
+// can have issued it.
 std::int64_t NextIdentifier::highest() const {
     const auto last = last_known(practice::identifier_of(prefix_, practice::kMostIdentifiers - 1));
     return practice::number_of(prefix_, last.value_or("")).value_or(0);

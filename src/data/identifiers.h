@@ -1,8 +1,8 @@
 // Identifiers of records, from the counters of the system table.
 //
-// The system table's record of counters (SystemRecord) holds one for each table that gives its
-// records identifiers. The second slot of the notes, work area 16, shares the counter of work area
-// 4, and there the identifier goes into the record that is current in work area 4.
+// The system table's record of counters (SystemRecord) holds one counter per table with
+// identifiers. The second slot of the notes, work area 16, shares the counter of work area 4. There
+// the current record of work area 4 receives the identifier.
 
 #pragma once
 
@@ -14,11 +14,12 @@
 
 namespace brenik {
 
-// Locks the current record of a work area, as REC_LOCK does.
+// Locks the current record of a work area, like REC_LOCK.
 [[nodiscard]] bool lock_record_of(Session& session, int area);
 
-// Runs `write` while the session may write the current record of a work area, under a lock of its
-// own where the session had none. False, with nothing run, when that stayed somebody else's.
+// Runs `write` while the current record of a work area is locked. Acquires the lock if the session
+// does not hold it, and releases it afterwards. False, without running `write`, if another session
+// holds it.
 template <class Write>
 [[nodiscard]] bool with_writable_record(Session& session, int area, Write write) {
     Table& table = session.areas.table(area, "REC_LOCK");
@@ -30,8 +31,8 @@ template <class Write>
     return true;
 }
 
-// Runs `work`, then releases the system table, where the caller has locked the counter record;
-// after a fault too, with what that left half done in the counter dropped.
+// Runs `work`, then releases all locks on the system table. REQUIRES: the caller has locked the
+// counter record. After a fault, also drops half-done changes to the counter.
 template <class Work>
 [[nodiscard]] bool releasing_counter(Session& session, Work work) {
     Table& counters = session.areas.table(kSystemArea, "UNLOCK");
@@ -46,37 +47,38 @@ template <class Work>
     }
 }
 
-// Brings the counter record up to date after its lock and before its first field is read.
+// Reads the counter record again. Call this after locking it and before reading its first field.
 void reread_counter(Session& session);
 
-// The next identifier of one table, and the counter that it comes from.
+// The next identifier of one table, and its counter.
 //
-// A counter alone does not know: it may be unreadable, from an older backup, or have lost its last
-// steps in a power failure. So an identifier is looked for before it is handed out: in the table's
-// order of identifiers and in the journal. One that exists already is passed over, as far as the
-// highest one with this installation's prefix; where hardly any are left above that one, as far as
-// the next that is free. REQUIRES: the counter record is locked and up to date.
+// A counter alone is not proof: it may be unreadable, come from an older backup, or have lost its
+// last steps in a power failure. So before an identifier is issued, it is looked up in the table's
+// order of identifiers and in the journal. If it exists, the counter jumps past the highest one
+// with this installation's prefix; if hardly any are left above that one, past each used one to the
+// next free one. REQUIRES: the counter record is locked and up to date.
 class NextIdentifier {
   public:
-    // Of table number `table`, for a record of work area `area`. EngineFault kLimit when counter,
-    // MYUDN or U_ID cannot hold a further identifier.
+    // For table number `table` and a record of work area `area`. Throws EngineFault(kLimit) if
+    // counter, MYUDN or U_ID cannot hold another identifier.
     NextIdentifier(Session& session, int table, int area);
 
-    // False when the counter record has no counter for the table: no identifier is issued.
+    // False if the counter record has no counter for the table: no identifier is issued.
     bool issued() const { return !counter_.empty(); }
     const std::string& text() const { return text_; }
-    // The order of the area's table that knows its identifiers; 0 when it has none.
+    // The order of the area's table with its identifiers as keys; 0 if it has none.
     std::size_t order() const { return order_; }
-    // Goes on to another identifier if the journal has this one already, or the order has.
+    // Moves to another identifier if the journal or the order knows this one; the second checks the
+    // journal alone.
     void pass_over_known();
     void pass_over_journalled();
-    // This one exists already.
+    // Moves to another identifier because this one exists.
     void pass_over();
 
-    // The counter is on its way before anything names the identifier: a process that ends then
-    // leaves a number unused.
+    // Writes the counter. Called before anything is written under the identifier, so that a process
+    // that ends in between leaves only an unused number.
     void store();
-    // Nothing has been given the identifier after all.
+    // Restores the counter if nothing received the identifier.
     void take_back();
 
   private:
@@ -95,22 +97,22 @@ class NextIdentifier {
     int area_;
     std::size_t order_ = 0;
     std::string prefix_;
-    std::int64_t last_ = 0;   // as the counter says
+    std::int64_t last_ = 0;   // the counter's value
     std::int64_t limit_ = 0;  // the greatest number that all fields can hold
     std::int64_t number_ = 0;
     std::string text_;
 };
 
 struct NextUid {
-    bool record_locked = false;   // the current record is locked already, and stays so
-    bool counter_locked = false;  // likewise the counter record
+    bool record_locked = false;   // the current record is already locked, and stays locked
+    bool counter_locked = false;  // the counter record is already locked, and stays locked
     RecordObject* object = nullptr;
-    std::optional<int> table = {};  // number of the counter; by default the object's, else current
+    std::optional<int> table = {};  // table of the counter; default: the object's, else current
 };
 
-// Gives the current record the next identifier, which `identifier` receives too. False, with
-// nothing issued, when the table has no U_ID or no counter, the system table is not open, or a lock
-// stayed somebody else's. No stamp is added.
+// Gives the current record the next identifier and stores it in `identifier`. Adds no stamp. False,
+// with nothing issued, if the table has no U_ID or no counter, the system table is not open, or
+// another session holds a lock.
 [[nodiscard]] bool NEXTUID(Session& session, std::string& identifier, const NextUid& options = {});
 
 }  // namespace brenik

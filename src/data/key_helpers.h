@@ -1,4 +1,4 @@
-// Counting the keys of an order that a caller has named. `routine` is the one that was called.
+// Counts keys of an order that a caller has named. `routine` is the calling routine's name.
 
 #pragma once
 

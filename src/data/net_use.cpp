@@ -1,4 +1,4 @@
-// The retried open, and the server check of start-up.
+// The open with retries, and start-up's check of the server.
 
 #include "data/net_use.h"
 
@@ -25,7 +25,7 @@ void log_missing_server(const Session& session, int loaded, int status) {
         platform::File log = platform::File::open(path, platform::OpenMode::kAppend);
         if (log.is_open()) log.write_at(log.size(), as_bytes(lines));
     } catch (const EngineFault&) {
-        // The user is told anyway; a log that cannot be written must not stop start-up.
+        // The user sees a message anyway; a log that cannot be written must not stop start-up.
     }
 }
 
@@ -57,7 +57,7 @@ int check_local_server(Session& session) {
 }  // namespace
 
 bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
-    // The area in use that a new one was asked for beside.
+    // The area that was current before an open in a new area, which stays open after a fault.
     const bool beside = options.where == OpenIn::kNewArea && session.areas.used();
     const int kept = beside ? session.areas.current() : 0;
     try {

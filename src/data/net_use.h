@@ -1,4 +1,4 @@
-// Opening tables that many users share, and choosing the server that serves them.
+// Opening shared tables, and choosing the server type.
 
 #pragma once
 
@@ -9,21 +9,22 @@
 
 namespace brenik {
 
-// Server types of the engine.
 inline constexpr int kLocalServer = 1;
 inline constexpr int kRemoteServer = 2;
 
-// Opens a table, with retries a second apart, and attaches its compound index where asked and not
-// yet done by the engine; after a retry under the table's own name, and whatever the engine has
-// done. A relative name lies in the data folder. False when every open failed, or the file is
-// damaged: then the area is empty, the network error flag set, and the reason noted (fault_file.h).
+// Opens a table, retries once per second, and attaches its compound index if asked. After the first
+// attempt it does so only if the engine has not attached the index; after a retry always, under the
+// table's own name. A relative name lies in the data folder. False if every attempt failed or a
+// file is damaged: then the area is empty, the network error flag is set and the reason is noted
+// (fault_file.h).
 [[nodiscard]] bool NET_USE(Session& session, const std::string& file, const NetUse& options = {});
 
-// The server type that "LAWSYS.INI" in a folder (with its trailing backslash) asks for.
+// The server type in "LAWSYS.INI" of a folder; `folder` ends in a backslash.
 Number GETSERVERTYPE(Session& session, const std::string& folder);
 
-// Decides which server type to use when `requested` is wanted: 2 remote, 1 local, 0 none. What
-// stands in the way of the wanted one is shown to the user and noted in "lawtemp\DataServer.log".
+// Chooses the server type for `requested`; returns 2 for remote, 1 for local, 0 for none. If a
+// wanted server is missing, shows a message; for the remote one, also writes
+// "lawtemp\DataServer.log".
 [[nodiscard]] int CHECKSERVER(Session& session, int requested);
 
 }  // namespace brenik

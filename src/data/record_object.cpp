@@ -1,4 +1,4 @@
-// A record copied out of its table.
+// A record copied from its table.
 
 #include "data/record_object.h"
 

@@ -1,6 +1,6 @@
-// A record that is being edited, as an object that stands for it.
+// A record in the middle of an edit, as an object.
 //
-// ADD_REC and NEXTUID tell it what they wrote into the table, LASTFIRST asks it for a name.
+// ADD_REC and NEXTUID assign to it what they write to the table; LASTFIRST reads a name from it.
 
 #pragma once
 
@@ -13,19 +13,19 @@ namespace brenik {
 class RecordObject {
   public:
     virtual ~RecordObject() = default;
-    // Number of the work area whose table the record belongs to.
+    // Number of the work area with the record's table.
     virtual int NDB() const = 0;
-    // Position of a field in that table, counted from 1; 0 when it has none of that name.
+    // Position of a field in that table, counted from 1; 0 if there is none of that name.
     virtual std::size_t FIELDPOS(std::string_view field) const = 0;
     virtual bool end_of_file() const = 0;
-    // A field of the object's buffer, and its assignment; the table itself stays as it is. An
-    // unknown name is EngineFault kUnknownName.
+    // Read and assign a field of the object's buffer; the table itself is unchanged. An unknown
+    // name throws EngineFault(kUnknownName).
     virtual Value field(std::string_view name) const = 0;
     virtual void assign(std::string_view name, const Value& value) = 0;
 };
 
-// A record object over a copy of the record that is current in a work area. The table stays open
-// for as long as the object lives.
+// A record object over a copy of a work area's current record. REQUIRES: the table stays open
+// during the object's lifetime.
 class BufferedRecord : public RecordObject {
   public:
     BufferedRecord(Session& session, int area);

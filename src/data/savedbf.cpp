@@ -1,4 +1,4 @@
-// The parts of a navigation state, in and out.
+// Saves and restores the parts of a navigation state.
 
 #include "data/savedbf.h"
 
@@ -28,7 +28,7 @@ enum Entry : std::size_t {
 constexpr std::array kScopedParents{kNamesArea, kMattersArea};
 constexpr std::array kScopedTargets{kNotesArea, kSecondNotesArea, kCrossReferenceArea, 18};
 
-// An element of a saved list, counted from 1; nil where the list is shorter.
+// An element of a saved list, counted from 1; nil if the list is shorter.
 Value element(const Value& list, std::size_t number) {
     const ArrayReference& elements = list.array();
     return elements && number <= elements->size() ? (*elements)[number - 1] : Value();

@@ -1,4 +1,4 @@
-// The two directions of the record buffer.
+// Copies a record to a buffer and back.
 
 #include "data/scatgat.h"
 
@@ -16,7 +16,7 @@ ArrayReference SCATGAT(Session& session) {
 ArrayReference SCATGAT(Session& session, const ArrayReference& buffer, bool stamp) {
     WorkAreas& areas = session.areas;
     Table& table = areas.table("SCATGAT");
-    // The buffer may have been read from a wider table.
+    // The buffer may come from a wider table.
     const std::size_t count = std::min(buffer->size(), table.fields().size());
     for (std::size_t i = 0; i < count; ++i) table.field_put(i + 1, (*buffer)[i]);
     if (stamp) {

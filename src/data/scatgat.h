@@ -1,4 +1,4 @@
-// A whole record in and out of a buffer: one value for each field, in field order.
+// Copies a whole record to and from a buffer: one value per field, in field order.
 
 #pragma once
 
@@ -6,12 +6,12 @@
 
 namespace brenik {
 
-// A new buffer with the current record's values.
+// Returns a new buffer with the current record's values.
 [[nodiscard]] ArrayReference SCATGAT(Session& session);
 
-// Writes a buffer into the current record, which the caller has locked, and answers the buffer.
-// Fields past the end of a short buffer stay as they are. With `stamp` the record's ENTRY and
-// OPERATOR become today and the session's operator; the table must have both.
+// Writes a buffer into the current record and returns the buffer. REQUIRES: the caller has locked
+// the record. Fields past the end of a short buffer are unchanged. With `stamp`, sets ENTRY to
+// today and OPERATOR to the session's operator; the table must have both.
 ArrayReference SCATGAT(Session& session, const ArrayReference& buffer, bool stamp = false);
 
 }  // namespace brenik

@@ -1,7 +1,7 @@
-// The tables of a practice: the work area, the alias and the file of each.
+// The tables of a practice: each one's work area, alias and file.
 //
 // The number of a table's work area is also its number for hosts, its code in the journal, and the
-// n of its counter of identifiers, the field U_ID<n> of the system table.
+// n of its identifier counter, field U_ID<n> of the system table.
 
 #pragma once
 
@@ -30,7 +30,7 @@ inline constexpr TableEntry kJournal{20, "TRANS", "LawTrans"};
 // A second work area for the notes. It shares the counter of the first.
 inline constexpr int kSecondNotesArea = 16;
 
-// All of them. A practice has one file per area; where two are listed, the first is preferred.
+// All tables. A practice has one file per area; of two in the list, the first is preferred.
 inline constexpr std::array kTables{kNames,  kEvents, kMatters,         kNewerNotes, kNotes,
                                     kSystem, kCodes,  kCrossReferences, kJournal};
 

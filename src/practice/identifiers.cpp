@@ -1,4 +1,4 @@
-// Numbers to digits and back.
+// Converts between numbers and digits.
 
 #include "practice/identifiers.h"
 

@@ -15,15 +15,15 @@ namespace brenik::practice {
 inline constexpr std::size_t kIdentifierDigits = 5;
 inline constexpr std::int64_t kMostIdentifiers = 62LL * 62 * 62 * 62 * 62;
 
-// A number as exactly `digits` digits of base 62 or 26, and back. EngineFault kLimit when the
-// number does not fit. Going back, a character that is no digit counts as -1.
+// Convert between a number and exactly `digits` digits of base 62 or 26. Throw EngineFault(kLimit)
+// if the number does not fit. In a text, a character that is no digit counts as -1.
 std::string RSN2ADS(std::int64_t number, int digits = 2);
 std::int64_t RSADS2N(std::string_view text);
 std::string RSN2ALPHA(std::int64_t number, int digits = 2);
 std::int64_t RSALPHA2N(std::string_view text);
 
 std::string identifier_of(std::string_view prefix, std::int64_t number);
-// The number of an identifier with that prefix; nothing for any other text.
+// The number of an identifier with that prefix; empty for any other text.
 std::optional<std::int64_t> number_of(std::string_view prefix, std::string_view identifier);
 
 }  // namespace brenik::practice

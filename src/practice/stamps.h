@@ -1,8 +1,8 @@
 // Change stamps: the moment of a change in 4 bytes, kept as text.
 //
-// A stamp is the days since 31 December 1997, then the 2-second units since midnight. Each is
-// unsigned, 16 bits, most significant byte first, so that comparing two stamps byte by byte orders
-// them in time. Four bytes of value 0 stand for no date.
+// A stamp holds the days since 31 December 1997 and the 2-second units since midnight. Each is an
+// unsigned 16-bit number, most significant byte first, so that stamps compare byte by byte in time
+// order. Four bytes of value 0 mean no date.
 
 #pragma once
 
@@ -19,22 +19,23 @@ namespace brenik::practice {
 inline constexpr std::size_t kStampSize = 4;
 inline constexpr Date kBaseDate{2450814};  // 31 December 1997
 
-// The stamp of a date and, where given, of the seconds since its midnight.
+// The stamp of a date and, if given, of the seconds since its midnight.
 inline std::string RSDT(Date date, std::optional<double> seconds = {}) {
     if (date.empty()) return std::string(kStampSize, '\0');
     const int day = date.julian_day() - kBaseDate.julian_day();
     const std::int64_t units = Value(Number{seconds.value_or(0) / 2}).whole();
-    // Division, not a shift: negative numbers are no stamps, but their bytes stay what they were.
+    // Division, not a shift: negative numbers make no valid stamp, but their bytes must stay the
+    // same.
     return {static_cast<char>(day / 256), static_cast<char>(day % 256),
             static_cast<char>(units / 256), static_cast<char>(units % 256)};
 }
 
 struct StampedMoment {
-    Date date;  // kBaseDate where the stamp has no date
+    Date date;  // kBaseDate if the stamp has no date
     int seconds;
 };
 
-// What a stamp says. Missing bytes count as 0.
+// The moment that a stamp encodes. Missing bytes count as 0.
 inline StampedMoment read_stamp(std::string_view stamp) {
     std::string whole(stamp.substr(0, kStampSize));
     whole.resize(kStampSize, '\0');

@@ -1,4 +1,4 @@
-// What outlives a session: the few values that start-up and shut-down do not begin anew.
+// State that outlives a session: the values that start-up and shut-down do not reset.
 
 #pragma once
 
@@ -12,12 +12,12 @@ struct ModuleState {
     bool shut_down = false;
     // Set once a system table marks the newer layout of the notes; never cleared.
     bool notes_variant = false;
-    // The change journal is held as a whole, so its writers neither lock nor release it.
+    // True while RSLOCK holds the whole journal, so its writers neither lock nor release it.
     bool journal_locked = false;
-    // The record of the system table that holds counters and settings, as start-up found it; 0 for
-    // whichever is current.
+    // The system table's record with counters and settings, as start-up found it; 0 for the current
+    // record.
     std::uint32_t system_record = 0;
-    // What tells the data folder of the latest start from others (platform::folder_identity).
+    // Identity of the latest start's data folder (platform::folder_identity).
     std::string data_folder;
 };
 

@@ -1,9 +1,8 @@
-// One session: everything that the operations of one host share, in one object.
+// One session: all state that the operations of one host share, in one object.
 //
-// The exports own the single session of a process; tests make as many as they like. Every
-// routine above the engine takes the session as its first argument, and there is no other mutable
-// state. A session exists before StartUp too: it then holds no settings and no tables, and its
-// questions have neutral answers.
+// The exports own the only session of a process; tests create as many as they need. Every routine
+// above the engine takes the session as its first argument, and there is no other mutable state.
+// Before StartUp a session has no settings and no tables, and its queries return neutral values.
 
 #pragma once
 
@@ -24,7 +23,7 @@
 
 namespace brenik {
 
-// Work areas with a part of their own; hosts pass these numbers.
+// Work areas with a fixed table; hosts pass these numbers.
 inline constexpr int kNamesArea = practice::kNames.area;
 inline constexpr int kEventsArea = practice::kEvents.area;
 inline constexpr int kMattersArea = practice::kMatters.area;
@@ -35,21 +34,21 @@ inline constexpr int kCrossReferenceArea = practice::kCrossReferences.area;
 inline constexpr int kSecondNotesArea = practice::kSecondNotesArea;
 inline constexpr int kJournalArea = practice::kJournal.area;
 
-// Slots of the settings table that the library reads, counted from 1. They keep their own names.
+// Slots of the settings table that the library reads, counted from 1, under their established
+// names.
 // NOLINTNEXTLINE(readability-identifier-naming)
 enum class Setting : std::size_t { SharedUse = 2, ServerType = 5, WinIniFile = 22, DataPath = 24 };
 
-// The session's variables, made anew by every StartUp.
+// The session's variables, which every StartUp resets.
 struct SessionVariables {
     ArrayReference PUBLICVARS;  // the settings table
     Date TODAY;                 // the date of start-up
     std::string MOPERATOR;      // recorded as the operator of added records
     bool LTRACE = false;        // tracing on or off
-    bool inherited = false;     // begun by the process of which this one is a fork
+    bool inherited = false;     // begun by the parent of this forked process
 };
 
-// The companion batch program, which this library knows only as two hooks: whether it runs, and
-// running it with a switch.
+// Two hooks for the companion batch program: whether it runs, and running it with a switch.
 struct CompanionHooks {
     std::function<bool()> is_running = [] { return false; };
     std::function<void(const std::string& command_line)> run = [](const std::string&) {};
@@ -60,7 +59,7 @@ struct Session {
     Session(EngineMaker engine_maker, platform::Clock& session_clock,
             platform::UserInterface& session_ui)
         : clock(session_clock), ui(session_ui), make_engine_(std::move(engine_maker)) {}
-    // For those who choose the engine themselves: it outlives the session.
+    // For a caller that supplies the engine, which must outlive the session.
     Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
         : clock(session_clock), ui(session_ui) {
         areas.set_engine(engine);
@@ -72,19 +71,19 @@ struct Session {
         const ArrayReference& table = variables.PUBLICVARS;
         return table && index < table->size() ? (*table)[index] : Value();
     }
-    // The data folder, from the root and ending in a backslash; empty before the first StartUp. The
-    // setting DataPath keeps it as the host has given it.
+    // The data folder as an absolute path that ends in a backslash; empty before the first StartUp.
+    // The setting DataPath keeps the host's spelling.
     const std::string& data_path() const { return areas.default_folder(); }
-    // Relative file names lie in the data folder.
+    // Resolves a relative file name in the data folder.
     std::string path_of(const std::string& file) const { return areas.path_of(file); }
     bool is_begun() const { return variables.PUBLICVARS && !module.shut_down; }
-    // Takes over from the session of a parent process what the trace log needs.
+    // Copies what the trace log needs from the session of a parent process.
     void inherit(const Session& parents) {
         variables = parents.variables;
         areas.set_default_folder(parents.data_path());
         variables.inherited = true;
     }
-    // The engine, made by the first StartUp when it has read the settings.
+    // The engine. The first StartUp creates it after it has read the settings.
     Engine& take_engine() {
         if (!areas.has_engine()) {
             engine_ = make_engine_();
@@ -92,7 +91,7 @@ struct Session {
         }
         return areas.engine();
     }
-    // After a fault: what is half done is dropped, or it would be written out when its locks go.
+    // After a fault: drops half-done changes, which releasing their locks would otherwise write.
     void recover() noexcept {
         areas.release_all_locks();
         module.journal_locked = false;
@@ -112,11 +111,11 @@ struct Session {
     ModuleState module;
     SessionVariables variables;
     ArrayReference buffer;     // the transaction buffer; null before the first Start operation
-    platform::File trace_log;  // open while a call that has written to it goes on
-    std::string link_type;     // type of new cross-references; empty until it is first needed
+    platform::File trace_log;  // open until the end of the call that has written to it
+    std::string link_type;     // type of new cross-references; empty until first needed
     CompanionHooks companion;
-    // The query that a work area's filter came from, for callers that keep it; CLEARFILTER forgets
-    // it together with the filter.
+    // The query behind a work area's filter, for callers that keep it; CLEARFILTER removes it
+    // together with the filter.
     std::map<int, std::string> related_queries;
 
   private:
