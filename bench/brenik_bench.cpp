@@ -1,10 +1,10 @@
-// How long the library takes for what hosts do all day, and how many calls on files it makes.
+// Measures how long hosts' everyday operations take, and how many calls on files they make.
 //
-// workload.h lists the operations. Each of them, or each batch of quick ones, is timed, after a
-// warm-up; writes are handed to the system and not waited for. With --count the calls on files are
-// counted instead, by kind, after a warm-up too. Everything random is seeded, so counts repeat but
-// for a few hundredths: the change journal's index is in the order of the time. counts.py compares
-// them with those that are kept.
+// workload.h lists the operations. Without options, each operation, or each batch of quick ones, is
+// timed after a warm-up; writes go to the system and do not wait for the disk. With --count, the
+// calls on files are counted instead, by kind, also after a warm-up. All random choices are seeded,
+// so counts repeat to within a few hundredths: the change journal's index is ordered by time.
+// counts.py compares them with the baseline.
 
 #include <gnu/libc-version.h>
 
@@ -54,7 +54,7 @@ using Calls = std::array<double, kFileCallNames.size()>;
 
 struct Result {
     std::string name;
-    std::size_t records;  // of the table, when the workload began
+    std::size_t records;  // in the table at the start of the workload
     std::size_t operations;
     Times times;
     Calls calls;
@@ -158,7 +158,7 @@ Json to_json(const Result& r, bool count) {
     return json;
 }
 
-// What the system says of the first processor: the same program takes other ways on another one.
+// What the system reports about the first processor: a program may run other code on another one.
 std::string processor() {
     std::string text, line;
     std::ifstream facts("/proc/cpuinfo");
@@ -171,7 +171,7 @@ std::string processor() {
     return text;
 }
 
-// What instruction counts depend on besides the source.
+// What instruction counts depend on, apart from the source.
 Json environment() {
 #ifdef __clang__
     const char* compiler = __VERSION__;
@@ -184,12 +184,12 @@ Json environment() {
             {"processor", processor()}};
 }
 
-// A folder for the tables, which goes with this object.
+// A folder for the tables, removed by the destructor.
 class Scratch {
   public:
     Scratch() {
         std::string name = (fs::temp_directory_path() / "brenik-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) give_up("there is no room for temporary files");
+        if (mkdtemp(name.data()) == nullptr) give_up("cannot create a temporary folder");
         folder_ = name;
     }
     Scratch(const Scratch&) = delete;
@@ -203,7 +203,7 @@ class Scratch {
         const fs::path tool = fs::read_symlink("/proc/self/exe").parent_path() / "brenik";
         const std::string command = tool.string() + " sample " + practice.string() +
                                     " --contacts " + std::to_string(contacts) + " > /dev/null";
-        if (std::system(command.c_str()) != 0) give_up("the sample practice could not be made");
+        if (std::system(command.c_str()) != 0) give_up("cannot make the sample practice");
         return practice;
     }
 
@@ -227,7 +227,7 @@ void run(const Options& options) {
         measured(seam_workload(practice), contacts);
     }
     if (options.keys > 0) measured(key_workload(scratch.folder(), options.keys), options.keys);
-    if (list.empty()) give_up("no operation goes by that name");
+    if (list.empty()) give_up("no operation has that name");
     if (options.json) {
         const Json all{{"environment", environment()}, {"results", list}};
         std::printf("%s\n", all.dump(2).c_str());
@@ -237,15 +237,15 @@ void run(const Options& options) {
 }  // namespace
 }  // namespace brenik::bench
 
-// Catches what is thrown, so that the temporary folder is removed.
+// Catches exceptions, so that the temporary folder is removed.
 int main(int argc, char** argv) try {
     CLI::App app{"Measures the library on sample practices."};
     brenik::bench::Options options;
-    app.add_option("--contacts", options.contacts, "numbers of contacts in the practice");
+    app.add_option("--contacts", options.contacts, "numbers of contacts, one per practice");
     app.add_option("--operations", options.operations, "operations of each kind")
         ->check(CLI::PositiveNumber);
     app.add_option("--keys", options.keys,
-                   "records of the table whose keys are counted; 0 leaves it out");
+                   "records of the table whose keys are counted; 0 skips it");
     app.add_option("--only", options.only, "only the operations of these names");
     app.add_flag("--count", options.count, "count calls on files instead of taking times");
     app.add_flag("--json", options.json, "print the figures as JSON");

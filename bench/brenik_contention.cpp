@@ -1,8 +1,9 @@
-// How long the library makes workstations wait for each other.
+// Measures how long the library makes workstations wait for each other.
 //
-// Each of several processes adds contacts and edits one contact that all of them edit, as fast as
-// it can, on one fresh sample practice. What counts is the longest single call, how evenly the
-// work was shared out, and how many calls were refused after all the library's own repeats.
+// Several processes work on one fresh sample practice as fast as they can. Each adds contacts and
+// edits one contact that all of them edit. The report gives the longest single call, the least and
+// the most work that one process has done, and how many calls were refused after all the library's
+// retries.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -99,7 +100,7 @@ void measure(const fs::path& practice, int workers, double seconds) {
     const auto begin = Clock::now() + std::chrono::milliseconds(500);
     for (int worker = 0; worker < workers; ++worker) {
         const pid_t child = fork();
-        if (child < 0) give_up("no further process can be had");
+        if (child < 0) give_up("cannot start another process");
         if (child == 0) {
             work(practice, worker, begin, seconds);
             std::exit(0);
@@ -131,7 +132,7 @@ int main(int argc, char** argv) try {
         const fs::path practice = folder / std::to_string(count);
         const std::string command =
             tool.string() + " sample " + practice.string() + " --contacts 1000 > /dev/null";
-        if (std::system(command.c_str()) != 0) give_up("the sample practice could not be made");
+        if (std::system(command.c_str()) != 0) give_up("cannot make the sample practice");
         if (proprietary) std::ofstream(practice / "LAWSYS.INI") << "[Main]\r\nLockType=1\r\n";
         measure(practice, count, seconds);
     }

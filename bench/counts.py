@@ -1,14 +1,14 @@
-"""What an operation costs in numbers that noise does not touch: calls on files, and instructions.
+"""Measures what an operation costs in numbers without noise: calls on files, and instructions.
 
-Both are taken from brenik_bench. Calls on files are counted by the program itself. Instructions are
-counted by callgrind in two runs of different lengths: the difference belongs to the operations, and
-what a run costs besides falls out. bench/baseline.json keeps the figures. Whoever makes an operation
-dearer or cheaper keeps the new ones, and the commit says why.
+brenik_bench provides both. It counts calls on files itself. Callgrind counts instructions, in two runs
+of different lengths: the difference belongs to the operations, and the fixed cost of a run cancels out.
+bench/baseline.json keeps the figures. A change that makes an operation dearer or cheaper comes with new
+figures, and its commit says why.
 
     counts.py --build DIR calls|instructions           prints them
-    counts.py --build DIR check-calls                  fails where a figure is above the kept one
-    counts.py --build DIR check-instructions           likewise, where compiler, C library and processor
-                                                       are those of the kept figures; else exits with 77
+    counts.py --build DIR check-calls                  fails if a figure is above the baseline
+    counts.py --build DIR check-instructions           likewise, but exits with 77 unless compiler, C
+                                                       library and processor are those of the baseline
     counts.py --build DIR keep                         writes bench/baseline.json
 """
 
@@ -21,12 +21,12 @@ import sys
 from pathlib import Path
 
 BASELINE = Path(__file__).resolve().parent / 'baseline.json'
-CONTACTS, KEYS, OPERATIONS = 2000, 20000, 800      # too few to edit a contact twice
-SLACK = 0.03             # a figure may be so much above the kept one
-LEAST = 0.005            # calls per operation: what the rounding of small figures may hide
-NOT_COMPARED = 77        # an exit code that CTest takes for a test that was skipped
+CONTACTS, KEYS, OPERATIONS = 2000, 20000, 800  # too few to edit a contact twice
+SLACK = 0.03             # a figure may exceed the baseline by this fraction
+LEAST = 0.005            # calls per operation: allowance for rounding of small figures
+NOT_COMPARED = 77        # an exit code that CTest counts as a skipped test
 LENGTHS = {'start-stop': (5, 15), 'first-count': (5, 15)}
-BATCHED = ('walk', 'scan', 'walk-keys')        # a hundred steps at a time
+BATCHED = ('walk', 'scan', 'walk-keys')  # a hundred steps per call
 KEY_OPERATIONS = ('first-count', 'key-count', 'key-number', 'skip-far', 'walk-keys')
 
 
@@ -64,7 +64,7 @@ def instructions(build, names):
 
 
 def more_expensive(kept, now):
-    """The figures, by operation and kind, that are above what is kept of them."""
+    """The figures, by operation and kind, that exceed the kept ones."""
     for name in kept.keys() | now.keys():
         if name not in kept or name not in now:
             yield '%s: measured only %s' % (name, 'now' if name in now else 'before')
@@ -72,17 +72,17 @@ def more_expensive(kept, now):
         for kind in kept[name].keys() | now[name].keys():
             before, after = kept[name].get(kind, 0), now[name].get(kind, 0)
             if after > before * (1 + SLACK) + LEAST:
-                yield '%s: %s %s per operation, kept are %s' % (name, after, kind, before)
+                yield '%s: %s %s per operation, the baseline has %s' % (name, after, kind, before)
 
 
 def judge(kept, now):
-    """Says what has become dearer or cheaper; the exit code."""
+    """Prints what has become dearer or cheaper; returns the exit code."""
     dearer = sorted(more_expensive(kept, now))
     cheaper = sorted(more_expensive(now, kept))
     for line in dearer:
         print('bench/baseline.json:1: ' + line)
     if cheaper and not dearer:
-        print('cheaper than kept, which "scripts/bench --keep" would note: '
+        print('cheaper than the baseline, which "scripts/bench --keep" updates: '
               + ', '.join(sorted({line.split(':')[0] for line in cheaper})))
     return 1 if dearer else 0
 
@@ -90,7 +90,7 @@ def judge(kept, now):
 def check_instructions(build, kept):
     environment, _ = calls(build)
     if environment != kept['environment']:
-        print('not compared: kept are figures of %s, this is %s' % (kept['environment'], environment))
+        print('not compared: the baseline is of %s, this is %s' % (kept['environment'], environment))
         return NOT_COMPARED
     now = instructions(build, kept['instructions'])
     return judge(by_kind(kept['instructions']), by_kind(now))
@@ -111,7 +111,7 @@ def keep(build):
     environment, counted = calls(build)
     kept = {'environment': environment, 'calls': counted, 'instructions': instructions(build, counted)}
     text = json.dumps(kept, indent=2)
-    # One line an operation, so that a change of it is one line too.
+    # One line per operation, so that a changed operation is one changed line.
     text = re.sub(r'\{\s*("(?:open|close|stat|read|write|lock|unlock|sync|resize|all)"[^}]*?)\s*\}',
                   lambda match: '{' + re.sub(r'\s+', ' ', match[1]) + '}', text)
     BASELINE.write_text(text + '\n')

@@ -22,7 +22,7 @@ constexpr int kContacts = 1;
 constexpr int kMatters = 3;
 constexpr std::size_t kSteps = 100;  // of a walk, in one batch
 
-// The same numbers in every run.
+// Gives the same numbers in every run.
 class Random {
   public:
     std::size_t below(std::size_t end) { return engine_() % end; }
@@ -67,7 +67,7 @@ void set_order(Table& table, const char* order) {
         give_up(std::string("the contacts have no order ") + order);
 }
 
-// One field's texts of all contacts that are not deleted, in the order of the file.
+// One field's texts of all contacts that are not deleted, in file order.
 std::vector<std::string> texts_of(Table& table, const char* field) {
     std::vector<std::string> texts;
     set_order(table, "");
@@ -134,8 +134,9 @@ class HostWorkload : public Workload {
         }
     }
 
-    // Every contact in turn: the journal entry of one that was edited within two seconds keeps its
-    // stamp, and so its place in the index, and what that saves would depend on the time.
+    // Edits the contacts in turn. The journal entry of a contact that was edited within two seconds
+    // keeps its stamp, and so its place in the index, and the work that this saves would depend on
+    // time.
     void edit(const Values& values) {
         edit_start(u_ids_[edits_++ % u_ids_.size()]);
         set_fields(kContacts, values);
@@ -145,7 +146,7 @@ class HostWorkload : public Workload {
     void edit_plain_fields() { edit({{"DAYPHONE", random_.digits()}, {"CITY", "Salem"}}); }
     void edit_indexed_field() { edit({{"LAST", random_.letters(8)}}); }
 
-    // `contact` is the one to link the record to, or empty.
+    // `contact` is the identifier of the contact to link the record to, or empty.
     static void add(int table, const Values& values, const std::string& contact) {
         int position = 0;
         expect_success(BrenikAddStart(table, &position), "BrenikAddStart");
@@ -174,7 +175,7 @@ class HostWorkload : public Workload {
 
     fs::path practice_;
     std::vector<std::string> ids_;
-    std::vector<std::string> u_ids_;  // in no order
+    std::vector<std::string> u_ids_;  // shuffled
     std::size_t edits_ = 0;
     Random random_;
 };
@@ -203,7 +204,7 @@ class SeamWorkload : public Workload {
 
   private:
     void append() {
-        expect(table_->append_blank(true), "the end of the bench's own table is locked");
+        expect(table_->append_blank(true), "another program locks the benchmark's table");
         for (const std::size_t field : appended_) table_->field_put(field, random_.letters(7));
         table_->unlock_all();
     }
@@ -211,12 +212,12 @@ class SeamWorkload : public Workload {
     void put(std::size_t field) {
         const auto record = static_cast<RecordNumber>(random_.below(records_) + 1);
         table_->go_to(record);
-        expect(table_->lock_record(record), "a record of the bench's own is locked");
+        expect(table_->lock_record(record), "another program locks a record of the benchmark");
         table_->field_put(field, random_.letters(8));
         table_->unlock_all();
     }
 
-    // Read when they are first wanted: what is added before must not cost more because of it.
+    // Reads the identifiers on first use: workloads before that must not cost more because of them.
     const std::string& any_u_id() {
         if (u_ids_.empty()) u_ids_ = texts_of(*table_, "U_ID");
         return u_ids_[random_.below(u_ids_.size())];
@@ -228,7 +229,7 @@ class SeamWorkload : public Workload {
         static_cast<void>(table_->field_get(last_));
     }
 
-    // Begins anew at the end.
+    // Starts again at the top when it reaches the end.
     void walk(const char* order) {
         if (walking_ != order || table_->end_of_file()) {
             set_order(*table_, order);
@@ -243,10 +244,10 @@ class SeamWorkload : public Workload {
 
     local::LocalEngine engine_;
     std::unique_ptr<Table> table_;
-    std::size_t records_;  // at the beginning
+    std::size_t records_;  // at the start
     std::vector<std::string> u_ids_;
     std::size_t last_;
-    std::vector<std::size_t> appended_;  // the fields that are given a value
+    std::vector<std::size_t> appended_;  // the fields that receive a value
     std::string walking_ = "nowhere";
     Random random_;
 };
@@ -285,7 +286,7 @@ class KeyWorkload : public Workload {
     void first_count() {
         const RecordNumber record = any_record();
         table_->go_to(record);
-        expect(table_->lock_record(record), "a record of the bench's own is locked");
+        expect(table_->lock_record(record), "another program locks a record of the benchmark");
         table_->field_put(1, random_.letters(kKeyWidth));
         table_->unlock_all();
         expect(table_->key_count(1, KeySet::kWhole) == keys_, "a wrong number of keys");

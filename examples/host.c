@@ -2,11 +2,11 @@
  *
  *     host PRACTICE [--step]
  *
- * One line is printed for each call, with its result. With --step the host then waits for a line on
- * standard input before it goes on, so that somebody else can look at the files in between.
+ * It prints one line per call, with the result. With --step it waits for a line on standard input
+ * after each call, so that another program can read the files in between.
  *
- * The practice should be a fresh sample: its last contact and its first deleted contact, whose
- * record numbers are below, were changed without the library and are reported to it here. */
+ * The practice should be a fresh sample. Its last contact was added, and its first deleted contact
+ * deleted, without the library; the host reports both. Their record numbers are below. */
 
 #include <stdarg.h>
 #include <stdio.h>
@@ -20,7 +20,7 @@ enum { kCurrentRecord = 0, kIdentifierSize = 9, kFirmLength = 400 };
 
 static int stepping;
 
-/* Prints a call and its result, waits when stepping, and hands the result on. */
+/* Prints a call and its result, waits if stepping, and returns the result. */
 static BrenikCode called(BrenikCode code, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -47,14 +47,14 @@ static void edit_start(int table, const char* u_id) {
     called(BrenikEditStart(table, u_id, &p), "BrenikEditStart(%d, \"%s\", &p)", table, u_id);
 }
 
-/* Record 0, the current one, suits a record that is being added, or was found by its identifier and
- * nothing was called since. With BrenikEditBegin pass the record's own number. */
+/* Record 0 means the current record. It suits a record that is being added, or one found by its
+ * identifier if no other call came in between. After BrenikEditBegin pass the record's number. */
 static void set_field(int table, const char* field, const char* value) {
     called(BrenikSetField(table, kCurrentRecord, field, value),
            "BrenikSetField(%d, 0, \"%s\", \"%s\")", table, field, value);
 }
 
-/* On entry the buffer may hold the identifier of a contact to link; afterwards the new record's. */
+/* On entry the buffer may hold the identifier of a contact to link; on return, the new record's. */
 static void add_end(int table, char* u_id) {
     char given[kIdentifierSize];
     strcpy(given, u_id);
@@ -121,7 +121,7 @@ static void work(void) {
            kNames, kContactDeletedElsewhere);
 
     heading("The practice's own firm");
-    memset(firm, ' ', kFirmLength); /* the primed length is the most that comes back */
+    memset(firm, ' ', kFirmLength); /* the result is at most as long as this text */
     code = BrenikGetMyFirm(firm);
     called(code, "BrenikGetMyFirm(\"%s\")", firm);
 }
