@@ -10,22 +10,22 @@ install(FILES ${PROJECT_SOURCE_DIR}/examples/host.c DESTINATION examples COMPONE
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION . COMPONENT package)
 install(FILES $<TARGET_FILE:BrenikDB>.debug $<TARGET_FILE:brenik>.debug DESTINATION . COMPONENT symbols)
 
-# The readme tells what is different for 32 and 64 bits.
+# What differs between 32 and 64 bits in the readme.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   set(package_bits 32)
   set(package_machine x86)
   set(package_convention "\
-- Every function but BrenikShutDown is __stdcall, as the header declares; that\r\n\
-  one is __cdecl. Whoever declares the functions by hand must keep to it.")
+- Every function is __stdcall except BrenikShutDown, which is __cdecl. The header\r\n\
+  declares them so. If you declare the functions yourself, do the same.")
 else()
   set(package_bits 64)
   set(package_machine x64)
   set(package_convention "\
-- All functions have the one calling convention of 64-bit Windows.")
+- All functions have the calling convention of 64-bit Windows.")
 endif()
 get_filename_component(package_compiler ${CMAKE_C_COMPILER} NAME)
 
-# Plain texts have the line ends that Windows' own programs expect.
+# Texts get CRLF line ends, which Windows' own programs expect.
 function(install_text source name)
   set(text ${CMAKE_CURRENT_BINARY_DIR}/${name})
   configure_file(${PROJECT_SOURCE_DIR}/${source} ${text} @ONLY NEWLINE_STYLE CRLF)
