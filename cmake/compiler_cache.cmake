@@ -1,5 +1,5 @@
-# Uses ccache where there is one and no other launcher is asked for. What it keeps serves other
-# checkouts too: CCACHE_BASEDIR hides the checkout's path, CCACHE_NOHASHDIR that of the build folder.
+# Uses ccache if it is installed and no other launcher is set. Checkouts share its cache: CCACHE_BASEDIR
+# hides the path of the checkout, CCACHE_NOHASHDIR that of the build folder.
 find_program(BRENIK_CCACHE ccache)
 if(BRENIK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   foreach(language C CXX)

@@ -1,5 +1,5 @@
-# Packages of headers alone, for builds that do not look into this machine's own include folder:
-# a link to each in the build tree makes just those headers reachable.
+# Header-only packages for cross builds, which do not search this machine's own include folder. A link in
+# the build tree makes only the headers of one package reachable.
 #
 # brenik_header_only(TARGET FOLDER): the imported target TARGET offers the headers <FOLDER/...>.
 function(brenik_header_only target folder)

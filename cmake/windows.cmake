@@ -1,23 +1,25 @@
-# What every Windows program of the project has in common; included on Windows alone.
+# Settings of every Windows program of the project. Included only if the target is Windows.
 
-# Windows 7 is the oldest that is served.
+# Windows 7 is the oldest supported version.
 add_compile_definitions(_WIN32_WINNT=0x0601 WINVER=0x0601 UNICODE _UNICODE NOMINMAX
   WIN32_LEAN_AND_MEAN)
-# Nothing but system libraries is imported. Images may be placed anywhere, and data is not run. The
-# same sources make the same image at any time.
+# Programs import only system libraries. They support address randomisation, and data is not executable.
+# Without a timestamp, the same sources always give the same image.
 add_link_options(-static -static-libgcc -static-libstdc++
   LINKER:--dynamicbase,--nxcompat,--no-insert-timestamp)
-# Nor do they in another folder: the symbols, whose checksum is in the image, name none.
+# The symbols contain no path of the build, because their checksum is in the image. So a build in another
+# folder gives the same image too.
 add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   add_link_options(LINKER:--high-entropy-va)
 else()
-  # A function's seldom part, put elsewhere, can be empty. Its unwind entry then has the address of
-  # whatever follows, hides that one's, and an exception on its way through ends the process.
+  # The compiler may split the rarely used part of a function off, and that part can be empty. Its unwind
+  # entry then has the address of the next function and hides that function's own entry, so an exception
+  # that passes through the next function ends the process.
   add_compile_options(-fno-reorder-blocks-and-partition)
 endif()
 
-# brenik_add_version(TARGET DESCRIPTION): the version resource that Windows shows.
+# brenik_add_version(TARGET DESCRIPTION): adds the version resource that Windows displays.
 function(brenik_add_version target description)
   set(BRENIK_FILE_DESCRIPTION "${description}")
   get_target_property(type ${target} TYPE)
@@ -33,7 +35,7 @@ function(brenik_add_version target description)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
-# brenik_split_symbols(TARGET): moves what debuggers need into TARGET's file name with .debug.
+# brenik_split_symbols(TARGET): moves the debugging symbols into a file named like TARGET's, plus .debug.
 function(brenik_split_symbols target)
   set(file $<TARGET_FILE:${target}>)
   set(name $<TARGET_FILE_NAME:${target}>)

@@ -1,4 +1,4 @@
-# The release archive for Windows hosts, file by file, and the symbols that are kept apart from it.
+# The files of the release archive for Windows hosts, and of the separate archive of symbols.
 
 install(TARGETS BrenikDB brenik example_host COMPONENT package
   RUNTIME DESTINATION bin

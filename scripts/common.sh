@@ -1,9 +1,9 @@
-# What the scripts share; sourced, from anywhere in the tree, by bash with its error options set.
-# shellcheck shell=bash disable=SC2034  # the variables are for the scripts that source it
+# Variables and functions that the scripts share. A script sources this file, after `set -euo pipefail`.
+# shellcheck shell=bash disable=SC2034  # the scripts that source it use the variables
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 logs=$root/build/logs
-export BRENIK_FAULTS=${BRENIK_FAULTS:-$root/build/Faults.log}  # not that of whoever runs a script
+export BRENIK_FAULTS=${BRENIK_FAULTS:-$root/build/Faults.log}  # instead of the user's own file
 
 build_packages=(g++ ccache cmake ninja-build libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev python3-pytest libdbd-xbase-perl perl pkg-config valgrind)
@@ -16,7 +16,7 @@ share_packages=(qemu-system-x86 samba busybox-static cpio kmod)
 as_root=()
 [[ $EUID -eq 0 ]] || as_root=(sudo)
 
-# quietly NAME COMMAND...: runs a command, its output in a log that is shown only should it fail.
+# quietly NAME COMMAND...: runs a command with its output in NAME.log, and shows the log's end only if it fails.
 quietly() {
     local log=$logs/$1.log
     shift
@@ -39,13 +39,13 @@ is_installed() {
     [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
 
-# configure PRESET [OPTION...]: from the presets alone, whatever the folder was configured with before;
-# what has been compiled there stays.
+# configure PRESET [OPTION...]: configures from the preset alone and drops earlier settings of the folder.
+# Compiled files stay.
 configure() {
     quietly "configure-$1" cmake --fresh --preset "$@"
 }
 
-# need PACKAGE...: installs those Debian packages that are not there yet.
+# need PACKAGE...: installs those of the Debian packages that are missing.
 need() {
     local package missing=()
     for package; do
