@@ -6,12 +6,17 @@
 
 #include <functional>
 #include <map>
+#include <tuple>
 
 #include "engine/local/local_engine.h"
 #include "platform/clock.h"
 #include "platform/ui.h"
 
 namespace brenik::fake {
+
+// The cases of a test.
+template <class... Cells>
+using Rows = std::vector<std::tuple<Cells...>>;
 
 // Every reading is one step later than the one before; 0 follows the end of the day.
 class Clock : public platform::Clock {

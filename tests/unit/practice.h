@@ -3,22 +3,16 @@
 
 #pragma once
 
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "c_source/Strings.h"
-#include "engine/local/local_engine.h"
 #include "fake_engine.h"
 #include "session/session.h"
 #include "tables.h"
 
 namespace brenik::fake {
 
-class Practice : public TableFolder {
-  public:
-    std::string data_path() const { return folder_.string() + "\\"; }
-};
+using Practice = TableFolder;
 
 struct Workstation {
     explicit Workstation(const Practice& practice) : folder(practice) {

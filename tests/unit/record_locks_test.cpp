@@ -18,8 +18,7 @@
 namespace brenik {
 namespace {
 
-template <class... Cells>
-using Rows = std::vector<std::tuple<Cells...>>;
+using fake::Rows;
 
 class Retries : public testing::Test {
   protected:

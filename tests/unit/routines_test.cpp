@@ -20,9 +20,8 @@ namespace {
 
 using namespace std::string_literals;
 
+using fake::Rows;
 using Texts = std::vector<std::string>;
-template <class... Cells>
-using Rows = std::vector<std::tuple<Cells...>>;
 
 Date day(const char* ymd) { return Date::from_ymd(ymd); }
 
@@ -119,16 +118,11 @@ TEST_F(Routines, ValuesShowAsTheirKindAndModeSay) {
     EXPECT_EQ(CAST(Memo{"public \x8D\n "}, "P"), "public");
     EXPECT_EQ(CAST(Date(), std::nullopt, true), "00/00/00");
     EXPECT_EQ(CAST(Date::from_civil(2000, 1, 2), std::nullopt, true), "01/02/00");
-    for (const auto& [value, text] : Rows<Value, const char*>{{"ab  ", "ab"},
-                                                              {Memo{"ab "}, "ab"},
-                                                              {5, "5"},
-                                                              {Date(), "        "},
-                                                              {true, "Y"},
-                                                              {Number{1.5, 8, 2}, "1.50"},
-                                                              {Value(), "NIL"},
-                                                              {Value::array({}), "{ ... }"}}) {
-        EXPECT_EQ(XTOC(value), text);
-    }
+    const Rows<Value, const char*> plain = {{"ab  ", "ab"},   {Memo{"ab "}, "ab"},
+                                            {5, "5"},         {Date(), "        "},
+                                            {true, "Y"},      {Number{1.5, 8, 2}, "1.50"},
+                                            {Value(), "NIL"}, {Value::array({}), "{ ... }"}};
+    for (const auto& [value, text] : plain) EXPECT_EQ(XTOC(value), text);
 }
 
 TEST_F(Routines, ArraysTravelThroughByteStrings) {
@@ -262,14 +256,9 @@ TEST_F(Routines, FindDaysAgesAndTheNextAnniversary) {
         EXPECT_EQ(NEXTBDAY(session_, day(date)).to_ymd(), next) << today << date;
     }
     clock_.today_ = day("20041231");
-    for (const auto& [value, age] : Rows<Value, int>{{"19601127", 44},
-                                                     {"11/27/60", 44},
-                                                     {19601127, 44},
-                                                     {"never", 0},
-                                                     {true, 0},
-                                                     {Value(), 365}}) {
-        EXPECT_EQ(AGE(session_, value), age);
-    }
+    const Rows<Value, int> born = {{"19601127", 44}, {"11/27/60", 44}, {19601127, 44},
+                                   {"never", 0},     {true, 0},        {Value(), 365}};
+    for (const auto& [value, age] : born) EXPECT_EQ(AGE(session_, value), age);
     clock_.today_ = day("20040101");
     EXPECT_EQ(AGE(session_, Value()), 0);
 }

@@ -89,6 +89,7 @@ inline bool find(brenik::Table& table, const Value& key) {
 class TableFolder {
   public:
     std::string path(const std::string& file) const { return (folder_ / file).string(); }
+    std::string data_path() const { return folder_.string() + "\\"; }
 
     // The index is built from the records.
     void make(const std::string& name, const std::vector<Column>& columns,
@@ -104,7 +105,7 @@ class TableFolder {
         if (!tags.empty()) make::create_index(file, tags);
     }
 
-  protected:
+  private:
     TemporaryFolder folder_;
 };
 
