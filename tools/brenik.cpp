@@ -1,10 +1,10 @@
-// The companion tool: makes sample practices, shows tables and records, reads the journal, checks
-// and mends the files, tries whether a share is sound, prints the fault file, and calls any routine
-// of the library.
+// The companion tool: makes sample practices, shows tables and records, prints the journal, checks
+// and mends files, tests whether a share is sound, prints the fault file, and calls any routine of
+// the library.
 //
-// Data goes to standard output, messages to standard error. The exit code says how it ended: 0
-// well, 1 a problem was found, 2 the command line makes no sense, 3 something cannot be opened, 4
-// somebody holds a lock on it, or nobody came to help.
+// Data goes to standard output, messages to standard error. Exit codes: 0 success, 1 a problem was
+// found, 2 wrong usage, 3 a file cannot be opened, 4 another program holds a lock or no partner
+// came.
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -50,10 +50,10 @@ void add_show(CLI::App& app, ShowRequest& request) {
     seek->needs(order);
     record->excludes(seek)->excludes(all)->excludes(order);
     seek->excludes(all);
-    command->add_flag("--json", request.json, "As JSON, one line a record");
+    command->add_flag("--json", request.json, "As JSON, one line per record");
     command->callback([&request] {
         if (!request.order.empty() && !request.seek && !request.all) {
-            throw ToolError(ExitCode::kUsage, "--order goes with --seek or --all");
+            throw ToolError(ExitCode::kUsage, "--order needs --seek or --all");
         }
         show(request);
     });
@@ -63,20 +63,20 @@ void add_journal(CLI::App& app, JournalRequest& request) {
     CLI::App* command = app.add_subcommand("journal", "Print the change journal");
     command->add_option("DIR", request.folder, "Folder of the practice")->required();
     command->add_option("--limit", request.limit, "Only the last N entries");
-    command->add_flag("--json", request.json, "As JSON, one line an entry");
+    command->add_flag("--json", request.json, "As JSON, one line per entry");
     command->callback([&request] { print_journal(request); });
 }
 
 void add_faults(CLI::App& app, FaultsRequest& request) {
-    CLI::App* command = app.add_subcommand(
-        "faults", "Print the faults and refused opens that sessions of this user have met");
-    command->add_flag("--json", request.json, "As JSON, one line a fault");
+    CLI::App* command =
+        app.add_subcommand("faults", "Print the faults and refused opens of this user's sessions");
+    command->add_flag("--json", request.json, "As JSON, one line per fault");
     command->callback([&request] { print_faults(request); });
 }
 
 void add_call(CLI::App& app, CallRequest& request) {
     CLI::App* command = app.add_subcommand(
-        "call", "Call routines of the library: JSON arrays in, one JSON line out for each");
+        "call", "Call routines of the library: reads JSON arrays, prints one JSON line for each");
     auto* folder = command->add_option("--dir", request.folder, "Practice to start a session on");
     command->add_flag("--list", request.list, "Print the routines and their arguments")
         ->excludes(folder);
@@ -84,20 +84,20 @@ void add_call(CLI::App& app, CallRequest& request) {
 }
 
 void add_check(CLI::App& app, CheckRequest& request, ExitCode& code) {
-    CLI::App* command = app.add_subcommand("check", "Name every fault of a practice or a table");
+    CLI::App* command = app.add_subcommand("check", "Report every fault of a practice or a table");
     command->add_option("PATH", request.path, "Folder of the practice, or a table's file")
         ->required();
-    command->add_flag("--json", request.json, "As JSON, one line a finding");
+    command->add_flag("--json", request.json, "As JSON, one line per finding");
     command->callback([&request, &code] { code = check(request); });
 }
 
 void add_doctor(CLI::App& app, DoctorRequest& request, ExitCode& code) {
     CLI::App* command =
-        app.add_subcommand("doctor", "Tell whether a folder is sound for a practice");
+        app.add_subcommand("doctor", "Test whether a folder is sound for a practice");
     command->add_option("DIR", request.folder, "Folder on the share")->required();
     auto* with = command->add_flag("--with", request.with,
-                                   "Together with another workstation that runs the same");
-    command->add_option("--wait", request.wait_s, "Seconds to wait for the other")
+                                   "Together with another workstation that runs this command too");
+    command->add_option("--wait", request.wait_s, "Seconds to wait for the other workstation")
         ->needs(with)
         ->check(CLI::Range(1, 1800))
         ->capture_default_str();
@@ -113,14 +113,14 @@ CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, Repa
     command->add_option("PATH", request.path, "Folder of the practice, or a table's file")
         ->required();
     command->add_option("--backup", request.backup,
-                        "Folder for the copies of changed files, else beside them");
-    command->add_flag("--dry-run", request.dry_run, "Only tell what would be done");
-    command->add_flag("--json", request.json, "As JSON, one line a deed");
+                        "Folder for copies of changed files; default: beside them");
+    command->add_flag("--dry-run", request.dry_run, "Only report what would be done");
+    command->add_flag("--json", request.json, "As JSON, one line per step");
     command->callback([&request, &code, mend] { code = mend(request); });
     return command;
 }
 
-// `code` is what the command's callback leaves there.
+// Runs the command, whose callback sets `code`.
 ExitCode run(CLI::App& app, const ExitCode& code, int argc, char** argv) {
     try {
         app.parse(argc, argv);
@@ -142,7 +142,7 @@ ExitCode run(CLI::App& app, const ExitCode& code, int argc, char** argv) {
 }  // namespace
 }  // namespace brenik::tools
 
-// Outside run() only a mistake in the options themselves throws.
+// Outside run(), only an error in the definition of the options throws.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     using namespace brenik::tools;
@@ -167,15 +167,15 @@ int main(int argc, char** argv) {
     DoctorRequest doctor_request;
     add_doctor(app, doctor_request, outcome);
     RepairRequest repair_request;
-    add_mending(app, "repair", "Mend what check names", repair_request, repair, outcome);
+    add_mending(app, "repair", "Mend what check reports", repair_request, repair, outcome);
     RepairRequest reindex_request;
-    add_mending(app, "reindex", "Build indexes anew", reindex_request, reindex, outcome)
+    add_mending(app, "reindex", "Rebuild indexes", reindex_request, reindex, outcome)
         ->add_option("--tag", reindex_request.tags,
                      "Tag to use instead of, or besides, those of the old index: "
                      "NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     const ExitCode code = run(app, outcome, argc, argv);
-    // A full disk or a closed pipe shows only when the last of the output is written.
+    // A full disk or a closed pipe shows only when the last output is written.
     if (!std::cout.flush() && code == ExitCode::kOk) {
         std::cerr << "brenik: standard output cannot be written\n";
         return static_cast<int>(ExitCode::kProblem);

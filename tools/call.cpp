@@ -1,4 +1,4 @@
-// Reading lines, finding the routine each one names, and answering.
+// Reads lines, finds the routine that each one names, and prints the replies.
 
 #include "call.h"
 
@@ -51,7 +51,7 @@ Value run(Session& session, const std::string& name, CallArguments& arguments) {
 Json answer(Session& session, const std::string& line) {
     const Json call = json_from_line(line);
     if (!call.is_array() || call.empty() || !call[0].is_string()) {
-        throw CallError("a line is an array that begins with the name of a routine");
+        throw CallError("a line must be an array that begins with the name of a routine");
     }
     CallArguments arguments(session, call);
     Json reply{{"result", value_to_json(run(session, call[0].get<std::string>(), arguments))}};
@@ -59,8 +59,8 @@ Json answer(Session& session, const std::string& line) {
     return reply;
 }
 
-// A line that fails is answered too; the lines after it go on in the same session. One that makes
-// no sense has touched nothing, so locks stay then.
+// A line that fails gets a reply too, and the session continues. A malformed line has changed
+// nothing, so it releases no locks.
 Json answer_or_error(Session& session, const std::string& line) {
     try {
         return answer(session, line);
@@ -83,7 +83,7 @@ void start_up(Session& session, const std::string& folder) {
     const std::int64_t code = find_operation("StartUp")(session, arguments).whole();
     if (code != 0) {
         throw ToolError(ExitCode::kCannotOpen,
-                        folder + ": StartUp answers " + std::to_string(code));
+                        folder + ": StartUp returned " + std::to_string(code));
     }
 }
 

@@ -1,7 +1,7 @@
-// `brenik call`: the support person's way to every routine of the library, from outside.
+// The command `call`: runs any routine of the library, for support and tests.
 //
-// One JSON array a line comes in, the routine's name first, then its arguments; one JSON line goes
-// out for each. All lines run in one session.
+// Reads one JSON array per line, the routine's name first and then its arguments, and prints one
+// JSON line for each. All lines run in one session.
 
 #pragma once
 

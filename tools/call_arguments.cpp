@@ -1,4 +1,4 @@
-// Reading arguments from JSON, and writing values back.
+// Reads arguments from JSON and writes values back.
 
 #include "call_arguments.h"
 
@@ -15,11 +15,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Whole numbers that a double holds exactly.
+// Upper bound of whole numbers that a double holds exactly.
 constexpr double kLargestWhole = 9007199254740992.0;
-// Keeps whatever goes down into a line off the stack's end.
+// Bounds recursion into a line, so that it cannot overflow the stack.
 constexpr int kMostNesting = 1000;
-// No text that a routine makes by width is as wide; a wider one would fill the memory.
+// No routine needs a wider text; a far wider one would exhaust memory.
 constexpr std::size_t kWidest = 65535;
 
 bool is_printable_ascii(std::string_view text) {
@@ -37,13 +37,13 @@ std::string to_hex(std::string_view bytes) {
 }
 
 std::string from_hex(const std::string& digits) {
-    if (digits.size() % 2 != 0) throw CallError("hex text needs two digits a byte");
+    if (digits.size() % 2 != 0) throw CallError("hex text needs two digits per byte");
     std::string bytes;
     for (std::size_t at = 0; at < digits.size(); at += 2) {
         unsigned byte = 0;
         const char* first = digits.data() + at;
         if (std::from_chars(first, first + 2, byte, 16).ptr != first + 2) {
-            throw CallError("\"" + digits.substr(at, 2) + "\" is no hex digit pair");
+            throw CallError("\"" + digits.substr(at, 2) + "\" is not a pair of hex digits");
         }
         bytes += static_cast<char>(byte);
     }
@@ -52,7 +52,7 @@ std::string from_hex(const std::string& digits) {
 
 Date date_from_text(const std::string& text) {
     const Date date = Date::from_ymd(text);
-    if (date.empty() && !text.empty()) throw CallError("\"" + text + "\" is no date YYYYMMDD");
+    if (date.empty() && !text.empty()) throw CallError("\"" + text + "\" is not a date YYYYMMDD");
     return date;
 }
 
@@ -67,7 +67,7 @@ std::string text_from_json(const Json& json) {
     }
     std::string text = plain_text(json);
     if (std::ranges::any_of(text, [](char each) { return static_cast<unsigned char>(each) > 127; }))
-        throw CallError("text beyond ASCII goes in as {\"hex\": ...}, byte by byte");
+        throw CallError("text beyond ASCII must be written as {\"hex\": ...}, byte by byte");
     return text;
 }
 
@@ -81,7 +81,7 @@ Value object_from_json(const Json& json) {
     if (json.size() == 1 && json.contains("hex")) return text_from_json(json);
     if (json.size() == 1 && json.contains("date")) return date_from_text(plain_text(json["date"]));
     if (json.size() == 1 && json.contains("memo")) return Memo{text_from_json(json["memo"])};
-    throw CallError("no value: " + json.dump());
+    throw CallError("not a value: " + json.dump());
 }
 
 Json text_to_json(const std::string& text) {

@@ -1,10 +1,10 @@
-// The arguments of one call, between JSON and the library's values.
+// The arguments of one call, converted between JSON and the library's values.
 //
-// In JSON a value is a string (or {"hex": "00ff"}, which text with bytes beyond printable ASCII
-// always is when it comes back), a number, true or false, null for nil, {"date": "YYYYMMDD"} with
-// "" for the empty date, or an array of these. Two more forms go in only: {"memo": text} is text
-// read from a memo field, and {"record": 3} stands for the record that is current in a work area.
-// {"ref": value} hands an argument over by reference.
+// In JSON a value is a string, a number, true or false, null for nil, {"date": "YYYYMMDD"} with ""
+// for the empty date, or an array of values. Text with bytes beyond printable ASCII is {"hex":
+// "00ff"}, which input may use for any text. Input has two more forms: {"memo": text} is text read
+// from a memo field, and {"record": 3} is a record object for the current record of a work area.
+// {"ref": value} passes an argument by reference.
 
 #pragma once
 
@@ -21,20 +21,19 @@
 
 namespace brenik::tools {
 
-// A line that cannot be carried out as it stands; the text says why.
+// A line that cannot be executed; the text says why.
 class CallError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A line as it stands; a CallError where it is nested so deeply that reading on is no use.
+// Parses a line. Throws CallError if it is nested too deeply.
 nlohmann::ordered_json json_from_line(const std::string& line);
 
-// Text with bytes beyond printable ASCII as {"hex": ...}.
 nlohmann::ordered_json value_to_json(const Value& value);
 Value value_from_json(const nlohmann::ordered_json& json);
 
-// Arguments by position, counted from 0. Absent ones and null take the fallback, where there is
-// one; a missing argument, and one of the wrong kind, is a CallError that names its position.
+// Arguments by position, counted from 0. An absent or null argument takes the fallback, if there is
+// one. A missing argument, or one of the wrong kind, throws CallError with its position.
 class CallArguments {
   public:
     CallArguments(Session& session, const nlohmann::ordered_json& line);
@@ -51,16 +50,16 @@ class CallArguments {
     Number number_form(std::size_t index) const;
     std::int64_t whole(std::size_t index) const;
     std::int64_t whole(std::size_t index, std::int64_t fallback) const;
-    int small(std::size_t index) const;  // a whole number that an int can hold
+    int small(std::size_t index) const;  // a whole number that fits an int
     int small(std::size_t index, int fallback) const;
-    std::size_t size(std::size_t index) const;  // a whole number from 0
+    std::size_t size(std::size_t index) const;  // a whole number, 0 or more
     std::size_t size(std::size_t index, std::size_t fallback) const;
-    std::size_t width(std::size_t index, std::size_t fallback) const;  // of a text to be made
+    std::size_t width(std::size_t index, std::size_t fallback) const;  // width of a text to be made
     bool logical(std::size_t index) const;
     bool logical(std::size_t index, bool fallback) const;
     Date date(std::size_t index) const;
     ArrayReference array(std::size_t index) const;
-    // Null when absent.
+    // Null if absent.
     RecordObject* record(std::size_t index);
 
     std::optional<std::string> optional_text(std::size_t index) const;
@@ -68,9 +67,9 @@ class CallArguments {
     std::optional<double> optional_number(std::size_t index) const;
     std::optional<bool> optional_logical(std::size_t index) const;
 
-    // Replaces an argument; the caller sees it where the argument was handed over by reference.
+    // Replaces an argument; the reply shows it if it was passed by reference.
     void give_back(std::size_t index, const Value& value);
-    // The by-reference arguments as they are now, in their order.
+    // The current values of the arguments by reference, in order.
     nlohmann::ordered_json references() const;
     bool has_references() const { return !reference_positions_.empty(); }
 

@@ -1,4 +1,4 @@
-// The table operations below the routines, by their plain names. They act on the current work area
+// The table operations below the routines, under plain names. They act on the current work area
 // unless an argument says otherwise.
 
 #include <algorithm>
@@ -21,7 +21,7 @@ RecordNumber record(const Arguments& a) { return to_record_number(a.whole(0)); }
 std::size_t field_place(WorkAreas& areas, const Arguments& a) {
     const std::size_t place = a.size(0);
     if (place == 0 || place > areas.table("field place").fields().size()) {
-        throw CallError("argument 1 is no field of " + areas.alias());
+        throw CallError("argument 1 is not a field of " + areas.alias());
     }
     return place;
 }

@@ -1,5 +1,5 @@
-// The library's routines by name. Operations that the exports reach come from the library's own
-// registry and are not repeated here; a "second" name is the older variant of a routine.
+// The library's routines by name. Operations behind the exports come from the library's own
+// registry and are not repeated here. "SECOND name" is the older variant of a routine.
 
 #include <algorithm>
 #include <array>
@@ -30,10 +30,10 @@ namespace {
 
 using Arguments = CallArguments;
 
-// Targets are single letters; a longer text names none.
+// A target is a single letter; any longer text is unknown.
 char type_letter(const std::string& text) { return text.size() == 1 ? text[0] : '?'; }
 
-// Of a counter in text.
+// Number of digits of a counter in text form.
 int digits(const Arguments& a) { return static_cast<int>(a.width(1, 2)); }
 
 SeekMode seek_mode(const Arguments& a, std::size_t index) {
@@ -118,16 +118,16 @@ constexpr auto call_CDT2STR = [](Session&, Arguments& a) {
     return text;
 };
 
-// The expression and its text are one thing here.
+// Here an expression and its text are the same.
 constexpr auto call_CMXSETRELATION = [](Session& session, Arguments& a) {
     if (a.given(1) && a.given(2) && a.text(1) != a.text(2)) {
-        throw CallError("arguments 2 and 3 are two different expressions; give one of them");
+        throw CallError("arguments 2 and 3 are different expressions; give only one of them");
     }
     CMXSETRELATION(session, a.small(0), a.text(a.given(2) ? 2 : 1));
 };
 
 constexpr auto call_CMXSETSCOPE = [](Session& session, Arguments& a) {
-    // With a second argument, nil too, the scope is set.
+    // A second argument, even nil, sets the scope.
     return CMXSETSCOPE(session, scope_end(a),
                        a.count() > 1 ? std::optional(a.value(1)) : std::nullopt);
 };

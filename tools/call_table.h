@@ -1,4 +1,4 @@
-// What can be called by name: the library's routines, and the table operations below them.
+// The callable names: the library's routines, and the table operations below them.
 
 #pragma once
 
@@ -12,12 +12,12 @@
 
 namespace brenik::tools {
 
-// One call of a routine. It converts to each parameter that a routine may have.
+// One call of a routine. It converts to each type of parameter that a routine may have.
 struct RoutineCall {
     operator Session&() const { return session; }
     operator CallArguments&() const { return arguments; }
-    // The current work area's table, and the work areas for what they do with it. A fault, by the
-    // routine's name, when the current work area has none.
+    // The current work area's table, or the work areas. Both throw a fault with the routine's name
+    // if the current work area is empty.
     operator Table&() const { return session.areas.table(name); }
     operator WorkAreas&() const {
         session.areas.table(name);
@@ -38,10 +38,10 @@ Value to_value(Result result) {
     }
 }
 
-// Runs the body of a routine. A body that returns nothing gives nil.
+// Runs the body of a routine. A body without a result gives nil.
 template <class Body>
 Value run(const RoutineCall& call) {
-    static_assert(std::is_empty_v<Body>);  // the object that was handed over is not kept
+    static_assert(std::is_empty_v<Body>);  // the body passed to Routine is not stored
     constexpr Body body{};
     const auto result = [&] {
         if constexpr (std::is_invocable_v<Body, const RoutineCall&>) {
@@ -65,7 +65,7 @@ struct Routine {
     constexpr Routine(std::string_view routine, std::string_view argument_list, Body)
         : name(routine), arguments(argument_list), call(run<Body>) {}
 
-    std::string_view name;       // found in any letter case
+    std::string_view name;       // matched in any letter case
     std::string_view arguments;  // for people; optional ones in square brackets
     Value (*call)(const RoutineCall& call);
 };

@@ -1,4 +1,4 @@
-// Going through the tables of a folder.
+// Checks the tables of a folder.
 
 #include "check.h"
 
@@ -86,7 +86,7 @@ std::vector<std::string> tables_at(const std::string& path) {
         if (equal_ignoring_case(file.extension().string(), ".DBF")) tables.push_back(file.string());
     }
     if (error) throw ToolError(ExitCode::kCannotOpen, path + ": " + error.message());
-    if (tables.empty()) throw ToolError(ExitCode::kCannotOpen, path + ": no tables in it");
+    if (tables.empty()) throw ToolError(ExitCode::kCannotOpen, path + ": contains no tables");
     std::sort(tables.begin(), tables.end());
     return tables;
 }

@@ -1,4 +1,4 @@
-// The command "check": every fault of a table, or of all tables of a practice.
+// The command `check`: reports every fault of a table, or of all tables of a practice.
 
 #pragma once
 
@@ -14,11 +14,11 @@ struct CheckRequest {
     bool json = false;
 };
 
-// Prints what is wrong, and at the end how much was looked at; answers the exit code.
+// Prints the findings and then a summary; returns the exit code.
 ExitCode check(const CheckRequest& request);
 
-// The tables that a path stands for: itself, or all those in the folder, by name. Throws ToolError
-// when there is nothing of that name.
+// The tables of a path: the table itself, or all tables in the folder, sorted by name. Throws
+// ToolError if there is nothing of that name.
 std::vector<std::string> tables_at(const std::string& path);
 bool is_practice(const std::string& path);
 

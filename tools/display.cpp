@@ -1,4 +1,4 @@
-// Turning values into UTF-8 text and JSON.
+// Converts values to UTF-8 text and JSON.
 
 #include "display.h"
 
@@ -17,7 +17,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kDateTimeDigits = 17;
 
-// Code page 1252 from 0x80 to 0x9F; the five bytes that it leaves open stand for themselves.
+// Code page 1252 from 0x80 to 0x9F; its five undefined bytes map to themselves.
 constexpr std::array<std::uint16_t, 32> kCodePage1252 = {
     0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
@@ -31,7 +31,7 @@ std::size_t sequence_length(unsigned char lead) {
     return 0;
 }
 
-// Overlong forms, surrogates and what lies past the last code point are no UTF-8 either.
+// Rejects overlong forms, surrogates, and code points past the last one.
 bool second_byte_fits(unsigned char lead, unsigned char second) {
     if (lead == 0xE0) return second >= 0xA0;
     if (lead == 0xED) return second <= 0x9F;

@@ -1,4 +1,4 @@
-// What the system says of the folder, then what trials show.
+// Reports what the system says about the folder, then the results of the trials.
 
 #include "doctor.h"
 
@@ -17,7 +17,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr ExitCode kNobodyCame = ExitCode::kLocked;
-constexpr const char* kRemount = "nothing may be written there until then";
+constexpr const char* kRemount = "write nothing there until then";
 constexpr int kLastWords_ms = 10'000;
 
 std::string in_ms(double duration) {
@@ -26,7 +26,7 @@ std::string in_ms(double duration) {
     return text;
 }
 
-// Prints each trial as it ends, or all of them as JSON at the end.
+// Prints each trial as it ends, or with --json all of them at the end.
 class Opinion {
   public:
     explicit Opinion(const DoctorRequest& request) : request_(request) {}
@@ -61,7 +61,7 @@ class Opinion {
         add_times("size", "asking for a size", times.count, times.size);
     }
 
-    // `stopped` says why not everything was tried; empty when it was.
+    // `stopped` is the reason why some trials were not made; empty if all were.
     ExitCode conclude(const std::string& stopped) {
         const char* verdict = !sound_ ? "unsound" : !stopped.empty() ? "unfinished" : "sound";
         answer_["stopped"] = stopped;

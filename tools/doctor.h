@@ -1,4 +1,4 @@
-// The command "doctor": whether a folder on a file share is sound for the library.
+// The command `doctor`: tests whether a folder on a file share is sound for the library.
 
 #pragma once
 
@@ -11,12 +11,12 @@ namespace brenik::tools {
 struct DoctorRequest {
     std::string folder;
     bool with = false;  // together with another workstation
-    int wait_s = 60;    // for the other to come
+    int wait_s = 60;    // for the other workstation
     bool json = false;
 };
 
-// Tries on scratch files, which are removed at the end, what the library relies on, and prints each
-// trial; answers the exit code. Throws ToolError when nothing can be written in the folder.
+// Tests on scratch files what the library relies on, and prints each trial; returns the exit code.
+// The scratch files are removed at the end. Throws ToolError if it cannot write in the folder.
 ExitCode doctor(const DoctorRequest& request);
 
 }  // namespace brenik::tools

@@ -1,6 +1,6 @@
-// Names of scratch files: brenik-doctor-1-NAME-WHAT, where 1 is the version of the talk and NAME
-// the doctor's. WHAT is "here" while he looks for a partner; "OTHER-NUMBER-WORD" for what he tells
-// another one; anything else for the files that trials are made on.
+// Scratch files are named brenik-doctor-1-NAME-WHAT: 1 is the version of the protocol, NAME the
+// doctor's name. WHAT is "here" while the doctor waits for a partner, "OTHER-NUMBER-WORD" for a
+// message to another doctor, and anything else for a file of a trial.
 
 #include "doctor_partner.h"
 
@@ -22,13 +22,13 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kPrefix = "brenik-doctor-1-";
-constexpr int kFirstLooks_ms = 20;  // as long as the answer should come at once
+constexpr int kFirstLooks_ms = 20;  // poll interval while the answer is expected at once
 constexpr int kLook_ms = 200;
 constexpr std::chrono::seconds kAtOnce(2);
-constexpr std::chrono::hours kLeftoverAge(1);  // longer than any doctor is at work
+constexpr std::chrono::hours kLeftoverAge(1);  // longer than any run of a doctor
 constexpr int kGreeting_s = 10;
 
-// Asks until there is an answer, or the time is over.
+// Polls until there is an answer or the limit has passed.
 template <typename Question>
 auto ask_within(int limit_ms, Question question) {
     const auto begin = Clock::now();
@@ -78,11 +78,11 @@ std::string Scratch::own_path(const std::string& what) {
     return path;
 }
 
-// The note is opened as logs are, which takes no lock.
+// Opens the note as a log, because that takes no lock.
 void Scratch::make_note(const std::string& what) {
     const std::string path = own_path(what);
     if (!platform::File::open(path, platform::OpenMode::kRewrite).is_open()) {
-        throw ToolError(ExitCode::kCannotOpen, folder_ + ": no file can be made in it");
+        throw ToolError(ExitCode::kCannotOpen, folder_ + ": cannot create a file there");
     }
     notes_.insert(own_name_ + "-" + what);
 }
@@ -112,7 +112,7 @@ void Scratch::wait_until_read(int limit_ms) const {
     });
 }
 
-// Ages are compared with that of a file of ours: the server's clock may be another one.
+// Compares ages with a file of ours, because the server's clock may differ.
 void Scratch::clear_leftovers() const {
     std::error_code error;
     const auto now = fs::last_write_time(path_of(own_name_, "here"), error);
@@ -124,14 +124,15 @@ void Scratch::clear_leftovers() const {
     }
 }
 
-// Each offers himself to all whose names come before his own and who are there. Of those who offer
-// themselves to him each takes one. A doctor who was killed is offered to and never answers; one
-// who was killed after an offer does not go on when he was taken.
+// Each doctor makes an offer to every doctor present whose name sorts before its own, and accepts
+// one of the offers it gets. An offer to a doctor that was killed is never accepted. A doctor that
+// was killed after an offer never says "begin", so its partner withdraws the acceptance.
 std::optional<Partner> Partner::find(Scratch& scratch, int limit_s) {
     const std::string& own = scratch.own_name();
     const std::string here = "-here";
     std::set<std::string> offered, passed;
-    // The first, with a partner who goes on; the second, with one who has taken him.
+    // The first case: our offer was accepted. The second: we accept an offer, and the partner must
+    // say "begin".
     const auto look = [&]() -> std::optional<Partner> {
         const std::vector<std::string> names = scratch.list();
         for (const std::string& name : names) {
@@ -177,7 +178,7 @@ std::string Partner::hear(int limit_s) {
     };
     const std::optional<std::string> word = ask_within(limit_s * 1000, look);
     if (!word) {
-        throw NoAnswer("the other workstation has not answered for " + std::to_string(limit_s) +
+        throw NoAnswer("the other workstation did not answer within " + std::to_string(limit_s) +
                        " s");
     }
     ++heard_;

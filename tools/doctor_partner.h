@@ -1,9 +1,9 @@
-// Two doctors in one folder: how they meet and talk.
+// Two doctors in one folder: how they find each other and exchange messages.
 //
-// What they are there to find out is whether locks, sizes and contents reach the other one, so
-// their talk relies on none of these. A note is an empty file, and its name says everything;
-// whoever reads it removes it. Names are found by listing the folder, since a system may remember
-// for a while that there is no file of some name.
+// They test whether locks, sizes and contents reach the other workstation, so the messages rely on
+// none of these. A message, or note, is an empty file whose name is its content; the reader removes
+// it. Names are found by listing the folder, because a system may cache for a while that a name
+// does not exist.
 
 #pragma once
 
@@ -15,12 +15,12 @@
 
 namespace brenik::tools {
 
-// The files of one doctor. Their names begin with a word that all doctors have in common and with
-// his own, which he makes up by chance. All that he has made vanish with this object.
+// The files of one doctor. Their names begin with a common prefix and the doctor's own random name.
+// The destructor removes all of them.
 class Scratch {
   public:
-    // Clears away what doctors have left that were killed over an hour ago. Throws ToolError when
-    // nothing can be made in the folder.
+    // Removes files that doctors killed over an hour ago have left. Throws ToolError if it cannot
+    // create a file in the folder.
     explicit Scratch(std::string folder);
     ~Scratch();
     Scratch(const Scratch&) = delete;
@@ -29,13 +29,13 @@ class Scratch {
     const std::string& own_name() const { return own_name_; }
     // The path of a file of `doctor`.
     std::string path_of(const std::string& doctor, const std::string& what) const;
-    // The same of a file of ours, which is removed at the end if it is there.
+    // The path of a file of ours, which the destructor removes.
     std::string own_path(const std::string& what);
     void make_note(const std::string& what);
     void remove(const std::string& doctor, const std::string& what);
-    // What lies in the folder: "NAME-WHAT", for each file of a doctor.
+    // The files of all doctors in the folder, each as "NAME-WHAT".
     std::vector<std::string> list() const;
-    // Waits at most so long until the notes that we made have been removed by their reader.
+    // Waits up to `limit_ms` until the readers have removed our notes.
     void wait_until_read(int limit_ms) const;
 
   private:
@@ -47,7 +47,7 @@ class Scratch {
     std::set<std::string> notes_;
 };
 
-// The other one has not answered in time.
+// The other doctor did not answer in time.
 class NoAnswer : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -55,14 +55,14 @@ class NoAnswer : public std::runtime_error {
 
 class Partner {
   public:
-    // Waits for another doctor to come; nothing if none does.
+    // Waits for another doctor; empty if none comes.
     static std::optional<Partner> find(Scratch& scratch, int limit_s);
 
-    // Of the two exactly one is the first.
+    // True for exactly one of the two.
     bool is_first() const { return scratch_->own_name() < name_; }
     const std::string& name() const { return name_; }
     void tell(const std::string& word);
-    // The next that the other tells. Throws NoAnswer.
+    // The next message of the other. Throws NoAnswer.
     std::string hear(int limit_s);
 
   private:

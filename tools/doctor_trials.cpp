@@ -1,6 +1,6 @@
-// Each trial is made on a file of its own by a leader, who makes the file, and a follower, who
-// opens it. Both tell each other how it ended; who finds a fault ends at once, and the other hears
-// of that in the place of what it waits for.
+// Each trial uses a file of its own. A leader creates it and a follower opens it. Both exchange
+// their results. Whoever finds a fault ends the trial at once; the other gets the result in place
+// of the message that it waits for.
 
 #include "doctor_trials.h"
 
@@ -23,17 +23,17 @@ using platform::LockKind;
 using platform::OpenMode;
 using Clock = std::chrono::steady_clock;
 
-// The positions of the append lock, and of record 1 in proprietary mode (docs/locking.md).
+// Positions of the append lock, and of record 1's lock in proprietary mode (docs/locking.md).
 constexpr std::uint64_t kLow = 0x7FFFFFFE;
 constexpr std::uint64_t kHigh = 0x100000001;
 
 constexpr int kAnswer_s = 30;
-constexpr int kWork_s = 150;        // for what both do many times
-constexpr int kWorkAnswer_s = 180;  // no less than the other may work
-constexpr int kLock_ms = 30'000;    // for one of many
+constexpr int kWork_s = 150;        // limit for work that both repeat
+constexpr int kWorkAnswer_s = 180;  // at least the other's limit for work
+constexpr int kLock_ms = 30'000;    // limit for one of many locks
 constexpr int kFreeLock_ms = 5'000;
 constexpr int kRounds = 5;
-constexpr int kBouts = 4;  // of work by turns: neither is done before the other has begun
+constexpr int kBouts = 4;  // rounds of shared work: no side finishes before the other has started
 constexpr int kAppends = 100;
 constexpr int kRaises = 200;
 constexpr int kTimed = 50;
@@ -66,31 +66,30 @@ constexpr const char* kLocking =
 constexpr const char* kCaching =
     "mount it with cache=none on Linux; on the server, turn oplocks and leases off for the share";
 
-// By Ill.
+// Indexed by Ill.
 constexpr Advice kAdvice[] = {
     {"", ""},
-    {"the other workstation's mount is unsound; it says why", "see there"},
+    {"the other workstation's mount is unsound; its own report says why", "see its report"},
     {"a file cannot be opened with the lock that every open holds",
      "let the server and the mount grant byte-range locks"},
-    {"a file call failed on the other workstation; it says why", "see there"},
+    {"a file call failed on the other workstation; its own report says why", "see its report"},
     {"a lock that nobody holds was refused",
-     "look at what else uses the folder, and whether the "
+     "check what else uses the folder, and whether the "
      "server grants byte-range locks"},
     {"a lock that one holds was given to the other too, so both change a record at once", kLocking},
-    {"a lock that was let go could not be had",
-     "look at whether the server grants byte-range "
-     "locks, and at what else uses the folder"},
-    {"a lock past 4 GB was put elsewhere",
+    {"a lock that was released could not be acquired",
+     "check whether the server grants byte-range "
+     "locks, and what else uses the folder"},
+    {"a lock past 4 GB was applied at another position",
      "do not use LockType=1 there; reach the folder by "
      "another version of the protocol, such as vers=3.1.1"},
     {"a shared lock was refused beside another shared one",
-     "look at whether the server grants shared byte-range locks"},
-    {"the size was an old one after the other had made the file longer, so records are "
+     "check whether the server grants shared byte-range locks"},
+    {"the size was stale after the other had made the file longer, so records are "
      "overwritten",
      kCaching},
-    {"old bytes were read after the other had written, so changes are lost", kCaching},
-    {"the lock was not to be had in time, or the work took too long",
-     "look at the server's load and the network"},
+    {"stale bytes were read after the other had written, so changes are lost", kCaching},
+    {"a lock timed out, or the work took too long", "check the server's load and the network"},
     {"records that both appended are missing, overwritten or out of order", kLocking},
     {"a counter that both raised has lost counts, so an identifier is issued twice", kLocking},
 };
@@ -99,12 +98,12 @@ static_assert(std::size(kAdvice) == static_cast<std::size_t>(Ill::kLostCounts) +
 Trial trial_of(const char* name, const char* good, Ill ill, const std::string& why = {}) {
     const Advice& advice = kAdvice[static_cast<std::size_t>(ill)];
     if (ill == Ill::kFailed && !why.empty()) {
-        return {name, "a file call failed: " + why, "look at the server and the network", good};
+        return {name, "a file call failed: " + why, "check the server and the network", good};
     }
     return {name, advice.what, advice.remedy, good};
 }
 
-// Ends a trial.
+// Thrown to end a trial.
 struct TrialOver {
     Ill ill;
 };
@@ -150,7 +149,7 @@ RoundTrips measure(File& file) {
     return {kTimed, times_of(lock), times_of([&] { file.size(); })};
 }
 
-// One of the two in one trial.
+// One side of one trial.
 class Side {
   public:
     Side(Scratch& scratch, Partner& partner, std::string file, bool is_leader)
@@ -160,7 +159,7 @@ class Side {
     File open() {
         return must_open(scratch_.path_of(partner_.name(), file_), OpenMode::kReadWrite);
     }
-    // The file, when both have it open.
+    // Returns the file once both sides have it open.
     File open_both() {
         if (!leads) {
             hear("made");
@@ -174,13 +173,13 @@ class Side {
         return file;
     }
     void tell(const std::string& word) { partner_.tell(word); }
-    // Waits for that word, or ends the trial when the other has ended it.
+    // Waits for `word`; ends the trial if the other has ended it.
     void hear(const std::string& word, int limit_s = kAnswer_s) {
         const std::string told = partner_.hear(limit_s);
         if (note_end(told)) throw TrialOver{Ill::kNone};
-        if (told != word) throw NoAnswer("the other workstation answers out of turn");
+        if (told != word) throw NoAnswer("the other workstation sent an unexpected message");
     }
-    // Tells the other how the trial ended here; how it ended there.
+    // Sends our result and returns the other's.
     Ill exchange_ends(Ill ours, int limit_s = kAnswer_s) {
         tell(kEnd + std::to_string(static_cast<int>(ours)));
         while (!ended_) note_end(partner_.hear(limit_s));
@@ -188,7 +187,7 @@ class Side {
     }
 
     const bool leads;
-    RoundTrips times;  // as far as the trial measures them
+    RoundTrips times;  // set by the trials that measure
 
   private:
     static constexpr const char* kEnd = "end";
@@ -208,8 +207,8 @@ class Side {
     bool ended_ = false;
 };
 
-// The leader has the lock, and has written, before the other opens the file: a server that let it
-// keep both to itself has to call them in by then.
+// The leader locks and writes before the other opens the file. A server that granted exclusive
+// caching must revoke it by then.
 void lead_lock(Side& side, std::uint64_t place) {
     File file = side.make();
     put_number(file, 1);
@@ -252,7 +251,7 @@ void try_shared_lock(Side& side) {
     side.tell("tried");
 }
 
-// Both remember what they have seen before the other changes it. `change` and `is_seen` are given
+// Both sides read, and so cache, the file before the other changes it. `change` and `is_seen` get
 // the number of the round, from 1.
 void try_changes(Side& side, const std::function<void(File&, int)>& change,
                  const std::function<bool(File&, int)>& is_seen, Ill ill) {
@@ -295,8 +294,8 @@ void try_reading(Side& side) {
         Ill::kOldBytes);
 }
 
-// Both do `step` so many times, at the same time, under one lock. A step is made of looking, which
-// answers a number, and of changing: in between there is time for the other to get in the way.
+// Both sides run `look` and then `change` `times` times, concurrently, under one lock. `look`
+// returns a number that `change` gets. A pause between the two lets an ineffective lock show.
 void work_by_turns(Side& side, File& file, int times, const std::function<std::uint64_t()>& look,
                    const std::function<void(std::uint64_t seen, int number)>& change) {
     using std::chrono::milliseconds;
@@ -313,7 +312,7 @@ void work_by_turns(Side& side, File& file, int times, const std::function<std::u
         platform::system_clock().pause(1);
         change(seen, number);
         file.unlock({kLow, 1});
-        // As long as the other waits for its turn, at least.
+        // Pauses at least as long as the lock was held, so that the other gets its turn.
         const auto held = std::chrono::ceil<milliseconds>(Clock::now() - begin);
         platform::system_clock().pause(static_cast<int>(std::min(held, milliseconds(500)).count()));
     }
@@ -321,7 +320,7 @@ void work_by_turns(Side& side, File& file, int times, const std::function<std::u
     side.hear("done", kWorkAnswer_s);
 }
 
-// A record is the side's letter, a number from 0, and the record's end.
+// A record is the side's letter, a number from 0, and a line end.
 void try_appending(Side& side) {
     const auto record_of = [](bool leads, int number) {
         std::string digits = std::to_string(1'000'000 + number);
@@ -353,7 +352,7 @@ void try_counting(Side& side) {
     require(number_at_start(file) == 2 * kRaises, Ill::kLostCounts);
 }
 
-// One after the other, while both have the file open.
+// The sides measure in turn, while both have the file open.
 void try_many_calls(Side& side) {
     File file = side.open_both();
     if (!side.leads) side.hear("measured");
@@ -366,7 +365,7 @@ struct Attempt {
     const char* name;
     const char* good;
     void (*run)(Side&);
-    bool is_even;  // both do the same, so it makes no difference who leads
+    bool is_even;  // both sides do the same, so the leader does not matter
 };
 
 constexpr const char* kLockGood = "one keeps the other out, and can be had when it was let go";
@@ -383,7 +382,7 @@ constexpr Attempt kAttempts[] = {
     {"many calls", "none fails", try_many_calls, true},
 };
 
-// Runs `trial` here and tells how it ended, also in words if a call failed.
+// Runs a trial here and returns its result; sets `why` if a call failed.
 template <typename Run>
 Ill end_of(Run run, std::string& why) {
     try {

@@ -1,4 +1,4 @@
-// What the library relies on, tried on scratch files.
+// Tests on scratch files what the library relies on.
 
 #pragma once
 
@@ -9,12 +9,12 @@
 
 namespace brenik::tools {
 
-// A thing tried, and how it went.
+// One test and its result.
 struct Trial {
     std::string name;
-    std::string fault;   // empty when it went well
-    std::string remedy;  // likewise
-    std::string good;    // what it shows when it went well
+    std::string fault;   // empty on success
+    std::string remedy;  // empty on success
+    std::string good;    // what a success shows
 };
 
 struct Times {
@@ -32,8 +32,8 @@ using TrialReport = std::function<void(const Trial&)>;
 
 // Between two opens of this process.
 RoundTrips try_alone(Scratch& scratch, const TrialReport& report);
-// Between this workstation and another, which makes the same trials. `sound_here` is the verdict
-// on what was found before. Throws NoAnswer.
+// Between this workstation and another that runs the same trials. `sound_here` is the verdict so
+// far. Throws NoAnswer.
 RoundTrips try_with(Scratch& scratch, Partner& partner, bool sound_here, const TrialReport& report);
 
 }  // namespace brenik::tools

@@ -1,4 +1,4 @@
-// Printing the fault file. How its lines look is told in fwp/fault_file.h.
+// Prints the fault file, whose format fwp/fault_file.h describes.
 
 #include "faults.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// False when there is none.
+// False if there is no such file.
 bool read(const std::string& path, std::string& text) {
     const platform::File file = platform::File::open(path, platform::OpenMode::kSettings);
     if (file.failure() == platform::OpenFailure::kMissing) return false;

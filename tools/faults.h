@@ -1,4 +1,4 @@
-// The command `faults`: what the sessions of this user have met.
+// The command `faults`: prints the faults that this user's sessions have met.
 
 #pragma once
 
@@ -8,8 +8,8 @@ struct FaultsRequest {
     bool json = false;
 };
 
-// Prints the fault file, and the earlier one before it. Where there is none it says so, and where
-// it has looked.
+// Prints the earlier fault file, then the current one. If there is none, prints the path that it
+// searched.
 void print_faults(const FaultsRequest& request);
 
 }  // namespace brenik::tools

@@ -1,4 +1,4 @@
-// Wording and counting of findings.
+// Words and counts findings.
 
 #include "findings.h"
 
@@ -29,7 +29,7 @@ const char* severity_word(Severity severity) {
     return "";
 }
 
-// persistent: the words that programs get.
+// persistent: programs read these words.
 const char* remedy_word(Remedy remedy) {
     switch (remedy) {
         case Remedy::kNothing:
@@ -65,7 +65,7 @@ std::string advice(Remedy remedy) {
         case Remedy::kTryAgain:
             return "; check again later";
         case Remedy::kTell:
-            return "; have the program that added it tell with BrenikAddedRecord";
+            return "; have the program that added it call BrenikAddedRecord";
     }
     return "";
 }

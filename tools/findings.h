@@ -1,4 +1,4 @@
-// Printing what a check finds: a line of text for people, a line of JSON for programs.
+// Prints the findings of a check: a line of text for people, a line of JSON for programs.
 
 #pragma once
 
@@ -14,12 +14,12 @@ class FindingPrinter {
   public:
     explicit FindingPrinter(bool json) : json_(json) {}
 
-    // Of one kind in one file a person is shown the first hundred, programs get them all.
+    // Prints at most 100 findings per kind and file as text; prints all of them as JSON.
     void print(const maintenance::Finding& finding);
-    // Says how many more there were of the kinds that were cut short.
+    // Prints how many findings of each kind were left out.
     void finish_file();
 
-    // The exit code that the findings so far call for.
+    // The exit code for the findings so far.
     ExitCode exit_code() const;
     std::size_t faults() const { return faults_; }
     std::size_t notes() const { return notes_; }

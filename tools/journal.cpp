@@ -1,4 +1,4 @@
-// Reading the change journal: stamps as date and time, table codes as names, edits field by field.
+// Prints the change journal: stamps as date and time, table codes as names, edits field by field.
 
 #include "journal.h"
 
@@ -52,7 +52,7 @@ class Journal {
 
     Practice practice_;
     std::unique_ptr<Table> trans_;
-    std::map<int, std::vector<std::string>> field_names_;  // of the tables met so far
+    std::map<int, std::vector<std::string>> field_names_;  // of the tables read so far
 };
 
 bool Journal::deleted(RecordNumber record) {
@@ -77,7 +77,7 @@ std::string Journal::field_name(int table_number, std::size_t position) {
                 names->second.push_back(field.name);
             }
         } catch (const ToolError&) {
-            // Its fields go by their numbers.
+            // The fields of this table are printed by number.
         }
     }
     return position <= names->second.size() ? names->second[position - 1]

@@ -1,4 +1,4 @@
-// "journal": the change journal in words.
+// The command `journal`: prints the change journal.
 
 #pragma once
 
@@ -10,7 +10,7 @@ namespace brenik::tools {
 
 struct JournalRequest {
     std::string folder;
-    std::optional<std::uint32_t> limit;  // only the last so many entries
+    std::optional<std::uint32_t> limit;  // only the last N entries
     bool json = false;
 };
 

@@ -1,4 +1,4 @@
-// Opening tables for the tool, with the reason whenever that fails.
+// Opens tables for the tool, and reports the reason if that fails.
 
 #include "practice.h"
 
@@ -18,7 +18,7 @@ bool uses_proprietary_locks(const std::string& folder) {
     return numeric_value(type).amount == 1;
 }
 
-// The only choice of an engine in the commands that show a practice.
+// Chooses the engine for all commands that show a practice.
 std::unique_ptr<Engine> make_engine(const std::string& folder, platform::OpenMode access) {
     auto engine = std::make_unique<local::LocalEngine>();
     engine->set_proprietary_locking(uses_proprietary_locks(folder));

@@ -1,4 +1,4 @@
-// A practice folder as the tool's commands see it: which tables there are, and how to open one.
+// A practice folder as the tool's commands use it: which tables it has, and how to open one.
 
 #pragma once
 
@@ -16,7 +16,7 @@ namespace brenik::tools {
 // persistent: scripts depend on these exit codes.
 enum class ExitCode { kOk = 0, kProblem = 1, kUsage = 2, kCannotOpen = 3, kLocked = 4 };
 
-// Ends a command with an exit code and a message for the person at the keyboard.
+// Ends a command with an exit code and a message for the user.
 class ToolError : public std::runtime_error {
   public:
     ToolError(ExitCode code, const std::string& message)
@@ -29,14 +29,14 @@ class ToolError : public std::runtime_error {
 
 class Practice {
   public:
-    // Its locks are those that the practice's settings ask hosts to use. Tables are opened with
-    // this access: reading alone needs no permission to write.
+    // Uses the locking mode of the practice's settings, like hosts. Opens tables with `access`:
+    // read-only access needs no write permission.
     Practice(std::string folder, platform::OpenMode access);
 
-    // Opens a table by file name or by alias, in any case. Throws ToolError when it is missing,
-    // cannot be read, or is in somebody's exclusive use.
+    // Opens a table by file name or alias, in any case. Throws ToolError if it is missing, cannot
+    // be read or is held exclusively.
     std::unique_ptr<Table> open(std::string_view name);
-    // The table that goes by this number; null when the practice has none.
+    // The table with this number; null if the practice has none.
     const practice::TableEntry* find(int number) const;
 
   private:

@@ -1,8 +1,9 @@
-// Identifiers are read before the counters, and the journal before the tables that it tells of:
-// a session at work writes in the opposite order, so little of what it does just now looks wrong.
+// Reads identifiers before the counters, and the journal before the tables that it names. A session
+// at work writes in the opposite order, so few of its half-done changes look wrong.
 //
-// What does is looked at once more, table first and journal last. A record that is being added is
-// in the table by then, or blank and locked. One that was deleted, and whose place another record
+// Suspects are checked again, table first and journal last. By then a record that was being added
+// is in the table, or is blank and locked. If a record was deleted and another one has taken its
+// place, the journal has its entry "D", because that is written before the place is free.
 // has taken, has its entry "D" by then: that is written before the place is free.
 
 #include "practice_check.h"
@@ -29,7 +30,7 @@ using maintenance::Remedy;
 using maintenance::Severity;
 using record::RecordView;
 
-// Identifiers that a bad day can have taken from tables and counter alike.
+// Upper bound on identifiers that one failure can have removed from tables and counter alike.
 constexpr std::int64_t kMostLost = 10000;
 
 struct Holder {
@@ -50,7 +51,7 @@ struct Tracked {
 };
 
 struct Entry {
-    JournalFault fields;  // in case it turns out to be one
+    JournalFault fields;  // reported if the entry is a fault
     int table;
     bool deleted;
 
@@ -64,14 +65,14 @@ using Named = std::pair<int, std::string>;
 
 Named name_of(const Entry& entry) { return {entry.table, entry.identifier()}; }
 
-// What a second look at tables and journal has found.
+// Result of the second check of tables and journal.
 struct SecondLook {
     std::set<Named> there;
     std::set<int> adding;                  // tables with a locked record that has no identifier yet
-    std::map<int, RecordNumber> nameless;  // tables with a record that has none, by one of them
+    std::map<int, RecordNumber> nameless;  // by table, an unlocked record without identifier
     std::vector<Entry> entries;
-    std::set<Named> gone;       // the journal tells of their deletion
-    std::set<Named> once_gone;  // or has told of it
+    std::set<Named> gone;       // deleted, according to the journal
+    std::set<Named> once_gone;  // deleted, according to a journal entry that was itself deleted
 };
 
 std::string text_of(const RecordReader& table, const RecordView& record,
@@ -113,7 +114,7 @@ class PracticeCheck {
         return nullptr;
     }
 
-    // Where a table comes in variants, a record may be in the one that is left alone.
+    // Any variant of a table that is left alone rules out all of them: a record may be in that one.
     bool looks_at(int number) const {
         return std::ranges::none_of(practice::kTables, [&](const auto& table) {
             return table.area == number && left_alone_.contains(upper(table.file));
@@ -127,7 +128,7 @@ class PracticeCheck {
         const std::vector<Byte> bytes = system_->read(1);
         if (bytes.empty() || system_->count() == 0) {
             report(Severity::kFault, "no-counters", system_->path(), Remedy::kRestore, 1, "",
-                   "the record with the counters is not there");
+                   "the record with the counters is missing");
             return system_.reset();
         }
         prefix_ = text_of(*system_, {bytes, 1}, system_->layout().find("MYUDN"));
@@ -135,7 +136,7 @@ class PracticeCheck {
         tracks_ = tracks != nullptr && system_->value({bytes, 1}, *tracks).logical();
     }
 
-    // As it stands now; nothing when there is no such counter.
+    // The counter's current value; empty if there is no such counter.
     std::optional<std::int64_t> counter(int table) const {
         if (!system_) return {};
         const record::Field* field = system_->layout().find(practice::counter_field(table));
@@ -144,7 +145,7 @@ class PracticeCheck {
         return system_->value({bytes, 1}, *field).whole();
     }
 
-    // 0 for identifiers that this practice has not issued.
+    // 0 for an identifier that this practice has not issued.
     std::int64_t issued_number(const std::string& identifier) const {
         return practice::number_of(prefix_, identifier).value_or(0);
     }
@@ -196,7 +197,7 @@ class PracticeCheck {
         }
     }
 
-    // Both records are read again: one of them may have been changed since.
+    // Reads both records again: one of them may have changed since.
     void report_duplicates(const Tracked& tracked) const {
         const auto& holders = tracked.holders;
         for (std::size_t i = 1; i < holders.size(); ++i) {
@@ -205,8 +206,8 @@ class PracticeCheck {
                 continue;
             report(Severity::kFault, "duplicate-identifier", tracked.table->path(), Remedy::kByHand,
                    holders[i].record, "U_ID",
-                   "identifier " + to_utf8(holders[i].identifier) + " is that of record " +
-                       std::to_string(holders[i - 1].record) + " too");
+                   "identifier " + to_utf8(holders[i].identifier) + " also belongs to record " +
+                       std::to_string(holders[i - 1].record));
         }
     }
 
@@ -253,7 +254,7 @@ class PracticeCheck {
         return named;
     }
 
-    // By entries that are marked deleted too.
+    // Includes entries that are marked deleted.
     static std::set<Named> added_by(const std::vector<Entry>& entries) {
         std::set<Named> named = named_by(entries, practice::kAddition, false);
         named.merge(named_by(entries, practice::kAddition, true));
@@ -273,7 +274,7 @@ class PracticeCheck {
         return look;
     }
 
-    // A blank record is being added as long as it is locked; once it is not, it has its identifier.
+    // A blank record is locked while it is being added. Once it is unlocked, it has its identifier.
     static void look_again(int number, Tracked& tracked, SecondLook& look) {
         std::vector<RecordNumber> blank;
         tracked.table->for_each([&](const RecordView& record) {
@@ -302,7 +303,7 @@ class PracticeCheck {
         const bool same = record <= look.entries.size() && look.entries[record - 1] == entry;
         const Named named = name_of(entry);
         if (!same || look.there.contains(named) || look.gone.contains(named)) return;
-        const std::string what = "tells of record " + to_utf8(entry.identifier()) + " of " +
+        const std::string what = "names record " + to_utf8(entry.identifier()) + " of " +
                                  base_of(tables_[entry.table].front()) + ", ";
         const auto say = [&](Severity severity, const char* kind, Remedy remedy,
                              const std::string& which) {
@@ -310,7 +311,7 @@ class PracticeCheck {
         };
         if (look.adding.contains(entry.table) || journal_->in_use(record)) {
             return say(Severity::kUnchecked, "record-locked", Remedy::kTryAgain,
-                       "which may be one that another program is just adding");
+                       "which another program may be adding");
         }
         if (look.once_gone.contains(named) || may_be_recycled(entry)) {
             return say(Severity::kNote, "journal-recycled", Remedy::kNothing,
@@ -319,15 +320,15 @@ class PracticeCheck {
         if (const auto nameless = look.nameless.find(entry.table);
             nameless != look.nameless.end()) {
             return say(Severity::kNote, "journal-nameless", Remedy::kByHand,
-                       "and no record has that identifier; it may be record " +
-                           std::to_string(nameless->second) + "'s, which has none");
+                       "and no record has that identifier; it may belong to record " +
+                           std::to_string(nameless->second) + ", which has none");
         }
         faults_.journal_entries.push_back(entry.fields);
-        say(Severity::kFault, "journal-entry", Remedy::kRepair, "which is not there");
+        say(Severity::kFault, "journal-entry", Remedy::kRepair, "which does not exist");
     }
 
-    // Programs give the place of a deleted record to a new one where an order finds it for them.
-    // What has never been issued, as far as anybody knows, had no place.
+    // Programs reuse the place of a deleted record if an order of deleted records leads to it. An
+    // identifier that, by all evidence, was never issued never had a place.
     bool may_be_recycled(const Entry& entry) {
         const std::vector<Tracked>& variants = tables_[entry.table];
         if (std::ranges::none_of(variants, recycles)) return false;
@@ -343,8 +344,9 @@ class PracticeCheck {
         });
     }
 
-    // Records that a program has added without a word: the journal still tells of an older one of
-    // this practice, so a program that reads it believes to know everything since.
+    // Finds records that a program has added without a journal entry, although the journal has an
+    // older addition of this practice: a reader of the journal would take it as complete from there
+    // on.
     void report_unknown() {
         if (!tracks_ || !journal_) return;
         std::vector<Unknown> unknown;
@@ -356,14 +358,14 @@ class PracticeCheck {
             for (Tracked& tracked : variants) add_unknown(number, tracked, *lowest, told, unknown);
         }
         if (unknown.empty()) return;
-        // Read again: a record that was not locked any more has its entry by now.
+        // Reads the journal again: a record that is no longer locked has its entry by now.
         told = added_by(read_journal());
         for (const Unknown& each : unknown) {
             if (told.contains({each.table, each.holder->identifier})) continue;
             report(Severity::kNote, "not-in-journal", each.tracked->table->path(), Remedy::kTell,
                    each.holder->record, "U_ID",
-                   "the journal does not know that " + to_utf8(each.holder->identifier) +
-                       " was added, though it knows of older ones");
+                   "the journal has no entry for the addition of " +
+                       to_utf8(each.holder->identifier) + ", though it has older ones");
         }
     }
 
@@ -429,9 +431,10 @@ class PracticeCheck {
         return largest;
     }
 
-    // In the tables and, for records that are lost or gone, in the journal: what it once told of
-    // has been issued, whatever became of the record and of the entry. An entry alone is no ground
-    // for using up the counter's range: far beyond all others it is taken for a damaged one.
+    // The largest identifier in the tables and, for records that are lost or deleted, in the
+    // journal: an identifier in an entry was issued, whatever became of the record and the entry.
+    // One entry alone must not use up the counter's range, so an identifier far above all others
+    // counts as damaged.
     std::int64_t largest_in_use(int number, const std::vector<Tracked>& variants,
                                 std::int64_t counter) const {
         std::int64_t largest = largest_held(variants);
@@ -448,7 +451,7 @@ class PracticeCheck {
     const std::set<std::string>& left_alone_;
     std::unique_ptr<RecordReader> system_;
     std::string prefix_;   // of the identifiers that this practice issues
-    bool tracks_ = false;  // changes, in the journal
+    bool tracks_ = false;  // whether the practice tracks changes in the journal
     std::unique_ptr<RecordReader> journal_;
     std::vector<Entry> entries_;
     std::map<int, std::vector<Tracked>> tables_;

@@ -1,4 +1,4 @@
-// What the tables of a practice say about each other: identifiers, their counters, the journal.
+// Checks what the tables of a practice say about each other: identifiers, counters, the journal.
 
 #pragma once
 
@@ -11,14 +11,14 @@
 
 namespace brenik::tools {
 
-// A counter of the system table and what it must at least be.
+// A counter of the system table, and the least value that it must have.
 struct CounterFault {
     std::string field;
     std::int64_t least;
 };
 
-// A journal entry for a record that is not there, with what the journal's fields say: by the time
-// it is mended its number may be another entry's.
+// A journal entry for a record that does not exist. It keeps the entry's fields, because the record
+// number may belong to another entry by the time it is mended.
 struct JournalFault {
     RecordNumber record;
     std::string table_code;
@@ -28,17 +28,17 @@ struct JournalFault {
     bool operator==(const JournalFault&) const = default;
 };
 
-// What can be mended of it.
+// The faults that can be mended.
 struct PracticeFaults {
     std::vector<CounterFault> counters;
     std::vector<JournalFault> journal_entries;
 };
 
-// Reports identifiers that several records have, counters below the identifiers in use (the same
-// would be issued once more), journal entries for records that are not there, and added records
-// that the journal does not know. Each table is taken from the first of the folders that has it.
-// Tables that cannot be read are left to the check of that table. Nothing is said that depends on
-// one of the tables `left_alone`, file names in upper case without extension.
+// Reports four things: identifiers that several records share; counters below the identifiers in
+// use, which would issue them again; journal entries for records that do not exist; added records
+// that the journal does not name. Reads each table from the first folder that has it. Ignores
+// tables that cannot be read; check_table reports those. Reports nothing that depends on a table in
+// `left_alone`, file names in upper case without extension.
 PracticeFaults check_practice(const std::vector<std::string>& folders,
                               const maintenance::Report& report,
                               const std::set<std::string>& left_alone = {});

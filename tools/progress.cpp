@@ -1,4 +1,4 @@
-// Drawing the bar.
+// Draws the progress bar.
 
 #include "progress.h"
 

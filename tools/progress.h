@@ -1,6 +1,6 @@
-// A bar on standard error while something takes long: how far it is, how fast, how much longer.
+// A progress bar on standard error: how far the work is, how fast, and how much time is left.
 //
-// Nothing is shown where standard error is no terminal, nor before the work has taken a moment.
+// Nothing is shown if standard error is no terminal, or in the first moments of the work.
 
 #pragma once
 
@@ -19,9 +19,9 @@ class ProgressBar {
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    // What to hand to the work; empty where nothing would be shown.
+    // The callback for the work; empty if nothing would be shown.
     maintenance::Progress progress();
-    // Takes the bar off the screen, before a line is printed.
+    // Removes the bar from the screen, before a line is printed.
     void clear();
 
   private:
@@ -36,7 +36,7 @@ class ProgressBar {
     Clock::time_point last_;
 };
 
-// The line itself, without colour or control characters.
+// The text of the bar, without colours or control characters.
 std::string progress_line(const std::string& title, std::uint64_t done, std::uint64_t total,
                           double seconds);
 

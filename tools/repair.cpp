@@ -1,4 +1,4 @@
-// Going through the tables, and mending what they say about each other.
+// Repairs tables one by one, then what they say about each other.
 
 #include "repair.h"
 
@@ -64,7 +64,7 @@ make::TagDefinition parse_tag(const std::string& text) {
     return tag;
 }
 
-// A folder of this run's own, gone when the run ends.
+// A temporary folder for this run, removed by the destructor.
 class TrialFolder {
   public:
     TrialFolder() {
@@ -93,12 +93,13 @@ struct MendedTable {
     std::string path;
     RepairResult outcome;
 
-    // The file's name as check_practice takes it.
+    // The file's name in the form that check_practice expects.
     std::string name() const {
         const std::string file = base_name(path);
         return upper(file.substr(0, file.find_last_of('.')));
     }
-    // What its records say holds. A table in use has not been looked at yet.
+    // True if the table's records are reliable. Checks a table that was in use, because that has
+    // not been done yet.
     bool is_settled() const {
         if (outcome != RepairResult::kInUse) {
             return outcome == RepairResult::kWhole || outcome == RepairResult::kNothingToDo;
@@ -137,7 +138,7 @@ class Mender {
     void mend_tables(MendTable mend) {
         const std::vector<std::string> tables = tables_at(request_.path);
         if (!options_.tags.empty() && tables.size() != 1) {
-            throw ToolError(ExitCode::kUsage, "--tag goes with a single table");
+            throw ToolError(ExitCode::kUsage, "--tag needs a single table");
         }
         folder_ =
             tables.front().substr(0, tables.front().size() - base_name(tables.front()).size());
@@ -153,8 +154,8 @@ class Mender {
         }
     }
 
-    // Counters and journal entries, while other programs may go on working. Those that depend on a
-    // table that is still damaged are left alone: its records may yet come back.
+    // Mends counters and journal entries while other programs may continue to work. Leaves alone
+    // what depends on a table that is still damaged, because repairing that may bring records back.
     void mend_practice() {
         if (!is_practice(request_.path)) return;
         const PracticeFaults faults = check_practice(
@@ -203,7 +204,7 @@ class Mender {
         options_.trial_folder = trial_->path();
     }
 
-    // Copies go by the names of the files that they stand for.
+    // Replaces the paths of copies by those of the originals.
     std::string with_true_names(std::string text) const {
         if (!trial_) return text;
         constexpr auto kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
@@ -243,7 +244,7 @@ class Mender {
         in_use_ = in_use_ || outcome == RepairResult::kInUse;
     }
 
-    // Says so too.
+    // Reports each table that is still not sound, and returns their names.
     std::set<std::string> leave_alone() {
         std::set<std::string> names;
         for (const MendedTable& table : mended_) {
@@ -255,7 +256,7 @@ class Mender {
         return names;
     }
 
-    // Where the table's records can be changed: in a dry run those of a copy.
+    // The folder whose records to change: in a dry run, the one with a copy.
     std::string folder_to_change(const char* file) const {
         if (!trial_) return request_.path;
         const std::string name = std::string("/") + file + ".DBF";
@@ -265,7 +266,7 @@ class Mender {
         return trial_->path();
     }
 
-    // One copy of the table's own file: only its records are changed.
+    // Copies only the table's own file, because only records change.
     void back_up(const std::string& path) {
         if (trial_) return;
         const platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
@@ -301,7 +302,8 @@ class Mender {
         system.unlock_all();
     }
 
-    // Under the entry's lock; false when it is no longer the entry that was looked at.
+    // Marks the entry as deleted, under its lock. False if it is no longer the entry that was
+    // checked.
     static bool remove_entry(Table& journal, const JournalFault& entry) {
         lock(journal, entry.record);
         const auto says = [&](std::string_view field, const std::string& text) {
@@ -323,9 +325,9 @@ class Mender {
         for (const JournalFault& entry : entries) {
             if (remove_entry(journal, entry)) {
                 print({true, journal.path(),
-                       "marked as deleted: it tells of a record that is not there", entry.record});
+                       "marked as deleted: it names a record that does not exist", entry.record});
             } else {
-                print({false, journal.path(), "changed by another program just now", entry.record});
+                print({false, journal.path(), "another program has just changed it", entry.record});
                 note(RepairResult::kInUse);
             }
         }

@@ -1,4 +1,4 @@
-// The commands "repair" and "reindex": making good what "check" finds.
+// The commands `repair` and `reindex`: mend what `check` reports.
 
 #pragma once
 
@@ -17,8 +17,8 @@ struct RepairRequest {
     bool json = false;
 };
 
-// Both print what was done and answer the exit code: a problem when something is left that could
-// not be mended, locked when other programs use a table.
+// Both print what they do and return the exit code: a problem if something could not be mended,
+// locked if other programs use a table.
 ExitCode repair(const RepairRequest& request);
 ExitCode reindex(const RepairRequest& request);
 

@@ -1,6 +1,7 @@
-// The sample's tables: their columns with what goes into them, their orders, journal and settings.
+// The sample's tables: columns with their content, orders, journal and settings.
 //
-// The tables are deliberately of mixed generations (versions 03, F5 and 30), with memos of both
+// As in practices that have grown over years, the tables are of different generations (versions 03,
+// F5 and 30). They have memos of both kinds and an order of every key type.
 // kinds and an order of every key type, as practices have them that grew over the years.
 
 #include "sample.h"
@@ -31,7 +32,7 @@ constexpr std::uint8_t kLater = 0x30;
 constexpr std::uint8_t kCodePage1252 = 0x03;
 constexpr std::uint8_t kBinary = 0x04;
 
-// A field and its content; without `value` it stays blank.
+// A field and its content; blank without `value`.
 template <typename Content>
 struct Column {
     const char* name;
@@ -161,7 +162,7 @@ const Columns<CrossReference> kCrossReferences = {
     {"U_ID3", 'C', 7, 0, [](const CrossReference& x) -> Value { return x.matter.uid; }},
 };
 
-// The system table's one record.
+// The only record of the system table.
 const Columns<SampleSizes> kSystem = {
     {"MYUDN", 'C', 2, 0, [](const SampleSizes&) -> Value { return kWorkstation; }},
     {"TRACKSYNC", 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }},
@@ -274,7 +275,7 @@ bool is_deleted(const Content& content) {
     }
 }
 
-// Writes `count` rows, row i being make(i), then builds the orders over them.
+// Writes `count` rows, where row i is make(i), then builds the table's orders.
 template <typename Content, typename Make>
 WrittenTable write_table(const std::string& folder, const TableDefinition& table,
                          const Columns<Content>& columns, std::uint32_t count, Make make) {
@@ -301,9 +302,9 @@ WrittenTable write_rows(const std::string& folder, const TableDefinition& table,
                        [&](std::uint32_t index) { return make(sizes, index); });
 }
 
-// The journal of the sample's last day: its latest additions, three edits, and deletions. The very
-// last contact and the first deleted one are left out, as if a program had changed the table by its
-// own means and not yet said so.
+// The journal of the sample's last day: the latest additions, three edits, and deletions. It omits
+// the very last contact and the first deleted one, as if a program had changed the table by itself
+// and not yet reported it.
 class JournalWriter {
   public:
     explicit JournalWriter(const SampleSizes& sizes) : sizes_(sizes) {
@@ -324,7 +325,7 @@ class JournalWriter {
     static constexpr std::uint32_t kLatest = 5;
     static constexpr int kFirstHour = 9;
 
-    // Every entry is four minutes after the one before.
+    // Entries are four minutes apart.
     std::string next_stamp() {
         return practice::RSDT(sample_today(),
                               kFirstHour * 3600 + 240.0 * static_cast<double>(entries_.size()));
@@ -428,7 +429,7 @@ std::vector<WrittenTable> write_tables(const SampleRequest& request) {
                    make_cross_reference),
         write_table(folder, kJournalTable, kJournal, entries,
                     [&](std::uint32_t i) { return journal.entries()[i]; }),
-        // Last, so that an interrupted run leaves a folder that nobody takes for a practice.
+        // Last, so that an interrupted run leaves a folder that does not pass for a practice.
         write_table(folder, kSystemTable, system, 1, [&](std::uint32_t) { return sizes; }),
     };
 }

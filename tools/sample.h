@@ -1,4 +1,4 @@
-// "sample": an invented practice, the same at every run.
+// The command `sample`: makes an invented practice, the same in every run.
 
 #pragma once
 
@@ -8,17 +8,16 @@
 namespace brenik::tools {
 
 struct SampleRequest {
-    std::string folder;  // made when missing; must not hold a practice yet
+    std::string folder;  // created if missing; must not hold a practice yet
     std::uint32_t contacts = 200;
     std::uint32_t matters = 120;
     std::uint32_t events = 300;
     std::uint32_t notes = 150;
-    bool v14 = false;  // the newer notes table
+    bool v14 = false;  // with the newer notes table
     bool json = false;
 };
 
-// Makes the tables, indexes and settings files and writes a summary to standard output; throws
-// ToolError.
+// Makes the tables, indexes and settings files and prints a summary. Throws ToolError.
 void make_sample(const SampleRequest& request);
 
 }  // namespace brenik::tools

@@ -1,4 +1,4 @@
-// Inventing the sample's rows out of short lists and a hash of table and index.
+// Invents the sample's rows from short lists and a hash of table and row index.
 
 #include "sample_rows.h"
 
@@ -11,7 +11,7 @@
 namespace brenik::tools {
 namespace {
 
-// Two names are written in code page 1252, so that text beyond ASCII passes through every layer.
+// Two names are in code page 1252, so that text beyond ASCII passes through every layer.
 constexpr std::string_view kLastNames[] = {
     "Abernathy", "Alvarado",  "Ashworth",   "Bellamy",    "B\xE9ranger", "Blackwood",  "Brannigan",
     "Calloway",  "Castellan", "Cromwell",   "Dalrymple",  "Delacroix",   "Ellsworth",  "Fairchild",
@@ -78,7 +78,7 @@ constexpr std::uint32_t kDeletedEvery = 50;
 
 enum class Subject : std::uint64_t { kContact = 1, kMatter, kEvent, kNote, kCode };
 
-// A stream of numbers fixed by what it is for and by the row's index.
+// A stream of numbers that depends only on the subject and the row's index.
 class Dice {
   public:
     Dice(Subject subject, std::uint32_t index)

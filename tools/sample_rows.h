@@ -1,7 +1,7 @@
 // The invented people, matters and events of a sample practice.
 //
-// Every row is a pure function of the practice's sizes and its own index, so rows need no memory, a
-// row can be asked for twice, and the same sizes always give the same practice, byte for byte.
+// Every row depends only on the practice's sizes and its own index. So rows need no memory, a row
+// can be computed twice, and the same sizes always give the same practice, byte for byte.
 
 #pragma once
 
@@ -69,7 +69,7 @@ struct CrossReference : Row {
     Matter matter;
 };
 
-// The last day of the sample's life.
+// The sample's last day.
 Date sample_today();
 
 Contact make_contact(const SampleSizes& sizes, std::uint32_t index);
@@ -78,7 +78,7 @@ Event make_event(const SampleSizes& sizes, std::uint32_t index);
 Note make_note(const SampleSizes& sizes, std::uint32_t index);
 Code make_code(const SampleSizes& sizes, std::uint32_t index);
 std::uint32_t code_count();
-// One for every matter.
+// One per matter.
 CrossReference make_cross_reference(const SampleSizes& sizes, std::uint32_t index);
 
 }  // namespace brenik::tools

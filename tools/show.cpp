@@ -1,4 +1,4 @@
-// Describing tables and printing records.
+// Describes tables and prints records.
 
 #include "show.h"
 
@@ -114,7 +114,7 @@ void select_order(Table& table, const std::string& order) {
     throw ToolError(ExitCode::kProblem, table.path() + ": no order " + order);
 }
 
-// The key as its order wants it: numbers, dates (YYYYMMDD) and logicals come as text too.
+// Converts the key to its order's type: numbers, dates (YYYYMMDD) and logicals arrive as text.
 Value key_value(const Table& table, const std::string& text) {
     const std::string key = table.order_description(table.order_number()).key;
     switch (expression::Expression::compile(key, table.layout()).type()) {

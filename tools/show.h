@@ -1,4 +1,4 @@
-// "show": what a table is, or what some of its records hold.
+// The command `show`: describes a table or prints some of its records.
 
 #pragma once
 
@@ -14,7 +14,7 @@ struct ShowRequest {
     std::optional<std::uint32_t> record;
     std::string order;
     std::optional<std::string> seek;  // in `order`
-    bool all = false;                 // every record, in `order` where one is named
+    bool all = false;                 // every record, in `order` if one is named
     bool json = false;
 };
 
