@@ -95,7 +95,8 @@ void CdxPages::refuse_busy(const char* operation, platform::LockKind wanted) con
     if (read_timeout_ms_ == platform::kShortLockTimeout_ms) {
         locks::refuse_busy(operation, path(), "the index is locked", {lock_, wanted});
     }
-    throw EngineFault(FaultCode::kBusy, operation, path() + ": somebody keeps the index locked");
+    throw EngineFault(FaultCode::kBusy, operation,
+                      path() + ": another program keeps the index locked");
 }
 
 // Called before anything is read from the file.

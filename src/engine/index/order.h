@@ -26,7 +26,7 @@ struct Order {
     }
     std::string key_of(const record::RecordView& record) const;
     // False for an entry that an interrupted change or a failed append has left behind: the record
-    // that it names has another key by now, or none. Keys that two writers may compute differently
+    // that it names has another key now, or none. Keys that two writers may compute differently
     // (the case of letters beyond ASCII, times of day, arithmetic) count as equal.
     bool agrees_with(const IndexEntry& entry, const record::RecordView& record) const;
 };

@@ -58,7 +58,7 @@ Refused::Refused(const std::string& path, const std::string& use, Obstacle obsta
 std::string Refused::explanation() const {
     if (!obstacle_) return what();
     const std::string holders = platform::lock_holders(path_, obstacle_->range, obstacle_->wanted);
-    return holders.empty() ? what() + std::string("; which one, this computer does not tell")
+    return holders.empty() ? what() + std::string("; this computer cannot tell which one")
                            : held(path_, use_, holders);
 }
 

@@ -26,8 +26,8 @@ std::string unfinished_index_path(const std::string& index_path);
 using BuildProgress =
     std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
 
-// Writes a file with these tags, syncs it and replaces the existing index with it, which nobody may
-// have open. On an EngineFault the old index is untouched and the new file is removed.
+// Writes a file with these tags, flushes it and replaces the existing index. Nobody may have that
+// index open. On an EngineFault the old index is untouched and the new file is removed.
 void build_index(const std::string& index_path, const RecordSource& records,
                  const std::vector<TagPlan>& plans, const BuildProgress& progress = {});
 
