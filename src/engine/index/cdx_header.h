@@ -23,9 +23,6 @@
 #include <string>
 #include <vector>
 
-#include <string>
-#include <vector>
-
 #include "util/bytes.h"
 
 namespace brenik::index {
