@@ -8,7 +8,7 @@ using namespace brenik;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     fake::UserInterface ui;
-    const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+    const std::string_view text = as_text({bytes, size});
     const ArrayReference array = STR2A(ui, text);
     fuzz::allow_faults([&] {
         const std::string written = A2STR(array);

@@ -2,15 +2,12 @@
 
 #include "engine/expression/expression.h"
 
-#include <vector>
-
 #include "engine/index/index_key.h"
 #include "engine/record/dbf_file.h"
 #include "engine/record/field_codec.h"
 #include "fuzz.h"
 #include "unit/tables.h"
 
-using namespace brenik;
 using namespace brenik;
 
 namespace {
@@ -35,30 +32,23 @@ void evaluate(const expression::Expression& expression, const record::RecordView
     if (result.type == expression::ResultType::kCharacter)
         fuzz::require(result.text.size() < 1 << 20);
     expression.is_true(record);
-    try {
-        const index::KeyFormat format = index::natural_key_format(expression, false);
-        std::vector<Byte> key(format.length);
-        index::build_key(expression, format, record, key);
-    } catch (const expression::ExpressionError&) {
-    }
+    const index::KeyFormat format = index::natural_key_format(expression, false);
+    std::vector<Byte> key(format.length);
+    index::build_key(expression, format, record, key);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     static const record::TableLayout layout = make_layout();
-    static const std::vector<Byte> blank = [] {
-        std::vector<Byte> record(layout.record_length);
-        record::make_blank_record(record, layout);
-        return record;
-    }();
     static const std::vector<Byte> nines(layout.record_length, '9');
-    try {
-        const std::string_view text(reinterpret_cast<const char*>(bytes), size);
-        const expression::Expression expression = expression::Expression::compile(text, layout);
-        evaluate(expression, {blank, 1});
-        evaluate(expression, {nines, 99999999});
-    } catch (const expression::ExpressionError&) {
-    }
+    std::vector<Byte> blank(layout.record_length);
+    record::make_blank_record(blank, layout);
+    fuzz::allow_faults<expression::ExpressionError>([&] {
+        const auto expression = expression::Expression::compile(as_text({bytes, size}), layout);
+        for (const record::RecordView& record : {record::RecordView{blank, 1}, {nines, 99999999}}) {
+            fuzz::allow_faults<expression::ExpressionError>([&] { evaluate(expression, record); });
+        }
+    });
     return 0;
 }

@@ -3,56 +3,48 @@
 
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
+#include <cstdlib>
 #include <fstream>
-#include <span>
-#include <string>
+#include <iterator>
 
+#include "unit/temporary_folder.h"
+#include "util/bytes.h"
 #include "util/fault.h"
 
 namespace brenik::fuzz {
 
-using Input = std::span<const std::uint8_t>;
-
-// The folder of this process, empty at its start and gone after it.
-inline const std::filesystem::path& folder() {
-    struct Folder {
-        Folder() {
-            const bool memory = std::filesystem::is_directory("/dev/shm");
-            std::string name = (memory ? "/dev/shm" : "/tmp") + std::string("/brenik-fuzz-XXXXXX");
-            path = mkdtemp(name.data());
-        }
-        ~Folder() { std::filesystem::remove_all(path); }
-        std::filesystem::path path;
-    };
-    static const Folder made;
-    return made.path;
+// The folder of this process.
+inline const TemporaryFolder& folder() {
+    if (std::filesystem::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 0);
+    static const TemporaryFolder made;
+    return made;
 }
 
-inline std::string write_file(const std::string& name, Input bytes) {
+inline std::string write_file(const std::string& name, Bytes bytes) {
     const std::filesystem::path path = folder() / name;
     std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary) << as_text(bytes);
     return path.string();
 }
 
-// Faults are answers; anything else that is thrown ends the process.
-template <class Work>
+inline std::string read_file(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// These faults are answers; anything else that is thrown ends the process.
+template <class Fault = EngineFault, class Work>
 void allow_faults(Work work) {
     try {
         work();
-    } catch (const EngineFault&) {
+    } catch (const Fault&) {
     }
 }
 
 // The next byte of an input, 0 at its end.
-inline std::uint8_t take(Input& input) {
+inline Byte take(Bytes& input) {
     if (input.empty()) return 0;
-    const std::uint8_t byte = input.front();
+    const Byte byte = input.front();
     input = input.subspan(1);
     return byte;
 }

@@ -1,11 +1,8 @@
 // An index file of any content: every tag walked both ways, searched, added to and taken from.
 
-#include <vector>
-
 #include "engine/index/cdx_file.h"
 #include "fuzz.h"
 
-using namespace brenik;
 using namespace brenik;
 
 namespace {
@@ -24,8 +21,8 @@ void walk(index::CdxTag& tag) {
     steps = 0;
     for (bool any = tag.last(entry); any && ++steps < kMostSteps; any = tag.before(entry, entry)) {
     }
-    tag.at_or_after(as_bytes(std::string_view("M")), 0, entry);
-    tag.at_or_before(as_bytes(std::string_view("M")), 7, entry);
+    tag.at_or_after(as_bytes("M"), 0, entry);
+    tag.at_or_before(as_bytes("M"), 7, entry);
 }
 
 std::string made_up_key(const index::CdxTag& tag, int number) {
@@ -35,12 +32,11 @@ std::string made_up_key(const index::CdxTag& tag, int number) {
 }
 
 void change(index::CdxFile& file, index::CdxTag& tag) {
+    index::IndexEntry entry;
     for (int number = 0; number < 60; number += 6) {
         index::CdxFile::Change change(file);
         for (int i = number; i < number + 6; ++i) {
-            const std::string key = made_up_key(tag, i);
-            change.insert(tag, as_bytes(key), static_cast<RecordNumber>(1 + i));
-            index::IndexEntry entry;
+            change.insert(tag, as_bytes(made_up_key(tag, i)), static_cast<RecordNumber>(1 + i));
             if (i % 4 == 0 && tag.first(entry)) {
                 change.remove(tag, as_bytes(entry.key), entry.record);
             }
@@ -48,9 +44,7 @@ void change(index::CdxFile& file, index::CdxTag& tag) {
         change.publish();
     }
     // What was put in and not taken out is there.
-    index::IndexEntry entry;
-    const std::string key = made_up_key(tag, 59);
-    fuzz::require(tag.at_or_after(as_bytes(key), 60, entry));
+    fuzz::require(tag.at_or_after(as_bytes(made_up_key(tag, 59)), 60, entry));
 }
 
 void use(const std::string& path) {

@@ -4,11 +4,10 @@
 #include "fuzz.h"
 
 using namespace brenik;
-using namespace brenik;
 
 namespace {
 
-void use(const std::string& path, std::uint8_t version) {
+void use(const std::string& path, Byte version) {
     const auto memos = local::MemoFile::open(path, version, {});
     for (std::uint32_t block = 0; block < 64; ++block) {
         fuzz::allow_faults([&] { memos->read(block); });
@@ -26,12 +25,9 @@ void use(const std::string& path, std::uint8_t version) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const fuzz::Input file{bytes, size};
-    fuzz::write_file("T.FPT", file);
-    fuzz::write_file("T.DBT", file);
-    for (const int version : {0xF5, 0x83, 0x8B}) {
-        fuzz::allow_faults(
-            [&] { use((fuzz::folder() / "T.DBF").string(), static_cast<std::uint8_t>(version)); });
+    for (const char* name : {"T.FPT", "T.DBT"}) fuzz::write_file(name, {bytes, size});
+    for (const Byte version : {Byte{0xF5}, Byte{0x83}, Byte{0x8B}}) {
+        fuzz::allow_faults([&] { use(fuzz::folder().string() + "/T.DBF", version); });
     }
     return 0;
 }

@@ -3,9 +3,7 @@
 // The input is a list of patches: which file, where (a fraction of its length), how many bytes and
 // the bytes; a patch of no bytes cuts the file off there.
 
-#include <algorithm>
-#include <cstdlib>
-#include <vector>
+#include <map>
 
 #include "BrenikDB/process_session.h"
 #include "brenikdb.h"
@@ -17,35 +15,31 @@ using namespace brenik;
 
 namespace {
 
-struct PracticeFile {
-    std::string name;
-    std::vector<std::uint8_t> bytes;
-};
+using Practice = std::map<std::string, std::string>;  // what is in each file
 
 // The sound practice, from the folder that BRENIK_FUZZ_PRACTICE names.
-std::vector<PracticeFile> read_practice() {
-    std::vector<PracticeFile> files;
+Practice read_practice() {
+    Practice practice;
     const char* from = std::getenv("BRENIK_FUZZ_PRACTICE");
-    if (from == nullptr) return files;
+    if (from == nullptr) return practice;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(from)) {
         if (!entry.is_regular_file()) continue;
-        std::ifstream file(entry.path(), std::ios::binary);
-        files.push_back({std::filesystem::relative(entry.path(), from).string(),
-                         {std::istreambuf_iterator<char>(file), {}}});
+        const std::string name = std::filesystem::relative(entry.path(), from).string();
+        practice[name] = fuzz::read_file(entry.path());
     }
-    std::sort(files.begin(), files.end(),
-              [](const auto& a, const auto& b) { return a.name < b.name; });
-    return files;
+    return practice;
 }
 
-void patch(std::vector<PracticeFile>& files, fuzz::Input input) {
+void patch(Practice& practice, Bytes input) {
     while (input.size() > 3) {
-        std::vector<std::uint8_t>& bytes = files[fuzz::take(input) % files.size()].bytes;
+        std::string& bytes =
+            std::next(practice.begin(), fuzz::take(input) % practice.size())->second;
         const std::size_t place = fuzz::take(input) * 256U + fuzz::take(input);
         const std::size_t at = std::min(place, bytes.size());
         const std::size_t count = std::min<std::size_t>(fuzz::take(input) % 32, bytes.size() - at);
         if (count == 0) bytes.resize(at);
-        for (std::size_t i = 0; i < count; ++i) bytes[at + i] = fuzz::take(input);
+        for (std::size_t i = 0; i < count; ++i)
+            bytes[at + i] = static_cast<char>(fuzz::take(input));
     }
 }
 
@@ -86,15 +80,14 @@ Session& brenik::process_session() {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    static const std::vector<PracticeFile> sound = read_practice();
+    static const Practice sound = read_practice();
     if (sound.empty()) return 0;
-    std::vector<PracticeFile> files = sound;
-    patch(files, {bytes, size});
-    for (const PracticeFile& file : files) fuzz::write_file(file.name, file.bytes);
-    BrenikInitialize(fuzz::folder().c_str(), 1, 0);
+    Practice practice = sound;
+    patch(practice, {bytes, size});
+    for (const auto& [name, content] : practice) fuzz::write_file(name, as_bytes(content));
+    BrenikInitialize(fuzz::folder().string().c_str(), 1, 0);
     for (const int table : {1, 2, 3, 4, 7}) work(table);
-    std::vector<char> firm(300, ' ');
-    firm.back() = '\0';
+    std::string firm(300, ' ');
     BrenikGetMyFirm(firm.data());
     BrenikShutDown();
     return 0;
