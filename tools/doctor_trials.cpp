@@ -1,6 +1,6 @@
 // Each trial uses a file of its own. A leader creates it and a follower opens it. Both exchange
-// their results. Whoever finds a fault ends the trial at once; the other gets the result in place
-// of the message that it waits for.
+// their results. The side that finds a fault ends the trial at once; the other gets the result in
+// place of the message that it waits for.
 
 #include "doctor_trials.h"
 

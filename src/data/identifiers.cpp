@@ -87,7 +87,7 @@ void NextIdentifier::set(std::int64_t number) {
         throw EngineFault(FaultCode::kLimit, "new identifier",
                           session_.areas.alias(area_) + ": MYUDN " + prefix_ + ", counter " +
                               counter_ + " at " + std::to_string(last_) +
-                              " or field U_ID cannot hold a further identifier");
+                              " or field U_ID cannot hold another identifier");
     }
     number_ = number;
     text_ = practice::identifier_of(prefix_, number);

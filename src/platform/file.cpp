@@ -84,9 +84,9 @@ void File::require_kept(std::uint64_t offset, std::span<const std::uint8_t> writ
     require_same_session();
     if (std::equal(found.begin(), found.end(), written.begin(), written.end())) return;
     throw EngineFault(FaultCode::kInputOutput, "read back",
-                      path_ + ": the share does not give back what was just written at offset " +
+                      path_ + ": the share does not return what was just written at offset " +
                           std::to_string(offset) +
-                          "; look at how it is mounted, and at what else works on its files");
+                          "; check how it is mounted, and which other programs use its files");
 }
 
 // On a share every file takes it. While nobody holds a lock, a server may let workstations cache a

@@ -78,9 +78,8 @@ void judge_smb(ShareFacts& facts) {
     }
     if (!has_option(facts, "cache=none")) {
         facts.doubtful =
-            "it is mounted without cache=none, so this workstation may go on with what "
-            "it remembers, and a change can be lost that the server was never sent; mount it with "
-            "cache=none";
+            "it is mounted without cache=none, so this workstation may use stale data, "
+            "and a change can be lost before the server gets it; mount it with cache=none";
     }
 }
 
