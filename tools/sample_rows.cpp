@@ -112,7 +112,7 @@ std::string uid(std::uint32_t index) {
     return practice::identifier_of(kWorkstation, std::int64_t{index} + 1);
 }
 
-// Rows were entered one after the other, evenly over the years.
+// The date of a row's entry: rows are spread evenly over the practice's years, in their order.
 Date entry_date(std::uint32_t index, std::uint32_t count) {
     const std::uint64_t days = 365ULL * kYearsOfPractice * (count - 1 - index) / count;
     return Date(sample_today().julian_day() - static_cast<std::int32_t>(days));

@@ -15,8 +15,8 @@ int AddStart(Session& session, int table);
 
 // Appends a record with the buffer's values. Refuses a code that already exists. On entry
 // `identifier` may name the contact to link a new matter to; on return it is the U_ID of the
-// table's current record, which is the new record on success. A matter stays added if its link
-// fails: the code reports the failure and `identifier` is the matter's.
+// table's current record, which is the new record on success. If a matter's link
+// fails, the matter stays added: the code reports the failure and `identifier` names the matter.
 int AddEnd(Session& session, int table, std::string& identifier);
 
 }  // namespace brenik

@@ -22,7 +22,8 @@ namespace {
 
 using Arguments = std::span<Value>;
 
-// A number beyond the range of a parameter names no table or record, so the nearest one serves.
+// Clamps a number to the parameter's range. A number outside it names no table or record, and
+// neither does the limit that replaces it.
 template <class Content>
 Content content(const Value& value) {
     if constexpr (std::is_same_v<Content, Value>) {

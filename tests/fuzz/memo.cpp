@@ -1,4 +1,4 @@
-// A memo file of any content and of each generation.
+// Reads and writes memos in a file of arbitrary bytes, under each version of the format.
 
 #include "engine/local/memo_file.h"
 #include "fuzz.h"

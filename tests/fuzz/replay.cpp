@@ -1,10 +1,10 @@
-// Runs a fuzz target over files that are kept, without a fuzzer: `replay FOLDER...`.
+// Runs a fuzz target on every file of the given folders, without a fuzzer: `replay FOLDER...`.
 
 #include <cstdio>
 
 #include "fuzz.h"
 
-// A folder that is missing or empty would replay nothing, and pass.
+// Fails if a folder is missing or empty: a run that replays nothing must not pass.
 int main(int argc, char** argv) {
     bool each_has_files = argc > 1;
     for (int i = 1; i < argc; ++i) {

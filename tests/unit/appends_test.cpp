@@ -41,7 +41,7 @@ struct Station : fake::Workstation {
     }
 };
 
-// Names are the current table.
+// Each test begins with the table of names as the current one.
 class Appends : public testing::Test {
   protected:
     static const fake::Practice& with_tables(const fake::Practice& practice) {
@@ -83,7 +83,7 @@ class Appends : public testing::Test {
         areas().set_field(kSystemArea, "U_ID1", number);
         table(kSystemArea).unlock_all();
     }
-    // A name in one piece.
+    // Adds a name as a whole record, filled in before it reaches the file.
     bool add_name() {
         return ADD_REC(session_, {.fill = [this] {
                            areas().set_field(kNamesArea, "LAST", "Whole");
@@ -284,7 +284,7 @@ TEST_F(Appends, PassOverIdentifiersThatExist) {
         EXPECT_EQ(issued, row.issued);
         EXPECT_EQ(areas().order_name() + CAST(table(kNamesArea).scope(ScopeEnd::kTop)), "IDB");
     }
-    // The way to the next free one, past those that are taken.
+    // Two identifiers after the counter's value are taken, so the third is issued.
     set_counter(73);
     ASSERT_TRUE(add_name());
     EXPECT_EQ(identifier(kNamesArea), "XY0001E");

@@ -1,5 +1,5 @@
 // Stand-ins for everything below the operations: tables of one record in memory that refuse locks,
-// opens and appends as often as a test wants, a clock that runs when it is read, and a user
+// opens and appends as often as a test wants, a clock that advances with every reading, and a user
 // interface that records what it shows.
 
 #pragma once
@@ -14,11 +14,11 @@
 
 namespace brenik::fake {
 
-// The cases of a test.
+// The rows of a test that runs once per row.
 template <class... Cells>
 using Rows = std::vector<std::tuple<Cells...>>;
 
-// Every reading is one step later than the one before; 0 follows the end of the day.
+// Each reading advances the time of day by one step, and past midnight begins again near 0.
 class Clock : public platform::Clock {
   public:
     platform::LocalDay today() override {
@@ -54,7 +54,7 @@ class UserInterface : public platform::UserInterface {
     int beeps = 0;
 };
 
-// What a table does when it is asked; shared with the test, which outlives the table.
+// How a table behaves, and what was done to it. Shared with the test, which outlives the table.
 struct Script {
     std::string path = "FAKE.DBF";
     record::TableLayout layout = {};

@@ -1,7 +1,7 @@
 // Where the checkout keeps what tests read.
 //
-// One small source knows it, so that all others compile to the same bytes in every checkout, and a
-// compiler cache serves them all.
+// Only places.cpp is compiled with the checkout's path. All other sources compile to the same bytes
+// in every checkout, so checkouts can share a compiler cache.
 
 #pragma once
 

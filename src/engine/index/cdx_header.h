@@ -27,7 +27,8 @@
 
 namespace brenik::index {
 
-// The contents of a tag's header, without what only the tree needs.
+// A tag's definition: its name in the directory, and what its header says about its keys. Pointers
+// to pages are not part of it.
 struct TagDescription {
     std::string name;       // upper case, up to 10 characters
     std::string key;        // expression texts as typed
@@ -57,8 +58,8 @@ std::vector<Byte> make_directory_header(std::uint32_t root);
 
 // Throws EngineFault kDamagedFile when the header places a text outside its page.
 void require_texts_inside(Bytes header, const std::string& path, std::uint64_t offset);
-// A tag that cannot be maintained has the reason in `unsupported`. A key text that does not end in
-// its page is EngineFault kDamagedFile.
+// If the tag cannot be maintained, `unsupported` holds the reason. Throws EngineFault kDamagedFile
+// if the key text does not end in its page.
 TagDescription parse_tag_header(Bytes header, const std::string& name, const std::string& path,
                                 std::uint64_t offset);
 // Throws EngineFault kLimit when name, key or texts are too long.

@@ -30,7 +30,7 @@ LockRange LockScheme::append() const {
     return {counts_down_ ? kCountDownFrom : kOffsetBase, 1};
 }
 
-// One byte for each record that could fit below these bytes, and the append byte.
+// The lock bytes of all records that fit into the file below these bytes, and the append byte.
 LockRange LockScheme::marker() const {
     if (!counts_down_) return table();
     const std::uint64_t records = (kCountDownFrom - header_length_ - 1) / (record_length_ + 1);
@@ -45,7 +45,7 @@ std::uint64_t LockScheme::data_limit(bool marked) const {
 RecordNumber LockScheme::max_records(bool marked) const {
     // The end mark follows the last record.
     const std::uint64_t by_size = (data_limit(marked) - header_length_ - 1) / record_length_;
-    // Lock bytes that count down must stay above the data, hence within the table lock's range.
+    // A record's lock byte must lie in the range of the table lock, which begins at kOffsetBase.
     const std::uint64_t by_locks = mode_ == LockMode::kProprietary
                                        ? std::numeric_limits<RecordNumber>::max()
                                        : kCountDownFrom - kOffsetBase;

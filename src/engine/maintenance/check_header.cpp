@@ -87,8 +87,8 @@ bool has_mark(const platform::File& table, std::uint64_t record_at) {
     return is_byte(table, record_at, ' ') || is_byte(table, record_at, '*');
 }
 
-// True when the counted records, and perhaps an end mark, make up the file's size. If the end mark
-// were the last byte of a record, the header length would be one too large.
+// True when the counted records, with or without an end mark, make up the file's size. An end mark
+// as the last byte of the last record shows that the header length is one too large.
 bool explains_size(const platform::File& table, const record::TableLayout& layout,
                    RecordNumber counted, std::uint64_t size) {
     const std::uint64_t end = record::end_of_records(layout, counted);
@@ -127,9 +127,9 @@ void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const plat
     }
 }
 
-// The header with the length that its field list needs, if its own length is greater and the
-// records prove the shorter one: by their deletion marks, or because only then the file's size fits
-// the record count. Empty if nothing is to be corrected.
+// Returns the header with the length that its field list needs, if its own length is greater and
+// the records prove the shorter one: only with that length do all the records that are looked at
+// begin with deletion marks, or does the record count agree with the file's size. Empty otherwise.
 std::optional<std::vector<Byte>> with_exact_length(const HeaderFacts& facts,
                                                    const std::vector<Byte>& header,
                                                    const platform::File& table) {

@@ -25,7 +25,7 @@ class SystemClock : public Clock {
 
     void pause(int milliseconds) override {
         const std::timespec duration = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
-        nanosleep(&duration, nullptr);  // an early end only makes the next try come sooner
+        nanosleep(&duration, nullptr);  // if a signal interrupts it, the next try comes sooner
     }
 
   private:

@@ -40,14 +40,15 @@ static_assert(sizeof(off_t) == 8, "files need 64-bit offsets");
 
 namespace {
 
-// A handle is a descriptor below the generation of the process that opened it. A child closes its
-// parent's descriptors, and their numbers may be reused for anything.
+// A handle holds the descriptor in its low bits and the generation of the opening process above
+// them. So a child recognises its parent's handles: it has closed their descriptors, and the system
+// may have reused the numbers for other files.
 std::intptr_t handle_of(int descriptor) {
     return static_cast<std::intptr_t>(std::uintptr_t{process_generation()} << kDescriptorBits |
                                       static_cast<std::uintptr_t>(descriptor));
 }
 
-// -1 for a file that a parent opened: the system refuses every operation on that.
+// Returns -1 for a file that a parent opened: the system refuses every operation on descriptor -1.
 int descriptor(std::intptr_t handle) {
     const int number = static_cast<int>(handle & ((1 << kDescriptorBits) - 1));
     return handle == handle_of(number) ? number : -1;
@@ -60,7 +61,7 @@ int open_flags(OpenMode mode, Sharing sharing) {
         case OpenMode::kSettings:
             return kAlways | O_RDONLY;
         case OpenMode::kReadOnly:
-            // The system grants a write lock on the sharing byte only where writing is allowed.
+            // The system grants a write lock only on a descriptor that is open for writing.
             return kAlways | (sharing == Sharing::kExclusive ? O_RDWR : O_RDONLY);
         case OpenMode::kReadWrite:
             return kAlways | O_RDWR;
@@ -95,8 +96,8 @@ OpenFailure failure_of(int system_code) {
     }
 }
 
-// Never returns a standard descriptor: if the host has closed its standard error, the next message
-// would be written into the table.
+// Never returns a standard descriptor. In a host that has closed its standard error, a table could
+// otherwise get that descriptor, and the next message would be written into it.
 int open_above_standard(const std::string& path, int flags) {
     int handle = -1;
     do {
@@ -188,10 +189,10 @@ ShareSession::Kind kind_of(int handle) {
 
 void pause_for(std::chrono::microseconds duration) {
     const std::timespec pause = {0, static_cast<long>(duration.count()) * 1000};
-    nanosleep(&pause, nullptr);  // an early end only makes the next try come sooner
+    nanosleep(&pause, nullptr);  // if a signal interrupts it, the next try comes sooner
 }
 
-// Half the pause to all of it, so that two waiters do not collide again and again.
+// Shortens the pause by up to a half, at random, so that two waiters do not collide repeatedly.
 std::chrono::microseconds with_jitter(std::chrono::microseconds pause) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     const auto half = pause / 2;
@@ -218,7 +219,7 @@ std::string name_in_any_case(const std::string& folder, std::string_view name) {
     return found;
 }
 
-// No file of the system can have another path, so a search would be pointless.
+// False for a text that the system accepts as the path of no file; a search for it is pointless.
 bool is_possible_path(const std::string& path) {
     return !path.empty() && path.size() < PATH_MAX && path.find('\0') == std::string::npos;
 }
@@ -403,7 +404,7 @@ void File::sync() {
     unsynced_ = false;
 }
 
-// To the system a length of 0 means "to the end of the file"; here it means no bytes.
+// To the system a length of 0 means "to the end of the file"; here it means an empty range.
 bool File::try_lock(ByteRange range, LockKind kind) {
     if (range.length == 0) return true;
     require_session("lock", range.offset);
@@ -419,7 +420,7 @@ bool File::try_lock(ByteRange range, LockKind kind) {
     return code == 0;
 }
 
-// On a share each try is a call to the server, so there are fewer and longer pauses.
+// On a share each try is a call to the server, so tries are fewer and pauses longer.
 bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
     using namespace std::chrono;
     const int tries_without_pause = remote() ? 1 : 4;

@@ -19,8 +19,8 @@ namespace brenik::platform {
 
 namespace {
 
-// The whole text of a file of /proc, whose size the system does not tell; empty if there is no such
-// file.
+// Reads a file of /proc to its end, because the system reports no size for it. Empty if there is no
+// such file.
 std::string read_system_file(const char* path) {
     std::string text;
     const int file = ::open(path, O_RDONLY | O_CLOEXEC);

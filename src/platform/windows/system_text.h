@@ -13,7 +13,7 @@ namespace brenik::platform {
 
 constexpr unsigned kAnsiCodePage = 0;
 
-// Empty if the bytes are not valid in the code page, or longer than Windows converts.
+// Empty if the bytes are not valid in the code page, or too many for one conversion.
 std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page = kAnsiCodePage);
 std::string narrow_text(std::wstring_view text);
 
