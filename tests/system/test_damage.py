@@ -339,6 +339,7 @@ def test_checked_and_mended(new_practice, file, damage, finding):
             ended, output, _ = brenik('repair', practice, *options)
             assert ended == 1 and 'not mended: ' in output and snapshot(practice.folder) == before
         return
+    assert any(has(found, 'kind=' + finding, remedy=remedy) for remedy in ('repair', 'reindex')), found
     tried = deeds(practice, 0, '--dry-run')
     assert tried and snapshot(practice.folder) == before and deeds(practice, 0) == tried
     assert findings(practice, 0) == []
