@@ -109,8 +109,10 @@ TEST_F(Browsing, ComesBackWithoutWhatHasGone) {
 
     parent().clear_orders();
     EXPECT_TRUE(SAVEDBF(session_).is_nil()) << "no orders";
+    session_.areas.select(kPlainArea);
     for (const Value& none : {Value(), Value::array({1, "x"}), Value("PARENT")}) {
         EXPECT_FALSE(RESTDBF(session_, none));
+        EXPECT_EQ(session_.areas.current(), kPlainArea);
     }
     EXPECT_TRUE(RESTDBF(session_, state)) << "the order";
     EXPECT_EQ(session_.areas.current(), kNamesArea);
