@@ -156,7 +156,7 @@ TEST_F(ExpressionTest, NullSpreadsExceptWhereItIsAskedFor) {
         NICK ~ [    ]4; EMPTY(NICK) ~ true; EMPTY(CITY+'') ~ false; EMPTY(NODATE) ~ true
         EMPTY(COUNTER) ~ false
     )");
-    set_null(0x07);
+    set_null(kAllNull);
     check(R"(
         NICK+'x' ~ null; UPPER(NICK) ~ null; SPARE>1 ~ null; NVL(NICK,'none!!') ~ [none!!]6
         ISNULL(SPARE) ~ true; EMPTY(NICK) ~ false; IIF(SPARE>1,1,2) ~ 2
@@ -196,7 +196,7 @@ TEST_F(ExpressionTest, KeysOfEveryForm) {
         STAMP ~ C142B42CC0000000; ACTIVE ~ 54; -(AGE-AGE) ~ 8000000000000000
         NICK ~ 8020202020; SPARE ~ 80A0202020
     )");
-    set_null(0x07);
+    set_null(kAllNull);
     each(check_key, "NICK ~ 0000000000; SPARE ~ 0000000000\n");
     candidate = true;
     each(check_key, "NICK ~ 20202020; SPARE ~ 80000000\n");
