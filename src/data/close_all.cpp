@@ -12,7 +12,7 @@ void note_status(Session& session, int status) {
     if (status != 0) note_fault(session, "CLOSEALL", session.areas.engine().last_error());
 }
 
-// A relation's target may still have to move to the current record, which can fail.
+// Ending a scoped relation can move its target once more, and that move can fail.
 void clear_relations(Session& session, int area) {
     try {
         session.areas.clear_relations(area);

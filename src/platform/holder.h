@@ -12,7 +12,7 @@ namespace brenik::platform {
 // Describes the programs on this computer whose locks on `range` exclude a lock of kind `wanted`:
 // name, process and user of each, at most three. Empty if the system does not tell: it hides other
 // users' processes and does not know other computers. Takes some milliseconds; with very many
-// processes, up to half a second.
+// processes, up to about half a second.
 std::string lock_holders(const std::string& path, ByteRange range, LockKind wanted);
 
 }  // namespace brenik::platform
