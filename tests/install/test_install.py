@@ -22,22 +22,17 @@ def run(*command, **options):
 
 
 @pytest.fixture(scope='module')
-def first_prefix(tmp_path_factory):
-    return tmp_path_factory.mktemp('installed') / 'first'
-
-
-@pytest.fixture(scope='module')
-def prefix(first_prefix, tmp_path_factory):
+def prefix(tmp_path_factory):
     """Installed in one place and moved to another."""
-    run(CMAKE, '--install', BUILD, '--prefix', first_prefix)
-    return first_prefix.rename(tmp_path_factory.mktemp('moved') / 'second place')
+    places = tmp_path_factory.mktemp('places')
+    run(CMAKE, '--install', BUILD, '--prefix', places / 'first')
+    return (places / 'first').rename(places / 'second place')
 
 
-@pytest.fixture(scope='module')
-def practice(prefix, tmp_path_factory):
-    folder = tmp_path_factory.mktemp('practice') / 'practice'
-    run(prefix / 'bin/brenik', 'sample', folder, '--contacts', 10, '--matters', 5)
-    return folder
+@pytest.fixture
+def practice(prefix, tmp_path):
+    run(prefix / 'bin/brenik', 'sample', tmp_path / 'practice', '--contacts', 10, '--matters', 5)
+    return tmp_path / 'practice'
 
 
 def works(program, prefix, practice, name, **environment):
@@ -76,8 +71,8 @@ def test_pkg_config(prefix, practice, tmp_path):
     works(tmp_path / 'consumer', prefix, practice, 'Villanueva', LD_LIBRARY_PATH=str(library.parent))
 
 
-def test_nothing_installed_names_a_place(prefix, first_prefix):
+def test_nothing_installed_names_a_place(prefix):
     texts = [path for path in prefix.rglob('*') if path.suffix in ('.cmake', '.pc', '.h')]
     assert len(texts) >= 4
-    places = [str(first_prefix), str(BUILD), str(Path(__file__).parents[2])]
+    places = [str(prefix.with_name('first')), str(BUILD), str(Path(__file__).parents[2])]
     assert [(path.name, place) for path in texts for place in places if place in path.read_text()] == []
