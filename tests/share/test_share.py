@@ -50,9 +50,10 @@ class Practice:
     def add_guest(self, name, job, options=''):
         self.guests[name] = Guest(self.server, name, options, job)
 
-    def add(self, name, job=None, options=''):
-        self.add_guest(name, job or work(name), options)
-        self.paths[name] = self.guests[name].log
+    def add(self, *names, seconds=SECONDS, options='', after='', **kind):
+        for name in names:
+            self.add_guest(name, work(name, seconds, **kind) + after, options)
+            self.paths[name] = self.guests[name].log
 
     def begin(self):
         """Returns when everybody has begun to work."""
@@ -147,8 +148,7 @@ def practice(tmp_path):
 def test_two_guests(practice, options, settings):
     practice.open(settings=settings)
     traced = options != ''       # which takes its time
-    for name in 'AB':
-        practice.add(name, work(name, SECONDS * (4 if traced else 2), trace=traced), options)
+    practice.add('A', 'B', seconds=SECONDS * (4 if traced else 2), trace=traced, options=options)
     practice.begin()
     assert not practice.server.remembered()
     practice.judge()
@@ -171,8 +171,8 @@ def test_beside_a_local_process(practice):
 
 def test_killed_guest(practice):
     practice.open()
-    practice.add('A', work('A', LIMIT))
-    practice.add('B', work('B', 3 * SECONDS))
+    practice.add('A', seconds=LIMIT)
+    practice.add('B', seconds=3 * SECONDS)
     practice.begin()
     practice.wait_for_lines('A', 5 * LEAST_WORK)
     practice.guests['A'].kill()
@@ -184,8 +184,7 @@ def test_killed_guest(practice):
 
 def test_short_cuts(practice):
     practice.open()
-    for name in 'AB':
-        practice.add(name, work(name, 75))
+    practice.add('A', 'B', seconds=75)
     practice.begin()
     for seconds in [2] * 10 + [20]:
         time.sleep(2)
@@ -196,8 +195,8 @@ def test_short_cuts(practice):
 def test_a_long_cut(practice):
     """Meanwhile the server gives the locks to others. With a short echo interval the client notices within the cut."""
     practice.open()
-    practice.add('A', work('A', 100), 'echo_interval=2')
-    practice.add('B', work('B', 100))
+    practice.add('A', seconds=100, options='echo_interval=2')
+    practice.add('B', seconds=100)
     practice.begin()
     practice.wait_for_lines('A', 2 * LEAST_WORK)
     practice.guests['A'].set_link('off')
@@ -212,8 +211,7 @@ def test_killed_server(practice):
     """First only the process that serves one of the guests; every other time the guest hears of it a second later, when
     the other one may have had its locks. At last all of the server."""
     practice.open()
-    for name in 'AB':
-        practice.add(name, work(name, 3 * SECONDS))
+    practice.add('A', 'B', seconds=3 * SECONDS)
     practice.begin()
     kills = 0
     for silence in (0, 1) * 5:
@@ -231,7 +229,7 @@ def test_killed_server(practice):
 def test_check_beside_work(practice):
     """Nothing is wrong at any moment, wherever one looks from."""
     practice.open()
-    practice.add('A', work('A', 2 * SECONDS))
+    practice.add('A', seconds=2 * SECONDS)
     check = 'brenik check /practice; echo "ended with $?"'
     practice.add_guest('B', 'for i in 1 2 3 4 5 6 7 8; do %s; done >/dev/ttyS1' % check)
     practice.begin()
@@ -243,7 +241,8 @@ def test_check_beside_work(practice):
 def test_refused_without_locks(practice):
     """A mount that keeps locks to itself makes sharing impossible, and that is said."""
     practice.open()
-    practice.add('A', work('A', 2, trace=1) + 'brenik check /practice >/dev/ttyS0 2>&1; echo "check: $?"', 'nobrl')
+    practice.add('A', seconds=2, trace=1, options='nobrl',
+                 after='brenik check /practice >/dev/ttyS0 2>&1; echo "check: $?"')
     practice.begin()
     practice.end()
     log, said = practice.logs['W1'], practice.guests['A'].console.read_text('latin-1')
@@ -256,7 +255,7 @@ def test_beside_an_older_library(practice):
     """On a mount that makes up for what it does not know of shares: every size is asked for."""
     practice.open()
     practice.add('A')
-    practice.add('B', work('B', library='older'), 'cache=none,actimeo=0')
+    practice.add('B', library='older', options='cache=none,actimeo=0')
     practice.begin()
     practice.judge()
 
@@ -264,8 +263,7 @@ def test_beside_an_older_library(practice):
 def test_older_libraries_fail(practice):
     """The proof that the judgement means something: libraries that are not made for shares do not pass it."""
     practice.open()
-    for name in 'AB':
-        practice.add(name, work(name, library='older'))
+    practice.add('A', 'B', library='older')
     practice.begin()
     practice.end()
     assert all(log.done for log in practice.logs.values()) and practice.locks >= LEAST_LOCKS
