@@ -2,7 +2,7 @@
 //
 // An engine serves one session. table.h distinguishes conflicts from faults.
 //
-//     LocalEngine engine;                                              // or another one
+//     local::LocalEngine engine;                                       // or another one
 //     engine.set_full_durability(true);
 //     OpenAnswer answer = engine.open(folder + "LAW1", TableSharing::kShared);
 //     if (const auto* refusal = std::get_if<Refusal>(&answer)) return tell(refusal->text);

@@ -20,6 +20,15 @@ struct Refusal {
     RefusalReason reason;
     FaultCode code;    // as in an EngineFault for the same reason
     std::string text;  // file and reason, for people; names the holder if it is known
+    int status = 0;    // the engine's own number, 0 for none
 };
+
+// True for faults that an open answers with RefusalReason::kDamaged.
+inline bool is_damage(const EngineFault& fault) {
+    return fault.code() == FaultCode::kDamagedFile || fault.code() == FaultCode::kUnsupported;
+}
+inline Refusal damaged(const EngineFault& fault) {
+    return {RefusalReason::kDamaged, fault.code(), fault.what(), fault.status()};
+}
 
 }  // namespace brenik

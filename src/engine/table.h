@@ -5,6 +5,7 @@
 // exception. A damaged file, an I/O error or misuse is an EngineFault.
 //
 //     OpenAnswer answer = engine.open("LAW1.DBF", TableSharing::kShared);
+//     if (std::holds_alternative<Refusal>(answer)) return;
 //     Table& names = *std::get<std::unique_ptr<Table>>(answer);
 //     set_order(names, "U_ID");                                        // orders.h
 //     if (names.seek("AB00001", SeekMode::kHard, SeekEnd::kFirst) &&

@@ -74,10 +74,7 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
     refusal_.clear();
     OpenAnswer answer = engine().open(path_of(path), sharing, automatic_order);
     if (const auto* refusal = std::get_if<Refusal>(&answer)) {
-        if (refusal->reason == RefusalReason::kDamaged) {
-            throw EngineFault(refusal->code, "open", refusal->text);
-        }
-        refusal_ = refusal->text;
+        note(*refusal);
         return;
     }
     auto& table = std::get<std::unique_ptr<Table>>(answer);
@@ -91,8 +88,16 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
 bool WorkAreas::add_orders(const std::string& file) {
     refusal_.clear();
     const auto refusal = table("ADDORDERS").add_orders(path_of(file), automatic_order);
-    if (refusal) refusal_ = refusal->text;
+    if (refusal) note(*refusal);
     return !refusal;
+}
+
+// Damage is no conflict: a retry would meet it again.
+void WorkAreas::note(const Refusal& refusal) {
+    if (refusal.reason == RefusalReason::kDamaged) {
+        throw EngineFault(refusal.code, "open", refusal.text, refusal.status);
+    }
+    refusal_ = refusal.text;
 }
 
 void WorkAreas::refuse() {

@@ -152,6 +152,7 @@ class WorkAreas {
     Slot& slot(int area, std::string_view operation);
 
     bool leads_to(int from, int area) const;
+    void note(const Refusal& refusal);
     void follow(int area);
     void follow(Slot& parent, Relation& relation);
     static void limit(Slot& target, Relation& relation, Value value);

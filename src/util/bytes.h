@@ -39,10 +39,6 @@ inline std::uint32_t load_be32(const Byte* p) {
            static_cast<std::uint32_t>(p[2]) << 8 | static_cast<std::uint32_t>(p[3]);
 }
 
-inline std::uint64_t load_be64(const Byte* p) {
-    return static_cast<std::uint64_t>(load_be32(p)) << 32 | load_be32(p + 4);
-}
-
 inline void store_le16(Byte* p, std::uint16_t v) {
     p[0] = static_cast<Byte>(v);
     p[1] = static_cast<Byte>(v >> 8);

@@ -100,7 +100,7 @@ class ExpressionTest : public testing::Test {
     }
 
     // The null bits: SHORT is shorter than its field, NICK and SPARE are null.
-    static constexpr std::uint8_t kShortened = 0x02;
+    static constexpr std::uint8_t kShortened = 0x02, kAllNull = 0x07;
     record::TableLayout layout_ = fake::layout_of(kColumns, 0x30);
     std::vector<Byte> bytes_;
 };

@@ -38,10 +38,8 @@ OpenAnswer LocalEngine::open(const std::string& path, TableSharing sharing, int 
     } catch (const locks::Refused& refusal) {
         return refusal.refusal();
     } catch (const EngineFault& fault) {
-        const bool damaged =
-            fault.code() == FaultCode::kDamagedFile || fault.code() == FaultCode::kUnsupported;
-        if (!damaged) throw;
-        return Refusal{RefusalReason::kDamaged, fault.code(), fault.what()};
+        if (!is_damage(fault)) throw;
+        return damaged(fault);
     }
 }
 

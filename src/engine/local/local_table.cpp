@@ -771,6 +771,9 @@ std::optional<Refusal> LocalTable::add_orders(const std::string& file, int contr
         orders_->attach(file);
     } catch (const locks::Refused& refusal) {
         return refusal.refusal();
+    } catch (const EngineFault& fault) {
+        if (!is_damage(fault)) throw;
+        return damaged(fault);
     }
     orders_->end_opening();
     if (orders_->attached_count() > attached) orders_attached(attached, controlling);

@@ -12,6 +12,7 @@
 namespace brenik::maintenance {
 namespace {
 
+constexpr std::uint64_t kDbtHeaderSize = 24;  // as much of it as says something
 constexpr RecordNumber kProgressStep = 4096;
 
 struct Claim {
@@ -69,7 +70,7 @@ class RecordCheck {
   private:
     void open_memo() {
         const platform::File& memo = files_.memo;
-        const std::uint64_t least = is_fpt() ? record::kFptHeaderSize : 0;
+        const std::uint64_t least = is_fpt() ? record::kFptHeaderSize : kDbtHeaderSize;
         if (memo.is_open() && memo.size() >= least) {
             if (const auto format = record::read_memo_format(memo, format_.kind)) {
                 format_ = *format;

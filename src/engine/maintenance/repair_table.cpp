@@ -225,8 +225,12 @@ class TableRepair {
 
     // Copies a memo to the end of the file, in the order in which any program adds one.
     std::uint32_t copy_memo(std::uint32_t block) {
-        const record::MemoFormat format =
-            record::read_memo_format(files_.memo, record::MemoKind::kFpt).value();
+        const auto found = record::read_memo_format(files_.memo, record::MemoKind::kFpt);
+        if (!found) {
+            throw EngineFault(FaultCode::kDamagedFile, "repair",
+                              files_.memo.path() + ": the memo file has no header");
+        }
+        const record::MemoFormat& format = *found;
         const std::vector<Byte> bytes = read_memo(format, block);
         const std::uint64_t blocks = format.blocks_in(bytes.size());
         const std::uint64_t free = std::max<std::uint64_t>(
@@ -246,8 +250,9 @@ class TableRepair {
         std::array<Byte, record::kBlockHeaderSize> header{};
         if (at < format.first_offset() || files_.memo.read_at(at, header) < header.size())
             return {};
-        const std::uint64_t data = record::parse_memo_header(format.kind, header).value().length;
-        if (data > size - at - header.size()) return {};
+        const auto memo = record::parse_memo_header(format.kind, header);
+        const std::uint64_t data = memo ? memo->length : 0;
+        if (!memo || data > size - at - header.size()) return {};
         std::vector<Byte> bytes(header.size() + static_cast<std::size_t>(data));
         files_.memo.read_at(at, bytes);
         bytes.resize(static_cast<std::size_t>(format.offset_of(format.blocks_in(bytes.size()))));

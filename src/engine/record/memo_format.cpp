@@ -35,8 +35,7 @@ const char* memo_extension(std::uint8_t version) {
 std::optional<MemoFormat> read_memo_format(const platform::File& memo, MemoKind kind) {
     MemoFormat format{kind};
     std::array<Byte, kGeneration4HeaderSize> header{};
-    const std::size_t least = kind == MemoKind::kFpt ? kBlockSizeOffset + 2 : header.size();
-    if (memo.read_at(0, header) < least) return std::nullopt;
+    if (memo.read_at(0, header) < kBlockSizeOffset + 2) return std::nullopt;
     if (kind == MemoKind::kFpt) {
         format.block_size = std::max<std::uint32_t>(load_be16(header.data() + kBlockSizeOffset), 1);
     } else if (kind == MemoKind::kGeneration4) {

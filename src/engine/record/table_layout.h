@@ -28,7 +28,6 @@ struct Field {
     std::optional<std::uint32_t> length_bit;
 
     bool is_memo() const { return kind->is_memo(); }
-    bool is_hidden() const { return (flags & 0x01) != 0; }
     // Holds bytes rather than text: never shown or recoded as text.
     bool is_binary() const { return (flags & 0x04) != 0; }
     // The engine fills this column when a record is added.
