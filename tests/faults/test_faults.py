@@ -228,7 +228,8 @@ def assert_mended(folder):
     checked = tool('check', folder)
     assert checked.returncode in (0, 1), checked.stderr
     if checked.returncode or faults:
-        assert checked.returncode == 1 or 'an interrupted change left this' in checked.stdout, (faults[:3], checked.stdout)
+        explained = checked.returncode == 1 or 'an interrupted change left this' in checked.stdout
+        assert explained, (faults[:3], checked.stdout)
         before = rows(folder)
         repaired = tool('repair', folder)
         assert repaired.returncode in (0, 1), repaired.stderr
