@@ -121,7 +121,7 @@ constexpr auto call_CDT2STR = [](Session&, Arguments& a) {
 // Here an expression and its text are the same.
 constexpr auto call_CMXSETRELATION = [](Session& session, Arguments& a) {
     if (a.given(1) && a.given(2) && a.text(1) != a.text(2)) {
-        throw CallError("arguments 2 and 3 are different expressions; give only one of them");
+        throw CallError("arguments 2 and 3 are two different expressions; give only one");
     }
     CMXSETRELATION(session, a.small(0), a.text(a.given(2) ? 2 : 1));
 };
