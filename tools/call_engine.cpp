@@ -54,7 +54,7 @@ constexpr auto deleted_visibility = [](Session& session, Arguments& a) {
 };
 
 constexpr auto set_order_focus = [](Table& table, Arguments& a) {
-    const std::string before(table.order_name(table.order_number()));
+    std::string before(table.order_name(table.order_number()));
     if (a.value(0).kind() == ValueKind::kNumber) {
         table.set_order(a.size(0));
     } else if (a.given(0)) {
@@ -64,7 +64,7 @@ constexpr auto set_order_focus = [](Table& table, Arguments& a) {
 };
 
 constexpr auto order_scope = [](Table& table, Arguments& a) {
-    const Value before = table.scope(scope_end(a));
+    Value before = table.scope(scope_end(a));
     if (a.count() > 1) table.set_scope(scope_end(a), a.value(1));
     return before;
 };

@@ -108,14 +108,13 @@ constexpr auto call_RSSET = [](Session& session, Arguments& a) {
 constexpr auto call_RSDTOF = [](Session& session, Arguments& a) {
     const std::string before = a.text(3, "");
     std::string changer = before;
-    const std::string stamp = RSDTOF(session, a.text(0), a.text(1), a.size(2), &changer);
+    std::string stamp = RSDTOF(session, a.text(0), a.text(1), a.size(2), &changer);
     if (changer != before) a.give_back(3, changer);
     return stamp;
 };
 
 constexpr auto call_CDT2STR = [](Session&, Arguments& a) {
-    const std::string text = CDT2STR(a.text(0), a.value(1), a.value(2), a.logical(3, false));
-    return text;
+    return CDT2STR(a.text(0), a.value(1), a.value(2), a.logical(3, false));
 };
 
 // Here an expression and its text are the same.

@@ -73,7 +73,7 @@ std::string Scratch::path_of(const std::string& doctor, const std::string& what)
 }
 
 std::string Scratch::own_path(const std::string& what) {
-    const std::string path = path_of(own_name_, what);
+    std::string path = path_of(own_name_, what);
     made_.insert(path);
     return path;
 }

@@ -48,7 +48,7 @@ class Journal {
   private:
     std::string text(const char* field);
     Json edited_fields(int table_number, std::string_view data);
-    std::string field_name(int table_number, std::size_t field);
+    std::string field_name(int table_number, std::size_t field_number);
 
     Practice practice_;
     std::unique_ptr<Table> trans_;
@@ -67,7 +67,7 @@ std::string Journal::text(const char* field) {
     return trans_->field_get(static_cast<std::size_t>(found - fields.data()) + 1).text();
 }
 
-std::string Journal::field_name(int table_number, std::size_t position) {
+std::string Journal::field_name(int table_number, std::size_t field_number) {
     const auto [names, is_new] = field_names_.try_emplace(table_number);
     const practice::TableEntry* table = is_new ? practice_.find(table_number) : nullptr;
     if (table) {
@@ -80,8 +80,8 @@ std::string Journal::field_name(int table_number, std::size_t position) {
             // The fields of this table are printed by number.
         }
     }
-    return position <= names->second.size() ? names->second[position - 1]
-                                            : "field " + std::to_string(position);
+    return field_number <= names->second.size() ? names->second[field_number - 1]
+                                                : "field " + std::to_string(field_number);
 }
 
 Json Journal::edited_fields(int table_number, std::string_view data) {

@@ -19,7 +19,8 @@ std::string RSNOW(Session& session) {
 // Rounding would come after the minutes are computed, so it never shows.
 std::string CDT2STR(std::string_view stamp, const Value&, const Value&, bool) {
     const practice::StampedMoment moment = practice::read_stamp(stamp);
-    const std::string time = MIN2AMPM({static_cast<double>(moment.seconds / 60)});
+    const int minutes = moment.seconds / 60;
+    const std::string time = MIN2AMPM({static_cast<double>(minutes)});
     return moment.date == practice::kBaseDate ? time : moment.date.to_mdy() + " " + time;
 }
 

@@ -21,7 +21,7 @@ namespace brenik::platform {
 
 namespace {
 
-constexpr std::size_t kChunkSize = 64 * 1024;
+constexpr std::size_t kChunkSize = std::size_t{64} * 1024;
 constexpr std::uint64_t kMostBytesRead = 64ull * 1024 * 1024;
 
 class LineReader {
@@ -78,7 +78,7 @@ class LineReader {
 std::string_view without_blanks(std::string_view text) {
     constexpr std::string_view kBlanks = " \t\r\v\f\x1A";
     const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == text.npos) return {};
+    if (first == std::string_view::npos) return {};
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
@@ -92,7 +92,7 @@ std::string_view without_quotes(std::string_view value) {
 std::optional<std::string_view> section_name(std::string_view line) {
     if (line.empty() || line.front() != '[') return std::nullopt;
     const std::size_t end = line.find(']');
-    if (end == line.npos) return std::nullopt;
+    if (end == std::string_view::npos) return std::nullopt;
     return without_blanks(line.substr(1, end - 1));
 }
 
@@ -109,7 +109,7 @@ std::optional<std::string> find_value(LineReader& lines, std::string_view sectio
             continue;
         }
         const std::size_t equals = line.find('=');
-        if (!inside || equals == line.npos) continue;
+        if (!inside || equals == std::string_view::npos) continue;
         if (equal_ignoring_case(lines.text(without_blanks(line.substr(0, equals))), key)) {
             return lines.text(without_quotes(without_blanks(line.substr(equals + 1))));
         }

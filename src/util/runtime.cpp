@@ -28,7 +28,8 @@ double decimal_amount(std::string_view text) {
     const auto result =
         std::from_chars(text.data(), text.data() + text.size(), amount, std::chars_format::fixed);
     if (result.ec != std::errc::result_out_of_range) return amount;
-    const bool large = text.substr(0, count_digits(text)).find_first_not_of('0') != text.npos;
+    const bool large =
+        text.substr(0, count_digits(text)).find_first_not_of('0') != std::string_view::npos;
     return large ? std::numeric_limits<double>::infinity() : 0;
 }
 
@@ -53,7 +54,8 @@ std::string replace_all(std::string_view text, std::string_view search, std::str
     if (search.empty()) return std::string(text);
     std::string result;
     std::size_t start = 0;
-    for (std::size_t at; (at = text.find(search, start)) != text.npos; start = at + search.size()) {
+    for (std::size_t at; (at = text.find(search, start)) != std::string_view::npos;
+         start = at + search.size()) {
         result.append(text.substr(start, at - start)).append(by);
     }
     return result.append(text.substr(start));

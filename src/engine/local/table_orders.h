@@ -84,11 +84,11 @@ class TableOrders {
 
     std::string full_index_path(const std::string& name) const;
     void open_index(const std::string& path, bool structural);
-    void reopen(OpenIndex& index);
+    void reopen(OpenIndex& one);
     locks::FileUse use_of(bool structural) const;
-    void attach_orders_of(const OpenIndex& index);
+    void attach_orders_of(const OpenIndex& one);
     const OpenIndex* find_index(const std::string& path) const;
-    std::vector<KeyChange> key_changes(const OpenIndex& index,
+    std::vector<KeyChange> key_changes(const OpenIndex& one,
                                        const std::optional<record::RecordView>& before,
                                        const std::optional<record::RecordView>& after) const;
 
