@@ -26,8 +26,6 @@ static void expect(int good, const char* what, const char* detail) {
     printf("%s: %s\n", what, detail);
 }
 
-/* ------------------------------------------------------------------ calls through raw pointers */
-
 /* Pushes the arguments and calls; the stack must then stand where it stood before the pushes. */
 static uint32_t call(HMODULE library, const char* name, uint32_t count, const uint32_t* from) {
     FARPROC function = GetProcAddress(library, name);
@@ -56,6 +54,10 @@ static uint32_t call(HMODULE library, const char* name, uint32_t count, const ui
 }
 
 static uint32_t address(const void* pointer) { return (uint32_t)pointer; }
+
+static uint32_t initialize(HMODULE library) {
+    return call(library, "BrenikInitialize", 3, (uint32_t[]){address(practice), 0, 0});
+}
 
 /* Every export at least once; the outcome of each is what a sound practice gives. */
 static void work(HMODULE library) {
@@ -97,8 +99,6 @@ static HMODULE load(const char* path) {
     expect(library != NULL, "not loaded", path);
     return library;
 }
-
-/* ------------------------------------------------------------------------- the host's own state */
 
 struct State {
     uint16_t control_word;
@@ -162,8 +162,6 @@ static void leaves_the_host_alone(void) {
     __asm__ volatile("fninit");
 }
 
-/* ------------------------------------------------------------------------- coming and going */
-
 static int opens_exclusively(void) {
     HANDLE file =
         CreateFileA(table_path, GENERIC_READ | GENERIC_WRITE, 0, NULL, OPEN_EXISTING, 0, NULL);
@@ -177,8 +175,7 @@ static void loaded_twice(void) {
     expect(first == second && first != copy, "loaded twice", "wrong modules");
     work(first);
     FreeLibrary(second);
-    expect(call(first, "BrenikInitialize", 3, (uint32_t[]){address(practice), 0, 0}) == 0,
-           "loaded twice", "first");
+    expect(initialize(first) == 0, "loaded twice", "first");
     work(copy);
     expect(call(first, "BrenikAddedRecord", 2, (uint32_t[]){1, 2}) == 0, "loaded twice",
            "still there");
@@ -217,7 +214,7 @@ static void beside_an_unwinder(const char* unwinder) {
         HMODULE library = order & 1 ? first : second;
         char identifier[16] = "";
         int p = 0;
-        expect(call(library, "BrenikInitialize", 3, (uint32_t[]){address(practice), 0, 0}) == 0 &&
+        expect(initialize(library) == 0 &&
                    call(library, "BrenikAddStart", 2, (uint32_t[]){1, address(&p)}) == 0 &&
                    call(library, "BrenikAddEnd", 2, (uint32_t[]){1, address(identifier)}) == 14,
                "beside an unwinder", "no fault");

@@ -11,10 +11,12 @@ IMAGE = os.environ['BRENIK_IMAGE']
 NARROW = os.environ['BRENIK_BITS'] == '32'
 SYSTEM_LIBRARIES = {'kernel32.dll', 'user32.dll', 'gdi32.dll', 'advapi32.dll', 'msvcrt.dll'}
 FOLDER = Path(os.environ['BRENIK_IMPORTS'])
-DYNAMIC_BASE, NX_COMPAT, HIGH_ENTROPY = 0x40, 0x100, 0x20
+FLAGS = 0x140 if NARROW else 0x160                 # dynamic base, NX compatible, of 64 bits high entropy
 BY_NAME, NO_PREFIX, UNDECORATED = 1, 2, 3          # how the import library says what the loader is to look for
 # Ordinal, name, and the bytes that the function removes from the stack.
 EXPORTS = [line.split() for line in Path(os.environ['BRENIK_TABLE']).read_text().splitlines() if line[:1].isdigit()]
+NAMES = {name for _, name, _ in EXPORTS}
+SYMBOLS = {'_' + name + ('' if removed == '-' else '@' + removed) if NARROW else name for _, name, removed in EXPORTS}
 
 
 def objdump(*arguments):
@@ -40,8 +42,7 @@ def test_imports():
 
 def test_flags():
     flags = int(re.search(r'^DllCharacteristics\s+(\w+)', HEADERS, re.M)[1], 16)
-    wanted = DYNAMIC_BASE | NX_COMPAT | (0 if NARROW else HIGH_ENTROPY)
-    assert flags & wanted == wanted
+    assert flags & FLAGS == FLAGS
     assert re.search(r'file format pei-(i386|x86-64)', HEADERS)[1] == ('i386' if NARROW else 'x86-64')
     relocations = re.search(r'^Entry 5 (\w+) (\w+) Base Relocation', HEADERS, re.M)
     assert int(relocations[2], 16), 'an image without relocations is not moved'
@@ -65,14 +66,8 @@ def test_resources_and_symbols():
     assert not re.search(r'brenik\d|_ZN', objdump('-t', IMAGE)), 'names of our own functions'
 
 
-def symbols(name):
-    removed = {name: removed for _, name, removed in EXPORTS}
-    return '_' + name + ('' if removed[name] == '-' else '@' + removed[name]) if NARROW else name
-
-
 def test_import_library_of_gnu_linkers():
-    found = set(re.findall(r'\b__imp_(\S+)', objdump('-t', str(FOLDER / 'libBrenikDB.dll.a'))))
-    assert found == {symbols(name) for _, name, _ in EXPORTS}
+    assert set(re.findall(r'\b__imp_(\S+)', objdump('-t', str(FOLDER / 'libBrenikDB.dll.a')))) == SYMBOLS
 
 
 def test_import_library_of_microsofts_linker():
@@ -82,9 +77,9 @@ def test_import_library_of_microsofts_linker():
     machine = 0x014C if NARROW else 0x8664
     assert {int.from_bytes(member[0], 'little') for member in members} == {machine}
     kinds = {member[2].decode(): int.from_bytes(member[1], 'little') >> 2 & 7 for member in members}
-    assert set(kinds) == {symbols(name) for _, name, _ in EXPORTS}
+    assert set(kinds) == SYMBOLS
     loaded = {BY_NAME: str, NO_PREFIX: lambda text: text.lstrip('_'),
               UNDECORATED: lambda text: text.lstrip('_').split('@')[0]}
-    assert {loaded[kind](symbol) for symbol, kind in kinds.items()} == {name for _, name, _ in EXPORTS}
+    assert {loaded[kind](symbol) for symbol, kind in kinds.items()} == NAMES
     imports = objdump('-p', str(FOLDER / 'ms_client.exe'))      # linked with it
-    assert {name for _, name, _ in EXPORTS} <= set(re.findall(r'\b(Brenik\w+)$', imports, re.M))
+    assert NAMES <= set(re.findall(r'\b(Brenik\w+)$', imports, re.M))
