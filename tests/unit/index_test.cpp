@@ -27,15 +27,20 @@ using Model = std::set<Entry>;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 constexpr std::size_t kFirstTag = 1536;  // behind the directory's header and page
 
-// The leaves of the first tag in a file without damage, from the left.
+// The leaves of the first tag in a file without damage, from the left. On every level each page
+// names the one to its left.
 std::vector<std::uint32_t> leaves_of(const std::string& file) {
     const Bytes bytes = as_bytes(file);
     const std::size_t first_child = 12 + load_le16(&bytes[kFirstTag + 12]) + 4;
-    std::uint32_t page = load_le32(&bytes[kFirstTag]);
-    while ((load_le16(&bytes[page]) & 2) == 0) page = load_be32(&bytes[page + first_child]);
-    std::vector<std::uint32_t> leaves;
-    for (; page != kNone; page = load_le32(&bytes[page + 8])) leaves.push_back(page);
-    return leaves;
+    std::uint32_t first = load_le32(&bytes[kFirstTag]);
+    for (;; first = load_be32(&bytes[first + first_child])) {
+        std::vector<std::uint32_t> level;
+        for (std::uint32_t page = first; page != kNone; page = load_le32(&bytes[page + 8])) {
+            EXPECT_EQ(load_le32(&bytes[page + 4]), level.empty() ? kNone : level.back());
+            level.push_back(page);
+        }
+        if ((load_le16(&bytes[first]) & 2) != 0) return level;
+    }
 }
 
 std::uint32_t root_of(const std::string& file) { return load_le32(&as_bytes(file)[kFirstTag]); }
@@ -99,6 +104,7 @@ class IndexTest : public testing::Test {
         const auto file = open(pad);
         Entries found = walk(*file->tags()[0], true);
         EXPECT_EQ(walk(*file->tags()[0], false), found);
+        leaves_of(bytes_of(path_));
         return found;
     }
 
