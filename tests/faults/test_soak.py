@@ -136,7 +136,7 @@ PLACES = [('practice', 8, False)] if SANITIZED else [('practice', 8, False), ('p
 @pytest.mark.parametrize('place, count, kills', PLACES)
 def test_soak(tmp_path, place, count, kills):
     """On the share sizes are as they were last asked for, and sessions end with all locks. Work is refused there only
-    when somebody else has changed meanwhile what it had locked, or was silent while the journal's entry was his."""
+    when another workstation has changed what it had locked, or was silent while it held the record or the journal."""
     practice = tmp_path / place
     tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
     killed, recycled, walks = at_once(lambda: work(practice, tmp_path, count, kills), lambda: recycle(practice),
@@ -149,7 +149,7 @@ def test_soak(tmp_path, place, count, kills):
     said = [path.read_text('latin-1').splitlines() for path in tmp_path.glob('*.said')]
     assert place == 'share' or not [line for lines in said for line in lines if 'Retrying...' not in line]
     refused = [words[2] for log in logs.values() for words in log.refused]
-    assert set(refused) <= ({'9', '14'} if place == 'share' else set()) and len(refused) < sum(done) / 200
+    assert set(refused) <= ({'9', '12', '14'} if place == 'share' else set()) and len(refused) < sum(done) / 200
     # A starved workstation does next to nothing, or waits all the time; a busy machine alone never goes so far.
     assert kills or min(done) > max(done) / 8, done
     assert max(sum('Retrying...' in line for line in lines) for lines in said) * NOTICE < SECONDS / 2
