@@ -151,7 +151,7 @@ def refused(file, reason, rc=4, message=(), offset=SHARING_BYTE):
         assert result == rc and seconds > OPENING
         (told,), *others = [arguments[1:] for _, arguments in practice.trace()][1:]
         name, _, said = told.partition(': ')
-        holder = 'does not tell' if OURS.library.endswith('.dll') else '(process %d, user ' % os.getpid()
+        holder = 'cannot tell' if OURS.library.endswith('.dll') else '(process %d, user ' % os.getpid()
         assert name.lower().endswith(file.lower()) and said.startswith(reason) and (not offset or holder in said)
         assert others == [*message]
         if rc == 4:                                     # the tables before it are open
