@@ -1,7 +1,6 @@
 // The table operations below the routines, under plain names. They act on the current work area
 // unless an argument says otherwise.
 
-#include <algorithm>
 #include <array>
 
 #include "call_table.h"

@@ -58,7 +58,7 @@ struct Session {
     using EngineMaker = std::function<std::unique_ptr<Engine>()>;
     Session(EngineMaker engine_maker, platform::Clock& session_clock,
             platform::UserInterface& session_ui)
-        : clock(session_clock), ui(session_ui), make_engine_(std::move(engine_maker)) {}
+        : make_engine_(std::move(engine_maker)), clock(session_clock), ui(session_ui) {}
     // For a caller that supplies the engine, which must outlive the session.
     Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
         : clock(session_clock), ui(session_ui) {
@@ -102,6 +102,7 @@ struct Session {
     }
 
   private:
+    EngineMaker make_engine_;         // empty where the caller supplies the engine
     std::unique_ptr<Engine> engine_;  // outlives the tables
 
   public:
@@ -117,9 +118,6 @@ struct Session {
     // The query behind a work area's filter, for callers that keep it; CLEARFILTER removes it
     // together with the filter.
     std::map<int, std::string> related_queries;
-
-  private:
-    EngineMaker make_engine_;
 };
 
 }  // namespace brenik

@@ -2,8 +2,6 @@
 
 #include "engine/expression/lexer.h"
 
-#include <algorithm>
-
 #include "engine/expression/expression.h"
 #include "util/decimal_text.h"
 #include "util/runtime.h"

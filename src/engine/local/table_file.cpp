@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 
 #include "engine/record/dbf_file.h"
 #include "platform/clock.h"
@@ -22,11 +21,6 @@ constexpr int kWholeTimeout_ms = 50;
 constexpr int kMostReadings = 100;
 // Others hold the bytes that separate the modes exclusively only while they open the table.
 constexpr int kModeTimeout_ms = 50;
-
-bool lock_within(platform::File& file, locks::LockRange range, platform::LockKind kind,
-                 int timeout_ms) {
-    return file.lock_within(range, kind, timeout_ms);
-}
 
 }  // namespace
 
@@ -49,7 +43,7 @@ void TableFile::keep_other_mode_out() {
         return locks::Refused(path(), "in use with locks of the other kind (LockType)",
                               {range, wanted}, RefusalReason::kOtherLockMode);
     };
-    if (!lock_within(file_, theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) {
+    if (!file_.lock_within(theirs, platform::LockKind::kExclusive, kModeTimeout_ms)) {
         throw refuse(theirs, platform::LockKind::kExclusive);
     }
     const bool kept =
@@ -108,7 +102,7 @@ void TableFile::require_same_layout() {
 bool TableFile::keep_strangers_out() {
     const locks::LockRange marker = scheme_.marker();
     if (file_.size() > marker.offset) return true;
-    marked_ = lock_within(file_, marker, platform::LockKind::kShared, kModeTimeout_ms);
+    marked_ = file_.lock_within(marker, platform::LockKind::kShared, kModeTimeout_ms);
     return marked_;
 }
 
@@ -183,7 +177,7 @@ void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
     const std::uint64_t last = begin + layout_.record_length - 1;
     if (exclusive_ || begin / kPageSize == last / kPageSize) return;
     const locks::LockRange range = locks::LockScheme::whole(record);
-    if (lock_within(file_, range, kind, kWholeTimeout_ms)) held.emplace(file_, range);
+    if (file_.lock_within(range, kind, kWholeTimeout_ms)) held.emplace(file_, range);
 }
 
 // Overwrites what others read. A write that fails half-way is undone: a record or a count that is

@@ -3,7 +3,6 @@
 #include "engine/maintenance/rebuild_index.h"
 
 #include <algorithm>
-#include <array>
 
 #include "engine/maintenance/check_index.h"
 #include "engine/make/index_builder.h"
