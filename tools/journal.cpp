@@ -98,16 +98,16 @@ Json Journal::edited_fields(int table_number, std::string_view data) {
 
 Json Journal::entry(RecordNumber record) {
     trans_->go_to(record);
-    const std::string code = text("CCODE");
-    const std::string table_code = text("CDB");
-    const std::string data = text("CDATA");
+    const std::string code = text(practice::kKindField);
+    const std::string table_code = text(practice::kTableCodeField);
+    const std::string data = text(practice::kDataField);
     const int number = practice::area_of_code(table_code);
     const practice::TableEntry* table = practice_.find(number);
     Json entry = {{"entry", record},
-                  {"stamp", stamp_text(text("CDT"))},
+                  {"stamp", stamp_text(text(practice::kStampField))},
                   {"kind", kind_word(code)},
                   {"table", table ? table->alias : "table " + to_utf8(table_code)},
-                  {"u_id", to_utf8(trim_right(text("U_ID")))}};
+                  {"u_id", to_utf8(trim_right(text(practice::kIdentifierField)))}};
     if (code.starts_with(practice::kDeletion)) entry["workstation"] = to_utf8(trim_right(data));
     if (code.starts_with(practice::kEdit)) entry["fields"] = edited_fields(number, data);
     return entry;

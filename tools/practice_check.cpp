@@ -131,8 +131,8 @@ class PracticeCheck {
                    "the record with the counters is missing");
             return system_.reset();
         }
-        prefix_ = text_of(*system_, {bytes, 1}, system_->layout().find("MYUDN"));
-        const record::Field* tracks = system_->layout().find("TRACKSYNC");
+        prefix_ = text_of(*system_, {bytes, 1}, system_->layout().find(practice::kPrefixField));
+        const record::Field* tracks = system_->layout().find(practice::kTracksField);
         tracks_ = tracks != nullptr && system_->value({bytes, 1}, *tracks).logical();
     }
 
@@ -156,9 +156,9 @@ class PracticeCheck {
         if (!journal_) journal_ = open(practice::kJournal.file);
         if (!journal_) return entries;
         const record::TableLayout& layout = journal_->layout();
-        const record::Field* kind = layout.find("CCODE");
-        const record::Field* code = layout.find("CDB");
-        const record::Field* identifier = layout.find("U_ID");
+        const record::Field* kind = layout.find(practice::kKindField);
+        const record::Field* code = layout.find(practice::kTableCodeField);
+        const record::Field* identifier = layout.find(practice::kIdentifierField);
         if (kind == nullptr || code == nullptr || identifier == nullptr) return entries;
         journal_->for_each([&](const RecordView& record) {
             Entry entry{{record.number, text_of(*journal_, record, code),
@@ -174,7 +174,7 @@ class PracticeCheck {
     void read_table(const practice::TableEntry& description) {
         Tracked tracked{open(description.file), nullptr, {}};
         if (!tracked.table) return;
-        tracked.field = tracked.table->layout().find("U_ID");
+        tracked.field = tracked.table->layout().find(practice::kIdentifierField);
         if (tracked.field == nullptr) return;
         tracked.table->for_each([&](const RecordView& record) {
             std::string identifier = text_of(*tracked.table, record, tracked.field);
@@ -205,7 +205,7 @@ class PracticeCheck {
             if (!still_holds(tracked, holders[i]) || !still_holds(tracked, holders[i - 1]))
                 continue;
             report(Severity::kFault, "duplicate-identifier", tracked.table->path(), Remedy::kByHand,
-                   holders[i].record, "U_ID",
+                   holders[i].record, practice::kIdentifierField,
                    "identifier " + to_utf8(holders[i].identifier) + " also belongs to record " +
                        std::to_string(holders[i - 1].record));
         }
@@ -363,7 +363,7 @@ class PracticeCheck {
         for (const Unknown& each : unknown) {
             if (told.contains({each.table, each.holder->identifier})) continue;
             report(Severity::kNote, "not-in-journal", each.tracked->table->path(), Remedy::kTell,
-                   each.holder->record, "U_ID",
+                   each.holder->record, practice::kIdentifierField,
                    "the journal has no entry for the addition of " +
                        to_utf8(each.holder->identifier) + ", though it has older ones");
         }

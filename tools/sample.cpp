@@ -2,7 +2,6 @@
 //
 // As in practices that have grown over years, the tables are of different generations (versions 03,
 // F5 and 30). They have memos of both kinds and an order of every key type.
-// kinds and an order of every key type, as practices have them that grew over the years.
 
 #include "sample.h"
 
@@ -25,12 +24,12 @@ namespace brenik::tools {
 namespace {
 
 using make::TagDefinition;
+using record::kBinary;
+using record::kFptMemos;
+using record::kLater;
+using record::kPlain;
 
-constexpr std::uint8_t kPlain = 0x03;
-constexpr std::uint8_t kWithMemo = 0xF5;
-constexpr std::uint8_t kLater = 0x30;
 constexpr std::uint8_t kCodePage1252 = 0x03;
-constexpr std::uint8_t kBinary = 0x04;
 
 // A field and its content; blank without `value`.
 template <typename Content>
@@ -58,7 +57,7 @@ struct WrittenTable {
 };
 
 const Columns<Contact> kNames = {
-    {"U_ID", 'C', 7, 0, [](const Contact& c) -> Value { return c.uid; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const Contact& c) -> Value { return c.uid; }},
     {"ID", 'C', 10, 0, [](const Contact& c) -> Value { return c.id; }},
     {"LAST", 'C', 30, 0, [](const Contact& c) -> Value { return c.last; }},
     {"FIRST", 'C', 20, 0, [](const Contact& c) -> Value { return c.first; }},
@@ -92,7 +91,7 @@ const Columns<Contact> kNames = {
 };
 
 const Columns<Event> kEvents = {
-    {"U_ID", 'C', 7, 0, [](const Event& e) -> Value { return e.uid; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const Event& e) -> Value { return e.uid; }},
     {"RNO", 'N', 8, 0, [](const Event& e) -> Value { return e.number; }},
     {"DATE", 'D', 8, 0, [](const Event& e) -> Value { return e.date; }},
     {"START", 'T', 8, 0, [](const Event& e) -> Value { return e.start; }},
@@ -108,7 +107,7 @@ const Columns<Event> kEvents = {
 };
 
 const Columns<Matter> kMatters = {
-    {"U_ID", 'C', 7, 0, [](const Matter& m) -> Value { return m.uid; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const Matter& m) -> Value { return m.uid; }},
     {"CASENUM", 'C', 15, 0, [](const Matter& m) -> Value { return m.number; }},
     {"MATTER", 'C', 50, 0, [](const Matter& m) -> Value { return m.name; }},
     {"CLASS", 'C', 10, 0, [](const Matter& m) -> Value { return m.matter_class; }},
@@ -126,7 +125,7 @@ const Columns<Matter> kMatters = {
 };
 
 const Columns<Note> kNotes = {
-    {"U_ID", 'C', 7, 0, [](const Note& n) -> Value { return n.uid; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const Note& n) -> Value { return n.uid; }},
     {"NAME_UID", 'C', 7, 0, [](const Note& n) -> Value { return n.contact_uid; }},
     {"TOPIC", 'C', 30, 0, [](const Note& n) -> Value { return n.topic; }},
     {"ENTRY", 'D', 8, 0, [](const Note& n) -> Value { return n.entry; }},
@@ -142,11 +141,11 @@ const Columns<Code> kCodes = {
      [](const Code& c) -> Value {
          return Number{c.rate, 8, 2};
      }},
-    {"U_ID", 'C', 7, 0, [](const Code& c) -> Value { return c.uid; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const Code& c) -> Value { return c.uid; }},
 };
 
 const Columns<CrossReference> kCrossReferences = {
-    {"U_ID", 'C', 7, 0, [](const CrossReference& x) -> Value { return x.uid; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const CrossReference& x) -> Value { return x.uid; }},
     {"ID", 'C', 10, 0, [](const CrossReference& x) -> Value { return x.contact.id; }},
     {"CASENUM", 'C', 15, 0, [](const CrossReference& x) -> Value { return x.matter.number; }},
     {"TYPE", 'C', 10, 0, [](const CrossReference&) -> Value { return "CLIENT"; }},
@@ -164,9 +163,9 @@ const Columns<CrossReference> kCrossReferences = {
 
 // The only record of the system table.
 const Columns<SampleSizes> kSystem = {
-    {"MYUDN", 'C', 2, 0, [](const SampleSizes&) -> Value { return kWorkstation; }},
-    {"TRACKSYNC", 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }},
-    {"TLASTDELTA", 'N', 5, 0, [](const SampleSizes&) -> Value { return 0; }},
+    {practice::kPrefixField, 'C', 2, 0, [](const SampleSizes&) -> Value { return kWorkstation; }},
+    {practice::kTracksField, 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }},
+    {practice::kLastStampField, 'N', 5, 0, [](const SampleSizes&) -> Value { return 0; }},
     {"RECORDNO", 'N', 8, 0, [](const SampleSizes& s) -> Value { return s.events; }},
     {"U_ID1", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.contacts; }},
     {"U_ID2", 'N', 10, 0, [](const SampleSizes& s) -> Value { return s.events; }},
@@ -191,17 +190,20 @@ struct JournalEntry {
 };
 
 const Columns<JournalEntry> kJournal = {
-    {"CCODE", 'C', 1, 0, [](const JournalEntry& e) -> Value { return e.kind; }},
-    {"CDB", 'C', 2, 0, [](const JournalEntry& e) -> Value { return e.table_code; }},
-    {"U_ID", 'C', 7, 0, [](const JournalEntry& e) -> Value { return e.uid; }},
-    {"CDT", 'C', 4, 0, [](const JournalEntry& e) -> Value { return e.stamp; }, kBinary},
-    {"CDATA", 'M', 4, 0, [](const JournalEntry& e) -> Value { return e.data; }, kBinary},
+    {practice::kKindField, 'C', 1, 0, [](const JournalEntry& e) -> Value { return e.kind; }},
+    {practice::kTableCodeField, 'C', 2, 0,
+     [](const JournalEntry& e) -> Value { return e.table_code; }},
+    {practice::kIdentifierField, 'C', 7, 0, [](const JournalEntry& e) -> Value { return e.uid; }},
+    {practice::kStampField, 'C', 4, 0, [](const JournalEntry& e) -> Value { return e.stamp; },
+     kBinary},
+    {practice::kDataField, 'M', 4, 0, [](const JournalEntry& e) -> Value { return e.data; },
+     kBinary},
 };
 
 const TagDefinition kDescendingEntry{"NEWEST", "ENTRY", "", false, false, true};
 
 const TableDefinition kNamesTable = {practice::kNames.file,
-                                     kWithMemo,
+                                     kFptMemos,
                                      {{"U_ID", "U_ID", ""},
                                       {"ID", "UPPER(ID)", ""},
                                       {"NAME", "UPPER(LAST+FIRST)", ""},
@@ -228,7 +230,7 @@ const TableDefinition kMattersTable = {practice::kMatters.file,
                                         kDescendingEntry}};
 const TableDefinition kNotesTable = {
     practice::kNotes.file,
-    kWithMemo,
+    kFptMemos,
     {{"U_ID", "U_ID", ""}, {"NAME", "NAME_UID+DTOS(ENTRY)", ""}, {"DELETED", "U_ID", "DELETED()"}}};
 const TableDefinition kCodesTable = {
     practice::kCodes.file,
@@ -415,7 +417,8 @@ std::vector<WrittenTable> write_tables(const SampleRequest& request) {
     Columns<SampleSizes> system = kSystem;
     TableDefinition notes = kNotesTable;
     if (request.v14) {
-        system.push_back({"V14", 'L', 1, 0, [](const SampleSizes&) -> Value { return true; }});
+        system.push_back({practice::kNewerNotesField, 'L', 1, 0,
+                          [](const SampleSizes&) -> Value { return true; }});
         notes.file = practice::kNewerNotes.file;
     }
     const auto entries = static_cast<std::uint32_t>(journal.entries().size());

@@ -8,7 +8,7 @@
 #include "BrenikDB/codes.h"
 #include "BrenikDB/lookup.h"
 #include "BrenikDB/selection.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/add_rec.h"
 #include "data/net_use.h"
 #include "data/scatgat.h"
@@ -32,7 +32,7 @@ std::string buffer_text(const Session& session, std::size_t element) {
 }
 
 std::string current_identifier(Session& session) {
-    return session.areas.field(session.areas.current(), "U_ID").text();
+    return session.areas.field(session.areas.current(), practice::kIdentifierField).text();
 }
 
 // The active order of the codes defines what a duplicate is.
@@ -54,7 +54,7 @@ int add_buffer(Session& session) {
         areas.table("AddEnd").go_to(0);
         return kAppendFailed;
     }
-    const std::size_t position = areas.field_position("U_ID");
+    const std::size_t position = areas.field_position(practice::kIdentifierField);
     if (position != 0 && position <= session.buffer->size()) {
         (*session.buffer)[position - 1] = areas.table("AddEnd").field_get(position);
     }
@@ -91,8 +91,8 @@ void fill_cross_reference(Session& session) {
     set("MATTER", areas.field(kMattersArea, "MATTER"));
     set("LAST", LASTFIRST(session));
     set("ENTRY", session.today());
-    set("U_ID1", areas.field(kNamesArea, "U_ID"));
-    set("U_ID3", areas.field(kMattersArea, "U_ID"));
+    set("U_ID1", areas.field(kNamesArea, practice::kIdentifierField));
+    set("U_ID3", areas.field(kMattersArea, practice::kIdentifierField));
 }
 
 // A link is written whole or not at all: its fields are filled in before the append writes
@@ -111,7 +111,8 @@ int append_cross_reference(Session& session) {
 // already in the file, so a fault costs only the link.
 int write_link(Session& session, const std::string& contact) {
     try {
-        if (!seek_in_order(session, "U_ID", contact)) return kIdentifierNotFound;
+        if (!seek_in_order(session, practice::kIdentifierField, contact))
+            return kIdentifierNotFound;
         return open_cross_reference(session) ? append_cross_reference(session) : kTableNotOpened;
     } catch (const std::exception& fault) {
         session.recover();

@@ -5,8 +5,8 @@
 #include "BrenikDB/codes.h"
 #include "BrenikDB/selection.h"
 #include "RSData/journal.h"
-#include "c_source/Data.h"
 #include "c_source/Strings.h"
+#include "c_source/retries.h"
 #include "data/scatgat.h"
 #include "fwp/trace_log.h"
 #include "util/runtime.h"
@@ -49,7 +49,7 @@ int EditStart(Session& session, int table, const Value& identifier) {
         trace(session, "EditStart", "EditStart U_ID is not Char.");
         return kIdentifierNotFound;
     }
-    if (!seek_in_order(session, "U_ID", identifier)) return kIdentifierNotFound;
+    if (!seek_in_order(session, practice::kIdentifierField, identifier)) return kIdentifierNotFound;
     session.buffer = SCATGAT(session);
     trace(session, "EditStart", [&] {
         return Array{"EditStart record selected", identifier, session.areas.record_number(),

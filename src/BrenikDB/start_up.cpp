@@ -109,7 +109,7 @@ int check_files(Session& session) {
 // Only the field's type counts, not its content.
 bool marks_newer_notes(Session& session) {
     WorkAreas& areas = session.areas;
-    const std::size_t position = areas.field_position("V14");
+    const std::size_t position = areas.field_position(practice::kNewerNotesField);
     return position != 0 && areas.table("StartUp").fields()[position - 1].type == 'L';
 }
 

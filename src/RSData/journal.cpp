@@ -4,9 +4,9 @@
 
 #include "RSData/stamps.h"
 #include "RSData/system_record.h"
-#include "c_source/Data.h"
 #include "c_source/Misc.h"
 #include "c_source/MiscFW.h"
+#include "c_source/retries.h"
 #include "fwp/fault_file.h"
 #include "fwp/trace_log.h"
 #include "practice/journal_entry.h"
@@ -44,34 +44,35 @@ void reread_settings(Session& session) {
 
 bool tracking(Session& session) {
     const SystemRecord settings(session);
-    return session.areas.field(kSystemArea, "TRACKSYNC").logical();
+    return session.areas.field(kSystemArea, practice::kTracksField).logical();
 }
 
 // A record without an identifier field has an empty identifier, so it cannot be tracked.
 std::string current_identifier(Session& session) {
     WorkAreas& areas = session.areas;
-    if (areas.field_position("U_ID") == 0) return {};
-    return areas.field(areas.current(), "U_ID").text();
+    if (areas.field_position(practice::kIdentifierField) == 0) return {};
+    return areas.field(areas.current(), practice::kIdentifierField).text();
 }
 
 std::string current_workstation(Session& session) {
     const SystemRecord settings(session);
-    return session.areas.field(kSystemArea, "MYUDN").text();
+    return session.areas.field(kSystemArea, practice::kPrefixField).text();
 }
 
 bool is_entry(Session& session, const EntryKey& key) {
     WorkAreas& areas = session.areas;
     const int area = journal_area(session);
-    return areas.field(area, "CDB").text() == key.table_code &&
-           areas.field(area, "U_ID").text() == key.identifier &&
-           areas.field(area, "CCODE").text() == key.kind;
+    return areas.field(area, practice::kTableCodeField).text() == key.table_code &&
+           areas.field(area, practice::kIdentifierField).text() == key.identifier &&
+           areas.field(area, practice::kKindField).text() == key.kind;
 }
 
 // Makes the entry the journal's current record; the phantom record if there is none. Pads the
 // identifier to the journal's own width, as in the index.
 bool find_entry(Session& session, EntryKey key) {
     Table& trans = journal(session);
-    const std::size_t position = session.areas.field_position(journal_area(session), "U_ID");
+    const std::size_t position =
+        session.areas.field_position(journal_area(session), practice::kIdentifierField);
     if (position != 0) {
         const int width = trans.fields()[position - 1].width;
         key.identifier = pad_right(key.identifier, static_cast<std::size_t>(width));
@@ -91,10 +92,10 @@ void put(Session& session, std::string_view field, const std::string& text) {
 }
 
 void put_entry(Session& session, const EntryKey& key, const std::string& stamp) {
-    put(session, "CCODE", key.kind);
-    put(session, "CDB", key.table_code);
-    put(session, "CDT", stamp);
-    put(session, "U_ID", key.identifier);
+    put(session, practice::kKindField, key.kind);
+    put(session, practice::kTableCodeField, key.table_code);
+    put(session, practice::kStampField, stamp);
+    put(session, practice::kIdentifierField, key.identifier);
 }
 
 // Begins a new entry; put() fills it.
@@ -199,7 +200,7 @@ void for_each_change(const FieldChanges& changes, const Table& table, Write writ
 // The entry's slots, one per field. Data from before the table gained fields are shorter; blank
 // data belong to an entry that does not exist yet.
 std::string entry_slots(Session& session, std::size_t field_count) {
-    const Value data = session.areas.field(journal_area(session), "CDATA");
+    const Value data = session.areas.field(journal_area(session), practice::kDataField);
     std::string slots = data.empty() ? std::string() : data.text();
     slots.resize(std::max(slots.size(), field_count * practice::kSlotSize), '\0');
     return slots;
@@ -240,7 +241,8 @@ bool RSADD(Session& session, const Addition& addition, Patience patience) {
 void require_journal(Session& session) {
     static_cast<void>(RSNOW(session));
     if (!tracking(session)) return;
-    for (const char* field : {"CCODE", "CDB", "CDT", "U_ID"}) {
+    for (const char* field : {practice::kKindField, practice::kTableCodeField,
+                              practice::kStampField, practice::kIdentifierField}) {
         static_cast<void>(session.areas.field(journal_area(session), field));
     }
     begin_entry(session);
@@ -286,7 +288,7 @@ bool RSDEL(Session& session, const Deletion& deletion) {
         }
         begin_entry(session);
         put_entry(session, key, stamp);
-        put(session, "CDATA", workstation);
+        put(session, practice::kDataField, workstation);
         if (!add_entry(session, "RSDEL", Patience::kFull)) return false;
         finish_entry(session);
         return true;
@@ -330,7 +332,7 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     if (changed && readable) {
         if (!exists) begin_entry(session);
         put_entry(session, key, stamp);
-        put(session, "CDATA", slots);
+        put(session, practice::kDataField, slots);
         journal(session).require_place();
     }
     // After require_place(), because the edit must not be written if the journal takes no entry.
@@ -361,7 +363,8 @@ std::string RSDTOF(Session& session, const std::string& table_code, const std::s
                    std::size_t field_number, std::string* changer) {
     const bool found = find_entry(session, {table_code, identifier, practice::kEdit});
     if (!found || field_number == 0) return std::string(practice::kStampSize, '\0');
-    const std::string data = session.areas.field(journal_area(session), "CDATA").text();
+    const std::string data =
+        session.areas.field(journal_area(session), practice::kDataField).text();
     const std::string_view slot = practice::slot_of(data, field_number);
     if (changer) *changer = substring(slot, practice::kStampSize + 1);
     std::string stamp(substring(slot, 1, practice::kStampSize));

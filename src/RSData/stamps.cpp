@@ -12,7 +12,7 @@ namespace brenik {
 
 std::string RSNOW(Session& session) {
     const SystemRecord settings(session);
-    const double last_delta = session.areas.field(kSystemArea, "TLASTDELTA").number();
+    const double last_delta = session.areas.field(kSystemArea, practice::kLastStampField).number();
     return RSDT(session.today(), std::max(session.clock.seconds(), last_delta));
 }
 

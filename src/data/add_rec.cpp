@@ -6,7 +6,7 @@
 
 #include "RSData/journal.h"
 #include "RSData/system_record.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/identifiers.h"
 #include "practice/journal_entry.h"
 
@@ -42,7 +42,8 @@ class RecordNumbers {
 void fill_in(Session& session, const NewRecord& options, const std::string& identifier) {
     options.fill();
     WorkAreas& areas = session.areas;
-    if (areas.field_position("U_ID") != 0) areas.set_field(areas.current(), "U_ID", identifier);
+    if (areas.field_position(practice::kIdentifierField) != 0)
+        areas.set_field(areas.current(), practice::kIdentifierField, identifier);
 }
 
 // One append under the counter's lock. The record in work area `area` receives the identifier;
@@ -75,7 +76,7 @@ class IdentifiedAppend {
         }
         if (own()) return true;
         assign();
-        session_.areas.table(area_, "U_ID").commit();
+        session_.areas.table(area_, practice::kIdentifierField).commit();
         return true;
     }
 
@@ -118,7 +119,7 @@ class IdentifiedAppend {
             set("ENTRY", session_.variables.TODAY);
             set("RNO", *number);
         }
-        if (identifier_.issued()) set("U_ID", identifier_.text());
+        if (identifier_.issued()) set(practice::kIdentifierField, identifier_.text());
     }
 
     void set(std::string_view field, const Value& value) {
@@ -178,7 +179,7 @@ bool append_under_counter(Session& session, int table, int area, const NewRecord
         require_journal(session);
         appended = IdentifiedAppend(session, table, area, options, begun).run();
         if (!appended) return;
-        addition.identifier = session.areas.field(area, "U_ID").text();
+        addition.identifier = session.areas.field(area, practice::kIdentifierField).text();
         journalled = journal(session, options, addition, Patience::kNone);
     };
     const bool writable = releasing_counter(session, [&] {
@@ -216,7 +217,7 @@ bool ADD_REC(Session& session, const NewRecord& options) {
     const int area = notes ? kNotesArea : areas.current();
     const int table = options.object && !notes ? options.object->NDB() : area;
     const bool identified = options.assign_identifier.value_or(
-        areas.field_position(area, "U_ID") != 0 && areas.used(kSystemArea));
+        areas.field_position(area, practice::kIdentifierField) != 0 && areas.used(kSystemArea));
     const bool appended =
         identified ? append_identified(session, table, area, options) : append(session, options);
     if (appended) mark_object(session, area, options.object);

@@ -3,7 +3,7 @@
 #include "data/append_blank.h"
 
 #include "RSData/journal.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/add_rec.h"
 #include "data/identifiers.h"
 #include "data/scatgat.h"
@@ -55,7 +55,7 @@ bool recycle_top_record(Session& session, Table& table) {
     if (!lock_deleted_record(session, table)) return false;
     table.recall();
     SCATGAT(session, blank);
-    if (session.areas.field_position("U_ID") == 0) return true;
+    if (session.areas.field_position(practice::kIdentifierField) == 0) return true;
     // The record can be filled even if a locked counter leaves it without an identifier, or the
     // journal refuses its entry.
     std::string identifier;

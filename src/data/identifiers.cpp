@@ -6,7 +6,7 @@
 
 #include "RSData/journal.h"
 #include "RSData/system_record.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "engine/orders.h"
 #include "engine/selected_area.h"
 #include "fwp/trace_log.h"
@@ -34,10 +34,10 @@ std::int64_t greatest_in(const FieldDescription& field) {
 
 // The order whose keys are the identifiers of all records, unchanged; 0 if there is none.
 std::size_t identifier_order(Table& table) {
-    const std::optional<std::size_t> number = find_order(table, "U_ID");
+    const std::optional<std::size_t> number = find_order(table, practice::kIdentifierField);
     if (!number || *number == 0) return 0;
     const OrderDescription order = table.order_description(*number);
-    const bool sound = equal_ignoring_case(trim_both(order.key), "U_ID") &&
+    const bool sound = equal_ignoring_case(trim_both(order.key), practice::kIdentifierField) &&
                        order.condition.empty() && !order.custom;
     return sound ? *number : 0;
 }
@@ -52,8 +52,8 @@ bool identify(Session& session, std::string& identifier, int table, int area,
         NextIdentifier next(session, table, area);
         if (!next.issued()) return;
         next.pass_over_known();
-        session.areas.set_field(area, "U_ID", next.text());
-        if (object) object->assign("U_ID", next.text());
+        session.areas.set_field(area, practice::kIdentifierField, next.text());
+        if (object) object->assign(practice::kIdentifierField, next.text());
         next.store();
         identifier = next.text();
         issued = true;
@@ -70,13 +70,13 @@ NextIdentifier::NextIdentifier(Session& session, int table, int area)
     const std::size_t position = areas.field_position(kSystemArea, counter);
     if (position == 0) return;
     counter_ = counter;
-    Table& owner = areas.table(area, "U_ID");
+    Table& owner = areas.table(area, practice::kIdentifierField);
     order_ = identifier_order(owner);
     if (order_ == 0) trace("no order of identifiers: the counter alone decides");
-    prefix_ = areas.field(kSystemArea, "MYUDN").text();
+    prefix_ = areas.field(kSystemArea, practice::kPrefixField).text();
     last_ = std::max<std::int64_t>(areas.field(kSystemArea, counter).whole(), 0);
     limit_ = greatest_in(areas.table(kSystemArea, counter).fields()[position - 1]);
-    const std::size_t field = areas.field_position(area, "U_ID");
+    const std::size_t field = areas.field_position(area, practice::kIdentifierField);
     const auto width = field == 0 ? 0 : static_cast<std::size_t>(owner.fields()[field - 1].width);
     if (prefix_.size() + practice::kIdentifierDigits > width) limit_ = 0;
     set(last_ + 1);
@@ -98,7 +98,7 @@ std::optional<std::string> NextIdentifier::last_known(const std::string& limit) 
     std::optional<std::string> last = last_journalled(session_, table_code_, limit);
     if (order_ == 0) return last;
     const std::optional<std::string> in_order =
-        session_.areas.table(area_, "U_ID").last_key(order_, limit);
+        session_.areas.table(area_, practice::kIdentifierField).last_key(order_, limit);
     if (in_order) last = std::max(last.value_or(""), in_order->substr(0, limit.size()));
     return last;
 }
@@ -158,7 +158,8 @@ bool NEXTUID(Session& session, std::string& identifier, const NextUid& options) 
     WorkAreas& areas = session.areas;
     const int area = areas.current();
     const int table = options.object ? options.object->NDB() : options.table.value_or(area);
-    if (areas.field_position("U_ID") == 0 || !areas.used(kSystemArea)) return false;
+    if (areas.field_position(practice::kIdentifierField) == 0 || !areas.used(kSystemArea))
+        return false;
     const SystemRecord counters(session);
     const auto issue = [&] {
         if (!options.record_locked && !REC_LOCK(session)) return false;

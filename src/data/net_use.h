@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "session/session.h"
 
 namespace brenik {

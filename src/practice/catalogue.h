@@ -34,8 +34,15 @@ inline constexpr int kSecondNotesArea = 16;
 inline constexpr std::array kTables{kNames,  kEvents, kMatters,         kNewerNotes, kNotes,
                                     kSystem, kCodes,  kCrossReferences, kJournal};
 
+// persistent: fields of these tables. A field of a single table is named where it is used.
+inline constexpr const char* kIdentifierField = "U_ID";  // of every table but the system table
+inline constexpr const char* kPrefixField = "MYUDN";     // the rest: of the system table
+inline constexpr const char* kTracksField = "TRACKSYNC";
+inline constexpr const char* kNewerNotesField = "V14";  // its type says which notes are in use
+inline constexpr const char* kLastStampField = "TLASTDELTA";
+
 inline constexpr const char* kSettingsFile = "LAWSYS.INI";
 
-inline std::string counter_field(int area) { return "U_ID" + std::to_string(area); }
+inline std::string counter_field(int area) { return kIdentifierField + std::to_string(area); }
 
 }  // namespace brenik::practice

@@ -18,6 +18,12 @@ inline constexpr const char* kAddition = "A";
 inline constexpr const char* kDeletion = "D";
 inline constexpr const char* kEdit = "E";
 
+// persistent: the fields of an entry, beside the identifier.
+inline constexpr const char* kTableCodeField = "CDB";
+inline constexpr const char* kKindField = "CCODE";
+inline constexpr const char* kStampField = "CDT";
+inline constexpr const char* kDataField = "CDATA";  // a memo
+
 // The key of an entry: table code, identifier, kind.
 inline constexpr const char* kEntryKey = "CDB+U_ID+CCODE";
 

@@ -4,7 +4,7 @@
 
 #include "RSData/journal.h"
 #include "RSData/stamps.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/add_rec.h"
 #include "data/append_blank.h"
 #include "data/identifiers.h"

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "BrenikDB/lookup.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/close_all.h"
 #include "data/companion.h"
 #include "data/exclusive.h"

@@ -10,7 +10,7 @@
 #include "BrenikDB/registry.h"
 #include "RSData/journal.h"
 #include "brenikdb.h"
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/add_rec.h"
 #include "data/net_use.h"
 #include "fake_engine.h"

@@ -148,7 +148,7 @@ void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
 }
 
 void TableFile::read_once(RecordNumber record, MutableBytes into) const {
-    if (file_.read_at(offset_of(record), into) != into.size()) {
+    if (file_.read_at(record::record_offset(layout_, record), into) != into.size()) {
         throw EngineFault(FaultCode::kDamagedFile, "read",
                           path() + ": record " + std::to_string(record) + " is cut short");
     }
@@ -159,7 +159,7 @@ void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
     ask_server();
     std::optional<locks::HeldLock> whole;
     keep_whole(record, platform::LockKind::kExclusive, whole);
-    replace(offset_of(record), bytes, before);
+    replace(record::record_offset(layout_, record), bytes, before);
     file_.require_same_session();
 }
 
@@ -173,7 +173,7 @@ void TableFile::ask_server() const {
 
 void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
                            std::optional<locks::HeldLock>& held) {
-    const std::uint64_t begin = offset_of(record);
+    const std::uint64_t begin = record::record_offset(layout_, record);
     const std::uint64_t last = begin + layout_.record_length - 1;
     if (exclusive_ || begin / kPageSize == last / kPageSize) return;
     const locks::LockRange range = locks::LockScheme::whole(record);
@@ -221,7 +221,7 @@ void TableFile::Addition::write(Bytes bytes) {
     std::vector<Byte> record_and_end(bytes.begin(), bytes.end());
     record_and_end.push_back(record::kEndMark);
     file_.ask_server();
-    file_.file_.write_at(file_.offset_of(record_), record_and_end);
+    file_.file_.write_at(record::record_offset(file_.layout_, record_), record_and_end);
     file_.step_autoincrement();
 }
 

@@ -44,7 +44,7 @@ class TableFile {
     }
     // Fills `into` with whole records from `first` on; false when they are not all there.
     bool read_many(RecordNumber first, MutableBytes into) const {
-        return file_.read_at(offset_of(first), into) == into.size();
+        return file_.read_at(record::record_offset(layout_, first), into) == into.size();
     }
     // Reads one record; the number must be 1 to count(). `earlier` is the result of an earlier
     // reading, or nothing.
@@ -107,9 +107,6 @@ class TableFile {
     void require_same_layout();
     void keep_other_mode_out();
     bool keep_strangers_out();
-    std::uint64_t offset_of(RecordNumber record) const {
-        return record::record_offset(layout_, record);
-    }
     void keep_whole(RecordNumber record, platform::LockKind kind,
                     std::optional<locks::HeldLock>& held);
     void read_once(RecordNumber record, MutableBytes into) const;

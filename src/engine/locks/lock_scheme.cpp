@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "engine/record/dbf_file.h"
+
 namespace brenik::locks {
 namespace {
 
@@ -22,7 +24,7 @@ LockScheme::LockScheme(const record::TableLayout& layout, LockMode mode)
 LockRange LockScheme::record(RecordNumber record) const {
     if (mode_ == LockMode::kProprietary) return {kLine + record, 1};
     if (counts_down_) return {kCountDownFrom - record, 1};
-    return {kOffsetBase + header_length_ + (record - std::uint64_t{1}) * record_length_, 1};
+    return {kOffsetBase + record::record_offset(header_length_, record_length_, record), 1};
 }
 
 LockRange LockScheme::append() const {

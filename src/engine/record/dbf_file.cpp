@@ -22,14 +22,7 @@ constexpr std::size_t kDecimalsOffset = 17;
 constexpr std::size_t kFieldFlagsOffset = 18;
 constexpr std::size_t kAutoincrementOffset = 19;
 
-constexpr std::uint8_t kHasStructuralIndex = 0x01;
-constexpr std::uint8_t kHasMemo = 0x02;
-constexpr std::uint8_t kMayBeNull = 0x02;
-constexpr std::uint8_t kHiddenSystemField = 0x05;
 constexpr std::size_t kMaxFieldNameLength = 10;
-
-constexpr std::array<std::uint8_t, 7> kReadableVersions = {0x03, 0x30, 0x31, 0x32,
-                                                           0x83, 0x8B, 0xF5};
 
 [[noreturn]] void damaged(const std::string& path, std::size_t offset, const std::string& what) {
     throw EngineFault(FaultCode::kDamagedFile, "open",
@@ -154,8 +147,7 @@ TableLayout parse_layout(Bytes header, const std::string& path) {
     if (header.size() <= kTableHeaderSize) damaged(path, 0, "the file is shorter than a header");
     TableLayout layout;
     layout.version = header[0];
-    if (std::find(kReadableVersions.begin(), kReadableVersions.end(), layout.version) ==
-        kReadableVersions.end()) {
+    if (!is_readable(layout.version)) {
         unsupported(path, "version byte " + std::to_string(layout.version) + " is not one we read");
     }
     if (header[kEncryptionOffset] != 0) unsupported(path, "the table is encrypted");
@@ -182,7 +174,7 @@ std::vector<Byte> make_header(TableLayout& layout, platform::LocalDay today) {
         column.name = "_NullFlags";
         column.type = '0';
         column.width = (bits + 7) / 8;
-        column.flags = kHiddenSystemField;
+        column.flags = kHidden | kBinary;
         layout.null_flags = column;
         place_fields(layout);
     }
@@ -198,7 +190,7 @@ std::vector<Byte> make_header(TableLayout& layout, platform::LocalDay today) {
     layout.header_length = static_cast<std::uint32_t>(length);
     layout.flags = static_cast<std::uint8_t>((layout.flags & kHasStructuralIndex) |
                                              (layout.has_memos() ? kHasMemo : 0));
-    if (layout.version == 0xF5) layout.flags &= kHasStructuralIndex;
+    if (layout.version == kFptMemos) layout.flags &= kHasStructuralIndex;
 
     std::vector<Byte> header(length, 0);
     header[0] = layout.version;

@@ -85,8 +85,12 @@ std::vector<Autoincrement> read_autoincrements(const platform::File& table,
 
 // -- The records.
 
+constexpr std::uint64_t record_offset(std::uint64_t header_length, std::uint64_t record_length,
+                                      RecordNumber record) {
+    return header_length + (record - std::uint64_t{1}) * record_length;
+}
 inline std::uint64_t record_offset(const TableLayout& layout, RecordNumber record) {
-    return layout.header_length + (record - std::uint64_t{1}) * layout.record_length;
+    return record_offset(layout.header_length, layout.record_length, record);
 }
 // The offset of the end mark after this many records.
 inline std::uint64_t end_of_records(const TableLayout& layout, RecordNumber count) {

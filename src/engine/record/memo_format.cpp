@@ -24,8 +24,8 @@ constexpr std::uint32_t kBinaryPointerWidth = 4;
 }  // namespace
 
 MemoKind memo_kind(std::uint8_t version) {
-    if (version == 0x83) return MemoKind::kGeneration3;
-    return version == 0x8B ? MemoKind::kGeneration4 : MemoKind::kFpt;
+    if (version == kGeneration3Memos) return MemoKind::kGeneration3;
+    return version == kGeneration4Memos ? MemoKind::kGeneration4 : MemoKind::kFpt;
 }
 
 const char* memo_extension(std::uint8_t version) {

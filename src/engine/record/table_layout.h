@@ -9,10 +9,20 @@
 #include <vector>
 
 #include "engine/record/field_types.h"
+#include "engine/record/table_version.h"
 #include "engine/record_number.h"
 #include "util/bytes.h"
 
 namespace brenik::record {
+
+// Flags of a table.
+inline constexpr std::uint8_t kHasStructuralIndex = 0x01;
+inline constexpr std::uint8_t kHasMemo = 0x02;
+// Flags of a field.
+inline constexpr std::uint8_t kHidden = 0x01;
+inline constexpr std::uint8_t kMayBeNull = 0x02;
+inline constexpr std::uint8_t kBinary = 0x04;
+inline constexpr std::uint8_t kAutoincrement = 0x0C;
 
 struct Field {
     std::string name;  // upper case
@@ -29,15 +39,15 @@ struct Field {
 
     bool is_memo() const { return kind->is_memo(); }
     // Holds bytes rather than text: never shown or recoded as text.
-    bool is_binary() const { return (flags & 0x04) != 0; }
+    bool is_binary() const { return (flags & kBinary) != 0; }
     // The engine fills this column when a record is added.
     bool is_autoincrement() const {
-        return kind->form == FieldForm::kInteger && (flags & 0x0C) == 0x0C;
+        return kind->form == FieldForm::kInteger && (flags & kAutoincrement) == kAutoincrement;
     }
 };
 
 struct TableLayout {
-    std::uint8_t version = 0x03;
+    std::uint8_t version = kPlain;
     std::uint8_t flags = 0;
     std::uint8_t code_page = 0;
     std::uint32_t header_length = 0;
@@ -45,10 +55,9 @@ struct TableLayout {
     std::vector<Field> fields;  // hidden ones left out
     std::optional<Field> null_flags;
 
-    bool has_structural_index() const { return (flags & 0x01) != 0; }
+    bool has_structural_index() const { return (flags & kHasStructuralIndex) != 0; }
     bool has_memos() const;
-    // 0x30 to 0x32: binary memo pointers, NULLs, 263 bytes after the field descriptors.
-    bool is_later_generation() const { return version >= 0x30 && version <= 0x32; }
+    bool is_later_generation() const { return record::is_later_generation(version); }
     const Field* find(std::string_view name) const;  // case-insensitive; null when absent
 };
 

@@ -1,6 +1,6 @@
 // The retry loops and the routines that use them.
 
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 
 #include "c_source/Misc.h"
 #include "platform/file.h"
