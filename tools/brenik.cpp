@@ -1,6 +1,6 @@
 // The companion tool: makes sample practices, shows tables and records, prints the journal, checks
-// and mends files, tests whether a share is sound, prints the fault file, and calls any routine of
-// the library.
+// and repairs files, tests whether a share is sound, prints the fault file, and calls any routine
+// of the library.
 //
 // Data goes to standard output, messages to standard error. Exit codes: 0 success, 1 a problem was
 // found, 2 wrong usage, 3 a file cannot be opened, 4 another program holds a lock or no partner
@@ -105,10 +105,10 @@ void add_doctor(CLI::App& app, DoctorRequest& request, ExitCode& code) {
     command->callback([&request, &code] { code = doctor(request); });
 }
 
-using Mend = ExitCode (*)(const RepairRequest&);
+using Repair = ExitCode (*)(const RepairRequest&);
 
-CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, RepairRequest& request,
-                      Mend mend, ExitCode& code) {
+CLI::App* add_repair(CLI::App& app, const char* name, const char* purpose, RepairRequest& request,
+                     Repair repair_files, ExitCode& code) {
     CLI::App* command = app.add_subcommand(name, purpose);
     command->add_option("PATH", request.path, "Folder of the practice, or a table's file")
         ->required();
@@ -116,7 +116,7 @@ CLI::App* add_mending(CLI::App& app, const char* name, const char* purpose, Repa
                         "Folder for copies of changed files; default: beside them");
     command->add_flag("--dry-run", request.dry_run, "Only report what would be done");
     command->add_flag("--json", request.json, "As JSON, one line per step");
-    command->callback([&request, &code, mend] { code = mend(request); });
+    command->callback([&request, &code, repair_files] { code = repair_files(request); });
     return command;
 }
 
@@ -167,9 +167,9 @@ int main(int argc, char** argv) {
     DoctorRequest doctor_request;
     add_doctor(app, doctor_request, outcome);
     RepairRequest repair_request;
-    add_mending(app, "repair", "Mend what check reports", repair_request, repair, outcome);
+    add_repair(app, "repair", "Repair what check reports", repair_request, repair, outcome);
     RepairRequest reindex_request;
-    add_mending(app, "reindex", "Rebuild indexes", reindex_request, reindex, outcome)
+    add_repair(app, "reindex", "Rebuild indexes", reindex_request, reindex, outcome)
         ->add_option("--tag", reindex_request.tags,
                      "Tag to use instead of, or besides, those of the old index: "
                      "NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]")

@@ -33,12 +33,9 @@ void print_summary(const CheckRequest& request, const FindingPrinter& printer, s
         std::cout << dump(summary) << "\n";
         return;
     }
-    const auto counted = [](std::uint64_t number, const char* what) {
-        return (number == 0 ? "no" : std::to_string(number)) + " " + what +
-               (number == 1 ? "" : "s");
-    };
     std::cout << request.path << ": " << counted(tables, "table") << ", "
-              << counted(records, "record") << ": " << counted(printer.faults(), "fault");
+              << counted(records, "record") << ": "
+              << (printer.faults() == 0 ? "no faults" : counted(printer.faults(), "fault"));
     if (printer.notes() > 0) std::cout << ", " << counted(printer.notes(), "note");
     if (printer.unchecked() > 0) std::cout << ", " << printer.unchecked() << " not checked";
     std::cout << "\n";

@@ -18,7 +18,7 @@ struct CounterFault {
 };
 
 // A journal entry for a record that does not exist. It keeps the entry's fields, because the record
-// number may belong to another entry by the time it is mended.
+// number may belong to another entry by the time it is repaired.
 struct JournalFault {
     RecordNumber record;
     std::string table_code;
@@ -28,7 +28,7 @@ struct JournalFault {
     bool operator==(const JournalFault&) const = default;
 };
 
-// The faults that can be mended.
+// The faults that can be repaired.
 struct PracticeFaults {
     std::vector<CounterFault> counters;
     std::vector<JournalFault> journal_entries;

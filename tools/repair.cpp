@@ -13,6 +13,7 @@
 #include "check.h"
 #include "display.h"
 #include "findings.h"
+#include "practice/journal_entry.h"
 #include "practice_check.h"
 #include "progress.h"
 #include "util/runtime.h"
@@ -24,8 +25,9 @@ using Json = nlohmann::ordered_json;
 using maintenance::RepairResult;
 using maintenance::RepairStep;
 
-using MendTable = RepairResult (*)(const std::string&, const maintenance::RepairOptions&,
-                                   const maintenance::RepairReport&, const maintenance::Progress&);
+using RepairTable = RepairResult (*)(const std::string&, const maintenance::RepairOptions&,
+                                     const maintenance::RepairReport&,
+                                     const maintenance::Progress&);
 
 [[noreturn]] void refuse_tag(const std::string& text) {
     throw ToolError(
@@ -89,7 +91,7 @@ class TrialFolder {
     std::filesystem::path path_;
 };
 
-struct MendedTable {
+struct RepairedTable {
     std::string path;
     RepairResult outcome;
 
@@ -111,14 +113,14 @@ struct MendedTable {
     }
 };
 
-bool is_of_practice(const MendedTable& table) {
+bool is_of_practice(const RepairedTable& table) {
     return std::ranges::any_of(practice::kTables,
                                [&](const auto& each) { return upper(each.file) == table.name(); });
 }
 
-class Mender {
+class PracticeRepair {
   public:
-    explicit Mender(const RepairRequest& request) : request_(request) {
+    explicit PracticeRepair(const RepairRequest& request) : request_(request) {
         options_.backup_folder = request.backup;
         for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
         if (request.dry_run) make_trial();
@@ -135,7 +137,7 @@ class Mender {
         }
     }
 
-    void mend_tables(MendTable mend) {
+    void repair_tables(RepairTable repair_one) {
         const std::vector<std::string> tables = tables_at(request_.path);
         if (!options_.tags.empty() && tables.size() != 1) {
             throw ToolError(ExitCode::kUsage, "--tag needs a single table");
@@ -148,15 +150,15 @@ class Mender {
                 bar.clear();
                 print(deed);
             };
-            const RepairResult outcome = mend(table, options_, report, bar.progress());
+            const RepairResult outcome = repair_one(table, options_, report, bar.progress());
             note(outcome);
-            mended_.push_back({table, outcome});
+            repaired_.push_back({table, outcome});
         }
     }
 
-    // Mends counters and journal entries while other programs may continue to work. Leaves alone
+    // Repairs counters and journal entries while other programs may continue to work. Leaves alone
     // what depends on a table that is still damaged, because repairing that may bring records back.
-    void mend_practice() {
+    void repair_practice() {
         if (!is_practice(request_.path)) return;
         const PracticeFaults faults = check_practice(
             trial_ ? std::vector{trial_->path(), request_.path} : std::vector{request_.path},
@@ -187,7 +189,7 @@ class Mender {
             if (trial_) summary["would_do"] = done_;
             std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {
-            std::cout << request_.path << ": nothing to mend\n";
+            std::cout << request_.path << ": nothing to repair\n";
         }
         if (partly_) return ExitCode::kProblem;
         if (cannot_open_) return ExitCode::kCannotOpen;
@@ -230,7 +232,7 @@ class Mender {
             std::cout << dump(line) << "\n";
             return;
         }
-        std::cout << (!deed.done ? "not mended: "
+        std::cout << (!deed.done ? "not repaired: "
                       : trial_   ? "would do: "
                                  : "")
                   << base_name(file) << ": ";
@@ -247,11 +249,11 @@ class Mender {
     // Reports each table that is still not sound, and returns their names.
     std::set<std::string> leave_alone() {
         std::set<std::string> names;
-        for (const MendedTable& table : mended_) {
+        for (const RepairedTable& table : repaired_) {
             if (!is_of_practice(table) || table.is_settled()) continue;
             names.insert(table.name());
             print({false, table.path,
-                   "not compared with the counters and the journal until it is mended"});
+                   "not compared with the counters and the journal until it is repaired"});
         }
         return names;
     }
@@ -309,8 +311,9 @@ class Mender {
         const auto says = [&](std::string_view field, const std::string& text) {
             return journal.field_get(position_of(journal, field)).text() == text;
         };
-        const bool same = !journal.deleted() && says("CDB", entry.table_code) &&
-                          says("U_ID", entry.identifier) && says("CCODE", entry.kind);
+        const bool same = !journal.deleted() && says(practice::kTableCodeField, entry.table_code) &&
+                          says(practice::kIdentifierField, entry.identifier) &&
+                          says(practice::kKindField, entry.kind);
         if (same) journal.mark_deleted();
         journal.unlock_all();
         return same;
@@ -337,7 +340,7 @@ class Mender {
     maintenance::RepairOptions options_;
     std::optional<TrialFolder> trial_;  // of a dry run
     std::string folder_;                // of the tables, with its separator
-    std::vector<MendedTable> mended_;
+    std::vector<RepairedTable> repaired_;
     std::size_t done_ = 0;
     std::size_t left_ = 0;
     bool partly_ = false;
@@ -348,16 +351,16 @@ class Mender {
 }  // namespace
 
 ExitCode repair(const RepairRequest& request) {
-    Mender mender(request);
-    mender.mend_tables(maintenance::repair_table);
-    mender.mend_practice();
-    return mender.finish();
+    PracticeRepair practice(request);
+    practice.repair_tables(maintenance::repair_table);
+    practice.repair_practice();
+    return practice.finish();
 }
 
 ExitCode reindex(const RepairRequest& request) {
-    Mender mender(request);
-    mender.mend_tables(maintenance::reindex_table);
-    return mender.finish();
+    PracticeRepair practice(request);
+    practice.repair_tables(maintenance::reindex_table);
+    return practice.finish();
 }
 
 }  // namespace brenik::tools

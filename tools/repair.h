@@ -1,4 +1,4 @@
-// The commands `repair` and `reindex`: mend what `check` reports.
+// The commands `repair` and `reindex`: repair what `check` reports.
 
 #pragma once
 
@@ -17,7 +17,7 @@ struct RepairRequest {
     bool json = false;
 };
 
-// Both print what they do and return the exit code: a problem if something could not be mended,
+// Both print what they do and return the exit code: a problem if something could not be repaired,
 // locked if other programs use a table.
 ExitCode repair(const RepairRequest& request);
 ExitCode reindex(const RepairRequest& request);

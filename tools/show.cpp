@@ -65,8 +65,8 @@ Json describe(Table& table) {
 
 void print_description(const Json& table) {
     std::cout << table["path"].get<std::string>() << ": version "
-              << table["version"].get<std::string>() << ", " << table["records"] << " records of "
-              << table["record_length"] << " bytes\nfields\n";
+              << table["version"].get<std::string>() << ", " << counted(table["records"], "record")
+              << " of " << counted(table["record_length"], "byte") << "\nfields\n";
     for (const Json& field : table["fields"]) {
         std::cout << "  " << pad_right(field["name"].get<std::string>(), kNameColumn)
                   << field["type"].get<std::string>() << " " << field["width"];

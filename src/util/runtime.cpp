@@ -61,6 +61,10 @@ std::string replace_all(std::string_view text, std::string_view search, std::str
     return result.append(text.substr(start));
 }
 
+std::string counted(std::uint64_t number, const std::string& noun) {
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 std::string upper(std::string_view text) {
     std::string result(text);
     std::transform(result.begin(), result.end(), result.begin(), upper_letter);

@@ -19,6 +19,8 @@ std::string pad_right(std::string_view text, std::size_t width);
 std::string_view trim_right(std::string_view text);  // trailing blanks only
 std::string_view trim_both(std::string_view text);   // leading and trailing blanks
 std::string replace_all(std::string_view text, std::string_view search, std::string_view by);
+// "1 record", "2 records".
+std::string counted(std::uint64_t number, const std::string& noun);
 std::string upper(std::string_view text);                          // a to z only
 bool equal_ignoring_case(std::string_view a, std::string_view b);  // a to z only
 // True when `text` begins with `prefix`; an empty prefix always matches.

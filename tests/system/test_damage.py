@@ -337,7 +337,7 @@ def test_checked_and_mended(new_practice, file, damage, finding):
     if damage is NO_TAGS or 'remedy' in finding:
         for options in ['--dry-run'], []:
             ended, output, _ = brenik('repair', practice, *options)
-            assert ended == 1 and 'not mended: ' in output and snapshot(practice.folder) == before
+            assert ended == 1 and 'not repaired: ' in output and snapshot(practice.folder) == before
         return
     assert any(has(found, 'kind=' + finding, remedy=remedy) for remedy in ('repair', 'reindex')), found
     tried = deeds(practice, 0, '--dry-run')
@@ -346,7 +346,7 @@ def test_checked_and_mended(new_practice, file, damage, finding):
     assert_sound(practice.folder)
     copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in practice.folder.glob('*.bak-*')}
     assert copies and all(before[copied] == content for copied, content in copies.items())
-    assert brenik('repair', practice) == (0, '%s: nothing to mend\n' % path_form(OURS)(practice), '')
+    assert brenik('repair', practice) == (0, '%s: nothing to repair\n' % path_form(OURS)(practice), '')
 
 
 def test_sound_files_are_left_alone(new_practice, tmp_path):
@@ -458,7 +458,7 @@ def test_output_that_is_not_read(session, new_practice):
 
 
 def test_beside_sessions(session, practice):
-    """What a session has not finished is no fault; what it has open is not mended."""
+    """What a session has not finished is no fault; what it has open is not repaired."""
     last = practice.table('LAW1').rows[4]['LAST'].encode()
     practice.patch('LAW1', 5, 'LAST', b'Zzz')               # the record is written, its key is not
     with HeldBytes(practice.find('LAW1.DBF'), practice.table('LAW1').lock_position(5)):
@@ -521,7 +521,7 @@ def test_the_journal_waits_for_its_tables(session, practice):
     ended, output, _ = brenik('repair', practice, '--dry-run')
     assert ended == 0 and 'would do: LAWSYS.DBF: record 1: counter U_ID3' in output and 'LawTrans' not in output
     ended, output, _ = brenik('repair', practice)
-    assert ended == 4 and 'not mended: LAW1.DBF: not compared' in output
+    assert ended == 4 and 'not repaired: LAW1.DBF: not compared' in output
     assert practice.counter('U_ID3') == 20 and Path(practice.find('LAWTRANS.DBF')).read_bytes() == journal
     assert session.shutdown() == 0 and brenik('repair', practice)[0] == 0
     assert findings(practice, 0) == [] and Path(practice.find('LAWTRANS.DBF')).read_bytes() == journal

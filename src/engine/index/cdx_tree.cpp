@@ -315,10 +315,10 @@ bool CdxTag::descend(Bytes entry, Path& path) {
             pages_.damaged(page->offset(), "expected a tree of at most 64 levels");
         }
         CdxPage& child = child_of(*page, slot);
-        if (mend(path, child)) return false;
+        if (repair(path, child)) return false;
         page = &child;
     }
-    if (mend_before(path, entry)) return false;
+    if (repair_before(path, entry)) return false;
     set_levels(path);
     return true;
 }
@@ -344,10 +344,10 @@ void CdxTag::learn_levels(const Path& path, CdxPage& child) {
 
 // Makes the last entry of `path` agree with the child that it names. True if something was
 // repaired. A child that ends before its entry in the parent becomes loose.
-bool CdxTag::mend(Path& path, CdxPage& child) {
+bool CdxTag::repair(Path& path, CdxPage& child) {
     CdxPage& parent = *path.back().page;
     const std::size_t slot = path.back().slot;
-    mend_left_pointer(path, child);
+    repair_left_pointer(path, child);
     const std::uint32_t next = expected_right(path.back());
     CdxPage* extra = child.right == next ? nullptr : &split_off(child);
     const std::vector<Byte> said(parent.entry(slot).begin(), parent.entry(slot).end());
@@ -383,7 +383,7 @@ bool CdxTag::mend(Path& path, CdxPage& child) {
 
 // An entry that would become the first of its leaf may belong in the leaf before, if an interrupted
 // change has added a last entry there that the parents do not know yet.
-bool CdxTag::mend_before(const Path& path, Bytes entry) {
+bool CdxTag::repair_before(const Path& path, Bytes entry) {
     if (path.back().slot > 0) return false;
     const auto turn = std::find_if(path.rbegin(), path.rend(),
                                    [](const Position& step) { return step.slot > 0; });
@@ -405,7 +405,7 @@ std::uint32_t CdxTag::expected_right(const Position& parent) {
     return right_of(*parent.page).child(0);
 }
 
-void CdxTag::mend_left_pointer(Path& path, CdxPage& child) {
+void CdxTag::repair_left_pointer(Path& path, CdxPage& child) {
     const Position parent = path.back();
     if (parent.slot > 0 && child.left == parent.page->child(parent.slot - 1)) return;
     path.push_back({&child, 0});

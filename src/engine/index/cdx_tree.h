@@ -128,7 +128,7 @@ class CdxTag {
     bool descend(Bytes entry, Path& path);
     void set_levels(const Path& path);
     void learn_levels(const Path& path, CdxPage& child);
-    bool mend(Path& path, CdxPage& child);
+    bool repair(Path& path, CdxPage& child);
     std::uint32_t expected_right(const Position& parent);
     void settle(Path& path, std::size_t depth);
     void loosen(CdxPage& page, Bytes said);
@@ -136,8 +136,8 @@ class CdxTag {
     std::vector<CdxPage*> split(CdxPage& page, const Position& changed);
     void link_behind(CdxPage& page, CdxPage& added);
     void unlink(const CdxPage& page, CdxPage* left);
-    bool mend_before(const Path& path, Bytes entry);
-    void mend_left_pointer(Path& path, CdxPage& child);
+    bool repair_before(const Path& path, Bytes entry);
+    void repair_left_pointer(Path& path, CdxPage& child);
     CdxPage* left_neighbour(const Path& path, std::size_t depth);
     std::vector<Byte> checked_entry(Bytes key, RecordNumber record) const;
     void append(Level& level, Bytes entry, std::uint32_t child);

@@ -112,7 +112,7 @@ void LocalTable::reopen_files() {
 void LocalTable::reopen() {
     const bool held = record_ != 0 && file_->locks().owns(record_);
     reopen_files();
-    orders_->mend_doubtful([this](const TableOrders::RecordUse& use) {
+    orders_->repair_doubtful([this](const TableOrders::RecordUse& use) {
         const auto read = [this](RecordNumber first, MutableBytes into) {
             return file_->read_many(first, into);
         };

@@ -93,7 +93,7 @@ bool TableOrders::doubtful() const {
 }
 
 // While the records are read, the index lock prevents additions of records and changes of keys.
-void TableOrders::mend_doubtful(const std::function<void(const RecordUse&)>& for_each) {
+void TableOrders::repair_doubtful(const std::function<void(const RecordUse&)>& for_each) {
     for (OpenIndex& one : indexes_) {
         if (!one.doubtful) continue;
         index::CdxFile::Change change(*one.file);

@@ -40,7 +40,7 @@ class TableOrders {
     // `for_each` calls back with every record. EngineFault kBusy when such an index stays locked.
     using RecordUse = std::function<bool(const record::RecordView&)>;
     bool doubtful() const;
-    void mend_doubtful(const std::function<void(const RecordUse&)>& for_each);
+    void repair_doubtful(const std::function<void(const RecordUse&)>& for_each);
     // Attaches the orders of an index file and opens the file if necessary. Throws Refused when it
     // cannot be opened.
     void attach(const std::string& name);

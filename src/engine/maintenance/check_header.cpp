@@ -8,6 +8,7 @@
 
 #include "engine/locks/short_lock.h"
 #include "engine/record/field_codec.h"
+#include "util/runtime.h"
 
 namespace brenik::maintenance {
 namespace {
@@ -28,12 +29,12 @@ std::size_t width_at(const std::vector<Byte>& header, std::size_t at) {
     return record::width_in(Bytes(header).subspan(at));
 }
 
-bool is_later_generation(const std::vector<Byte>& header) {
-    return header[0] >= 0x30 && header[0] <= 0x32;
+std::size_t backlink_size(const std::vector<Byte>& header) {
+    return record::is_later_generation(header[0]) ? record::kBacklinkSize : 0;
 }
 
 // Puts the end of the field list where the widths add up to the record's length.
-bool mend_list_end(std::vector<Byte>& header) {
+bool correct_list_end(std::vector<Byte>& header) {
     const std::size_t record_length = load_le16(header.data() + record::kRecordLengthOffset);
     const std::size_t header_length = load_le16(header.data() + record::kHeaderLengthOffset);
     std::size_t length = 1;
@@ -42,7 +43,7 @@ bool mend_list_end(std::vector<Byte>& header) {
         length += width_at(header, at);
         at += record::kFieldDescriptorSize;
     }
-    const std::size_t expected = at + 1 + (is_later_generation(header) ? record::kBacklinkSize : 0);
+    const std::size_t expected = at + 1 + backlink_size(header);
     if (length != record_length || at >= header.size()) return false;
     if (header_length != expected && header_length != expected + 1) return false;
     header[at] = record::kDescriptorsEnd;
@@ -59,15 +60,14 @@ std::optional<std::size_t> list_end(const std::vector<Byte>& header) {
 
 // Recomputes the record length from the widths, and the header length from the number of
 // descriptors.
-bool mend_lengths(std::vector<Byte>& header) {
+bool correct_lengths(std::vector<Byte>& header) {
     const std::optional<std::size_t> end = list_end(header);
     if (!end) return false;
     std::size_t length = 1;
     for (std::size_t at = record::kTableHeaderSize; at < *end; at += record::kFieldDescriptorSize) {
         length += width_at(header, at);
     }
-    const std::size_t header_length =
-        *end + 1 + (is_later_generation(header) ? record::kBacklinkSize : 0);
+    const std::size_t header_length = *end + 1 + backlink_size(header);
     if (length > record::kLongestRecord || header_length > record::kLargestHeader) return false;
     // Some writers put one more byte after the list; a header length that includes it is kept.
     if (load_le16(header.data() + record::kHeaderLengthOffset) != header_length + 1) {
@@ -99,29 +99,29 @@ bool explains_size(const platform::File& table, const record::TableLayout& layou
 RecordNumber wrong_marks(const platform::File& table, const record::TableLayout& layout,
                          RecordNumber counted, std::uint64_t size) {
     RecordNumber wrong = 0;
-    std::uint64_t at = layout.header_length;
-    for (RecordNumber i = 0; i < std::min(counted, kMarksLookedAt) && at < size; ++i) {
-        if (!has_mark(table, at)) ++wrong;
-        at += layout.record_length;
+    for (RecordNumber record = 1; record <= std::min(counted, kMarksLookedAt); ++record) {
+        const std::uint64_t at = record::record_offset(layout, record);
+        if (at < size && !has_mark(table, at)) ++wrong;
     }
     return wrong;
 }
 
 // Tries the corrections that the rest of the header and the file's length can prove.
-void try_to_mend(HeaderFacts& facts, const std::vector<Byte>& header, const platform::File& table) {
+void try_to_correct(HeaderFacts& facts, const std::vector<Byte>& header,
+                    const platform::File& table) {
     if (header.size() <= record::kTableHeaderSize) return;
     const std::string& path = table.path();
     std::vector<Byte> with_end = header;
-    if (mend_list_end(with_end) && (facts.layout = parse(with_end, path))) {
-        facts.mended = with_end;
+    if (correct_list_end(with_end) && (facts.layout = parse(with_end, path))) {
+        facts.corrected = with_end;
         return;
     }
     std::vector<Byte> with_lengths = header;
-    if (!mend_lengths(with_lengths)) return;
+    if (!correct_lengths(with_lengths)) return;
     facts.layout = parse(with_lengths, path);
     if (!facts.layout) return;
     if (explains_size(table, *facts.layout, record::counted_in(header), facts.size)) {
-        facts.mended = with_lengths;
+        facts.corrected = with_lengths;
     } else {
         facts.layout.reset();
     }
@@ -136,7 +136,7 @@ std::optional<std::vector<Byte>> with_exact_length(const HeaderFacts& facts,
     const RecordNumber counted = record::counted_in(header);
     std::vector<Byte> exact = header;
     store_le16(exact.data() + record::kHeaderLengthOffset, 0);
-    if (!mend_lengths(exact) || exact == header) return std::nullopt;
+    if (!correct_lengths(exact) || exact == header) return std::nullopt;
     const std::optional<record::TableLayout> layout = parse(exact, table.path());
     if (!layout) return std::nullopt;
     const RecordNumber as_given = wrong_marks(table, *facts.layout, counted, facts.size);
@@ -223,18 +223,18 @@ Tail tail_of(const platform::File& table, const HeaderFacts& facts) {
 }
 
 void report_tail(const HeaderFacts& facts, const Reporter& report) {
-    const std::string counts = "the header counts " + std::to_string(facts.counted) + " records, ";
+    const std::string counts = "the header counts " + counted(facts.counted, "record") + ", ";
     switch (facts.tail) {
         case Tail::kSound:
             return;
         case Tail::kCutShort: {
             const std::uint64_t end = facts.end_of(facts.held);
             const std::uint64_t rest = facts.size > end ? facts.size - end : 0;
-            report.fault("cut-short", Remedy::kRepair, at_record(facts.held + 1),
-                         counts + "the file holds " + std::to_string(facts.held) +
-                             (rest > 0 ? " and " + std::to_string(rest) + " bytes of the next"
-                                       : std::string()) +
-                             "; the others are lost unless there is a copy of the table");
+            report.fault(
+                "cut-short", Remedy::kRepair, at_record(facts.held + 1),
+                counts + "the file holds " + std::to_string(facts.held) +
+                    (rest > 0 ? " and " + counted(rest, "byte") + " of the next" : std::string()) +
+                    "; the others are lost unless there is a copy of the table");
             return;
         }
         case Tail::kUncounted:
@@ -253,8 +253,8 @@ void report_tail(const HeaderFacts& facts, const Reporter& report) {
         case Tail::kRubbish:
             report.fault("rubbish", Remedy::kRepair, {},
                          "at " + std::to_string(facts.end_of(facts.counted) + 1) + ": " +
-                             std::to_string(facts.size - facts.end_of(facts.counted) - 1) +
-                             " bytes after the end mark");
+                             counted(facts.size - facts.end_of(facts.counted) - 1, "byte") +
+                             " after the end mark");
             return;
     }
 }
@@ -277,18 +277,19 @@ HeaderFacts check_header(platform::File& table, const Reporter& report) {
     facts.size = table.size();
     facts.layout = parse(header, table.path());
     if (!facts.layout) {
-        try_to_mend(facts, header, table);
+        try_to_correct(facts, header, table);
         report_header(facts, header, table.path(), report);
-    } else if (const auto mended = with_exact_length(facts, header, table)) {
-        report.fault("header", Remedy::kRepair, {},
-                     "at 8: header length " + std::to_string(facts.layout->header_length) +
-                         "; the field list and the records show that it should be " +
-                         std::to_string(load_le16(mended->data() + record::kHeaderLengthOffset)));
-        facts.mended = *mended;
-        facts.layout = parse(*mended, table.path());
+    } else if (const auto corrected = with_exact_length(facts, header, table)) {
+        report.fault(
+            "header", Remedy::kRepair, {},
+            "at 8: header length " + std::to_string(facts.layout->header_length) +
+                "; the field list and the records show that it should be " +
+                std::to_string(load_le16(corrected->data() + record::kHeaderLengthOffset)));
+        facts.corrected = *corrected;
+        facts.layout = parse(*corrected, table.path());
     }
     if (!facts.layout) return facts;
-    if (facts.mended.empty()) check_descriptors(*facts.layout, header, report);
+    if (facts.corrected.empty()) check_descriptors(*facts.layout, header, report);
 
     bool locked = false;
     {

@@ -24,7 +24,7 @@ enum class Tail {
 struct HeaderFacts {
     std::optional<record::TableLayout> layout;  // empty: the table cannot be interpreted
     // The header with what can be proved corrected; empty when nothing is to be corrected.
-    std::vector<Byte> mended;
+    std::vector<Byte> corrected;
     RecordNumber counted = 0;  // in the header
     RecordNumber held = 0;     // whole records that fit the file
     RecordNumber usable = 0;   // the number of records that the table should count

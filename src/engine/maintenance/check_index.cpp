@@ -242,9 +242,9 @@ class IndexCheck {
         }
         if (orphans.size() > kMostPagesNamed) list += " ...";
         report_.note("orphan-pages", Remedy::kReindex, at_page({}, orphans.front()),
-                     std::to_string(orphans.size()) +
-                         " pages belong to no tag and are not on the list of free pages (at " +
-                         list + "): wasted space, nothing worse");
+                     counted(orphans.size(), "page") +
+                         " of no tag and not on the list of free pages (at " + list +
+                         "): wasted space, nothing worse");
     }
 
     // -- Keys.

@@ -8,6 +8,7 @@
 #include "engine/locks/lock_scheme.h"
 #include "engine/record/memo_format.h"
 #include "engine/record/record_scan.h"
+#include "util/runtime.h"
 
 namespace brenik::maintenance {
 namespace {
@@ -130,7 +131,7 @@ class RecordCheck {
                 report_.fault("memo-block-size", Remedy::kRepair, {},
                               "the block size is " + std::to_string(format_.block_size) +
                                   ", but the memos of all records begin at blocks of " +
-                                  std::to_string(size) + " bytes");
+                                  counted(size, "byte"));
                 facts_.block_size = static_cast<std::uint16_t>(size);
                 bad_.clear();
                 claims_.clear();

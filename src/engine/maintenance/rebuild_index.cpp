@@ -114,8 +114,7 @@ void replace_index(OpenTableFiles& files, const HeaderFacts& header,
 }
 
 std::string built(const std::vector<make::TagPlan>& plans, RecordNumber records) {
-    return "index rebuilt: " + std::to_string(plans.size()) + " tags, " + std::to_string(records) +
-           " records";
+    return "index rebuilt: " + counted(plans.size(), "tag") + ", " + counted(records, "record");
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ class TableRepair {
             }
             if (misplaced()) return refuse_misplaced();
             if (!index_only && counts.faults + counts.notes == 0) return RepairResult::kNothingToDo;
-            if (access_ == Access::kTry) return mend_copies();
+            if (access_ == Access::kTry) return repair_copies();
             if (index_only) return reindex();
             repair();
         } catch (const EngineFault& fault) {
@@ -70,7 +70,7 @@ class TableRepair {
                file.failure() == platform::OpenFailure::kMissing;
     }
 
-    RepairResult mend_copies() {
+    RepairResult repair_copies() {
         const std::string path = files_.table.path();
         try {
             copy_table(path, options_.trial_folder);
@@ -109,7 +109,7 @@ class TableRepair {
     }
 
     RepairResult reindex() {
-        if (!found_.header.mended.empty() || found_.header.tail == Tail::kCutShort ||
+        if (!found_.header.corrected.empty() || found_.header.tail == Tail::kCutShort ||
             found_.header.tail == Tail::kUncounted) {
             log_.refuse(files_.table.path(),
                         "header or record count is wrong; run \"brenik repair\"");
@@ -124,10 +124,10 @@ class TableRepair {
     }
 
     void repair() {
-        mend_header();
-        mend_end();
-        mend_memo_header();
-        for (const MemoFault& fault : found_.memo.faults) mend(fault);
+        repair_header();
+        repair_end();
+        repair_memo_header();
+        for (const MemoFault& fault : found_.memo.faults) repair_memo(fault);
         remove_leftover();
         const bool keys_changed =
             found_.header.tail == Tail::kUncounted || found_.header.tail == Tail::kCutShort;
@@ -137,15 +137,15 @@ class TableRepair {
         }
     }
 
-    void mend_header() {
-        const std::vector<Byte>& header = found_.header.mended;
+    void repair_header() {
+        const std::vector<Byte>& header = found_.header.corrected;
         if (header.empty()) return;
         log_.act(files_.table, "header corrected", [&] {
             files_.table.write_at(0, Bytes(header).first(found_.header.layout->header_length));
         });
     }
 
-    void mend_end() {
+    void repair_end() {
         const HeaderFacts& header = found_.header;
         if (header.tail == Tail::kSound) return;
         const std::uint64_t end = header.end_of(header.usable);
@@ -161,7 +161,7 @@ class TableRepair {
         const std::uint64_t cut = header.size > end + 1 ? header.size - end - 1 : 0;
         log_.act(files_.table,
                  "end mark written after record " + std::to_string(header.usable) +
-                     (cut > 0 ? "; " + std::to_string(cut) + " bytes after it are in the copy only"
+                     (cut > 0 ? "; " + counted(cut, "byte") + " after it only in the copy"
                               : std::string()),
                  [&] {
                      files_.table.write_at(end, {&record::kEndMark, 1});
@@ -171,7 +171,7 @@ class TableRepair {
 
     // -- Memos.
 
-    void mend_memo_header() {
+    void repair_memo_header() {
         if (!found_.memo.sound_header) return make_memo_file();
         if (found_.memo.block_size) {
             log_.act(files_.memo, "block size set to " + std::to_string(*found_.memo.block_size),
@@ -196,7 +196,7 @@ class TableRepair {
         log_.done(files_.memo.path(), "empty memo file created");
     }
 
-    void mend(const MemoFault& fault) {
+    void repair_memo(const MemoFault& fault) {
         const record::Field& field = found_.header.layout->fields[fault.field];
         const std::uint64_t at = found_.header.end_of(fault.record - 1);
         std::vector<Byte> record(found_.header.layout->record_length);
