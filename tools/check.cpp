@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "display.h"
+#include "engine/maintenance/check_table.h"
 #include "findings.h"
 #include "platform/file.h"
 #include "platform/share.h"

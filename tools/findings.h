@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "engine/maintenance/maintenance.h"
+#include "engine/maintenance/finding.h"
 #include "practice.h"
 
 namespace brenik::tools {

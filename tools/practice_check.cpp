@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "display.h"
+#include "engine/maintenance/check_index.h"
 #include "engine/maintenance/record_reader.h"
 #include "practice/catalogue.h"
 #include "practice/identifiers.h"

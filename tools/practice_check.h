@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/maintenance/maintenance.h"
+#include "engine/maintenance/finding.h"
 
 namespace brenik::tools {
 

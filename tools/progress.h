@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "engine/maintenance/maintenance.h"
+#include "engine/maintenance/finding.h"
 
 namespace brenik::tools {
 

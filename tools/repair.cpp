@@ -12,6 +12,9 @@
 
 #include "check.h"
 #include "display.h"
+#include "engine/maintenance/check_table.h"
+#include "engine/maintenance/repair_table.h"
+#include "engine/maintenance/table_copies.h"
 #include "findings.h"
 #include "practice/journal_entry.h"
 #include "practice_check.h"

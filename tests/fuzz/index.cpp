@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kMostSteps = 4000;
 
-void walk(index::CdxTag& tag) {
+void walk(index::CdxTree& tag) {
     index::IndexEntry entry, last;
     std::size_t steps = 0;
     for (bool any = tag.first(entry); any && ++steps < kMostSteps; any = tag.after(entry, entry)) {
@@ -25,13 +25,13 @@ void walk(index::CdxTag& tag) {
     tag.at_or_before(as_bytes("M"), 7, entry);
 }
 
-std::string made_up_key(const index::CdxTag& tag, int number) {
+std::string made_up_key(const index::CdxTree& tag, int number) {
     std::string key = std::to_string(number * 7919 % 100);
     key.resize(tag.description().key_length, number % 3 == 0 ? 'x' : static_cast<char>(0x20));
     return key;
 }
 
-void change(index::CdxFile& file, index::CdxTag& tag) {
+void change(index::CdxFile& file, index::CdxTree& tag) {
     index::IndexEntry entry;
     for (int number = 0; number < 60; number += 6) {
         index::CdxFile::Change change(file);

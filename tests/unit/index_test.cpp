@@ -59,7 +59,7 @@ std::vector<index::IndexEntry> entries_of(RecordNumber count, KeyOf key_of) {
     return entries;
 }
 
-Entries walk(index::CdxTag& tag, bool forward) {
+Entries walk(index::CdxTree& tag, bool forward) {
     Entries found;
     index::IndexEntry entry;
     for (bool any = forward ? tag.first(entry) : tag.last(entry); any;
@@ -94,7 +94,7 @@ class IndexTest : public testing::Test {
     // A change of the first tag, published.
     static void change(index::CdxFile& file, const Entries& removed, const Entries& added) {
         index::CdxFile::Change change(file);
-        index::CdxTag& tag = *file.tags()[0];
+        index::CdxTree& tag = *file.tags()[0];
         for (const Entry& e : removed) change.remove(tag, as_bytes(e.first), e.second);
         for (const Entry& e : added) change.insert(tag, as_bytes(e.first), e.second);
         change.publish();
@@ -112,13 +112,13 @@ class IndexTest : public testing::Test {
     const fs::path path_ = folder_ / "T.CDX";
 };
 
-void expect_walks(index::CdxTag& tag, const Entries& wanted) {
+void expect_walks(index::CdxTree& tag, const Entries& wanted) {
     EXPECT_EQ(walk(tag, true), wanted);
     EXPECT_EQ(walk(tag, false), wanted);
 }
 
 // Where an entry, which need not be there, and the first half of its key lie among those held.
-void expect_places(index::CdxTag& tag, const Entries& held, const Entry& probe) {
+void expect_places(index::CdxTree& tag, const Entries& held, const Entry& probe) {
     index::IndexEntry found;
     const auto check = [&](bool any, std::size_t place) {
         ASSERT_EQ(any, place < held.size());
@@ -179,7 +179,7 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
         const unsigned removals = round % 4 == 3 ? 9 : 2;
         for (int batch = 0; batch < 50; ++batch) {
             index::CdxFile& file = random() % 4 == 0 ? *two : *one;
-            index::CdxTag& tag = *file.tags()[0];
+            index::CdxTree& tag = *file.tags()[0];
             index::CdxFile::Change change(file);
             for (int step = 0; step < 10; ++step) {
                 if (!model.empty() && random() % 10 < removals) {
@@ -201,7 +201,7 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
         const Entries held(model.begin(), model.end());
         ASSERT_EQ(on_disk(pad), held);
         for (index::CdxFile* file : {one.get(), two.get()}) {
-            index::CdxTag& tag = *file->tags()[0];
+            index::CdxTree& tag = *file->tags()[0];
             for (int i = 0; i < 20; ++i) {
                 expect_places(tag, held, {some_key(random, length, pad), random() % 9});
                 if (!held.empty()) expect_places(tag, held, held[random() % held.size()]);
@@ -353,7 +353,7 @@ TEST_F(IndexTest, DamageIsNamedAndNeverFollowed) {
     const auto use = [&] {
         const auto file = open();
         if (file->tags().empty()) return;
-        index::CdxTag& tag = *file->tags()[0];
+        index::CdxTree& tag = *file->tags()[0];
         for (const bool forward : {true, false}) EXPECT_LE(walk(tag, forward).size(), 40000u);
         index::IndexEntry entry;
         tag.at(tag.count() / 2, entry);

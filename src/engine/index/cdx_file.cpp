@@ -31,7 +31,7 @@ void keep_strangers_out(platform::File& file) {
 
 CdxFile::CdxFile(platform::File file, bool exclusive, locks::LockMode mode)
     : pages_(std::make_unique<CdxPages>(std::move(file), exclusive, mode)),
-      directory_(std::make_unique<CdxTag>(*pages_, directory_description(), 0)) {}
+      directory_(std::make_unique<CdxTree>(*pages_, directory_description(), 0)) {}
 
 CdxFile::~CdxFile() = default;
 
@@ -41,7 +41,7 @@ const platform::File& CdxFile::file() const { return pages_->file(); }
 
 void CdxFile::close() noexcept { pages_->file().close(); }
 
-const std::vector<std::unique_ptr<CdxTag>>& CdxFile::tags() const { return tags_; }
+const std::vector<std::unique_ptr<CdxTree>>& CdxFile::tags() const { return tags_; }
 
 void CdxFile::sync() { pages_->file().sync(); }
 
@@ -85,7 +85,7 @@ void CdxFile::read_directory() {
         free_from = offset + kTagHeaderSize;
         const std::string text(trim_right(name.key));
         require_texts_inside(header, path(), offset);
-        tags_.push_back(std::make_unique<CdxTag>(
+        tags_.push_back(std::make_unique<CdxTree>(
             *pages_, parse_tag_header(header, text, path(), offset), name.record));
     }
 }
@@ -110,8 +110,8 @@ std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
         new CdxFile(std::move(file), true, locks::LockMode::kCompatible));
 }
 
-CdxTag& CdxFile::add_tag(const TagDescription& description,
-                         const std::vector<IndexEntry>& entries) {
+CdxTree& CdxFile::add_tag(const TagDescription& description,
+                          const std::vector<IndexEntry>& entries) {
     if (!pages_->exclusive()) {
         throw EngineFault(FaultCode::kNotLocked, "create index",
                           path() + ": adding a tag needs exclusive use");
@@ -127,7 +127,7 @@ CdxTag& CdxFile::add_tag(const TagDescription& description,
                           path() + ": tag " + description.name + " exists already");
     }
     const std::uint32_t header = pages_->reserve_header();
-    auto tag = std::make_unique<CdxTag>(*pages_, description, header);
+    auto tag = std::make_unique<CdxTree>(*pages_, description, header);
     tag->build(entries);
     pages_->fill_header(header, make_tag_header(description, pages_->root(tag->form()), path()));
     change.insert(*directory_, as_bytes(name), header);
@@ -148,13 +148,13 @@ CdxFile::Change::~Change() {
     file_.pages_->end_change();
 }
 
-bool CdxFile::Change::contains(CdxTag& tag, Bytes key) { return tag.contains(key); }
+bool CdxFile::Change::contains(CdxTree& tag, Bytes key) { return tag.contains(key); }
 
-bool CdxFile::Change::insert(CdxTag& tag, Bytes key, RecordNumber record) {
+bool CdxFile::Change::insert(CdxTree& tag, Bytes key, RecordNumber record) {
     return tag.insert(key, record);
 }
 
-bool CdxFile::Change::remove(CdxTag& tag, Bytes key, RecordNumber record) {
+bool CdxFile::Change::remove(CdxTree& tag, Bytes key, RecordNumber record) {
     return tag.remove(key, record);
 }
 

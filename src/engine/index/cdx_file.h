@@ -51,12 +51,12 @@ class CdxFile {
     // Closes the file, which releases every lock on it. Nothing may be read or changed afterwards.
     void close() noexcept;
     // In creation order.
-    const std::vector<std::unique_ptr<CdxTag>>& tags() const;
+    const std::vector<std::unique_ptr<CdxTree>>& tags() const;
 
     // Adds a tag and builds it bottom-up from entries sorted by (key, record). Needs exclusive use,
     // otherwise EngineFault kNotLocked: other processes with the file open would not maintain the
     // new tag. A unique tag takes the first entry of each key.
-    CdxTag& add_tag(const TagDescription& description, const std::vector<IndexEntry>& entries);
+    CdxTree& add_tag(const TagDescription& description, const std::vector<IndexEntry>& entries);
 
     // EngineFault kLimit when the file is so large that the keys of a new record might not fit.
     void require_room() const;
@@ -81,11 +81,11 @@ class CdxFile {
         Change& operator=(const Change&) = delete;
 
         // True when the tag holds an entry with exactly this key.
-        bool contains(CdxTag& tag, Bytes key);
+        bool contains(CdxTree& tag, Bytes key);
         // Adds an entry. False, with nothing changed, if it exists already.
-        bool insert(CdxTag& tag, Bytes key, RecordNumber record);
+        bool insert(CdxTree& tag, Bytes key, RecordNumber record);
         // Removes an entry. False if it does not exist.
-        bool remove(CdxTag& tag, Bytes key, RecordNumber record);
+        bool remove(CdxTree& tag, Bytes key, RecordNumber record);
 
         // Rebuilds every tag, in order, from entries sorted by (key, record).
         void rebuild(const std::vector<std::vector<IndexEntry>>& entries);
@@ -106,8 +106,8 @@ class CdxFile {
     void read_directory();
 
     std::unique_ptr<CdxPages> pages_;
-    std::unique_ptr<CdxTag> directory_;
-    std::vector<std::unique_ptr<CdxTag>> tags_;
+    std::unique_ptr<CdxTree> directory_;
+    std::vector<std::unique_ptr<CdxTree>> tags_;
 };
 
 }  // namespace brenik::index

@@ -55,7 +55,7 @@ const LeafCounts::Leaf& LeafCounts::holding(std::size_t number) const {
 // -- In the tree.
 
 // Reads page headers, and no page from the file twice.
-class CdxTag::HeaderReader {
+class CdxTree::HeaderReader {
   public:
     explicit HeaderReader(CdxPages& pages) : pages_(pages) {
         pages.measure();
@@ -96,7 +96,7 @@ class CdxTag::HeaderReader {
 };
 
 // Counts again only if something may have changed since. Called inside a walk.
-const LeafCounts& CdxTag::leaf_counts() {
+const LeafCounts& CdxTree::leaf_counts() {
     if (counted_generation_ == pages_.generation()) return leaf_counts_;
     LeafCounts counts;
     std::uint32_t offset = locate({}, false).page->offset();
@@ -113,7 +113,7 @@ const LeafCounts& CdxTag::leaf_counts() {
     return leaf_counts_;
 }
 
-std::size_t CdxTag::count() {
+std::size_t CdxTree::count() {
     std::size_t total = 0;
     read([&] {
         total = leaf_counts().total();
@@ -122,7 +122,7 @@ std::size_t CdxTag::count() {
     return total;
 }
 
-std::size_t CdxTag::count_below(Bytes probe, bool past_equal) {
+std::size_t CdxTree::count_below(Bytes probe, bool past_equal) {
     std::size_t number = 0;
     read([&] {
         const LeafCounts& counts = leaf_counts();
@@ -138,7 +138,7 @@ std::size_t CdxTag::count_below(Bytes probe, bool past_equal) {
     return number;
 }
 
-bool CdxTag::at(std::size_t number, IndexEntry& found) {
+bool CdxTree::at(std::size_t number, IndexEntry& found) {
     return read([&] {
         const LeafCounts& counts = leaf_counts();
         if (number >= counts.total()) return false;
@@ -152,11 +152,11 @@ bool CdxTag::at(std::size_t number, IndexEntry& found) {
     });
 }
 
-std::size_t CdxTag::count_before(Bytes key, RecordNumber record) {
+std::size_t CdxTree::count_before(Bytes key, RecordNumber record) {
     return count_below(probe(key, record), false);
 }
 
-std::size_t CdxTag::count_through(Bytes key, RecordNumber record) {
+std::size_t CdxTree::count_through(Bytes key, RecordNumber record) {
     return count_below(probe(key, record), true);
 }
 

@@ -21,12 +21,12 @@ int compare(Bytes a, Bytes b) {
 
 }  // namespace
 
-CdxTag::CdxTag(CdxPages& pages, TagDescription description, std::uint32_t header_offset)
+CdxTree::CdxTree(CdxPages& pages, TagDescription description, std::uint32_t header_offset)
     : pages_(pages), description_(std::move(description)), header_(header_offset) {}
 
 // -- Walking.
 
-void CdxTag::begin() {
+void CdxTree::begin() {
     if (description_.key_length < 1 || description_.key_length > kLongestCdxKey) {
         throw EngineFault(
             FaultCode::kUnsupported, "read index",
@@ -35,7 +35,7 @@ void CdxTag::begin() {
     visits_left_ = kSpareVisits + 2 * pages_.page_count();
 }
 
-std::vector<Byte> CdxTag::probe(Bytes key, RecordNumber record) const {
+std::vector<Byte> CdxTree::probe(Bytes key, RecordNumber record) const {
     const std::size_t length = std::min(key.size(), description_.key_length);
     std::vector<Byte> bytes(key.begin(), key.begin() + static_cast<std::ptrdiff_t>(length));
     if (length < description_.key_length) return bytes;
@@ -44,11 +44,11 @@ std::vector<Byte> CdxTag::probe(Bytes key, RecordNumber record) const {
     return bytes;
 }
 
-bool CdxTag::forward(Bytes probe, bool past_equal, IndexEntry& found) {
+bool CdxTree::forward(Bytes probe, bool past_equal, IndexEntry& found) {
     return read([&] { return answer(locate(probe, past_equal), found); });
 }
 
-bool CdxTag::backward(Bytes probe, bool past_equal, IndexEntry& found) {
+bool CdxTree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
     return read([&] {
         Position position = locate(probe, past_equal);
         // An interrupted removal can leave a greater entry in the page before.
@@ -60,7 +60,7 @@ bool CdxTag::backward(Bytes probe, bool past_equal, IndexEntry& found) {
     });
 }
 
-bool CdxTag::after(const IndexEntry& entry, IndexEntry& found) {
+bool CdxTree::after(const IndexEntry& entry, IndexEntry& found) {
     const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
     return read([&] {
         if (!remembered(bytes)) return answer(locate(bytes, true), found);
@@ -73,7 +73,7 @@ bool CdxTag::after(const IndexEntry& entry, IndexEntry& found) {
     });
 }
 
-bool CdxTag::before(const IndexEntry& entry, IndexEntry& found) {
+bool CdxTree::before(const IndexEntry& entry, IndexEntry& found) {
     const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
     return read([&] {
         Position position = remembered(bytes) ? last_ : locate(bytes, false);
@@ -85,12 +85,12 @@ bool CdxTag::before(const IndexEntry& entry, IndexEntry& found) {
 }
 
 // True when `last_` is valid and is the position of this entry.
-bool CdxTag::remembered(Bytes entry) const {
+bool CdxTree::remembered(Bytes entry) const {
     return last_.page != nullptr && last_generation_ == pages_.generation() &&
            same(last_.page->entry(last_.slot), entry);
 }
 
-bool CdxTag::answer(Position position, IndexEntry& found) {
+bool CdxTree::answer(Position position, IndexEntry& found) {
     if (position.slot >= position.page->count()) return false;
     const Bytes key = position.page->entry(position.slot).first(description_.key_length);
     found.key.assign(as_text(key));
@@ -100,14 +100,14 @@ bool CdxTag::answer(Position position, IndexEntry& found) {
     return true;
 }
 
-CdxPage& CdxTag::load(std::uint32_t offset) {
+CdxPage& CdxTree::load(std::uint32_t offset) {
     if (visits_left_-- == 0) pages_.damaged(offset, "expected pages that do not form a cycle");
     return pages_.page(form(), offset);
 }
 
-CdxPage& CdxTag::root() { return load(pages_.root(form())); }
+CdxPage& CdxTree::root() { return load(pages_.root(form())); }
 
-CdxPage& CdxTag::child_of(const CdxPage& page, std::size_t slot) {
+CdxPage& CdxTree::child_of(const CdxPage& page, std::size_t slot) {
     const std::uint32_t offset = page.child(slot);
     if (offset == page.offset()) {
         pages_.damaged(offset, "entry " + std::to_string(slot) + ": expected another page");
@@ -115,7 +115,7 @@ CdxPage& CdxTag::child_of(const CdxPage& page, std::size_t slot) {
     return load(offset);
 }
 
-CdxPage& CdxTag::sibling(const CdxPage& page, std::uint32_t offset) {
+CdxPage& CdxTree::sibling(const CdxPage& page, std::uint32_t offset) {
     if (offset == page.offset()) pages_.damaged(offset, "expected another page as sibling");
     CdxPage& other = load(offset);
     if (other.leaf() != page.leaf()) {
@@ -124,7 +124,7 @@ CdxPage& CdxTag::sibling(const CdxPage& page, std::uint32_t offset) {
     return other;
 }
 
-CdxPage& CdxTag::right_of(const CdxPage& page) {
+CdxPage& CdxTree::right_of(const CdxPage& page) {
     CdxPage& other = sibling(page, page.right);
     if (!page.empty() && !other.empty() && compare(page.last_entry(), other.entry(0)) > 0) {
         pages_.damaged(other.offset(), "expected keys not less than those of the left sibling");
@@ -133,7 +133,7 @@ CdxPage& CdxTag::right_of(const CdxPage& page) {
 }
 
 // A page that an interrupted split left without an entry in the parent.
-CdxPage& CdxTag::split_off(const CdxPage& page) {
+CdxPage& CdxTree::split_off(const CdxPage& page) {
     CdxPage& other = right_of(page);
     if (page.empty() || other.empty()) pages_.damaged(page.offset(), "expected entries");
     return other;
@@ -141,7 +141,7 @@ CdxPage& CdxTag::split_off(const CdxPage& page) {
 
 // The leaf and slot of the first entry at or past the probe; one slot past the last entry if every
 // entry is before it.
-CdxTag::Position CdxTag::locate(Bytes probe, bool past_equal) {
+CdxTree::Position CdxTree::locate(Bytes probe, bool past_equal) {
     CdxPage* page = &root();
     for (std::size_t depth = 0; depth < kDeepestTree; ++depth) {
         std::size_t slot = page->bound(probe, past_equal);
@@ -158,7 +158,7 @@ CdxTag::Position CdxTag::locate(Bytes probe, bool past_equal) {
     pages_.damaged(page->offset(), "expected a tree of at most 64 levels");
 }
 
-void CdxTag::check_depth(const CdxPage& leaf, std::size_t depth) {
+void CdxTree::check_depth(const CdxPage& leaf, std::size_t depth) {
     if (depth_generation_ == pages_.generation() && leaf_depth_ != depth) {
         pages_.damaged(leaf.offset(), "expected leaves at one depth only");
     }
@@ -166,7 +166,7 @@ void CdxTag::check_depth(const CdxPage& leaf, std::size_t depth) {
     leaf_depth_ = depth;
 }
 
-bool CdxTag::step_back(Position& position) {
+bool CdxTree::step_back(Position& position) {
     if (position.slot == 0) return !position.page->empty() && find_before(position);
     --position.slot;
     return true;
@@ -174,7 +174,7 @@ bool CdxTag::step_back(Position& position) {
 
 // Moves from the first entry of a leaf to the one before it. Descends from the root, because an
 // interrupted write can leave left pointers to pages that are no longer in use.
-bool CdxTag::find_before(Position& position) {
+bool CdxTree::find_before(Position& position) {
     const Bytes first = position.page->entry(0);
     Path candidates;
     descend_before(root(), first, candidates);
@@ -193,7 +193,7 @@ bool CdxTag::find_before(Position& position) {
 
 // Collects the positions below a page where the last entry less than `limit` may be; the nearest is
 // last.
-void CdxTag::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
+void CdxTree::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
     for (CdxPage* page = &from;;) {
         std::size_t slot = page->bound(limit, false);
         while (slot == page->count() && page->right != kNoPage) {
@@ -209,7 +209,7 @@ void CdxTag::descend_before(CdxPage& from, Bytes limit, Path& candidates) {
 }
 
 // Follows right pointers, but not to the page `end` nor to entries that are not less than `limit`.
-CdxPage& CdxTag::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
+CdxPage& CdxTree::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
     CdxPage* page = &from;
     while (page->right != kNoPage && page->right != end) {
         CdxPage& right = right_of(*page);
@@ -219,7 +219,7 @@ CdxPage& CdxTag::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
     return *page;
 }
 
-bool CdxTag::step_on(Position& position) {
+bool CdxTree::step_on(Position& position) {
     ++position.slot;
     while (position.slot >= position.page->count()) {
         if (position.page->right == kNoPage) return false;
@@ -230,13 +230,13 @@ bool CdxTag::step_on(Position& position) {
 
 // -- Changing.
 
-bool CdxTag::contains(Bytes key) {
+bool CdxTree::contains(Bytes key) {
     IndexEntry found;
     return key.size() == description_.key_length && forward(key, false, found) &&
            same(as_bytes(found.key), key);
 }
 
-std::vector<Byte> CdxTag::checked_entry(Bytes key, RecordNumber record) const {
+std::vector<Byte> CdxTree::checked_entry(Bytes key, RecordNumber record) const {
     if (key.size() != description_.key_length) {
         throw EngineFault(FaultCode::kUnsuitableValue, "change index",
                           pages_.path() + ": tag " + description_.name + ": a key of " +
@@ -245,7 +245,7 @@ std::vector<Byte> CdxTag::checked_entry(Bytes key, RecordNumber record) const {
     return probe(key, record);
 }
 
-bool CdxTag::insert(Bytes key, RecordNumber record) {
+bool CdxTree::insert(Bytes key, RecordNumber record) {
     const std::vector<Byte> entry = checked_entry(key, record);
     Path path = path_to(entry);
     const auto [leaf, slot] = path.back();
@@ -255,7 +255,7 @@ bool CdxTag::insert(Bytes key, RecordNumber record) {
     return true;
 }
 
-bool CdxTag::remove(Bytes key, RecordNumber record) {
+bool CdxTree::remove(Bytes key, RecordNumber record) {
     const std::vector<Byte> entry = checked_entry(key, record);
     Path path = path_to(entry);
     const auto [leaf, slot] = path.back();
@@ -270,13 +270,13 @@ bool CdxTag::remove(Bytes key, RecordNumber record) {
     return true;
 }
 
-void CdxTag::loosen(CdxPage& page, Bytes said) {
+void CdxTree::loosen(CdxPage& page, Bytes said) {
     if (page.loose) return;
     loose_.emplace_back(said.begin(), said.end());
     page.loose = true;
 }
 
-void CdxTag::finish() {
+void CdxTree::finish() {
     while (!loose_.empty()) {
         Path path = path_to(loose_.back());
         const auto lowest = std::find_if(path.rbegin(), path.rend(),
@@ -291,7 +291,7 @@ void CdxTag::finish() {
 }
 
 // The path to the leaf and slot of an entry, or to where it belongs.
-CdxTag::Path CdxTag::path_to(Bytes entry) {
+CdxTree::Path CdxTree::path_to(Bytes entry) {
     begin();
     Path path;
     while (!descend(entry, path)) path.clear();
@@ -299,7 +299,7 @@ CdxTag::Path CdxTag::path_to(Bytes entry) {
 }
 
 // False when it repaired something on the way; the path has then changed.
-bool CdxTag::descend(Bytes entry, Path& path) {
+bool CdxTree::descend(Bytes entry, Path& path) {
     CdxPage* page = &root();
     if (page->right != kNoPage) {
         learn_levels(path, *page);
@@ -323,7 +323,7 @@ bool CdxTag::descend(Bytes entry, Path& path) {
     return true;
 }
 
-void CdxTag::set_levels(const Path& path) {
+void CdxTree::set_levels(const Path& path) {
     for (std::size_t depth = 0; depth < path.size(); ++depth) {
         const int level = static_cast<int>(path.size() - 1 - depth);
         CdxPage& page = *path[depth].page;
@@ -335,7 +335,7 @@ void CdxTag::set_levels(const Path& path) {
 }
 
 // Sets the levels of a page and of those above it, for writes before a whole path is known.
-void CdxTag::learn_levels(const Path& path, CdxPage& child) {
+void CdxTree::learn_levels(const Path& path, CdxPage& child) {
     int level = 0;
     for (CdxPage* page = &child; !page->leaf(); page = &child_of(*page, 0)) ++level;
     child.level = level;
@@ -344,7 +344,7 @@ void CdxTag::learn_levels(const Path& path, CdxPage& child) {
 
 // Makes the last entry of `path` agree with the child that it names. True if something was
 // repaired. A child that ends before its entry in the parent becomes loose.
-bool CdxTag::repair(Path& path, CdxPage& child) {
+bool CdxTree::repair(Path& path, CdxPage& child) {
     CdxPage& parent = *path.back().page;
     const std::size_t slot = path.back().slot;
     repair_left_pointer(path, child);
@@ -383,7 +383,7 @@ bool CdxTag::repair(Path& path, CdxPage& child) {
 
 // An entry that would become the first of its leaf may belong in the leaf before, if an interrupted
 // change has added a last entry there that the parents do not know yet.
-bool CdxTag::repair_before(const Path& path, Bytes entry) {
+bool CdxTree::repair_before(const Path& path, Bytes entry) {
     if (path.back().slot > 0) return false;
     const auto turn = std::find_if(path.rbegin(), path.rend(),
                                    [](const Position& step) { return step.slot > 0; });
@@ -399,13 +399,13 @@ bool CdxTag::repair_before(const Path& path, Bytes entry) {
 }
 
 // The page to the right of the named child, according to its parents.
-std::uint32_t CdxTag::expected_right(const Position& parent) {
+std::uint32_t CdxTree::expected_right(const Position& parent) {
     if (parent.slot + 1 < parent.page->count()) return parent.page->child(parent.slot + 1);
     if (parent.page->right == kNoPage) return kNoPage;
     return right_of(*parent.page).child(0);
 }
 
-void CdxTag::repair_left_pointer(Path& path, CdxPage& child) {
+void CdxTree::repair_left_pointer(Path& path, CdxPage& child) {
     const Position parent = path.back();
     if (parent.slot > 0 && child.left == parent.page->child(parent.slot - 1)) return;
     path.push_back({&child, 0});
@@ -418,7 +418,7 @@ void CdxTag::repair_left_pointer(Path& path, CdxPage& child) {
 }
 
 // The page whose right pointer names the page at `depth` or skips it.
-CdxPage* CdxTag::left_neighbour(const Path& path, std::size_t depth) {
+CdxPage* CdxTree::left_neighbour(const Path& path, std::size_t depth) {
     std::size_t level = depth;
     while (level > 0 && path[level - 1].slot == 0) --level;
     if (level == 0) return nullptr;
@@ -436,7 +436,7 @@ CdxPage* CdxTag::left_neighbour(const Path& path, std::size_t depth) {
 
 // Completes a change to the entries of one page: splits it or removes it from the tree, and updates
 // its entry in the parent.
-void CdxTag::settle(Path& path, std::size_t depth) {
+void CdxTree::settle(Path& path, std::size_t depth) {
     CdxPage& page = *path[depth].page;
     pages_.touch_entries(page);
     if (page.empty()) return remove_emptied(path, depth);
@@ -461,7 +461,7 @@ void CdxTag::settle(Path& path, std::size_t depth) {
     settle(path, depth - 1);
 }
 
-void CdxTag::remove_emptied(Path& path, std::size_t depth) {
+void CdxTree::remove_emptied(Path& path, std::size_t depth) {
     CdxPage& page = *path[depth].page;
     if (depth == 0) {
         page.become_empty_leaf();
@@ -474,7 +474,7 @@ void CdxTag::remove_emptied(Path& path, std::size_t depth) {
 }
 
 // Splits a page that has become too large; the new pages are on its right.
-std::vector<CdxPage*> CdxTag::split(CdxPage& page, const Position& changed) {
+std::vector<CdxPage*> CdxTree::split(CdxPage& page, const Position& changed) {
     const bool appending = page.right == kNoPage && changed.slot + 1 == page.count();
     std::vector<std::size_t> cuts = page.cuts(appending);
     std::vector<CdxPage*> added;
@@ -488,7 +488,7 @@ std::vector<CdxPage*> CdxTag::split(CdxPage& page, const Position& changed) {
 }
 
 // Sets the left pointers of a page added to the right of `page`, and of the page after it.
-void CdxTag::link_behind(CdxPage& page, CdxPage& added) {
+void CdxTree::link_behind(CdxPage& page, CdxPage& added) {
     added.left = page.offset();
     pages_.touch_pointers(added);
     if (added.right == kNoPage) return;
@@ -497,7 +497,7 @@ void CdxTag::link_behind(CdxPage& page, CdxPage& added) {
     pages_.touch_pointers(neighbour);
 }
 
-void CdxTag::unlink(const CdxPage& page, CdxPage* left) {
+void CdxTree::unlink(const CdxPage& page, CdxPage* left) {
     if (page.right != kNoPage) {
         CdxPage& right = sibling(page, page.right);
         right.left = left == nullptr ? kNoPage : left->offset();
@@ -511,7 +511,7 @@ void CdxTag::unlink(const CdxPage& page, CdxPage* left) {
 
 // The root keeps its offset, because other engines remember it. Its entries move to a new page, and
 // it becomes the branch above that page and `added`.
-void CdxTag::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
+void CdxTree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     CdxPage& first = pages_.add(form(), root.leaf());
     root.move_tail(0, first);
     first.left = kNoPage;
@@ -528,15 +528,15 @@ void CdxTag::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
 
 // -- Searching.
 
-bool CdxTag::first(IndexEntry& found) { return forward({}, false, found); }
+bool CdxTree::first(IndexEntry& found) { return forward({}, false, found); }
 
-bool CdxTag::last(IndexEntry& found) { return backward({}, true, found); }
+bool CdxTree::last(IndexEntry& found) { return backward({}, true, found); }
 
-bool CdxTag::at_or_after(Bytes key, RecordNumber record, IndexEntry& found) {
+bool CdxTree::at_or_after(Bytes key, RecordNumber record, IndexEntry& found) {
     return forward(probe(key, record), false, found);
 }
 
-bool CdxTag::at_or_before(Bytes key, RecordNumber record, IndexEntry& found, int timeout_ms) {
+bool CdxTree::at_or_before(Bytes key, RecordNumber record, IndexEntry& found, int timeout_ms) {
     const CdxPages::ReadTimeout timeout(pages_, timeout_ms);
     return backward(probe(key, record), true, found);
 }

@@ -31,11 +31,11 @@ struct IndexEntry {
 
 // Entries are ordered by key bytes, then by record number. This class knows storage order only;
 // callers handle descending tags.
-class CdxTag {
+class CdxTree {
   public:
-    CdxTag(CdxPages& pages, TagDescription description, std::uint32_t header_offset);
-    CdxTag(const CdxTag&) = delete;
-    CdxTag& operator=(const CdxTag&) = delete;
+    CdxTree(CdxPages& pages, TagDescription description, std::uint32_t header_offset);
+    CdxTree(const CdxTree&) = delete;
+    CdxTree& operator=(const CdxTree&) = delete;
 
     const TagDescription& description() const { return description_; }
     // The pad byte depends on the key's type, which the caller learns by compiling the expression.
@@ -162,7 +162,7 @@ class CdxTag {
 };
 
 template <typename Walk>
-bool CdxTag::read(Walk walk) {
+bool CdxTree::read(Walk walk) {
     struct Guard {
         CdxPages& pages;
         ~Guard() { pages.end_read(); }

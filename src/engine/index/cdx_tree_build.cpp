@@ -14,14 +14,14 @@ constexpr std::size_t kSpareFraction = 10;
 }  // namespace
 
 // Pages of one level, filled from left to right.
-struct CdxTag::Level {
+struct CdxTree::Level {
     int number;
     RecordNumber largest_record;
     std::vector<CdxPage*> pages{};
     std::size_t used = 0;  // bytes of the last page
 };
 
-void CdxTag::build(const std::vector<IndexEntry>& entries) {
+void CdxTree::build(const std::vector<IndexEntry>& entries) {
     Level level{0, 0};
     for (const IndexEntry& entry : entries) {
         level.largest_record = std::max(level.largest_record, entry.record);
@@ -40,13 +40,13 @@ void CdxTag::build(const std::vector<IndexEntry>& entries) {
     pages_.set_root(form(), level.pages.front()->offset());
 }
 
-void CdxTag::rebuild(const std::vector<IndexEntry>& entries) {
+void CdxTree::rebuild(const std::vector<IndexEntry>& entries) {
     const std::uint32_t place = pages_.root(form());
     build(entries);
     pages_.move(pages_.page(form(), pages_.root(form())), form(), place);
 }
 
-void CdxTag::append(Level& level, Bytes entry, std::uint32_t child) {
+void CdxTree::append(Level& level, Bytes entry, std::uint32_t child) {
     CdxPage* page = level.pages.empty() ? &begin_page(level) : level.pages.back();
     page->insert(page->count(), entry, child);
     level.used += page->last_entry_bytes();
@@ -59,7 +59,7 @@ void CdxTag::append(Level& level, Bytes entry, std::uint32_t child) {
     level.used = page->last_entry_bytes();
 }
 
-CdxPage& CdxTag::begin_page(Level& level) {
+CdxPage& CdxTree::begin_page(Level& level) {
     CdxPage& page = pages_.add(form(), level.number == 0);
     page.level = level.number;
     if (page.leaf()) page.prepare_for(level.largest_record);

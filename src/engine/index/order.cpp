@@ -121,7 +121,7 @@ OrderWalk::Match OrderWalk::seek(const std::string& key, SeekEnd end, IndexEntry
 OrderWalk::Range OrderWalk::range() const {
     const auto& low = descending() ? scope_.bottom : scope_.top;
     const auto& high = descending() ? scope_.top : scope_.bottom;
-    CdxTag& tag = *order_.tag;
+    CdxTree& tag = *order_.tag;
     const std::size_t to =
         high ? tag.count_through(as_bytes(*high), kLastRecordNumber) : tag.count();
     const std::size_t from = low ? tag.count_before(as_bytes(*low), 0) : 0;

@@ -15,7 +15,7 @@
 namespace brenik::index {
 
 struct Order {
-    CdxTag* tag;
+    CdxTree* tag;
     expression::Expression key;
     std::optional<expression::Expression> condition;
     KeyFormat format;

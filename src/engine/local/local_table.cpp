@@ -852,7 +852,7 @@ std::optional<std::string> LocalTable::last_key(std::size_t order, const std::st
     index::IndexEntry found;
     const int timeout_ms = wait == Wait::kShort ? locks::kTurn_ms : platform::kShortLockTimeout_ms;
     const bool any = reaching([&] {
-        index::CdxTag& tag = *orders_->attached(order).tag;
+        index::CdxTree& tag = *orders_->attached(order).tag;
         return tag.at_or_before(as_bytes(limit), kPastEveryRecord, found, timeout_ms);
     });
     return any ? std::optional(found.key) : std::nullopt;

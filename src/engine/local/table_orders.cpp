@@ -12,7 +12,7 @@ namespace brenik::local {
 namespace {
 
 // Everything about a tag that could make an index wrong is checked here, when the tag is opened.
-std::unique_ptr<index::Order> make_order(index::CdxTag& tag, const record::TableLayout& layout,
+std::unique_ptr<index::Order> make_order(index::CdxTree& tag, const record::TableLayout& layout,
                                          const std::string& path) {
     const index::TagDescription& description = tag.description();
     const auto refuse = [&](const std::string& reason) {
@@ -71,7 +71,7 @@ void TableOrders::reopen(OpenIndex& one) {
     one.file->close();
     std::unique_ptr<index::CdxFile> file = index::CdxFile::open(path, use_of(one.structural));
     const auto same = [](const std::unique_ptr<index::Order>& order,
-                         const std::unique_ptr<index::CdxTag>& tag) {
+                         const std::unique_ptr<index::CdxTree>& tag) {
         const index::TagDescription& was = order->description();
         const index::TagDescription& is = tag->description();
         return was.name == is.name && was.key == is.key && was.condition == is.condition &&
@@ -214,7 +214,7 @@ bool KeyUpdate::is_taken(const index::Order& order) {
 
 // Entries that a kill or a power failure left behind do not hold the key.
 bool KeyUpdate::is_held(const TableOrders::KeyChange& key, const RecordHas& has) const {
-    index::CdxTag& tag = *key.order->tag;
+    index::CdxTree& tag = *key.order->tag;
     index::IndexEntry entry;
     for (bool any = tag.at_or_after(as_bytes(*key.inserted), 0, entry);
          any && entry.key == *key.inserted; any = tag.after(entry, entry)) {

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "engine/maintenance/check_header.h"
@@ -36,5 +38,8 @@ FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
 // Checks the structure, then the keys of every tag whose expressions can be used.
 void check_index(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                  const Progress& progress);
+
+// The names of the tags of the table's index; nothing when not all of them can be read.
+std::optional<std::vector<std::string>> tag_names(const std::string& path);
 
 }  // namespace brenik::maintenance

@@ -1,11 +1,12 @@
 // The whole check of one table: header, records and memos, index.
 
+#include "engine/maintenance/check_table.h"
+
 #include <new>
 
 #include "engine/maintenance/check_header.h"
 #include "engine/maintenance/check_index.h"
 #include "engine/maintenance/check_memo.h"
-#include "engine/maintenance/check_table.h"
 #include "engine/make/index_builder.h"
 
 namespace brenik::maintenance {

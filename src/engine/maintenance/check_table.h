@@ -1,4 +1,4 @@
-// The findings of a check, in the form that repairs need.
+// The whole check of one table, for reports and for repairs.
 
 #pragma once
 
@@ -9,6 +9,11 @@
 
 namespace brenik::maintenance {
 
+// Checks the table and the files that belong to it. Files that cannot be opened or read are
+// reported like other findings; only a lack of memory throws.
+CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress);
+
+// The findings in the form that repairs need.
 struct TableFindings {
     HeaderFacts header;
     MemoFacts memo;

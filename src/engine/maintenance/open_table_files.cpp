@@ -9,7 +9,7 @@ namespace brenik::maintenance {
 namespace {
 
 platform::File open_for(const std::string& path, Access access) {
-    const bool checks = access == Access::kCheck, alone = access == Access::kMend;
+    const bool checks = access == Access::kCheck, alone = access == Access::kRepair;
     return platform::File::open(
         path, checks ? platform::OpenMode::kReadOnly : platform::OpenMode::kReadWrite,
         alone ? platform::Sharing::kExclusive : platform::Sharing::kShared);

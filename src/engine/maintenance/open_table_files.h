@@ -10,9 +10,9 @@
 namespace brenik::maintenance {
 
 enum class Access {
-    kCheck,  // shared and read only
-    kTry,    // shared and writable
-    kMend,   // exclusive and writable
+    kCheck,   // shared and read only
+    kTry,     // shared and writable
+    kRepair,  // exclusive and writable
 };
 
 struct OpenTableFiles {

@@ -1,4 +1,4 @@
-// The common part of repairing a table and rebuilding its index: it reports what is done, and
+// The common part of repairing a table and rebuilding its index: its options, and its report. It
 // copies each file before the first change to it.
 
 #pragma once
@@ -7,11 +7,30 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
-#include "engine/maintenance/maintenance.h"
+#include "engine/make/create_table.h"
 #include "platform/file.h"
 
 namespace brenik::maintenance {
+
+struct RepairOptions {
+    // Only report what would be done, by repairing copies of the files in this folder, which stay
+    // there; other programs may have the table open meanwhile. Empty: repair the table itself.
+    std::string trial_folder = {};
+    std::string backup_folder = {};  // empty: beside the files
+    // Definitions that replace those of the old index, or are added to them.
+    std::vector<make::TagDefinition> tags = {};
+};
+
+// One line of the report: what was done, or what could not be done.
+struct RepairStep {
+    bool done = true;
+    std::string file;
+    std::string what;
+    std::optional<RecordNumber> record = {};
+};
+using RepairReport = std::function<void(const RepairStep&)>;
 
 class RepairLog {
   public:

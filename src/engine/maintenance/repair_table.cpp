@@ -2,6 +2,8 @@
 //
 // Each repair determines what the next one has to do. So a dry run repairs copies.
 
+#include "engine/maintenance/repair_table.h"
+
 #include <algorithm>
 #include <array>
 
@@ -9,7 +11,7 @@
 #include "engine/locks/lock_scheme.h"
 #include "engine/maintenance/check_table.h"
 #include "engine/maintenance/rebuild_index.h"
-#include "engine/maintenance/repair_log.h"
+#include "engine/maintenance/table_copies.h"
 #include "engine/make/index_builder.h"
 #include "engine/record/memo_format.h"
 #include "util/runtime.h"
@@ -21,7 +23,7 @@ namespace {
 constexpr RecordNumber kRecordsPerBadMark = 10;
 
 Access access_for(const RepairOptions& options) {
-    return options.trial_folder.empty() ? Access::kMend : Access::kTry;
+    return options.trial_folder.empty() ? Access::kRepair : Access::kTry;
 }
 
 class TableRepair {
@@ -80,7 +82,7 @@ class TableRepair {
             return RepairResult::kPartly;
         }
         const std::size_t name = path.find_last_of("\\/") + 1;
-        return TableRepair(Access::kMend, options_, report_, progress_)
+        return TableRepair(Access::kRepair, options_, report_, progress_)
             .run(options_.trial_folder + "/" + path.substr(name), index_only_);
     }
 

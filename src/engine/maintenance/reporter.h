@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "engine/maintenance/maintenance.h"
+#include "engine/maintenance/finding.h"
 
 namespace brenik::maintenance {
 

@@ -1,0 +1,93 @@
+// Makes copies of files.
+
+#include "engine/maintenance/table_copies.h"
+
+#include <array>
+#include <cstdio>
+#include <vector>
+
+#include "engine/maintenance/open_table_files.h"
+#include "engine/make/index_builder.h"
+#include "platform/clock.h"
+
+namespace brenik::maintenance {
+namespace {
+
+constexpr std::size_t kCopyBytes = 1 << 20;
+
+std::string moment() {
+    const platform::LocalDay day = platform::system_clock().today();
+    const int seconds = static_cast<int>(platform::system_clock().seconds());
+    char text[40];
+    std::snprintf(text, sizeof text, "%04d%02d%02d-%02d%02d%02d", day.year, day.month, day.day,
+                  seconds / 3600, seconds / 60 % 60, seconds % 60);
+    return text;
+}
+
+std::string backup_path(const std::string& path, const std::string& folder) {
+    const std::size_t separator = path.find_last_of("\\/");
+    const std::size_t name = separator == std::string::npos ? 0 : separator + 1;
+    const std::string stem = (folder.empty() ? path.substr(0, name) : folder + "/") +
+                             path.substr(name) + ".bak-" + moment();
+    std::string candidate = stem;
+    for (int i = 2; platform::file_exists(candidate); ++i) {
+        candidate = stem + "-" + std::to_string(i);
+    }
+    return candidate;
+}
+
+platform::File create(const std::string& path) {
+    platform::File file =
+        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
+    if (file.is_open()) return file;
+    throw EngineFault(FaultCode::kInputOutput, "copy", path + ": cannot be created");
+}
+
+void copy_bytes(const platform::File& from, platform::File& to) {
+    std::vector<Byte> buffer(kCopyBytes);
+    std::uint64_t done = 0;
+    while (const std::size_t got = from.read_at(done, buffer)) {
+        to.write_at(done, Bytes(buffer).first(got));
+        done += got;
+    }
+}
+
+}  // namespace
+
+std::string back_up_file(const platform::File& file, const std::string& folder) {
+    std::string path = backup_path(file.path(), folder);
+    // A file with the final name is always a complete copy.
+    const std::string unfinished = path + ".part";
+    platform::File copy = create(unfinished);
+    try {
+        copy_bytes(file, copy);
+        copy.sync();
+        copy.close();
+        platform::replace_file(unfinished, path);
+    } catch (...) {
+        copy.close();
+        platform::remove_file(unfinished);
+        throw;
+    }
+    return path;
+}
+
+void copy_table(const std::string& path, const std::string& folder) {
+    OpenTableFiles files = OpenTableFiles::open(path, Access::kCheck);
+    std::array<Byte, 1> version{};
+    if (files.table.is_open()) files.table.read_at(0, version);
+    files.open_memo(version[0], Access::kCheck);
+    files.open_index(Access::kCheck);
+    const platform::File leftover = platform::File::open(
+        make::unfinished_index_path(files.index.path()), platform::OpenMode::kReadOnly);
+    const std::array<const platform::File*, 4> all{&files.table, &files.memo, &files.index,
+                                                   &leftover};
+    for (const platform::File* file : all) {
+        if (!file->is_open()) continue;
+        const std::size_t separator = file->path().find_last_of("\\/");
+        platform::File copy = create(folder + "/" + file->path().substr(separator + 1));
+        copy_bytes(*file, copy);
+    }
+}
+
+}  // namespace brenik::maintenance
