@@ -42,7 +42,7 @@ class Opinion {
             (facts.type.empty() ? "" : ", " + facts.type) +
             (facts.options.empty() ? "" : " (" + facts.options + ")"));
         if (!facts.unsound.empty()) return add({"mount", facts.unsound, kRemount, ""});
-        if (facts.doubtful.empty()) return add({"mount", "", "", "nothing is known against it"});
+        if (facts.doubtful.empty()) return add({"mount", "", "", "no unsafe option found"});
         answer_["trials"].push_back(line_of({"mount", "", "", facts.doubtful}));
         say("doubt  mount: " + facts.doubtful);
     }

@@ -69,14 +69,15 @@ constexpr const char* kCaching =
 // Indexed by Ill.
 constexpr Advice kAdvice[] = {
     {"", ""},
-    {"the other workstation's mount is unsound; its own report says why", "see its report"},
+    {"the other workstation's mount is unsound; see its own report", "see its report"},
     {"a file cannot be opened with the lock that every open holds",
      "let the server and the mount grant byte-range locks"},
-    {"a file call failed on the other workstation; its own report says why", "see its report"},
+    {"a file call failed on the other workstation; see its own report", "see its report"},
     {"a lock that nobody holds was refused",
      "check what else uses the folder, and whether the "
      "server grants byte-range locks"},
-    {"a lock that one holds was given to the other too, so both change a record at once", kLocking},
+    {"both sides were granted the same lock, so both can change a record at the same time",
+     kLocking},
     {"a lock that was released could not be acquired",
      "check whether the server grants byte-range "
      "locks, and what else uses the folder"},
@@ -368,17 +369,18 @@ struct Attempt {
     bool is_even;  // both sides do the same, so the leader does not matter
 };
 
-constexpr const char* kLockGood = "one keeps the other out, and can be had when it was let go";
+constexpr const char* kLockGood = "one side locks, the other is refused until it unlocks";
 constexpr Attempt kAttempts[] = {
     {"lock", kLockGood, try_lock, false},
     {"lock past 4 GB", kLockGood, try_high_lock, false},
-    {"shared lock", "two go together and keep an exclusive one out", try_shared_lock, false},
-    {"growth", "the size is the new one at once when the other has made the file longer",
-     try_growth, false},
-    {"reading", "what the other writes is read at once", try_reading, false},
-    {"appending", "records that both append at once are all there, whole and in order",
-     try_appending, true},
-    {"counting", "a counter that both raise at once loses nothing", try_counting, true},
+    {"shared lock", "two shared locks coexist and exclude an exclusive lock", try_shared_lock,
+     false},
+    {"growth", "the new size is seen as soon as the other has extended the file", try_growth,
+     false},
+    {"reading", "the bytes are seen as soon as the other has written them", try_reading, false},
+    {"appending", "of the records that both append, none is lost, torn or misplaced", try_appending,
+     true},
+    {"counting", "a counter that both raise ends at the sum", try_counting, true},
     {"many calls", "none fails", try_many_calls, true},
 };
 
@@ -428,17 +430,17 @@ RoundTrips try_alone(Scratch& scratch, const TrialReport& report) {
         one.unlock({place, 1});
         require(other.try_lock({place, 1}), Ill::kNotLetGo);
     };
-    attempt("lock", "two opens of a file exclude each other",
+    attempt("lock", "two handles of one file exclude each other",
             [&](File& one, File& other) { exclude(one, other, kLow); });
-    attempt("lock past 4 GB", "two opens of a file exclude each other",
+    attempt("lock past 4 GB", "two handles of one file exclude each other",
             [&](File& one, File& other) { exclude(one, other, kHigh); });
-    attempt("growth", "what one open makes longer has its new size for the other",
+    attempt("growth", "one handle sees the size that the other has written",
             [](File& one, File& other) {
                 require(other.size() == 0, Ill::kOldSize);
                 put_number(one, 1);
                 require(other.size() == 4, Ill::kOldSize);
             });
-    attempt("reading", "what one open writes the other reads", [](File& one, File& other) {
+    attempt("reading", "one handle reads what the other has written", [](File& one, File& other) {
         put_number(one, 1);
         require(number_at_start(other) == 1, Ill::kOldBytes);
         put_number(one, 2);
@@ -453,7 +455,7 @@ RoundTrips try_with(Scratch& scratch, Partner& partner, bool sound_here,
                     const TrialReport& report) {
     Side mount(scratch, partner, "mount", partner.is_first());
     const Ill theirs = mount.exchange_ends(sound_here ? Ill::kNone : Ill::kMount);
-    report(trial_of("mount there", "nothing is known against it", theirs));
+    report(trial_of("mount there", "no unsafe option found", theirs));
     RoundTrips times;
     for (const Attempt& attempt : kAttempts) {
         Trial trial = try_once(scratch, partner, attempt, partner.is_first(), times);
