@@ -7,10 +7,8 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <thread>
 
-#include "engine/index/cdx_file.h"
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/lock_scheme.h"
 #include "file_bytes.h"
@@ -93,30 +91,6 @@ TEST_F(LocksTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
         }
         other.unlock({p.offset, p.length});
         EXPECT_TRUE(open(proprietary_));
-    }
-}
-
-TEST_F(LocksTest, NoLockOfAnyKindTouchesDataOfTheLargestTable) {
-    using locks::LockScheme;
-    for (const std::uint8_t flags : {std::uint8_t{0}, std::uint8_t{1}}) {
-        for (const std::uint32_t length : {2u, 19u, 800u, 65500u}) {
-            record::TableLayout layout;
-            layout.flags = flags;
-            layout.header_length = 97;
-            layout.record_length = length;
-            const LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
-            const auto end = [&](std::uint64_t records) { return 97 + records * length + 1; };
-            EXPECT_LE(end(old.max_records()), LockScheme::table().offset);
-            EXPECT_GE(old.record(old.max_records()).offset, LockScheme::table().offset);
-            EXPECT_LE(end(ours.max_records()), ours.marker().offset);
-            EXPECT_GT(end(ours.max_records()) + length, ours.marker().offset);
-            EXPECT_EQ(ours.marker().offset + ours.marker().length - 1, 0x7FFFFFFEu);
-            EXPECT_LE(end(ours.max_records(false)), ours.append().offset);
-            const locks::LockRange all = LockScheme::table(locks::LockMode::kProprietary);
-            EXPECT_LT(ours.record(0xFFFFFFFF).offset, all.offset + all.length);
-            EXPECT_LE(all.offset + all.length,
-                      LockScheme::use(locks::LockMode::kCompatible).offset);
-        }
     }
 }
 
@@ -290,11 +264,12 @@ class GrowthTest : public LocksTest {
 };
 
 TEST_F(GrowthTest, OfATableEndsWhereItsLocksBegin) {
-    record::TableLayout layout;
-    layout.flags = 1;
-    layout.header_length = 97;
-    layout.record_length = kLength;
-    const locks::LockScheme old(layout), ours(layout, locks::LockMode::kProprietary);
+    // The lock of the whole table; the locks of records, which end there; and our own locks.
+    constexpr std::uint64_t kCompatible = 0x40000000, kOthers = 0x7FFFFFFE, kOwn = 1ull << 32;
+    const auto most_before = [](std::uint64_t locks) {
+        return static_cast<RecordNumber>((locks - 97 - 1) / kLength);
+    };
+    constexpr std::uint64_t kMarker = kOthers - (kOthers - 97 - 1) / (kLength + 1);
     struct Case {
         const char* what;
         LocalEngine& engine;
@@ -302,11 +277,11 @@ TEST_F(GrowthTest, OfATableEndsWhereItsLocksBegin) {
         RecordNumber most;
     };
     for (const Case& c :
-         {Case{"compatible", compatible_, TableSharing::kShared, old.max_records()},
-          {"compatible, exclusive", compatible_, TableSharing::kExclusive, old.max_records()},
-          {"proprietary", proprietary_, TableSharing::kShared, ours.max_records()},
-          {"proprietary, exclusive", proprietary_, TableSharing::kExclusive,
-           ours.max_records(false)}}) {
+         {Case{"compatible", compatible_, TableSharing::kShared, most_before(kCompatible)},
+          {"compatible, exclusive", compatible_, TableSharing::kExclusive,
+           most_before(kCompatible)},
+          {"proprietary", proprietary_, TableSharing::kShared, most_before(kMarker)},
+          {"proprietary, exclusive", proprietary_, TableSharing::kExclusive, most_before(kOwn)}}) {
         make(true, 3, kWidth);
         pretend(c.most - 1);
         auto table = open(c.engine, c.sharing);
@@ -320,7 +295,7 @@ TEST_F(GrowthTest, OfATableEndsWhereItsLocksBegin) {
     const auto one = open(proprietary_), two = open(proprietary_);
     ASSERT_TRUE(one && two);
     EXPECT_FALSE(open(compatible_));
-    EXPECT_TRUE(one->lock_record(ours.max_records(false)));
+    EXPECT_TRUE(one->lock_record(most_before(kOwn)));
 }
 
 TEST_F(GrowthTest, OfAnIndexEndsBeforeItsRecordIsAdded) {
@@ -356,24 +331,6 @@ TEST_F(GrowthTest, OfAMemoFileEndsBeforeRecordOrKeysChange) {
         EXPECT_TRUE(find(*table, "K1"));
         EXPECT_FALSE(find(*table, "MOVED"));
     }
-}
-
-TEST_F(GrowthTest, OfWidthsAndTagsIsRefusedBeforeAFileIsMade) {
-    record::TableLayout wide;
-    wide.fields.resize(300);
-    for (record::Field& field : wide.fields) field.name = "F", field.width = 254;
-    EXPECT_TRUE(refused([&] { make::create_table(path(), wide); }, FaultCode::kLimit));
-    EXPECT_FALSE(fs::exists(path()));
-
-    make(true, 1);
-    const auto shared = index::CdxFile::open(path(".CDX"), {});
-    const std::string before = picture(path(".CDX"));
-    index::TagDescription tag;
-    tag.name = "MORE";
-    tag.key = "K";
-    tag.key_length = 8;
-    EXPECT_THROW(shared->add_tag(tag, {}), EngineFault) << "others would not know of the tag";
-    EXPECT_TRUE(picture(path(".CDX")) == before);
 }
 
 }  // namespace
