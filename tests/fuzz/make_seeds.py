@@ -14,7 +14,6 @@ EXPRESSIONS = [
 PROFILES = [b'[Main]\r\nMyFirm=Harbour, Finch\r\nMyFirm2="quoted"\r\n', b'; note\n[setup]\nLinkType = CLIENT,OTHER\n',
             b'\xef\xbb\xbf[Main]\n=\n', b'[Main\nMyFirm',
             *['\ufeff[Main]\nMyFirm=\u00fc \U0001d11e'.encode(form) for form in ('utf-8', 'utf-16-le', 'utf-16-be')]]
-ARRAYS = [b'2C\5\0texts', b'2A\2\0N\3\x0042.LT', b'2A\1\0A\1\0A\0\0', b'2D\x08\x0020240131', b'2U', b'1', b'2']
 
 
 def write(folder, name, data):
@@ -36,7 +35,7 @@ def main(tool, fixtures, out):
                 if target == 'table':
                     data[28] &= 2                       # the targets have no index beside the table
                 write(out / target, file.name, data)
-    for target, seeds in ('expression', [e.encode() for e in EXPRESSIONS]), ('profile', PROFILES), ('array', ARRAYS):
+    for target, seeds in ('expression', [e.encode() for e in EXPRESSIONS]), ('profile', PROFILES):
         for number, seed in enumerate(seeds):
             write(out / target, '%02d' % number, seed)
     random_numbers = random.Random(4)
