@@ -105,8 +105,7 @@ struct State {
     uint32_t mxcsr;
     char locale[256], folder[MAX_PATH];
     LCID thread_locale;
-    DWORD input_mode, output_mode, error_mode, thread_error_mode;
-    UINT input_page, output_page;
+    DWORD error_mode, thread_error_mode;
     LPTOP_LEVEL_EXCEPTION_FILTER filter;
 };
 
@@ -118,9 +117,6 @@ static struct State state_now(void) {
     strcpy(now.locale, setlocale(LC_ALL, NULL));
     GetCurrentDirectoryA(MAX_PATH, now.folder);
     now.thread_locale = GetThreadLocale();
-    GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &now.input_mode);
-    GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &now.output_mode);
-    now.input_page = GetConsoleCP(), now.output_page = GetConsoleOutputCP();
     now.error_mode = GetErrorMode(), now.thread_error_mode = GetThreadErrorMode();
     now.filter = SetUnhandledExceptionFilter(NULL);
     SetUnhandledExceptionFilter(now.filter);

@@ -1,4 +1,4 @@
-"""The image as the system's loader sees it, and the import libraries as linkers do."""
+"""The image as the system's loader sees it."""
 
 import os
 import re
@@ -10,13 +10,9 @@ import pytest
 IMAGE = os.environ['BRENIK_IMAGE']
 NARROW = os.environ['BRENIK_BITS'] == '32'
 SYSTEM_LIBRARIES = {'kernel32.dll', 'user32.dll', 'gdi32.dll', 'advapi32.dll', 'msvcrt.dll'}
-FOLDER = Path(os.environ['BRENIK_IMPORTS'])
 FLAGS = 0x140 if NARROW else 0x160                 # dynamic base, NX compatible, of 64 bits high entropy
-BY_NAME, NO_PREFIX, UNDECORATED = 1, 2, 3          # how the import library says what the loader is to look for
-# Ordinal, name, and the bytes that the function removes from the stack.
+# Each begins with ordinal and name.
 EXPORTS = [line.split() for line in Path(os.environ['BRENIK_TABLE']).read_text().splitlines() if line[:1].isdigit()]
-NAMES = {name for _, name, _ in EXPORTS}
-SYMBOLS = {'_' + name + ('' if removed == '-' else '@' + removed) if NARROW else name for _, name, removed in EXPORTS}
 
 
 def objdump(*arguments):
@@ -64,22 +60,3 @@ def test_resources_and_symbols():
     assert '.gnu_debuglink' in sections and '.debug_info' not in sections
     assert '.debug_info' in objdump('-h', IMAGE + '.debug')
     assert not re.search(r'brenik\d|_ZN', objdump('-t', IMAGE)), 'names of our own functions'
-
-
-def test_import_library_of_gnu_linkers():
-    assert set(re.findall(r'\b__imp_(\S+)', objdump('-t', str(FOLDER / 'libBrenikDB.dll.a')))) == SYMBOLS
-
-
-def test_import_library_of_microsofts_linker():
-    """Each member names symbol and library, and how the loader's name comes from the symbol."""
-    members = re.findall(rb'\0\0\xFF\xFF\0\0(..).{10}(..)([^\0]+)\0BrenikDB\.dll\0',
-                         (FOLDER / 'BrenikDB.lib').read_bytes(), re.S)
-    machine = 0x014C if NARROW else 0x8664
-    assert {int.from_bytes(member[0], 'little') for member in members} == {machine}
-    kinds = {member[2].decode(): int.from_bytes(member[1], 'little') >> 2 & 7 for member in members}
-    assert set(kinds) == SYMBOLS
-    loaded = {BY_NAME: str, NO_PREFIX: lambda text: text.lstrip('_'),
-              UNDECORATED: lambda text: text.lstrip('_').split('@')[0]}
-    assert {loaded[kind](symbol) for symbol, kind in kinds.items()} == NAMES
-    imports = objdump('-p', str(FOLDER / 'ms_client.exe'))      # linked with it
-    assert NAMES <= set(re.findall(r'\b(Brenik\w+)$', imports, re.M))
