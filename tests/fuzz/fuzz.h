@@ -4,9 +4,8 @@
 #pragma once
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
+#include "unit/file_bytes.h"
 #include "unit/temporary_folder.h"
 #include "util/bytes.h"
 #include "util/fault.h"
@@ -25,11 +24,6 @@ inline std::string write_file(const std::string& name, Bytes bytes) {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << as_text(bytes);
     return path.string();
-}
-
-inline std::string read_file(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // These faults are answers; anything else that is thrown ends the process.

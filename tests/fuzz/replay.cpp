@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
             std::puts(entry.path().filename().c_str());  // the last one named is the culprit
             std::fflush(stdout);
-            const std::string bytes = brenik::fuzz::read_file(entry.path());
+            const std::string bytes = brenik::bytes_of(entry.path());
             LLVMFuzzerTestOneInput(brenik::as_bytes(bytes).data(), bytes.size());
         }
     }

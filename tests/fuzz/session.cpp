@@ -25,7 +25,7 @@ Practice read_practice() {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(from)) {
         if (!entry.is_regular_file()) continue;
         const std::string name = std::filesystem::relative(entry.path(), from).string();
-        practice[name] = fuzz::read_file(entry.path());
+        practice[name] = bytes_of(entry.path());
     }
     return practice;
 }
