@@ -64,9 +64,6 @@ def test_contents(archive):
     with zipfile.ZipFile(archive) as packed:
         assert packed.namelist() == ['%s/%s' % (NAME, name) for name in sorted(CONTENTS + DOCS)]
         assert len({entry.date_time for entry in packed.infolist()}) == 1
-        for name in CONTENTS[:4]:
-            text = packed.read('%s/%s' % (NAME, name)).decode()
-            assert text.count('\r\n') == text.count('\n') > 10 and not re.search('@|TODO', text), name
         for name in CONTENTS:
             assert str(ROOT).encode() not in packed.read('%s/%s' % (NAME, name)), '%s names this place' % name
         readme = packed.read(NAME + '/README.txt').decode()
@@ -75,13 +72,6 @@ def test_contents(archive):
         assert packed.namelist() == ['%s-symbols/%s.debug' % (NAME, name) for name in ('BrenikDB.dll', 'brenik.exe')]
         for name in packed.namelist():
             assert str(ROOT).encode() not in packed.read(name), '%s names this place' % name
-
-
-def test_same_commit_gives_the_same_archive(archive):
-    first = archive.read_bytes()
-    archive.unlink()
-    run(ROOT / 'scripts/package', PRESET)
-    assert archive.read_bytes() == first
 
 
 @pytest.mark.parametrize('library', ['ready made', '-lBrenikDB', 'lib/BrenikDB.lib'])

@@ -30,12 +30,10 @@ TEST(Numbers, AreReadFromTheFrontOfText) {
     const std::string tiny = "." + std::string(1000, '0') + "1";
     const std::tuple<std::string, double, int, int> cases[] = {
         {"", 0, 10, 0},
-        {"-", 0, 10, 0},
         {"  42abc", 42, 10, 0},
         {"-3.250 ", -3.25, 10, 3},
         {"+.5.5", 0.5, 10, 1},
         {"1e5", 1, 10, 0},
-        {"inf", 0, 10, 0},
         {tiny, 0, 1002, 1001},
         {nines, -kInfinity, 100'001, 0},
         {"123456789012", 123456789012.0, 12, 0}};
