@@ -104,7 +104,6 @@ struct State {
     uint16_t control_word;
     uint32_t mxcsr;
     char locale[256], folder[MAX_PATH];
-    LCID thread_locale;
     DWORD error_mode, thread_error_mode;
     LPTOP_LEVEL_EXCEPTION_FILTER filter;
 };
@@ -116,7 +115,6 @@ static struct State state_now(void) {
     __asm__ volatile("stmxcsr %0" : "=m"(now.mxcsr));
     strcpy(now.locale, setlocale(LC_ALL, NULL));
     GetCurrentDirectoryA(MAX_PATH, now.folder);
-    now.thread_locale = GetThreadLocale();
     now.error_mode = GetErrorMode(), now.thread_error_mode = GetThreadErrorMode();
     now.filter = SetUnhandledExceptionFilter(NULL);
     SetUnhandledExceptionFilter(now.filter);

@@ -74,6 +74,13 @@ def test_contents(archive):
             assert str(ROOT).encode() not in packed.read(name), '%s names this place' % name
 
 
+def test_same_commit_gives_the_same_archive(archive):
+    first = archive.read_bytes()
+    archive.unlink()
+    run(ROOT / 'scripts/package', PRESET)
+    assert archive.read_bytes() == first
+
+
 @pytest.mark.parametrize('library', ['ready made', '-lBrenikDB', 'lib/BrenikDB.lib'])
 def test_sample_host(unpacked, practice, library):
     if library != 'ready made':
