@@ -1,4 +1,4 @@
-// Relations between work areas, and the names of these.
+// Relations between work areas.
 
 #include <functional>
 
@@ -91,16 +91,6 @@ TEST_P(RelationsTest, ScopedTargetsShowTheirParentsRecordsOnly) {
     areas_.clear_relations(1);
     set_order(b(), "KN");
     EXPECT_EQ(walk(2), all) << "and from an order that is not controlling any more";
-    areas_.add_relation(3, {2, "'X'", true});
-    areas_.add_relation(1, {2, "K", true});
-    EXPECT_EQ(walk(2), shown[4]);
-    areas_.clear_relations(1);
-    EXPECT_EQ(walk(2), shown[1]) << "the other parent's limit holds again";
-    areas_.clear_relations(3);
-    folder_.make("D", {{"K", 'C', 4, 0, 0x02}}, {}, {{Value()}}, 0x30);
-    areas_.open(path("D"), {}, TableSharing::kShared, OpenIn::kNewArea);
-    areas_.add_relation(4, {2, "K", true});
-    EXPECT_EQ(walk(2), Records{}) << "no key equals NULL";
 }
 
 TEST_P(RelationsTest, WhatCannotBeFollowedIsRefusedAndTheOldRelationStays) {
@@ -151,12 +141,6 @@ TEST_P(RelationsTest, ClosingEitherEndEndsTheRelation) {
     engine_->close_all_tables();
     a().go_to(1);
     areas_.clear_relations(1);
-}
-
-TEST_P(RelationsTest, SlotsAreNamedByAliasOrNumber) {
-    const std::pair<const char*, int> cases[] = {
-        {"b", 2}, {" 150 ", 150}, {"151", 0}, {"0", 0}, {"-1", 0}, {"2x", 0}, {"", 0}, {"none", 0}};
-    for (const auto& [name, area] : cases) EXPECT_EQ(areas_.area_named(name), area) << name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, RelationsTest, testing::ValuesIn(kEngines), engine_name);
