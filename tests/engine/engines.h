@@ -22,13 +22,9 @@ struct EngineUnderTest {
     bool has_locking_modes;  // two of them, which keep each other's users out
 };
 
-template <class Made>
-std::unique_ptr<Engine> make_engine() {
-    return std::make_unique<Made>();
-}
-
 inline const EngineUnderTest kEngines[] = {
-    {"Embedded", make_engine<local::LocalEngine>, true},
+    {"Embedded", []() -> std::unique_ptr<Engine> { return std::make_unique<local::LocalEngine>(); },
+     true},
 };
 
 inline std::string engine_name(const testing::TestParamInfo<EngineUnderTest>& info) {

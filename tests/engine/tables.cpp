@@ -58,35 +58,31 @@ TEST_P(TableTest, EveryFieldTypeKeepsItsValuesAndRefusesUnsuitableOnes) {
 // ------------------------------------------------------------------------- locks and appends
 
 TEST_P(TableTest, LocksOfTwoWorkstationsExcludeEachOther) {
-    for (const bool indexed : {true, false}) {
-        make("T", {{"A", 1}, {"B", 2}},
-             indexed ? std::vector<make::TagDefinition>{{"K", "K"}}
-                     : std::vector<make::TagDefinition>{});
-        for (const bool proprietary : {false, true}) {
-            if (proprietary && !GetParam().has_locking_modes) continue;
-            engine_->set_proprietary_locking(proprietary);
-            other_->set_proprietary_locking(!proprietary);
-            const bool excluded = GetParam().has_locking_modes;
-            auto one = open(*engine_), two = open(*engine_);
-            ASSERT_TRUE(one && two);
-            EXPECT_EQ(open(*other_) == nullptr, excluded);
-            EXPECT_FALSE(open(*other_, TableSharing::kExclusive));
-            ASSERT_TRUE(one->lock_record(1));
-            EXPECT_FALSE(two->lock_record(1));
-            EXPECT_FALSE(two->lock_table());
-            one->unlock_all();
-            ASSERT_TRUE(two->lock_table());
-            EXPECT_FALSE(one->lock_record(2));
-            EXPECT_FALSE(one->append_blank(false));
-            two->unlock_all();
-            ASSERT_TRUE(append(*one, {"LAST"}));
-            EXPECT_TRUE(!indexed || find(*two, "LAST"));
-            one.reset();
-            EXPECT_EQ(open(*other_) == nullptr, excluded) << "one user is left";
-            two.reset();
-            EXPECT_TRUE(open(*other_));
-            EXPECT_TRUE(open(*other_, TableSharing::kExclusive));
-        }
+    make("T", {{"A", 1}, {"B", 2}}, {{"K", "K"}});
+    for (const bool proprietary : {false, true}) {
+        if (proprietary && !GetParam().has_locking_modes) continue;
+        engine_->set_proprietary_locking(proprietary);
+        other_->set_proprietary_locking(!proprietary);
+        const bool excluded = GetParam().has_locking_modes;
+        auto one = open(*engine_), two = open(*engine_);
+        ASSERT_TRUE(one && two);
+        EXPECT_EQ(open(*other_) == nullptr, excluded);
+        EXPECT_FALSE(open(*other_, TableSharing::kExclusive));
+        ASSERT_TRUE(one->lock_record(1));
+        EXPECT_FALSE(two->lock_record(1));
+        EXPECT_FALSE(two->lock_table());
+        one->unlock_all();
+        ASSERT_TRUE(two->lock_table());
+        EXPECT_FALSE(one->lock_record(2));
+        EXPECT_FALSE(one->append_blank(false));
+        two->unlock_all();
+        ASSERT_TRUE(append(*one, {"LAST"}));
+        EXPECT_TRUE(find(*two, "LAST"));
+        one.reset();
+        EXPECT_EQ(open(*other_) == nullptr, excluded) << "one user is left";
+        two.reset();
+        EXPECT_TRUE(open(*other_));
+        EXPECT_TRUE(open(*other_, TableSharing::kExclusive));
     }
 }
 

@@ -122,6 +122,7 @@ TEST_F(ExclusiveUse, OpensBesideWhatIsOpen) {
     areas().select(kNamesArea);
     EXPECT_FALSE(NET_USE(mine_.session, "bad", {.where = OpenIn::kNewArea}));
     EXPECT_TRUE(areas().used(kNamesArea) && areas().used(2)) << "a fault closes only its own area";
+    EXPECT_EQ(mine_.ui.waits, 0) << "and is not tried again";
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -70,15 +69,12 @@ inline bool append(brenik::Table& table, const Array& values) {
     return appended;
 }
 
-// In the controlling order, whichever the direction of the walk.
-inline RecordNumbers walk(brenik::Table& table, bool forward = true) {
+// In the controlling order.
+inline RecordNumbers walk(brenik::Table& table) {
     RecordNumbers records;
-    forward ? table.go_top() : table.go_bottom();
-    while (forward ? !table.end_of_file() : !table.beginning_of_file()) {
+    for (table.go_top(); !table.end_of_file(); table.skip(1)) {
         records.push_back(table.record_number());
-        table.skip(forward ? 1 : -1);
     }
-    if (!forward) std::reverse(records.begin(), records.end());
     return records;
 }
 
