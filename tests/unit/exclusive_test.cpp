@@ -47,7 +47,6 @@ TEST_F(ExclusiveUse, HasTheSystemTableOrGivesItBack) {
     EXPECT_EQ(ran_, " /CLOSEBRENIK");
     EXPECT_EQ(areas().current(), kSystemArea);
     EXPECT_FALSE(can_share_system_table());
-    EXPECT_EQ(take_boxes(), 0U);
 
     areas().close();
     other_.open(kSystemArea, "LAWSYS");
@@ -57,7 +56,6 @@ TEST_F(ExclusiveUse, HasTheSystemTableOrGivesItBack) {
         EXPECT_EQ(take_boxes(), 1U);
         EXPECT_EQ(mine_.ui.waits, 0) << "a single attempt";
         EXPECT_EQ(areas().used(), was_open);
-        EXPECT_EQ(areas().alias(), was_open ? "LAWSYS" : "");
     }
 }
 
