@@ -9,7 +9,7 @@
 #include "brenikdb.h"
 #include "engine/local/local_engine.h"
 #include "fuzz.h"
-#include "unit/fake_engine.h"
+#include "unit/stand_ins.h"
 
 using namespace brenik;
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "c_source/Strings.h"
-#include "fake_engine.h"
 #include "session/session.h"
+#include "stand_ins.h"
 #include "tables.h"
 
 namespace brenik::fake {
