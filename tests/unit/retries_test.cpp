@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "c_source/Data.h"
+#include "c_source/retries.h"
 #include "data/add_rec.h"
 #include "data/net_use.h"
 #include "file_bytes.h"

@@ -10,7 +10,7 @@
 #include "c_source/Misc.h"
 #include "c_source/Strings.h"
 #include "c_source/Time.h"
-#include "fake_engine.h"
+#include "stand_ins.h"
 #include "tables.h"
 
 namespace brenik {
