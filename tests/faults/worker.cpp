@@ -1,42 +1,43 @@
-// A workstation as hosts make it, which works at random:
+// A workstation that works at random until its time is over or it is killed:
 //
-//     worker LIBRARY FOLDER SEED SECONDS PAUSE TRACE
+//     worker soak|share FOLDER SEED SECONDS PAUSE TRACE
 //
-// with a pause in milliseconds between two pieces of work. It knows the library by its path alone,
-// so that any version of it can be at work. It goes on after every refusal, and begins a new
+// with a pause in milliseconds between two pieces of work. In the soak it looks at everything that
+// it meets with suspicion, and does by the tables behind the library's calls what only companion
+// programs do: deleting, recalling, walking. On a share it is a host alone, and begins a new
 // session when nothing works any more. Every piece of work is one line of its output, written at
 // once:
 //
 //     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
 //     refused CALL CODE MICROSECONDS
-//     violation MICROSECONDS TOKEN TOKEN             two of one record
+//     violation WHAT                                 a contradiction, which ends the work
 //
-// Tokens are "W", the seed, a point and a number that grows. A contact that it writes carries one
-// in every text and in its memo, so that a reader can tell a torn record from a whole one.
-
-#include <dlfcn.h>
+// Tokens are "W", the seed, a point and a number that grows. A record that it writes carries one in
+// every text and in its memo, so that a reader can tell a torn record from a whole one.
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <random>
-#include <sstream>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "BrenikDB/process_session.h"
 #include "brenikdb.h"
+#include "engine/orders.h"
+#include "util/runtime.h"
 
+namespace brenik::faults {
 namespace {
 
-using std::chrono::milliseconds, std::chrono::seconds, std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
+using Values = std::vector<std::pair<const char*, std::string>>;
 
-constexpr int kContacts = 1, kMatters = 3, kNotes = 4;
-constexpr int kAdditionsPerSecond = 10;  // at most, or the tables grow larger than tests can judge
-constexpr std::size_t kFirmRoom = 2000;
+constexpr int kNotes = 4;
 constexpr int kRefusalsInLine = 3;  // before a new session is begun
 
 struct Refused {
@@ -44,22 +45,36 @@ struct Refused {
     BrenikCode code;
 };
 
-#define CALL(name, ...) call<decltype(name)>(#name __VA_OPT__(, ) __VA_ARGS__)
+struct Violation {
+    std::string what;
+};
 
-using Values = std::vector<std::pair<const char*, std::string>>;
+#define CALL(name, ...) call(#name, name __VA_OPT__(, ) __VA_ARGS__)
 
 class Worker {
   public:
-    Worker(void* library, char** arguments)
-        : library_(library),
-          folder_(arguments[0]),
-          seed_(arguments[1]),
-          trace_(std::atoi(arguments[4])) {
-        random_.seed(static_cast<unsigned>(std::stoul(seed_)));
+    Worker(bool on_share, std::string folder, std::string seed, int trace)
+        : on_share_(on_share),
+          folder_(std::move(folder)),
+          seed_(std::move(seed)),
+          trace_(trace),
+          random_(static_cast<unsigned>(std::stoul(seed_))) {
+        static constexpr Work kWorks[] = {
+            {"contact", 4, 3, &Worker::contact}, {"edit", 4, 3, &Worker::edit},
+            {"share", 1, 1, &Worker::share},     {"matter", 1, 1, &Worker::matter},
+            {"note", 2, 1, &Worker::note},       {"look-up", 0, 2, &Worker::look_up},
+            {"delete", 1, 0, &Worker::remove},   {"recycle", 1, 0, &Worker::recycle},
+            {"seek", 4, 0, &Worker::seek},       {"walk", 1, 0, &Worker::walk},
+        };
+        for (const Work& work : kWorks) {
+            works_.insert(works_.end(), on_share ? work.on_share : work.in_soak, &work);
+        }
+    }
+
+    void work_for(std::chrono::seconds time, std::chrono::milliseconds pause) {
         int in_line = kRefusalsInLine;  // it begins with a session
-        const auto end = steady_clock::now() + seconds(std::atoi(arguments[2]));
-        for (; steady_clock::now() < end;
-             std::this_thread::sleep_for(milliseconds(std::atoi(arguments[3])))) {
+        for (const auto end = Clock::now() + time; Clock::now() < end;
+             std::this_thread::sleep_for(pause)) {
             result_.clear();
             longest_ = 0;
             try {
@@ -68,59 +83,69 @@ class Worker {
                 in_line = 0;
             } catch (const Refused& refused) {
                 std::printf("refused %s %u %lld\n", refused.call.c_str(), refused.code, longest_);
-                ++in_line;
+                in_line += on_share_ ? 1 : 0;
             }
             std::fflush(stdout);
         }
-        try {
-            CALL(BrenikShutDown);
-        } catch (const Refused&) {
-            // There was no session.
-        }
+        BrenikShutDown();
     }
 
   private:
+    struct Work {
+        const char* name;
+        unsigned in_soak, on_share;  // how often
+        void (Worker::*run)();
+    };
+
     template <class Function, class... Arguments>
-    void call(const char* name, Arguments... arguments) {
-        auto* function = reinterpret_cast<Function*>(dlsym(library_, name));
-        const auto begin = steady_clock::now();
+    void call(const char* name, Function function, Arguments... arguments) {
+        const auto begin = Clock::now();
         const BrenikCode code = function(arguments...);
-        longest_ = std::max<long long>(
-            longest_, (steady_clock::now() - begin) / std::chrono::microseconds(1));
+        longest_ =
+            std::max<long long>(longest_, (Clock::now() - begin) / std::chrono::microseconds(1));
         if (code != BRENIK_SUCCESS) throw Refused{name, code};
     }
     const char* begin_session() {
-        CALL(BrenikInitialize, folder_, trace_, 0);
+        CALL(BrenikInitialize, folder_.c_str(), trace_, 0);
         return "initialize";
     }
     const char* work_once() {
-        static constexpr const char* (Worker::*kWork[])() = {
-            &Worker::edit,    &Worker::edit,    &Worker::look_up, &Worker::look_up,
-            &Worker::share,   &Worker::firm,    &Worker::firm,    &Worker::contact,
-            &Worker::contact, &Worker::contact, &Worker::matter,  &Worker::note};
-        constexpr std::size_t kWithoutAdditions = 7;
         token_ = "W" + seed_ + "." + std::to_string(++tokens_);
-        if (own_.empty()) return contact();
-        const auto time = (steady_clock::now() - begin_) / seconds(1);
-        const bool may_add = additions_ < kAdditionsPerSecond * (time + 1);
-        return (this->*kWork[random_() % (may_add ? std::size(kWork) : kWithoutAdditions)])();
+        const Work& work = *(contacts_.empty() ? works_.front() : pick(works_));
+        try {
+            (this->*work.run)();
+        } catch (const EngineFault&) {
+            areas().release_all_locks();
+            throw Refused{"engine", BRENIK_FAULT};
+        }
+        return work.name;
     }
-    const auto& pick() { return own_[random_() % own_.size()]; }
+
+    WorkAreas& areas() { return process_session().areas; }
+    Table& table(int area) { return areas().table(area, "worker"); }
+    std::string text(int area, const char* field) {
+        return std::string(trim_right(areas().field(area, field).text()));
+    }
+    template <class Item>
+    const Item& pick(const std::vector<Item>& from) {
+        return from[random_() % from.size()];
+    }
+    void acknowledge(int table, const std::string& identifier) {
+        result_ = " " + std::to_string(table) + " " + identifier + " " + token_;
+    }
+    // Of any length, and the token throughout.
     std::string memo() {
         std::string text;
         for (std::size_t i = random_() % 40 + 1; i > 0; --i) text += token_ + ";";
         return text;
     }
+    Values texts() {
+        return {{"LAST", token_}, {"FIRST", token_}, {"LABEL1", token_}, {"LABEL4", token_},
+                {"CITY", token_}, {"EMAIL", token_}, {"NOTES", memo()}};
+    }
     void set_fields(int table, const Values& values) {
         for (const auto& [field, text] : values)
             CALL(BrenikSetField, table, 0, field, text.c_str());
-    }
-    Values texts() {
-        return {{"LAST", token_}, {"FIRST", token_}, {"LABEL1", token_},
-                {"CITY", token_}, {"EMAIL", token_}, {"NOTES", memo()}};
-    }
-    void acknowledge(int table, const std::string& identifier) {
-        result_ = " " + std::to_string(table) + " " + identifier + " " + token_;
     }
     std::string add(int table, const Values& values, const std::string& link = "") {
         int ignored = 0;
@@ -130,82 +155,166 @@ class Worker {
         link.copy(identifier, 7);
         CALL(BrenikAddEnd, table, identifier);
         acknowledge(table, identifier);
-        ++additions_;
         return identifier;
     }
+    void change(int table, const std::string& identifier, const Values& values) {
+        int ignored = 0;
+        CALL(BrenikEditStart, table, identifier.c_str(), &ignored);
+        set_fields(table, values);
+        CALL(BrenikEditEnd, table, 0);
+    }
 
-    const char* contact() {
+    void contact() {
         Values values = texts();
         values.emplace_back("ID", token_);
-        own_.emplace_back(add(kContacts, values), token_);
-        return "contact";
+        contacts_.emplace_back(add(kNamesArea, values), token_);
     }
-    const char* matter() {
-        add(kMatters, {{"MATTER", token_}, {"CASENUM", token_}}, pick().first);
-        return "matter";
+    void edit() {
+        const std::string& identifier = pick(contacts_).first;
+        change(kNamesArea, identifier, texts());
+        acknowledge(kNamesArea, identifier);
     }
-    const char* note() {
-        add(kNotes, {{"TOPIC", token_}, {"NOTE", memo()}});
-        return "note";
-    }
-    const char* edit() {
+    // What everybody edits.
+    void share() {
         int ignored = 0;
-        const std::string identifier = pick().first;
-        CALL(BrenikEditStart, kContacts, identifier.c_str(), &ignored);
-        set_fields(kContacts, texts());
-        CALL(BrenikEditEnd, kContacts, 0);
-        acknowledge(kContacts, identifier);
-        return "edit";
+        CALL(BrenikEditBegin, kNamesArea, 1, &ignored);
+        set_fields(kNamesArea, {{"FIRST", token_}});
+        CALL(BrenikEditEnd, kNamesArea, 0);
     }
-    // What everybody edits: the contact that is the firm.
-    const char* share() {
-        int ignored = 0;
-        CALL(BrenikEditBegin, kContacts, 1, &ignored);
-        set_fields(kContacts,
-                   {{"LAST", token_}, {"FIRST", token_}, {"CITY", token_}, {"EMAIL", token_}});
-        CALL(BrenikEditEnd, kContacts, 0);
-        return "share";
+    void matter() {
+        add(kMattersArea, {{"MATTER", token_}, {"CASENUM", token_}}, pick(contacts_).first);
     }
-    // What everybody reads meanwhile; a description of two halves is a violation.
-    const char* firm() {
-        constexpr std::size_t kLast = 1, kFirst = 2, kCity = 17, kEmail = 21;
-        std::string text(kFirmRoom, ' ');
-        CALL(BrenikGetMyFirm, text.data());
-        std::vector<std::string> items;
-        std::istringstream parts(text);
-        for (std::string item; std::getline(parts, item, '|');) items.push_back(item);
-        if (items.size() <= kEmail || items[kEmail][0] != 'W') return "firm";
-        for (const std::size_t item : {kLast, kFirst, kCity}) {
-            if (items[item] == items[kEmail]) continue;
-            result_ = " " + items[item] + " " + items[kEmail];
-            return "violation";
-        }
-        return "firm";
+    void note() {
+        const Values values = {{"TOPIC", token_}, {"NOTE", memo()}};
+        if (!notes_.empty() && random_() % 2 == 0) return change(kNotes, pick(notes_), values);
+        notes_.push_back(add(kNotes, values));
     }
-    const char* look_up() {
-        const auto& [identifier, key] = pick();
+    void look_up() {
+        const auto& [identifier, key] = pick(contacts_);
         char found[9] = "       ";  // the call ends it one place further on
-        CALL(BrenikGetU_ID, kContacts, key.c_str(), found);
+        CALL(BrenikGetU_ID, kNamesArea, key.c_str(), found);
         if (identifier != found) throw Refused{"BrenikGetU_ID", BRENIK_KEY_NOT_FOUND};
-        return "look-up";
     }
 
-    void* library_;
-    const char* folder_;
-    std::string seed_;
-    int trace_;
+    // What the current record says agrees with itself.
+    void expect_whole(int area) {
+        const bool contact = area == kNamesArea;
+        const std::string token = text(area, contact ? "LAST" : "TOPIC");
+        if (token.find('.') == std::string::npos) return;  // a record of the sample
+        const auto complain = [&](const std::string& other) {
+            throw Violation{"record " + std::to_string(table(area).record_number()) + " of " +
+                            std::to_string(area) + " says " + token + " and " + other};
+        };
+        for (const char* field : {"FIRST", "LABEL1", "LABEL4", "CITY", "EMAIL"}) {
+            const std::string other = contact ? text(area, field) : token;
+            if (!token.starts_with(other.substr(0, 20)) || other.empty()) complain(other);
+        }
+        const Value memo = areas().field(area, contact ? "NOTES" : "NOTE");
+        std::string_view rest = memo.text();
+        for (; !rest.empty(); rest.remove_prefix(token.size() + 1)) {
+            if (!rest.starts_with(token + ";")) complain(std::string(rest.substr(0, 40)));
+        }
+    }
+
+    // Any note of anybody: marked deleted, and reported.
+    void remove() {
+        Table& notes = table(kNotes);
+        const auto record = static_cast<RecordNumber>(1 + random_() % notes.record_count());
+        areas().select(kNotes);
+        notes.go_to(record);
+        if (notes.deleted() || text(kNotes, "U_ID").empty() || !notes.lock_record(record)) return;
+        notes.mark_deleted();
+        // Under the lock, or somebody else recycles it before.
+        CALL(BrenikDeletedRecord, kNotes, static_cast<int>(record));
+        notes.unlock_all();
+    }
+
+    // The first deleted note that nobody else is at becomes another one; its identifier stays.
+    void recycle() {
+        Table& notes = table(kNotes);
+        set_order(notes, "DELETED");
+        notes.go_top();
+        const RecordNumber record = notes.end_of_file() ? 0 : notes.record_number();
+        if (record != 0 && notes.lock_record(record)) {
+            if (notes.deleted()) {
+                notes.recall();
+                areas().set_field(kNotes, "TOPIC", token_);
+                areas().set_field(kNotes, "NOTE", memo());
+            }
+            notes.unlock_all();
+        }
+        set_order(notes, "U_ID");
+    }
+
+    // What was acknowledged is found, at once and every time.
+    void seek() {
+        const std::string& identifier = pick(contacts_).first;
+        const auto find = [&](const char* order, const std::string& key) {
+            Table& names = table(kNamesArea);
+            set_order(names, order);
+            if (names.seek(key, SeekMode::kHard, SeekEnd::kFirst)) return;
+            throw Violation{"contact " + identifier + " is not found as " + key};
+        };
+        find("U_ID", identifier);
+        expect_whole(kNamesArea);
+        find("NAME", upper(areas().field(kNamesArea, "LAST").text()) +
+                         upper(areas().field(kNamesArea, "FIRST").text()));
+    }
+
+    // Identifiers never change, so a walk through them meets each once, in order, and misses none
+    // that was there when it began.
+    void walk() {
+        Table& names = table(kNamesArea);
+        set_order(names, "U_ID");
+        std::set<std::string> missing;
+        for (const auto& own : contacts_) missing.insert(own.first);
+        const bool forward = random_() % 2 == 0;
+        std::string last;
+        RecordNumber steps = 0;
+        forward ? names.go_top() : names.go_bottom();
+        while (forward ? !names.end_of_file() : !names.beginning_of_file()) {
+            const std::string identifier = text(kNamesArea, "U_ID");
+            if (!last.empty() && !identifier.empty() &&
+                (forward ? identifier <= last : identifier >= last)) {
+                throw Violation{"a walk came from " + last + " to " + identifier};
+            }
+            if (++steps > names.record_count() + 1000) throw Violation{"a walk without an end"};
+            expect_whole(kNamesArea);
+            missing.erase(identifier);
+            if (!identifier.empty()) last = identifier;
+            names.skip(forward ? 1 : -1);
+        }
+        if (!missing.empty()) throw Violation{"a walk missed " + *missing.begin()};
+    }
+
+    const bool on_share_;
+    const std::string folder_, seed_;
+    const int trace_;
+    std::vector<const Work*> works_;  // each as often as it is done; the first is an addition
     std::mt19937 random_;
-    std::vector<std::pair<std::string, std::string>> own_;  // contacts: identifier and ID
-    const steady_clock::time_point begin_ = steady_clock::now();
-    int tokens_ = 0, additions_ = 0;
+    std::vector<std::pair<std::string, std::string>> contacts_;  // its own: identifier and ID
+    std::vector<std::string> notes_;
+    int tokens_ = 0;
     std::string token_, result_;  // of the work at hand
     long long longest_ = 0;
 };
 
 }  // namespace
+}  // namespace brenik::faults
 
 int main(int argc, char** argv) {
-    void* library = argc == 7 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : nullptr;
-    if (library == nullptr) return 2;
-    Worker(library, argv + 2);
+    if (argc != 7) return 2;
+    using namespace brenik::faults;
+    try {
+        const bool on_share = std::string(argv[1]) == "share";
+        Worker worker(on_share, argv[2], argv[3], std::atoi(argv[6]));
+        worker.work_for(std::chrono::seconds(std::atoi(argv[4])),
+                        std::chrono::milliseconds(std::atoi(argv[5])));
+        return 0;
+    } catch (const Violation& violation) {
+        std::printf("violation %s\n", violation.what.c_str());
+    } catch (const std::exception& fault) {
+        std::printf("violation %s\n", fault.what());
+    }
+    return 3;
 }

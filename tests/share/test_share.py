@@ -1,14 +1,13 @@
 """Workstations on a real SMB share: whatever happens to guests, network and server, nothing acknowledged is lost.
 
 Every guest runs a worker (tests/faults/worker.cpp), whose output leaves the guest by a serial port at once. After the
-work the practice is judged where it lies on the server. A run counts only if the workstations did something, took
-turns, and locked through the server. Calls may be refused while network or server are away, and only then.
+work the practice is judged where it lies on the server. A run counts only if the workstations did something and took
+turns. Calls may be refused while network or server are away, and only then.
 
 BRENIK_SHARE_SECONDS is the time that they work for in most tests. The machine is emulated: the longest call of each is
 told, but says little about real ones. Windows' own redirector cannot be had here.
 """
 
-import functools
 import os
 import re
 import subprocess
@@ -16,7 +15,7 @@ import time
 
 import judges
 import pytest
-from conftest import LIMIT, Guest, Server, wait_until
+from guests import LIMIT, Guest, Server, wait_until
 from judges import tables_of
 from test_faults import assert_mended, tool
 from test_soak import Log, assert_kept
@@ -26,12 +25,12 @@ SEEDS = {'A': 1, 'B': 2, 'local': 3}
 PAUSE = 10               # milliseconds between two pieces of work of a local worker, which would be far ahead of guests
 LEAST_WORK = 20          # acknowledged changes of each worker
 LEAST_TURNS = 5          # how often a record in LAW1 is another one's than the record before
-LEAST_LOCKS = 200        # requests at the server
 LOST = {('BrenikEditStart', '6'), ('BrenikEditStart', '16'), ('BrenikGetU_ID', '19')}    # of what is acknowledged
 
 
-def work(name, seconds=SECONDS, library='lib', trace=0):
-    return 'worker /%s/libBrenikDB.so.0 /practice %d %d 0 %d >/dev/ttyS1\n' % (library, SEEDS[name], seconds, trace)
+def work(name, seconds=SECONDS, pause=0, trace=0, folder='/practice'):
+    """The arguments of a worker."""
+    return ['share', str(folder), *map(str, (SEEDS[name], seconds, pause, trace))]
 
 
 class Practice:
@@ -50,9 +49,10 @@ class Practice:
     def add_guest(self, name, job, options=''):
         self.guests[name] = Guest(self.server, name, options, job)
 
-    def add(self, *names, seconds=SECONDS, options='', after='', **kind):
+    def add(self, *names, options='', after='', **kind):
         for name in names:
-            self.add_guest(name, work(name, seconds, **kind) + after, options)
+            job = 'worker %s >/dev/ttyS1\n%s' % (' '.join(work(name, **kind)), after)
+            self.add_guest(name, job, options)
             self.paths[name] = self.guests[name].log
 
     def begin(self):
@@ -73,8 +73,7 @@ class Practice:
         for guest in self.guests.values():
             guest.process.wait(LIMIT)
         self.logs = {'W%d' % SEEDS[name]: Log(path) for name, path in self.paths.items()}
-        print('', '%d lock requests, %d turns' % (self.locks, self.turns), *map('%s: %s'.__mod__, self.logs.items()),
-              sep='\n')
+        print('', *map('%s: %s'.__mod__, self.logs.items()), sep='\n')
 
     def close(self):
         for guest in self.guests.values():
@@ -82,57 +81,27 @@ class Practice:
         if self.server:
             self.server.stop()
 
-    @functools.cached_property
-    def locks(self):
-        return self.server.locks()
-
-    @functools.cached_property
-    def turns(self):
-        seeds = [row['ID'].split('.')[0] for row in judges.TableView(self.folder, 'LAW1').rows if '.' in row['ID']]
-        return sum(one != other for one, other in zip(seeds, seeds[1:]))
-
-    def assert_worked(self):
-        """There was something to judge."""
-        done = [len(log.written) for log in self.logs.values()]
-        turns = LEAST_TURNS if len(done) == 1 else self.turns
-        assert min(done) >= LEAST_WORK and self.locks >= LEAST_LOCKS and turns >= LEAST_TURNS, (done, self.locks, turns)
-
-    def assert_kept(self):
-        assert_kept(self.folder, self.logs, set().union(*(log.unnoted for log in self.logs.values())))
-        lost = [words for log in self.logs.values() for words in log.refused if tuple(words[1:3]) in LOST]
-        assert not lost, lost[:3]
-
-    def assert_served(self):
-        refused = [' '.join(words) for log in self.logs.values() for words in log.refused]
-        assert not refused, '%d calls: %s' % (len(refused), refused[:3])
-
-    def assert_clean(self):
-        checked = tool('check', self.folder)
-        assert checked.returncode == 0, checked.stdout[:600]
-        judges.assert_sound(self.folder)
-
-    def assert_finished(self):
-        """After an interruption only a change that was never acknowledged may lie there half done."""
-        written = {words[1] for log in self.logs.values() for words in log.written}
-        for name in tables_of(self.folder):
-            if 'U_ID' in judges.TableView(self.folder, name).names:
-                judges.assert_finished(self, name, written, self.edited)
-        assert_mended(self.folder)
-        judges.assert_sound(self.folder)
-
-    def failures(self, *judgements):
-        """What is wrong, all of it."""
-        for judgement in judgements:
-            try:
-                judgement()
-            except (AssertionError, KeyError) as failure:        # an identifier without its record is a wrong key
-                yield '%s: %s' % (judgement.__name__, str(failure).partition('\n')[0][:400])
-
     def judge(self, interrupted=False):
+        """After an interruption only a change that was never acknowledged may lie there half done."""
         self.end()
-        after = (self.assert_finished,) if interrupted else (self.assert_served, self.assert_clean)
-        if failures := list(self.failures(self.assert_worked, self.assert_kept, *after)):
-            pytest.fail('\n'.join(failures))
+        seeds = [row['ID'].split('.')[0] for row in judges.TableView(self.folder, 'LAW1').rows if '.' in row['ID']]
+        turns = sum(one != other for one, other in zip(seeds, seeds[1:]))
+        done = [len(log.written) for log in self.logs.values()]
+        assert min(done) >= LEAST_WORK and (turns >= LEAST_TURNS or len(done) == 1), (done, turns)
+        assert_kept(self.folder, self.logs, set().union(*(log.unnoted for log in self.logs.values())))
+        refused = [tuple(words[1:3]) for log in self.logs.values() for words in log.refused]
+        assert not LOST & set(refused), refused
+        if interrupted:
+            written = {words[1] for log in self.logs.values() for words in log.written}
+            for name in tables_of(self.folder):
+                if 'U_ID' in judges.TableView(self.folder, name).names:
+                    judges.assert_finished(self, name, written, self.edited)
+            assert_mended(self.folder)
+        else:
+            assert not refused
+            checked = tool('check', self.folder)
+            assert checked.returncode == 0, checked.stdout[:600]
+        judges.assert_sound(self.folder)
 
 
 @pytest.fixture
@@ -150,7 +119,6 @@ def test_two_guests(practice, options, settings):
     traced = options != ''       # which takes its time
     practice.add('A', 'B', seconds=SECONDS * (4 if traced else 2), trace=traced, options=options)
     practice.begin()
-    assert not practice.server.remembered()
     practice.judge()
     with open(judges.find(practice.folder, 'Trace.Log'), 'rb') as log:
         assert b'\0' not in log.read()
@@ -163,8 +131,8 @@ def test_beside_a_local_process(practice):
     practice.begin()
     practice.paths['local'] = practice.folder.parent / 'local.log'
     with practice.paths['local'].open('w') as log:
-        subprocess.run([os.environ['BRENIK_WORKER'], os.environ['BRENIK_LIBRARY'], practice.folder,
-                        str(SEEDS['local']), str(SECONDS), str(PAUSE), '0'], stdout=log, check=True, timeout=LIMIT,
+        subprocess.run([os.environ['BRENIK_WORKER'], *work('local', pause=PAUSE, folder=practice.folder)], stdout=log,
+                       check=True, timeout=LIMIT,
                        env=dict(os.environ, BRENIK_UI='none', BRENIK_WINDIR=str(practice.folder)))
     practice.judge()
 
@@ -180,16 +148,6 @@ def test_killed_guest(practice):
     done = practice.lines('B')
     practice.judge(interrupted=True)
     assert practice.lines('B') >= done + LEAST_WORK
-
-
-def test_short_cuts(practice):
-    practice.open()
-    practice.add('A', 'B', seconds=75)
-    practice.begin()
-    for seconds in [2] * 10 + [20]:
-        time.sleep(2)
-        practice.guests['A'].cut(seconds)
-    practice.judge(interrupted=True)
 
 
 def test_a_long_cut(practice):
@@ -220,7 +178,7 @@ def test_killed_server(practice):
         kills += practice.server.kill('A')
         time.sleep(silence)
         practice.guests['A'].set_link('on')
-    assert kills >= 5 and practice.locks
+    assert kills >= 5
     practice.server.stop()
     practice.server.start()
     practice.judge(interrupted=True)
@@ -249,24 +207,3 @@ def test_refused_without_locks(practice):
     assert {tuple(words[1:3]) for words in log.refused} == {('BrenikInitialize', '14')} and not log.done, str(log)
     assert 'lock' in open(judges.find(practice.folder, 'Trace.Log'), encoding='latin-1').read().lower()
     assert re.search('check: [1-9]', said) and 'lock' in said.lower(), said
-
-
-def test_beside_an_older_library(practice):
-    """On a mount that makes up for what it does not know of shares: every size is asked for."""
-    practice.open()
-    practice.add('A')
-    practice.add('B', library='older', options='cache=none,actimeo=0')
-    practice.begin()
-    practice.judge()
-
-
-def test_older_libraries_fail(practice):
-    """The proof that the judgement means something: libraries that are not made for shares do not pass it."""
-    practice.open()
-    practice.add('A', 'B', library='older')
-    practice.begin()
-    practice.end()
-    assert all(log.done for log in practice.logs.values()) and practice.locks >= LEAST_LOCKS
-    harm = list(practice.failures(practice.assert_kept, practice.assert_served, practice.assert_clean))
-    print('\n'.join(harm))
-    assert harm

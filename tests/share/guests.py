@@ -7,7 +7,6 @@ also if that is killed.
 """
 
 import os
-import re
 import socket
 import subprocess
 import time
@@ -30,7 +29,6 @@ guest account = root
 load printers = no
 disable spoolss = yes
 log file = {state}/log
-smbd profiling level = count
 private dir = {state}
 lock directory = {state}
 state directory = {state}
@@ -84,26 +82,12 @@ class Server:
         subprocess.run([*AS_ROOT, 'kill', str(self.process.pid)])
         self.process.wait(LIMIT)
 
-    def _status(self, option):
-        return subprocess.run([*AS_ROOT, 'smbstatus', '--configfile=%s' % self.file, option], check=True, text=True,
-                              capture_output=True).stdout
-
     def kill(self, guest):
         """Kills the process that serves this guest's mount, if there is one; whether there was."""
-        lines = [line.split() for line in self._status('--shares').splitlines()]
-        found = [words[1] for words in lines if words and words[0] == guest]
+        shares = subprocess.run([*AS_ROOT, 'smbstatus', '--configfile=%s' % self.file, '--shares'], check=True,
+                                text=True, capture_output=True).stdout
+        found = [words[1] for words in map(str.split, shares.splitlines()) if words and words[0] == guest]
         return bool(found) and subprocess.run([*AS_ROOT, 'kill', '-KILL', *found]).returncode == 0
-
-    def remembered(self):
-        """The tables' files that several have open, while one of them may go on with what it has read."""
-        leases = re.findall(r'LEASE\((\w*)\) +\S+ +(\S+\.(?:DBF|CDX|FPT))', self._status('--locks'))
-        names = [name for _, name in leases]
-        return {name for lease, name in leases if 'R' in lease and names.count(name) > 1}
-
-    def locks(self):
-        """How many lock requests have reached the server since it started."""
-        words = self._status('--profile').split()
-        return int(words[words.index('smb2_lock_count:') + 1])
 
 
 class Guest:
@@ -134,11 +118,6 @@ class Guest:
             answer = b''
             while answer.count(b'(qemu)') < 2:
                 answer += monitor.recv(4096)
-
-    def cut(self, seconds):
-        self.set_link('off')
-        time.sleep(seconds)
-        self.set_link('on')
 
     def kill(self):
         self.process.kill()
