@@ -257,13 +257,19 @@ def judge(folder, run, script, states):
 
 
 @pytest.fixture
-def copy():
-    """Makes copies of one practice, in memory where there is a place for that."""
+def memory():
+    """A folder, in memory where there is a place for that."""
     with tempfile.TemporaryDirectory(prefix='brenik-', dir='/dev/shm' if os.path.isdir('/dev/shm') else None) as folder:
-        pristine = Path(folder) / 'pristine'
-        tool('sample', pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
-        make_pages(pristine)
-        yield lambda name: Path(shutil.copytree(pristine, Path(folder) / name))
+        yield Path(folder)
+
+
+@pytest.fixture
+def copy(memory):
+    """Makes copies of one practice."""
+    pristine = memory / 'pristine'
+    tool('sample', pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
+    make_pages(pristine)
+    return lambda name: Path(shutil.copytree(pristine, memory / name))
 
 
 def after_each_step(copy, script):

@@ -18,7 +18,7 @@ from pathlib import Path
 import pytest
 from conftest import Host, Practice, faults_of
 from judges import tables_of, view_of
-from test_faults import calls_made, copy, faulty  # noqa: F401  (a fixture)
+from test_faults import calls_made, copy, faulty, memory  # noqa: F401  (fixtures)
 
 TABLE = Path(__file__).parents[2] / 'docs' / 'when-a-call-ends-early.md'
 FILES = {0: 'LAW1', 1: 'LAW1', 2: 'LAW2', 3: 'LAW3', 7: 'LAWCODES'}

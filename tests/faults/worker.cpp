@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <random>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -45,10 +46,6 @@ struct Refused {
     BrenikCode code;
 };
 
-struct Violation {
-    std::string what;
-};
-
 #define CALL(name, ...) call(#name, name __VA_OPT__(, ) __VA_ARGS__)
 
 class Worker {
@@ -63,8 +60,8 @@ class Worker {
             {"contact", 4, 3, &Worker::contact}, {"edit", 4, 3, &Worker::edit},
             {"share", 1, 1, &Worker::share},     {"matter", 1, 1, &Worker::matter},
             {"note", 2, 1, &Worker::note},       {"look-up", 0, 2, &Worker::look_up},
-            {"delete", 1, 0, &Worker::remove},   {"recycle", 1, 0, &Worker::recycle},
-            {"seek", 4, 0, &Worker::seek},       {"walk", 1, 0, &Worker::walk},
+            {"recycle", 2, 0, &Worker::recycle}, {"seek", 4, 0, &Worker::seek},
+            {"walk", 1, 0, &Worker::walk},
         };
         for (const Work& work : kWorks) {
             works_.insert(works_.end(), on_share ? work.on_share : work.in_soak, &work);
@@ -202,8 +199,9 @@ class Worker {
         const std::string token = text(area, contact ? "LAST" : "TOPIC");
         if (token.find('.') == std::string::npos) return;  // a record of the sample
         const auto complain = [&](const std::string& other) {
-            throw Violation{"record " + std::to_string(table(area).record_number()) + " of " +
-                            std::to_string(area) + " says " + token + " and " + other};
+            throw std::runtime_error{"record " + std::to_string(table(area).record_number()) +
+                                     " of " + std::to_string(area) + " says " + token + " and " +
+                                     other};
         };
         for (const char* field : {"FIRST", "LABEL1", "LABEL4", "CITY", "EMAIL"}) {
             const std::string other = contact ? text(area, field) : token;
@@ -216,34 +214,24 @@ class Worker {
         }
     }
 
-    // Any note of anybody: marked deleted, and reported.
-    void remove() {
+    // Any note of anybody: marked deleted and reported, or, if it was, used again with its
+    // identifier.
+    void recycle() {
         Table& notes = table(kNotes);
         const auto record = static_cast<RecordNumber>(1 + random_() % notes.record_count());
         areas().select(kNotes);
         notes.go_to(record);
-        if (notes.deleted() || text(kNotes, "U_ID").empty() || !notes.lock_record(record)) return;
-        notes.mark_deleted();
-        // Under the lock, or somebody else recycles it before.
-        CALL(BrenikDeletedRecord, kNotes, static_cast<int>(record));
-        notes.unlock_all();
-    }
-
-    // The first deleted note that nobody else is at becomes another one; its identifier stays.
-    void recycle() {
-        Table& notes = table(kNotes);
-        set_order(notes, "DELETED");
-        notes.go_top();
-        const RecordNumber record = notes.end_of_file() ? 0 : notes.record_number();
-        if (record != 0 && notes.lock_record(record)) {
-            if (notes.deleted()) {
-                notes.recall();
-                areas().set_field(kNotes, "TOPIC", token_);
-                areas().set_field(kNotes, "NOTE", memo());
-            }
-            notes.unlock_all();
+        if (text(kNotes, "U_ID").empty() || !notes.lock_record(record)) return;
+        if (notes.deleted()) {
+            notes.recall();
+            areas().set_field(kNotes, "TOPIC", token_);
+            areas().set_field(kNotes, "NOTE", memo());
+        } else {
+            notes.mark_deleted();
+            // Under the lock, or somebody else recycles it before.
+            CALL(BrenikDeletedRecord, kNotes, static_cast<int>(record));
         }
-        set_order(notes, "U_ID");
+        notes.unlock_all();
     }
 
     // What was acknowledged is found, at once and every time.
@@ -253,7 +241,7 @@ class Worker {
             Table& names = table(kNamesArea);
             set_order(names, order);
             if (names.seek(key, SeekMode::kHard, SeekEnd::kFirst)) return;
-            throw Violation{"contact " + identifier + " is not found as " + key};
+            throw std::runtime_error{"contact " + identifier + " is not found as " + key};
         };
         find("U_ID", identifier);
         expect_whole(kNamesArea);
@@ -276,15 +264,16 @@ class Worker {
             const std::string identifier = text(kNamesArea, "U_ID");
             if (!last.empty() && !identifier.empty() &&
                 (forward ? identifier <= last : identifier >= last)) {
-                throw Violation{"a walk came from " + last + " to " + identifier};
+                throw std::runtime_error{"a walk came from " + last + " to " + identifier};
             }
-            if (++steps > names.record_count() + 1000) throw Violation{"a walk without an end"};
+            if (++steps > names.record_count() + 1000)
+                throw std::runtime_error{"a walk without an end"};
             expect_whole(kNamesArea);
             missing.erase(identifier);
             if (!identifier.empty()) last = identifier;
             names.skip(forward ? 1 : -1);
         }
-        if (!missing.empty()) throw Violation{"a walk missed " + *missing.begin()};
+        if (!missing.empty()) throw std::runtime_error{"a walk missed " + *missing.begin()};
     }
 
     const bool on_share_;
@@ -311,8 +300,6 @@ int main(int argc, char** argv) {
         worker.work_for(std::chrono::seconds(std::atoi(argv[4])),
                         std::chrono::milliseconds(std::atoi(argv[5])));
         return 0;
-    } catch (const Violation& violation) {
-        std::printf("violation %s\n", violation.what.c_str());
     } catch (const std::exception& fault) {
         std::printf("violation %s\n", fault.what());
     }
