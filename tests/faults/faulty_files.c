@@ -7,8 +7,7 @@
 //   FAULTY_LOG     where the numbers of writing, reading and locking calls are noted at the end
 //   FAULTY_ARMED   set: counting begins with the program. Each SIGUSR1 begins or ends it
 //   FAULTY_TIME    the second at which the program's clock begins. Then it runs only while the
-//                  program sleeps, which takes no time, and by a moment each time that it is read.
-//                  SIGUSR2 puts it ten seconds on
+//                  program sleeps, which takes no time, and by a moment each time that it is read
 //   FAULTY_RECORD  where every change and sync is recorded as it is done, in order: a line of
 //                  what it was, the offset or length, the number of bytes and the file's path in
 //                  the folder, then the bytes.
@@ -68,7 +67,7 @@ static const struct {
 } kKinds[] = {KINDS(ROW)};
 
 enum { kMostFiles = 4096, kMostLocks = 64, kHeader = 32, kSilence_us = 30000 };
-enum { kMoment_ns = 1000000, kSecond_ns = 1000000000, kStep_s = 10 };
+enum { kMoment_ns = 1000000, kSecond_ns = 1000000000 };
 static const unsigned kShareType = 0xFE534D42;
 
 struct File {
@@ -93,8 +92,8 @@ static struct {
 } state = {.record = -1};
 
 static void obey(int signal) {
-    if (signal == SIGUSR1) state.armed = !state.armed;
-    if (signal == SIGUSR2) state.now.tv_sec += kStep_s;
+    (void)signal;
+    state.armed = !state.armed;
 }
 
 __attribute__((constructor)) static void begin(void) {
@@ -111,7 +110,6 @@ __attribute__((constructor)) static void begin(void) {
     state.armed = getenv("FAULTY_ARMED") != NULL;
     state.now.tv_sec = now ? atol(now) : 0;
     signal(SIGUSR1, obey);
-    signal(SIGUSR2, obey);
     if (record) state.record = open(record, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 }
 
@@ -256,8 +254,6 @@ int ftruncate(int file, off_t length) {
                   length);
 }
 
-int fsync(int file) { return change("sync", path_of(file), 0, 0, SYS_fsync, file, 0); }
-
 int fdatasync(int file) { return change("sync", path_of(file), 0, 0, SYS_fdatasync, file, 0); }
 
 int rename(const char* from, const char* to) {
@@ -285,7 +281,6 @@ int open(const char* path, int flags, ...) {
     if (name && file >= 0 && file < kMostFiles) {
         state.files[file] = (struct File){.size = true_size(file), .path = strdup(name)};
     }
-    if (makes && file >= 0) note_change("create", name, 0, NULL, 0);
     return file;
 }
 
@@ -320,10 +315,10 @@ int fcntl(int file, int command, ...) {
     va_start(rest, command);
     void* argument = va_arg(rest, void*);
     va_end(rest);
-    const int locking = command == F_OFD_SETLK || command == F_OFD_SETLKW;
+    const int locking = command == F_OFD_SETLK;
     if (locking && ours(file)) return set_lock(file, command, argument);
     const int result = (int)syscall(SYS_fcntl, file, command, argument);
-    if (command == F_DUPFD_CLOEXEC || command == F_DUPFD) remember(result, path_of(file));
+    if (command == F_DUPFD_CLOEXEC) remember(result, path_of(file));
     return result;
 }
 
@@ -367,15 +362,6 @@ ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
         return write_at(file, bytes, 1 + state.spoilt_call * 7 % (count - 1), at);
     }
     return code ? fail_with(code) : write_at(file, bytes, count, at);
-}
-
-ssize_t write(int file, const void* bytes, size_t count) {
-    const int code = ours(file) ? fate(1) : 0;
-    if (code) return fail_with(code);
-    const ssize_t put = syscall(SYS_write, file, bytes, count);
-    const off_t end = ours(file) && put > 0 ? lseek(file, 0, SEEK_CUR) : 0;
-    if (end) note_change("write", path_of(file), end - put, bytes, (size_t)put);
-    return put;
 }
 
 int fstat(int file, struct stat* facts) {
