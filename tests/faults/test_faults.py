@@ -95,9 +95,9 @@ class Run:
     """What became of one run of a script: steps acknowledged, identifiers given out, calls made. That of "reindex"
     is the tool's, on the whole practice, with no steps to acknowledge."""
 
-    def __init__(self, folder, script, kind='end', call=0, steps=None):
-        self.steps, self.refused = [], []
-        environment = faulty(folder, kind, call)
+    def __init__(self, folder, script, kind='end', call=0, steps=None, record=False):
+        self.steps, self.refused, self.marks, self.record = [], [], [], Path('%s.record' % folder)
+        environment = faulty(folder, kind, call, **({'FAULTY_RECORD': str(self.record)} if record else {}))
         if script == 'reindex':
             done = tool('reindex', folder, env=dict(os.environ, **environment, FAULTY_ARMED='1'))
             assert done.returncode in (-9, 0, 1, 3, 4) and 'Sanitizer' not in done.stderr, done.stderr
@@ -112,16 +112,22 @@ class Run:
         try:
             assert host.init(folder) == 0
             host.child.send_signal(signal.SIGUSR1)
+            self._mark()
             for rc, *what in itertools.islice(SCRIPTS[script](host), steps):
                 if rc:
                     self.refused.append(rc)
                     break
                 self.steps.append(what)
+                self._mark()
             host.shutdown()
         except HostGone:
             pass
         finally:
             host.close()
+
+    def _mark(self):
+        """How long the record is now, if there is one."""
+        self.marks += [self.record.stat().st_size] if self.record.exists() else []
 
 
 def rows(folder):

@@ -1,99 +1,41 @@
 """The power fails while a host works with Durability=full: whatever it was told is done, is done.
 
-A host's changes and syncs are recorded, and how long the record was when each call had answered. Then the power is cut
-at random places of the record. A disk keeps what was synced; of the rest it keeps nothing, or what came first in each
-file, or any sectors, each in any version that it has had. On each result the judges look for everything acknowledged,
-record by record and through every tag; the next host works on it without a repair; and the judges look again. Only the
-call that was under way may have left anything: it is done, undone, or has left
+The changes and syncs of the scripts of test_faults.py are recorded, and how long the record was when each step was
+answered. Then the power is cut all along the record. A disk keeps what was synced; of the rest it keeps nothing, or
+what came first in each file, or any sectors, each in any version that it has had. On each result the judges look for
+everything acknowledged, record by record and through every tag; the next host works on it without a repair; and the
+judges look again. Only the step that was under way may have left anything: it is done, undone, or has left
   - index entries that its own records do not have (surplus),
   - an appended record that is not counted, until the next one is appended,
   - a page of an index that its left neighbour names and the level above does not yet, or a left pointer that is
     behind (unfinished): readers go right there, and the next change of that place mends it,
   - a record of two sectors half changed.
 
-BRENIK_CUTS sets the number of cuts, BRENIK_CUT_SEED makes others.
+BRENIK_CUTS sets the number of cuts for all scripts, BRENIK_CUT_SEED makes others.
 """
 
 import bisect
 import collections
-import functools
-import multiprocessing
+import math
 import os
 import random
 import re
 import shutil
-import string
 
 import judges
+import pytest
 from conftest import Host, HostGone
-from judges import VIEWS, tables_of, view_of
-from test_faults import TABLES, assert_unique, faulty, later, memory, tool  # noqa: F401  (a fixture)
+from judges import tables_of, view_of
+from test_faults import SCRIPTS, TABLES, Run, assert_unique, copy, later, memory  # noqa: F401  (fixtures)
 
-CUTS = int(os.environ.get('BRENIK_CUTS', '250'))
+CUTS = int(os.environ.get('BRENIK_CUTS', '500')) // len(SCRIPTS)
 SEED = int(os.environ.get('BRENIK_CUT_SEED', '1'))
 SECTOR = 512
 EDITED_LATER = 1         # the number of the record, in several tables
-MOST_VIEWS = 100         # kept at a time
 SURPLUS = r'record \d+ (is in the tag|has key|occurs twice)|record number \d+ out of range'
 UNFINISHED = '%s|%s' % (judges.UNFINISHED,
                         r'no page of the level above|does not end with the entry that page|its left sibling is')
 TAIL = r'dbf: (byte after record|\d+ bytes after|no end-of-file byte)'
-
-
-class Work:
-    """A recorded host at work; `marks` are the lengths of the record at its answers, the first when it has started."""
-
-    def __init__(self, practice, folder):
-        self.record, self.random, self.marks = folder / 'record', random.Random(SEED), []
-        self.host = Host(folder, **faulty(practice, FAULTY_RECORD=str(self.record)))
-        self.done(self.host.init(practice))
-        contacts = [row['U_ID'] for row in judges.TableView(practice, 'LAW1').rows]
-        for turn in range(60):
-            contacts.append(self.add_contact())
-            if turn % 2:
-                self.edit(self.random.choice(contacts), self.random.choice(
-                    ({'LAST': self.text(), 'CITY': self.text()}, {'DEAR': self.text(20)}, {'NOTES': self.text(900)})))
-            if turn % 6 == 0:
-                self.add(4, {'TOPIC': self.text(), 'NOTE': self.text(300)})
-                self.add(2, {'DETAIL': self.text(60), 'CASENUM': self.text(), 'NOTES': self.text(90)})
-                self.add(3, {'MATTER': self.text(40), 'CASENUM': self.text()}, contacts[-1])
-        # Leaves of the names become empty from the first on, and their pages are used again.
-        rows = judges.TableView(practice, 'LAW1').rows
-        for row in sorted(rows, key=lambda row: (row['LAST'] + row['FIRST']).upper())[:60]:
-            self.edit(row['U_ID'], {'LAST': 'Same', 'FIRST': ''})
-        for _ in range(50):
-            self.add_contact()
-        self.host.child.kill()
-        self.host.close()
-
-    def done(self, rc):
-        assert rc == 0
-        self.marks.append(self.record.stat().st_size)
-
-    def add(self, table, values, contact=''):
-        rc, identifier = self.host.add(table, values, contact)
-        self.done(rc)
-        return identifier
-
-    def edit(self, identifier, values):
-        self.done(self.host.edit(1, identifier, values))
-
-    def text(self, most=12):
-        return ''.join(self.random.choices(string.ascii_letters, k=self.random.randint(1, most)))
-
-    def add_contact(self):
-        memo = {'NOTES': self.text(900)} if self.random.random() < 0.3 else {}
-        return self.add(1, {'LAST': self.text(), 'FIRST': self.text(), 'ID': self.text(9), 'CITY': self.text(3),
-                            'BALANCE': '%.2f' % self.random.uniform(1, 9999), **memo})
-
-    def changes(self):
-        """Each with the length of the record up to its end."""
-        with self.record.open('rb') as file:
-            for line in file:
-                what, at, count, name = line.decode().split()
-                content = file.read(int(count))
-                if name != 'Trace.Log':
-                    yield file.tell(), (what, int(at), content, name)
 
 
 def write(image, at, content):
@@ -254,75 +196,46 @@ def judge(folder, windows_folder, start, old, new):
     return first.complaints + ['afterwards: ' + text for text in second.complaints]
 
 
-class Case:
-    """What was recorded, and the practice before it."""
-
-    def __init__(self, folder):
-        self.folder, practice = folder, folder / 'practice'
-        tool('sample', practice, '--contacts', 80, '--matters', 8, '--events', 8, '--notes', 6, check=True)
-        with (practice / 'LAWSYS.INI').open('a') as settings:
-            settings.write('Durability=full\n')
-        self.files = {path.name: path.read_bytes() for path in practice.iterdir() if path.is_file()}
-        work = Work(practice, folder)
-        self.marks, self.changes = work.marks, list(work.changes())
-        assert self.written_at(work.marks[-1]) == {name: (practice / name).read_bytes() for name in self.files}
-        tags = judges.TableView(practice, 'LAW1').tags
-        assert tags['NAME'].depth == 3 and tags['U_ID'].depth == 2      # one more than before
-
-    def written_at(self, mark):
-        images = {name: bytearray(content) for name, content in self.files.items()}
-        for end, (what, at, content, name) in self.changes:
-            if end <= mark and what == 'write':
-                write(images[name], at, content)
-        return images
-
-    @functools.lru_cache(4)
-    def rows_at(self, mark):
-        folder = self.folder / ('written%d' % os.getpid())
-        put(folder, {name: image for name, image in self.written_at(mark).items() if not name.endswith('.CDX')})
-        return rows_of(folder)
-
-    def cuts(self, choice, count):
-        """Numbers of changes before each cut, in order: half of them where an index has just got or given up a page,
-        which is rare, and half of each sort just before a sync, when the most is at stake."""
-        sizes, turns = {name: len(content) for name, content in self.files.items()}, []
-        first, last = sum(end <= self.marks[0] for end, _ in self.changes) + 1, len(self.changes)
-        for done, (_, (_, at, content, name)) in enumerate(self.changes, 1):
-            free = len(content) == SECTOR and not any(content[4:])
-            if name.endswith('.CDX') and (free or at + len(content) > sizes[name]):
-                turns.append(done)
-            sizes[name] = max(sizes[name], at + len(content))
-        for number in range(count):
-            cut = choice.randint(first, last) if number % 2 else min(choice.choice(turns) + choice.randint(0, 15), last)
-            while number % 4 < 2 and cut < last and self.changes[cut][1][0] != 'sync':
-                cut += 1
-            yield cut
-
-    def run(self, cuts):
-        """The outcomes of (number, cut) in order of the cuts."""
-        disk, done, outcomes = Disk(self.files), 0, []
-        for number, cut in cuts:
-            for _, one in self.changes[done:cut]:
-                disk.take(*one)
-            done, choice, folder = cut, random.Random(SEED * 1000003 + number), self.folder / ('cut%d' % number)
-            step = bisect.bisect_right(self.marks, self.changes[cut - 1][0])
-            old, new = self.marks[step - 1], self.marks[min(step, len(self.marks) - 1)]
-            how = choice.choice(('prefix', 'sectors', 'sectors'))
-            put(folder, disk.after_cut(how, choice))
-            complaints = judge(folder, self.folder, *map(self.rows_at, (self.marks[0], old, new)))
-            outcomes.append(('cut%d: %s, %d changes, call %d' % (number, how, cut, step), complaints))
-            if len(VIEWS) > MOST_VIEWS:
-                VIEWS.clear()
-            shutil.rmtree(folder)
-        return outcomes
+def changes_of(record):
+    """Each with the length of the record up to its end."""
+    with record.open('rb') as file:
+        for line in file:
+            what, at, count, name = line.decode().split()
+            content = file.read(int(count))
+            if name != 'Trace.Log':
+                yield file.tell(), (what, int(at), content, name)
 
 
-def test_power_cuts(memory):  # noqa: F811
-    case = Case(memory)
-    cuts = list(enumerate(sorted(case.cuts(random.Random(SEED), CUTS))))
-    with multiprocessing.get_context('fork').Pool(2) as pool:
-        outcomes = sum(pool.map(case.run, [cuts[0::2], cuts[1::2]]), [])
-    failed = [(name, complaints) for name, complaints in outcomes if complaints]
-    print('%d changes of %d calls; %d cuts' % (len(case.changes), len(case.marks) - 1, CUTS))
-    assert not failed, '%d of %d\n%s' % (len(failed), CUTS, '\n'.join(
-        '%s: %d complaints\n    %s' % (name, len(all), '\n    '.join(all[:4])) for name, all in failed[:10]))
+@pytest.mark.parametrize('script', SCRIPTS)
+def test_power_cuts(memory, copy, script):  # noqa: F811
+    practice = copy('practice')
+    with (practice / 'LAWSYS.INI').open('a') as settings:
+        settings.write('Durability=full\n')
+    files = {path.name: path.read_bytes() for path in practice.iterdir() if path.is_file()}
+    run = Run(practice, script, record=True)
+    changes = list(changes_of(run.record))
+    images, states = {name: bytearray(content) for name, content in files.items()}, []
+    for end, (what, at, content, name) in [*changes, (math.inf, ('sync', 0, b'', ''))]:
+        if len(states) < len(run.marks) and end > run.marks[len(states)]:
+            put(memory / 'written', images)
+            states.append(rows_of(memory / 'written'))
+        if what == 'write':
+            write(images[name], at, content)
+    assert images == {name: (practice / name).read_bytes() for name in files} and len(states) == len(run.marks) > 1
+    first = sum(end <= run.marks[0] for end, _ in changes) + 1
+    disk, done, failed = Disk(files), 0, []
+    for number in range(CUTS):
+        cut = first + number * (len(changes) + 1 - first) // CUTS
+        for _, change in changes[done:cut]:
+            disk.take(*change)
+        done, choice, folder = cut, random.Random(SEED * 1000003 + number), memory / ('cut%d' % number)
+        step = bisect.bisect_right(run.marks, changes[cut - 1][0])
+        how = choice.choice(('prefix', 'sectors', 'sectors'))
+        put(folder, disk.after_cut(how, choice))
+        complaints = judge(folder, memory, states[0], states[step - 1], states[min(step, len(states) - 1)])
+        if complaints:
+            failed.append('cut%d: %s, %d changes, step %d: %d complaints\n    %s' % (
+                number, how, cut, step, len(complaints), '\n    '.join(complaints[:4])))
+        shutil.rmtree(folder)
+    print('%d changes of %d steps; %d cuts' % (len(changes), len(run.steps), CUTS))
+    assert not failed, '%d of %d\n%s' % (len(failed), CUTS, '\n'.join(failed[:10]))
