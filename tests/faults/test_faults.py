@@ -62,9 +62,9 @@ def add(host):
 
 
 def edit(host):
-    """The first one empties a page of the index."""
-    for name in 'Edited', 'Aaltonen', 'Zuse':
-        yield host.edit(1, 'A10000B', {'LAST': name, 'CITY': name, 'BALANCE': '99.50'}),
+    """The first name empties a page of the index, which the last one takes."""
+    for name in 'Edited', 'Aaltonen', 'Zuse' * 7:
+        yield host.edit(1, 'A10000B', {'LAST': name, 'FIRST': name[:20], 'CITY': name[:8], 'BALANCE': '99.50'}),
 
 
 def matter(host):
