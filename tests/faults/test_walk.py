@@ -25,7 +25,6 @@ FILES = {0: 'LAW1', 1: 'LAW1', 3: 'LAW3'}
 AREAS = 1, 2, 3, 4, 5, 7, 9, 20
 CONTACT = 'A100003'
 NOON = 1900000000        # the second at which each walk's clock begins
-CHANGE = {'LAST': 'Walked', 'NOTES': 'Walked'}
 
 
 def add_end(table, contact=''):
@@ -56,23 +55,16 @@ def nothing(host, _):
 
 
 def change(host, _):
-    host.begin(1, 3, CHANGE)
-
-
-def edit_end(host, _):
-    return host.edit_end(1, 3)
+    host.begin(1, 3, {'LAST': 'Walked', 'NOTES': 'Walked'})
 
 
 # The number of the call's table, what comes before it, and the call.
 CALLS = {
     'StartUp': (0, begin_again, lambda host, folder: host.init(folder)),
-    'ShutDown': (0, change, lambda host, _: host.shutdown()),
-    'AddStart': (1, nothing, lambda host, _: host.add_start(1)),
     'AddEnd': add_end(1), 'AddEnd with a link': add_end(3, CONTACT),
     'EditStart': (1, nothing, lambda host, _: host.edit_start(1, CONTACT)),
     'EditBegin': (1, nothing, lambda host, _: host.edit_begin(1, 3)),
-    'SetField': (1, lambda host, _: host.edit_begin(1, 3), lambda host, _: host.set_field(1, 'NOTES', 'Set', 3)),
-    'EditEnd': (1, change, edit_end),
+    'EditEnd': (1, change, lambda host, _: host.edit_end(1, 3)),
     'AddedRec': (1, nothing, lambda host, _: host.added(1, 3)),
     'DeletedRec': (1, nothing, lambda host, _: host.deleted(1, 3)),
     'GetMyFirm': (0, nothing, get_firm),
@@ -131,7 +123,7 @@ class Walk:
         self.again = 0
         if self.code in ('9', '12', '14', '17') and re.match('AddEnd|EditEnd', call) and not self.identifier:
             self.again, self.retried = run(host, folder), contents(folder)
-        elif call in ('StartUp', 'ShutDown'):
+        elif call == 'StartUp':
             host.init(folder)
         self.next_code = host.add(2, {})[0]
         host.close()
@@ -143,7 +135,7 @@ class Walk:
             return True
         wanted, there = [[dict(row, U_ID='', deleted=False) for key, row in rows.items() if key[0] == FILES[self.table]
                           and row != self.before.get(key)] for rows in (finished, self.retried)]
-        return self.again in (0, 18) and any(row in wanted for row in there)
+        return self.again == 0 and any(row in wanted for row in there)
 
     def became(self, name, finished):
         """Of the records of a table that the call would have changed or added, what became of each."""

@@ -46,13 +46,10 @@ class Practice:
             file.write('[Main]\nnServerType=0\n' + settings)
         self.server = Server(self.folder.parent, self.folder, options)
 
-    def add_guest(self, name, job, options=''):
-        self.guests[name] = Guest(self.server, name, options, job)
-
     def add(self, *names, options='', after='', **kind):
         for name in names:
             job = 'worker %s >/dev/ttyS1\n%s' % (' '.join(work(name, **kind)), after)
-            self.add_guest(name, job, options)
+            self.guests[name] = Guest(self.server, name, options, job)
             self.paths[name] = self.guests[name].log
 
     def begin(self):
@@ -87,7 +84,7 @@ class Practice:
         seeds = [row['ID'].split('.')[0] for row in judges.TableView(self.folder, 'LAW1').rows if '.' in row['ID']]
         turns = sum(one != other for one, other in zip(seeds, seeds[1:]))
         done = [len(log.written) for log in self.logs.values()]
-        assert min(done) >= LEAST_WORK and (turns >= LEAST_TURNS or len(done) == 1), (done, turns)
+        assert min(done) >= LEAST_WORK and turns >= LEAST_TURNS, (done, turns)
         assert_kept(self.folder, self.logs, set().union(*(log.unnoted for log in self.logs.values())))
         refused = [tuple(words[1:3]) for log in self.logs.values() for words in log.refused]
         assert not LOST & set(refused), refused
@@ -182,18 +179,6 @@ def test_killed_server(practice):
     practice.server.stop()
     practice.server.start()
     practice.judge(interrupted=True)
-
-
-def test_check_beside_work(practice):
-    """Nothing is wrong at any moment, wherever one looks from."""
-    practice.open()
-    practice.add('A', seconds=2 * SECONDS)
-    check = 'brenik check /practice; echo "ended with $?"'
-    practice.add_guest('B', 'for i in 1 2 3 4 5 6 7 8; do %s; done >/dev/ttyS1' % check)
-    practice.begin()
-    practice.judge()
-    said = practice.guests['B'].log.read_text('latin-1')
-    assert re.findall(r'ended with (\d+)', said) == ['0'] * 8, said[:1000]
 
 
 def test_refused_without_locks(practice):
