@@ -87,7 +87,7 @@ static struct {
     unsigned reconnections;
     char folder[PATH_MAX], held[NAME_MAX];
     off_t held_at;
-    struct timespec now;
+    long long now;  // in nanoseconds; 0 while the system's clock runs
     struct File files[kMostFiles];
 } state = {.record = -1};
 
@@ -108,7 +108,7 @@ __attribute__((constructor)) static void begin(void) {
     state.spoilt_call = call ? strtoul(call, NULL, 10) : 0;
     state.ready = 1;
     state.armed = getenv("FAULTY_ARMED") != NULL;
-    state.now.tv_sec = now ? atol(now) : 0;
+    state.now = now ? atol(now) * kSecond_ns : 0;
     signal(SIGUSR1, obey);
     if (record) state.record = open(record, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 }
@@ -289,10 +289,6 @@ int close(int file) {
     return (int)syscall(SYS_close, file);
 }
 
-static int is_held(int file, const struct flock* range) {
-    return state.armed && !strcmp(path_of(file), state.held) && range->l_start == state.held_at;
-}
-
 // A lock or an unlock of a file of the folder.
 static int set_lock(int file, int command, const struct flock* range) {
     const int unlocking = range->l_type == F_UNLCK;
@@ -301,7 +297,8 @@ static int set_lock(int file, int command, const struct flock* range) {
         snprintf(state.held, sizeof state.held, "%s", path_of(file));
         state.held_at = range->l_start;
     }
-    if (!unlocking && is_held(file, range)) return fail_with(EAGAIN);
+    const int held = !strcmp(path_of(file), state.held) && range->l_start == state.held_at;
+    if (state.armed && held && !unlocking) return fail_with(EAGAIN);
     reach_server();
     if (is_share() && ours(file)->dropped) return fail_with(EBADF);
     const int result = (int)syscall(SYS_fcntl, file, command, range);
@@ -387,22 +384,16 @@ int fstatfs(int file, struct statfs* facts) {
 
 // -------------------------------------------------------------------------------------- the clock
 
-static void move_clock(long seconds, long nanoseconds) {
-    state.now.tv_nsec += nanoseconds;
-    state.now.tv_sec += seconds + state.now.tv_nsec / kSecond_ns;
-    state.now.tv_nsec %= kSecond_ns;
-}
-
 int clock_gettime(clockid_t clock, struct timespec* time) {
-    if (!state.now.tv_sec) return (int)syscall(SYS_clock_gettime, clock, time);
-    move_clock(0, kMoment_ns);
-    *time = state.now;
+    if (!state.now) return (int)syscall(SYS_clock_gettime, clock, time);
+    state.now += kMoment_ns;
+    *time = (struct timespec){state.now / kSecond_ns, state.now % kSecond_ns};
     return 0;
 }
 
 int nanosleep(const struct timespec* time, struct timespec* rest) {
-    if (!state.now.tv_sec) return (int)syscall(SYS_nanosleep, time, rest);
-    move_clock(time->tv_sec, time->tv_nsec);
+    if (!state.now) return (int)syscall(SYS_nanosleep, time, rest);
+    state.now += time->tv_sec * kSecond_ns + time->tv_nsec;
     return 0;
 }
 

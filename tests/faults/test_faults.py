@@ -23,7 +23,7 @@ from pathlib import Path
 
 import judges
 import pytest
-from conftest import Host, HostGone
+from conftest import Host, HostGone, tool
 from judges import tables_of, view_of
 
 WRITING = ('error', 'short', 'full', 'gone')
@@ -31,9 +31,7 @@ TABLES = {'1': 'LAW1', '2': 'LAW2', '3': 'LAW3', '4': 'LAWNotes', '9': 'LAW9'}  
 # Times of change, which no two runs share. The counters are judged by what they have given out.
 MASKED = {('LAWTRANS', 'CDT'), ('LAWTRANS', 'CDATA'), ('LAWSYS', 'TLASTDELTA'), ('LAWSYS', 'RECORDNO')}
 MASKED |= {('LAWSYS', 'U_ID' + table) for table in TABLES}
-TOOL = os.environ['BRENIK_TOOL']
 SANITIZED = os.environ['BRENIK_SANITIZED'] == '1'
-HANGS = 600              # seconds; no program here takes more than a moment, unless the machine has other work to do
 
 
 def faulty(folder, kind='end', call=0, **environment):
@@ -168,10 +166,6 @@ def assert_unique(folder, identifiers, unnoted=frozenset()):
     assert {('%02d' % int(number), identifier) for number, identifier in set(identifiers) - unnoted} <= set(noted)
 
 
-def tool(*arguments, **options):
-    return subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True, timeout=HANGS, **options)
-
-
 def assert_mended(folder):
     """`check` and the outside readers agree that `repair` leaves nothing to say."""
     views = [view_of(folder, name) for name in tables_of(folder)]
@@ -199,7 +193,6 @@ def judge(folder, run, script, states):
     assert_old_or_new(rows(folder), states[done], None if finished else states[min(done + 1, len(states) - 1)])
     later = Run(folder, 'later')
     assert not later.refused, later.refused
-    assert len(later.identifiers) == 4
     assert_unique(folder, run.identifiers + later.identifiers)
     if script in ('add', 'matter'):
         faults = [(name, fault) for name in tables_of(folder) for fault in view_of(folder, name).report.faults]

@@ -32,8 +32,7 @@ CUTS = int(os.environ.get('BRENIK_CUTS', '500')) // len(SCRIPTS)
 SECTOR = 512
 EDITED_LATER = 1         # the number of the record, in several tables
 SURPLUS = r'record \d+ (is in the tag|has key|occurs twice)|record number \d+ out of range'
-UNFINISHED = '%s|%s' % (judges.UNFINISHED,
-                        r'no page of the level above|does not end with the entry that page|its left sibling is')
+UNFINISHED = judges.UNFINISHED + '|no page of the level above|does not end with the entry that page|its left sibling is'
 TAIL = r'dbf: (byte after record|\d+ bytes after|no end-of-file byte)'
 
 
@@ -160,15 +159,13 @@ def next_host(folder, windows_folder, old):
         assert not any(rc for rc, *_ in answers), answers
         assert host.shutdown() == 0
     finally:
-        host.child.kill()
         host.close()
-    return [tuple(what) for _, *what in answers if what]
+    return {tuple(what) for _, *what in answers if what}
 
 
 def judge(folder, windows_folder, start, old, new):
     """The complaints."""
-    known = set(identifiers(start))
-    told = [identifier for identifier in identifiers(old) if identifier not in known]
+    told = set(identifiers(old)) - set(identifiers(start))
     first = Verdict(folder, old, new)
     first.judge_rows()
     first.judge_files({name for name, number in new.keys() - old.keys()})
@@ -181,7 +178,7 @@ def judge(folder, windows_folder, start, old, new):
     second.torn = {key for key in first.torn if key[1] != EDITED_LATER}
     second.moving &= old.keys()                         # the next addition clears what one has left
     second.judge_files(())
-    second.judge_identifiers(told + added)
+    second.judge_identifiers(told | added)
     for key, row in first.rows.items():
         if key[0] in TABLES.values() and key[1] != EDITED_LATER and not same(second.rows.get(key), row):
             second.complain(*key, 'is no longer as it was')

@@ -120,7 +120,6 @@ class Walk:
         host.child.send_signal(signal.SIGUSR1)
         self.locks, self.area, self.now = locks_held(host, folder), current_area(host), contents(folder)
         self.told, self.identifier = faults_of(windows).exists(), host.identifier
-        self.again = 0
         if self.code in ('9', '12', '14', '17') and re.match('AddEnd|EditEnd', call) and not self.identifier:
             self.again, self.retried = run(host, folder), contents(folder)
         elif call == 'StartUp':
@@ -170,7 +169,7 @@ def test_what_is_left(copy, call):  # noqa: F811
         made = Walk(folder, call, kind, number)
         shutil.rmtree(folder)
         assert made.told or made.code not in ('3', '4', '14')
-        assert (made.locks, made.next_code) == (0, 0), (kind, number, made.code, made.again, made.area)
+        assert (made.locks, made.next_code) == (0, 0), (kind, number, made.code, made.area)
         assert made.kept_its_buffer(reference.now)
         added = made.code in ('0', '4') or made.code == '17' and made.became('LAW3', reference.now) == 'added'
         assert 'AddEnd' not in call or bool(made.identifier) == added

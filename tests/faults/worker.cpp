@@ -198,9 +198,7 @@ class Worker {
         const std::string token = text(kNamesArea, "LAST");
         if (token.find('.') == std::string::npos) return;  // a record of the sample
         const auto complain = [&](const std::string& other) {
-            const RecordNumber record = table(kNamesArea).record_number();
-            throw std::runtime_error{"contact " + std::to_string(record) + " says " + token +
-                                     " and " + other};
+            throw std::runtime_error{"a contact says " + token + " and " + other};
         };
         for (const char* field : {"FIRST", "LABEL1", "LABEL4", "CITY", "EMAIL"}) {
             const std::string other = text(kNamesArea, field);
