@@ -22,7 +22,6 @@ import struct
 import subprocess
 import threading
 import time
-import types
 from collections import namedtuple
 from pathlib import Path
 
@@ -98,6 +97,13 @@ class Host:
         except BrokenPipeError:
             raise HostGone(command) from None
         return self._reply(command)
+
+    @contextlib.contextmanager
+    def forked(self):
+        """Meanwhile all calls are those of a child of the host's process."""
+        assert self.call('fork').rc == 0
+        yield
+        assert self.call('end').rc == 0, 'how the child ended'
 
     def _reply(self, command):
         answer = json.loads(self._answer(command))
@@ -203,30 +209,6 @@ class Host:
         report = self.finish()
         if self.child.returncode != -signal.SIGKILL:     # those the test itself has killed
             assert self.child.returncode == 0 and 'Sanitizer' not in report, report
-
-
-class Fork(Host):
-    """The child of a host that forks, driven through pipes of its own; what it complains of comes from its parent."""
-
-    def __init__(self, parent, folder):
-        self.path, self.answers = parent.path, b''
-        folder.mkdir()
-        ways = folder / 'input', folder / 'output'
-        for way in ways:
-            os.mkfifo(way)
-        self.pid = parent.call('fork', *[bytes(way) + b'\0' for way in ways]).rc
-        self.child = types.SimpleNamespace(stdin=ways[0].open('wb', 0), stdout=ways[1].open('rb', 0),
-                                           kill=lambda: os.kill(self.pid, signal.SIGKILL))
-        assert self._reply('fork').rc == 0
-
-    def finish(self):
-        self.child.stdin.close()
-        return 'process %d' % self.pid
-
-    def close(self):
-        self.finish()
-        with pytest.raises(HostGone):
-            self._answer('end')
 
 
 class HostGone(Exception):

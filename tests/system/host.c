@@ -22,6 +22,7 @@
 typedef FARPROC Symbol;
 #else
 #include <dlfcn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #define LOAD_LIBRARY(path) dlopen(path, RTLD_NOW | RTLD_LOCAL)
 #define FIND_SYMBOL(name) dlsym(library, name)
@@ -78,7 +79,7 @@ static struct Buffer new_buffer(const char* hex) {
 }
 
 static void take_arguments(struct Call* call) {
-    for (const char* word = strtok(NULL, " "); word; word = strtok(NULL, " ")) {
+    for (const char* word = strtok(NULL, " \n"); word; word = strtok(NULL, " \n")) {
         const int32_t number = (int32_t)strtoll(word + (*word == 'p'), NULL, 10);
         if (*word == 'x' && call->text_count < 2) {
             call->texts[call->text_count++] = new_buffer(word + 1);
@@ -92,14 +93,15 @@ static void take_arguments(struct Call* call) {
     }
 }
 
-// The child goes on with two named pipes instead of ours; both answer, with what fork() returned.
-static uint32_t fork_host(const char* input, const char* output) {
+// The child answers and goes on with our pipes, until it is told to end; then its parent answers.
+static uint32_t fork_host(void) {
 #ifndef _WIN32
+    int status;
     const pid_t child = fork();
-    if (child != 0) return (uint32_t)child;
-    if (freopen(input, "r", stdin) && freopen(output, "w", stdout)) return 0;
+    if (child == 0) return 0;
+    if (child > 0 && waitpid(child, &status, 0) == child) return (uint32_t)status;
 #endif
-    fail("fork", *input && *output ? "not possible" : "no pipes");
+    fail("fork", "not possible");
     return 0;
 }
 
@@ -119,7 +121,8 @@ static uint32_t run(const char* command, struct Call* call) {
     if (!strcmp(command, "editend")) return CALL(BrenikEditEnd)(first, second);
     if (!strcmp(command, "firm")) return CALL(BrenikGetMyFirm)(text);
     if (!strcmp(command, "getuid")) return CALL(BrenikGetU_ID)(first, text, other);
-    if (!strcmp(command, "fork")) return fork_host(text, other);
+    if (!strcmp(command, "fork")) return fork_host();
+    if (!strcmp(command, "end")) exit(0);
     fail("unknown command", command);
     return 0;
 }
@@ -148,27 +151,14 @@ static void execute(const char* command) {
     for (size_t i = 0; i < call.text_count; ++i) free(call.texts[i].block);
 }
 
-// The next line without its end, in a buffer that grows as needed; NULL at the end of the input.
-static char* read_line(void) {
-    static char* line = NULL;
-    static size_t room = 0;
-    size_t length = 0;
-    for (int c = getchar(); c != EOF; c = getchar()) {
-        if (length == room) line = realloc(line, room = 2 * room + 256);
-        if (!line) fail("memory", "none left");
-        line[length++] = c == '\n' ? '\0' : (char)c;
-        if (c == '\n') return line;
-    }
-    free(line);
-    return NULL;
-}
-
 int main(int argc, char** argv) {
+    static char line[1 << 20];
     if (argc != 2) fail("usage", "host LIBRARY");
     library = LOAD_LIBRARY(argv[1]);
     if (!library) fail("not loaded", argv[1]);
-    for (char* line = read_line(); line; line = read_line()) {
-        const char* command = strtok(line, " ");
+    while (fgets(line, sizeof line, stdin)) {
+        if (!strchr(line, '\n')) fail("a line is too long", "");
+        const char* command = strtok(line, " \n");
         if (command) execute(command);
     }
     return 0;
