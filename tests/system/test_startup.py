@@ -4,7 +4,7 @@ import os
 import shutil
 
 import pytest
-from conftest import fault_lines
+from conftest import fault_lines, faults_of
 
 
 def test_sessions_come_and_go(host, practice):
@@ -12,41 +12,22 @@ def test_sessions_come_and_go(host, practice):
     def no_table_open():
         assert [host.add_start(1), host.edit_start(1, 'X'), host.edit_begin(1, 1), host.added(1, 1),
                 host.deleted(1, 1), host.get_uid(1, 'X')[0]] == [5] * 6
-        assert host.set_field(1, 'LAST', 'X') in (6, 13, 14)
-        assert host.edit_end(1) in (6, 13, 14)
-        assert host.add_end(20)[0] in (13, 14, 17)
+        assert {host.set_field(1, 'LAST', 'X'), host.edit_end(1), host.add_end(20)[0]} <= {6, 13, 14, 17}
         host.firm(10)
     no_table_open()
     assert (host.shutdown(), host.shutdown()) == (0, 15)
-    assert host.init(practice, 0, 12345) == 0
-    assert (host.shutdown(), host.shutdown()) == (0, 15)
+    assert (host.init(practice, 0, 12345), host.shutdown(), host.shutdown()) == (0, 0, 15)
     no_table_open()
     assert (host.init(practice), host.init(practice)) == (0, 0)
     assert host.add(1, {'LAST': 'Twice'})[0] == 0
-    assert (host.shutdown(), host.shutdown()) == (0, 15)
 
 
-@pytest.mark.parametrize('form', ['{}', '{}/', '{}\\', '  {}  ', '{}\\.'])
-def test_forms_of_the_path(host, practice, form):
-    assert host.init(form.format(practice), 1) == 0
-    caller, arguments = practice.trace()[0]
-    assert caller == 'STARTUP' and arguments[0] == 'NIL' and arguments[1][-1] in '\\/'
-    assert ' ' not in (arguments[1][0], arguments[1][-2])
-
-
-@pytest.mark.parametrize('path', ['', '   '])
-def test_current_directory_is_the_default(new_host, practice, path):
+def test_forms_of_the_path(new_host, practice):
     host = new_host(cwd=practice.folder)
-    assert host.init(path) == 0
-    assert host.add(1, {'LAST': 'Here'})[0] == 0
-    assert practice.table('LAW1').where(LAST='Here')
-
-
-def test_file_names_in_any_case(host, practice):
-    for number, file in enumerate(list(practice.folder.iterdir())):
-        file.rename(file.with_name(file.name.upper() if number % 2 else file.name.lower()))
-    assert host.init(practice) == 0
-    assert host.add(3, {'MATTER': 'Any case'}, host.add(1, {'LAST': 'Case'})[1])[0] == 0
+    for form in '{}/', '  {}  ', '{}\\.', '', '   ':      # the current folder is the default
+        assert host.init(form.format(practice), 1) == 0, form
+        assert practice.trace()[0][1][1][-1] in '\\/' and host.add(1, {'LAST': 'Here'})[0] == 0
+    assert len(practice.table('LAW1').where(LAST='Here')) == 5
 
 
 @pytest.mark.parametrize('missing, rc, message', [
@@ -62,19 +43,15 @@ def test_missing_files(host, practice, windows_folder, missing, rc, message):
     assert host.shutdown() == 0
 
 
-@pytest.mark.parametrize('trace, setting', [
-    (0, None), (1, None), (-7, None), (0, ''), (1, ''), (1, '0'), (0, '1'), (1, 'yes'), (0, 'yes'), (0, '"1"'),
-    (1, ' 0 ')])
-def test_tracing_switch(host, practice, windows_folder, trace, setting):
+@pytest.mark.parametrize('trace, setting, on', [
+    (0, None, False), (-7, None, True), (1, '0', False), (0, '1', True), (1, 'yes', True), (0, 'yes', False)])
+def test_tracing_switch(host, practice, windows_folder, trace, setting, on):
     practice.write('Trace.Log', 'from an earlier session')
     if setting is not None:
         (windows_folder / 'LawWin.INI').write_text('; 1\n[x]\nAPITracing=1\n[main]\napitracing=%s\n' % setting)
-    assert host.init(practice, trace) == 0
-    on = {'1': True, '"1"': True, '0': False, ' 0 ': False}.get(setting, trace != 0)
-    assert bool(practice.trace()) == on                 # the old content is gone in any case
-    assert host.shutdown() == 0
-    if on:
-        assert practice.trace()[-1] == ('SHUTDOWN', ['NIL', 'Databases were closed.'])
+    assert host.init(practice, trace) == 0 and host.add(1, {'LAST': 'Traced'})[0] == 0 and host.shutdown() == 0
+    assert [caller for caller, _ in practice.trace()[:2]] == (['STARTUP', 'ADDSTART'] if on else [])
+    assert not faults_of(windows_folder).exists()
 
 
 def test_notes_variant(host, new_practice):
@@ -87,11 +64,10 @@ def test_notes_variant(host, new_practice):
 
     def note_goes_to(practice):
         before = {name: practice.table(name).table.count for name in ('LAW1NOTE', 'LAWNOTES')}
-        assert host.init(practice, 1) == 0 and host.add(4, {})[0] == 0 and host.shutdown() == 0
+        assert host.init(practice) == 0 and host.add(4, {})[0] == 0 and host.shutdown() == 0
         return [name for name in before if practice.table(name).table.count > before[name]]
     assert note_goes_to(old) == ['LAWNOTES']
     assert note_goes_to(new) == ['LAW1NOTE']
-    assert ['NIL', 'Accessing v14 law1notes.'] in [arguments for _, arguments in new.trace()]
     assert note_goes_to(old) == ['LAW1NOTE']
 
 
@@ -113,8 +89,7 @@ def test_another_practice(new_host, new_practice, tmp_path):
     assert [host.add_start(table) for table in (1, 3, 9, 20)] == [5] * 4
 
 
-@pytest.mark.parametrize('text', ['', 'nServerType=2\n', '[Main]\nnServerType=7\nLockType=0\n', '[Main\nLockType=x',
-                                  '[Main]\nnServerType=2\n', None])
+@pytest.mark.parametrize('text', ['[Main\nLockType=x', '[Main]\nnServerType=2\n', None])
 def test_settings_that_change_nothing(host, practice, text):
     """A missing server is noted in a folder made for that, and a file that cannot be read (None) in the trace."""
     shutil.rmtree(practice.folder / 'lawtemp')
@@ -125,7 +100,6 @@ def test_settings_that_change_nothing(host, practice, text):
     assert host.init(practice, 1) == 0
     assert host.add(1, {'LAST': 'Settings'})[0] == 0
     log = practice.folder / 'lawtemp' / 'DataServer.log'
-    assert log.exists() == ('=2' in (text or '') and '[Main]' in text)
-    assert not log.exists() or b'Server not found' in log.read_bytes()
+    assert (b'Server not found' in log.read_bytes()) if text and '=2' in text else not log.exists()
     told = [caller for caller, arguments in practice.trace() if 'LAWSYS.INI: ' in arguments[1]]
     assert told == ([] if text is not None else ['GETSERVERTYPE', 'STARTUP', 'STARTUP'])
