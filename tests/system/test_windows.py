@@ -89,7 +89,7 @@ def test_files_that_are_read_only_or_not_shared(host, practice, name, code):
     os.chmod(file, 0o444)
     assert host.init(practice) == code
     os.chmod(file, 0o644)
-    command = [*shlex.split(os.environ['BRENIK_WINDOW_HOST']), 'hold', windows_form(file)]
+    command = [*shlex.split(os.environ['BRENIK_HOLDER']), windows_form(file), 'exclusive']
     with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as other:
         assert other.stdout.readline().strip() == 'held'
         assert host.init(practice) == code
