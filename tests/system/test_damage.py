@@ -1,4 +1,4 @@
-"""Damaged files, absurd arguments and refusing disks: hosts survive, check names the damage, repair mends it.
+"""Damaged files: hosts survive, check names the damage, repair mends it.
 
 Each damage of one table is done to copies of the sample. On some a host works: the library may refuse the files at
 start-up or with a later call, or work around the damage; the host must live, other tables and the records far from the
@@ -6,6 +6,7 @@ damage must stay as they were, and afterwards the same host must work on a sound
 name the damage with its place, and repair must mend it so that nobody finds any more, or leave everything as it is.
 """
 
+import concurrent.futures
 import itertools
 import json
 import os
@@ -18,14 +19,14 @@ from pathlib import Path
 
 import pytest
 from conftest import OURS, TOOL, HeldBytes, at_once, path_form
-from judges import TableView, assert_finished, assert_sound, identifier, view_of
-from test_call import results
+from judges import TableView, assert_sound, identifier, view_of
 from test_tool import brenik
 
 FIXTURES = Path(__file__).resolve().parent.parent / 'data' / 'fixtures'
 START_CODES = {0, 3, 4, 14}
 CODES = {0, 4, 5, 6, 7, 8, 9, 10, 12, 13, 14, 16, 17, 18, 19}
 TABLES = {1: 'LAW1', 2: 'LAW2', 3: 'LAW3', 4: 'LAWNOTES', 7: 'LAWCODES', 9: 'LAW9', 20: 'LAWTRANS'}
+EVENTS = '--events', '400'        # a tree of more than one level
 BATCH = 6                # practices at a time; a refused start-up spends five seconds waiting
 
 
@@ -53,9 +54,7 @@ def record_length(data):
 
 
 def add_to(at, size, change):
-    def damage(data):
-        put(at, int.from_bytes(data[at:at + size], 'little') + change, size)(data)
-    return damage
+    return lambda data: put(at, int.from_bytes(data[at:at + size], 'little') + change, size)(data)
 
 
 def last_tag(data):
@@ -81,7 +80,7 @@ def in_every_page(offset, value, size):
     def damage(data):
         for page in range(1536, len(data), 512):
             if data[page + 1] == 0 and data[page] < 4:
-                put(page + offset, value(page) if callable(value) else value, size)(data)
+                put(page + offset, value, size)(data)
     return damage
 
 
@@ -134,11 +133,6 @@ def second_leaf(data):
     return int.from_bytes(data[at:at + 4], 'little')
 
 
-def free_list_with_the_directory(data):
-    data.extend((1024).to_bytes(4, 'little') + bytes(508))
-    put(4, len(data) - 512, 4)(data)
-
-
 NO_TAGS = cut(1536)      # of the index no tag is left that could be made anew
 # The file, or its kind where any table of it will do; what check must say of it; and the damages. Those whose remedy is
 # a backup or somebody's hand are left as they are; all others are mended.
@@ -152,20 +146,17 @@ DAMAGES = [
     ('.DBF', 'end-mark', {'no end mark': cut(lambda d: len(d) - 1)}),
     ('.DBF', 'rubbish', {'rubbish behind': append(b'rubbish!' * 100)}),
     ('.DBF', 'header', {
-        'record length 0': put(10, 0, 2), 'record length 7': put(10, 7, 2), 'record length 65535': put(10, 65535, 2),
-        'record one longer': add_to(10, 2, 1), 'header one field shorter': add_to(8, 2, -32),
-        'header length 33': put(8, 33, 2), 'header length 65535': put(8, 65535, 2),
-        'header one longer': add_to(8, 2, 1), 'field list not ended': lambda d: put(header(d) - 1, 65, 1)(d)}),
+        'record length 0': put(10, 0, 2), 'record one longer': add_to(10, 2, 1),
+        'header one field shorter': add_to(8, 2, -32), 'header length 65535': put(8, 65535, 2),
+        'field list not ended': lambda d: put(header(d) - 1, 65, 1)(d)}),
     ('.DBF', 'header, remedy=restore', {
-        'cut to nothing': cut(0), 'cut in the header': cut(20), 'cut in the field list': cut(100),
-        'field width 0': put(48, 0, 1), 'field type unknown': put(43, ord('#'), 1), 'encrypted': put(15, 1, 1),
-        'version of another family': put(0, 0x43, 1), 'unknown version': put(0, 0xFF, 1)}),
+        'cut to nothing': cut(0), 'cut in the field list': cut(100), 'field width 0': put(48, 0, 1),
+        'field type unknown': put(43, ord('#'), 1), 'encrypted': put(15, 1, 1), 'version': put(0, 0x43, 1)}),
     ('.DBF', 'field-name, remedy=restore', {'name twice': lambda d: d.__setitem__(slice(64, 75), d[32:43])}),
     ('LAW1.DBF', 'deletion-mark, remedy=by hand', {
         'no deletion mark': lambda d: put(header(d), 65, 1)(d), 'records askew': lambda d: d.pop(header(d) + 99)}),
     ('LAW1.DBF', 'memo-pointer, record=1, field=NOTES', {
-        'outside': memo_of(1, b'  77777777'), 'no number': memo_of(1, b'rubbish   '),
-        'negative': memo_of(1, b'        -1')}),
+        'outside': memo_of(1, b'  77777777'), 'no number': memo_of(1, b'rubbish   ')}),
     ('LAW3.DBF', 'memo-pointer, record=1, field=NOTES', {
         'outside': memo_of(1, b'\xFF' * 4), 'in the header': memo_of(1, b'\1\0\0\0')}),
     ('LAW1.DBF', 'memo-overlap, field=NOTES', {'shared': share_memo}),
@@ -174,39 +165,31 @@ DAMAGES = [
         'length huge': put(516, 0xFFFFFFFF, 4), 'length past the end': put(516, 0x1000, 4)}),
     ('.FPT', 'memo-block-size', {'block size 0': put(6, 0, 2)}),
     ('.FPT', 'memo-next-free', {'next block 0': put(0, 0, 4), 'next block huge': put(0, 0xFFFFFFFF, 4)}),
-    ('LAW3.FPT', 'memo-next-free', {'next memo in used blocks': put(0, 9, 1)}),
     ('.FPT', 'memo-header, remedy=restore', {'cut to nothing': cut(0), 'cut in the header': cut(6)}),
     ('LAW1.FPT', 'memo-missing, remedy=restore', {'missing': None}),
     ('.CDX', 'index-header, remedy=restore', {'cut to nothing': cut(0), 'cut in the header': cut(300)}),
     ('.CDX', 'tag-header, tag=U_ID', {'cut behind the directory': NO_TAGS}),
     ('.CDX', 'tag-unsupported, tag=NEWEST, remedy=by hand', {
         'options': put(within(last_tag, 14), 0xFF, 1), 'collation': put(within(last_tag, 494), 0x44524F4E, 4)}),
-    ('.CDX', 'tag-expression, tag=NEWEST, remedy=by hand', {
-        'unknown function': put(within(last_tag, 512), 0x2928585858, 5)}),
+    ('.CDX', 'tag-expression, tag=NEWEST, remedy=by hand', {'function': put(within(last_tag, 512), 0x2928585858, 5)}),
     ('.CDX', 'index-header', {'directory key length': put(12, 9999, 2)}),
     ('.CDX', 'index-page, tag=(directory)', {
         'directory outside': put(0, 0x7FFFFE00, 4), 'directory askew': put(0, 513, 4)}),
-    ('.CDX', 'free-list, page=1024', {
-        'free list in a circle': put(4, 1024, 4), 'page used twice': free_list_with_the_directory}),
+    ('.CDX', 'free-list, page=1024', {'free list in a circle': put(4, 1024, 4)}),
     ('.CDX', 'index-page, tag=NEWEST', {
-        'root outside': put(last_tag, 0x7FFFFE00, 4), 'root askew': put(last_tag, 777, 4),
-        'root is the directory': put(last_tag, 1024, 4), 'root is its own child': interior_loop,
-        'cut in a page': cut(lambda d: len(d) - 200)}),
+        'root outside': put(last_tag, 0x7FFFFE00, 4), 'root is the directory': put(last_tag, 1024, 4),
+        'root is its own child': interior_loop, 'cut in a page': cut(lambda d: len(d) - 200)}),
     ('.CDX', 'tag-header, tag=NEWEST', {
         'key length 0': put(within(last_tag, 12), 0, 2), 'key length wrong': put(within(last_tag, 12), 12, 2),
         'text lengths': put(within(last_tag, 506), 0xFFFFFFFF, 4)}),
-    ('LAW2.CDX', 'tag-header', {
-        'key text cut': put(within(last_tag, 510), 3, 2), 'key text too long': put(within(last_tag, 510), 0x7FFF, 2),
-        'condition not behind the key': put(within(last_tag, 504), 1, 2)}),
+    ('LAW2.CDX', 'tag-header', {'key text cut': put(within(last_tag, 510), 3, 2)}),
     ('LAW2.CDX', 'index-page, tag=U_ID', {
         'right sibling': put(within(first_leaf, 8), 0xFFFFFFFF, 4), 'not a page': put(first_leaf, 0x5A5A, 2),
         'left sibling': put(within(second_leaf, 4), 1024, 4), 'free space': put(within(first_leaf, 12), 3, 2)}),
     ('LAW2.CDX', 'index-unfinished, tag=U_ID, severity=note', {
         'left sibling behind': put(within(second_leaf, 4), 0xFFFFFFFF, 4)}),
     ('.CDX', 'index-page, tag=U_ID', {
-        'own siblings': in_every_page(8, lambda page: page, 4), 'siblings outside': in_every_page(8, 0x7FFFFE00, 4),
-        'too many keys': in_every_page(2, 0xFFFF, 2), 'masks': in_every_page(14, 0, 6),
-        'bit widths': in_every_page(20, 0xFFFFFF, 3), 'entries': in_every_page(24, 0xFFFFFFFFFFFF, 6),
+        'siblings outside': in_every_page(8, 0x7FFFFE00, 4), 'too many keys': in_every_page(2, 0xFFFF, 2),
         'garbage': in_every_page(0, int.from_bytes(b'\x5A' * 500, 'big'), 500)}),
     ('.CDX', 'missing-key, tag=U_ID, record=1', {'no keys': in_every_page(2, 0, 2)}),
     ('.CDX', 'index-size, severity=note', {'file not whole pages': append(b'half a page')}),
@@ -219,43 +202,26 @@ def rows(most=None):
             for file, finding, damages in DAMAGES for name, damage in list(damages.items())[:most]]
 
 
-def options_for(file):
-    """Events have trees of more than one level where that is wanted."""
-    return ['--events', '400'] if file.startswith('LAW2') else []
-
-
 def damaged(practice, file, damage):
     if damage:
         return practice.damage(file, damage)[1]
     Path(practice.find(file)).unlink()
 
 
-def exercise(host, view, number, contact):
-    """Every kind of call on the table; the results are only required to be documented."""
-    row = view.rows[-1]
-    field = next(f.name for f in view.fields if f.type == 'C' and f.name != 'U_ID')
-    memos = [f.name for f in view.fields if f.type == 'M']
-    results = [host.add_start(3), host.add_end(3, contact)[0]]      # opens the cross-references
-    results += [host.edit_start(number, row.get('U_ID', '')), host.edit_start(number, 'ZZZZZZZ')]
-    for record in (1, len(view.rows)):
-        results += [host.edit_begin(number, record), host.set_field(number, field, 'Edited')]
-        results += [host.set_field(number, memo, 'm' * 3000) for memo in memos] + [host.edit_end(number)]
-    results += [host.add_start(number), host.set_field(number, field, 'Added'), host.add_end(number)[0]]
-    results += [host.added(number, 1), host.deleted(number, 1)]
-    results += [host.get_uid(number, row.get('ID') or row.get('CASENUM') or 'X')[0]]
-    host.firm(100)
-    assert set(results) <= CODES, results
-    return results
-
-
 def survive(host, practice, sound, file, damage):
-    """Damages the practice, uses it, and compares it with the sound one of which it is a copy."""
+    """A host works on a damaged practice with every kind of call, and then on the sound one of which it is a copy."""
     name, extension = file.split('.')
-    number = next((number for number, table in TABLES.items() if table == name), 5)
+    number, view = next((number for number, table in TABLES.items() if table == name), 5), view_of(sound.folder, name)
+    values = {field.name: 'm' * 3000 for field in view.fields if field.type in 'CM' and field.name != 'U_ID'}
     data, contact = damaged(practice, file, damage), view_of(sound.folder, 'LAW1').rows[5]['U_ID']
     rc = host.init(practice, 1)
     assert rc in START_CODES
-    if 14 in [rc] + exercise(host, view_of(sound.folder, name), number, contact):   # such a fault is always explained
+    codes = [host.add(3, {}, contact)[0], host.edit_start(number, 'ZZZZZZZ'), host.get_uid(number, 'X')[0],
+             *[host.edit(number, record, values) for record in (view.rows[-1].get('U_ID', ''), 1, len(view.rows))],
+             host.add(number, values)[0], host.added(number, 1), host.deleted(number, 1)]
+    host.firm(100)
+    assert set(codes) <= CODES, codes
+    if 14 in [rc, *codes]:                              # such a fault is always explained
         assert any(name in argument.upper() for _, arguments in practice.trace() for argument in arguments)
     assert host.shutdown() == 0
     for other in set(TABLES.values()) - {name, 'LAWTRANS', 'LAWSYS'}:
@@ -271,28 +237,20 @@ def survive(host, practice, sound, file, damage):
 @pytest.mark.parametrize('extension', [pytest.param('.DBF', marks=pytest.mark.waits), '.CDX', '.FPT'])
 def test_hosts_survive(new_host, new_practice, extension):
     """The tables take turns; contacts and the system table meet every damage of a table file."""
-    sound, large, jobs = new_practice('sound'), new_practice('large', *options_for('LAW2')), []
+    sound, jobs = new_practice('sound', *EVENTS), []
     present = {p.name.upper() for p in sound.folder.iterdir()}
     tables = itertools.cycle([name for name in TABLES.values() if name + extension in present])
-    for row in rows():
-        file, damage, _ = row.values
-        if file == extension:
-            names = [next(tables), *(['LAW1', 'LAWSYS'] if extension == '.DBF' else [])]
-            jobs += [(row.id, name + file, damage) for name in names]
-        elif file.endswith(extension):
-            jobs.append((row.id, file, damage))
+    for file, damage, _ in (row.values for row in rows()):
+        names = [next(tables), *(['LAW1', 'LAWSYS'] if extension == '.DBF' else [])] if file == extension else ['']
+        jobs += [(name + file, damage) for name in names if file.endswith(extension)]
 
-    def run(number, name, file, damage):
+    def run(number, job):
         try:
-            practice = new_practice('%d %s' % (number, name), *options_for(file))
-            survive(new_host(), practice, large if options_for(file) else sound, file, damage)
-        except BaseException as error:
-            return '%s, %s: %r' % (file, name, error)
-    results = []
-    for begin in range(0, len(jobs), BATCH):
-        batch = enumerate(jobs[begin:begin + BATCH], begin)
-        results += at_once(*[lambda number=number, job=job: run(number, *job) for number, job in batch])
-    assert not '\n'.join(result for result in results if result)
+            survive(new_host(), new_practice('%d %s' % (number, job[0]), *EVENTS), sound, *job)
+        except BaseException as fault:
+            raise AssertionError('damage %d of %s' % (number, job[0])) from fault
+    with concurrent.futures.ThreadPoolExecutor(BATCH) as pool:
+        assert set(pool.map(run, itertools.count(), jobs)) == {None}
 
 
 def findings(path, code, but='not-in-journal'):
@@ -305,15 +263,12 @@ def findings(path, code, but='not-in-journal'):
     return [finding for finding in found if finding['kind'] != but]
 
 
-def deeds(practice, code, *options):
-    """What a repair says that it does; a dry run has done nothing of it, and names no copies."""
+def deeds(practice, *options):
+    """What a repair says that it does, but for its copies."""
     ended, output, _ = brenik('repair', practice, '--json', *options)
-    *lines, summary = [json.loads(line) for line in output.splitlines()]
-    did = 'would_do' if options else 'done'
-    assert (ended, summary[did]) == (code, sum(line[did] for line in lines)), output
-    assert did == 'done' or not any(line['done'] for line in [*lines, summary])
-    lines = [line for line in lines if 'copied to' not in line['what']]
-    return [(line['file'], line['record'], line['what'], line[did]) for line in lines]
+    *lines, _ = [json.loads(line) for line in output.splitlines()]
+    assert ended == 0, output
+    return [(line['file'], line['record'], line['what']) for line in lines if 'copied to' not in line['what']]
 
 
 def has(found, told='', **wanted):
@@ -330,7 +285,7 @@ def snapshot(folder):
 @pytest.mark.parametrize('file, damage, finding', rows(1 if OURS.library.endswith('.dll') else None))
 def test_checked_and_mended(new_practice, file, damage, finding):
     """Named in its place; told but not touched in a dry run; mended, with a copy of what was changed, or left alone."""
-    practice = new_practice('practice', *options_for(file))
+    practice = new_practice('practice', *EVENTS)
     damaged(practice, 'LAW1' + file if file[0] == '.' else file, damage)
     found, before = findings(practice, 0 if 'severity=note' in finding else 1), snapshot(practice.folder)
     assert has(found, 'kind=' + finding), found
@@ -340,8 +295,8 @@ def test_checked_and_mended(new_practice, file, damage, finding):
             assert ended == 1 and 'not repaired: ' in output and snapshot(practice.folder) == before
         return
     assert any(has(found, 'kind=' + finding, remedy=remedy) for remedy in ('repair', 'reindex')), found
-    tried = deeds(practice, 0, '--dry-run')
-    assert tried and snapshot(practice.folder) == before and deeds(practice, 0) == tried
+    tried = deeds(practice, '--dry-run')
+    assert tried and snapshot(practice.folder) == before and deeds(practice) == tried
     assert findings(practice, 0) == []
     assert_sound(practice.folder)
     copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in practice.folder.glob('*.bak-*')}
@@ -375,9 +330,6 @@ def test_keys(practice):
     tags = ['PLAIN=UPPER(MATTER)', 'LIVE=U_ID;FOR !DELETED()', 'ONE=MATTER;UNIQUE', 'ONLY=U_ID;CANDIDATE',
             'DOWN=MATTER+U_ID;DESCENDING']
     options = [word for tag in tags for word in ('--tag', tag)]
-    assert findings(path, 1)[0]['kind'] == 'index-missing'
-    assert brenik('repair', path)[0] == 1 and brenik('reindex', path, '--tag', 'X=NOFIELD')[0] == 1
-    assert not (practice.folder / 'TAGS.CDX').exists()
     assert brenik('reindex', path, *options)[0] == 0
     assert findings(path, 0) == []
     assert_sound(practice.folder, 'TAGS')
@@ -403,6 +355,8 @@ def test_practice(session, practice):
     assert session.add(1, {'LAST': 'Last'}) == (0, identifier('A1', 41))
     assert session.shutdown() == 0
     assert findings(practice, 0) == []
+    with HeldBytes(practice.find('LAW3.DBF'), 0x7FFFFFFF):
+        assert has(findings(practice, 4), kind='in-use', severity='not checked')
     practice.patch('LAWTRANS', practice.journal('01', 'A', identifier('A1', 39))[0].number)     # dealt with, taken away
     unknown, = findings(practice, 0, but=None)
     assert (unknown['kind'], unknown['record'], unknown['remedy']) == ('not-in-journal', 40, 'tell')
@@ -421,23 +375,6 @@ def test_practice(session, practice):
     assert practice.counter('U_ID1') == 41
     assert_sound(practice.folder)
     assert session.init(practice) == 0 and session.add(1, {})[1] == identifier('A1', 42)
-
-
-def test_memo_file_that_nobody_needs(practice):
-    for number in range(1, practice.table('LAW1').table.count + 1):
-        practice.patch('LAW1', number, 'NOTES', b' ' * 10)
-    practice.damage('LAW1.FPT', cut(100))
-    assert has(findings(practice, 1), kind='memo-header', remedy='repair')
-    assert brenik('repair', practice)[0] == 0 and findings(practice, 0) == []
-    assert len(list(practice.folder.glob('LAW1.FPT.bak-*'))) == 1
-
-
-def test_memo_file_beyond_the_limit_of_one_mode(practice):
-    """It is sound in the other, and nothing that is read tells which is in force."""
-    with open(practice.find('LAW1.FPT'), 'r+b') as memo:
-        memo.truncate(0x41000000)
-        memo.write((0x41000000 // 64).to_bytes(4, 'big'))
-    assert findings(practice, 0) == []
 
 
 def test_output_that_is_not_read(session, new_practice):
@@ -479,37 +416,14 @@ def test_beside_sessions(session, practice):
             session.edit(1, 1 + number % 40, {'LAST': 'Edit %d' % (number * 31 % 997), 'NOTES': 'e' * (number % 700)})
             session.add(3, {'MATTER': 'Matter %d' % number}, uid)
 
-    def recycle():
-        """Notes that are deleted make room for others, over and over."""
-        steps = [[step] for step in ('APPENDBLANK', 'commit', 'delete', 'RSDEL', 'commit', 'unlock')]
-        while not checked.is_set():
-            results(['select area', 4], *steps * 40, folder=practice)
-
     def check():
         try:
             return [brenik('check', practice, '--json') for _ in range(15)]
         finally:
             checked.set()
-    for ended, output, _ in at_once(check, work, recycle)[0]:
+    for ended, output, _ in at_once(check, work)[0]:
         assert ended in (0, 4) and '"fault"' not in output, output
     assert findings(practice, 0) == []
-
-
-def test_leftover_of_a_rebuild(practice):
-    started = practice.folder / 'LAW1.CDX.new'
-    started.write_bytes(b'half an index')
-    assert [finding['kind'] for finding in findings(practice, 0)] == ['leftover']
-    assert brenik('reindex', practice.find('LAW1.DBF'))[0] == 0 and not started.exists()
-    assert findings(practice, 0) == []
-
-
-def test_paths(practice, tmp_path):
-    assert brenik('check', tmp_path / 'nowhere')[0] == 3 and brenik('check', practice.folder / 'billing')[0] == 3
-    assert brenik('check', str(practice.folder / 'law1'))[0] == 0
-    assert brenik('reindex', practice, '--tag', 'A=B')[0] == 2
-    assert brenik('reindex', practice.find('LAW1.DBF'), '--tag', 'A=U_ID;SOMETIMES')[0] == 2
-    with HeldBytes(practice.find('LAW1.DBF'), 0x7FFFFFFF):
-        assert has(findings(practice, 4), kind='in-use', severity='not checked')
 
 
 def test_the_journal_waits_for_its_tables(session, practice):
@@ -528,19 +442,6 @@ def test_the_journal_waits_for_its_tables(session, practice):
     assert not practice.journal('01', 'A', uid)[0].deleted
 
 
-def test_partly_mended(session, practice):
-    """Half a repair is not enough either: here the index stays as it was."""
-    assert session.add(1, {'LAST': 'Last'})[0] == 0 and session.shutdown() == 0
-    practice.damage('LAW1.DBF', cut(lambda d: header(d) + 40 * record_length(d) + 9))
-    sound, _ = practice.damage('LAW1.CDX', cut(lambda d: 1536))
-    journal = Path(practice.find('LAWTRANS.DBF')).read_bytes()
-    assert brenik('repair', practice)[0] == 1 and Path(practice.find('LAWTRANS.DBF')).read_bytes() == journal
-    Path(practice.find('LAW1.CDX')).write_bytes(sound)
-    assert brenik('repair', practice)[0] == 0       # the record is lost for good, and so is its key
-    assert findings(practice, 0) == []
-    assert Path(practice.find('LAWTRANS.DBF')).read_bytes() != journal
-
-
 @pytest.mark.parametrize('kind', [b'A', None])
 def test_identifiers_of_lost_records(session, practice, kind):
     """Are not issued once more, whatever the journal tells of the record, and even when that entry is deleted."""
@@ -555,71 +456,6 @@ def test_identifiers_of_lost_records(session, practice, kind):
     assert has(findings(practice, 1), kind='counter-behind', field='U_ID1', remedy='repair')
     assert brenik('repair', practice)[0] == 0 and practice.counter('U_ID1') == 41 and findings(practice, 0) == []
     assert session.init(practice) == 0 and session.add(1, {})[1] == identifier('A1', 42)
-
-
-@pytest.mark.parametrize('text', [
-    b'x' * 10_000_000, b'[Main]\n' + b'k=v\n' * 2_500_000, b'[Main]\nMyFirm=' + b'F' * 10_000_000,
-    b'MyFirm=X\nLinkType=X\nAPITracing=1', b'[]\n=\n=x\n\xFF\xFE[Main'],
-    ids=['one line', 'keys', 'one value', 'no section', 'scraps'])
-def test_settings_files(host, practice, windows_folder, text):
-    for name in ('LAWSYS.INI', 'billing/BOLink.INI'):
-        practice.write(name, text)
-    (windows_folder / 'LawWin.INI').write_bytes(text)
-    assert host.init(practice) == 0
-    assert host.firm(50)[:3] == b' \0 '                  # no firm is found
-    assert host.add(3, {'MATTER': 'Settings'}, practice.table('LAW1').rows[0]['U_ID'])[0] == 0
-
-
-def test_data_paths(new_host, tmp_path):
-    """Nothing that is not a practice is taken for one."""
-    host = new_host(cwd=tmp_path)
-    (tmp_path / 'empty').mkdir()
-    (tmp_path / 'file').write_text('no folder')
-    (tmp_path / 'folders' / 'LAWSYS.dbf').mkdir(parents=True)
-    for path in ('nowhere', 'empty', 'file', 'folders', 'p' * 100000, 'a/' * 50000, '\xFF\x01', '..\\' * 3000, '*?|<>'):
-        assert host.init(path if len(path) > 9 else '%s/%s' % (tmp_path, path), 1) == 1, path[:20]
-        assert host.add_start(1) == 5
-
-
-@pytest.mark.waits
-def test_full_disk(new_host, practice):
-    """Files that can grow no further for a while, as on a full disk: what was acknowledged stays."""
-    most = os.path.getsize(practice.find('LAW1.dbf')) + 20_000
-    limited = 'env --ignore-signal=XFSZ prlimit --fsize=%d:unlimited %s' % (most, OURS.host)
-    host, acknowledged, rc = new_host(workstation=OURS._replace(host=limited)), [], 0
-    assert host.init(practice) == 0
-    for number in range(3000):
-        rc, uid = host.add(1, {'LAST': 'Full %04d' % number, 'ID': 'FULL%04d' % number})
-        acknowledged += [uid] if rc == 0 else []
-        rc = rc or host.edit(1, 1 + number % 40, {'LAST': 'Edited %04d' % (number * 7919 % 3001)})
-        if rc:
-            break
-    assert rc in (9, 14, 17)
-    subprocess.run(['prlimit', '--pid', str(host.child.pid), '--fsize=unlimited'], check=True)
-    assert host.add(1, {'LAST': 'Room again'})[0] == 0 and host.edit(1, 2, {'LAST': 'Room again'}) == 0
-    uids = [row['U_ID'] for row in practice.table('LAW1').rows if row['U_ID']]
-    assert set(acknowledged) <= set(uids) and len(set(uids)) == len(uids)
-    assert_finished(practice, 'LAW1', acknowledged)
-    assert host.shutdown() == 0 and host.init(practice) == 0
-    assert [uid for uid in acknowledged if host.edit_start(1, uid)] == []
-
-
-def test_long_texts(session, practice):
-    """100 000 characters as a value of every field, as names, keys and identifiers."""
-    for table, name in TABLES.items():
-        if table in (9, 20):
-            continue
-        fields = [f for f in practice.table(name).fields if f.name != 'U_ID']
-        for text in (b'9' * 100000, b'Long \xE9 ' * 14000, b' ' * 100000):
-            assert session.add_start(table) == 0
-            assert {session.set_field(table, f.name, text) for f in fields} == {0}
-            assert session.add_end(table)[0] in (0, 14, 18)
-            assert session.edit(table, 1, {f.name: text for f in fields if f.type in 'CM'}) == 0
-    long = 'L' * 100000
-    assert session.edit_start(1, long) == 16 and session.get_uid(3, long)[0] == 19
-    assert session.set_field(1, long, long) in (7, 13)
-    assert session.add(1, {'LAST': 'After'})[0] == 0
-    assert_sound(practice.folder)
 
 
 def shorter(path):
@@ -657,19 +493,7 @@ def test_journal_changed_behind_us(new_host, practice, change):
     before = [practice.table(name).rows for name in names]
     change(practice.find('LAWTRANS.dbf'))
     assert [host.add(1, {'LAST': 'Lost'})[0], host.edit(1, len(before[0]), {'LAST': 'Lost'})] == [14, 14]
-    assert host.edit(1, 2, {'FIRST': 'Noted'}) == 0
-    assert host.edit(1, 2, {'LAST': 'Lost'}) == (0 if change is shorter else 14)
+    assert host.edit(1, 2, {'LAST': 'Noted'}) == (0 if change is shorter else 14)
     if change is shorter:
-        before[0][1]['LAST'], newcomer = 'Lost', new_host()
-        assert newcomer.init(practice) == 0 and newcomer.add(1, {'LAST': 'Lost'})[0] == 14
+        before[0][1]['LAST'] = 'Noted'
     assert [practice.table(name).rows for name in names] == before
-
-
-def test_what_cannot_be_finished_is_not_begun(new_host, practice):
-    """Notes without the field that their stamp goes into: refused, three times, without a trace in any table."""
-    practice.damage('LAWNOTES.DBF', lambda data: put(data.index(b'OPERATOR\0'), 0x58, 1)(data))
-    host, names = new_host(), ('LAWNOTES', 'LAWSYS', 'LAWTRANS')
-    before = [practice.table(name).rows for name in names]
-    assert host.init(practice) == 0 and [host.add(4, {'TOPIC': 'Lost'})[0] for _ in range(3)] == [14] * 3
-    assert [practice.table(name).rows for name in names] == before
-    assert host.add(1, {'LAST': 'Kept'})[0] == 0

@@ -71,6 +71,14 @@ def test_notes_variant(host, new_practice):
     assert note_goes_to(old) == ['LAW1NOTE']
 
 
+def test_what_is_no_practice(new_host, tmp_path):
+    host = new_host(cwd=tmp_path)
+    (tmp_path / 'file').write_text('no folder')
+    (tmp_path / 'folders' / 'LAWSYS.dbf').mkdir(parents=True)
+    for path in 'nowhere', 'file', 'folders', 'p' * 100000, '\xFF\x01', '..\\' * 3000, '*?|<>':
+        assert host.init(path, 1) == 1 and host.add_start(1) == 5, path[:20]
+
+
 def test_another_practice(new_host, new_practice, tmp_path):
     """What one session has left open is never another folder's, also where the other start fails, or a link leads
     elsewhere by now. The host's folder is told relative to where it stood."""

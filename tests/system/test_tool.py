@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pytest
 from conftest import SHARING_BYTE, SIZES, HeldBytes, faults_of, tool
-from judges import TableView, assert_sound, identifier
+from judges import assert_sound, identifier, view_of
 
 JOURNAL = '''\
 2024-03-15 10:28:00  edited  Matters  A100001
@@ -50,8 +50,8 @@ def test_sample_sizes(tmp_path):
     for name, sizes in ('least', [1, 0, 0, 0]), ('more', [3000, 1, 700, 2]):
         options = [word for pair in zip(SIZES[::2], sizes) for word in pair]
         assert brenik('sample', tmp_path / name, *options)[0] == 0
-        assert [TableView(tmp_path / name, table).table.count for table in ('LAW1', 'LAW3', 'LAW2', 'LAWNotes')] == sizes
         assert_sound(tmp_path / name)
+        assert [view_of(tmp_path / name, table).table.count for table in ('LAW1', 'LAW3', 'LAW2', 'LAWNotes')] == sizes
     before = (tmp_path / 'more' / 'LAW1.DBF').read_bytes()
     assert brenik('sample', tmp_path / 'more')[0] == 1
     assert (tmp_path / 'more' / 'LAW1.DBF').read_bytes() == before
