@@ -3,50 +3,34 @@
 It keeps to the file formats and to the compatible locks, shares no code with the library and has the habits of its
 kind: it reads where the root of a tag lies when it opens the index and after a change of its own, never in between;
 it keeps pages until the update counter differs; it repeats a refused lock after a short sleep and knows no line.
-
-    foreign_engine.py FOLDER TABLE SECONDS
-
-adds contacts for that time, in no hurry, and prints how many.
 """
 
 import bisect
-import contextlib
 import dataclasses
 import datetime
-import fcntl
 import os
-import random
 import struct
-import sys
 import time
 
 import judges
+from conftest import HeldBytes
 from judges import dbfcheck
 
 LOCK_BASE = 0x7FFFFFFE   # append and index byte; record n lies n bytes before it
-OFD_SETLK = 37
 PATIENCE = 60            # seconds; longer than anybody may hold a lock
 NONE = 0xFFFFFFFF
 PAGE, ROOT, LEAF = 512, 1, 2
 
 
-@contextlib.contextmanager
-def locked(file, offset):
-    def set_lock(kind):
-        fcntl.fcntl(file, OFD_SETLK, struct.pack('hhqqi4x', kind, os.SEEK_SET, offset, 1, 0))
+def locked(path, offset):
     deadline = time.monotonic() + PATIENCE
     while True:
         try:
-            set_lock(fcntl.F_WRLCK)
-            break
+            return HeldBytes(path, offset)
         except BlockingIOError:
             if time.monotonic() > deadline:
                 raise
             time.sleep(0.001)
-    try:
-        yield
-    finally:
-        set_lock(fcntl.F_UNLCK)
 
 
 @dataclasses.dataclass
@@ -56,25 +40,6 @@ class Page:
     entry_size: int = 0      # bytes, in a leaf; a branch has none
     left: int = NONE
     right: int = NONE
-
-
-def decode(tag, data):
-    attributes, count, left, right = struct.unpack_from('<HHII', data)
-    width, entries = tag.key_length, []
-    if not attributes & LEAF:
-        for at in range(12, 12 + count * (width + 8), width + 8):
-            entries.append((data[at:at + width], *struct.unpack_from('>II', data, at + width)))
-        return Page(entries, 0, left, right)
-    record_bits, bits, _, size = data[20:24]
-    key, end = b'', PAGE
-    for at in range(24, 24 + count * size, size):
-        packed = int.from_bytes(data[at:at + size], 'little')
-        duplicate, trailing = packed >> record_bits & (1 << bits) - 1, packed >> record_bits + bits
-        begin = end - (width - duplicate - trailing)
-        key = key[:duplicate] + data[begin:end] + tag.pad * trailing
-        end = begin
-        entries.append((key, packed & (1 << record_bits) - 1))
-    return Page(entries, size, left, right)
 
 
 def encode(tag, page, attributes):
@@ -118,18 +83,18 @@ class ForeignEngine:
 
     def __init__(self, folder, name):
         path = judges.find(folder, name + '.dbf')
-        _, self.table, index = dbfcheck.check(path)
+        _, self.table, self.index = dbfcheck.check(path)
         self.dbf, self.cdx = (open(judges.find(folder, name + kind), 'r+b', buffering=0) for kind in ('.dbf', '.cdx'))
         self.tags = [(tag, dbfcheck.Expression(tag.key_text, self.table),
-                      dbfcheck.Expression(tag.for_text or '.T.', self.table)) for tag in index.tags]
-        self.roots = {tag.name: tag.root for tag in index.tags}
+                      dbfcheck.Expression(tag.for_text or '.T.', self.table)) for tag in self.index.tags]
+        self.roots = {tag.name: tag.root for tag in self.index.tags}
         self.counter, self.pages = None, {}
 
     def append(self, values):
-        with locked(self.dbf, LOCK_BASE):
+        with locked(self.dbf.name, LOCK_BASE):
             number = read_number(self.dbf, 4) + 1
             record = self._record(values)
-            with locked(self.dbf, LOCK_BASE - number), locked(self.cdx, LOCK_BASE):
+            with locked(self.dbf.name, LOCK_BASE - number), locked(self.cdx.name, LOCK_BASE):
                 self._begin_change()
                 for tag, key, condition in self.tags:
                     if condition.evaluate(number, record):
@@ -199,7 +164,14 @@ class ForeignEngine:
 
     def _read(self, tag, at):
         if at not in self.pages:
-            self.pages[at] = decode(tag, os.pread(self.cdx.fileno(), PAGE, at))
+            data, width = os.pread(self.cdx.fileno(), PAGE, at), tag.key_length
+            attributes, count, left, right = struct.unpack_from('<HHII', data)
+            if attributes & LEAF:
+                entries = [(key, record) for record, key in judges.leaf_entries(self.index, tag, data)]
+            else:
+                entries = [(data[at:at + width], *struct.unpack_from('>II', data, at + width))
+                           for at in range(12, 12 + count * (width + 8), width + 8)]
+            self.pages[at] = Page(entries, data[23] if attributes & LEAF else 0, left, right)
         return self.pages[at]
 
     def _write(self, tag, at, page):
@@ -215,30 +187,3 @@ class ForeignEngine:
         else:
             at, self.end = self.end, self.end + PAGE
         return at
-
-
-def contact(random_numbers):
-    """Values for every tag of the contacts, some with few different keys and some with many."""
-    any_of = random_numbers.randrange
-    return {'LAST': random_numbers.choice(('Ames', 'Brodie', 'Whittaker-Zoëllner')), 'FIRST': 'F%06d' % any_of(10 ** 6),
-            'CITY': 'T%d' % any_of(5), 'ID': 'C%08d' % any_of(10 ** 8), 'ENTRY': '2031%02d15' % any_of(1, 13),
-            'BALANCE': '%d.%02d' % (any_of(9000), any_of(100))}
-
-
-def identifier(number):
-    """No workstation of the sample practices issues such identifiers."""
-    return 'ZF%05d' % number
-
-
-def main(folder, table, seconds):
-    engine, random_numbers, added = ForeignEngine(folder, table), random.Random(1), 0
-    end = time.monotonic() + float(seconds)
-    while time.monotonic() < end:
-        added += 1
-        engine.append(dict(contact(random_numbers), U_ID=identifier(added)))
-        time.sleep(random_numbers.uniform(0, 0.01))      # between two changes of its own others make some
-    print(added)
-
-
-if __name__ == '__main__':
-    main(*sys.argv[1:])

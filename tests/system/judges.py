@@ -101,25 +101,31 @@ class TableView:
             yield from ((tag.name, number) for number, _ in missing and missing - set(self._chain(tag)))
 
     def _chain(self, tag):
-        data, chain, at, leaf = self.cdx.data, copy.copy(tag), tag.root, False
-        chain.entries = []
+        data, entries, at, leaf = self.cdx.data, [], tag.root, False
         try:
             for _ in range(len(data) // dbfcheck.PAGE):     # no more, should pages lead in a circle
                 page = data[at:at + dbfcheck.PAGE]
                 leaf = leaf or dbfcheck.u16(page, 0) & dbfcheck.LEAF
                 if leaf:
-                    self.cdx._leaf(chain, page, dbfcheck.u16(page, 2), '', 0)
+                    entries += leaf_entries(self.cdx, tag, page)
                 at = dbfcheck.u32(page, 8) if leaf else dbfcheck.be32(page, 12 + tag.key_length + 4)
                 if at == dbfcheck.NONE32:
                     break
         except (dbfcheck.Damaged, struct.error, IndexError):
             pass                                        # the checker has already complained
-        return chain.entries
+        return entries
 
     def lock_position(self, record):
         if self.table.flags & 1 or self.table.vfp:
             return 0x7FFFFFFE - record
         return 0x40000000 + self.table.header_size + (record - 1) * self.table.record_size
+
+
+def leaf_entries(cdx, tag, page):
+    leaf = copy.copy(tag)
+    leaf.entries = []
+    cdx._leaf(leaf, page, dbfcheck.u16(page, 2), '', 0)
+    return leaf.entries
 
 
 def find(folder, name):

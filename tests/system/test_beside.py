@@ -5,15 +5,28 @@ BRENIK_SOAK_SECONDS lets both work at once for longer than usual, up to a minute
 
 import os
 import random
-import subprocess
-import sys
+import time
 
-import foreign_engine
 import pytest
-from foreign_engine import ForeignEngine, contact, identifier
+from conftest import at_once
+from foreign_engine import ForeignEngine
 from judges import assert_sound
 
 SECONDS = min(60, int(os.environ.get('BRENIK_SOAK_SECONDS', '6')))
+
+
+def contact(random_numbers):
+    """Values for every tag of the contacts, some with few different keys and some with many."""
+    any_of = random_numbers.randrange
+    return {'LAST': random_numbers.choice(('Ames', 'Brodie', 'Whittaker-Zoëllner')), 'FIRST': 'F%06d' % any_of(10 ** 6),
+            'CITY': 'T%d' % any_of(5), 'ID': 'C%08d' % any_of(10 ** 8), 'ENTRY': '2031%02d15' % any_of(1, 13),
+            'BALANCE': '%d.%02d' % (any_of(9000), any_of(100))}
+
+
+def append_contact(engine, random_numbers, theirs):
+    """No workstation of the sample practices issues such identifiers."""
+    theirs.append('ZF%05d' % len(theirs))
+    engine.append(dict(contact(random_numbers), U_ID=theirs[-1]))
 
 
 def add_contact(host, random_numbers):
@@ -37,8 +50,7 @@ def take_turns(host, practice, random_numbers, turns):
     for number_of_ours, number_of_theirs in turns:
         ours += [add_contact(host, random_numbers) for _ in range(number_of_ours)]
         for _ in range(number_of_theirs):
-            theirs.append(identifier(len(theirs)))
-            engine.append(dict(contact(random_numbers), U_ID=theirs[-1]))
+            append_contact(engine, random_numbers, theirs)
         found.append(host.edit_start(1, theirs[-1]))
         assert host.edit(1, 1 + random_numbers.randrange(count + len(ours)), {'LAST': 'Edited'}) == 0
     assert_whole(practice, count, ours, theirs)
@@ -59,14 +71,22 @@ def test_turns(host, new_practice):
 @pytest.mark.waits
 def test_both_at_once(session, practice):
     """Contacts of either are edited as well, which moves their keys."""
-    count, random_numbers, ours = practice.table('LAW1').table.count, random.Random(1), []
-    command = [sys.executable, foreign_engine.__file__, practice.folder, 'LAW1', str(SECONDS)]
-    with subprocess.Popen(command, stdout=subprocess.PIPE) as other:
-        while other.poll() is None:
+    engine, count, ours, theirs = ForeignEngine(practice.folder, 'LAW1'), practice.table('LAW1').table.count, [], []
+    end = time.monotonic() + SECONDS
+
+    def work():
+        random_numbers = random.Random(1)
+        while time.monotonic() < end:
             ours.append(add_contact(session, random_numbers))
             record = 1 + random_numbers.randrange(count + len(ours))
             assert session.edit(1, record, {'LAST': 'Edited %d' % len(ours)}) == 0
-        added = int(other.stdout.read())
-    assert other.returncode == 0 and min(len(ours), added) > SECONDS
-    assert_whole(practice, count, ours, [identifier(number) for number in range(1, added + 1)])
-    print('%d contacts of ours, %d of the other engine' % (len(ours), added))
+
+    def append():
+        random_numbers = random.Random(2)
+        while time.monotonic() < end:
+            append_contact(engine, random_numbers, theirs)
+            time.sleep(random_numbers.uniform(0, 0.01))     # between two changes of its own others make some
+    at_once(work, append)
+    assert min(len(ours), len(theirs)) > SECONDS
+    assert_whole(practice, count, ours, theirs)
+    print('%d contacts of ours, %d of the other engine' % (len(ours), len(theirs)))

@@ -105,11 +105,10 @@ def busy_journal(new_host, practice):
     assert host.init(practice) == 0
 
     def hold():
-        with open(journal.path, 'r+b') as file:
-            while not done.is_set():
-                with locked(file, journal.lock_position(0)):
-                    time.sleep(1)
-                time.sleep(0.4)
+        while not done.is_set():
+            with locked(journal.path, journal.lock_position(0)):
+                time.sleep(1)
+            time.sleep(0.4)
 
     def work():
         end = time.monotonic() + 5
