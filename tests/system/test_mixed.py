@@ -1,17 +1,18 @@
 """Windows hosts and hosts of this system at work on one practice, without a server between them."""
 
 import itertools
+import json
 import os
 import shlex
 import subprocess
 import time
 
 import pytest
-from conftest import CALL_LIMIT, NATIVE, OURS, windows_form
+from conftest import CALL_LIMIT, NATIVE, OURS, TOOL, path_form
 from test_shared import work_together
 
 SECONDS = float(os.environ.get('BRENIK_MIXED_SECONDS', '20'))
-HOLDERS = {OURS: shlex.split(os.environ['BRENIK_HOLDER']), NATIVE: shlex.split(os.environ['BRENIK_NATIVE_HOLDER'])}
+TOOLS = {OURS: shlex.split(TOOL), NATIVE: shlex.split(os.environ['BRENIK_NATIVE_TOOL'])}
 BOTH_WAYS = pytest.mark.parametrize('first, second', [(OURS, NATIVE), (NATIVE, OURS)], ids=['Windows', 'native'])
 
 
@@ -22,15 +23,20 @@ def test_mixed_workstations(new_host, practice):
 
 
 class Holder:
-    """A program of either system that has opened a table, or locked a byte of it, as the library does."""
+    """The tool of either system, which has a table open, shared or not, or a record of it locked."""
 
-    def __init__(self, workstation, path, *arguments):
-        path = windows_form(path) if workstation is OURS else path
-        self.child = subprocess.Popen([*HOLDERS[workstation], path, *map(str, arguments)], text=True,
-                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    def __init__(self, workstation, path, shared, record=None):
+        self.child = subprocess.Popen([*TOOLS[workstation], 'call'], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.lines = [['select area', 1], ['open table', False, None, path_form(workstation)(path), None, shared],
+                      ['lock record', record] if record else ['used']]
 
     def __enter__(self):
-        return self.child.stdout.readline().strip()
+        """Whether it has what it asked for."""
+        for line in self.lines:
+            self.child.stdin.write(json.dumps(line).encode() + b'\n')
+            self.child.stdin.flush()
+            answer = self.child.stdout.readline()
+        return json.loads(answer)['result']
 
     def __exit__(self, *_):
         self.child.communicate(timeout=CALL_LIMIT)
@@ -39,10 +45,9 @@ class Holder:
 @BOTH_WAYS
 def test_opens_respect_each_other(practice, first, second):
     path = practice.find('LAW1.dbf')
-    for mine, yours, answer in (('shared', 'shared', 'held'), ('shared', 'exclusive', 'refused'),
-                                ('exclusive', 'shared', 'refused'), ('exclusive', 'exclusive', 'refused')):
+    for mine, yours in itertools.product([True, False], repeat=2):
         with Holder(first, path, mine) as held, Holder(second, path, yours) as got:
-            assert (held, got) == ('held', answer), (mine, yours)
+            assert (held, got) == (True, mine and yours), (mine, yours)
 
 
 @BOTH_WAYS
@@ -51,9 +56,9 @@ def test_locks_respect_each_other(new_host, practice, first, second):
     view, host = practice.table('LAW1'), new_host(workstation=second)
     assert host.init(practice) == 0
     host.begin(1, 2, {'LAST': 'Held'})
-    with Holder(first, view.path, 'shared', view.lock_position(2)) as held:
-        assert held == 'held' and host.edit_end(1) == 12
+    with Holder(first, view.path, True, 2) as held:
+        assert held and host.edit_end(1) == 12
     assert host.edit_end(1) == 0 and host.shutdown() == 0
-    with Holder(first, practice.find('LAW3.dbf'), 'exclusive') as held:
-        assert held == 'held' and host.init(practice) == 4
+    with Holder(first, practice.find('LAW3.dbf'), False) as held:
+        assert held and host.init(practice) == 4
     assert host.init(practice) == 0

@@ -8,6 +8,7 @@ from pathlib import Path
 
 import pytest
 from conftest import CALL_LIMIT, OURS, windows_form
+from test_mixed import Holder
 
 PROFILE = Path(os.environ['BRENIK_WINE_PROFILE'])
 OF_32_BITS = pytest.mark.skipif(os.environ['BRENIK_WINE_BITS'] != '32', reason='written for the 32-bit conventions')
@@ -89,9 +90,6 @@ def test_files_that_are_read_only_or_not_shared(host, practice, name, code):
     os.chmod(file, 0o444)
     assert host.init(practice) == code
     os.chmod(file, 0o644)
-    command = [*shlex.split(os.environ['BRENIK_HOLDER']), windows_form(file), 'exclusive']
-    with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as other:
-        assert other.stdout.readline().strip() == 'held'
-        assert host.init(practice) == code
-        other.communicate(timeout=CALL_LIMIT)
+    with Holder(OURS, file, False) as held:
+        assert held and host.init(practice) == code
     assert host.init(practice) == 0
