@@ -100,29 +100,6 @@ def test_linked_matter(session, practice):
     assert_sound(practice.folder)
 
 
-def test_link_that_fails(host, practice):
-    """A field that the link needs is missing: the matter is there, its identifier is told, and nothing is left held."""
-    practice.damage('LAW9.dbf', lambda data: data.__setitem__(slice(0, 999), data[:999].replace(b'ENTRY', b'ENTRX')))
-    assert host.init(practice) == 0
-    contact, links = practice.table('LAW1').rows[3]['U_ID'], practice.table('LAW9').table.count
-    rc, uid = host.add(3, {'MATTER': 'Alone'}, contact)
-    assert (rc, practice.table('LAW3').one(U_ID=uid)['MATTER']) == (17, 'Alone')
-    assert practice.table('LAW9').table.count == links and len(practice.journal('03', 'A', uid)) == 1
-    assert host.set_field(3, 'MATTER', 'Here') == 0 and host.edit_end(3) == 0    # area 3 is current, on the matter
-    assert practice.table('LAW3').one(U_ID=uid)['MATTER'] == 'Here'
-    assert host.add(2, {})[0] == 0
-    assert_sound(practice.folder, 'LAW3', 'LAWSYS', 'LAWTRANS')
-
-
-def test_link_without_its_settings(session, practice):
-    for path in practice.folder.rglob('*'):
-        if path.name.lower() == 'bolink.ini':
-            path.unlink()
-    contact = practice.table('LAW1').rows[0]['U_ID']
-    uid = session.add(3, {'MATTER': 'Default'}, contact)[1]
-    assert practice.table('LAW9').one(U_ID3=uid)['TYPE'] == 'CLIENT'
-
-
 def test_duplicate_codes(session, practice):
     """The first two fields decide, padded or cut to 10 and 40; the refusal names the existing code. An EditStart
     leaves codes in the order of identifiers, where no duplicate is ever found."""
@@ -139,15 +116,6 @@ def test_duplicate_codes(session, practice):
     assert session.edit_start(7, uid) == 0
     assert session.add(7, values)[0] == 0 and len(practice.table('LAWCODES').where(**values)) == 2
     assert session.init(practice) == 0 and session.add(7, values) == (18, rows[3]['U_ID'])
-
-
-def test_running_record_number(session, practice):
-    """It is issued in the system table; the record itself keeps what the host's buffer says."""
-    for before, after in ((99999997, 99999998), (99999998, 99999999), (99999999, 0)):
-        practice.patch('LAWSYS', 1, 'RECORDNO', b'%d' % before)
-        rc, uid = session.add(2, {'RNO': '5'})
-        assert rc == 0 and practice.counter('RECORDNO') == after
-        assert practice.table('LAW2').one(U_ID=uid)['RNO'] == 5
 
 
 def test_tracking_switched_off(host, practice):

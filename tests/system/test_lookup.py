@@ -27,8 +27,7 @@ def primed(text, length):
 
 
 @pytest.mark.parametrize('setting, shown', [
-    (None, ''), ('', ''), ('Your Name Appears Here', ''), ('YOUR NAME APPEARS HERE, too', ''),
-    ('Smith | Jones  ', 'Smith | Jones'), ('"Doe & Doe"', 'Doe & Doe'), ('Your Name', 'Your Name')])
+    (None, ''), ('YOUR NAME APPEARS HERE, too', ''), ('Smith | Jones  ', 'Smith | Jones')])
 def test_firm(session, practice, setting, shown):
     assert session.edit(1, 5, {'LABEL1': '  Smith & Jones LLP ', 'CITY': ' A | B', 'ZIP': '1|2', 'OPEN': '20240229',
                                'ACTIVE': 'Y', 'EMAIL': 'a@b.c'}) == 0
@@ -44,25 +43,20 @@ def test_firm_is_sought_and_everything_left_where_it_was(session, practice):
     """No change of case, no padding: a shorter key finds the first that begins with it."""
     assert session.edit(1, 9, {'ID': 'QQFIRM'}) == 0
     text = description(practice.table('LAW1').rows[8])
-    keys = {key: '[Main]\nMyFirm=%s\n' % key for key in ('QQFIRM', 'QQFI', 'qqfirm', 'QQFIRMS')}
-    for key, settings in {**keys, None: '[Main]\n', 'none': ''}.items():
-        practice.write('LAWSYS.INI', settings)
+    for key, found in ('QQFIRM', text), ('QQFI', text), ('qqfirm', b''), ('QQFIRMS', b''), ('', b''):
+        practice.write('LAWSYS.INI', '[Main]\nMyFirm=%s\n' % key)
         assert session.edit_begin(1, 3) == 0
-        assert session.firm(1000) == primed(text if key in ('QQFIRM', 'QQFI') else b'', 1000)
+        assert session.firm(1000) == primed(found, 1000)
         assert session.edit_end(1, 3) == 0              # same area, same record
-        assert session.add_start(3) == 0 and session.firm(10) and session.add_end(3)[0] == 0
     assert session.add_start(1) == 0 and session.firm(10) and session.add_end(1)[0] == 0
 
 
-def test_firm_of_a_table_that_is_not_whole(host, practice):
-    """A field that is missing gives an empty item; a table that cannot be read gives an empty text."""
+def test_firm_of_a_table_without_a_field(host, practice):
     row = practice.table('LAW1').rows[4]
     practice.write('LAWSYS.INI', '[Main]\nMyFirm=%s\n' % row['ID'])
     practice.damage('LAW1.dbf', lambda data: data.__setitem__(slice(0, 999), data[:999].replace(b'EMAIL', b'EMAIX')))
     assert host.init(practice) == 0
     assert host.firm(1000) == primed(description(dict(row, EMAIL='')), 1000)
-    practice.damage('LAW1.cdx', lambda data: data.__setitem__(slice(1024, None), bytes(len(data) - 1024)))
-    assert host.init(practice) in (0, 4) and host.firm(1000) == primed(b'', 1000)
 
 
 def test_identifier_lookup(session, practice):
@@ -85,11 +79,3 @@ def test_identifier_buffer(session, practice, text):
     row = practice.table('LAW1').rows[0]
     for key, code, result in ((row['ID'], 0, row['U_ID']), ('NOSUCHKEY', 19, text if len(text) == 7 else ' ' * 7)):
         assert session.get_uid(1, key, text) == (code, copied_back(result.encode(), text.encode()))
-
-
-def test_lookup_moves_the_current_area(session):
-    assert session.edit_begin(1, 1) == 0
-    assert session.get_uid(3, '')[0] == 19              # refused before it moves
-    assert session.set_field(1, 'LAST', 'Here') == 0
-    session.get_uid(3, 'NOSUCH')
-    assert session.set_field(1, 'LAST', 'Gone') == 13

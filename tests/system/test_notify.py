@@ -29,15 +29,3 @@ def test_deleted(session, practice):
     practice.patch('LAW1', 2)
     assert (session.added(1, 2), session.deleted(1, 2)) == (8, 10)
     assert_sound(practice.folder, 'LAWTRANS')
-
-
-def test_what_stays_current(session):
-    assert session.edit_begin(3, 1) == 0
-    assert session.deleted(99, 1) == 5                  # goes to area 1
-    assert [session.set_field(table, 'NOSUCH', '') for table in (3, 1)] == [13, 7]
-    assert session.edit_begin(3, 1) == 0
-    assert session.added(99, 1) == 5                    # stays on the unused area
-    assert [session.set_field(table, 'NOSUCH', '') for table in (3, 1)] == [13, 13]
-    assert session.edit_begin(3, 2) == 0
-    assert session.added(3, 1) == 0                     # stays on the record
-    assert session.set_field(3, 'MATTER', 'Two', 2) == 6 and session.set_field(3, 'MATTER', 'One', 1) == 0

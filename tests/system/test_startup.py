@@ -79,35 +79,14 @@ def test_what_is_no_practice(new_host, tmp_path):
         assert host.init(path, 1) == 1 and host.add_start(1) == 5, path[:20]
 
 
-def test_another_practice(new_host, new_practice, tmp_path):
-    """What one session has left open is never another folder's, also where the other start fails, or a link leads
-    elsewhere by now. The host's folder is told relative to where it stood."""
+def test_another_practice(host, new_practice):
+    """What one session has left open is never another folder's, also where the other start fails."""
     first, second, third = [new_practice(name) for name in ('first', 'second', 'third')]
     os.remove(third.find('LAW1.dbf'))
-    host, link = new_host(cwd=tmp_path), tmp_path / 'link'
     for practice in first, second:
-        link.unlink(missing_ok=True)
-        link.symlink_to(practice.folder)
-        assert host.init('link', 1) == 0
+        assert host.init(practice) == 0
         contact, links = practice.table('LAW1').rows[3]['U_ID'], practice.table('LAW9').table.count
         assert host.add(3, {'MATTER': 'Linked'}, contact)[0] == 0
         assert practice.table('LAW9').table.count == links + 1
-        assert practice.trace()[0][1][1] == 'link\\'
     assert host.init(third) == 1
     assert [host.add_start(table) for table in (1, 3, 9, 20)] == [5] * 4
-
-
-@pytest.mark.parametrize('text', ['[Main\nLockType=x', '[Main]\nnServerType=2\n', None])
-def test_settings_that_change_nothing(host, practice, text):
-    """A missing server is noted in a folder made for that, and a file that cannot be read (None) in the trace."""
-    shutil.rmtree(practice.folder / 'lawtemp')
-    practice.write('LAWSYS.INI', text or '')
-    if text is None:
-        os.remove(practice.find('LAWSYS.INI'))
-        (practice.folder / 'LAWSYS.INI').mkdir()
-    assert host.init(practice, 1) == 0
-    assert host.add(1, {'LAST': 'Settings'})[0] == 0
-    log = practice.folder / 'lawtemp' / 'DataServer.log'
-    assert (b'Server not found' in log.read_bytes()) if text and '=2' in text else not log.exists()
-    told = [caller for caller, arguments in practice.trace() if 'LAWSYS.INI: ' in arguments[1]]
-    assert told == ([] if text is not None else ['GETSERVERTYPE', 'STARTUP', 'STARTUP'])

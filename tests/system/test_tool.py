@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pytest
 from conftest import SHARING_BYTE, SIZES, HeldBytes, faults_of, tool
-from judges import assert_sound, identifier, view_of
+from judges import assert_sound, identifier
 
 JOURNAL = '''\
 2024-03-15 10:28:00  edited  Matters  A100001
@@ -43,18 +43,6 @@ def test_sample(new_practice, tmp_path, options, notes):
     files = [path.relative_to(again) for path in again.rglob('*') if path.is_file()]
     assert len(files) == 22
     assert all((practice.folder / name).read_bytes() == (again / name).read_bytes() for name in files)
-
-
-def test_sample_sizes(tmp_path):
-    """The smallest and an uneven practice; one that is there is left alone."""
-    for name, sizes in ('least', [1, 0, 0, 0]), ('more', [3000, 1, 700, 2]):
-        options = [word for pair in zip(SIZES[::2], sizes) for word in pair]
-        assert brenik('sample', tmp_path / name, *options)[0] == 0
-        assert_sound(tmp_path / name)
-        assert [view_of(tmp_path / name, table).table.count for table in ('LAW1', 'LAW3', 'LAW2', 'LAWNotes')] == sizes
-    before = (tmp_path / 'more' / 'LAW1.DBF').read_bytes()
-    assert brenik('sample', tmp_path / 'more')[0] == 1
-    assert (tmp_path / 'more' / 'LAW1.DBF').read_bytes() == before
 
 
 def test_show(practice):
@@ -101,7 +89,7 @@ def test_faults(session, practice, windows_folder):
     (['show', '{}', 'LAW1', '--order', 'ID'], 2), (['reindex', '{}', '--tag', 'A=B'], 2),
     (['reindex', '{}/LAW1.DBF', '--tag', 'A=U_ID;SOMETIMES'], 2), (['show', '{}', 'LAW1', '--record', '41'], 1),
     (['show', '{}', 'LAW1', '--order', 'ID', '--seek', 'NOBODY'], 1), (['show', '{}', 'LAW8'], 3),
-    (['check', '{}/nowhere'], 3), (['journal', '{}/billing'], 3), (['sample', '{}/LAW1.DBF'], 3)])
+    (['check', '{}/nowhere'], 3), (['journal', '{}/billing'], 3), (['sample', '{}'], 1)])
 def test_what_goes_wrong(practice, arguments, code):
     """The exit code tells the kind; the message goes to standard error and nothing to the other."""
     ended, output, complaint = brenik(*[argument.format(practice) for argument in arguments])

@@ -27,10 +27,7 @@ def test_conversation(host, practice):
     says('SETFIELD', [['Set Field', 'LAST', ' x\r\n\xe9 ', '1', '2', 'Names', '0', '.f.'], ['Set Field', '0']],
          host.set_field, 1, 'LAST', ' x\r\n\xe9 ')
     says('EDITEND', [['EditEnd', '0', '1', '2', '.f.', 'Names'], ['EditEnd', '0']], host.edit_end, 1)
-    says('DELETEDREC', [['DeletedRec nTable, nRec:', '1', '1']], host.deleted, 1, 1)
     says('GETU_ID', [['GetU_ID End', '1', BLANKS, '19']], host.get_uid, 1, '', 'abc')
-    practice.write('LAWSYS.INI', '[Main]\nMyFirm=NOBODY9\n')
-    says('GETMYFIRM', [['GetMyFirm', '12'], ['GetMyFirm Failed Seek', 'NOBODY9']], host.firm, 12)
     host.add_start(7), host.set_field(7, 'TYPE', code['TYPE']), host.set_field(7, 'CODE', code['CODE'])
     says('ADDEND', [['AddEnd', '7', '.t.', 'LAWCODES', BLANKS],
                     ['AddEnd', 'TYPECODE', code['TYPE'].ljust(10) + code['CODE'].ljust(40)],
@@ -78,8 +75,3 @@ def test_faults_are_noted_with_tracing_off(new_host, practice, windows_folder):
     assert 0 < len(fault_lines(windows_folder)) < 80
     file.write_bytes(file.with_name(file.name + '.old').read_bytes() + file.read_bytes())
     assert len(fault_lines(windows_folder)) == count + 80
-    for block in lambda: file.mkdir(), lambda: (file.rmdir(), file.parent.rmdir(), file.parent.write_text('')):
-        for path in file.parent.glob('*.*'):
-            path.is_file() and path.unlink()
-        block()
-        assert hosts[1].add(1, {'LAST': 'Lost'})[0] == 14

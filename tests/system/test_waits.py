@@ -4,15 +4,12 @@ Tries are counted by the notices between them. An open shows no notice, so only 
 unit tests count its tries, by a clock of their own.
 """
 
-import contextlib
 import os
 import shutil
-import threading
 import time
 
 import pytest
 from conftest import OURS, SHARING_BYTE, HeldBytes, at_once, fault_lines, timed
-from foreign_engine import locked
 from judges import assert_sound
 
 pytestmark = pytest.mark.waits
@@ -44,15 +41,17 @@ def held(kind, place, code, notices=NOTICES, proprietary=False):
     return edit
 
 
-def briefly_held_record(new_host, practice):
-    """Let go after the second notice: that leaves four seconds to do it in, and costs no more to do."""
-    view, host = practice.table('LAW1'), new_host()
-    assert host.init(practice) == 0
-    host.begin(1, 2, {'LAST': 'Waited'})
-    held = HeldBytes(view.path, view.lock_position(2))
-    _, rc = at_once(lambda: host.notices(2) and held.file.close(), lambda: host.edit_end(1))
-    assert rc == 0 and 2 <= host.notices() < NOTICES
-    assert practice.table('LAW1').rows[1]['LAST'] == 'Waited'
+def briefly_held(name, record):
+    """The record or the journal, let go after two seconds: the edit is made and has its entry."""
+    def edit(new_host, practice):
+        view, host, uid = practice.table(name), new_host(), practice.table('LAW1').rows[4]['U_ID']
+        assert host.init(practice) == 0 and not practice.journal('01', 'E', uid)
+        host.begin(1, 5, {'LAST': 'Waited'})
+        held = HeldBytes(view.path, view.lock_position(record))
+        _, rc = at_once(lambda: time.sleep(2) or held.file.close(), lambda: host.edit_end(1))
+        assert rc == 0 and host.notices() < NOTICES
+        assert practice.table('LAW1').rows[4]['LAST'] == 'Waited' and len(practice.journal('01', 'E', uid)) == 1
+    return edit
 
 
 def held_add(name, record, kind='.dbf'):
@@ -98,32 +97,6 @@ def held_journal(kind, *place):
     return journal
 
 
-def busy_journal(new_host, practice):
-    """Another program has the journal's append lock nearly all the time: whatever is acknowledged has its entry. The
-    lock is free for almost as long as we pause between two tries, so that one of them meets it on any machine."""
-    journal, host, done, uids = practice.table('LAWTRANS'), new_host(), threading.Event(), []
-    assert host.init(practice) == 0
-
-    def hold():
-        while not done.is_set():
-            with locked(journal.path, journal.lock_position(0)):
-                time.sleep(1)
-            time.sleep(0.4)
-
-    def work():
-        end = time.monotonic() + 5
-        try:
-            while time.monotonic() < end:
-                rc, uid = host.add(1, {'LAST': 'Added'})
-                assert rc == 0 and host.edit(1, uid, {'LAST': 'Edited'}) == 0
-                uids.append(uid)
-        finally:
-            done.set()
-    at_once(hold, work)
-    entries = [(row['CCODE'], row['U_ID']) for row in practice.table('LAWTRANS').rows[journal.table.count:]]
-    assert sorted(entries) == sorted((code, uid) for code in 'AE' for uid in uids) and host.notices() == 0
-
-
 def replaced_folder(new_host, practice):
     """Another folder goes by the practice's name: within five seconds nothing more is written to the old one."""
     host, aside = new_host(), practice.folder.with_name(practice.folder.name + '.old')
@@ -135,23 +108,17 @@ def replaced_folder(new_host, practice):
     assert practice.table('LAW1').where(LAST='Lost') == []
 
 
-@contextlib.contextmanager
-def away(path):
-    yield os.rename(path, path + '.away')
-    os.rename(path + '.away', path)
-
-
 def refused(file, reason, rc=4, message=(), offset=SHARING_BYTE):
-    """A table or what belongs to it is held or, without an offset, missing; the trace log tells who holds it."""
+    """A table or its index is held; the trace log tells who holds it."""
     def start_up(new_host, practice):
         host, path = new_host(), practice.find(file)
-        with HeldBytes(path, offset) if offset else away(path):
+        with HeldBytes(path, offset):
             result, seconds = timed(host.init, practice, 1)
         assert result == rc and seconds > OPENING
         (told,), *others = [arguments[1:] for _, arguments in practice.trace()][1:]
         name, _, said = told.partition(': ')
         holder = 'cannot tell' if OURS.library.endswith('.dll') else '(process %d, user ' % os.getpid()
-        assert name.lower().endswith(file.lower()) and said.startswith(reason) and (not offset or holder in said)
+        assert name.lower().endswith(file.lower()) and said.startswith(reason) and holder in said
         assert others == [*message]
         if rc == 4:                                     # the tables before it are open
             assert host.add_start(1) == 0 and host.add_start(20) == 5
@@ -159,16 +126,6 @@ def refused(file, reason, rc=4, message=(), offset=SHARING_BYTE):
         with pytest.raises(BlockingIOError):            # now it is ours, if shared
             HeldBytes(practice.find(file[:-4] + '.dbf'), SHARING_BYTE)
     return start_up
-
-
-def missing_links(new_host, practice):
-    """The matter stays, without its link."""
-    contact, host = practice.table('LAW1').rows[0]['U_ID'], new_host()
-    os.remove(practice.find('LAW9.dbf'))
-    assert host.init(practice) == 0
-    rc, uid = host.add(3, {'MATTER': 'Unlinked'}, contact)
-    assert rc == 4 and practice.table('LAW3').one(MATTER='Unlinked')['U_ID'] == uid
-    assert host.add(1, {'LAST': 'Afterwards'})[0] == 0
 
 
 def mixed_modes(first, second):
@@ -187,14 +144,13 @@ def mixed_modes(first, second):
 
 def test_waits(new_host, new_practice, windows_folder):
     """All at the same time, since each takes its five seconds. What no code tells is in the fault file."""
-    tasks = [held('LAW1.dbf', None, 12), held('LAW1.dbf', LINE + 2, 12, proprietary=True), briefly_held_record,
-             held('LAWTRANS.dbf', None, 9, 0), held('LAW1.cdx', INDEX_LOCK, 14, 0), busy_journal,
+    tasks = [held('LAW1.dbf', None, 12), held('LAW1.dbf', LINE + 2, 12, proprietary=True),
+             held('LAWTRANS.dbf', None, 9, 0), briefly_held('LAW1', 5), briefly_held('LAWTRANS', 0),
+             held('LAW1.cdx', INDEX_LOCK, 14, 0),
              held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
              held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK),
              refused('LAWSYS.dbf', 'in exclusive use', 3, [['Cannot open lawsys.']]),
-             refused('LAW3.dbf', 'in exclusive use'), refused('LAW2.dbf', 'no such file', offset=0),
-             refused('LAW2.fpt', 'no such file', offset=0),
-             refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK), missing_links,
+             refused('LAW3.dbf', 'in exclusive use'), refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
              *([] if OURS.library.endswith('.dll') else [replaced_folder]),
              mixed_modes(0, 1), mixed_modes(1, 0)]
 
