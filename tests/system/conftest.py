@@ -244,13 +244,12 @@ class Practice:
         return self.table('LAWSYS').rows[0][field]
 
     def damage(self, name, change):
-        """Applies a function to the bytes of a file; what they were before, and what they are now."""
+        """Applies a function to the bytes of a file; what they are now."""
         path = Path(self.find(name))
-        old = path.read_bytes()
-        new = bytearray(old)
-        change(new)
-        path.write_bytes(new)
-        return old, bytes(new)
+        data = bytearray(path.read_bytes())
+        change(data)
+        path.write_bytes(data)
+        return bytes(data)
 
     def patch(self, name, record, field=None, value=b'*'):
         """Overwrites a field in place, or, without a field, the deletion mark."""
