@@ -32,8 +32,9 @@ def test_added_record(session, practice, table):
     assert practice.counter('U_ID%d' % table) == counter + 1
     *others, added = practice.table(name).rows
     assert others == before.rows
-    wanted = dict(values, U_ID=uid, **({} if table == 7 else {'ENTRY': today(), 'OPERATOR': '___'}))
-    assert {field: value for field, value in added.items() if value and field != 'ACTIVE'} == wanted
+    wanted = dict(values, U_ID=uid, **({'ACTIVE': True} if table == 1 else {}),
+                  **({} if table == 7 else {'ENTRY': today(), 'OPERATOR': '___'}))
+    assert {field: value for field, value in added.items() if value} == wanted
     entry, = practice.journal('%02d' % table, 'A', uid)
     assert not entry['CDATA'] and earliest <= entry.raw['CDT'] <= latest
     assert_sound(practice.folder)
@@ -57,12 +58,6 @@ def test_refused_tables(session, practice):
     assert session.set_field(1, 'LAST', 'Gone') == 13
     assert session.add_end(1, 'keptuid') == (13, 'keptuid')
     assert not practice.table('LAW1').where(LAST='Gone')
-
-
-def test_contacts_are_active_unless_told(session, practice):
-    for value, outcome in (None, True), ('N', False), ('Y', True):
-        rc, uid = session.add(1, {'ACTIVE': value} if value else {})
-        assert rc == 0 and practice.table('LAW1').one(U_ID=uid)['ACTIVE'] is outcome
 
 
 def test_buffer_outlives_the_end(session, practice):

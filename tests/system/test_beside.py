@@ -89,4 +89,3 @@ def test_both_at_once(session, practice):
     at_once(work, append)
     assert min(len(ours), len(theirs)) > SECONDS
     assert_whole(practice, count, ours, theirs)
-    print('%d contacts of ours, %d of the other engine' % (len(ours), len(theirs)))

@@ -17,12 +17,8 @@ def call(*lines, folder=None, expect=0, cwd=None):
     return [json.loads(line) for line in done.stdout.splitlines()]
 
 
-def date(text):
-    return {'date': text}
-
-
 @pytest.mark.parametrize('line, result', [
-    (['rsalpha2n', 'BB'], 27), (['MAKEDATE', 2, 30, 2003, True], date('20030228')), (['TMENU'], None),
+    (['rsalpha2n', 'BB'], 27), (['MAKEDATE', 2, 30, 2003, True], {'date': '20030228'}), (['TMENU'], None),
     (['CAST', {'memo': 'line one'}, 'Y'], 'line one'), (['XTOC', None], 'NIL'),
     (['STR2A', {'hex': '32410300430200616204004e0100354c54'}], ['ab  ', 5, True])])
 def test_routines_without_a_practice(line, result):

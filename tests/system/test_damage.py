@@ -168,7 +168,6 @@ DAMAGES = [
     ('.CDX', 'tag-header, tag=NEWEST', {
         'key length 0': put(within(last_tag, 12), 0, 2), 'key length wrong': put(within(last_tag, 12), 12, 2),
         'text lengths': put(within(last_tag, 506), 0xFFFFFFFF, 4)}),
-    ('LAW2.CDX', 'tag-header', {'key text cut': put(within(last_tag, 510), 3, 2)}),
     ('LAW2.CDX', 'index-page, tag=U_ID', {
         'too many keys': put(within(first_leaf, 2), 0xFFFF, 2), 'siblings': put(within(first_leaf, 8), 0x7FFFFE00, 4),
         'right sibling': put(within(first_leaf, 8), 0xFFFFFFFF, 4), 'not a page': put(first_leaf, 0x5A5A, 2),
@@ -363,11 +362,9 @@ def test_output_that_is_not_read(session, new_practice):
     """Keeps nobody from changing the index."""
     practice = new_practice('large', '--contacts', '2000')
     assert session.init(practice) == 0
-    last = practice.table('LAW1').table.by_name['LAST'].offset
 
     def rename(data):
-        for at in range(header(data) + last, len(data), record_length(data)):
-            data[at:at + 3] = b'Zzz'
+        data[header(data):] = data[header(data):].replace(b'a', b'z')
     practice.damage('LAW1.DBF', rename)
     command = [*shlex.split(TOOL), 'check', path_form(OURS)(practice.find('LAW1.DBF')), '--json']
     with subprocess.Popen(command, stdout=subprocess.PIPE) as check:
@@ -462,18 +459,3 @@ def test_table_changed_behind_us(new_host, practice, change):
     assert any(reason in argument for _, arguments in practice.trace() for argument in arguments)
     entries = practice.table('LAWTRANS').rows[before.table.count:]
     assert [row['CDB'] for row in entries if row['CCODE'] == 'A'] == ['03', '03']
-
-
-@pytest.mark.parametrize('change', CHANGES)
-def test_journal_changed_behind_us(new_host, practice, change):
-    """What could not be journalled is not done. An entry that a shorter file still holds can be written."""
-    host, other, names = new_host(), new_host(), ('LAW1', 'LAWSYS')
-    assert host.init(practice) == other.init(practice) == 0 and host.edit(1, 2, {'FIRST': 'Noted'}) == 0
-    assert {other.add(1, {'LAST': 'First'})[0] for _ in range(20)} == {0}
-    before = [practice.table(name).rows for name in names]
-    change(practice.find('LAWTRANS.dbf'))
-    assert [host.add(1, {'LAST': 'Lost'})[0], host.edit(1, len(before[0]), {'LAST': 'Lost'})] == [14, 14]
-    assert host.edit(1, 2, {'LAST': 'Noted'}) == (0 if change is shorter else 14)
-    if change is shorter:
-        before[0][1]['LAST'] = 'Noted'
-    assert [practice.table(name).rows for name in names] == before

@@ -1,10 +1,11 @@
-"""What only programs on Linux meet: forks, and file calls that go wrong on purpose."""
+"""What only programs on Linux meet: forks, open files that are removed, and file calls that go wrong on purpose."""
 
 import os
 
 import pytest
 from conftest import SHARING_BYTE, HeldBytes, at_once
 from judges import assert_sound
+from test_damage import replaced
 from test_doctor import ask
 
 
@@ -33,6 +34,16 @@ def test_a_session_belongs_to_its_process(host, practice):
     assert host.edit_end(1) == 0 and practice.table('LAW1').rows[0]['FIRST'] == 'Parent'
     assert host.add(1, {'LAST': 'Parent'})[0] == 0
     assert_sound(practice.folder)
+
+
+@pytest.mark.parametrize('change', [os.remove, replaced])
+def test_journal_changed_behind_us(host, practice, change):
+    """What could not be journalled is not done."""
+    assert host.init(practice) == 0 and host.edit(1, 2, {'FIRST': 'Noted'}) == 0
+    before = [practice.table(name).rows for name in ('LAW1', 'LAWSYS')]
+    change(practice.find('LAWTRANS.dbf'))
+    assert [host.add(1, {'LAST': 'Lost'})[0], host.edit(1, 2, {'LAST': 'Lost'})] == [14, 14]
+    assert [practice.table(name).rows for name in ('LAW1', 'LAWSYS')] == before
 
 
 def test_locks_that_reach_nobody(tmp_path):

@@ -48,15 +48,6 @@ def test_firm_is_sought_and_everything_left_where_it_was(session, practice):
         assert session.edit_begin(1, 3) == 0
         assert session.firm(1000) == primed(found, 1000)
         assert session.edit_end(1, 3) == 0              # same area, same record
-    assert session.add_start(1) == 0 and session.firm(10) and session.add_end(1)[0] == 0
-
-
-def test_firm_of_a_table_without_a_field(host, practice):
-    row = practice.table('LAW1').rows[4]
-    practice.write('LAWSYS.INI', '[Main]\nMyFirm=%s\n' % row['ID'])
-    practice.damage('LAW1.dbf', lambda data: data.__setitem__(slice(0, 999), data[:999].replace(b'EMAIL', b'EMAIX')))
-    assert host.init(practice) == 0
-    assert host.firm(1000) == primed(description(dict(row, EMAIL='')), 1000)
 
 
 def test_identifier_lookup(session, practice):
