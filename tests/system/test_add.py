@@ -1,6 +1,7 @@
 """Adding records: identifiers, stamps, links and duplicates, down to the bytes on disk."""
 
 import datetime
+from pathlib import Path
 
 import pytest
 from judges import assert_sound, identifier
@@ -111,6 +112,18 @@ def test_duplicate_codes(session, practice):
     assert session.edit_start(7, uid) == 0
     assert session.add(7, values)[0] == 0 and len(practice.table('LAWCODES').where(**values)) == 2
     assert session.init(practice) == 0 and session.add(7, values) == (18, rows[3]['U_ID'])
+
+
+def test_running_record_number(session, practice):
+    """It is issued in the system table and starts again at 0; the record keeps what the host's buffer says."""
+    place = practice.table('LAWSYS').table.by_name['RECORDNO']
+    for before, after in ((99999998, 99999999), (99999999, 0)):
+        practice.patch('LAWSYS', 1, 'RECORDNO', b'%d' % before)
+        rc, uid = session.add(2, {'RNO': '5'})
+        header = practice.table('LAWSYS').table.header_size
+        written = Path(practice.find('LAWSYS.dbf')).read_bytes()[header + place.offset:][:place.width]
+        assert (rc, written) == (0, b'%8d' % after)
+        assert practice.table('LAW2').one(U_ID=uid)['RNO'] == 5
 
 
 def test_tracking_switched_off(host, practice):
