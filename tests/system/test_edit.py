@@ -38,7 +38,11 @@ def test_edit_without_a_change(session, practice):
     assert session.edit(1, row.number, {'LAST': ' ' + row['LAST']}) == 0
     view = practice.table('LAW1')
     assert view.rows[1]['LAST'] == ' ' + row['LAST']
-    assert 'LAST' in slots(view, practice.journal('01', 'E', row['U_ID'])[0])
+    entry, = practice.journal('01', 'E', row['U_ID'])
+    assert 'LAST' in slots(view, entry)
+    practice.patch('LAWTRANS', entry.number, 'CDT', b'long')        # a stamp of long ago
+    assert session.edit(1, row.number, {'LAST': view.rows[1]['LAST']}) == 0
+    assert practice.journal('01', 'E', row['U_ID'])[0].raw['CDT'] == b'long'
 
 
 def test_selection_by_identifier(session, practice):
