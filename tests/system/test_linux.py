@@ -1,6 +1,7 @@
 """What only programs on Linux meet: forks, open files that are removed, and file calls that go wrong on purpose."""
 
 import os
+from pathlib import Path
 
 import pytest
 from conftest import SHARING_BYTE, HeldBytes, at_once
@@ -23,6 +24,10 @@ def test_a_session_belongs_to_its_process(host, practice):
     assert host.init(practice, 1) == 0
     host.begin(1, 1, {'FIRST': 'Parent'})
     with host.forked():
+        child = Path('/proc/%d/task/%d/children' % (host.child.pid, host.child.pid)).read_text().strip()
+        held = [os.readlink(descriptor) for descriptor in Path('/proc', child, 'fd').iterdir()]
+        assert not [path for path in held if path.startswith(os.path.realpath(practice.folder))], \
+            'the locks would outlive the parent'
         assert_refused(host)
         caller, (_, reason) = practice.trace()[-1]
         assert caller == 'SHUTDOWN' and 'process' in reason
