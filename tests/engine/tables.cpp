@@ -146,7 +146,7 @@ TEST_P(TableTest, CandidateKeyIsRefusedTwiceAndLeavesNoSecondLiveRecord) {
 }
 
 TEST_P(TableTest, OpensAreRefusedForTheirReason) {
-    make("T", {{"A", 1}}, {{"K", "UPPER(K)"}});
+    make("T", {{"A", 1}}, {{"K", "K"}});
     std::filesystem::create_directory(path("FOLDER"));
     std::unique_ptr<Table> theirs;
     const struct {
@@ -161,10 +161,32 @@ TEST_P(TableTest, OpensAreRefusedForTheirReason) {
          [&] { theirs = open(*other_, TableSharing::kExclusive); }},
         {"T", RefusalReason::kOtherLockMode, FaultCode::kBusy,
          [&] { theirs.reset(), other_->set_proprietary_locking(true), theirs = open(*other_); }},
+        {"T", RefusalReason::kDamaged, FaultCode::kUnsupported,  // a collation
+         [&] {
+             theirs.reset(), make("T", {{"A", 1}}, {{"K", "K"}});
+             write_over(folder_.path("T.CDX"), 1536 + 494, "DUTCH");
+         }},
+        {"T", RefusalReason::kDamaged, FaultCode::kUnsupported,  // another kind of tag
+         [&] {
+             make("T", {{"A", 1}}, {{"K", "K"}});
+             write_over(folder_.path("T.CDX"), 1536 + 15, "\5");
+         }},
+        {"T", RefusalReason::kDamaged, FaultCode::kUnsupported,  // a condition that is a number
+         [&] {
+             make("T", {{"A", 1}}, {{"K", "K", "N>2"}});
+             const std::string index = folder_.path("T.CDX");
+             write_over(index, bytes_of(index).find("N>2"), "N+2");
+         }},
+        {"M", RefusalReason::kMissing, FaultCode::kInputOutput,  // its memo file
+         [&] {
+             folder_.make("M", {{"M", 'M', 4}}, {}, {}, 0x30);
+             std::filesystem::remove(folder_.path("M.FPT"));
+         }},
         {"T", RefusalReason::kDamaged, FaultCode::kUnsupported,  // an unknown function in a key
          [&] {
+             make("T", {{"A", 1}}, {{"K", "UPPER(K)"}});
              const std::string index = folder_.path("T.CDX");
-             theirs.reset(), write_over(index, bytes_of(index).find("UPPER", 1024), "SOUND");
+             write_over(index, bytes_of(index).find("UPPER", 1024), "SOUND");
          }},
         {"T", RefusalReason::kDamaged, FaultCode::kDamagedFile,  // a header of one byte
          [&] { write_over(path("T"), 8, "\1\0"s); }},

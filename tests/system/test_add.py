@@ -93,6 +93,10 @@ def test_linked_matter(session, practice):
         wanted = {'ID': contact['ID'], 'CASENUM': '2032-%04d' % number, 'TYPE': 'WITNESS', 'LAST': name,
                   'MATTER': 'Link %d' % number, 'ENTRY': today(), 'U_ID1': contact['U_ID'], 'U_ID3': uids[number]}
         assert wanted.items() <= link.items()
+    practice.write('billing/BOLink.INI', '')
+    assert session.init(practice) == 0
+    _, uid = session.add(3, {'MATTER': 'Default'}, contact['U_ID'])
+    assert practice.table('LAW9').one(U_ID3=uid)['TYPE'] == 'CLIENT'
     assert_sound(practice.folder)
 
 

@@ -313,8 +313,13 @@ def test_keys(practice):
     tags = ['PLAIN=UPPER(MATTER)', 'LIVE=U_ID;FOR !DELETED()', 'ONE=MATTER;UNIQUE', 'ONLY=U_ID;CANDIDATE',
             'DOWN=MATTER+U_ID;DESCENDING']
     options = [word for tag in tags for word in ('--tag', tag)]
+    assert has(findings(path, 1), kind='index-missing', remedy='restore')
+    assert brenik('repair', path)[0] == 1 and not (practice.folder / 'TAGS.CDX').exists()
     assert brenik('reindex', path, *options)[0] == 0
-    assert findings(path, 0) == []
+    left = practice.folder / 'TAGS.CDX.new'
+    left.write_bytes(b'never finished')
+    assert has(findings(path, 0), kind='leftover')
+    assert brenik('reindex', path)[0] == 0 and not left.exists() and findings(path, 0) == []
     assert_sound(practice.folder, 'TAGS')
     practice.patch('TAGS', 5, 'MATTER', b'Zzz')
     practice.patch('TAGS', 6)
@@ -329,6 +334,14 @@ def test_keys(practice):
     ended, output, _ = brenik('reindex', path)
     assert ended == 1 and 'records 7 and 8 have the same key; the index stays as it was' in output
     assert (practice.folder / 'TAGS.CDX').read_bytes() == before
+
+
+def test_memo_file_that_nobody_needs(practice):
+    for number in range(1, practice.table('LAW1').table.count + 1):
+        practice.patch('LAW1', number, 'NOTES', b' ' * 10)
+    practice.damage('LAW1.FPT', cut(100))
+    assert has(findings(practice, 1), kind='memo-header', remedy='repair')
+    assert brenik('repair', practice)[0] == 0 and findings(practice, 0) == []
 
 
 def test_practice(session, practice):

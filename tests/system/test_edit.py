@@ -67,6 +67,15 @@ def test_selection_by_number(session, practice):
     assert practice.table('LAW3').rows[1].deleted and practice.table('LAW3').rows[1]['MATTER'].startswith('Deleted')
 
 
+def test_values_that_fit_no_binary_field(session, practice):
+    """Nothing is left of an addition or edit whose values cannot be filled in, and no identifier is used up."""
+    names = 'LAW3', 'LAWSYS', 'LAWTRANS'
+    before = [practice.table(name).rows for name in names]
+    assert [session.add(3, {'PRIORITY': '9' * 30})[0] for _ in range(3)] == [14] * 3
+    assert session.edit(3, 1, {'RATE': '9' * 30}) == 14
+    assert [practice.table(name).rows for name in names] == before
+
+
 def test_refusals_of_set_field_and_edit_end(session, practice):
     assert session.set_field(20, 'U_ID', 'X') == 6      # the area that start-up left current, but no buffer yet
     assert session.edit_begin(1, 2) == 0

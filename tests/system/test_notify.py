@@ -29,3 +29,11 @@ def test_deleted(session, practice):
     practice.patch('LAW1', 2)
     assert (session.added(1, 2), session.deleted(1, 2)) == (8, 10)
     assert_sound(practice.folder, 'LAWTRANS')
+
+
+def test_what_stays_current(session):
+    """A look-up and a notice leave or close what an edit has selected."""
+    assert session.edit_begin(3, 1) == 0 and session.get_uid(3, '')[0] == 19 and session.get_uid(2, 'X')[0] == 5
+    assert session.set_field(3, 'MATTER', 'Here') == 0
+    assert session.deleted(99, 1) == 5 and [session.set_field(table, 'NOSUCH', '') for table in (3, 1)] == [13, 7]
+    assert session.added(99, 1) == 5 and session.set_field(1, 'NOSUCH', '') == 13

@@ -3,7 +3,7 @@
 import os
 
 import pytest
-from conftest import fault_lines, faults_of
+from conftest import OURS, fault_lines, faults_of
 
 
 def test_sessions_come_and_go(host, practice):
@@ -64,6 +64,16 @@ def test_notes_variant(host, new_practice):
         assert rc == 0 and practice.table(notes).rows[-1]['U_ID'] == uid and host.shutdown() == 0
 
 
+def test_settings_that_change_nothing(host, practice):
+    """A server that is not there, and a settings file that cannot be read."""
+    practice.write('LAWSYS.INI', '[Main]\nnServerType=2\n')
+    assert host.init(practice) == 0 and host.add(1, {'LAST': 'Settings'})[0] == 0
+    os.remove(practice.find('LAWSYS.INI'))
+    (practice.folder / 'LAWSYS.INI').mkdir()
+    assert host.init(practice, 1) == 0 and host.add(1, {'LAST': 'Settings'})[0] == 0
+    assert 'GETSERVERTYPE' in [caller for caller, told in practice.trace() if 'LAWSYS.INI: ' in told[1]]
+
+
 def test_what_is_no_practice(new_host, tmp_path):
     host = new_host(cwd=tmp_path)
     (tmp_path / 'file').write_text('no folder')
@@ -83,3 +93,13 @@ def test_another_practice(host, new_practice):
         assert practice.table('LAW9').table.count == links + 1
     assert host.init(third) == 1
     assert [host.add_start(table) for table in (1, 3, 9, 20)] == [5] * 4
+
+
+@pytest.mark.skipif(OURS.library.endswith('.dll'), reason='needs symbolic links')
+def test_one_name_for_two_practices(host, new_practice, tmp_path):
+    link = tmp_path / 'link'
+    for practice in new_practice('first'), new_practice('second'):
+        link.unlink(missing_ok=True)
+        link.symlink_to(practice.folder)
+        assert host.init(link) == 0 and host.add(1, {'LAST': 'Linked'})[0] == 0
+        assert len(practice.table('LAW1').where(LAST='Linked')) == 1

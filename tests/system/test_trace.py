@@ -69,3 +69,5 @@ def test_faults_are_noted_with_tracing_off(new_host, practice, windows_folder):
     assert 0 < len(fault_lines(windows_folder)) < 80
     file.write_bytes(file.with_name(file.name + '.old').read_bytes() + file.read_bytes())
     assert len(fault_lines(windows_folder)) == count + 80
+    file.unlink(), file.mkdir()
+    assert hosts[1].add(1, {'LAST': 'Lost'})[0] == 14

@@ -54,21 +54,23 @@ def briefly_held(name, record):
     return edit
 
 
-def held_add(name, record, kind='.dbf'):
+def held_add(name, record, kind='.dbf', number=1, field='LAST'):
     """The counter, the end of the table or its index: nothing is added, and everything is released again."""
     def add(new_host, practice):
+        table = 'LAW%d' % number
+
         def counts():
-            return [practice.table(t).table.count for t in ('LAW1', 'LAWTRANS')], practice.counter('U_ID1')
+            return [practice.table(t).table.count for t in (table, 'LAWTRANS')], practice.table('LAWSYS').rows[0].raw
         position, system, before = practice.table(name).lock_position(record), practice.table('LAWSYS'), counts()
         host = new_host()
-        assert host.init(practice) == 0 and host.add_start(1) == 0 and host.set_field(1, 'LAST', 'Later') == 0
+        assert host.init(practice) == 0 and host.add_start(number) == 0 and host.set_field(number, field, 'Later') == 0
         with HeldBytes(practice.find(name + kind), position):
-            result, seconds = timed(host.add_end, 1)
+            result, seconds = timed(host.add_end, number)
         assert result == (17, ' ' * 7) and PATIENCE[0] < seconds < PATIENCE[1] and host.notices() == NOTICES
         assert counts() == before
         HeldBytes(system.path, system.lock_position(1)).file.close()
-        assert host.add_end(1)[0] == 0 and practice.table('LAW1').rows[-1]['LAST'] == 'Later'
-        assert_sound(practice.folder, 'LAW1', 'LAWTRANS')
+        assert host.add_end(number)[0] == 0 and practice.table(table).rows[-1][field] == 'Later'
+        assert_sound(practice.folder, table, 'LAWTRANS')
     return add
 
 
@@ -147,6 +149,7 @@ def test_waits(new_host, new_practice, windows_folder):
              held('LAWTRANS.dbf', None, 9, 0), briefly_held('LAW1', 5), briefly_held('LAWTRANS', 0),
              held('LAW1.cdx', INDEX_LOCK, 14, 0),
              held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
+             held_add('LAW2', 0, number=2, field='DETAIL'),
              held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK),
              refused('LAWSYS.dbf', 'in exclusive use', 3),
              refused('LAW3.dbf', 'in exclusive use'), refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),

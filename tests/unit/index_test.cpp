@@ -346,11 +346,15 @@ TEST_F(IndexTest, DamageIsNamedAndNeverFollowed) {
         {"a leaf that says it is none", leaf[1], {0, 0}},
         {"entries of no bytes", leaf[1] + 23, {0}},
         {"counts longer than the key", leaf[1] + 24, "\xFF\xFF\xFF"},
+        {"record bits beyond the entry", leaf[1] + 20, {60}},
+        {"masks that contradict the bits", leaf[1] + 14, "\1\2\3\4"},
         {"keys in disorder", leaf[1] + 497, "0"},
         {"right sibling is an earlier page", leaf[2] + 8, number_bytes(leaf[0])},
         {"right sibling is the root", leaf[1] + 8, number_bytes(root)},
         {"tag header outside the file", 1024 + 24, "\xFF\xFF"},
         {"no header of an index", 12, {9, 0}},
+        {"no options of an index", 14, {0}},
+        {"root between pages", kFirstTag, number_bytes(root + 1)},
     };
     for (const auto& damage : table) {
         write_over(path_, 0, sound);
