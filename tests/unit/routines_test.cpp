@@ -92,6 +92,7 @@ TEST_F(Routines, NoNumberIsTooLarge) {
     EXPECT_TRUE(MAKEDATE(kLimit, 1, 2003).empty());
     EXPECT_TRUE(MAKEDATE(1, -kLimit - 1, 2003).empty());
     EXPECT_TRUE(MAKEDATE(1, 1, kLimit).empty());
+    EXPECT_EQ(CASTANY(ui_, Number{200311275}, 'D').date(), day("20031127"));
     EXPECT_EQ(CASTANY(ui_, Number{1e300}, 'D').date(), day("18991130"));
     EXPECT_EQ(CASTANY(ui_, Number{10000000000}, 'C').text(), "**********");
     EXPECT_EQ(EVETIME2AP(std::string(400, '9')).size(), 6U);
