@@ -28,7 +28,7 @@ def held(kind, place, code, notices=NOTICES, proprietary=False):
         practice.set_locking_mode(proprietary)
         assert host.init(practice) == 0 and host.edit(1, 2, {'FIRST': 'Noted'}) == 0
         row, (entry,), path = practice.table('LAW1').rows[1], practice.journal('01', 'E', uid), practice.find(kind)
-        offset = practice.table(path.split('.')[0]).lock_position(entry.number if 'TRANS' in kind else 2)
+        offset = practice.table(kind.split('.')[0]).lock_position(entry.number if 'TRANS' in kind else 2)
         host.begin(1, 2, {'LAST': 'Held'})
         with HeldBytes(path, place or offset):
             assert host.edit_end(1) == code and host.notices(notices) == notices
