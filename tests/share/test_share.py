@@ -141,7 +141,7 @@ def test_killed_guest(practice):
     practice.begin()
     practice.wait_for_lines('A', 5 * LEAST_WORK)
     practice.guests['A'].kill()
-    practice.edited = ('NAME',)
+    practice.edited = 'NAME', 'CITY'            # those whose keys an edit of the worker changes
     done = practice.lines('B')
     practice.judge(interrupted=True)
     assert practice.lines('B') >= done + LEAST_WORK
