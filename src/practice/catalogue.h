@@ -34,7 +34,7 @@ inline constexpr int kSecondNotesArea = 16;
 inline constexpr std::array kTables{kNames,  kEvents, kMatters,         kNewerNotes, kNotes,
                                     kSystem, kCodes,  kCrossReferences, kJournal};
 
-// persistent: fields of these tables. A field of a single table is named where it is used.
+// persistent: fields of these tables that the library and the tool both name.
 inline constexpr const char* kIdentifierField = "U_ID";  // of every table but the system table
 inline constexpr const char* kPrefixField = "MYUDN";     // the rest: of the system table
 inline constexpr const char* kTracksField = "TRACKSYNC";
