@@ -85,7 +85,8 @@ PLACES = [('practice', 8, False)] if SANITIZED else [('practice', 8, False), ('p
 @pytest.mark.parametrize('place, count, kills', PLACES)
 def test_soak(tmp_path, place, count, kills):
     """On the share sizes are as they were last asked for, and sessions end with all locks. Work is refused there only
-    when somebody else has changed meanwhile what it had locked: a note that was just marked deleted is a live one then.
+    when somebody else has meanwhile changed or locked what it had locked: a note that was just marked deleted is a live
+    one then, and another workstation holds the journal's entry of the contact that was being edited, which is told.
     """
     practice = tmp_path / place
     tool('sample', practice, '--contacts', 20, '--matters', 8, '--events', 4, '--notes', 6, check=True)
@@ -94,10 +95,10 @@ def test_soak(tmp_path, place, count, kills):
     print('%d kills' % killed, *map('%3d: %s'.__mod__, sorted(logs.items())), sep='\n')
     done = [len(log.done) for log in logs.values()]
     said = [path.read_text('latin-1').splitlines() for path in tmp_path.glob('*.said')]
-    assert not [line for lines in said for line in lines if 'Retrying...' not in line]
+    assert place == 'share' or not [line for lines in said for line in lines if 'Retrying...' not in line]
     assert not [words for log in logs.values() for words in log.violations]
     refused = [' '.join(words[1:3]) for log in logs.values() for words in log.refused]
-    excused = '(?!BrenikInitialize).* 14|BrenikDeletedRecord 6' if place == 'share' else 'none'
+    excused = '(?!BrenikInitialize).* 14|BrenikDeletedRecord 6|BrenikEditEnd 9' if place == 'share' else 'none'
     assert all(re.fullmatch(excused, answer) for answer in refused) and len(refused) < sum(done) / 200
     # A starved workstation does next to nothing, or waits all the time; a busy machine alone never goes so far.
     assert kills or min(done) > max(done) / 8, done

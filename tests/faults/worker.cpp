@@ -2,18 +2,18 @@
 //
 //     worker soak|share FOLDER SEED SECONDS PAUSE TRACE
 //
-// with a pause in milliseconds between two pieces of work. In the soak it looks at everything that
-// it meets with suspicion, and does by the tables behind the library's calls what only companion
-// programs do: deleting, recalling, walking. On a share it is a host alone, and begins a new
-// session when nothing works any more. Every piece of work is one line of its output, written at
-// once:
+// with a pause in milliseconds between two pieces of work. In the soak it checks each contact that
+// it reads, and deletes, recalls and walks records through the engine, as companion programs do. On
+// a share it uses the library's calls alone, and begins a new session after several refusals in
+// succession. Every piece of work is one line of its output, written at once:
 //
 //     WORK MICROSECONDS [TABLE IDENTIFIER TOKEN]     of its longest call; what was acknowledged
 //     refused CALL CODE MICROSECONDS
 //     violation WHAT                                 a contradiction, which ends the work
 //
-// Tokens are "W", the seed, a point and a number that grows. A record that it writes carries one in
-// every text and in its memo, so that a reader can tell a torn record from a whole one.
+// Tokens are "W", the seed, a point and a number that grows. A contact that it adds or edits
+// carries one token in every text that it sets and in its memo, so that a reader can tell a torn
+// record from a whole one.
 
 #include <algorithm>
 #include <chrono>
@@ -188,12 +188,12 @@ class Worker {
     }
     void look_up() {
         const auto& [identifier, key] = pick(contacts_);
-        char found[9] = "       ";  // the call ends it one place further on
+        char found[9] = "       ";  // the call writes the end one byte past the identifier
         CALL(BrenikGetU_ID, kNamesArea, key.c_str(), found);
         if (identifier != found) throw Refused{"BrenikGetU_ID", BRENIK_KEY_NOT_FOUND};
     }
 
-    // What the current contact says agrees with itself.
+    // All texts of the current contact carry the same token.
     void expect_whole() {
         const std::string token = text(kNamesArea, "LAST");
         if (token.find('.') == std::string::npos) return;  // a record of the sample
@@ -211,7 +211,7 @@ class Worker {
         }
     }
 
-    // Any note of anybody: marked deleted and reported, or, if it was, used again with its
+    // Picks any note. Deletes it and reports that; or, if it is deleted, recalls it under its old
     // identifier.
     void recycle() {
         Table& notes = table(kNotes);
@@ -231,7 +231,7 @@ class Worker {
         notes.unlock_all();
     }
 
-    // What was acknowledged is found, at once and every time.
+    // A contact that was acknowledged is found by identifier and by name.
     void seek() {
         const std::string& identifier = pick(contacts_).first;
         const auto find = [&](const char* order, const std::string& key) {

@@ -1,7 +1,7 @@
 """What hosts wait for, and what they are told when it is in vain: held records, held tables, missing ones.
 
-Tries are counted by the notices between them. An open shows no notice, so only its least duration is tested; the
-unit tests count its tries, by a clock of their own.
+The first try for a lock shows no notice, each of the next ten ends with one. An open shows no notice, so only its
+least duration is tested; the unit tests count its tries.
 """
 
 import os
@@ -10,19 +10,20 @@ import time
 
 import pytest
 from conftest import OURS, SHARING_BYTE, HeldBytes, at_once, fault_lines, timed
-from judges import assert_sound
+from judges import TableView, assert_sound
 
 pytestmark = pytest.mark.waits
 LINE = 1 << 32           # positions of the library's own locking mode begin here
 TABLE_LOCK = 0x40000000, 0x3FFFFFFF
 INDEX_LOCK = 0x7FFFFFFE
-NOTICES = 10             # between eleven tries
-PATIENCE = 4.5, 9        # seconds; eleven tries, half a second apart, each short: twice as long would be another wait
-OPENING = 4.5            # seconds; six tries, a second apart by the time of day
+NOTICES = 10             # of half a second each
+PATIENCE = 4.5, 10       # seconds: one wait, and not two
+OPENING = 4.5            # seconds: one try, then five that are each followed by a second of the time of day
 
 
 def held(kind, place, code, notices=NOTICES, proprietary=False):
-    """The record, its index or its entry in the journal: nothing at all is written until it is free, and others are."""
+    """While the record, its index or its journal entry is locked, the edit fails and writes nothing. Other records can
+    be edited, unless the index is locked."""
     def edit(new_host, practice):
         host, uid = new_host(), practice.table('LAW1').rows[1]['U_ID']
         practice.set_locking_mode(proprietary)
@@ -76,9 +77,9 @@ def held_add(name, record, kind='.dbf', number=1, field='LAST'):
 
 def held_journal(kind, *place):
     def journal(new_host, practice):
-        """Without a place in the journal notices fail, adds and edits are made all the same: each after the patience
-        that a place in a table is given, and none of them holds the others up. The two adds may meet at the counter,
-        on a slow machine for long enough to show that; whoever waited out the other's patience would show it often."""
+        """While the journal is locked, reports fail, and adds and edits are made without an entry, each after the wait
+        for a place in a table. Nobody waits for another, but the two adds may meet at the counter for a moment: fewer
+        than half the notices prove that neither waited out the other."""
         before, hosts = practice.table('LAWTRANS'), [new_host() for _ in range(5)]
         number = next(r.number for r in practice.table('LAW1').rows if not before.where(CCODE='E', U_ID=r['U_ID']))
         practice.patch('LAW1', number)
@@ -100,18 +101,19 @@ def held_journal(kind, *place):
 
 
 def replaced_folder(new_host, practice):
-    """Another folder goes by the practice's name: within five seconds nothing more is written to the old one."""
+    """If another folder takes the practice's name, adds and edits answer 14 after five seconds. Neither gets them."""
     host, aside = new_host(), practice.folder.with_name(practice.folder.name + '.old')
     assert host.init(practice) == 0
     practice.folder.rename(aside)
     shutil.copytree(aside, practice.folder)
     time.sleep(5.1)
     assert host.add(1, {'LAST': 'Lost'})[0] == 14 and host.edit(1, 2, {'LAST': 'Lost'}) == 14
-    assert practice.table('LAW1').where(LAST='Lost') == []
+    for folder in practice.folder, aside:
+        assert TableView(folder, 'LAW1').where(LAST='Lost') == []
 
 
 def refused(file, reason, rc=4, offset=SHARING_BYTE):
-    """A table or its index is held; the trace log tells who holds it."""
+    """If a table or its index is held, the start fails. The trace log names the holder, except on Windows."""
     def start_up(new_host, practice):
         host, path = new_host(), practice.find(file)
         with HeldBytes(path, offset):
@@ -144,12 +146,11 @@ def mixed_modes(first, second):
 
 
 def test_waits(new_host, new_practice, windows_folder):
-    """All at the same time, since each takes its five seconds. What no code tells is in the fault file."""
+    """All at the same time, since each waits five seconds. The fault file has the reasons that no code gives."""
     tasks = [held('LAW1.dbf', None, 12), held('LAW1.dbf', LINE + 2, 12, proprietary=True),
              held('LAWTRANS.dbf', None, 9, 0), briefly_held('LAW1', 5), briefly_held('LAWTRANS', 0),
              held('LAW1.cdx', INDEX_LOCK, 14, 0),
-             held_add('LAWSYS', 1), held_add('LAW1', 0), held_add('LAW1', 0, '.cdx'),
-             held_add('LAW2', 0, number=2, field='DETAIL'),
+             held_add('LAWSYS', 1), held_add('LAW2', 0, number=2, field='DETAIL'), held_add('LAW1', 0, '.cdx'),
              held_journal('.dbf', *TABLE_LOCK), held_journal('.cdx', INDEX_LOCK),
              refused('LAWSYS.dbf', 'in exclusive use', 3),
              refused('LAW3.dbf', 'in exclusive use'), refused('LAWTRANS.cdx', 'the index is locked', offset=INDEX_LOCK),
