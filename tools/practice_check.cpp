@@ -4,7 +4,6 @@
 // Suspects are checked again, table first and journal last. By then a record that was being added
 // is in the table, or is blank and locked. If a record was deleted and another one has taken its
 // place, the journal has its entry "D", because that is written before the place is free.
-// has taken, has its entry "D" by then: that is written before the place is free.
 
 #include "practice_check.h"
 

@@ -30,13 +30,14 @@ inline constexpr TableEntry kJournal{20, "TRANS", "LawTrans"};
 // A second work area for the notes. It shares the counter of the first.
 inline constexpr int kSecondNotesArea = 16;
 
-// All tables. A practice has one file per area; of two in the list, the first is preferred.
+// All tables. Area 4 has two possible files: the library opens the one that V14 selects, the tool
+// the first that exists.
 inline constexpr std::array kTables{kNames,  kEvents, kMatters,         kNewerNotes, kNotes,
                                     kSystem, kCodes,  kCrossReferences, kJournal};
 
 // persistent: fields of these tables that the library and the tool both name.
 inline constexpr const char* kIdentifierField = "U_ID";  // of every table but the system table
-inline constexpr const char* kPrefixField = "MYUDN";     // the rest: of the system table
+inline constexpr const char* kPrefixField = "MYUDN";     // these four: of the system table
 inline constexpr const char* kTracksField = "TRACKSYNC";
 inline constexpr const char* kNewerNotesField = "V14";  // its type says which notes are in use
 inline constexpr const char* kLastStampField = "TLASTDELTA";

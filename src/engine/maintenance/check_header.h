@@ -36,7 +36,7 @@ struct HeaderFacts {
     }
 };
 
-// Reads header and length together, under the lock of an append, and reports their faults.
+// Checks the header, then its count against the file's length under the lock of an append.
 HeaderFacts check_header(platform::File& table, const Reporter& report);
 
 }  // namespace brenik::maintenance

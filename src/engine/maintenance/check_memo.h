@@ -1,5 +1,5 @@
 // Checks records against the memo file: every block that a record names must be in the file and
-// belong to that record alone.
+// belong to no other live record.
 
 #pragma once
 

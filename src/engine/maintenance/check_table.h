@@ -9,8 +9,8 @@
 
 namespace brenik::maintenance {
 
-// Checks the table and the files that belong to it. Files that cannot be opened or read are
-// reported like other findings; only a lack of memory throws.
+// Checks the table and the files that belong to it. A file that cannot be opened, a file that
+// cannot be read, and a table too large for this machine's memory are findings too.
 CheckedTable check_table(const std::string& path, const Report& report, const Progress& progress);
 
 // The findings in the form that repairs need.

@@ -1,8 +1,9 @@
 // What a check reports: findings, each with its place and its remedy.
 //
 // A check reports every fault and continues past it. It works beside programs that use the table:
-// every suspicion is checked again under the locks that a change would hold, so that a half-done
-// change is not taken for damage.
+// it checks suspicious keys and the record count again under the locks that a change would hold,
+// and reads suspicious memo pointers a second time, so that it rarely takes a half-done change for
+// damage.
 
 #pragma once
 
@@ -36,7 +37,7 @@ struct Finding {
 };
 
 using Report = std::function<void(const Finding&)>;
-// Called at intervals during long work; the last call has `done` equal to `total`.
+// Called every few thousand records. No call marks the end, and short work may make none.
 using Progress =
     std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
 

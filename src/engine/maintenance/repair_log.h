@@ -1,5 +1,5 @@
-// The common part of repairing a table and rebuilding its index: its options, and its report. It
-// copies each file before the first change to it.
+// The options and the report of repair_table and rebuild_index. RepairLog also backs up each file
+// before its first change.
 
 #pragma once
 

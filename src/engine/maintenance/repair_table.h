@@ -1,7 +1,8 @@
 // Repairs the files of one table.
 //
-// A repair needs exclusive use, keeps a copy of every file that it changes, and replaces an index
-// only when the new one is complete and on the disk.
+// A repair opens the table exclusively, keeps a copy of every file that it changes, and replaces an
+// index only when the new one is complete and on the disk. With a trial folder it opens the table
+// shared and repairs a copy.
 
 #pragma once
 
@@ -14,8 +15,8 @@ namespace brenik::maintenance {
 
 enum class RepairResult { kNothingToDo, kWhole, kPartly, kInUse, kCannotOpen };
 
-// Repairs what check_table finds, as far as it can be repaired without guessing. Opens the table
-// exclusively, so nothing is repaired while another program uses it.
+// Repairs what check_table finds, as far as it can be repaired without guessing. kInUse while
+// another program has the table open.
 RepairResult repair_table(const std::string& path, const RepairOptions& options,
                           const RepairReport& report, const Progress& progress);
 
