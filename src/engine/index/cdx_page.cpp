@@ -7,38 +7,20 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/index/page_packer.h"
+
 namespace brenik::index {
 namespace {
 
-constexpr std::uint16_t kRootAttribute = 0x01;
-constexpr std::uint16_t kLeafAttribute = 0x02;
 constexpr std::uint16_t kIgnoredAttribute = 0x04;
-constexpr std::size_t kInteriorStart = 12;
-constexpr std::size_t kLeafStart = 24;
 constexpr std::size_t kLeafRoom = kCdxPageSize - kLeafStart;
 constexpr unsigned kLeastRecordBits = 12;
 constexpr unsigned kMostRecordBits = 32;
-
-std::uint64_t mask(unsigned bits) { return (std::uint64_t{1} << bits) - 1; }
 
 std::uint64_t load_packed(const Byte* p, std::size_t bytes) {
     std::uint64_t packed = 0;
     for (std::size_t i = bytes; i-- > 0;) packed = packed << 8 | p[i];
     return packed;
-}
-
-void store_packed(Byte* p, std::size_t bytes, std::uint64_t packed) {
-    for (std::size_t i = 0; i < bytes; ++i) p[i] = static_cast<Byte>(packed >> (8 * i));
-}
-
-std::size_t trailing_pads(const Byte* key, std::size_t length, Byte pad) {
-    std::size_t count = 0;
-    while (count < length && key[length - 1 - count] == pad) ++count;
-    return count;
-}
-
-std::size_t common_prefix(const Byte* a, const Byte* b, std::size_t most) {
-    return static_cast<std::size_t>(std::mismatch(a, a + most, b).first - a);
 }
 
 // True when widths and masks agree with each other and with the entry size.
@@ -148,50 +130,16 @@ void CdxPage::check_order() const {
     }
 }
 
+// A foreign writer may have packed the page more tightly than other readers accept.
 void CdxPage::encode(MutableBytes raw) const {
-    std::fill(raw.begin(), raw.end(), Byte{0});
-    store_le16(raw.data(), static_cast<std::uint16_t>((root ? kRootAttribute : 0) |
-                                                      (leaf_ ? kLeafAttribute : 0)));
-    store_le16(raw.data() + 2, static_cast<std::uint16_t>(count()));
-    store_le32(raw.data() + 4, left);
-    store_le32(raw.data() + 8, right_changed ? right_until_then : right);
-    if (leaf_) {
-        encode_leaf(raw);
-    } else {
-        std::copy(entries_.begin(), entries_.end(), raw.begin() + kInteriorStart);
-    }
-}
-
-void CdxPage::encode_leaf(MutableBytes raw) const {
-    const std::size_t length = form_.key_length;
-    const std::size_t table_end = kLeafStart + count() * layout_.entry_bytes;
-    std::size_t end = kCdxPageSize;
-    std::size_t previous_trailing = 0;
+    PagePacker packer = leaf_ ? PagePacker(form_, layout_) : PagePacker(form_);
     for (std::size_t slot = 0; slot < count(); ++slot) {
-        const Byte* key = at(slot);
-        const std::size_t trailing = trailing_pads(key, length, form_.pad);
-        const std::size_t most = slot == 0 ? 0 : length - std::max(trailing, previous_trailing);
-        const std::size_t duplicate = most == 0 ? 0 : common_prefix(key - stride(), key, most);
-        const std::size_t stored = length - duplicate - trailing;
-        // A foreign writer may have packed the page more tightly than other readers accept.
-        if (end < table_end + stored) throw PageDamage("expected entries that fit a page");
-        end -= stored;
-        std::copy_n(key + duplicate, stored, raw.data() + end);
-        const std::uint64_t packed =
-            record(slot) | std::uint64_t{duplicate} << layout_.record_bits |
-            std::uint64_t{trailing} << (layout_.record_bits + layout_.duplicate_bits);
-        store_packed(raw.data() + kLeafStart + slot * layout_.entry_bytes, layout_.entry_bytes,
-                     packed);
-        previous_trailing = trailing;
+        if (!packer.add(entry(slot), leaf_ ? 0 : child(slot), 0)) {
+            throw PageDamage("expected entries that fit a page");
+        }
     }
-    store_le16(raw.data() + 12, static_cast<std::uint16_t>(end - table_end));
-    store_le32(raw.data() + 14, static_cast<std::uint32_t>(mask(layout_.record_bits)));
-    raw[18] = static_cast<Byte>(mask(layout_.duplicate_bits));
-    raw[19] = static_cast<Byte>(mask(layout_.trailing_bits));
-    raw[20] = static_cast<Byte>(layout_.record_bits);
-    raw[21] = static_cast<Byte>(layout_.duplicate_bits);
-    raw[22] = static_cast<Byte>(layout_.trailing_bits);
-    raw[23] = static_cast<Byte>(layout_.entry_bytes);
+    const Bytes packed = packer.finish({root, left, right_changed ? right_until_then : right});
+    std::copy(packed.begin(), packed.end(), raw.begin());
 }
 
 std::size_t CdxPage::bound(Bytes probe, bool past_equal) const {
@@ -282,9 +230,9 @@ void CdxPage::pass_over(const CdxPage& neighbour) {
 std::size_t CdxPage::leaf_bytes(std::size_t slot, bool alone) const {
     const std::size_t length = form_.key_length;
     const Byte* key = at(slot);
-    const std::size_t trailing = trailing_pads(key, length, form_.pad);
+    const std::size_t trailing = trailing_pads({key, length}, form_.pad);
     if (alone || slot == 0) return layout_.entry_bytes + length - trailing;
-    const std::size_t before = trailing_pads(key - stride(), length, form_.pad);
+    const std::size_t before = trailing_pads({key - stride(), length}, form_.pad);
     const std::size_t most = length - std::max(trailing, before);
     return layout_.entry_bytes + length - trailing - common_prefix(key - stride(), key, most);
 }

@@ -144,7 +144,6 @@ class CdxPage {
     std::vector<std::size_t> leaf_cuts(bool appending) const;
     std::vector<std::size_t> greedy_leaf_cuts() const;
     void decode_leaf(Bytes raw, std::size_t count);
-    void encode_leaf(MutableBytes raw) const;
     void check_order() const;
 
     CdxForm form_;
