@@ -10,12 +10,15 @@
 #endif
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <random>
 #include <set>
 
 #include "engine/index/cdx_file.h"
+#include "engine/make/index_builder.h"
+#include "engine/record/dbf_file.h"
 #include "file_bytes.h"
 #include "refused.h"
 #include "temporary_folder.h"
@@ -24,12 +27,15 @@
 
 // Offset and bytes of each write of this process, while a test asks for them.
 static std::optional<std::vector<std::pair<std::uint64_t, std::string>>> recorded_writes;
+// The writes for which the disk has room, while a test asks for an end of it.
+static std::optional<int> writes_left;
 
 // Takes the place of the system's function.
 extern "C" ssize_t pwrite(int file, const void* bytes, std::size_t count, off_t offset) {
     if (recorded_writes) {
         recorded_writes->emplace_back(offset, std::string(static_cast<const char*>(bytes), count));
     }
+    if (writes_left && (*writes_left)-- <= 0) return errno = ENOSPC, -1;
     return syscall(SYS_pwrite64, file, bytes, count, offset);
 }
 
@@ -79,6 +85,20 @@ Entries walk(index::CdxTree& tag, bool forward) {
     return found;
 }
 
+// The entries of a list, which must outlive the result.
+index::SortedEntries sorted_entries(const Entries& list) {
+    RecordNumber largest = 0;
+    for (const Entry& e : list) largest = std::max(largest, e.second);
+    return {largest, [&list, i = std::size_t{0}, bytes = std::vector<Byte>()](Bytes& next) mutable {
+                if (i == list.size()) return false;
+                bytes.assign(list[i].first.begin(), list[i].first.end());
+                bytes.resize(bytes.size() + 4);
+                store_be32(&bytes[bytes.size() - 4], list[i++].second);
+                next = bytes;
+                return true;
+            }};
+}
+
 class IndexTest : public testing::Test {
   protected:
     std::unique_ptr<index::CdxFile> open(Byte pad = ' ') {
@@ -87,13 +107,13 @@ class IndexTest : public testing::Test {
         return file;
     }
     std::unique_ptr<index::CdxFile> make(std::size_t key_length, Byte pad,
-                                         const std::vector<index::IndexEntry>& entries = {}) {
+                                         const Entries& entries = {}) {
         index::TagDescription tag;
         tag.name = "TAG";
         tag.key = "FIELD";
         tag.key_length = key_length;
         tag.pad = pad;
-        index::CdxFile::create(path_.string())->add_tag(tag, entries);
+        index::CdxFile::create(path_.string())->add_tag(tag, sorted_entries(entries));
         return open(pad);
     }
     // A change of the first tag, published.
@@ -225,9 +245,7 @@ TEST_P(RandomChanges, LeaveExactlyTheModelInEveryReader) {
     // A build from sorted entries holds the same, and of a change of it that is not published there
     // remain at most pages that nothing names.
     one.reset(), two.reset();
-    std::vector<index::IndexEntry> sorted;
-    for (const Entry& e : all) sorted.push_back({e.first, e.second});
-    one = make(length, pad, sorted);
+    one = make(length, pad, all);
     const std::string before = bytes_of(path_);
     {
         index::CdxFile::Change change(*one);
@@ -315,8 +333,109 @@ TEST_F(IndexTest, ATreeWhoseWritingWasCutShortIsReadAndMended) {
 
 #endif
 
+// Builds an index from invented records, and knows what it must hold.
+class Rebuild : public IndexTest {
+  protected:
+    static constexpr RecordNumber kRecords = 5000;
+    static constexpr std::size_t kWidth = 26, kShortKey = 2;
+    static constexpr std::size_t kAmple = 1 << 20;
+
+    Rebuild() {
+        layout_.fields.resize(2);
+        layout_.fields[0].name = "TEXT", layout_.fields[0].width = kWidth;
+        layout_.fields[1].name = "NUMBER", layout_.fields[1].width = 6;
+        record::make_header(layout_, {2026, 1, 31});
+        std::mt19937 random(5);
+        std::set<std::string> firsts;
+        for (RecordNumber record = 1; record <= kRecords; ++record) {
+            const std::string text = some_key(random, kWidth, ' ');
+            const std::string number = std::to_string(100000 + record);
+            records_ += " " + text + number;
+            wanted_[0].insert({text, record});
+            wanted_[1].insert({number, record});
+            wanted_[4].insert({number.substr(3), record});
+            if (text < "M") wanted_[2].insert({text, record});
+            if (firsts.insert(text.substr(0, kShortKey)).second) {
+                wanted_[3].insert({text.substr(0, kShortKey), record});
+            }
+        }
+        for (const make::TagDefinition& tag : {make::TagDefinition{"TEXT", "TEXT"},
+                                               {"NUMBER", "NUMBER"},
+                                               {"SOME", "TEXT", "TEXT<\"M\""},
+                                               {"FIRST", "LEFT(TEXT,2)", "", true},
+                                               {"DIGITS", "SUBSTR(NUMBER,4)"}}) {
+            plans_.push_back(make::plan_new_tag(tag, layout_));
+        }
+    }
+
+    void build(std::size_t memory, const make::BuildProgress& progress = {}) {
+        const auto read = [&](RecordNumber first, MutableBytes into) {
+            std::ranges::copy(
+                as_bytes(records_).subspan((first - 1) * layout_.record_length, into.size()),
+                into.begin());
+            return true;
+        };
+        make::build_index(path_.string(), {layout_, kRecords, read}, plans_, progress, memory);
+    }
+    // The index is as it was, and nothing lies beside it.
+    void expect_only(const std::string& index) {
+        EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+        EXPECT_TRUE(bytes_of(path_) == index);
+    }
+
+    record::TableLayout layout_;
+    std::string records_;
+    std::vector<make::TagPlan> plans_;
+    std::array<Model, 5> wanted_;
+};
+
+// Memory for all keys, for some runs, and for runs of very few.
+TEST_F(Rebuild, GivesTheSameIndexInAnyMemory) {
+    build(kAmple);
+    const std::string index = bytes_of(path_);
+    const auto file = open();
+    for (std::size_t tag = 0; tag < wanted_.size(); ++tag) {
+        EXPECT_EQ(walk(*file->tags()[tag], true),
+                  Entries(wanted_[tag].begin(), wanted_[tag].end()));
+    }
+    file->close();
+    for (const std::size_t memory : {50000u, 500u}) {
+        bool runs_seen = false;
+        build(memory, [&](const std::string&, std::uint64_t done, std::uint64_t total) {
+            EXPECT_LE(done, total);
+            runs_seen = runs_seen || fs::exists(path_.string() + ".run");
+        });
+        EXPECT_TRUE(runs_seen);
+        expect_only(index);
+    }
+}
+
+TEST_F(Rebuild, LeavesTheOldIndexWhenItFails) {
+    build(kAmple);
+    const std::string index = bytes_of(path_);
+    struct Cancelled {};
+    for (const char* phase : {"reading the records", "building the index"}) {
+        EXPECT_THROW(build(50000,
+                           [&](const std::string& what, std::uint64_t, std::uint64_t) {
+                               if (what == phase) throw Cancelled{};
+                           }),
+                     Cancelled);
+        expect_only(index);
+    }
+#ifndef _WIN32
+    int room = 0;
+    for (bool full = true; full && room < 1000; ++room) {
+        writes_left = room;
+        full = refused([&] { build(50000); }, FaultCode::kInputOutput, "T.CDX");
+        writes_left.reset();
+        expect_only(index);
+    }
+    EXPECT_GT(room, 20);
+#endif
+}
+
 TEST_F(IndexTest, DamageIsNamedAndNeverFollowed) {
-    std::vector<index::IndexEntry> entries;
+    Entries entries;
     for (RecordNumber r = 1; r <= 2000; ++r) {
         entries.push_back({std::to_string(100000 + r) + "abcd", r});
     }

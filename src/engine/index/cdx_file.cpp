@@ -110,8 +110,7 @@ std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
         new CdxFile(std::move(file), true, locks::LockMode::kCompatible));
 }
 
-CdxTree& CdxFile::add_tag(const TagDescription& description,
-                          const std::vector<IndexEntry>& entries) {
+CdxTree& CdxFile::add_tag(const TagDescription& description, const SortedEntries& entries) {
     if (!pages_->exclusive()) {
         throw EngineFault(FaultCode::kNotLocked, "create index",
                           path() + ": adding a tag needs exclusive use");
@@ -158,9 +157,9 @@ bool CdxFile::Change::remove(CdxTree& tag, Bytes key, RecordNumber record) {
     return tag.remove(key, record);
 }
 
-void CdxFile::Change::rebuild(const std::vector<std::vector<IndexEntry>>& entries) {
+void CdxFile::Change::rebuild(const std::function<SortedEntries(std::size_t number)>& entries_of) {
     file_.pages_->start_afresh();
-    for (std::size_t i = 0; i < entries.size(); ++i) file_.tags_[i]->rebuild(entries[i]);
+    for (std::size_t i = 0; i < file_.tags_.size(); ++i) file_.tags_[i]->rebuild(entries_of(i));
 }
 
 void CdxFile::Change::write_new_pages() {

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,10 +54,10 @@ class CdxFile {
     // In creation order.
     const std::vector<std::unique_ptr<CdxTree>>& tags() const;
 
-    // Adds a tag and builds it bottom-up from entries sorted by (key, record). Needs exclusive use,
-    // otherwise EngineFault kNotLocked: other processes with the file open would not maintain the
-    // new tag. A unique tag takes the first entry of each key.
-    CdxTree& add_tag(const TagDescription& description, const std::vector<IndexEntry>& entries);
+    // Adds a tag and builds it bottom-up. Needs exclusive use, otherwise EngineFault kNotLocked:
+    // other processes with the file open would not maintain the new tag. A unique tag takes the
+    // first entry of each key.
+    CdxTree& add_tag(const TagDescription& description, const SortedEntries& entries);
 
     // EngineFault kLimit when the file is so large that the keys of a new record might not fit.
     void require_room() const;
@@ -87,8 +88,8 @@ class CdxFile {
         // Removes an entry. False if it does not exist.
         bool remove(CdxTree& tag, Bytes key, RecordNumber record);
 
-        // Rebuilds every tag, in order, from entries sorted by (key, record).
-        void rebuild(const std::vector<std::vector<IndexEntry>>& entries);
+        // Rebuilds every tag; the function supplies the entries of the tag with this number.
+        void rebuild(const std::function<SortedEntries(std::size_t number)>& entries_of);
 
         // Writes the new pages of the change, which nothing refers to yet. A lack of space shows
         // here, before the caller writes the record.

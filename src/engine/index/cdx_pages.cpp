@@ -344,14 +344,21 @@ void CdxPages::start_afresh() {
                load_be32(header_.data() + kCounterOffset) + kFarAhead);
 }
 
-void CdxPages::move(CdxPage& page, const CdxForm& form, std::uint32_t place) {
-    std::array<Byte, kCdxPageSize> raw{};
-    page.encode(raw);
-    auto moved = std::make_unique<CdxPage>(CdxPage::decode(form, place, raw));
-    moved->level = page.level;
-    free(page);
-    touch_entries(*(pages_[place] = std::move(moved)));
-    set_root(form, place);
+std::uint32_t CdxPages::reserve_page() {
+    find_end();
+    return extend(kCdxPageSize);
+}
+
+void CdxPages::write_reserved(std::uint64_t offset, Bytes pages) {
+    added_pages_written_ = true;
+    put(offset, pages);
+}
+
+void CdxPages::replace(const CdxForm& form, std::uint32_t offset, Bytes raw, int level) {
+    auto page = std::make_unique<CdxPage>(CdxPage::decode(form, offset, raw));
+    page->level = level;
+    touch_entries(*(pages_[offset] = std::move(page)));
+    set_root(form, offset);
 }
 
 // A page whose right pointer skips a removed page keeps the old pointer until write_pointers().

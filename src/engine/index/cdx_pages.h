@@ -106,8 +106,12 @@ class CdxPages {
     // For a caller that rebuilds every tree: abandons the free list, and sets the counter to a
     // value that nobody can have seen.
     void start_afresh();
-    // Moves the page to `place`, where it replaces the page there.
-    void move(CdxPage& page, const CdxForm& form, std::uint32_t place);
+    // For building a tree past the cache, from pages at the end of the file. Nothing refers to them
+    // before publish().
+    std::uint32_t reserve_page();
+    void write_reserved(std::uint64_t offset, Bytes pages);
+    // Replaces the page at `offset`.
+    void replace(const CdxForm& form, std::uint32_t offset, Bytes raw, int level);
 
   private:
     static constexpr std::size_t kHeaderBytes = 16;

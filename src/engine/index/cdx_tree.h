@@ -21,6 +21,7 @@
 #include "engine/index/cdx_header.h"
 #include "engine/index/cdx_pages.h"
 #include "engine/index/cdx_positions.h"
+#include "engine/index/key_sorter.h"
 
 namespace brenik::index {
 
@@ -84,11 +85,11 @@ class CdxTree {
     // Completes the collected changes. Must be called before anything is written.
     void finish();
     void forget_changes() { loose_.clear(); }
-    // Builds a tag that has no root page yet.
-    void build(const std::vector<IndexEntry>& entries);
+    // Builds a tag that has no root page yet. A unique tag takes the first entry of each key.
+    void build(const SortedEntries& entries);
     // The same for a tag with a root page, which keeps its offset. Its other pages become unused
     // space.
-    void rebuild(const std::vector<IndexEntry>& entries);
+    void rebuild(const SortedEntries& entries);
 
     // Key and record number as pages hold them; a short key alone, for comparison as a prefix.
     std::vector<Byte> probe(Bytes key, RecordNumber record) const;
@@ -99,7 +100,7 @@ class CdxTree {
         std::size_t slot;
     };
     using Path = std::vector<Position>;  // from the root down
-    struct Level;
+    class Builder;
     class HeaderReader;
 
     // Runs a walk on a consistent set of pages; repeats it once if cached ones were stale.
@@ -140,8 +141,6 @@ class CdxTree {
     void repair_left_pointer(Path& path, CdxPage& child);
     CdxPage* left_neighbour(const Path& path, std::size_t depth);
     std::vector<Byte> checked_entry(Bytes key, RecordNumber record) const;
-    void append(Level& level, Bytes entry, std::uint32_t child);
-    CdxPage& begin_page(Level& level);
     void grow(CdxPage& root, const std::vector<CdxPage*>& added);
 
     CdxPages& pages_;

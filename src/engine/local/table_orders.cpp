@@ -3,8 +3,9 @@
 #include "engine/local/table_orders.h"
 
 #include <algorithm>
-#include <tuple>
+#include <utility>
 
+#include "engine/index/index_keys.h"
 #include "engine/record/table_path.h"
 #include "util/runtime.h"
 
@@ -97,21 +98,14 @@ void TableOrders::repair_doubtful(const std::function<void(const RecordUse&)>& f
     for (OpenIndex& one : indexes_) {
         if (!one.doubtful) continue;
         index::CdxFile::Change change(*one.file);
-        std::vector<std::vector<index::IndexEntry>> entries(one.orders.size());
+        std::vector<const index::Order*> orders;
+        for (const auto& order : one.orders) orders.push_back(order.get());
+        index::IndexKeys keys(std::move(orders), one.file->path(), index::kAnyMemory);
         for_each([&](const record::RecordView& record) {
-            for (std::size_t i = 0; i < entries.size(); ++i) {
-                const index::Order& order = *one.orders[i];
-                if (order.holds(record))
-                    entries[i].push_back({order.key_of(record), record.number});
-            }
+            keys.add(record);
             return true;
         });
-        for (auto& of_tag : entries) {
-            std::ranges::sort(of_tag, [](const index::IndexEntry& a, const index::IndexEntry& b) {
-                return std::tie(a.key, a.record) < std::tie(b.key, b.record);
-            });
-        }
-        change.rebuild(entries);
+        change.rebuild([&](std::size_t number) { return keys.of(number).sorted(); });
         change.publish();
         one.doubtful = false;
     }

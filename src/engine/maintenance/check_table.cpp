@@ -41,10 +41,10 @@ void check_index_file(OpenTableFiles& files, TableFindings& found, const Reporte
     check_index(files, found.header, report, progress);
     found.index_faults =
         report.counts().faults > before.faults || report.counts().notes > before.notes;
-    if (platform::file_exists(make::unfinished_index_path(files.index.path()))) {
-        report.for_file(make::unfinished_index_path(files.index.path()))
-            .note("leftover", Remedy::kReindex, {},
-                  "left behind by a \"brenik reindex\" that was interrupted");
+    for (const std::string& path : make::leftover_paths(files.index.path())) {
+        if (!platform::file_exists(path)) continue;
+        report.for_file(path).note("leftover", Remedy::kReindex, {},
+                                   "left behind by a \"brenik reindex\" that was interrupted");
         found.leftover = true;
     }
 }

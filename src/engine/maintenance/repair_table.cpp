@@ -265,9 +265,11 @@ class TableRepair {
 
     void remove_leftover() {
         if (!found_.leftover) return;
-        const std::string path = make::unfinished_index_path(files_.index.path());
-        platform::remove_file(path);
-        log_.done(path, "left behind by an interrupted run; removed");
+        for (const std::string& path : make::leftover_paths(files_.index.path())) {
+            if (!platform::file_exists(path)) continue;
+            platform::remove_file(path);
+            log_.done(path, "left behind by an interrupted run; removed");
+        }
     }
 
     RepairResult outcome() {

@@ -78,10 +78,13 @@ void copy_table(const std::string& path, const std::string& folder) {
     if (files.table.is_open()) files.table.read_at(0, version);
     files.open_memo(version[0], Access::kCheck);
     files.open_index(Access::kCheck);
-    const platform::File leftover = platform::File::open(
-        make::unfinished_index_path(files.index.path()), platform::OpenMode::kReadOnly);
-    const std::array<const platform::File*, 4> all{&files.table, &files.memo, &files.index,
-                                                   &leftover};
+    const auto [unfinished, runs] = make::leftover_paths(files.index.path());
+    const auto open = [](const std::string& leftover) {
+        return platform::File::open(leftover, platform::OpenMode::kReadOnly);
+    };
+    const platform::File unfinished_index = open(unfinished), left_runs = open(runs);
+    const std::array<const platform::File*, 5> all{&files.table, &files.memo, &files.index,
+                                                   &unfinished_index, &left_runs};
     for (const platform::File* file : all) {
         if (!file->is_open()) continue;
         const std::size_t separator = file->path().find_last_of("\\/");

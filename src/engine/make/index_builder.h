@@ -3,11 +3,13 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "engine/index/index_keys.h"
 #include "engine/make/tag_plan.h"
 
 namespace brenik::make {
@@ -22,13 +24,19 @@ struct RecordSource {
 // The path of an index under construction. A file found there was never finished.
 std::string unfinished_index_path(const std::string& index_path);
 
-// Called at intervals with the number of keys processed so far, of the total.
+// The paths of all files that an interrupted build may leave behind.
+std::array<std::string, 2> leftover_paths(const std::string& index_path);
+
+// Called at intervals with the number of records read, then of keys built in, so far and in total.
+// An exception from it cancels the build.
 using BuildProgress =
     std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
 
 // Writes a file with these tags, flushes it and replaces the existing index. Nobody may have that
-// index open. On an EngineFault the old index is untouched and the new file is removed.
+// index open. Reads the table once, and sorts in about `memory` bytes and beside the index. On an
+// exception the old index is untouched and the new files are removed.
 void build_index(const std::string& index_path, const RecordSource& records,
-                 const std::vector<TagPlan>& plans, const BuildProgress& progress = {});
+                 const std::vector<TagPlan>& plans, const BuildProgress& progress = {},
+                 std::size_t memory = index::kMemoryForKeys);
 
 }  // namespace brenik::make
