@@ -45,14 +45,13 @@ void check_index_file(OpenTableFiles& files, TableFindings& found, const Reporte
         if (!platform::file_exists(path)) continue;
         report.for_file(path).note("leftover", Remedy::kReindex, {},
                                    "left behind by a \"brenik reindex\" that was interrupted");
-        found.leftover = true;
     }
 }
 
 }  // namespace
 
-TableFindings check_open_table(OpenTableFiles& files, Access access, const Reporter& report,
-                               const Progress& progress) {
+TableFindings check_without_index(OpenTableFiles& files, Access access, const Reporter& report,
+                                  const Progress& progress) {
     TableFindings found;
     found.header = check_header(files.table, report);
     if (!found.header.layout) return found;
@@ -61,7 +60,13 @@ TableFindings check_open_table(OpenTableFiles& files, Access access, const Repor
     if (!files.memo.is_open()) files.open_memo(layout.version, access);
     found.memo = check_records(files, found.header, report, progress);
     if (!files.index.is_open()) files.open_index(access);
-    check_index_file(files, found, report, progress);
+    return found;
+}
+
+TableFindings check_open_table(OpenTableFiles& files, Access access, const Reporter& report,
+                               const Progress& progress) {
+    TableFindings found = check_without_index(files, access, report, progress);
+    if (found.header.layout) check_index_file(files, found, report, progress);
     return found;
 }
 

@@ -18,11 +18,13 @@ struct TableFindings {
     HeaderFacts header;
     MemoFacts memo;
     bool index_faults = false;  // or notes
-    bool leftover = false;      // an index that was never finished exists
 };
 
 // Checks a table whose own file is open; opens the other files with the same access.
 TableFindings check_open_table(OpenTableFiles& files, Access access, const Reporter& report,
                                const Progress& progress);
+// The same, but opens the index without checking it.
+TableFindings check_without_index(OpenTableFiles& files, Access access, const Reporter& report,
+                                  const Progress& progress);
 
 }  // namespace brenik::maintenance

@@ -43,8 +43,9 @@ class TableRepair {
         try {
             CheckedTable counts;
             const Report silent = [](const Finding&) {};
-            found_ =
-                check_open_table(files_, access_, {files_.table.path(), silent, counts}, progress_);
+            // A rebuild does not depend on what is wrong with the old index.
+            const auto check = index_only ? check_without_index : check_open_table;
+            found_ = check(files_, access_, {files_.table.path(), silent, counts}, progress_);
             if (!found_.header.layout) {
                 log_.refuse(files_.table.path(),
                             "the header cannot be understood; restore the table from a backup");
@@ -264,7 +265,6 @@ class TableRepair {
     // -- The end.
 
     void remove_leftover() {
-        if (!found_.leftover) return;
         for (const std::string& path : make::leftover_paths(files_.index.path())) {
             if (!platform::file_exists(path)) continue;
             platform::remove_file(path);
