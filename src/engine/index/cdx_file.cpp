@@ -15,6 +15,7 @@ constexpr const char* kLocked = "the index is locked";
 // Changes of an index take milliseconds each, and waiting processes queue. The caller that opens a
 // table retries, so a short timeout keeps the total wait for a locked index short.
 constexpr int kOpeningTimeout_ms = 1000;
+constexpr std::size_t kCacheBytes = std::size_t{8} << 20;
 
 // Held until the file is closed: it keeps compatible programs from changing the index, and from
 // locking it to read.
@@ -30,7 +31,7 @@ void keep_strangers_out(platform::File& file) {
 }  // namespace
 
 CdxFile::CdxFile(platform::File file, bool exclusive, locks::LockMode mode)
-    : pages_(std::make_unique<CdxPages>(std::move(file), exclusive, mode)),
+    : pages_(std::make_unique<CdxPages>(std::move(file), exclusive, mode, kCacheBytes)),
       directory_(std::make_unique<CdxTree>(*pages_, directory_description(), 0)) {}
 
 CdxFile::~CdxFile() = default;
@@ -104,7 +105,7 @@ std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
     bytes.resize(kTagHeaderSize + kCdxPageSize);
     CdxPage root(CdxForm{0, kTagNameLength, ' '}, kTagHeaderSize, true);
     root.root = true;
-    root.encode(MutableBytes(bytes).subspan(kTagHeaderSize));
+    std::ranges::copy(root.encode(), bytes.begin() + kTagHeaderSize);
     file.write_at(0, bytes);
     return std::unique_ptr<CdxFile>(
         new CdxFile(std::move(file), true, locks::LockMode::kCompatible));

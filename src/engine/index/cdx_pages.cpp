@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/index/cdx_header.h"
+#include "engine/index/page_packer.h"
 #include "engine/locks/open_file.h"
 
 namespace brenik::index {
@@ -13,9 +14,7 @@ namespace {
 
 constexpr std::size_t kFreeHeadOffset = 4;
 constexpr std::size_t kCounterOffset = 8;
-constexpr std::size_t kLeftPointerOffset = 4;  // in a page; the right pointer follows
 constexpr std::size_t kLeastFileSize = 3 * kCdxPageSize;
-constexpr std::size_t kMostMemory = std::size_t{64} << 20;
 // The file ends before the page with the lock byte, which must stay unused; in proprietary mode the
 // marker is there.
 constexpr std::uint64_t kLargestFile =
@@ -38,8 +37,12 @@ bool may_be_in_use(const std::array<Byte, kCdxPageSize>& raw) {
 
 }  // namespace
 
-CdxPages::CdxPages(platform::File file, bool exclusive, locks::LockMode mode)
-    : file_(std::move(file)), exclusive_(exclusive), lock_(locks::LockScheme::index(mode)) {}
+CdxPages::CdxPages(platform::File file, bool exclusive, locks::LockMode mode,
+                   std::size_t cache_bytes)
+    : file_(std::move(file)),
+      exclusive_(exclusive),
+      lock_(locks::LockScheme::index(mode)),
+      cache_bytes_(cache_bytes) {}
 
 void CdxPages::damaged(std::uint64_t offset, const std::string& what) const {
     throw EngineFault(FaultCode::kDamagedFile, "read index",
@@ -80,8 +83,8 @@ std::vector<Byte> CdxPages::tag_header(std::uint64_t offset) {
 
 void CdxPages::begin_read() {
     if (changing_ || opening_) return;
-    if (memory_ > kMostMemory) drop();
-    if (known_ && !exclusive_ && !header_matches()) drop();
+    limit_cache();
+    if (known_ && !exclusive_ && !header_matches()) begin_epoch();
 }
 
 void CdxPages::end_read() noexcept {
@@ -108,7 +111,7 @@ void CdxPages::prepare_to_load() {
         }
         locked_ = true;
         if (known_ && !header_matches()) {
-            drop();
+            begin_epoch();
             throw StaleCache{};
         }
     }
@@ -129,12 +132,22 @@ void CdxPages::read_header() {
     known_ = true;
 }
 
+void CdxPages::begin_epoch() noexcept {
+    roots_.clear();
+    known_ = end_known_ = false;
+    ++epoch_;
+    ++generation_;
+}
+
 void CdxPages::drop() noexcept {
     pages_.clear();
-    roots_.clear();
     touched_.clear();
-    memory_ = 0;
-    known_ = false;
+    begin_epoch();
+}
+
+void CdxPages::limit_cache() {
+    if (!pages_.full(cache_bytes_)) return;
+    pages_.shrink();
     ++generation_;
 }
 
@@ -145,6 +158,11 @@ void CdxPages::check_page_offset(std::uint64_t offset, const std::string& what) 
         damaged(offset, "expected " + what + " inside the file of " + std::to_string(file_size_) +
                             " bytes");
     }
+}
+
+void CdxPages::measure() {
+    file_size_ = file_.size();
+    end_known_ = false;
 }
 
 std::uint32_t CdxPages::root(const CdxForm& form) {
@@ -159,21 +177,26 @@ std::uint32_t CdxPages::root(const CdxForm& form) {
 }
 
 CdxPage& CdxPages::page(const CdxForm& form, std::uint32_t offset) {
-    const auto known = pages_.find(offset);
-    CdxPage& page = known != pages_.end() ? *known->second : load(form, offset);
+    CdxPage* const known = pages_.find(offset);
+    CdxPage& page = known != nullptr && known->epoch == epoch_ ? *known : load(form, offset, known);
     if (page.tree() != form.header) damaged(offset, "expected a page of this tag, not of another");
     return page;
 }
 
-CdxPage& CdxPages::load(const CdxForm& form, std::uint32_t offset) {
+CdxPage& CdxPages::load(const CdxForm& form, std::uint32_t offset, CdxPage* known) {
     prepare_to_load();
     check_page_offset(offset, "a page");
     std::array<Byte, kCdxPageSize> raw{};
     if (fetch(offset, raw) < raw.size()) damaged(offset, "expected a whole page");
+    if (known != nullptr && known->tree() == form.header && std::ranges::equal(known->raw(), raw)) {
+        known->epoch = epoch_;
+        known->end_is_named = false;
+        return *known;
+    }
     try {
-        auto page = std::make_unique<CdxPage>(CdxPage::decode(form, offset, raw));
-        memory_ += page->memory();
-        return *(pages_[offset] = std::move(page));
+        CdxPage& page = pages_.put(CdxPage::decode(form, offset, raw));
+        page.epoch = epoch_;
+        return page;
     } catch (const PageDamage& damage) {
         damaged(offset, damage.what());
     }
@@ -190,8 +213,8 @@ bool CdxPages::begin_change(std::optional<LockTry> attempt, bool durable) {
     durable_ = durable;
     try {
         file_.require_same_session();
-        if (known_ && !exclusive_ && !header_matches()) drop();
-        if (memory_ > kMostMemory) drop();
+        limit_cache();
+        if (known_ && !exclusive_ && !header_matches()) begin_epoch();
         if (!known_) read_header();
     } catch (...) {
         end_change();
@@ -212,12 +235,13 @@ bool CdxPages::lock_changes(std::optional<LockTry> attempt) {
     return true;
 }
 
-// Pages are added at the end of the file, so its exact size must be known. An interrupted write may
-// have left part of a page there.
+// Pages are added at the end of the file, so its exact size must be known. Every writer that adds a
+// page increases the counter, or was interrupted before anything refers to its pages: those, and
+// part of a page, are overwritten.
 void CdxPages::find_end() {
-    if (end_found_) return;
+    if (end_known_) return;
     file_size_ = (file_.size() + kCdxPageSize - 1) / kCdxPageSize * kCdxPageSize;
-    end_found_ = true;
+    end_known_ = true;
 }
 
 void CdxPages::end_change() noexcept {
@@ -228,7 +252,7 @@ void CdxPages::end_change() noexcept {
     touched_.clear();
     new_headers_.clear();
     freed_.clear();
-    added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = end_found_ = false;
+    added_pages_written_ = publishing_ = free_pages_taken_ = changing_ = false;
     end_read();
 }
 
@@ -245,12 +269,11 @@ void CdxPages::cut_off_part_of_page() noexcept {
 }
 
 CdxPage& CdxPages::add(const CdxForm& form, bool leaf) {
-    const std::uint32_t offset = allocate();
-    auto& page = pages_[offset] = std::make_unique<CdxPage>(form, offset, leaf);
-    memory_ += page->memory();
-    page->unwritten = true;
-    touch_entries(*page);
-    return *page;
+    CdxPage& page = pages_.put(CdxPage(form, allocate(), leaf));
+    page.epoch = epoch_;
+    page.unwritten = true;
+    touch_entries(page);
+    return page;
 }
 
 std::uint32_t CdxPages::allocate() {
@@ -283,9 +306,13 @@ std::uint32_t CdxPages::take_free_page() {
     if (is_end(taken)) return 0;
     free_pages_taken_ = true;
     free_head_ = 0;
+    const auto in_use = [&](std::uint32_t offset) {
+        const CdxPage* page = pages_.find(offset);
+        return page != nullptr && page->epoch == epoch_;
+    };
     const auto sound = [&](std::uint32_t offset) {
         return offset % kCdxPageSize == 0 && offset >= 2 * kCdxPageSize &&
-               std::uint64_t{offset} + kCdxPageSize <= file_size_ && !pages_.contains(offset);
+               std::uint64_t{offset} + kCdxPageSize <= file_size_ && !in_use(offset);
     };
     std::array<Byte, kCdxPageSize> raw{};
     if (!sound(taken) || file_.read_at(taken, raw) < raw.size()) return 0;
@@ -313,7 +340,7 @@ void CdxPages::free(CdxPage& page) {
     std::erase(touched_, &page);
     freed_.push_back(page.offset());
     ++generation_;
-    pages_.erase(page.offset());
+    pages_.remove(page.offset());
 }
 
 std::uint32_t CdxPages::reserve_header() {
@@ -355,21 +382,20 @@ void CdxPages::write_reserved(std::uint64_t offset, Bytes pages) {
 }
 
 void CdxPages::replace(const CdxForm& form, std::uint32_t offset, Bytes raw, int level) {
-    auto page = std::make_unique<CdxPage>(CdxPage::decode(form, offset, raw));
-    page->level = level;
-    touch_entries(*(pages_[offset] = std::move(page)));
+    CdxPage& page = pages_.put(CdxPage::decode(form, offset, raw));
+    page.level = level;
+    page.epoch = epoch_;
+    touch_entries(page);
     set_root(form, offset);
 }
 
 // A page whose right pointer skips a removed page keeps the old pointer until write_pointers().
 void CdxPages::write(CdxPage& page) {
-    std::array<Byte, kCdxPageSize> raw{};
     try {
-        page.encode(raw);
+        put(page.offset(), page.encode());
     } catch (const PageDamage& damage) {
         damaged(page.offset(), damage.what());
     }
-    put(page.offset(), raw);
     page.unwritten = page.content_changed = false;
     page.listed = page.right_changed;
 }
@@ -412,7 +438,7 @@ void CdxPages::publish() {
         }
         file_.require_kept(0, header_);
     }
-    publishing_ = added_pages_written_ = end_found_ = false;
+    publishing_ = added_pages_written_ = false;
     wait_for_disk();
 }
 
@@ -460,10 +486,7 @@ void CdxPages::write_pointers() {
         return std::pair(a->right_changed, b->level) < std::pair(b->right_changed, a->level);
     });
     for (CdxPage* page : touched_) {
-        std::array<Byte, 8> pointers{};
-        store_le32(pointers.data(), page->left);
-        store_le32(pointers.data() + 4, page->right);
-        put(page->offset() + kLeftPointerOffset, pointers);
+        put(page->offset() + kLeftPointer, page->encode_pointers());
         page->right_changed = page->listed = false;
     }
     touched_.clear();

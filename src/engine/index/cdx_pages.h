@@ -1,10 +1,12 @@
 // The page cache of an index file: what it holds, when it is valid, and in which order it is
 // written.
 //
-// Pages stay cached while the leading bytes of the file (directory root, free list, update counter)
-// are unchanged. A walk starts with begin_read(), which compares them. The first page that must be
-// read takes the index lock, shared, and compares again. If something has changed in between, the
-// walk starts over (StaleCache), now under the lock.
+// Pages are valid while the leading bytes of the file (directory root, free list, update counter)
+// are unchanged. A walk starts with begin_read(), which compares them. If they differ, an epoch
+// begins: a page of an earlier epoch is compared with the file before it is used again, and decoded
+// only if it differs. The first page that must be read takes the index lock, shared, and compares
+// the leading bytes again. If something has changed in between, the walk starts over (StaleCache),
+// now under the lock.
 //
 // Order of writes, so that a process killed between any two of them leaves a tree that every reader
 // can walk and that the next change repairs (cdx_tree.h):
@@ -31,6 +33,7 @@
 #include <vector>
 
 #include "engine/index/cdx_page.h"
+#include "engine/index/page_cache.h"
 #include "engine/locks/lock_queue.h"
 #include "platform/file.h"
 
@@ -41,7 +44,7 @@ struct StaleCache {};
 
 class CdxPages {
   public:
-    CdxPages(platform::File file, bool exclusive, locks::LockMode mode);
+    CdxPages(platform::File file, bool exclusive, locks::LockMode mode, std::size_t cache_bytes);
 
     platform::File& file() { return file_; }
     const std::string& path() const { return file_.path(); }
@@ -77,7 +80,7 @@ class CdxPages {
     std::uint64_t generation() const { return generation_; }
     // A lower bound; exact after measure().
     std::uint64_t page_count() const { return file_size_ / kCdxPageSize; }
-    void measure() { file_size_ = file_.size(); }
+    void measure();
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
     bool exclusive() const { return exclusive_; }
 
@@ -122,8 +125,10 @@ class CdxPages {
     bool header_matches() const;
     void read_header();
     void write_header();
+    void begin_epoch() noexcept;
     void drop() noexcept;
-    CdxPage& load(const CdxForm& form, std::uint32_t offset);
+    void limit_cache();
+    CdxPage& load(const CdxForm& form, std::uint32_t offset, CdxPage* known);
     void check_page_offset(std::uint64_t offset, const std::string& what);
     std::uint32_t allocate();
     std::uint32_t extend(std::uint64_t bytes);
@@ -150,19 +155,20 @@ class CdxPages {
     bool opening_ = false;
     bool locked_ = false;
 
-    // The leading bytes, as read; nothing is cached while `known_` is false.
+    // The leading bytes, as read; no page is known to be valid while `known_` is false.
     bool known_ = false;
     std::array<Byte, kHeaderBytes> header_{};
     std::vector<Byte> beginning_;  // first bytes of the file, during opening
     std::uint32_t free_head_ = 0;
     std::uint64_t file_size_ = 0;  // may have grown since; a file in shared use does not shrink
-    std::unordered_map<std::uint32_t, std::unique_ptr<CdxPage>> pages_;
+    PageCache pages_;
+    std::size_t cache_bytes_;
     std::unordered_map<std::uint32_t, std::uint32_t> roots_;  // by offset of the tag header
-    std::size_t memory_ = 0;
+    std::uint64_t epoch_ = 1;
     std::uint64_t generation_ = 1;
+    bool end_known_ = false;  // file_size_ is exact while the leading bytes are unchanged
 
     // The change in progress.
-    bool end_found_ = false;
     bool doubtful_ = false;
     bool durable_ = false;
     bool added_pages_written_ = false;

@@ -6,13 +6,12 @@
 #include <array>
 
 #include "engine/index/cdx_tree.h"
+#include "engine/index/page_packer.h"
 
 namespace brenik::index {
 namespace {
 
-constexpr std::size_t kPageHeaderSize = 12;
-constexpr std::uint16_t kLeafAttribute = 2;
-constexpr std::size_t kMostEntries = kCdxPageSize - 24;  // of a leaf, at one byte each
+constexpr std::size_t kMostEntries = kCdxPageSize - kLeafStart;  // of a leaf, at one byte each
 // Leaves that were created together are adjacent, so one read fetches many headers.
 constexpr std::size_t kPagesAtOnce = 128;
 
@@ -70,11 +69,11 @@ class CdxTree::HeaderReader {
         const Byte* header = group[page % kPagesAtOnce].data();
         const std::size_t entries = load_le16(header + 2);
         if ((load_le16(header) & kLeafAttribute) == 0 || entries > kMostEntries) refuse(offset);
-        return {entries, load_le32(header + 8)};
+        return {entries, load_le32(header + kRightPointer)};
     }
 
   private:
-    using Header = std::array<Byte, kPageHeaderSize>;
+    using Header = std::array<Byte, kInteriorStart>;
     using Group = std::vector<Header>;
 
     void read(std::size_t number, Group& group) {
@@ -82,7 +81,7 @@ class CdxTree::HeaderReader {
         pages_.read_bytes(std::uint64_t{number} * block_.size(), block_);
         group.resize(kPagesAtOnce);
         for (std::size_t i = 0; i < kPagesAtOnce; ++i) {
-            std::copy_n(block_.data() + i * kCdxPageSize, kPageHeaderSize, group[i].begin());
+            std::copy_n(block_.data() + i * kCdxPageSize, kInteriorStart, group[i].begin());
         }
     }
 

@@ -10,6 +10,7 @@ namespace brenik::index {
 namespace {
 
 constexpr std::size_t kDeepestTree = 64;
+constexpr std::size_t kUsualDepth = 5;
 // Page visits that one call may make in addition to two per page of the file.
 constexpr std::uint64_t kSpareVisits = 256;
 
@@ -35,17 +36,13 @@ void CdxTree::begin() {
     visits_left_ = kSpareVisits + 2 * pages_.page_count();
 }
 
-std::vector<Byte> CdxTree::probe(Bytes key, RecordNumber record) const {
-    const std::size_t length = std::min(key.size(), description_.key_length);
-    std::vector<Byte> bytes(key.begin(), key.begin() + static_cast<std::ptrdiff_t>(length));
-    if (length < description_.key_length) return bytes;
-    bytes.resize(length + 4);
-    store_be32(bytes.data() + length, record);
-    return bytes;
+PageEntry CdxTree::probe(Bytes key, RecordNumber record) const {
+    if (key.size() < description_.key_length) return PageEntry(key);
+    return {key.first(description_.key_length), record};
 }
 
 bool CdxTree::forward(Bytes probe, bool past_equal, IndexEntry& found) {
-    return read([&] { return answer(locate(probe, past_equal), found); });
+    return read([&] { return answer(locate(probe, past_equal), probe, found); });
 }
 
 bool CdxTree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
@@ -53,32 +50,40 @@ bool CdxTree::backward(Bytes probe, bool past_equal, IndexEntry& found) {
         Position position = locate(probe, past_equal);
         // An interrupted removal can leave a greater entry in the page before.
         while (step_back(position)) {
-            const Bytes entry = position.page->entry(position.slot);
-            if (probe.empty() || compare(entry, probe) <= 0) return answer(position, found);
+            if (probe.empty() || compare(position.page->entry(position.slot), probe) <= 0) {
+                return answer(position, found);
+            }
         }
         return false;
     });
 }
 
-bool CdxTree::after(const IndexEntry& entry, IndexEntry& found) {
-    const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
+bool CdxTree::after(const IndexEntry& entry, IndexEntry& found, Trust trust) {
+    const PageEntry wanted = probe(as_bytes(entry.key), entry.record);
+    if (trust == Trust::kMoment && remembered(wanted) && last_.slot + 1 < last_page_->count()) {
+        last_page_->advance(last_);
+        return answer_last(found);
+    }
     return read([&] {
-        if (!remembered(bytes)) return answer(locate(bytes, true), found);
-        Position position = last_;
-        while (step_on(position)) {
+        if (!remembered(wanted)) return answer(locate(wanted, true), wanted, found);
+        while (step_on()) {
             // A damaged file may hold an entry twice.
-            if (!same(position.page->entry(position.slot), bytes)) return answer(position, found);
+            if (!same(last_.entry, wanted)) return answer_last(found);
         }
         return false;
     });
 }
 
-bool CdxTree::before(const IndexEntry& entry, IndexEntry& found) {
-    const std::vector<Byte> bytes = probe(as_bytes(entry.key), entry.record);
+bool CdxTree::before(const IndexEntry& entry, IndexEntry& found, Trust trust) {
+    const PageEntry wanted = probe(as_bytes(entry.key), entry.record);
+    if (trust == Trust::kMoment && remembered(wanted) && last_.slot > 0) {
+        return answer({last_page_, last_.slot - 1}, found);
+    }
     return read([&] {
-        Position position = remembered(bytes) ? last_ : locate(bytes, false);
+        Position position =
+            remembered(wanted) ? Position{last_page_, last_.slot} : locate(wanted, false);
         while (step_back(position)) {
-            if (!same(position.page->entry(position.slot), bytes)) return answer(position, found);
+            if (!same(position.page->entry(position.slot), wanted)) return answer(position, found);
         }
         return false;
     });
@@ -86,17 +91,31 @@ bool CdxTree::before(const IndexEntry& entry, IndexEntry& found) {
 
 // True when `last_` is valid and is the position of this entry.
 bool CdxTree::remembered(Bytes entry) const {
-    return last_.page != nullptr && last_generation_ == pages_.generation() &&
-           same(last_.page->entry(last_.slot), entry);
+    return last_page_ != nullptr && last_generation_ == pages_.generation() &&
+           same(last_.entry, entry);
 }
 
 bool CdxTree::answer(Position position, IndexEntry& found) {
-    if (position.slot >= position.page->count()) return false;
-    const Bytes key = position.page->entry(position.slot).first(description_.key_length);
-    found.key.assign(as_text(key));
-    found.record = position.page->record(position.slot);
-    last_ = position;
+    return position.slot < position.page->count() &&
+           answer(*position.page, position.page->reading(position.slot), found);
+}
+
+// The same for the position that locate() has just found with the probe.
+bool CdxTree::answer(Position located, Bytes probe, IndexEntry& found) {
+    return located.slot < located.page->count() &&
+           answer(*located.page, located.page->reading(place_, probe), found);
+}
+
+bool CdxTree::answer(CdxPage& page, const CdxPage::Reading& reading, IndexEntry& found) {
+    last_page_ = &page;
+    last_ = reading;
     last_generation_ = pages_.generation();
+    return answer_last(found);
+}
+
+bool CdxTree::answer_last(IndexEntry& found) const {
+    found.key.assign(as_text(last_.entry.key()));
+    found.record = last_.entry.record();
     return true;
 }
 
@@ -143,11 +162,16 @@ CdxPage& CdxTree::split_off(const CdxPage& page) {
 // entry is before it.
 CdxTree::Position CdxTree::locate(Bytes probe, bool past_equal) {
     CdxPage* page = &root();
+    const auto bound = [&] {
+        if (!page->leaf()) return page->bound(probe, past_equal);
+        place_ = page->find(probe, past_equal);
+        return place_.slot;
+    };
     for (std::size_t depth = 0; depth < kDeepestTree; ++depth) {
-        std::size_t slot = page->bound(probe, past_equal);
+        std::size_t slot = bound();
         while (slot == page->count() && page->right != kNoPage) {
             page = &right_of(*page);
-            slot = page->bound(probe, past_equal);
+            slot = bound();
         }
         if (page->leaf()) {
             check_depth(*page, depth);
@@ -175,7 +199,7 @@ bool CdxTree::step_back(Position& position) {
 // Moves from the first entry of a leaf to the one before it. Descends from the root, because an
 // interrupted write can leave left pointers to pages that are no longer in use.
 bool CdxTree::find_before(Position& position) {
-    const Bytes first = position.page->entry(0);
+    const PageEntry first = position.page->entry(0);
     Path candidates;
     descend_before(root(), first, candidates);
     while (!candidates.empty()) {
@@ -219,12 +243,20 @@ CdxPage& CdxTree::last_below(CdxPage& from, Bytes limit, std::uint32_t end) {
     return *page;
 }
 
-bool CdxTree::step_on(Position& position) {
-    ++position.slot;
-    while (position.slot >= position.page->count()) {
-        if (position.page->right == kNoPage) return false;
-        position = {&right_of(*position.page), 0};
+// Moves `last_` to the next entry.
+bool CdxTree::step_on() {
+    if (last_.slot + 1 < last_page_->count()) {
+        last_page_->advance(last_);
+        return true;
     }
+    CdxPage* page = last_page_;
+    do {
+        if (page->right == kNoPage) return false;
+        page = &right_of(*page);
+    } while (page->empty());
+    last_page_ = page;
+    last_ = page->reading(0);
+    last_generation_ = pages_.generation();
     return true;
 }
 
@@ -236,7 +268,7 @@ bool CdxTree::contains(Bytes key) {
            same(as_bytes(found.key), key);
 }
 
-std::vector<Byte> CdxTree::checked_entry(Bytes key, RecordNumber record) const {
+PageEntry CdxTree::checked_entry(Bytes key, RecordNumber record) const {
     if (key.size() != description_.key_length) {
         throw EngineFault(FaultCode::kUnsuitableValue, "change index",
                           pages_.path() + ": tag " + description_.name + ": a key of " +
@@ -246,24 +278,23 @@ std::vector<Byte> CdxTree::checked_entry(Bytes key, RecordNumber record) const {
 }
 
 bool CdxTree::insert(Bytes key, RecordNumber record) {
-    const std::vector<Byte> entry = checked_entry(key, record);
+    const PageEntry entry = checked_entry(key, record);
     Path path = path_to(entry);
-    const auto [leaf, slot] = path.back();
-    if (slot < leaf->count() && same(leaf->entry(slot), entry)) return false;
-    leaf->insert(slot, entry);
+    if (place_.there) return false;
+    path.back().page->insert(place_, entry);
     settle(path, path.size() - 1);
     return true;
 }
 
 bool CdxTree::remove(Bytes key, RecordNumber record) {
-    const std::vector<Byte> entry = checked_entry(key, record);
+    const PageEntry entry = checked_entry(key, record);
     Path path = path_to(entry);
     const auto [leaf, slot] = path.back();
-    if (slot == leaf->count() || !same(leaf->entry(slot), entry)) return false;
-    leaf->erase(slot);
+    if (!place_.there) return false;
+    leaf->erase(place_, entry);
     if (path.size() > 1 && slot == leaf->count()) {
         const Position& parent = path[path.size() - 2];
-        loosen(*leaf, parent.page->entry(parent.slot));
+        loosen(*leaf, parent.page->branch(parent.slot));
     }
     if (path.size() == 1 || !leaf->loose) settle(path, path.size() - 1);
     pages_.touch_entries(*leaf);
@@ -272,13 +303,14 @@ bool CdxTree::remove(Bytes key, RecordNumber record) {
 
 void CdxTree::loosen(CdxPage& page, Bytes said) {
     if (page.loose) return;
-    loose_.emplace_back(said.begin(), said.end());
+    loose_.emplace_back(said);
     page.loose = true;
 }
 
 void CdxTree::finish() {
     while (!loose_.empty()) {
-        Path path = path_to(loose_.back());
+        const PageEntry entry = loose_.back();  // a repair on the way may add others
+        Path path = path_to(entry);
         const auto lowest = std::find_if(path.rbegin(), path.rend(),
                                          [](const Position& step) { return step.page->loose; });
         if (lowest == path.rend()) {
@@ -294,6 +326,7 @@ void CdxTree::finish() {
 CdxTree::Path CdxTree::path_to(Bytes entry) {
     begin();
     Path path;
+    path.reserve(kUsualDepth);
     while (!descend(entry, path)) path.clear();
     return path;
 }
@@ -307,14 +340,16 @@ bool CdxTree::descend(Bytes entry, Path& path) {
         return false;
     }
     for (;;) {
-        std::size_t slot = page->bound(entry, false);
-        if (!page->leaf()) slot = std::min(slot, page->count() - 1);
-        path.push_back({page, slot});
-        if (page->leaf()) break;
+        if (page->leaf()) {
+            place_ = page->find(entry, false);
+            path.push_back({page, place_.slot});
+            break;
+        }
+        path.push_back({page, std::min(page->bound(entry, false), page->count() - 1)});
         if (path.size() > kDeepestTree) {
             pages_.damaged(page->offset(), "expected a tree of at most 64 levels");
         }
-        CdxPage& child = child_of(*page, slot);
+        CdxPage& child = child_of(*page, path.back().slot);
         if (repair(path, child)) return false;
         page = &child;
     }
@@ -350,9 +385,12 @@ bool CdxTree::repair(Path& path, CdxPage& child) {
     repair_left_pointer(path, child);
     const std::uint32_t next = expected_right(path.back());
     CdxPage* extra = child.right == next ? nullptr : &split_off(child);
-    const std::vector<Byte> said(parent.entry(slot).begin(), parent.entry(slot).end());
-    if (extra == nullptr && (child.loose || same(said, child.last_entry()))) return false;
-    if (extra == nullptr && compare(child.last_entry(), said) < 0) {
+    if (extra == nullptr && (child.loose || child.end_is_named)) return false;
+    const PageEntry said = parent.entry(slot);
+    const PageEntry end = child.last_entry();
+    child.end_is_named = same(said, end);
+    if (extra == nullptr && child.end_is_named) return false;
+    if (extra == nullptr && compare(end, said) < 0) {
         loosen(child, said);
         return false;
     }
@@ -366,15 +404,15 @@ bool CdxTree::repair(Path& path, CdxPage& child) {
     learn_levels(path, child);
     // Touched before the change: if the order below turns out wrong, the cached page is dropped.
     pages_.touch_entries(parent);
-    parent.set_last_of_child(slot, child.last_entry());
+    parent.set_last_of_child(slot, end);
     child.loose = false;
     if (extra != nullptr) {
         const bool ends_before = compare(extra->last_entry(), said) < 0;
         if (ends_before) loosen(*extra, said);
-        parent.insert(slot + 1, ends_before ? Bytes(said) : extra->last_entry(), extra->offset());
+        parent.insert_child(slot + 1, ends_before ? said : extra->last_entry(), extra->offset());
         link_behind(child, *extra);
     }
-    if (slot + 1 < parent.count() && compare(parent.entry(slot), parent.entry(slot + 1)) > 0) {
+    if (slot + 1 < parent.count() && compare(parent.branch(slot), parent.branch(slot + 1)) > 0) {
         pages_.damaged(parent.offset(), "expected entries in key order");
     }
     settle(path, path.size() - 1);
@@ -390,9 +428,8 @@ bool CdxTree::repair_before(const Path& path, Bytes entry) {
     if (turn == path.rend()) return false;
     const CdxPage* before = left_neighbour(path, path.size() - 1);
     if (before->empty() || compare(before->last_entry(), entry) < 0) return false;
-    const Bytes named = turn->page->entry(turn->slot - 1);
     Path other;
-    if (descend(std::vector<Byte>(named.begin(), named.end()), other)) {
+    if (descend(turn->page->entry(turn->slot - 1), other)) {
         pages_.damaged(before->offset(), "expected keys before those of the next page");
     }
     return true;
@@ -422,7 +459,7 @@ CdxPage* CdxTree::left_neighbour(const Path& path, std::size_t depth) {
     std::size_t level = depth;
     while (level > 0 && path[level - 1].slot == 0) --level;
     if (level == 0) return nullptr;
-    const Bytes limit = path[depth - 1].page->entry(path[depth - 1].slot);
+    const Bytes limit = path[depth - 1].page->branch(path[depth - 1].slot);
     CdxPage* page = &child_of(*path[level - 1].page, path[level - 1].slot - 1);
     for (;; ++level) {
         page = &last_below(*page, limit, path[level].page->offset());
@@ -448,14 +485,14 @@ void CdxTree::settle(Path& path, std::size_t depth) {
     CdxPage& parent = *path[depth - 1].page;
     std::size_t slot = path[depth - 1].slot;
     CdxPage& end = added.empty() ? page : *added.back();
-    const Bytes said = parent.entry(slot);
-    end.loose = end.loose && compare(end.last_entry(), said) < 0;
-    const Bytes last = end.loose ? said : end.last_entry();
+    const PageEntry said = parent.entry(slot);
+    const PageEntry end_last = end.last_entry();
+    end.loose = end.loose && compare(end_last, said) < 0;
+    const PageEntry& last = end.loose ? said : end_last;
     if (added.empty() && same(said, last)) return;
-    const std::vector<Byte> end_entry(last.begin(), last.end());
-    parent.set_last_of_child(slot, added.empty() ? Bytes(end_entry) : page.last_entry());
+    parent.set_last_of_child(slot, added.empty() ? last : page.last_entry());
     for (const CdxPage* one : added) {
-        parent.insert(++slot, one == &end ? Bytes(end_entry) : one->last_entry(), one->offset());
+        parent.insert_child(++slot, one == &end ? last : one->last_entry(), one->offset());
     }
     path[depth - 1].slot = slot;
     settle(path, depth - 1);
@@ -469,7 +506,7 @@ void CdxTree::remove_emptied(Path& path, std::size_t depth) {
     }
     unlink(page, left_neighbour(path, depth));
     pages_.free(page);
-    path[depth - 1].page->erase(path[depth - 1].slot);
+    path[depth - 1].page->erase_child(path[depth - 1].slot);
     settle(path, depth - 1);
 }
 
@@ -518,9 +555,9 @@ void CdxTree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     added.front()->left = first.offset();
     pages_.touch_pointers(*added.front());
     root.become_branch();
-    root.insert(0, first.last_entry(), first.offset());
+    root.insert_child(0, first.last_entry(), first.offset());
     for (const CdxPage* page : added) {
-        root.insert(root.count(), page->last_entry(), page->offset());
+        root.insert_child(root.count(), page->last_entry(), page->offset());
     }
     Path path{{&root, root.count() - 1}};
     settle(path, 0);

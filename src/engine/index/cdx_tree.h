@@ -30,6 +30,10 @@ struct IndexEntry {
     RecordNumber record = 0;
 };
 
+// kMoment: the caller found the index unchanged a moment ago, and a step within one page need not
+// ask again.
+enum class Trust { kNothing, kMoment };
+
 // Entries are ordered by key bytes, then by record number. This class knows storage order only;
 // callers handle descending tags.
 class CdxTree {
@@ -55,8 +59,8 @@ class CdxTree {
     bool at_or_before(Bytes key, RecordNumber record, IndexEntry& found,
                       int timeout_ms = platform::kShortLockTimeout_ms);
     // The neighbour of an entry by (key, record), whether or not that entry still exists.
-    bool after(const IndexEntry& entry, IndexEntry& found);
-    bool before(const IndexEntry& entry, IndexEntry& found);
+    bool after(const IndexEntry& entry, IndexEntry& found, Trust trust = Trust::kNothing);
+    bool before(const IndexEntry& entry, IndexEntry& found, Trust trust = Trust::kNothing);
 
     // The number of entries: all; those less than (key, record); those not greater, or beginning
     // with a key shorter than the tag's. The first call after a change of the file reads the
@@ -92,7 +96,7 @@ class CdxTree {
     void rebuild(const SortedEntries& entries);
 
     // Key and record number as pages hold them; a short key alone, for comparison as a prefix.
-    std::vector<Byte> probe(Bytes key, RecordNumber record) const;
+    PageEntry probe(Bytes key, RecordNumber record) const;
     CdxForm form() const { return {header_, description_.key_length, description_.pad}; }
 
     struct Position {
@@ -108,6 +112,9 @@ class CdxTree {
     bool read(Walk walk);
     void begin();
     bool answer(Position position, IndexEntry& found);
+    bool answer(Position located, Bytes probe, IndexEntry& found);
+    bool answer(CdxPage& page, const CdxPage::Reading& reading, IndexEntry& found);
+    bool answer_last(IndexEntry& found) const;
     bool remembered(Bytes entry) const;
     const LeafCounts& leaf_counts();
 
@@ -119,11 +126,11 @@ class CdxTree {
     CdxPage& sibling(const CdxPage& page, std::uint32_t offset);
     Position locate(Bytes probe, bool past_equal);
     void check_depth(const CdxPage& leaf, std::size_t depth);
+    bool step_on();
     bool step_back(Position& position);
     bool find_before(Position& position);
     void descend_before(CdxPage& from, Bytes limit, Path& candidates);
     CdxPage& last_below(CdxPage& from, Bytes limit, std::uint32_t end);
-    bool step_on(Position& position);
 
     Path path_to(Bytes entry);
     bool descend(Bytes entry, Path& path);
@@ -140,20 +147,23 @@ class CdxTree {
     bool repair_before(const Path& path, Bytes entry);
     void repair_left_pointer(Path& path, CdxPage& child);
     CdxPage* left_neighbour(const Path& path, std::size_t depth);
-    std::vector<Byte> checked_entry(Bytes key, RecordNumber record) const;
+    PageEntry checked_entry(Bytes key, RecordNumber record) const;
     void grow(CdxPage& root, const std::vector<CdxPage*>& added);
 
     CdxPages& pages_;
     TagDescription description_;
     std::uint32_t header_;
     std::uint64_t visits_left_ = 0;
-    std::vector<std::vector<Byte>> loose_;  // entries that the parents of loose pages hold for them
+    std::vector<PageEntry> loose_;  // entries that the parents of loose pages hold for them
+
+    CdxPage::Place place_;  // in the leaf that the last search or path for a change led to
 
     std::uint64_t depth_generation_ = 0;
     std::size_t leaf_depth_ = 0;
 
-    // The position of the last entry found, valid for one generation of the pages.
-    Position last_{nullptr, 0};
+    // The last entry found and where it is, valid for one generation of the pages.
+    CdxPage* last_page_ = nullptr;
+    CdxPage::Reading last_;
     std::uint64_t last_generation_ = 0;
 
     LeafCounts leaf_counts_;

@@ -35,6 +35,30 @@ std::size_t common_prefix(const Byte* a, const Byte* b, std::size_t most) {
     return same;
 }
 
+void store_page_header(Byte* raw, bool leaf, std::size_t count, const PageLinks& links) {
+    store_le16(raw, static_cast<std::uint16_t>((links.root ? kRootAttribute : 0) |
+                                               (leaf ? kLeafAttribute : 0)));
+    store_le16(raw + 2, static_cast<std::uint16_t>(count));
+    store_le32(raw + kLeftPointer, links.left);
+    store_le32(raw + kRightPointer, links.right);
+}
+
+void store_leaf_header(Byte* raw, const LeafLayout& layout, std::size_t free) {
+    store_le16(raw + 12, static_cast<std::uint16_t>(free));
+    store_le32(raw + 14, static_cast<std::uint32_t>(mask(layout.record_bits)));
+    raw[18] = static_cast<Byte>(mask(layout.duplicate_bits));
+    raw[19] = static_cast<Byte>(mask(layout.trailing_bits));
+    raw[20] = static_cast<Byte>(layout.record_bits);
+    raw[21] = static_cast<Byte>(layout.duplicate_bits);
+    raw[22] = static_cast<Byte>(layout.trailing_bits);
+    raw[23] = static_cast<Byte>(layout.entry_bytes);
+}
+
+std::uint64_t pack_numbers(const LeafLayout& layout, const LeafNumbers& entry) {
+    return entry.record | std::uint64_t{entry.duplicate} << layout.record_bits |
+           std::uint64_t{entry.trailing} << (layout.record_bits + layout.duplicate_bits);
+}
+
 PagePacker::PagePacker(const CdxForm& form, const LeafLayout& layout)
     : form_(form), leaf_(true), layout_(layout) {
     reset();
@@ -70,8 +94,7 @@ bool PagePacker::add_to_leaf(Bytes entry, std::size_t spare) {
     back_ -= stored;
     if (stored > 0) std::memcpy(page_.data() + back_, entry.data() + duplicate, stored);
     std::uint64_t packed =
-        load_be32(entry.data() + length) | std::uint64_t{duplicate} << layout_.record_bits |
-        std::uint64_t{trailing} << (layout_.record_bits + layout_.duplicate_bits);
+        pack_numbers(layout_, {load_be32(entry.data() + length), duplicate, trailing});
     for (std::size_t i = 0; i < layout_.entry_bytes; ++i, packed >>= 8) {
         page_[front_++] = static_cast<Byte>(packed);
     }
@@ -90,20 +113,8 @@ bool PagePacker::add_to_branch(Bytes entry, std::uint32_t child, std::size_t spa
 Bytes PagePacker::finish(const PageLinks& links) {
     Byte* raw = page_.data();
     std::memset(raw + front_, 0, back_ - front_);
-    store_le16(raw, static_cast<std::uint16_t>((links.root ? kRootAttribute : 0) |
-                                               (leaf_ ? kLeafAttribute : 0)));
-    store_le16(raw + 2, static_cast<std::uint16_t>(count_));
-    store_le32(raw + 4, links.left);
-    store_le32(raw + 8, links.right);
-    if (!leaf_) return page_;
-    store_le16(raw + 12, static_cast<std::uint16_t>(back_ - front_));
-    store_le32(raw + 14, static_cast<std::uint32_t>(mask(layout_.record_bits)));
-    raw[18] = static_cast<Byte>(mask(layout_.duplicate_bits));
-    raw[19] = static_cast<Byte>(mask(layout_.trailing_bits));
-    raw[20] = static_cast<Byte>(layout_.record_bits);
-    raw[21] = static_cast<Byte>(layout_.duplicate_bits);
-    raw[22] = static_cast<Byte>(layout_.trailing_bits);
-    raw[23] = static_cast<Byte>(layout_.entry_bytes);
+    store_page_header(raw, leaf_, count_, links);
+    if (leaf_) store_leaf_header(raw, layout_, back_ - front_);
     return page_;
 }
 

@@ -13,9 +13,11 @@
 
 namespace brenik::index {
 
-// Persistent: attributes of a page, and where its entries begin.
+// Persistent: attributes of a page, where its pointers are, and where its entries begin.
 inline constexpr std::uint16_t kRootAttribute = 0x01;
 inline constexpr std::uint16_t kLeafAttribute = 0x02;
+inline constexpr std::size_t kLeftPointer = 4;
+inline constexpr std::size_t kRightPointer = 8;
 inline constexpr std::size_t kInteriorStart = 12;
 inline constexpr std::size_t kLeafStart = 24;
 
@@ -25,6 +27,12 @@ struct PageLinks {
     std::uint32_t left = kNoPage;
     std::uint32_t right = kNoPage;
 };
+
+// Stores the first 12 bytes of a page, and the 12 that follow in a leaf.
+void store_page_header(Byte* raw, bool leaf, std::size_t count, const PageLinks& links);
+void store_leaf_header(Byte* raw, const LeafLayout& layout, std::size_t free);
+
+std::uint64_t pack_numbers(const LeafLayout& layout, const LeafNumbers& entry);
 
 // The greatest number of so many bits.
 inline std::uint64_t mask(unsigned bits) { return (std::uint64_t{1} << bits) - 1; }
@@ -49,6 +57,8 @@ class PagePacker {
     Bytes last_entry() const { return Bytes(last_).first(form_.key_length + 4); }
     // The bytes of an empty page that entries can take.
     std::size_t room() const;
+    // Where the key bytes of a leaf begin.
+    std::size_t keys_begin() const { return back_; }
     // Completes the page. Its bytes are valid until the next call of add() or reset().
     Bytes finish(const PageLinks& links);
     // Begins the next page of the same kind.

@@ -91,9 +91,9 @@ Directory read_directory(const IndexBytes& bytes, const std::string& path) {
         TreeWalk(bytes, owners, report, "", directory_form())
             .run(root, [&](const index::CdxPage& page) {
                 for (std::size_t slot = 0; slot < page.count(); ++slot) {
-                    const Bytes name = page.entry(slot).first(index::kTagNameLength);
+                    const index::PageEntry entry = page.entry(slot);
                     directory.names.push_back(
-                        {std::string(trim_right(as_text(name))), page.record(slot)});
+                        {std::string(trim_right(as_text(entry.key()))), entry.record()});
                 }
             });
     };
@@ -215,9 +215,8 @@ class IndexCheck {
 
     static void collect(const index::CdxPage& page, std::vector<TreeEntry>& entries) {
         for (std::size_t slot = 0; slot < page.count(); ++slot) {
-            const Bytes entry = page.entry(slot);
-            entries.push_back({page.record(slot), page.offset(),
-                               hash_of(as_text(entry.first(entry.size() - 4)))});
+            const index::PageEntry entry = page.entry(slot);
+            entries.push_back({entry.record(), page.offset(), hash_of(as_text(entry.key()))});
         }
     }
 

@@ -49,7 +49,7 @@ bool KeyCheck::is_lenient_match(const TreeEntry& entry, const record::RecordView
     const index::CdxPage page = index::CdxPage::decode(form, entry.page, bytes_.page(entry.page));
     for (std::size_t slot = 0; slot < page.count(); ++slot) {
         if (page.record(slot) != entry.record) continue;
-        const std::string key(as_text(page.entry(slot).first(form.key_length)));
+        const std::string key(as_text(page.entry(slot).key()));
         if (hash_of(key) == entry.key_hash &&
             plan_.order.agrees_with({key, entry.record}, record)) {
             return true;

@@ -143,7 +143,7 @@ void TreeWalk::visit(const index::CdxPage& page, const Link& link) {
         return (*leaf_)(page);
     }
     for (std::size_t slot = 0; slot < page.count(); ++slot) {
-        const Bytes entry = page.entry(slot);
+        const Bytes entry = page.branch(slot);
         below_.push_back({page.child(slot), page.offset(), {entry.begin(), entry.end()}});
     }
 }
@@ -183,11 +183,12 @@ void TreeWalk::check_place(const index::CdxPage& page) {
     }
     if (page.empty() && depth_ > 0) fault(offset, "has no entries");
     for (std::size_t slot = 0; slot < page.count(); ++slot) {
-        const Bytes before = slot == 0 ? Bytes(last_entry_) : page.entry(slot - 1);
-        if (before.empty() || compare(before, page.entry(slot)) < 0) continue;
+        const index::PageEntry entry = page.entry(slot);
+        const bool greater = last_entry_.empty() || compare(last_entry_, entry) < 0;
+        last_entry_.assign(Bytes(entry).begin(), Bytes(entry).end());
+        if (greater) continue;
         fault(offset, "entry " + std::to_string(slot) + " is not greater than the one before it");
     }
-    if (!page.empty()) last_entry_.assign(page.last_entry().begin(), page.last_entry().end());
     previous_ = offset;
     previous_left_ = page.left;
     previous_right_ = page.right;
@@ -196,25 +197,10 @@ void TreeWalk::check_place(const index::CdxPage& page) {
 // Other programs change a page in place and rely on exact free space and compression.
 void TreeWalk::check_packing(const index::CdxPage& page) const {
     if (page.empty()) return;
-    const Bytes raw = bytes_.page(page.offset());
-    std::array<Byte, index::kCdxPageSize> packed{};
-    try {
-        page.encode(packed);
-    } catch (const index::PageDamage&) {
+    if (page.packing() == index::CdxPage::Packing::kExact) return;
+    if (page.packing() == index::CdxPage::Packing::kTooTight) {
         return fault(page.offset(), "is packed more tightly than other programs accept");
     }
-    constexpr std::size_t kLeafStart = 24;
-    constexpr std::size_t kFreeOffset = 12;
-    const std::size_t table = page.count() * raw[23];
-    const std::size_t free = load_le16(packed.data() + kFreeOffset);
-    const auto same = [&](std::size_t from, std::size_t to) {
-        return std::equal(raw.begin() + static_cast<std::ptrdiff_t>(from),
-                          raw.begin() + static_cast<std::ptrdiff_t>(to),
-                          packed.begin() + static_cast<std::ptrdiff_t>(from));
-    };
-    if (same(kFreeOffset, kLeafStart + table) &&
-        same(kLeafStart + table + free, index::kCdxPageSize))
-        return;
     fault(page.offset(), "free space or compression of its entries is not exact");
 }
 
