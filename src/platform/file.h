@@ -173,6 +173,10 @@ class File {
     // Retries with short pauses; false on timeout.
     [[nodiscard]] bool lock_within(ByteRange range, LockKind kind,
                                    int timeout_ms = kShortLockTimeout_ms);
+    // True if another File holds a lock of either kind on a byte of the range. Locks nothing, so it
+    // delays nobody. Returns nothing where the system gives no proof: on Windows, on a share, and
+    // if the call fails.
+    std::optional<bool> is_locked(ByteRange range) const;
     // Keeps the locks held now until the file is closed. They are shared locks that show others how
     // the file is used; no write depends on them.
     void keep_locks() { locks_ = 0; }

@@ -1,4 +1,5 @@
-// Names of files, why opens fail, profiles and the silent wait, on a real folder.
+// Names of files, why opens fail, whether bytes are locked, profiles and the silent wait, on a real
+// folder.
 
 #include <gtest/gtest.h>
 
@@ -133,6 +134,25 @@ TEST_F(PlatformTest, ProfilesWithAMarkAreReadInTheCodePage) {
         }
     }
     EXPECT_EQ(value("\xEF\xBB\xBF[Main]\nName=\xC3\xBC"), kWindows ? "\xFC" : "\xC3\xBC");
+}
+
+TEST_F(PlatformTest, LocksOfOthersAreToldAndStayAsTheyAre) {
+    const std::string name = write("LOCKED");
+    File own = File::open(name, OpenMode::kReadWrite),
+         other = File::open(name, OpenMode::kReadWrite);
+    const ByteRange range{100, 10};
+    const auto told = [&](bool locked) {
+        return kWindows ? std::optional<bool>() : std::optional(locked);
+    };
+    ASSERT_TRUE(own.try_lock(range));
+    EXPECT_EQ(own.is_locked(range), told(false)) << "its own lock";
+    EXPECT_EQ(other.is_locked({109, 5}), told(true));
+    EXPECT_EQ(other.is_locked({110, 5}), told(false));
+    own.unlock(range);
+    ASSERT_TRUE(own.try_lock(range, LockKind::kShared));
+    EXPECT_EQ(other.is_locked({0, 1000}), told(true));
+    EXPECT_TRUE(other.try_lock(range, LockKind::kShared)) << "a question locks nothing";
+    EXPECT_EQ(File().is_locked(range), std::nullopt);
 }
 
 TEST_F(PlatformTest, SilentNoticesStillTakeTheirTime) {

@@ -131,20 +131,41 @@ RecordNumber TableFile::count() {
 
 // The system may return a record that is being written part old and part new. Without a lock, only
 // two equal readings prove it whole; an earlier reading may be the first. If the record crosses a
-// page of the system, whose pages are copied one after the other, even both may see the same half:
-// keep_whole() prevents that.
+// page of the system, whose pages are copied one after the other, even both may see the same half,
+// unless no write went on between them. Every writer, of whatever program, holds the record's lock.
+// Where the system does not prove that nobody does, keep_whole() keeps our own writers out.
 void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
     if (held_.owns(record)) return read_once(record, into);
+    const bool crosses = crosses_page(record);
     std::optional<locks::HeldLock> whole;
-    keep_whole(record, platform::LockKind::kShared, whole);
+    if (crosses) {
+        if (earlier.empty()) {
+            again_.resize(into.size());
+            read_once(record, again_);
+            earlier = again_;
+        }
+        if (may_be_written(record, record)) keep_whole(record, platform::LockKind::kShared, whole);
+    }
     read_once(record, into);
     if (std::ranges::equal(into, earlier)) return;
+    if (crosses && !whole) keep_whole(record, platform::LockKind::kShared, whole);
     again_.resize(into.size());
     for (int reading = 1; reading < kMostReadings; ++reading) {
         read_once(record, again_);
         if (std::equal(again_.begin(), again_.end(), into.begin())) return;
         std::copy(again_.begin(), again_.end(), into.begin());
     }
+}
+
+// False only if the system proves that no other user holds the lock of one of these records. A
+// table that is open for reading only may be written with locks of the other mode.
+bool TableFile::may_be_written(RecordNumber first, RecordNumber last) const {
+    return !file_.writable() || file_.is_locked(scheme_.records(first, last)).value_or(true);
+}
+
+bool TableFile::crosses_page(RecordNumber record) const {
+    const std::uint64_t begin = record::record_offset(layout_, record);
+    return begin / kPageSize != (begin + layout_.record_length - 1) / kPageSize;
 }
 
 void TableFile::read_once(RecordNumber record, MutableBytes into) const {
@@ -158,7 +179,9 @@ void TableFile::write(RecordNumber record, Bytes bytes, Bytes before) {
     require_named();
     ask_server();
     std::optional<locks::HeldLock> whole;
-    keep_whole(record, platform::LockKind::kExclusive, whole);
+    if (!exclusive_ && crosses_page(record)) {
+        keep_whole(record, platform::LockKind::kExclusive, whole);
+    }
     replace(record::record_offset(layout_, record), bytes, before);
     file_.require_same_session();
 }
@@ -173,10 +196,7 @@ void TableFile::ask_server() const {
 
 void TableFile::keep_whole(RecordNumber record, platform::LockKind kind,
                            std::optional<locks::HeldLock>& held) {
-    const std::uint64_t begin = record::record_offset(layout_, record);
-    const std::uint64_t last = begin + layout_.record_length - 1;
-    if (exclusive_ || begin / kPageSize == last / kPageSize) return;
-    const locks::LockRange range = locks::LockScheme::whole(record);
+    const locks::LockRange range = locks::LockScheme::whole(record, record);
     if (file_.lock_within(range, kind, kWholeTimeout_ms)) held.emplace(file_, range);
 }
 

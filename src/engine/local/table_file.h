@@ -107,6 +107,8 @@ class TableFile {
     void require_same_layout();
     void keep_other_mode_out();
     bool keep_strangers_out();
+    bool may_be_written(RecordNumber first, RecordNumber last) const;
+    bool crosses_page(RecordNumber record) const;
     void keep_whole(RecordNumber record, platform::LockKind kind,
                     std::optional<locks::HeldLock>& held);
     void read_once(RecordNumber record, MutableBytes into) const;

@@ -21,10 +21,12 @@ LockScheme::LockScheme(const record::TableLayout& layout, LockMode mode)
       header_length_(layout.header_length),
       record_length_(layout.record_length) {}
 
-LockRange LockScheme::record(RecordNumber record) const {
-    if (mode_ == LockMode::kProprietary) return {kLine + record, 1};
-    if (counts_down_) return {kCountDownFrom - record, 1};
-    return {kOffsetBase + record::record_offset(header_length_, record_length_, record), 1};
+LockRange LockScheme::records(RecordNumber first, RecordNumber last) const {
+    const std::uint64_t distance = last - first;
+    if (mode_ == LockMode::kProprietary) return {kLine + first, distance + 1};
+    if (counts_down_) return {kCountDownFrom - last, distance + 1};
+    return {kOffsetBase + record::record_offset(header_length_, record_length_, first),
+            distance * record_length_ + 1};
 }
 
 LockRange LockScheme::append() const {

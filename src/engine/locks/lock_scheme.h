@@ -30,7 +30,9 @@ class LockScheme {
   public:
     explicit LockScheme(const record::TableLayout& layout, LockMode mode = LockMode::kCompatible);
 
-    LockRange record(RecordNumber record) const;
+    LockRange record(RecordNumber record) const { return records(record, record); }
+    // From the first to the last lock byte of these records. No other lock lies between them.
+    LockRange records(RecordNumber first, RecordNumber last) const;
     LockRange append() const;
     static constexpr LockRange table(LockMode mode = LockMode::kCompatible) {
         return mode == LockMode::kProprietary ? LockRange{kLine, kLine}
@@ -56,8 +58,10 @@ class LockScheme {
         return {16 * kLine + std::uint64_t{record} * kPlaces, kPlaces};
     }
 
-    // Held while a record that the system copies in two pieces is read or written.
-    static constexpr LockRange whole(RecordNumber record) { return {32 * kLine + record, 1}; }
+    // Held while records that the system copies in two pieces are read or written.
+    static constexpr LockRange whole(RecordNumber first, RecordNumber last) {
+        return {32 * kLine + first, std::uint64_t{last} - first + 1};
+    }
 
     // Data must end before this offset. In proprietary mode that is the marker, unless no present
     // user holds it.

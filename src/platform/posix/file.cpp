@@ -131,20 +131,26 @@ void close_descriptor(int handle) {
     ::close(handle);
 }
 
-// Returns 0 or the system's error number.
-int set_lock(int handle, ByteRange bytes, short type) {
+// Sets a lock (F_OFD_SETLK), or describes in `lock` one that is in its way (F_OFD_GETLK). Returns 0
+// or the system's error number.
+int call_lock(int handle, int command, ByteRange bytes, struct flock& lock) {
     constexpr auto kEnd = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
     if (bytes.offset > kEnd || bytes.length > kEnd - bytes.offset) return EOVERFLOW;
-    struct flock range = {};
-    range.l_type = type;
-    range.l_whence = SEEK_SET;
-    range.l_start = static_cast<off_t>(bytes.offset);
-    range.l_len = static_cast<off_t>(bytes.length);
-    count(type == F_UNLCK ? FileCall::kUnlock : FileCall::kLock);
-    while (fcntl(handle, F_OFD_SETLK, &range) != 0) {
+    lock.l_whence = SEEK_SET;
+    lock.l_start = static_cast<off_t>(bytes.offset);
+    lock.l_len = static_cast<off_t>(bytes.length);
+    count(lock.l_type == F_UNLCK ? FileCall::kUnlock : FileCall::kLock);
+    while (fcntl(handle, command, &lock) != 0) {
         if (errno != EINTR) return errno;
     }
     return 0;
+}
+
+// Returns 0 or the system's error number.
+int set_lock(int handle, ByteRange bytes, short type) {
+    struct flock lock = {};
+    lock.l_type = type;
+    return call_lock(handle, F_OFD_SETLK, bytes, lock);
 }
 
 bool is_conflict(int system_code) { return system_code == EAGAIN || system_code == EACCES; }
@@ -446,6 +452,16 @@ bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
         }
         if (try_lock(range, kind)) return true;
     }
+}
+
+// An exclusive lock is asked about, because every lock of another File is in its way. A share is
+// not asked: its server may know of locks that this system does not report.
+std::optional<bool> File::is_locked(ByteRange range) const {
+    if (remote() || range.length == 0) return std::nullopt;
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    if (call_lock(descriptor(handle_), F_OFD_GETLK, range, lock) != 0) return std::nullopt;
+    return lock.l_type != F_UNLCK;
 }
 
 void File::unlock(ByteRange range) noexcept {
