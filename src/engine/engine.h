@@ -35,6 +35,9 @@ class Engine {
     // table has a structural index, the order with the number `controlling` becomes controlling; if
     // there is no such order, none does.
     virtual OpenAnswer open(const std::string& path, TableSharing sharing, int controlling = 1) = 0;
+    // Begins a call of the host. What a table has remembered of its files for some milliseconds, so
+    // as to read less, ends here: a host that was told of a change finds it.
+    virtual void begin_call() {}
     // File and reason of the last status other than 0, as text for people.
     virtual std::string last_error() const = 0;
 

@@ -47,6 +47,9 @@ class WorkAreas {
     bool has_engine() const { return engine_ != nullptr; }
     // EngineFault kEmptyWorkArea when no engine is set.
     Engine& engine() const;
+    void begin_call() {
+        if (engine_) engine_->begin_call();
+    }
     // The engine's status calls; 0 when there is no engine yet.
     int write_all_records() { return engine_ ? engine_->write_all_records() : 0; }
     int close_all_tables() { return engine_ ? engine_->close_all_tables() : 0; }

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <functional>
 #include <iomanip>
 #include <iterator>
 #include <random>
@@ -22,6 +23,7 @@
 #include "file_bytes.h"
 #include "places.h"
 #include "tables.h"
+#include "util/runtime.h"
 
 namespace brenik::local {
 namespace {
@@ -174,6 +176,78 @@ TEST_P(FixtureTest, HundredsOfChangesLeaveNothingForTheJudgeToFind) {
 INSTANTIATE_TEST_SUITE_P(WrittenElsewhere, FixtureTest,
                          testing::Values("NUMKEYS", "CHARKEYS", "UNIQUES", "FORTAGS", "MEMO64",
                                          "EMPTY"));
+
+// ------------------------------------------------------------------------------------- in file
+// order
+
+class ScanTest : public LocalTest {
+  protected:
+    ScanTest() {
+        std::vector<Array> rows;
+        for (int i = 1; i <= kRecords; ++i) rows.push_back({std::to_string(i)});
+        make(0x03, {{"K", 'C', 4}, {"WIDE", 'C', 250}}, {}, rows);
+        theirs_ = fake::open(their_engine_, file());
+        ours_ = open();
+        ours_->set_order(0);
+    }
+
+    std::string text() { return std::string(trim_right(ours_->field_get(1).text())); }
+
+    // Goes to the record, step by step from the first one, and reads each on the way.
+    void scan_to(RecordNumber record) {
+        for (ours_->go_top(); ours_->record_number() < record; ours_->skip(1)) text();
+        text();
+    }
+
+    static constexpr int kRecords = 1000;  // several blocks
+    LocalEngine their_engine_;
+    std::unique_ptr<Table> theirs_, ours_;
+};
+
+TEST_F(ScanTest, ReadsEveryRecordInEitherDirectionWhateverOthersHold) {
+    ASSERT_TRUE(theirs_->lock_record(500));
+    const auto walk = [&](bool forward, auto expected) {
+        forward ? ours_->go_top() : ours_->go_bottom();
+        for (int at = forward ? 1 : kRecords; at >= 1 && at <= kRecords; at += forward ? 1 : -1) {
+            if (!expected(at)) continue;
+            ASSERT_EQ(text(), std::to_string(at));
+            ours_->skip(forward ? 1 : -1);
+        }
+        EXPECT_TRUE(forward ? ours_->end_of_file() : ours_->beginning_of_file());
+    };
+    for (const bool forward : {true, false}) walk(forward, [](int) { return true; });
+    ours_->set_filter([](const record::RecordView& record) { return record.number % 100 < 7; });
+    for (const bool forward : {true, false}) walk(forward, [](int at) { return at % 100 < 7; });
+    EXPECT_EQ(ours_->key_count(0, KeySet::kVisible), 70u);
+}
+
+TEST_F(ScanTest, FindsWhatOthersChangeAtTheNextCallLockOrMoveAndSoonAnyway) {
+    const std::pair<const char*, std::function<void()>> endings[] = {
+        {"a call of the host", [&] { engine_.begin_call(); }},
+        {"a lock of another record", [&] { ASSERT_TRUE(ours_->lock_record(900)); }},
+        {"a lock of another table", [&] { ASSERT_TRUE(take(*open(), 901)); }},
+        {"a refreshed record", [&] { ours_->refresh_record(); }},
+        {"a record read again", [&] { ours_->skip(0); }},
+        {"a move", [&] { ours_->go_to(ours_->record_number()); }},
+        {"time", [] { std::this_thread::sleep_for(std::chrono::milliseconds(21)); }}};
+    int changes = 0;
+    for (const auto& [what, end] : endings) {
+        for (const RecordNumber record : {20u, 400u}) {
+            scan_to(record);
+            const std::string changed = "c" + std::to_string(++changes);
+            ASSERT_TRUE(take(*theirs_, record + 1));
+            fake::put_and_unlock(*theirs_, {changed});
+            end();
+            ours_->skip(1);
+            EXPECT_EQ(text(), changed) << "after " << what;
+            ours_->unlock_all();
+        }
+    }
+    scan_to(kRecords);
+    ASSERT_TRUE(append(*theirs_, {"new"}));
+    ours_->skip(1);
+    EXPECT_EQ(text(), "new") << "the count is asked at the end";
+}
 
 // ------------------------------------------------------------------- what a killed program leaves
 

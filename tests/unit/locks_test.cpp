@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <random>
+#include <thread>
 
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/lock_scheme.h"
@@ -90,6 +94,50 @@ TEST_F(LocksTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
         other.unlock({p.offset, p.length});
         EXPECT_TRUE(open(proprietary_));
     }
+}
+
+// ------------------------------------------------------------------------------------ whole
+// records
+
+TEST_F(LocksTest, RecordsAreWholeBesideAWriterThatKnowsOnlyTheirLocks) {
+    constexpr std::size_t kFields = 6;
+    constexpr RecordNumber kRecords = 120;
+    std::vector<fake::Column> columns(kFields, {"", 'C', 250});
+    constexpr std::array kNames{"A", "B", "C", "D", "E", "F"};
+    for (std::size_t i = 0; i < kFields; ++i) columns[i].name = kNames[i];
+    folder_.make("T", columns, {}, std::vector<Array>(kRecords, Array(kFields, "")));
+    const auto table = open(compatible_);
+    const record::TableLayout layout = table->layout();
+    File writer = stranger();
+    std::atomic<bool> ends = false;
+    std::thread writing([&] {
+        std::minstd_rand random(1);
+        for (int written = 0; !ends; ++written) {
+            const auto number = static_cast<RecordNumber>(1 + random() % kRecords);
+            const std::uint64_t place = record::record_offset(layout, number);
+            const platform::ByteRange lock{0x40000000 + place, 1};
+            if (!writer.try_lock(lock)) continue;
+            const std::vector<Byte> letters(layout.record_length - 1,
+                                            static_cast<Byte>('A' + written % 26));
+            writer.write_at(place + 1, letters);
+            writer.unlock(lock);
+            if (written % 64 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    int mixed = 0, read = 0;
+    const auto look = [&] {
+        const Bytes text = table->record().bytes.subspan(1);
+        mixed += std::ranges::count(text, text[0]) != static_cast<std::ptrdiff_t>(text.size());
+        ++read;
+    };
+    while (std::chrono::steady_clock::now() < end) {
+        for (table->go_top(); !table->end_of_file(); table->skip(1)) look();
+        for (RecordNumber number = kRecords; number > 0; number -= 2) table->go_to(number), look();
+    }
+    ends = true;
+    writing.join();
+    EXPECT_EQ(mixed, 0) << "of " << read;
 }
 
 // ---------------------------------------------------------------------------------------- waiting

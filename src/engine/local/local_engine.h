@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <set>
@@ -20,6 +21,7 @@ class LocalEngine : public Engine {
     std::string name() const override { return "embedded"; }
     std::string version() const override;
     OpenAnswer open(const std::string& path, TableSharing sharing, int controlling = 1) override;
+    void begin_call() override { end_moment(); }
     std::string last_error() const override { return last_error_; }
     // Opens tables from now on for reading only, which needs no write permission.
     void set_read_only(bool on) { read_only_ = on; }
@@ -36,6 +38,10 @@ class LocalEngine : public Engine {
   private:
     friend class LocalTable;
 
+    // What a table remembers of its files for some milliseconds is valid in one moment only. A call
+    // of the host begins a new one, and so does every lock and every write of this session.
+    void end_moment() { ++moment_; }
+
     // Keeps the fault's text for last_error() and returns its status.
     int note(const std::exception& fault) noexcept;
     template <class Step>
@@ -45,6 +51,7 @@ class LocalEngine : public Engine {
     bool full_durability_ = false;
     bool proprietary_locking_ = false;
     bool read_only_ = false;
+    std::uint64_t moment_ = 0;
     std::string last_error_;
     std::set<LocalTable*> tables_;
 };

@@ -111,6 +111,7 @@ void LocalTable::reopen_files() {
 // written.
 void LocalTable::reopen() {
     const bool held = record_ != 0 && file_->locks().owns(record_);
+    forget_moment();
     reopen_files();
     orders_->repair_doubtful([this](const TableOrders::RecordUse& use) {
         const auto read = [this](RecordNumber first, MutableBytes into) {
@@ -142,14 +143,33 @@ record::RecordView LocalTable::view() {
         if (record_ == 0) {
             record::make_blank_record(bytes_, layout());
         } else {
-            const Bytes earlier = read_before_ ? Bytes(original_) : Bytes();
-            reaching([&] { file_->read(record_, bytes_, earlier); });
+            reaching([this] { read_current(); });
         }
         original_ = bytes_;
         loaded_ = read_before_ = true;
         if (memo_) loaded_at_ = MemoFile::Clock::now();
     }
     return {bytes_, record_};
+}
+
+// Only a scan in physical order may see records as they were some milliseconds ago: the entries of
+// an order can be newer, and a record read again must be.
+void LocalTable::read_current() {
+    if (read_before_) return file_->read(record_, bytes_, original_);
+    if (controlling_ != 0) return file_->read(record_, bytes_);
+    enter_moment();
+    file_->read_in_scan(record_, bytes_);
+}
+
+// The next readings are fresh ones.
+void LocalTable::forget_moment() {
+    if (file_) file_->end_scan();
+}
+
+void LocalTable::enter_moment() {
+    if (moment_ == engine_.moment_) return;
+    moment_ = engine_.moment_;
+    forget_moment();
 }
 
 void LocalTable::forget_record() {
@@ -259,6 +279,7 @@ void LocalTable::set_deletion_mark(char mark) {
 
 // Drops the buffered record; the next access reads it again.
 void LocalTable::forget_reading() {
+    forget_moment();
     if (keys_pending_ || begun_) return;  // nobody else can have changed it
     const std::optional<index::IndexEntry> entry = entry_;
     const bool read_before = read_before_ && !changed_;
@@ -326,6 +347,7 @@ void LocalTable::refuse_after_loss(const char* what) const {
 }
 
 void LocalTable::write_changes() {
+    engine_.end_moment();
     const std::optional<record::RecordView> before =
         keys_pending_ ? std::nullopt : std::optional(record::RecordView{original_, record_});
     require_in_place();
@@ -429,6 +451,7 @@ bool LocalTable::append_blank(bool release_other_locks, LockTry attempt) {
 
 bool LocalTable::append_blank_once(bool release_other_locks, LockTry attempt, RecordNumber& place) {
     require_open("append");
+    engine_.end_moment();
     flush();
     require_room_beside_records();
     if (release_other_locks) file_->locks().unlock_all();
@@ -516,6 +539,7 @@ Table::Added LocalTable::add_record(LockTry attempt, std::size_t distinct, Leave
 
 Table::Added LocalTable::add_once(LockTry attempt, std::size_t distinct, Leave leave,
                                   RecordNumber& place) {
+    engine_.end_moment();
     require_room_for_memos();
     TableFile::Addition addition(*file_, attempt, leave);
     if (!addition.begun() || !take_out_left_over(addition, attempt)) return Added::kRefused;
@@ -564,6 +588,7 @@ void LocalTable::abandon_changes() noexcept {
 // record without keys is better than a live one.
 void LocalTable::abandon_without_keys() noexcept {
     if (interrupted_ || !file_->locks().owns(record_)) return forget_record();
+    engine_.end_moment();
     try {
         const std::vector<Byte> before = original_;
         original_[0] = '*';
@@ -587,6 +612,7 @@ void LocalTable::commit() {
 
 bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
     require_open("lock record");
+    engine_.end_moment();
     const bool owned = !lost() && file_->locks().owns(record);
     // The lock byte of a record that does not exist yet belongs to the append.
     const bool locked =
@@ -600,6 +626,7 @@ bool LocalTable::lock_record(RecordNumber record, LockTry attempt) {
 
 bool LocalTable::lock_table(LockTry attempt) {
     require_open("lock file");
+    engine_.end_moment();
     flush();
     const bool locked = reaching([&] { return file_->locks().lock_table(attempt); });
     forget_record();  // even if refused: the try released the record's lock for a moment
@@ -627,6 +654,7 @@ bool LocalTable::shows(const record::RecordView& record) const {
 
 void LocalTable::move_to(RecordNumber record) {
     flush();
+    forget_moment();
     place(file_ && reaching([&] { return file_->holds(record); }) ? record : 0);
 }
 
@@ -666,10 +694,15 @@ bool LocalTable::step_in_order(bool forward) {
     return place_near(any, std::move(found), forward);
 }
 
+// The count is asked once per call, and not for a record that was read with others.
 bool LocalTable::step_by_number(bool forward) {
-    const RecordNumber count = record_count();
-    for (RecordNumber record = record_; forward ? record < count : record > 1;) {
+    enter_moment();
+    for (RecordNumber count = 0, record = record_; forward || record > 1;) {
         record = forward ? record + 1 : record - 1;
+        if (forward && record > count && !file_->scanned(record)) {
+            if (count == 0) count = file_->count();
+            if (record > count) return false;
+        }
         place(record);
         if (!hides_records() || visible()) return true;
     }
@@ -682,6 +715,7 @@ bool LocalTable::step(bool forward) {
 
 void LocalTable::go_end(bool top) {
     flush();
+    forget_moment();
     reaching([&] { go_end_once(top); });
 }
 
@@ -811,6 +845,7 @@ bool LocalTable::seek(const Value& key, SeekMode mode, SeekEnd end) {
 bool LocalTable::find(const Value& key, SeekMode mode, SeekEnd end) {
     require_open("seek");
     flush();
+    forget_moment();
     if (controlling_ == 0) {
         throw EngineFault(FaultCode::kUnknownName, "seek",
                           file_->path() + ": no controlling order");

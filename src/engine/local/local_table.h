@@ -101,8 +101,11 @@ class LocalTable : public Table {
 
     // -- The record buffer.
     record::RecordView view();  // of the current record; reads it if necessary
+    void read_current();
     void forget_record();
     void forget_reading();
+    void forget_moment();
+    void enter_moment();
     void place(RecordNumber record);
     void flush();
     void write_changes();
@@ -208,6 +211,7 @@ class LocalTable : public Table {
     Filter filter_;
     std::function<void()> follower_;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();
+    std::uint64_t moment_ = 0;  // of the engine, when something was last remembered of the files
 };
 
 template <class Step>

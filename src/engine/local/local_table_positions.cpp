@@ -52,7 +52,11 @@ std::size_t LocalTable::count_visible(std::size_t order, RecordNumber last) {
     std::size_t shown = 0;
     if (order == 0) {
         const RecordNumber end = std::min(record_count(), last);
-        for (RecordNumber record = 1; record <= end; ++record) shown += among(record, buffer);
+        enter_moment();
+        for (RecordNumber record = 1; record <= end; ++record) {
+            file_->read_in_scan(record, buffer);
+            shown += shows({buffer, record});
+        }
         return shown;
     }
     const index::OrderWalk keys = walk(order);

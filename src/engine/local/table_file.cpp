@@ -144,7 +144,9 @@ void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
             read_once(record, again_);
             earlier = again_;
         }
-        if (may_be_written(record, record)) keep_whole(record, platform::LockKind::kShared, whole);
+        if (is_locked(record, record).value_or(true)) {
+            keep_whole(record, platform::LockKind::kShared, whole);
+        }
     }
     read_once(record, into);
     if (std::ranges::equal(into, earlier)) return;
@@ -157,10 +159,40 @@ void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
     }
 }
 
-// False only if the system proves that no other user holds the lock of one of these records. A
+// Whether other users hold the lock of one of these records; nothing if the system does not know. A
 // table that is open for reading only may be written with locks of the other mode.
-bool TableFile::may_be_written(RecordNumber first, RecordNumber last) const {
-    return !file_.writable() || file_.is_locked(scheme_.records(first, last)).value_or(true);
+std::optional<bool> TableFile::is_locked(RecordNumber first, RecordNumber last) const {
+    return file_.writable() ? file_.is_locked(scheme_.records(first, last)) : std::nullopt;
+}
+
+void TableFile::read_in_scan(RecordNumber record, MutableBytes into) {
+    if (block_.copy(record, into)) return;
+    if (const auto range = block_.wanted(record, known_count_)) {
+        const MutableBytes bytes = block_.begin(*range);
+        if (read_whole(*range, bytes)) {
+            block_.keep();
+            const std::size_t place = (record - range->first) * into.size();
+            std::ranges::copy(bytes.subspan(place, into.size()), into.begin());
+            return;
+        }
+    }
+    read(record, into);
+}
+
+// Like read(), but gives up if any of the records may be in the course of being written.
+bool TableFile::read_whole(RecordBlock::Range range, MutableBytes into) {
+    if (!read_many(range.first, into)) return false;
+    if (held_.owns_all()) return true;
+    const std::optional<bool> locked = is_locked(range.first, range.last);
+    if (locked.value_or(false)) return false;
+    std::optional<locks::HeldLock> whole;
+    if (!locked) {
+        const locks::LockRange bytes = locks::LockScheme::whole(range.first, range.last);
+        if (!file_.try_lock(bytes, platform::LockKind::kShared)) return false;
+        whole.emplace(file_, bytes);
+    }
+    again_.resize(into.size());
+    return read_many(range.first, again_) && std::ranges::equal(again_, into);
 }
 
 bool TableFile::crosses_page(RecordNumber record) const {

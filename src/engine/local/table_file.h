@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/local/record_block.h"
 #include "engine/locks/held_locks.h"
 #include "engine/locks/lock_queue.h"
 #include "engine/locks/lock_scheme.h"
@@ -49,6 +50,12 @@ class TableFile {
     // Reads one record; the number must be 1 to count(). `earlier` is the result of an earlier
     // reading, or nothing.
     void read(RecordNumber record, MutableBytes into, Bytes earlier = {});
+    // Like read(), for a table that is read in file order: after a few such steps it reads many
+    // records at once, and what it returns can be 20 ms old.
+    void read_in_scan(RecordNumber record, MutableBytes into);
+    // True for a record that was read with others for the next steps of a scan, so it exists.
+    bool scanned(RecordNumber record) const { return block_.holds(record); }
+    void end_scan() { block_.forget(); }
     // `before` is what the record holds now; it is written back if the write fails half-way.
     void write(RecordNumber record, Bytes bytes, Bytes before);
     // EngineFault kInputOutput when the file no longer has a name.
@@ -107,7 +114,8 @@ class TableFile {
     void require_same_layout();
     void keep_other_mode_out();
     bool keep_strangers_out();
-    bool may_be_written(RecordNumber first, RecordNumber last) const;
+    std::optional<bool> is_locked(RecordNumber first, RecordNumber last) const;
+    bool read_whole(RecordBlock::Range range, MutableBytes into);
     bool crosses_page(RecordNumber record) const;
     void keep_whole(RecordNumber record, platform::LockKind kind,
                     std::optional<locks::HeldLock>& held);
@@ -135,7 +143,8 @@ class TableFile {
     locks::LockQueue append_queue_{file_};
     bool marked_ = false;          // the positions of compatible programs are locked
     bool count_doubtful_ = false;  // written when others may have raised it further
-    std::vector<Byte> again_;      // a second reading
+    RecordBlock block_{layout_.record_length};
+    std::vector<Byte> again_;  // a second reading
 };
 
 }  // namespace brenik::local
