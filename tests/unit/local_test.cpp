@@ -185,7 +185,7 @@ class ScanTest : public LocalTest {
     ScanTest() {
         std::vector<Array> rows;
         for (int i = 1; i <= kRecords; ++i) rows.push_back({std::to_string(i)});
-        make(0x03, {{"K", 'C', 4}, {"WIDE", 'C', 250}}, {}, rows);
+        make(0x03, {{"K", 'C', 4}, {"WIDE", 'C', 250}}, {{"K", "K"}}, rows);
         theirs_ = fake::open(their_engine_, file());
         ours_ = open();
         ours_->set_order(0);
@@ -242,8 +242,17 @@ TEST_F(ScanTest, FindsWhatOthersChangeAtTheNextCallLockOrMoveAndSoonAnyway) {
             EXPECT_EQ(text(), changed) << "after " << what;
             ours_->unlock_all();
         }
+        const std::string key = std::to_string(20 + changes);
+        ours_->set_order(1);
+        for (ours_->go_top(); text() != key; ours_->skip(1)) ASSERT_FALSE(ours_->end_of_file());
+        ASSERT_TRUE(append(*theirs_, {key + "!"}));  // its neighbour
+        end();
+        ours_->skip(1);
+        EXPECT_EQ(text(), key + "!") << "in an order, after " << what;
+        ours_->unlock_all();
+        ours_->set_order(0);
     }
-    scan_to(kRecords);
+    scan_to(ours_->record_count());
     ASSERT_TRUE(append(*theirs_, {"new"}));
     ours_->skip(1);
     EXPECT_EQ(text(), "new") << "the count is asked at the end";

@@ -88,15 +88,15 @@ bool OrderWalk::last(IndexEntry& found) const {
     return any && inside(found);
 }
 
-bool OrderWalk::next(const IndexEntry& from, IndexEntry& found) const {
-    const bool any =
-        descending() ? order_.tag->before(from, found) : order_.tag->after(from, found);
+bool OrderWalk::next(const IndexEntry& from, IndexEntry& found, Trust trust) const {
+    CdxTree& tag = *order_.tag;
+    const bool any = descending() ? tag.before(from, found, trust) : tag.after(from, found, trust);
     return any && (before_top(found) ? first(found) : inside(found));
 }
 
-bool OrderWalk::previous(const IndexEntry& from, IndexEntry& found) const {
-    const bool any =
-        descending() ? order_.tag->after(from, found) : order_.tag->before(from, found);
+bool OrderWalk::previous(const IndexEntry& from, IndexEntry& found, Trust trust) const {
+    CdxTree& tag = *order_.tag;
+    const bool any = descending() ? tag.after(from, found, trust) : tag.before(from, found, trust);
     return any && (behind_bottom(found) ? last(found) : inside(found));
 }
 

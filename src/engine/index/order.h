@@ -45,8 +45,8 @@ class OrderWalk {
 
     bool first(IndexEntry& found) const;
     bool last(IndexEntry& found) const;
-    bool next(const IndexEntry& from, IndexEntry& found) const;
-    bool previous(const IndexEntry& from, IndexEntry& found) const;
+    bool next(const IndexEntry& from, IndexEntry& found, Trust trust = Trust::kNothing) const;
+    bool previous(const IndexEntry& from, IndexEntry& found, Trust trust = Trust::kNothing) const;
     // Finds the first or the last entry that begins with `key`. If there is none, `found` is the
     // one that a soft seek goes to.
     enum class Match { kFound, kGreater, kNone };

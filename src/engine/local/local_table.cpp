@@ -16,6 +16,7 @@ namespace {
 
 // From this distance on, finding the position by number costs less than stepping.
 constexpr std::int64_t kFarSkip = 64;
+constexpr std::chrono::milliseconds kIndexTrusted{5};
 // Longer memo texts are read again rather than cached.
 constexpr std::size_t kLongestKnown = 1 << 16;
 
@@ -163,6 +164,7 @@ void LocalTable::read_current() {
 
 // The next readings are fresh ones.
 void LocalTable::forget_moment() {
+    trusted_until_ = {};
     if (file_) file_->end_scan();
 }
 
@@ -184,7 +186,7 @@ void LocalTable::forget_record() {
 void LocalTable::place(RecordNumber record) {
     forget_record();
     record_ = record;
-    entry_.reset();
+    entry_known_ = false;
     at_beginning_ = false;
 }
 
@@ -281,11 +283,9 @@ void LocalTable::set_deletion_mark(char mark) {
 void LocalTable::forget_reading() {
     forget_moment();
     if (keys_pending_ || begun_) return;  // nobody else can have changed it
-    const std::optional<index::IndexEntry> entry = entry_;
     const bool read_before = read_before_ && !changed_;
     forget_record();
     read_before_ = read_before;
-    entry_ = entry;
 }
 
 int LocalTable::refresh_record() {
@@ -360,7 +360,7 @@ void LocalTable::write_changes() {
     original_ = bytes_;
     changed_ = false;
     keys_pending_ = false;
-    entry_.reset();
+    entry_known_ = false;
 }
 
 KeyUpdate::RecordHas LocalTable::record_has() {
@@ -664,9 +664,10 @@ void LocalTable::go_to(RecordNumber record) {
 }
 
 // The entry of the current record; computed from its fields if the order did not lead to it.
-index::IndexEntry LocalTable::current_entry() {
-    if (!entry_) entry_ = {orders_->attached(controlling_).key_of(view()), record_};
-    return *entry_;
+const index::IndexEntry& LocalTable::current_entry() {
+    if (!entry_known_) entry_ = {orders_->attached(controlling_).key_of(view()), record_};
+    entry_known_ = true;
+    return entry_;
 }
 
 // An entry beyond the count belongs to a record that does not exist (yet).
@@ -674,24 +675,36 @@ bool LocalTable::place_at(const index::IndexEntry& entry) {
     if (!file_->holds(entry.record)) return false;
     place(entry.record);
     entry_ = entry;
+    entry_known_ = true;
     return visible();
 }
 
 // Moves from an entry, itself included, to the first visible one.
-bool LocalTable::place_near(bool any, index::IndexEntry entry, bool forward) {
-    index::IndexEntry from;
+bool LocalTable::place_near(bool any, index::IndexEntry& entry, bool forward) {
     while (any && !place_at(entry)) {
-        std::swap(from, entry);
-        any = forward ? walk().next(from, entry) : walk().previous(from, entry);
+        std::swap(from_, entry);
+        any = neighbour(from_, entry, forward);
     }
     return any;
 }
 
+bool LocalTable::neighbour(const index::IndexEntry& entry, index::IndexEntry& found, bool forward) {
+    const index::Trust now = trust();
+    return forward ? walk().next(entry, found, now) : walk().previous(entry, found, now);
+}
+
+// A walk asks for the index's counter every few milliseconds, and at the end of each leaf.
+index::Trust LocalTable::trust() {
+    enter_moment();
+    const auto now = std::chrono::steady_clock::now();
+    if (now < trusted_until_) return index::Trust::kMoment;
+    trusted_until_ = now + kIndexTrusted;
+    return index::Trust::kNothing;
+}
+
 bool LocalTable::step_in_order(bool forward) {
-    const index::IndexEntry entry = current_entry();
-    index::IndexEntry found;
-    const bool any = forward ? walk().next(entry, found) : walk().previous(entry, found);
-    return place_near(any, std::move(found), forward);
+    const bool any = neighbour(current_entry(), found_, forward);
+    return place_near(any, found_, forward);
 }
 
 // The count is asked once per call, and not for a record that was read with others.
@@ -725,9 +738,8 @@ void LocalTable::go_end_once(bool top) {
         place(top ? std::min<RecordNumber>(1, count) : count);
         if (record_ != 0 && hides_records() && !visible() && !step(top)) place(0);
     } else {
-        index::IndexEntry entry;
-        const bool any = top ? walk().first(entry) : walk().last(entry);
-        if (!place_near(any, std::move(entry), top)) place(0);
+        const bool any = top ? walk().first(found_) : walk().last(found_);
+        if (!place_near(any, found_, top)) place(0);
     }
     at_beginning_ = record_ == 0;
 }
@@ -777,8 +789,9 @@ void LocalTable::move_by(std::int64_t count) {
 // -- Orders and scopes.
 
 void LocalTable::use_order(std::size_t number) {
+    forget_moment();
     controlling_ = number;
-    entry_.reset();
+    entry_known_ = false;
 }
 
 // Makes one of the orders controlling that were attached after the first `before` ones.
@@ -858,14 +871,14 @@ bool LocalTable::find_from_root(const Value& key, SeekMode mode, SeekEnd end) {
     const std::string wanted = index::seek_key(order.format, key);
     const bool too_long = order.format.form == index::KeyForm::kText &&
                           trim_right(key.text()).size() > order.format.text_length();
-    index::IndexEntry entry, from;
+    index::IndexEntry& entry = found_;
     // Moves on to a visible entry that is not a left-over; without `any_key`, only to one with the
     // key.
     const auto settle = [&](bool any, bool forward, bool any_key) {
         while (any && (any_key || entry.key.compare(0, wanted.size(), wanted) == 0)) {
             if (place_at(entry) && order.agrees_with(entry, view())) return true;
-            std::swap(from, entry);
-            any = forward ? walk().next(from, entry) : walk().previous(from, entry);
+            std::swap(from_, entry);
+            any = neighbour(from_, entry, forward);
         }
         return false;
     };

@@ -12,6 +12,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -159,9 +160,11 @@ class LocalTable : public Table {
     index::OrderWalk walk(std::size_t order) const {
         return {orders_->attached(order), scopes_[order - 1].limits};
     }
-    index::IndexEntry current_entry();
+    const index::IndexEntry& current_entry();
     bool place_at(const index::IndexEntry& entry);
-    bool place_near(bool any, index::IndexEntry entry, bool forward);
+    bool place_near(bool any, index::IndexEntry& entry, bool forward);
+    bool neighbour(const index::IndexEntry& entry, index::IndexEntry& found, bool forward);
+    index::Trust trust();
     bool step(bool forward);
     bool step_in_order(bool forward);
     bool step_by_number(bool forward);
@@ -201,7 +204,10 @@ class LocalTable : public Table {
     std::map<const record::Field*, std::string> known_memos_;  // of a record locked by this session
 
     std::size_t controlling_ = 0;
-    std::optional<index::IndexEntry> entry_;  // of the current record in the controlling order
+    index::IndexEntry entry_;  // of the current record in the controlling order, if known
+    bool entry_known_ = false;
+    // For a step: where it begins and what it finds. They keep their memory for the next one.
+    index::IndexEntry from_, found_;
     struct OrderScopes {
         index::Scope limits;
         Value top;
@@ -212,6 +218,7 @@ class LocalTable : public Table {
     std::function<void()> follower_;
     MemoFile::Clock::time_point place_checked_ = MemoFile::Clock::now();
     std::uint64_t moment_ = 0;  // of the engine, when something was last remembered of the files
+    std::chrono::steady_clock::time_point trusted_until_{};  // the controlling order's index
 };
 
 template <class Step>

@@ -34,9 +34,8 @@ bool LocalTable::leap(std::int64_t count) {
         place(static_cast<RecordNumber>(record_ + count));
         return true;
     }
-    index::IndexEntry found;
-    const bool any = walk().leap(current_entry(), count, found);
-    return place_near(any, std::move(found), forward);
+    const bool any = walk().leap(current_entry(), count, found_);
+    return place_near(any, found_, forward);
 }
 
 // True when navigation shows the record.
