@@ -54,7 +54,7 @@ std::unique_ptr<Table> Practice::open(std::string_view name) {
         const auto* refusal = std::get_if<Refusal>(&answer);
         if (!refusal) return std::move(std::get<std::unique_ptr<Table>>(answer));
         const bool held = refusal->code == FaultCode::kBusy;
-        throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, refusal->text);
+        throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, refusal->explanation());
     } catch (const EngineFault& fault) {
         throw ToolError(ExitCode::kCannotOpen, fault.what());
     }

@@ -5,7 +5,7 @@
 //     local::LocalEngine engine;                                       // or another one
 //     engine.set_full_durability(true);
 //     OpenAnswer answer = engine.open(folder + "LAW1", TableSharing::kShared);
-//     if (const auto* refusal = std::get_if<Refusal>(&answer)) return tell(refusal->text);
+//     if (const auto* refusal = std::get_if<Refusal>(&answer)) return tell(refusal->explanation());
 
 #pragma once
 

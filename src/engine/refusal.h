@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "util/fault.h"
@@ -19,8 +20,13 @@ enum class RefusalReason {
 struct Refusal {
     RefusalReason reason;
     FaultCode code;    // as in an EngineFault for the same reason
-    std::string text;  // file and reason, for people; names the holder if it is known
+    std::string text;  // file and reason, for people
     int status = 0;    // the engine's own number, 0 for none
+    // The same text with the names of the holders. The search for them can take half a second, so
+    // it is not made for a try that will be repeated. Empty: nobody holds the file.
+    std::function<std::string()> name_holders = {};
+
+    std::string explanation() const { return name_holders ? name_holders() : text; }
 };
 
 // True for faults that an open answers with RefusalReason::kDamaged.

@@ -71,7 +71,7 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
     }
     close();
     network_error_ = true;
-    refusal_.clear();
+    refusal_.reset();
     OpenAnswer answer = engine().open(path_of(path), sharing, automatic_order);
     if (const auto* refusal = std::get_if<Refusal>(&answer)) {
         note(*refusal);
@@ -86,7 +86,7 @@ void WorkAreas::open(const std::string& path, const std::optional<std::string>& 
 }
 
 bool WorkAreas::add_orders(const std::string& file) {
-    refusal_.clear();
+    refusal_.reset();
     const auto refusal = table("ADDORDERS").add_orders(path_of(file), automatic_order);
     if (refusal) note(*refusal);
     return !refusal;
@@ -97,7 +97,7 @@ void WorkAreas::note(const Refusal& refusal) {
     if (refusal.reason == RefusalReason::kDamaged) {
         throw EngineFault(refusal.code, "open", refusal.text, refusal.status);
     }
-    refusal_ = refusal.text;
+    refusal_ = refusal;
 }
 
 void WorkAreas::refuse() {

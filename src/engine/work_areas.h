@@ -78,8 +78,8 @@ class WorkAreas {
     // kLimit if no slot is free.
     void open(const std::string& path, const std::optional<std::string>& alias,
               TableSharing sharing, OpenIn where = OpenIn::kCurrentArea);
-    // Why the last open or add_orders was refused; empty if it was not.
-    const std::string& refusal() const { return refusal_; }
+    // Why the last open or add_orders was refused; empty if it was not. Searches for the holders.
+    std::string refusal() const { return refusal_ ? refusal_->explanation() : std::string(); }
     // Takes back an open that turned out to be useless: empties the slot and sets the network error
     // flag.
     void refuse();
@@ -167,7 +167,7 @@ class WorkAreas {
     std::map<int, Slot> slots_;
     int current_ = 1;
     bool network_error_ = false;
-    std::string refusal_;
+    std::optional<Refusal> refusal_;
 };
 
 }  // namespace brenik

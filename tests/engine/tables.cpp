@@ -196,8 +196,9 @@ TEST_P(TableTest, OpensAreRefusedForTheirReason) {
         c.prepare();
         const OpenAnswer answer = engine_->open(path(c.name), TableSharing::kShared);
         ASSERT_TRUE(std::holds_alternative<Refusal>(answer)) << c.name;
-        const auto& [reason, code, text, status] = std::get<Refusal>(answer);
-        EXPECT_TRUE(reason == c.reason && code == c.code) << text;
+        const Refusal& refusal = std::get<Refusal>(answer);
+        const std::string text = refusal.explanation();
+        EXPECT_TRUE(refusal.reason == c.reason && refusal.code == c.code) << text;
         EXPECT_NE(text.find(std::string(c.name) + "."), std::string::npos) << text;
     }
 }

@@ -55,6 +55,12 @@ Refused::Refused(const std::string& path, const std::string& use, Obstacle obsta
       reason_(reason),
       obstacle_(obstacle) {}
 
+Refusal Refused::refusal() const {
+    Refusal refusal{reason_, code(), what()};
+    if (obstacle_) refusal.name_holders = [refused = *this] { return refused.explanation(); };
+    return refusal;
+}
+
 std::string Refused::explanation() const {
     if (!obstacle_) return what();
     const std::string holders = platform::lock_holders(path_, obstacle_->range, obstacle_->wanted);

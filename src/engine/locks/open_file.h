@@ -42,9 +42,9 @@ class Refused : public EngineFault {
     Refused(const std::string& path, const std::string& use, Obstacle obstacle,
             RefusalReason reason = RefusalReason::kHeld);
 
+    Refusal refusal() const;
     // Names the holders of the file, as far as this computer knows them now. The search takes some
     // milliseconds.
-    Refusal refusal() const { return {reason_, code(), explanation()}; }
     std::string explanation() const;
 
   private:
