@@ -130,6 +130,26 @@ TEST_F(ExpressionTest, HeadersDecideTheFormOfExistingKeys) {
         EXPECT_THROW(key(text), expression::ExpressionError) << text;
 }
 
+TEST_F(ExpressionTest, AChangeIsNoticedInWhateverTheExpressionReadsAndNowhereElse) {
+    const auto notices = [&](const char* text, const std::vector<Byte>& before) {
+        return !compile(text).reads_same({before, 7}, record());
+    };
+    // Only a bit of the null flags changes in NULL and zero, and in the two texts of five bytes.
+    const std::pair<const char*, Value> changes[] = {
+        {"CITY", "Edf"}, {"SPARE", 0}, {"SHORT", std::string("ab\0\0\2", 5)}, {"PRICE", 1}};
+    for (const auto& [changed, value] : changes) {
+        const std::vector<Byte> before = bytes_;
+        set(changed, value);
+        for (const auto& field : kFields) {
+            const std::string name = field.column.name;
+            EXPECT_EQ(notices(name.c_str(), before), name == changed) << name << ' ' << changed;
+        }
+    }
+    const std::vector<Byte> before = bytes_;
+    bytes_[0] = '*';
+    EXPECT_TRUE(notices("DELETED()", before));
+}
+
 TEST_F(ExpressionTest, NoTextExhaustsMemoryOrStackOrReadsOutsideTheRecord) {
     std::string chain = "WIDE";
     for (int i = 0; i < 250; ++i) chain += "+WIDE";

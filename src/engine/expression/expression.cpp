@@ -9,6 +9,12 @@ namespace brenik::expression {
 struct Expression::Program {
     std::string text;  // literals in `code` point into it
     ExpressionProgram code;
+
+    void require_whole(const record::RecordView& record) const {
+        if (record.bytes.size() >= code.record_length) return;
+        throw ExpressionError("a record of " + std::to_string(record.bytes.size()) +
+                              " bytes where the table has " + std::to_string(code.record_length));
+    }
 };
 
 Expression Expression::compile(std::string_view text, const record::TableLayout& layout,
@@ -36,13 +42,16 @@ const record::Field* Expression::lone_field() const {
 }
 
 ExpressionResult Expression::evaluate(const record::RecordView& record) const {
+    program_->require_whole(record);
     ExpressionProgram& code = program_->code;
-    if (record.bytes.size() < code.record_length) {
-        throw ExpressionError("a record of " + std::to_string(record.bytes.size()) +
-                              " bytes where the table has " + std::to_string(code.record_length));
-    }
     const Cell& cell = code.run(record);
     return {code.type, cell.is_null, cell.number != 0, cell.number, cell.text};
+}
+
+bool Expression::reads_same(const record::RecordView& one, const record::RecordView& other) const {
+    program_->require_whole(one);
+    program_->require_whole(other);
+    return program_->code.reads_same(one.bytes, other.bytes);
 }
 
 bool Expression::is_true(const record::RecordView& record) const {

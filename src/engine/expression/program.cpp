@@ -28,4 +28,10 @@ const Cell& ExpressionProgram::run(const record::RecordView& record) {
     return stack.front();
 }
 
+bool ExpressionProgram::reads_same(Bytes one, Bytes other) const {
+    return one[0] == other[0] && std::ranges::all_of(fields, [&](const FieldPlace& place) {
+               return place.is_same(one, other);
+           });
+}
+
 }  // namespace brenik::expression

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -56,6 +57,12 @@ struct FieldPlace {
     std::uint32_t width = 0;
     FlagBit null;
     FlagBit shorter;
+
+    bool is_same(Bytes one, Bytes other) const {
+        return std::memcmp(one.data() + offset, other.data() + offset, width) == 0 &&
+               null.is_set(one) == null.is_set(other) &&
+               shorter.is_set(one) == shorter.is_set(other);
+    }
 };
 
 struct ExpressionProgram {
@@ -75,6 +82,9 @@ struct ExpressionProgram {
 
     // The record must have `record_length` bytes. The result is valid until the next run.
     const Cell& run(const record::RecordView& record);
+    // The deletion mark, the fields and their bits in the null flags column are all that a program
+    // reads of a record.
+    bool reads_same(Bytes one, Bytes other) const;
 };
 
 // What the routines of one run work on.

@@ -25,6 +25,11 @@ struct Order {
         return !condition || condition->is_true(record);
     }
     std::string key_of(const record::RecordView& record) const;
+    // True when two versions of one record surely have the same key here, or both none.
+    bool keeps_key(const record::RecordView& before, const record::RecordView& after) const {
+        return key.reads_same(before, after) &&
+               (!condition || condition->reads_same(before, after));
+    }
     // False for an entry that an interrupted change or a failed append has left behind: the record
     // that it names has another key now, or none. Keys that two writers may compute differently
     // (the case of letters beyond ASCII, times of day, arithmetic) count as equal.

@@ -164,6 +164,7 @@ std::vector<TableOrders::KeyChange> TableOrders::key_changes(
     const std::optional<record::RecordView>& after) const {
     std::vector<KeyChange> changes;
     for (const auto& order : one.orders) {
+        if (before && after && order->keeps_key(*before, *after)) continue;
         KeyChange change{order.get(), {}, {}};
         if (before && order->holds(*before)) change.removed = order->key_of(*before);
         if (after && order->holds(*after)) change.inserted = order->key_of(*after);
