@@ -212,7 +212,7 @@ bool write_and_mark(Table& table, const FieldChanges& changes, const std::string
     const bool forced = changes.field_number && changes.force;
     bool changed = false;
     for_each_change(changes, table, [&](std::size_t field, const Value& value) {
-        if (!forced && table.field_get(field).exactly_equals(value)) return;
+        if (!forced && table.field_equals(field, value)) return;
         slots = MYSTUFF(slots, practice::slot_position(field), practice::kSlotSize, mark);
         table.field_put(field, value);
         changed = true;

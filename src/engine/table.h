@@ -105,6 +105,8 @@ class Table {
     // Returns blank-padded text, a number with width and decimals, a date, a logical or a memo; nil
     // for NULL. A date-time is text of 17 digits "YYYYMMDDhhmmssttt", blank when empty.
     virtual Value field_get(std::size_t position) = 0;
+    // True when field_get() would return exactly this value.
+    virtual bool field_equals(std::size_t position, const Value& value) = 0;
     // Pads or cuts text to the width. Fills the field with asterisks if a number does not fit. A
     // value of an unsuitable kind is EngineFault kUnsuitableValue.
     virtual void field_put(std::size_t position, const Value& value) = 0;

@@ -53,6 +53,7 @@ class LocalTable : public Table {
     void set_follower(std::function<void()> follower) override { follower_ = std::move(follower); }
 
     Value field_get(std::size_t position) override;
+    bool field_equals(std::size_t position, const Value& value) override;
     void field_put(std::size_t position, const Value& value) override;
     void mark_deleted() override { set_deletion_mark('*'); }
     void recall() override { set_deletion_mark(' '); }
@@ -193,6 +194,7 @@ class LocalTable : public Table {
     bool at_beginning_ = false;
     std::vector<Byte> bytes_;     // the record to write
     std::vector<Byte> original_;  // as read: the keys that the index holds for it
+    std::vector<Byte> next_;      // field_put() makes the changed record here
     bool loaded_ = false;
     bool read_before_ = false;                 // original_ is an earlier reading of the record
     MemoFile::Clock::time_point loaded_at_{};  // in a table with memos

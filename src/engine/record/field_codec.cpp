@@ -169,6 +169,15 @@ Value read_field(const RecordView& record, const TableLayout& layout, const Fiel
     }
 }
 
+// Most fields hold text, which is compared where it lies.
+bool holds_value(const RecordView& record, const TableLayout& layout, const Field& field,
+                 const Value& value) {
+    if (field.kind->form == FieldForm::kText && value.is_text()) {
+        return field_text(record, field) == value.text() && !is_null(record, layout, field);
+    }
+    return read_field(record, layout, field).exactly_equals(value);
+}
+
 void write_field(MutableBytes record, const TableLayout& layout, const Field& field,
                  const Value& value) {
     set_null(record, layout, field, value.is_nil());

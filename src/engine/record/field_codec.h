@@ -17,6 +17,9 @@ namespace brenik::record {
 
 // The value of any field but a memo; nil for NULL.
 Value read_field(const RecordView& record, const TableLayout& layout, const Field& field);
+// True when read_field() would return exactly this value.
+bool holds_value(const RecordView& record, const TableLayout& layout, const Field& field,
+                 const Value& value);
 // Stores a value in any field but a memo. nil makes a nullable field NULL and empties any other. A
 // value of an unsuitable kind, or outside a binary field's range, is EngineFault kUnsuitableValue.
 void write_field(MutableBytes record, const TableLayout& layout, const Field& field,
