@@ -40,7 +40,7 @@ std::unique_ptr<MemoFile> MemoFile::open(const std::string& table_path, std::uin
 void MemoFile::reopen() {
     file_.reopen();
     read_header();
-    known_blocks_ = 0;
+    known_blocks_ = left_free_ = 0;
     released_.clear();
     ours_.clear();
     if (doubtful_) pass_over_used_blocks();
@@ -192,10 +192,7 @@ std::uint32_t MemoFile::allocate(std::uint64_t blocks, bool durable) {
 
 std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
     const std::uint64_t block = next_free_block();
-    const std::uint64_t offset = format_.offset_of(block);
-    if (offset < format_.first_offset() || offset < file_.size()) {
-        damaged(0, "next free block " + std::to_string(block) + " lies inside used blocks");
-    }
+    if (block != left_free_) require_unused(block);
     check_room(block, blocks);
     // The system may have reconnected to a share in order to write, and others may have been given
     // these blocks meanwhile.
@@ -206,8 +203,14 @@ std::uint32_t MemoFile::allocate_locked(std::uint64_t blocks, bool durable) {
     doubtful_ = false;
     // Blocks past what the header counts would make every later allocation fail.
     if (durable) file_.sync();
-    known_blocks_ = block + blocks;
+    known_blocks_ = left_free_ = block + blocks;
     return static_cast<std::uint32_t>(block);
+}
+
+void MemoFile::require_unused(std::uint64_t block) const {
+    const std::uint64_t offset = format_.offset_of(block);
+    if (offset >= format_.first_offset() && offset >= file_.size()) return;
+    damaged(0, "next free block " + std::to_string(block) + " lies inside used blocks");
 }
 
 std::uint64_t MemoFile::next_free_block() const {

@@ -84,6 +84,7 @@ class MemoFile {
     std::uint32_t allocate(std::uint64_t blocks, bool durable);
     std::uint32_t allocate_locked(std::uint64_t blocks, bool durable);
     std::uint64_t next_free_block() const;
+    void require_unused(std::uint64_t block) const;
     void check_room(std::uint64_t next_free, std::uint64_t blocks) const;
     [[noreturn]] void damaged(std::uint64_t offset, const std::string& what) const;
 
@@ -94,6 +95,9 @@ class MemoFile {
     bool doubtful_ = false;           // header written while others may have raised it
     bool allocating_ = false;         // the lock is held by an Allocation
     std::uint64_t known_blocks_ = 0;  // in use when blocks were last added; 0: unknown
+    // The next free block as this object last left it; 0: unknown. While the header still has it,
+    // nobody has added blocks since, so the end of the file need not be compared with it again.
+    std::uint64_t left_free_ = 0;
 
     struct Written {
         std::uint32_t block;
