@@ -59,9 +59,7 @@ std::string current_workstation(Session& session) {
     return session.areas.field(kSystemArea, practice::kPrefixField).text();
 }
 
-bool is_entry(Session& session, const EntryKey& key) {
-    WorkAreas& areas = session.areas;
-    const int area = journal_area(session);
+bool is_entry(WorkAreas& areas, int area, const EntryKey& key) {
     return areas.field(area, practice::kTableCodeField).text() == key.table_code &&
            areas.field(area, practice::kIdentifierField).text() == key.identifier &&
            areas.field(area, practice::kKindField).text() == key.kind;
@@ -70,16 +68,16 @@ bool is_entry(Session& session, const EntryKey& key) {
 // Makes the entry the journal's current record; the phantom record if there is none. Pads the
 // identifier to the journal's own width, as in the index.
 bool find_entry(Session& session, EntryKey key) {
-    Table& trans = journal(session);
-    const std::size_t position =
-        session.areas.field_position(journal_area(session), practice::kIdentifierField);
+    const int area = journal_area(session);
+    Table& trans = session.areas.table(area, "TRANS");
+    const std::size_t position = session.areas.field_position(area, practice::kIdentifierField);
     if (position != 0) {
         const int width = trans.fields()[position - 1].width;
         key.identifier = pad_right(key.identifier, static_cast<std::size_t>(width));
     }
     const std::string text = key.table_code + key.identifier + key.kind;
     if (!trans.seek(text, SeekMode::kHard, SeekEnd::kFirst)) return false;
-    while (!trans.end_of_file() && is_entry(session, key)) {
+    while (!trans.end_of_file() && is_entry(session.areas, area, key)) {
         if (!trans.deleted()) return true;
         trans.skip(1);
     }
@@ -87,26 +85,29 @@ bool find_entry(Session& session, EntryKey key) {
     return false;
 }
 
-void put(Session& session, std::string_view field, const std::string& text) {
-    session.areas.set_field(journal_area(session), field, text);
+// An addition has no data.
+void put_entry(Session& session, const EntryKey& key, const std::string& stamp,
+               const std::optional<std::string>& data = {}) {
+    const int area = journal_area(session);
+    const auto put = [&](std::string_view field, const std::string& text) {
+        session.areas.set_field(area, field, text);
+    };
+    put(practice::kKindField, key.kind);
+    put(practice::kTableCodeField, key.table_code);
+    put(practice::kStampField, stamp);
+    put(practice::kIdentifierField, key.identifier);
+    if (data) put(practice::kDataField, *data);
 }
 
-void put_entry(Session& session, const EntryKey& key, const std::string& stamp) {
-    put(session, practice::kKindField, key.kind);
-    put(session, practice::kTableCodeField, key.table_code);
-    put(session, practice::kStampField, stamp);
-    put(session, practice::kIdentifierField, key.identifier);
-}
-
-// Begins a new entry; put() fills it.
+// Begins a new entry; put_entry() fills it.
 void begin_entry(Session& session) { journal(session).begin_record(); }
 
 // Pauses are short, because a busy journal may be free for moments only.
 bool add_entry(Session& session, std::string_view routine, Patience patience) {
     constexpr int kPause_ms = 100;
+    Table& trans = journal(session);
     const auto added = [&](LockTry attempt) {
-        return journal(session).add_record(attempt, 0, Table::Leave::kUnlocked) ==
-               Table::Added::kDone;
+        return trans.add_record(attempt, 0, Table::Leave::kUnlocked) == Table::Added::kDone;
     };
     if (added(LockTry::kAtOnce)) return true;
     const double start = session.clock.seconds();
@@ -116,7 +117,7 @@ bool add_entry(Session& session, std::string_view routine, Patience patience) {
         if (const double now = waited(); now < 0 || now >= kDefaultRetrySeconds) break;
         session.clock.pause(kPause_ms);
     }
-    journal(session).go_to(0);
+    trans.go_to(0);
     if (patience == Patience::kFull) {
         note_fault(session, routine,
                    "TRANS: another program keeps the journal locked; the change was not noted");
@@ -139,8 +140,9 @@ bool unless_locked(Session& session, std::string_view routine, Step step) {
 }
 
 void commit_and_release(Session& session) {
-    journal(session).commit();
-    journal(session).unlock_all();
+    Table& trans = journal(session);
+    trans.commit();
+    trans.unlock_all();
 }
 
 void finish_entry(Session& session) {
@@ -239,11 +241,13 @@ bool RSADD(Session& session, const Addition& addition, Patience patience) {
 }
 
 void require_journal(Session& session) {
-    static_cast<void>(RSNOW(session));
+    const SystemRecord settings(session);
+    static_cast<void>(session.areas.field(kSystemArea, practice::kLastStampField));
     if (!tracking(session)) return;
+    const int area = journal_area(session);
     for (const char* field : {practice::kKindField, practice::kTableCodeField,
                               practice::kStampField, practice::kIdentifierField}) {
-        static_cast<void>(session.areas.field(journal_area(session), field));
+        static_cast<void>(session.areas.field(area, field));
     }
     begin_entry(session);
     journal(session).require_place();
@@ -287,8 +291,7 @@ bool RSDEL(Session& session, const Deletion& deletion) {
             return deletion.remove ? remove_entry(session, deletion.quiet) : true;
         }
         begin_entry(session);
-        put_entry(session, key, stamp);
-        put(session, practice::kDataField, workstation);
+        put_entry(session, key, stamp, workstation);
         if (!add_entry(session, "RSDEL", Patience::kFull)) return false;
         finish_entry(session);
         return true;
@@ -331,8 +334,7 @@ bool RSSET(Session& session, const FieldChanges& changes) {
     const bool changed = write_and_mark(table, changes, mark, slots);
     if (changed && readable) {
         if (!exists) begin_entry(session);
-        put_entry(session, key, stamp);
-        put(session, practice::kDataField, slots);
+        put_entry(session, key, stamp, slots);
         journal(session).require_place();
     }
     // After require_place(), because the edit must not be written if the journal takes no entry.

@@ -24,14 +24,6 @@ std::size_t position_of(const std::vector<FieldDescription>& fields, std::string
     return 0;
 }
 
-// Like position_of, but an absent field is a fault.
-std::size_t known_position(const Table& table, const std::string& alias, std::string_view name) {
-    const std::size_t position = position_of(table.fields(), name);
-    if (position != 0) return position;
-    throw EngineFault(FaultCode::kUnknownName, std::string(name),
-                      alias + " has no field " + std::string(name));
-}
-
 }  // namespace
 
 int WorkAreas::area_of(std::string_view alias) const {
@@ -157,14 +149,22 @@ std::size_t WorkAreas::field_position(int area, std::string_view name) {
     return used(area) ? position_of(table(area, "FIELDPOS").fields(), name) : 0;
 }
 
+// Like position_of, but an absent field is a fault.
+std::size_t WorkAreas::known_position(const Slot& slot, std::string_view name) {
+    const std::size_t position = position_of(slot.table->fields(), name);
+    if (position != 0) return position;
+    throw EngineFault(FaultCode::kUnknownName, std::string(name),
+                      slot.alias + " has no field " + std::string(name));
+}
+
 Value WorkAreas::field(int area, std::string_view name) {
-    Table& owner = table(area, name);
-    return owner.field_get(known_position(owner, alias(area), name));
+    const Slot& owner = slot(area, name);
+    return owner.table->field_get(known_position(owner, name));
 }
 
 void WorkAreas::set_field(int area, std::string_view name, const Value& value) {
-    Table& owner = table(area, name);
-    owner.field_put(known_position(owner, alias(area), name), value);
+    const Slot& owner = slot(area, name);
+    owner.table->field_put(known_position(owner, name), value);
 }
 
 void WorkAreas::append_blank(bool release_other_locks, LockTry attempt) {

@@ -154,6 +154,7 @@ class WorkAreas {
     Slot& slot(std::string_view operation) { return slot(current_, operation); }
     Slot& slot(int area, std::string_view operation);
 
+    static std::size_t known_position(const Slot& slot, std::string_view name);
     bool leads_to(int from, int area) const;
     void note(const Refusal& refusal);
     void follow(int area);

@@ -12,8 +12,6 @@ namespace brenik {
 
 namespace {
 
-char upper_letter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 std::size_t count_digits(std::string_view text) {
@@ -69,11 +67,6 @@ std::string upper(std::string_view text) {
     std::string result(text);
     std::transform(result.begin(), result.end(), result.begin(), upper_letter);
     return result;
-}
-
-bool equal_ignoring_case(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return upper_letter(x) == upper_letter(y); });
 }
 
 bool begins_with(std::string_view text, std::string_view prefix) {

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,8 +22,16 @@ std::string_view trim_both(std::string_view text);   // leading and trailing bla
 std::string replace_all(std::string_view text, std::string_view search, std::string_view by);
 // "1 record", "2 records".
 std::string counted(std::uint64_t number, const std::string& noun);
-std::string upper(std::string_view text);                          // a to z only
-bool equal_ignoring_case(std::string_view a, std::string_view b);  // a to z only
+// These change and compare the letters a to z only.
+constexpr char upper_letter(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+std::string upper(std::string_view text);
+// In the header, because fields and aliases are found by it, and most names differ in length.
+constexpr bool equal_ignoring_case(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return upper_letter(x) == upper_letter(y); });
+}
 // True when `text` begins with `prefix`; an empty prefix always matches.
 bool begins_with(std::string_view text, std::string_view prefix);
 // `count` characters from a start that counts from 1; empty text if the start is beyond the end.
