@@ -613,9 +613,11 @@ void LocalTable::commit() {
     if (!file_) return;
     flush();
     if (!durable()) return;
-    if (memo_) memo_->sync();
-    file_->sync();
-    orders_->sync();
+    reaching([this] {
+        if (memo_) memo_->sync();
+        file_->sync();
+        orders_->sync();
+    });
 }
 
 // -- Locks.
