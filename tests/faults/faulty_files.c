@@ -14,13 +14,13 @@
 //
 // The first two are needed, or the first and the last.
 //
-// The kinds that begin with "drop" make the folder, and the file system that it lies on, a share,
-// as Linux' SMB client shows one. fstat() tells the size that was last asked of the server, which
-// lseek() to the end does; somebody else's lock answers EACCES. At the spoilt call the session
-// ends, and all locks of the process with it. From then on locks, unlocks and looks at the end of a
-// file answer EBADF, until something is read from it or written to it: that connects again, is
-// counted, and takes the file's locks again, where nobody else has got them. "stale" is on a share,
-// too: what was just written to a file's header is not there when it is read back.
+// The kinds that begin with "drop", and "cut", make the folder, and the file system that it lies
+// on, a share, as Linux' SMB client shows one. fstat() tells the size that was last asked of the
+// server, which lseek() to the end does; somebody else's lock answers EACCES. At the spoilt call
+// the session ends, and all locks of the process with it. From then on locks, unlocks and looks at
+// the end of a file answer EBADF, until something is read from it or written to it: that connects
+// again, is counted, and takes the file's locks again, where nobody else has got them. "stale" is
+// on a share, too: what was just written to a file's header is not there when it is read back.
 
 #define _GNU_SOURCE
 
@@ -54,7 +54,8 @@
     X(kDrop, "drop", kWriting, 0)          /* the session with the share ends before the call */ \
     X(kDropRead, "drop-read", kReading, 0) /* likewise */                                        \
     X(kDropLock, "drop-lock", kLocking, 0) /* likewise */                                        \
-    X(kDrops, "drops", kReading, 0)        /* at every so many calls, which then take a while */
+    X(kDrops, "drops", kReading, 0)        /* at every so many calls, which then take a while */ \
+    X(kCut, "cut", kWriting, 0)            /* as "drop"; no answer while calls count */
 
 #define ENUMERATOR(kind, name, calls, lasts) kind,
 #define ROW(kind, name, calls, lasts) {name, calls, lasts},
@@ -80,7 +81,7 @@ struct File {
 };
 
 static struct {
-    int ready, fail_rest, record, disconnected;
+    int ready, fail_rest, record, disconnected, cut;
     volatile sig_atomic_t armed;
     enum Kind kind;
     unsigned long spoilt_call, calls[kClasses];
@@ -199,6 +200,8 @@ static void note_lock(struct File* share, const struct flock* range) {
     }
 }
 
+static int is_cut_off(void) { return state.armed && state.cut; }
+
 // A file with what the system would count of its SMB connections.
 static int open_counts(void) {
     const int file = memfd_create("counts", MFD_CLOEXEC);
@@ -219,6 +222,7 @@ static int spoils(enum Class class_of_call) {
         const int often = state.kind == kDrops && number % state.spoilt_call == 0;
         if (number == state.spoilt_call || often) end_session();
         if (often) usleep(kSilence_us);
+        if (number == state.spoilt_call) state.cut = state.kind == kCut;
         return 0;
     }
     return kKinds[state.kind].lasts ? number >= state.spoilt_call : number == state.spoilt_call;
@@ -231,7 +235,7 @@ static int fate(int grows) {
         ++state.calls[kWriting];
         return ENOSPC;
     }
-    if (!spoils(kWriting)) return 0;
+    if (!spoils(kWriting)) return is_cut_off() ? EHOSTDOWN : 0;
     if (state.kind == kEnd) kill(getpid(), SIGKILL);
     if (state.kind == kFull) return grows ? ENOSPC : 0;
     return state.kind == kShort ? ENOSPC : EIO;
@@ -271,6 +275,7 @@ int open(const char* path, int flags, ...) {
     va_end(rest);
     if (is_share() && !strcmp(path, "/proc/fs/cifs/Stats")) return open_counts();
     const char* name = path_in_folder(path);
+    if (name && is_cut_off()) return fail_with(EHOSTDOWN);
     if (name) reach_server();
     const int missing = (flags & O_CREAT) && access(path, F_OK) != 0;
     const int makes = name && ((flags & O_TRUNC) || missing);
@@ -299,6 +304,7 @@ static int set_lock(int file, int command, const struct flock* range) {
     }
     const int held = !strcmp(path_of(file), state.held) && range->l_start == state.held_at;
     if (state.armed && held && !unlocking) return fail_with(EAGAIN);
+    if (is_cut_off()) return fail_with(EHOSTDOWN);
     reach_server();
     if (is_share() && ours(file)->dropped) return fail_with(EBADF);
     const int result = (int)syscall(SYS_fcntl, file, command, range);
@@ -334,6 +340,7 @@ ssize_t pread(int file, void* bytes, size_t count, off_t at) {
     if (ours(file) && spoils(kReading)) {
         return state.kind == kStale ? read_stale(file, bytes, count, at) : fail_with(EIO);
     }
+    if (ours(file) && is_cut_off()) return fail_with(EHOSTDOWN);
     connect_again(file);
     return read_at(file, bytes, count, at);
 }
@@ -369,6 +376,7 @@ int fstat(int file, struct stat* facts) {
 
 off_t lseek(int file, off_t offset, int whence) {
     const int asks = ours(file) && is_share() && whence == SEEK_END;
+    if (asks && is_cut_off()) return fail_with(EHOSTDOWN);
     if (asks) reach_server();
     if (asks && ours(file)->dropped) return fail_with(EBADF);
     const off_t at = syscall(SYS_lseek, file, offset, whence);

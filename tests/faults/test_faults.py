@@ -23,7 +23,7 @@ from pathlib import Path
 
 import judges
 import pytest
-from conftest import Host, HostGone, tool
+from conftest import Host, HostGone, Practice, tool
 from judges import tables_of, view_of
 
 WRITING = ('error', 'short', 'full', 'gone')
@@ -269,3 +269,39 @@ def test_every_call_fails_once(copy, script):
     print('%d faults' % len(jobs))
     assert len(jobs) > 20 and told.count('stale') > 1
     assert not failed, '%d of %d\n%s' % (len(failed), len(jobs), '\n'.join(failed[:12]))
+
+
+def cut_short(copy, durability, call):
+    """The complaint, or None; whether an edit was refused. The same record is edited at last in the table that was open
+    all the time, or one opened again; every other time somebody else has edited it before."""
+    folder = copy('cut-%s%d' % (durability, call))
+    Practice(folder).write('LAWSYS.INI', '[Main]\r\nDurability=%s\r\n' % durability)
+    host, other = Host(folder.parent, **faulty(folder, 'cut', call)), Host(folder.parent)
+    assert host.init(folder) == other.init(folder) == 0
+    host.child.send_signal(signal.SIGUSR1)
+    refused = any(rc for rc, in edit(host))
+    if call % 2:
+        assert other.edit(1, 'A10000B', {'LAST': 'Other', 'CITY': 'Otherwhere'}) == 0
+    host.child.send_signal(signal.SIGUSR1)
+    assert call % 4 > 1 or host.init(folder) == 0
+    last = host.edit(1, 'A10000B', {'LAST': 'Latest'})
+    for one in host, other:
+        one.shutdown(), one.close()
+    faults = view_of(folder, 'LAW1').report.faults
+    complaint = '%s cut at call %d: %s %s' % (durability, call, last, faults[:3]) if last or faults else None
+    assert_mended(folder)
+    return complaint, refused
+
+
+@pytest.mark.parametrize('durability', ['none', 'full'])
+def test_edits_that_a_cut_interrupts(copy, durability):
+    """The server does not answer any more, so the call answers 14 and its change is given up. Nobody else knows which
+    keys it has left in the index."""
+    outcomes = []
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        while not outcomes or all(refused for _, refused in outcomes):
+            some = range(len(outcomes) + 1, len(outcomes) + 9)
+            outcomes += pool.map(lambda call: cut_short(copy, durability, call), some)
+    failed = [complaint for complaint, _ in outcomes if complaint]
+    assert len(outcomes) > 20
+    assert not failed, '%d of %d\n%s' % (len(failed), len(outcomes), '\n'.join(failed[:12]))

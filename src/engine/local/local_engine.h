@@ -4,15 +4,33 @@
 
 #include <cstdint>
 #include <exception>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "engine/engine.h"
+#include "util/bytes.h"
 
 namespace brenik::local {
 
 class LocalTable;
+
+// What the loss of a share's session left unfinished in the index of a table. Closing the table
+// keeps it, because a host may begin a new session before the share can be reached again.
+struct Unsettled {
+    // A record whose keys in the index may be those of either version, of both, or some of each.
+    struct Edit {
+        RecordNumber record;
+        std::vector<Byte> before;
+        std::vector<Byte> after;
+    };
+    std::vector<Edit> edits;
+    bool index = false;  // the index may contradict itself, and is to be rebuilt
+
+    bool any() const { return index || !edits.empty(); }
+};
 
 class LocalEngine : public Engine {
   public:
@@ -54,6 +72,7 @@ class LocalEngine : public Engine {
     std::uint64_t moment_ = 0;
     std::string last_error_;
     std::set<LocalTable*> tables_;
+    std::map<std::string, Unsettled> unsettled_;  // by the table's path
 };
 
 }  // namespace brenik::local

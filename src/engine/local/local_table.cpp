@@ -50,7 +50,11 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
 }
 
 LocalTable::LocalTable(LocalEngine& engine, std::unique_ptr<TableFile> file)
-    : engine_(engine), file_(std::move(file)), path_(file_->path()), layout_(file_->layout()) {
+    : engine_(engine),
+      file_(std::move(file)),
+      path_(file_->path()),
+      unsettled_(engine.unsettled_[path_]),
+      layout_(file_->layout()) {
     for (const record::Field& field : layout_.fields) {
         descriptions_.push_back(describe(field));
     }
@@ -72,6 +76,7 @@ void LocalTable::shut() {
     struct Close {
         LocalTable& table;
         ~Close() {
+            if (table.orders_ && table.orders_->doubtful()) table.unsettled_.index = true;
             table.place(0);
             table.filter_ = {};
             table.follower_ = {};
@@ -89,7 +94,8 @@ void LocalTable::shut() {
 // -- The share's session.
 
 bool LocalTable::lost_on_share() const {
-    bool lost = orders_->doubtful() || file_->file().lost() || (memo_ && memo_->file().lost());
+    bool lost = unsettled_.any() || orders_->doubtful() || file_->file().lost() ||
+                (memo_ && memo_->file().lost());
     orders_->for_each_file(
         [&](const index::CdxFile& index) { lost = lost || index.file().lost(); });
     return lost;
@@ -98,6 +104,7 @@ bool LocalTable::lost_on_share() const {
 // A file that cannot be reopened is not a conflict that a retry solves: the operation in progress
 // is lost with it, so this is a fault.
 void LocalTable::reopen_files() {
+    if (orders_->doubtful()) unsettled_.index = true;
     try {
         file_->reopen();
         if (memo_) memo_->reopen();
@@ -114,14 +121,8 @@ void LocalTable::reopen() {
     const bool held = record_ != 0 && file_->locks().owns(record_);
     forget_moment();
     reopen_files();
-    orders_->repair_doubtful([this](const TableOrders::RecordUse& use) {
-        const auto read = [this](RecordNumber first, MutableBytes into) {
-            return file_->read_many(first, into);
-        };
-        if (record::scan_records(layout(), file_->count(), read, use)) return;
-        throw EngineFault(FaultCode::kInputOutput, "read",
-                          file_->path() + ": records are missing while the index is rebuilt");
-    });
+    if (unsettled_.index) rebuild_index();
+    settle_edits();
     interrupted_ = changed_ || keys_pending_;
     known_memos_.clear();
     if (begun_ || interrupted_) return;
@@ -131,6 +132,56 @@ void LocalTable::reopen() {
         if (there != original_) file_->locks().unlock(record_);
     }
     forget_reading();
+}
+
+void LocalTable::rebuild_index() {
+    orders_->rebuild([this](const TableOrders::RecordUse& use) {
+        const auto read = [this](RecordNumber first, MutableBytes into) {
+            return file_->read_many(first, into);
+        };
+        if (record::scan_records(layout(), file_->count(), read, use)) return;
+        throw EngineFault(FaultCode::kInputOutput, "read",
+                          file_->path() + ": records are missing while the index is rebuilt");
+    });
+    unsettled_ = {};
+}
+
+// What cannot be settled later either is given up, so that the table stays usable.
+void LocalTable::settle_edits() {
+    while (!unsettled_.edits.empty()) {
+        const Unsettled::Edit edit = unsettled_.edits.back();
+        unsettled_.edits.pop_back();
+        try {
+            if (file_->holds(edit.record)) settle(edit);
+        } catch (const EngineFault& fault) {
+            const bool passes = fault.code() == FaultCode::kBusy ||
+                                dynamic_cast<const platform::ConnectionLost*>(&fault) != nullptr;
+            if (passes) unsettled_.edits.push_back(edit);
+            throw;
+        }
+    }
+}
+
+// Gives a record the keys of what it holds now. Others who have changed it meanwhile have removed
+// the keys of what they found there, but no others.
+void LocalTable::settle(const Unsettled::Edit& edit) {
+    std::vector<Byte> there(layout().record_length), again(there);
+    for (const std::vector<Byte>& version : {edit.before, edit.after}) {
+        for (bool settled = false; !settled;) {
+            file_->read(edit.record, there);
+            KeyUpdate keys(*orders_, record::RecordView{version, edit.record},
+                           record::RecordView{there, edit.record}, KeysBefore::kSome);
+            // Whoever changes keys changes the record under this lock.
+            keys.lock(durable());
+            file_->read(edit.record, again);
+            settled = again == there;
+            if (!settled) continue;
+            keys.insert(record_has());
+            keys.publish();
+            keys.remove();
+            keys.publish();
+        }
+    }
 }
 
 // -- The record buffer.
@@ -358,15 +409,23 @@ void LocalTable::refuse_after_loss(const char* what) const {
 
 void LocalTable::write_changes() {
     engine_.end_moment();
+    // On a share, the index may have been rebuilt since the record was appended blank.
+    const bool without_keys = keys_pending_ && !file_->file().remote();
     const std::optional<record::RecordView> before =
-        keys_pending_ ? std::nullopt : std::optional(record::RecordView{original_, record_});
+        without_keys ? std::nullopt : std::optional(record::RecordView{original_, record_});
     require_in_place();
     require_room_for_memos();
-    KeyUpdate keys(*orders_, before, record::RecordView{bytes_, record_});
+    KeyUpdate keys(*orders_, before, record::RecordView{bytes_, record_},
+                   keys_pending_ ? KeysBefore::kSome : KeysBefore::kAll);
     keys.lock(durable());
     // Memos are written after everything that can refuse the change, and before the record refers
     // to them.
-    durable() ? write_record_durably(keys) : write_record(keys);
+    try {
+        durable() ? write_record_durably(keys) : write_record(keys);
+    } catch (const platform::ConnectionLost&) {
+        unsettled_.edits.push_back({record_, original_, bytes_});
+        throw;
+    }
     original_ = bytes_;
     changed_ = false;
     keys_pending_ = false;

@@ -139,6 +139,9 @@ class LocalTable : public Table {
     bool lost_on_share() const;
     void reopen();
     void reopen_files();
+    void rebuild_index();
+    void settle_edits();
+    void settle(const Unsettled::Edit& edit);
     // Runs a step that can be repeated. If the session is lost, reopens the files and repeats it, a
     // few times at most.
     template <class Step>
@@ -185,6 +188,7 @@ class LocalTable : public Table {
     LocalEngine& engine_;
     std::unique_ptr<TableFile> file_;  // null after shut()
     const std::string path_;
+    Unsettled& unsettled_;  // kept by the engine
     const record::TableLayout layout_;
     std::unique_ptr<MemoFile> memo_;
     std::unique_ptr<TableOrders> orders_;

@@ -68,7 +68,6 @@ void TableOrders::reopen() {
 // The old file is closed first, because the system may have restored its locks by itself.
 void TableOrders::reopen(OpenIndex& one) {
     const std::string path = one.file->path();
-    one.doubtful = one.doubtful || one.file->doubtful();
     one.file->close();
     std::unique_ptr<index::CdxFile> file = index::CdxFile::open(path, use_of(one.structural));
     const auto same = [](const std::unique_ptr<index::Order>& order,
@@ -89,14 +88,12 @@ void TableOrders::reopen(OpenIndex& one) {
 }
 
 bool TableOrders::doubtful() const {
-    return std::ranges::any_of(
-        indexes_, [](const OpenIndex& one) { return one.doubtful || one.file->doubtful(); });
+    return std::ranges::any_of(indexes_, [](const OpenIndex& one) { return one.file->doubtful(); });
 }
 
 // While the records are read, the index lock prevents additions of records and changes of keys.
-void TableOrders::repair_doubtful(const std::function<void(const RecordUse&)>& for_each) {
+void TableOrders::rebuild(const std::function<void(const RecordUse&)>& for_each) {
     for (OpenIndex& one : indexes_) {
-        if (!one.doubtful) continue;
         index::CdxFile::Change change(*one.file);
         std::vector<const index::Order*> orders;
         for (const auto& order : one.orders) orders.push_back(order.get());
@@ -107,7 +104,6 @@ void TableOrders::repair_doubtful(const std::function<void(const RecordUse&)>& f
         });
         change.rebuild([&](std::size_t number) { return keys.of(number).sorted(); });
         change.publish();
-        one.doubtful = false;
     }
 }
 
@@ -161,14 +157,18 @@ std::vector<std::size_t> TableOrders::numbers_of(const std::string& index_file) 
 
 std::vector<TableOrders::KeyChange> TableOrders::key_changes(
     const OpenIndex& one, const std::optional<record::RecordView>& before,
-    const std::optional<record::RecordView>& after) const {
+    const std::optional<record::RecordView>& after, KeysBefore keys_before) const {
     std::vector<KeyChange> changes;
     for (const auto& order : one.orders) {
         if (before && after && order->keeps_key(*before, *after)) continue;
         KeyChange change{order.get(), {}, {}};
         if (before && order->holds(*before)) change.removed = order->key_of(*before);
         if (after && order->holds(*after)) change.inserted = order->key_of(*after);
-        if (change.removed != change.inserted) changes.push_back(std::move(change));
+        if (change.removed == change.inserted) {
+            if (!change.inserted || keys_before == KeysBefore::kAll) continue;
+            change.removed.reset();
+        }
+        changes.push_back(std::move(change));
     }
     return changes;
 }
@@ -182,10 +182,11 @@ void TableOrders::sync() {
 }
 
 KeyUpdate::KeyUpdate(TableOrders& orders, const std::optional<record::RecordView>& before,
-                     const std::optional<record::RecordView>& after)
+                     const std::optional<record::RecordView>& after, KeysBefore keys_before)
     : record_(after ? after->number : before->number) {
     for (const TableOrders::OpenIndex& one : orders.indexes_) {
-        std::vector<TableOrders::KeyChange> keys = orders.key_changes(one, before, after);
+        std::vector<TableOrders::KeyChange> keys =
+            orders.key_changes(one, before, after, keys_before);
         if (!keys.empty()) files_.push_back({one.file.get(), std::move(keys)});
     }
 }

@@ -20,6 +20,10 @@
 
 namespace brenik::local {
 
+// Which keys of the version before a change the index holds: some, or none, if an earlier change of
+// the record was interrupted.
+enum class KeysBefore { kAll, kSome };
+
 class TableOrders {
   public:
     TableOrders(const record::TableLayout& layout, std::string table_path,
@@ -36,11 +40,12 @@ class TableOrders {
     // Reopens the files after their share's session was lost; orders stay attached. EngineFault
     // when a file cannot be opened or now has other tags.
     void reopen();
-    // Rebuilds, in place, the index files that a lost session may have left inconsistent.
-    // `for_each` calls back with every record. EngineFault kBusy when such an index stays locked.
-    using RecordUse = std::function<bool(const record::RecordView&)>;
+    // True when a lost session may have left an index file inconsistent; reopen() forgets it.
     bool doubtful() const;
-    void repair_doubtful(const std::function<void(const RecordUse&)>& for_each);
+    // Rebuilds the index files in place. `for_each` calls back with every record. EngineFault kBusy
+    // when an index stays locked.
+    using RecordUse = std::function<bool(const record::RecordView&)>;
+    void rebuild(const std::function<void(const RecordUse&)>& for_each);
     // Attaches the orders of an index file and opens the file if necessary. Throws Refused when it
     // cannot be opened.
     void attach(const std::string& name);
@@ -69,7 +74,6 @@ class TableOrders {
         std::unique_ptr<index::CdxFile> file;
         std::vector<std::unique_ptr<index::Order>> orders;
         bool structural = false;
-        bool doubtful = false;
 
         bool holds(const index::Order* order) const {
             return std::ranges::find(orders, order, &std::unique_ptr<index::Order>::get) !=
@@ -90,7 +94,8 @@ class TableOrders {
     const OpenIndex* find_index(const std::string& path) const;
     std::vector<KeyChange> key_changes(const OpenIndex& one,
                                        const std::optional<record::RecordView>& before,
-                                       const std::optional<record::RecordView>& after) const;
+                                       const std::optional<record::RecordView>& after,
+                                       KeysBefore keys_before) const;
 
     const record::TableLayout& layout_;
     std::string table_path_;
@@ -104,7 +109,8 @@ class TableOrders {
 class KeyUpdate {
   public:
     KeyUpdate(TableOrders& orders, const std::optional<record::RecordView>& before,
-              const std::optional<record::RecordView>& after);
+              const std::optional<record::RecordView>& after,
+              KeysBefore keys_before = KeysBefore::kAll);
 
     // Locks every index file that the change concerns. With a try, false when another user holds
     // one of the locks; without, waits a bounded time, then throws EngineFault kBusy.
