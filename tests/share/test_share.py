@@ -66,6 +66,12 @@ class Practice:
     def wait_for_lines(self, name, count):
         wait_until(lambda: self.lines(name) >= count or self.guests[name].process.poll() is not None)
 
+    def wait_for_matters(self):
+        """Everybody has the cross-references open then. A server lets one who is alone with a file cache it, and what
+        is cached is lost when the server's process ends."""
+        for name, path in self.paths.items():
+            wait_until(lambda: b'\nmatter ' in path.read_bytes() or self.guests[name].process.poll() is not None)
+
     def end(self):
         for guest in self.guests.values():
             guest.process.wait(LIMIT)
@@ -154,6 +160,7 @@ def test_a_long_cut(practice):
     practice.add('B', seconds=100)
     practice.begin()
     practice.wait_for_lines('A', 2 * LEAST_WORK)
+    practice.wait_for_matters()
     practice.guests['A'].set_link('off')
     time.sleep(10)
     assert practice.server.kill('A')
@@ -168,6 +175,7 @@ def test_killed_server(practice):
     practice.open()
     practice.add('A', 'B', seconds=3 * SECONDS)
     practice.begin()
+    practice.wait_for_matters()
     kills = 0
     for silence in (0, 1) * 5:
         time.sleep(SECONDS / 8)
