@@ -35,6 +35,7 @@ void add_sample(CLI::App& app, SampleRequest& request) {
     command->add_option("--events", request.events)->check(rows)->capture_default_str();
     command->add_option("--notes", request.notes)->check(rows)->capture_default_str();
     command->add_flag("--v14", request.v14, "With the newer notes table");
+    command->add_flag("--wide", request.wide, "With contacts of 45 fields, 738 bytes a record");
     command->add_flag("--json", request.json, "Summary as JSON");
     command->callback([&request] { make_sample(request); });
 }

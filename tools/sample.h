@@ -13,7 +13,8 @@ struct SampleRequest {
     std::uint32_t matters = 120;
     std::uint32_t events = 300;
     std::uint32_t notes = 150;
-    bool v14 = false;  // with the newer notes table
+    bool v14 = false;   // with the newer notes table
+    bool wide = false;  // with contacts of 45 fields instead of 26
     bool json = false;
 };
 

@@ -29,7 +29,7 @@ def json_lines(*arguments):
     return [json.loads(line) for line in output.splitlines()]
 
 
-@pytest.mark.parametrize('options, notes', [([], 'LAWNOTES'), (['--v14'], 'LAW1NOTE')])
+@pytest.mark.parametrize('options, notes', [([], 'LAWNOTES'), (['--v14'], 'LAW1NOTE'), (['--wide'], 'LAWNOTES')])
 def test_sample(new_practice, options, notes):
     """Sound in every table, and its counters stand where the identifiers ended."""
     practice = new_practice('practice', *options)
