@@ -1,16 +1,18 @@
+// The library's own workloads, through the exports and at the engine's seam.
+
 #include "workload.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <random>
 #include <utility>
 
 #include "brenikdb.h"
-#include "engine/local/local_engine.h"
 #include "engine/make/create_table.h"
 #include "engine/make/table_writer.h"
-#include "engine/orders.h"
+#include "practice/catalogue.h"
+#include "practice/identifiers.h"
+#include "practice/journal_entry.h"
+#include "random.h"
+#include "tables.h"
 
 namespace brenik::bench {
 
@@ -20,69 +22,18 @@ namespace {
 
 constexpr int kContacts = 1;
 constexpr int kMatters = 3;
-constexpr std::size_t kSteps = 100;  // of a walk, in one batch
-
-// Gives the same numbers in every run.
-class Random {
-  public:
-    std::size_t below(std::size_t end) { return engine_() % end; }
-    std::string digits() { return std::to_string(engine_()); }
-    std::string letters(std::size_t count) {
-        std::string text(count, 'A');
-        for (char& letter : text) letter = static_cast<char>('A' + engine_() % 26);
-        return text;
-    }
-
-    void shuffle(std::vector<std::string>& texts) {
-        for (std::size_t i = texts.size(); i > 1; --i) std::swap(texts[i - 1], texts[below(i)]);
-    }
-
-  private:
-    std::mt19937 engine_{2026};
-};
+constexpr const char* kBusyTable = "another program locks the benchmark's table";
+constexpr const char* kBusyRecord = "another program locks a record of the benchmark";
 
 void expect_success(unsigned code, const char* call) {
     if (code != 0) give_up(std::string(call) + " answered " + std::to_string(code));
 }
 
-void expect(bool holds, const char* what) {
-    if (!holds) give_up(what);
-}
-
-std::unique_ptr<Table> open(Engine& engine, const fs::path& path) {
-    OpenAnswer answer = engine.open(path.string(), TableSharing::kShared);
-    if (const auto* refusal = std::get_if<Refusal>(&answer)) give_up(refusal->text);
-    return std::move(std::get<std::unique_ptr<Table>>(answer));
-}
-
-std::size_t position_of(const Table& table, const std::string& name) {
-    for (std::size_t i = 0; i < table.fields().size(); ++i) {
-        if (table.fields()[i].name == name) return i + 1;
-    }
-    give_up("the sample's contacts have no field " + name);
-}
-
-void set_order(Table& table, const char* order) {
-    if (!brenik::set_order(table, order))
-        give_up(std::string("the contacts have no order ") + order);
-}
-
-// One field's texts of all contacts that are not deleted, in file order.
-std::vector<std::string> texts_of(Table& table, const char* field) {
-    std::vector<std::string> texts;
-    set_order(table, "");
-    const std::size_t position = position_of(table, field);
-    for (table.go_top(); !table.end_of_file(); table.skip(1)) {
-        if (!table.deleted()) texts.push_back(table.field_get(position).text());
-    }
-    return texts;
-}
-
 class HostWorkload : public Workload {
   public:
     explicit HostWorkload(fs::path practice) : practice_(std::move(practice)) {
-        local::LocalEngine engine;
-        const auto contacts = open(engine, practice_ / "LAW1");
+        const auto engine = new_engine();
+        const auto contacts = open_table(*engine, practice_ / practice::kNames.file);
         ids_ = texts_of(*contacts, "ID");
         u_ids_ = texts_of(*contacts, "U_ID");
         random_.shuffle(u_ids_);
@@ -143,7 +94,7 @@ class HostWorkload : public Workload {
         expect_success(BrenikEditEnd(kContacts, 0), "BrenikEditEnd");
     }
 
-    void edit_plain_fields() { edit({{"DAYPHONE", random_.digits()}, {"CITY", "Salem"}}); }
+    void edit_plain_fields() { edit({{"DAYPHONE", random_.digits()}, {"DEAR", "Sam"}}); }
     void edit_indexed_field() { edit({{"LAST", random_.letters(8)}}); }
 
     // `contact` is the identifier of the contact to link the record to, or empty.
@@ -180,21 +131,52 @@ class HostWorkload : public Workload {
     Random random_;
 };
 
+// A counter, as the library raises it: read, raised and written under the lock of its record.
+class Counter {
+  public:
+    Counter(Engine& engine, const fs::path& practice)
+        : system_(open_table(engine, practice / practice::kSystem.file)),
+          number_(position_of(*system_, practice::counter_field(kContacts))),
+          prefix_(system_->field_get(position_of(*system_, practice::kPrefixField)).text()) {}
+
+    std::string lock_and_raise() {
+        expect(system_->lock_record(1), kBusyRecord);
+        system_->refresh_record();
+        const std::int64_t number = system_->field_get(number_).whole() + 1;
+        system_->field_put(number_, number);
+        system_->commit();
+        return practice::identifier_of(prefix_, number);
+    }
+    void unlock() { system_->unlock_all(); }
+
+  private:
+    std::unique_ptr<Table> system_;
+    std::size_t number_;
+    std::string prefix_;
+};
+
 class SeamWorkload : public Workload {
   public:
     explicit SeamWorkload(const fs::path& practice)
-        : table_(open(engine_, practice / "LAW1")),
+        : table_(open_table(*engine_, practice / practice::kNames.file)),
+          counter_(*engine_, practice),
+          journal_(open_table(*engine_, practice / practice::kJournal.file)),
           records_(table_->record_count()),
           last_(position_of(*table_, "LAST")) {
         for (const char* name : {"U_ID", "ID", "LAST", "FIRST", "CITY"}) {
             appended_.push_back(position_of(*table_, name));
         }
+        for (const char* name : {practice::kKindField, practice::kTableCodeField,
+                                 practice::kStampField, practice::kIdentifierField}) {
+            noted_.push_back(position_of(*journal_, name));
+        }
     }
 
     std::vector<Operation> operations() override {
-        const std::size_t city = position_of(*table_, "CITY");
+        const std::size_t plain = position_of(*table_, "DEAR");
         return {{"append", [this] { append(); }},
-                {"put", [this, city] { put(city); }},
+                {"append-whole", [this] { append_whole(); }},
+                {"put", [this, plain] { put(plain); }},
                 {"put-key", [this] { put(last_); }},
                 {"seek-uid", [this] { seek("U_ID", any_u_id()); }},
                 {"seek-name", [this] { seek("NAME", random_.letters(2)); }},
@@ -204,15 +186,40 @@ class SeamWorkload : public Workload {
 
   private:
     void append() {
-        expect(table_->append_blank(true), "another program locks the benchmark's table");
+        expect(table_->append_blank(true), kBusyTable);
         for (const std::size_t field : appended_) table_->field_put(field, random_.letters(7));
         table_->unlock_all();
+    }
+
+    // The steps of AddEnd, without its checks.
+    void append_whole() {
+        const std::string u_id = counter_.lock_and_raise();
+        table_->begin_record();
+        for (const std::size_t field : appended_) table_->field_put(field, random_.letters(7));
+        table_->field_put(appended_.front(), u_id);
+        expect(table_->add_record(LockTry::kAtOnce, 1) == Table::Added::kDone, kBusyTable);
+        table_->unlock_all();
+        note_addition(u_id);
+        counter_.unlock();
+    }
+
+    // Stamps rise like those of a busy day.
+    void note_addition(const std::string& u_id) {
+        constexpr double kSecondsBetween = 0.01;
+        const std::string stamp =
+            practice::RSDT(Date::from_civil(2026, 1, 2), kSecondsBetween * ++additions_);
+        const std::string values[] = {practice::kAddition, practice::table_code_of(kContacts),
+                                      stamp, u_id};
+        journal_->begin_record();
+        for (std::size_t i = 0; i < noted_.size(); ++i) journal_->field_put(noted_[i], values[i]);
+        const auto added = journal_->add_record(LockTry::kAtOnce, 0, Table::Leave::kUnlocked);
+        expect(added == Table::Added::kDone, kBusyTable);
     }
 
     void put(std::size_t field) {
         const auto record = static_cast<RecordNumber>(random_.below(records_) + 1);
         table_->go_to(record);
-        expect(table_->lock_record(record), "another program locks a record of the benchmark");
+        expect(table_->lock_record(record), kBusyRecord);
         table_->field_put(field, random_.letters(8));
         table_->unlock_all();
     }
@@ -224,7 +231,7 @@ class SeamWorkload : public Workload {
     }
 
     void seek(const char* order, const std::string& key) {
-        set_order(*table_, order);
+        control(*table_, order);
         static_cast<void>(table_->seek(key, SeekMode::kSoft, SeekEnd::kFirst));
         static_cast<void>(table_->field_get(last_));
     }
@@ -232,7 +239,7 @@ class SeamWorkload : public Workload {
     // Starts again at the top when it reaches the end.
     void walk(const char* order) {
         if (walking_ != order || table_->end_of_file()) {
-            set_order(*table_, order);
+            control(*table_, order);
             table_->go_top();
             walking_ = order;
         }
@@ -242,12 +249,16 @@ class SeamWorkload : public Workload {
         }
     }
 
-    local::LocalEngine engine_;
+    std::unique_ptr<Engine> engine_ = new_engine();
     std::unique_ptr<Table> table_;
+    Counter counter_;
+    std::unique_ptr<Table> journal_;
     std::size_t records_;  // at the start
     std::vector<std::string> u_ids_;
     std::size_t last_;
     std::vector<std::size_t> appended_;  // the fields that receive a value
+    std::vector<std::size_t> noted_;     // likewise, of the journal
+    int additions_ = 0;
     std::string walking_ = "nowhere";
     Random random_;
 };
@@ -257,7 +268,7 @@ class KeyWorkload : public Workload {
     KeyWorkload(const fs::path& folder, std::size_t keys)
         : keys_(keys), path_((folder / "KEYS.DBF").string()) {
         make_table();
-        table_ = open(engine_, path_);
+        table_ = open_table(*engine_, path_);
     }
 
     std::vector<Operation> operations() override {
@@ -286,7 +297,7 @@ class KeyWorkload : public Workload {
     void first_count() {
         const RecordNumber record = any_record();
         table_->go_to(record);
-        expect(table_->lock_record(record), "another program locks a record of the benchmark");
+        expect(table_->lock_record(record), kBusyRecord);
         table_->field_put(1, random_.letters(kKeyWidth));
         table_->unlock_all();
         expect(table_->key_count(1, KeySet::kWhole) == keys_, "a wrong number of keys");
@@ -325,7 +336,7 @@ class KeyWorkload : public Workload {
 
     std::size_t keys_;
     std::string path_;
-    local::LocalEngine engine_;
+    std::unique_ptr<Engine> engine_ = new_engine();
     std::unique_ptr<Table> table_;
     Random random_;
 };
@@ -342,11 +353,6 @@ std::unique_ptr<Workload> seam_workload(const fs::path& practice) {
 
 std::unique_ptr<Workload> key_workload(const fs::path& folder, std::size_t keys) {
     return std::make_unique<KeyWorkload>(folder, keys);
-}
-
-void give_up(const std::string& reason) {
-    std::fprintf(stderr, "brenik_bench: %s\n", reason.c_str());
-    std::exit(1);
 }
 
 }  // namespace brenik::bench

@@ -10,8 +10,9 @@
 //   add-end      a new contact: AddStart, five SetField, AddEnd (counter, record, keys, journal)
 //   add-linked   a new matter with its link to a contact
 //
-// On the same practice's contacts, at the engine's seam, without counter and journal:
-//   append       a record with five fields and all its keys
+// On the same practice's contacts, at the engine's seam:
+//   append       a record with five fields and all its keys, without counter and journal
+//   append-whole the same with a raised counter and an entry in the journal
 //   put          a locked change of a plain field
 //   put-key      a locked change of an indexed field
 //   seek-uid     a seek for an identifier; one field is read
@@ -38,6 +39,8 @@
 
 namespace brenik::bench {
 
+inline constexpr std::size_t kSteps = 100;  // of a walk, in one batch
+
 struct Operation {
     std::string name;
     // Runs the operation `batch` times. Which records it touches follows from the previous runs.
@@ -56,9 +59,9 @@ class Workload {
 // `practice` is a fresh sample. Any failure ends the process with a message.
 std::unique_ptr<Workload> host_workload(const std::filesystem::path& practice);
 std::unique_ptr<Workload> seam_workload(const std::filesystem::path& practice);
+// Those of the operations above that SQLite can do, on a database of sqlite_store.h.
+std::unique_ptr<Workload> sqlite_workload(const std::filesystem::path& database);
 // Creates a table of `keys` records in `folder`.
 std::unique_ptr<Workload> key_workload(const std::filesystem::path& folder, std::size_t keys);
-
-[[noreturn]] void give_up(const std::string& reason);
 
 }  // namespace brenik::bench

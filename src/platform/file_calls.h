@@ -24,7 +24,13 @@ using FileCallCounts = std::array<std::uint64_t, kFileCallNames.size()>;
 // Calls since the process began, in the order of FileCall.
 inline FileCallCounts file_call_counts{};
 
-inline void count(FileCall call) { ++file_call_counts[static_cast<std::size_t>(call)]; }
+// Called before each call, if set: the benchmark delays calls as the way to a server does.
+inline void (*before_file_call)() = nullptr;
+
+inline void count(FileCall call) {
+    ++file_call_counts[static_cast<std::size_t>(call)];
+    if (before_file_call != nullptr) before_file_call();
+}
 #else
 inline void count(FileCall) {}
 #endif

@@ -1,0 +1,102 @@
+// Runs on a whole table, each in a process of its own.
+
+#include "whole_runs.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <fstream>
+
+#include "engine/maintenance/repair_table.h"
+#include "measuring.h"
+#include "practice/catalogue.h"
+#include "sqlite_store.h"
+#include "tables.h"
+#include "workload.h"
+
+namespace brenik::bench {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr std::size_t kAppends = 20000;
+
+void run_operation(Workload& workload, const std::string& name, std::size_t runs) {
+    for (const Operation& operation : workload.operations()) {
+        if (operation.name != name) continue;
+        for (std::size_t i = 0; i < runs; ++i) operation.run();
+        return;
+    }
+    give_up("no operation " + name);
+}
+
+void run_here(const std::string& name, const fs::path& practice) {
+    const fs::path contacts = practice / (std::string(practice::kNames.file) + ".DBF");
+    if (name == "rebuild") {
+        const auto done = maintenance::reindex_table(
+            contacts.string(), {}, [](const auto&) {}, [](const auto&, auto, auto) {});
+        expect(done == maintenance::RepairResult::kWhole, "the index was not rebuilt");
+        return;
+    }
+    const auto engine = new_engine();
+    const std::size_t records = open_table(*engine, contacts)->record_count();
+    const auto workload = seam_workload(practice);
+    const bool walk = name == "walk";
+    run_operation(*workload, walk ? "walk" : "append-whole", walk ? records / kSteps : kAppends);
+}
+
+void run_in_peer(const std::string& name, const fs::path& database) {
+    SqliteStore store(database);
+    if (name == "rebuild") {
+        store.rebuild_indexes();
+    } else if (name == "walk") {
+        for (std::int64_t left = store.count(); left > 0; --left) store.step_by_name();
+    } else {
+        for (std::size_t i = 0; i < kAppends; ++i) {
+            const std::string number = std::to_string(i * 7919 % kAppends);
+            store.add_whole({"", "B" + number, "Bench " + number, "Anna", "Salem"});
+        }
+    }
+}
+
+// The system's own figure for a child begins with what its parent used, so a process reads its own.
+double peak_mb() {
+    std::ifstream facts("/proc/self/status");
+    for (std::string line; std::getline(facts, line);) {
+        if (line.starts_with("VmHWM:")) return std::stod(line.substr(6)) / 1024;
+    }
+    give_up("the system does not tell the peak of memory");
+}
+
+}  // namespace
+
+Json run_whole(const WholeRun& run, const fs::path& place) {
+    const auto work = [&](std::size_t) {
+        run.peer ? run_in_peer(run.name, place) : run_here(run.name, place);
+    };
+    const Cost cost = costs_in_turn({{run.name, work}}, {1, 1, 1}).front();
+    return {{"processor_s", cost.processor_us / 1e6},
+            {"elapsed_s", cost.elapsed_us / 1e6},
+            {"peak_mb", peak_mb()}};
+}
+
+Json run_whole_apart(const WholeRun& run, const fs::path& place, int times) {
+    const std::string command = fs::read_symlink("/proc/self/exe").string() + " --alone " +
+                                run.name + (run.peer ? " --peer sqlite" : "") + " --in " +
+                                place.string();
+    Json best;
+    for (int i = 0; i < times; ++i) {
+        FILE* output = popen(command.c_str(), "r");
+        expect(output != nullptr, "cannot start another process");
+        std::array<char, 4096> text{};
+        const std::size_t size = std::fread(text.data(), 1, text.size(), output);
+        expect(pclose(output) == 0, "a run in another process has failed");
+        Json result = Json::parse(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(size));
+        if (best.is_null() || result["processor_s"] < best["processor_s"]) best = result;
+    }
+    return best;
+}
+
+}  // namespace brenik::bench
