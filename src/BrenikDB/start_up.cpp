@@ -47,6 +47,14 @@ void empty_trace_log(const Session& session) {
     platform::File::open(trace_log_path(session), platform::OpenMode::kRewrite);
 }
 
+// Anything but a number of megabytes from 1 to 1000 leaves the engine's own choice.
+void choose_index_cache(Session& session, Engine& engine) {
+    const double megabytes = numeric_value(main_setting(session, "StartUp", "IndexCache")).amount;
+    if (megabytes >= 1 && megabytes <= 1000) {
+        engine.set_index_cache(static_cast<std::size_t>(megabytes) << 20);
+    }
+}
+
 void choose_engine(Session& session) {
     const Number wanted = GETSERVERTYPE(session, session.data_path());
     store_setting(session, Setting::ServerType, wanted);
@@ -61,6 +69,7 @@ void choose_engine(Session& session) {
         numeric_value(main_setting(session, "StartUp", "LockType")).amount == 1);
     engine.set_full_durability(
         equal_ignoring_case(main_setting(session, "StartUp", "Durability"), "full"));
+    choose_index_cache(session, engine);
 }
 
 // The workstation's setting overrides the host's argument.

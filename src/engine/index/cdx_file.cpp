@@ -15,7 +15,6 @@ constexpr const char* kLocked = "the index is locked";
 // Changes of an index take milliseconds each, and waiting processes queue. The caller that opens a
 // table retries, so a short timeout keeps the total wait for a locked index short.
 constexpr int kOpeningTimeout_ms = 1000;
-constexpr std::size_t kCacheBytes = std::size_t{8} << 20;
 
 // Held until the file is closed: it keeps compatible programs from changing the index, and from
 // locking it to read.
@@ -31,7 +30,7 @@ void keep_strangers_out(platform::File& file) {
 }  // namespace
 
 CdxFile::CdxFile(platform::File file, bool exclusive, locks::LockMode mode)
-    : pages_(std::make_unique<CdxPages>(std::move(file), exclusive, mode, kCacheBytes)),
+    : pages_(std::make_unique<CdxPages>(std::move(file), exclusive, mode)),
       directory_(std::make_unique<CdxTree>(*pages_, directory_description(), 0)) {}
 
 CdxFile::~CdxFile() = default;
@@ -39,6 +38,8 @@ CdxFile::~CdxFile() = default;
 const std::string& CdxFile::path() const { return pages_->path(); }
 
 const platform::File& CdxFile::file() const { return pages_->file(); }
+
+void CdxFile::set_cache_bytes(std::size_t bytes) { pages_->set_cache_bytes(bytes); }
 
 void CdxFile::close() noexcept { pages_->file().close(); }
 

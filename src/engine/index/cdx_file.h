@@ -49,6 +49,8 @@ class CdxFile {
 
     const std::string& path() const;
     const platform::File& file() const;
+    // Limits the memory for cached pages; kDefaultCacheBytes unless set.
+    void set_cache_bytes(std::size_t bytes);
     // Closes the file, which releases every lock on it. Nothing may be read or changed afterwards.
     void close() noexcept;
     // In creation order.

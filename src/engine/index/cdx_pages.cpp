@@ -37,12 +37,8 @@ bool may_be_in_use(const std::array<Byte, kCdxPageSize>& raw) {
 
 }  // namespace
 
-CdxPages::CdxPages(platform::File file, bool exclusive, locks::LockMode mode,
-                   std::size_t cache_bytes)
-    : file_(std::move(file)),
-      exclusive_(exclusive),
-      lock_(locks::LockScheme::index(mode)),
-      cache_bytes_(cache_bytes) {}
+CdxPages::CdxPages(platform::File file, bool exclusive, locks::LockMode mode)
+    : file_(std::move(file)), exclusive_(exclusive), lock_(locks::LockScheme::index(mode)) {}
 
 void CdxPages::damaged(std::uint64_t offset, const std::string& what) const {
     throw EngineFault(FaultCode::kDamagedFile, "read index",

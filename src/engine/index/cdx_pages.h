@@ -39,17 +39,22 @@
 
 namespace brenik::index {
 
+// Holds the index of some 200,000 records with six tags.
+inline constexpr std::size_t kDefaultCacheBytes = std::size_t{8} << 20;
+
 // Thrown in a walk that has used cached pages and finds them stale.
 struct StaleCache {};
 
 class CdxPages {
   public:
-    CdxPages(platform::File file, bool exclusive, locks::LockMode mode, std::size_t cache_bytes);
+    CdxPages(platform::File file, bool exclusive, locks::LockMode mode);
 
     platform::File& file() { return file_; }
     const std::string& path() const { return file_.path(); }
 
     // -- Reading.
+    // Limits the memory for pages. A single walk or change may use more while it lasts.
+    void set_cache_bytes(std::size_t bytes) { cache_bytes_ = bytes; }
     // Limits the wait for the lock under which pages are read, while the object lives.
     class ReadTimeout {
       public:
@@ -162,7 +167,7 @@ class CdxPages {
     std::uint32_t free_head_ = 0;
     std::uint64_t file_size_ = 0;  // may have grown since; a file in shared use does not shrink
     PageCache pages_;
-    std::size_t cache_bytes_;
+    std::size_t cache_bytes_ = kDefaultCacheBytes;
     std::unordered_map<std::uint32_t, std::uint32_t> roots_;  // by offset of the tag header
     std::uint64_t epoch_ = 1;
     std::uint64_t generation_ = 1;

@@ -482,6 +482,7 @@ void CdxTree::settle(Path& path, std::size_t depth) {
         if (!added.empty()) grow(page, added);
         return;
     }
+    if (added.empty() && page.end_is_named) return;
     CdxPage& parent = *path[depth - 1].page;
     std::size_t slot = path[depth - 1].slot;
     CdxPage& end = added.empty() ? page : *added.back();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/index/cdx_pages.h"
 #include "util/bytes.h"
 
 namespace brenik::local {
@@ -50,6 +51,7 @@ class LocalEngine : public Engine {
     bool deleted_hidden() const override { return deleted_hidden_; }
     void set_full_durability(bool on) override { full_durability_ = on; }
     bool full_durability() const { return full_durability_; }
+    void set_index_cache(std::size_t bytes) override { index_cache_ = bytes; }
     int write_all_records() override;
     int close_all_tables() override;
 
@@ -69,6 +71,7 @@ class LocalEngine : public Engine {
     bool full_durability_ = false;
     bool proprietary_locking_ = false;
     bool read_only_ = false;
+    std::size_t index_cache_ = index::kDefaultCacheBytes;
     std::uint64_t moment_ = 0;
     std::string last_error_;
     std::set<LocalTable*> tables_;

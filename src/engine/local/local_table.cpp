@@ -38,7 +38,8 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     if (layout.has_memos()) {
         table->memo_ = MemoFile::open(table->file_->path(), layout.version, use.covered());
     }
-    table->orders_ = std::make_unique<TableOrders>(layout, table->file_->path(), use);
+    table->orders_ =
+        std::make_unique<TableOrders>(layout, table->file_->path(), use, engine.index_cache_);
     if (layout.has_structural_index()) table->orders_->open_structural();
     table->orders_attached(0, controlling);
     // With hidden records, the top may be far away; the index must not stay locked until it is

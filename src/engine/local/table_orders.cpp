@@ -54,6 +54,7 @@ void TableOrders::end_opening() noexcept {
 void TableOrders::open_index(const std::string& path, bool structural) {
     OpenIndex one;
     one.file = index::CdxFile::open(path, use_of(structural), index::CdxFile::Opened::kLocked);
+    one.file->set_cache_bytes(cache_bytes_);
     one.structural = structural;
     for (const auto& tag : one.file->tags()) {
         one.orders.push_back(make_order(*tag, layout_, one.file->path()));
@@ -85,6 +86,7 @@ void TableOrders::reopen(OpenIndex& one) {
         one.orders[i]->tag->set_pad(one.orders[i]->format.pad());
     }
     one.file = std::move(file);
+    one.file->set_cache_bytes(cache_bytes_);
 }
 
 bool TableOrders::doubtful() const {

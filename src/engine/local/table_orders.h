@@ -26,9 +26,13 @@ enum class KeysBefore { kAll, kSome };
 
 class TableOrders {
   public:
+    // `cache_bytes` limits the memory for the pages of each index file.
     TableOrders(const record::TableLayout& layout, std::string table_path,
-                const locks::FileUse& use)
-        : layout_(layout), table_path_(std::move(table_path)), use_(use) {}
+                const locks::FileUse& use, std::size_t cache_bytes)
+        : layout_(layout),
+          table_path_(std::move(table_path)),
+          use_(use),
+          cache_bytes_(cache_bytes) {}
 
     // Opens the structural index and attaches its orders. Throws Refused when it cannot be opened;
     // a tag that cannot be maintained is another EngineFault.
@@ -100,6 +104,7 @@ class TableOrders {
     const record::TableLayout& layout_;
     std::string table_path_;
     locks::FileUse use_;
+    std::size_t cache_bytes_;
     std::vector<OpenIndex> indexes_;  // the structural one first
     std::vector<const index::Order*> attached_;
 };
