@@ -9,6 +9,7 @@ namespace {
 
 constexpr int kStepsBefore = 4;
 constexpr std::size_t kBlockBytes = std::size_t{1} << 16;
+// Far less than MemoFile::kTextStays: the records refer to texts that others may replace.
 constexpr std::chrono::milliseconds kLasts{20};
 
 }  // namespace
