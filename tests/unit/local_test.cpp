@@ -206,6 +206,13 @@ class ScanTest : public LocalTest {
 
 TEST_F(ScanTest, ReadsEveryRecordInEitherDirectionWhateverOthersHold) {
     ASSERT_TRUE(theirs_->lock_record(500));
+    LocalEngine reader;  // asks nobody about locks
+    reader.set_read_only(true);
+    const auto only_read = fake::open(reader, file());
+    only_read->set_order(0);
+    for (int at = 1; at <= kRecords; ++at, only_read->skip(1)) {
+        ASSERT_EQ(trim_right(only_read->field_get(1).text()), std::to_string(at));
+    }
     const auto walk = [&](bool forward, auto expected) {
         forward ? ours_->go_top() : ours_->go_bottom();
         for (int at = forward ? 1 : kRecords; at >= 1 && at <= kRecords; at += forward ? 1 : -1) {
