@@ -18,21 +18,24 @@ void show_retry_notice(Session& session, const std::string& text, const std::str
     session.ui.notice(text, title, static_cast<int>(kRetryStepSeconds * 1000));
 }
 
-template <class Attempt>
-bool lock_with_retries(Session& session, double seconds, Attempt attempt, const std::string& notice,
-                       const std::string& title) {
+// `notice` makes the text of the notice; most locks are free, and need none.
+template <class Attempt, class Notice>
+bool lock_with_retries(Session& session, double seconds, Attempt attempt, Notice notice,
+                       const char* title) {
     if (attempt(LockTry::kAtOnce)) return true;
     const bool for_ever = seconds == 0;
     while (for_ever || seconds > 0) {
         if (attempt(LockTry::kInTurn)) return true;
-        show_retry_notice(session, notice, title);
+        show_retry_notice(session, notice(), title);
         seconds -= kRetryStepSeconds;
     }
     return false;
 }
 
-std::string locked_by_another(const WorkAreas& areas) {
-    return std::string(trim_right(areas.alias())) + " is locked by another user. Retrying...";
+auto locked_by_another(const WorkAreas& areas) {
+    return [&areas] {
+        return std::string(trim_right(areas.alias())) + " is locked by another user. Retrying...";
+    };
 }
 
 // 0 seconds means no repeat, unlike for locks.
@@ -80,9 +83,10 @@ bool open_once(Session& session, const NetUse& options, const Opening& opening, 
 bool REC_LOCK(Session& session, double seconds) {
     Table& table = session.areas.table("REC_LOCK");
     const RecordNumber record = table.record_number();
-    const std::string notice = std::string(trim_right(session.areas.alias())) + " ( record " +
-                               std::to_string(record) +
-                               ") is locked by another user or program. Retrying...";
+    const auto notice = [&] {
+        return std::string(trim_right(session.areas.alias())) + " ( record " +
+               std::to_string(record) + ") is locked by another user or program. Retrying...";
+    };
     return lock_with_retries(
         session, seconds, [&](LockTry attempt) { return table.lock_record(record, attempt); },
         notice, "Record Locking");
