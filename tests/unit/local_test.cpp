@@ -421,6 +421,12 @@ TEST_F(LocalTest, ATextOfBeforeIsNotWrittenOverByALaterOne) {
     ASSERT_TRUE(append(*table, {Memo{"another"}}));
     table->go_to(1);
     EXPECT_EQ(table->field_get(1).text(), "live");
+    // A header that sends the next text over the first one is believed by nobody.
+    write_over(file(".FPT"), 0, "\0\0\0\x08"s);
+    EXPECT_THROW(static_cast<void>(append(*table, {Memo{"third"}})), EngineFault);
+    table->abandon_changes();
+    table->go_to(1);
+    EXPECT_EQ(table->field_get(1).text(), "live");
 }
 
 TEST_F(LocalTest, OlderMemoFilesAreReadAndNotWritten) {
