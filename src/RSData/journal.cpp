@@ -241,13 +241,12 @@ bool RSADD(Session& session, const Addition& addition, Patience patience) {
 }
 
 void require_journal(Session& session) {
-    const SystemRecord settings(session);
-    static_cast<void>(session.areas.field(kSystemArea, practice::kLastStampField));
+    session.areas.require_field(kSystemArea, practice::kLastStampField);
     if (!tracking(session)) return;
     const int area = journal_area(session);
     for (const char* field : {practice::kKindField, practice::kTableCodeField,
                               practice::kStampField, practice::kIdentifierField}) {
-        static_cast<void>(session.areas.field(area, field));
+        session.areas.require_field(area, field);
     }
     begin_entry(session);
     journal(session).require_place();

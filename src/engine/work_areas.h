@@ -123,6 +123,9 @@ class WorkAreas {
     // -- Fields by name; an unknown name is EngineFault kUnknownName.
     Value field(int area, std::string_view name);
     void set_field(int area, std::string_view name, const Value& value);
+    void require_field(int area, std::string_view name) {
+        static_cast<void>(known_position(slot(area, name), name));
+    }
 
     // Both append to the current slot. They set the network error flag if a lock was refused and
     // clear it otherwise, also for a key that is taken.
