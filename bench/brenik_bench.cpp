@@ -124,6 +124,10 @@ class Measurement {
             if (contenders_[i].name == kSqlite) result.sqlite = costs[i];
             if (contenders_[i].name == kFloor && replayable_) result.floor = costs[i];
         }
+        if (!replayable_) {
+            std::fprintf(stderr, "%s: no floor, because not all of its calls can be replayed\n",
+                         operation_.name.c_str());
+        }
         result.ours = costs.front();
         std::sort(times_us_.begin(), times_us_.end());
         result.p99_us =
@@ -336,7 +340,7 @@ void measure_operations(const Options& options, Report& report) {
         if (options.peer(kSqlite)) {
             fs::remove(database);
             SqliteStore::make(practice, database);
-            place.sqlite = sqlite_workload(database);
+            place.sqlite = sqlite_workload(database, practice);
         }
         if (options.peer(kFloor)) place.replay = std::make_unique<Replay>(practice, copy);
         measure(*host_workload(practice), place, options, report);
@@ -352,14 +356,13 @@ void measure_whole_runs(const Options& options, Report& report) {
     const Scratch scratch;
     for (const std::size_t contacts : options.contacts) {
         const fs::path practice = scratch.practice(contacts, options.wide);
-        const fs::path database = scratch.folder() / (std::to_string(contacts) + ".db");
-        if (options.peer(kSqlite)) SqliteStore::make(practice, database);
+        if (options.peer(kSqlite)) SqliteStore::make(practice, practice / kPeerFile);
         for (const char* name : kWholeRuns) {
             report.add_whole("ours", name, contacts,
                              run_whole_apart({name, false}, practice, kTimes));
             if (!options.peer(kSqlite)) continue;
             report.add_whole("sqlite", name, contacts,
-                             run_whole_apart({name, true}, database, kTimes));
+                             run_whole_apart({name, true}, practice, kTimes));
         }
     }
 }

@@ -55,11 +55,31 @@ std::string insertion(const std::vector<std::string>& columns) {
     return "INSERT INTO contacts(" + names + ") VALUES(" + places + ")";
 }
 
-std::vector<std::string> added_columns() {
-    std::vector<std::string> columns;
-    for (const char* column : SqliteStore::kAddedColumns) columns.emplace_back(column);
-    columns.emplace_back("deleted");
-    return columns;
+std::string insertion_of_added() {
+    const auto& columns = SqliteStore::kAddedColumns;
+    return insertion({std::begin(columns), std::end(columns)});
+}
+
+// Blank text as NULL, and trailing blanks left out.
+void bind_value(Statement& statement, int parameter, const Value& value) {
+    switch (value.kind()) {
+        case ValueKind::kNil:
+            statement.bind_null(parameter);
+            break;
+        case ValueKind::kLogical:
+            statement.bind(parameter, std::int64_t{value.logical()});
+            break;
+        case ValueKind::kNumber:
+            statement.bind(parameter, value.number());
+            break;
+        case ValueKind::kDate:
+            statement.bind(parameter, value.date().to_ymd());
+            break;
+        default: {
+            const std::string_view text = trim_right(value.text());
+            text.empty() ? statement.bind_null(parameter) : statement.bind(parameter, text);
+        }
+    }
 }
 
 void copy_contacts(Table& contacts, sqlite3* database) {
@@ -70,26 +90,13 @@ void copy_contacts(Table& contacts, sqlite3* database) {
         definition += columns.back() + column_type(field.value) + ",";
     }
     columns.emplace_back("deleted");
-    execute(database, definition + "deleted INTEGER)");
+    execute(database, definition + "deleted INTEGER DEFAULT 0)");
     Statement insert(database, insertion(columns));
     control(contacts, "");
     for (contacts.go_top(); !contacts.end_of_file(); contacts.skip(1)) {
         const auto last = static_cast<int>(contacts.fields().size());
         for (int i = 1; i <= last; ++i) {
-            const Value value = contacts.field_get(static_cast<std::size_t>(i));
-            switch (value.kind()) {
-                case ValueKind::kLogical:
-                    insert.bind(i, std::int64_t{value.logical()});
-                    break;
-                case ValueKind::kNumber:
-                    insert.bind(i, value.number());
-                    break;
-                case ValueKind::kDate:
-                    insert.bind(i, value.date().to_ymd());
-                    break;
-                default:
-                    insert.bind(i, trim_right(value.text()));
-            }
+            bind_value(insert, i, contacts.field_get(static_cast<std::size_t>(i)));
         }
         insert.bind(last + 1, std::int64_t{contacts.deleted()});
         insert.run();
@@ -120,6 +127,19 @@ Statement& Statement::bind(int parameter, double number) {
 Statement& Statement::bind(int parameter, std::int64_t number) {
     sqlite3_bind_int64(statement_.get(), parameter, number);
     return *this;
+}
+
+Statement& Statement::bind_null(int parameter) {
+    sqlite3_bind_null(statement_.get(), parameter);
+    return *this;
+}
+
+std::vector<std::string> Statement::names(int first, int end) const {
+    std::vector<std::string> names;
+    for (int column = first; column < end; ++column) {
+        names.push_back(quoted(sqlite3_column_name(statement_.get(), column)));
+    }
+    return names;
 }
 
 bool Statement::step() {
@@ -177,14 +197,15 @@ SqliteStore::SqliteStore(const std::filesystem::path& database)
       commit_(connection_.get(), "COMMIT"),
       counter_(connection_.get(), "SELECT prefix, contacts + 1 FROM counters"),
       raise_(connection_.get(), "UPDATE counters SET contacts = contacts + 1"),
-      insert_(connection_.get(), insertion(added_columns())),
+      read_(connection_.get(), "SELECT rowid, * FROM contacts WHERE u_id = ?"),
+      insert_(connection_.get(), insertion_of_added()),
+      insert_all_(connection_.get(), insertion(read_.names(1, read_.columns() - 1))),
       note_(connection_.get(), "INSERT INTO journal VALUES(?, ?, ?, ?, ?)"),
       noted_(connection_.get(), "SELECT rowid FROM journal WHERE code || u_id || kind = ?"),
       note_again_(connection_.get(), "UPDATE journal SET stamp = ?, data = ? WHERE rowid = ?"),
       edit_last_(connection_.get(), "UPDATE contacts SET last = ? WHERE rowid = ?"),
       edit_plain_(connection_.get(),
                   "UPDATE contacts SET dear = ?1, dayphone = ?1 WHERE rowid = ?2"),
-      read_(connection_.get(), "SELECT rowid, * FROM contacts WHERE u_id = ?"),
       seek_u_id_(connection_.get(), "SELECT last FROM contacts WHERE u_id = ?"),
       seek_name_(connection_.get(),
                  "SELECT last FROM contacts WHERE upper(last || first) >= ? "
@@ -205,18 +226,37 @@ void SqliteStore::in_transaction(Change change) {
 void SqliteStore::add(const std::vector<std::string>& values) {
     int column = 0;
     for (const std::string& value : values) insert_.bind(++column, value);
-    insert_.bind(++column, std::int64_t{0});
     insert_.run();
 }
 
-void SqliteStore::add_whole(std::vector<std::string> values) {
+// Calls `insert` with the new identifier.
+template <typename Insert>
+void SqliteStore::add_noted(Insert insert) {
     in_transaction([&] {
         expect(counter_.step(), "the store has no counter");
-        values.front() = practice::identifier_of(std::string(counter_.text(0)), counter_.number(1));
+        const std::string u_id =
+            practice::identifier_of(std::string(counter_.text(0)), counter_.number(1));
         counter_.reset();
         raise_.run();
-        add(values);
-        note(practice::kAddition, values.front(), {});
+        insert(u_id);
+        note(practice::kAddition, u_id, {});
+    });
+}
+
+void SqliteStore::add_whole(const std::vector<std::string>& values) {
+    add_noted([&](const std::string& u_id) {
+        std::vector<std::string> identified = values;
+        identified.front() = u_id;
+        add(identified);
+    });
+}
+
+void SqliteStore::add_complete(const Contact& contact) {
+    add_noted([&](const std::string& u_id) {
+        int column = 0;
+        for (const Value& value : contact) bind_value(insert_all_, ++column, value);
+        insert_all_.bind(1, u_id);  // as in the table, the identifier comes first
+        insert_all_.run();
     });
 }
 

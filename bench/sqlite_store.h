@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "contact_examples.h"
+
 namespace brenik::bench {
 
 class Statement {
@@ -25,6 +27,7 @@ class Statement {
     Statement& bind(int parameter, std::string_view text);
     Statement& bind(int parameter, double number);
     Statement& bind(int parameter, std::int64_t number);
+    Statement& bind_null(int parameter);
     // True for a row, false at the end. Throws StoreBusy if another connection writes for longer
     // than this one waits.
     bool step();
@@ -33,6 +36,8 @@ class Statement {
     void reset() { sqlite3_reset(statement_.get()); }
     std::string_view text(int column) const;
     std::int64_t number(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+    // The quoted names of the columns from `first` to before `end`.
+    std::vector<std::string> names(int first, int end) const;
     int columns() const { return sqlite3_column_count(statement_.get()); }
 
   private:
@@ -56,7 +61,9 @@ class SqliteStore {
     void add(const std::vector<std::string>& values);
     // The same, with the counter's next identifier in place of the first value, and an entry in the
     // journal.
-    void add_whole(std::vector<std::string> values);
+    void add_whole(const std::vector<std::string>& values);
+    // Likewise with a value for every column.
+    void add_complete(const Contact& contact);
 
     // Reads every column of a contact and returns its row; 0 if there is none.
     std::int64_t read_contact(std::string_view u_id);
@@ -88,13 +95,15 @@ class SqliteStore {
     static Connection connect(const std::filesystem::path& database);
     template <typename Change>
     void in_transaction(Change change);
+    template <typename Insert>
+    void add_noted(Insert insert);
     void note(std::string_view kind, std::string_view u_id, std::string_view data);
     static void step(Statement& walk);
 
     Connection connection_;
     Statement begin_, commit_;
-    Statement counter_, raise_, insert_, note_, noted_, note_again_;
-    Statement edit_last_, edit_plain_, read_, seek_u_id_, seek_name_, seek_id_, by_name_, in_file_;
+    Statement counter_, raise_, read_, insert_, insert_all_, note_, noted_, note_again_;
+    Statement edit_last_, edit_plain_, seek_u_id_, seek_name_, seek_id_, by_name_, in_file_;
     std::size_t fields_;
     int changes_ = 0;
 };

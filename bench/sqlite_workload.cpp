@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "contact_examples.h"
+#include "practice/catalogue.h"
 #include "random.h"
 #include "sqlite_store.h"
 #include "tables.h"
@@ -14,8 +16,11 @@ using Column = SqliteStore::Column;
 
 class SqliteWorkload : public Workload {
   public:
-    explicit SqliteWorkload(const std::filesystem::path& database)
-        : store_(database), ids_(store_.texts_of("id")), u_ids_(store_.texts_of("u_id")) {
+    SqliteWorkload(const std::filesystem::path& database, const ContactExamples& examples)
+        : store_(database),
+          examples_(examples),
+          ids_(store_.texts_of("id")),
+          u_ids_(store_.texts_of("u_id")) {
         rows_ = u_ids_.size();
         random_.shuffle(u_ids_);
     }
@@ -27,7 +32,7 @@ class SqliteWorkload : public Workload {
                 {"edit-key", [this] { edit(Column::kLast); }},
                 {"add-end", [this] { store_.add_whole(contact()); }},
                 {"append", [this] { store_.add(contact()); }},
-                {"append-whole", [this] { store_.add_whole(contact()); }},
+                {"append-whole", [this] { store_.add_complete(examples_.next(random_)); }},
                 {"put", [this] { put(Column::kPlain); }},
                 {"put-key", [this] { put(Column::kLast); }},
                 {"seek-uid", [this] { store_.seek_u_id(any(u_ids_)); }},
@@ -64,6 +69,7 @@ class SqliteWorkload : public Workload {
     }
 
     SqliteStore store_;
+    ContactExamples examples_;
     std::vector<std::string> ids_;
     std::vector<std::string> u_ids_;  // shuffled
     std::size_t rows_ = 0;            // at the start
@@ -73,8 +79,11 @@ class SqliteWorkload : public Workload {
 
 }  // namespace
 
-std::unique_ptr<Workload> sqlite_workload(const std::filesystem::path& database) {
-    return std::make_unique<SqliteWorkload>(database);
+std::unique_ptr<Workload> sqlite_workload(const std::filesystem::path& database,
+                                          const std::filesystem::path& practice) {
+    const auto engine = new_engine();
+    const auto contacts = open_table(*engine, practice / practice::kNames.file);
+    return std::make_unique<SqliteWorkload>(database, ContactExamples(*contacts));
 }
 
 }  // namespace brenik::bench

@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <fstream>
 
+#include "contact_examples.h"
 #include "engine/maintenance/repair_table.h"
 #include "measuring.h"
 #include "practice/catalogue.h"
+#include "random.h"
 #include "sqlite_store.h"
 #include "tables.h"
 #include "workload.h"
@@ -21,7 +23,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr std::size_t kAppends = 20000;
+constexpr std::size_t kMostAppends = 20000;
 
 void run_operation(Workload& workload, const std::string& name, std::size_t runs) {
     for (const Operation& operation : workload.operations()) {
@@ -43,21 +45,25 @@ void run_here(const std::string& name, const fs::path& practice) {
     const auto engine = new_engine();
     const std::size_t records = open_table(*engine, contacts)->record_count();
     const auto workload = seam_workload(practice);
-    const bool walk = name == "walk";
-    run_operation(*workload, walk ? "walk" : "append-whole", walk ? records / kSteps : kAppends);
+    if (name == "walk") {
+        run_operation(*workload, "walk", records / kSteps);
+    } else {
+        run_operation(*workload, "append-whole", std::min(records, kMostAppends));
+    }
 }
 
-void run_in_peer(const std::string& name, const fs::path& database) {
-    SqliteStore store(database);
+void run_in_peer(const std::string& name, const fs::path& practice) {
+    SqliteStore store(practice / kPeerFile);
     if (name == "rebuild") {
         store.rebuild_indexes();
     } else if (name == "walk") {
         for (std::int64_t left = store.count(); left > 0; --left) store.step_by_name();
     } else {
-        for (std::size_t i = 0; i < kAppends; ++i) {
-            const std::string number = std::to_string(i * 7919 % kAppends);
-            store.add_whole({"", "B" + number, "Bench " + number, "Anna", "Salem"});
-        }
+        const auto engine = new_engine();
+        const ContactExamples examples(*open_table(*engine, practice / practice::kNames.file));
+        Random random;
+        const auto appends = std::min(static_cast<std::size_t>(store.count()), kMostAppends);
+        for (std::size_t i = 0; i < appends; ++i) store.add_complete(examples.next(random));
     }
 }
 
@@ -72,9 +78,9 @@ double peak_mb() {
 
 }  // namespace
 
-Json run_whole(const WholeRun& run, const fs::path& place) {
+Json run_whole(const WholeRun& run, const fs::path& practice) {
     const auto work = [&](std::size_t) {
-        run.peer ? run_in_peer(run.name, place) : run_here(run.name, place);
+        run.peer ? run_in_peer(run.name, practice) : run_here(run.name, practice);
     };
     const Cost cost = costs_in_turn({{run.name, work}}, {1, 1, 1}).front();
     return {{"processor_s", cost.processor_us / 1e6},
@@ -82,10 +88,10 @@ Json run_whole(const WholeRun& run, const fs::path& place) {
             {"peak_mb", peak_mb()}};
 }
 
-Json run_whole_apart(const WholeRun& run, const fs::path& place, int times) {
+Json run_whole_apart(const WholeRun& run, const fs::path& practice, int times) {
     const std::string command = fs::read_symlink("/proc/self/exe").string() + " --alone " +
                                 run.name + (run.peer ? " --peer sqlite" : "") + " --in " +
-                                place.string();
+                                practice.string();
     Json best;
     for (int i = 0; i < times; ++i) {
         FILE* output = popen(command.c_str(), "r");

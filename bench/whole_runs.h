@@ -1,8 +1,8 @@
 // Work on a whole table: how long it takes, and how much memory the process comes to use.
 //
 //   walk     every contact in the order of names, one field read
-//   append   20,000 contacts with counter and journal
 //   rebuild  all six orders, as "brenik reindex" does
+//   append   as many contacts as there are, at most 20,000, with counter and journal
 //
 // Each run has a process of its own, because memory that one run has used would count for the next.
 
@@ -19,14 +19,17 @@ struct WholeRun {
     bool peer = false;  // in SQLite
 };
 
-inline constexpr const char* kWholeRuns[] = {"walk", "append", "rebuild"};
+// The peer's database, in the practice's folder.
+inline constexpr const char* kPeerFile = "peer.db";
 
-// Runs it in this process, on a practice or on the peer's database. Returns processor and elapsed
+inline constexpr const char* kWholeRuns[] = {"walk", "rebuild", "append"};
+
+// Runs it in this process. Returns processor and elapsed
 // time in seconds and the peak of the memory in megabytes.
-nlohmann::ordered_json run_whole(const WholeRun& run, const std::filesystem::path& place);
+nlohmann::ordered_json run_whole(const WholeRun& run, const std::filesystem::path& practice);
 
 // Runs it in a new process of this program. Of several runs, the one with the least processor time.
-nlohmann::ordered_json run_whole_apart(const WholeRun& run, const std::filesystem::path& place,
+nlohmann::ordered_json run_whole_apart(const WholeRun& run, const std::filesystem::path& practice,
                                        int times);
 
 }  // namespace brenik::bench

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "brenikdb.h"
+#include "contact_examples.h"
 #include "engine/make/create_table.h"
 #include "engine/make/table_writer.h"
 #include "practice/catalogue.h"
@@ -159,6 +160,7 @@ class SeamWorkload : public Workload {
   public:
     explicit SeamWorkload(const fs::path& practice)
         : table_(open_table(*engine_, practice / practice::kNames.file)),
+          examples_(*table_),
           counter_(*engine_, practice),
           journal_(open_table(*engine_, practice / practice::kJournal.file)),
           records_(table_->record_count()),
@@ -194,8 +196,11 @@ class SeamWorkload : public Workload {
     // The steps of AddEnd, without its checks.
     void append_whole() {
         const std::string u_id = counter_.lock_and_raise();
+        const Contact contact = examples_.next(random_);
         table_->begin_record();
-        for (const std::size_t field : appended_) table_->field_put(field, random_.letters(7));
+        for (std::size_t field = 1; field <= contact.size(); ++field) {
+            if (!contact[field - 1].is_nil()) table_->field_put(field, contact[field - 1]);
+        }
         table_->field_put(appended_.front(), u_id);
         expect(table_->add_record(LockTry::kAtOnce, 1) == Table::Added::kDone, kBusyTable);
         table_->unlock_all();
@@ -251,6 +256,7 @@ class SeamWorkload : public Workload {
 
     std::unique_ptr<Engine> engine_ = new_engine();
     std::unique_ptr<Table> table_;
+    ContactExamples examples_;
     Counter counter_;
     std::unique_ptr<Table> journal_;
     std::size_t records_;  // at the start

@@ -12,7 +12,8 @@
 //
 // On the same practice's contacts, at the engine's seam:
 //   append       a record with five fields and all its keys, without counter and journal
-//   append-whole the same with a raised counter and an entry in the journal
+//   append-whole a record with all its fields but the memo, a different key in each order, a raised
+//                counter and an entry in the journal
 //   put          a locked change of a plain field
 //   put-key      a locked change of an indexed field
 //   seek-uid     a seek for an identifier; one field is read
@@ -59,8 +60,9 @@ class Workload {
 // `practice` is a fresh sample. Any failure ends the process with a message.
 std::unique_ptr<Workload> host_workload(const std::filesystem::path& practice);
 std::unique_ptr<Workload> seam_workload(const std::filesystem::path& practice);
-// Those of the operations above that SQLite can do, on a database of sqlite_store.h.
-std::unique_ptr<Workload> sqlite_workload(const std::filesystem::path& database);
+// Those of the operations above that SQLite can do, on a database that was made from the practice.
+std::unique_ptr<Workload> sqlite_workload(const std::filesystem::path& database,
+                                          const std::filesystem::path& practice);
 // Creates a table of `keys` records in `folder`.
 std::unique_ptr<Workload> key_workload(const std::filesystem::path& folder, std::size_t keys);
 
