@@ -1,6 +1,7 @@
 // The peer's operations, under the names of the library's that do the same.
 
 #include <memory>
+#include <utility>
 
 #include "contact_examples.h"
 #include "practice/catalogue.h"
@@ -16,9 +17,9 @@ using Column = SqliteStore::Column;
 
 class SqliteWorkload : public Workload {
   public:
-    SqliteWorkload(const std::filesystem::path& database, const ContactExamples& examples)
+    SqliteWorkload(const std::filesystem::path& database, ContactExamples examples)
         : store_(database),
-          examples_(examples),
+          examples_(std::move(examples)),
           ids_(store_.texts_of("id")),
           u_ids_(store_.texts_of("u_id")) {
         rows_ = u_ids_.size();
