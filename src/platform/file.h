@@ -177,6 +177,8 @@ class File {
     // delays nobody. Returns nothing where the system gives no proof: on Windows, on a share, and
     // if the call fails.
     std::optional<bool> is_locked(ByteRange range) const;
+    // The same, but waits until nobody holds such a lock. True if that takes longer.
+    std::optional<bool> stays_locked(ByteRange range, int timeout_ms) const;
     // Keeps the locks held now until the file is closed. They are shared locks that show others how
     // the file is used; no write depends on them.
     void keep_locks() { locks_ = 0; }

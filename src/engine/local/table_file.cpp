@@ -17,6 +17,9 @@ constexpr std::uint64_t kPageSize = 4096;
 constexpr std::chrono::seconds kOldAnswersLast{15};
 // A record is copied in microseconds. Does not wait for a process suspended mid-copy.
 constexpr int kWholeTimeout_ms = 50;
+// Longer than the system usually stops a process that is not suspended.
+constexpr int kWriterTimeout_ms = 20;
+constexpr std::chrono::seconds kKeptLockedFor{1};
 // Give up after this many differing reads: no real workload rewrites a record this fast.
 constexpr int kMostReadings = 100;
 // Others hold the bytes that separate the modes exclusively only while they open the table.
@@ -132,31 +135,58 @@ RecordNumber TableFile::count() {
 // The system may return a record that is being written part old and part new. Without a lock, only
 // two equal readings prove it whole; an earlier reading may be the first. If the record crosses a
 // page of the system, whose pages are copied one after the other, even both may see the same half,
-// unless no write went on between them. Every writer, of whatever program, holds the record's lock.
-// Where the system does not prove that nobody does, keep_whole() keeps our own writers out.
+// unless no write went on between them. Where the system does not prove that, keep_whole() keeps
+// our own writers out.
 void TableFile::read(RecordNumber record, MutableBytes into, Bytes earlier) {
     if (held_.owns(record)) return read_once(record, into);
-    const bool crosses = crosses_page(record);
     std::optional<locks::HeldLock> whole;
-    if (crosses) {
-        if (earlier.empty()) {
-            again_.resize(into.size());
-            read_once(record, again_);
-            earlier = again_;
-        }
-        if (is_locked(record, record).value_or(true)) {
-            keep_whole(record, platform::LockKind::kShared, whole);
-        }
+    if (crosses_page(record)) {
+        if (read_between_writes(record, into, earlier)) return;
+        keep_whole(record, platform::LockKind::kShared, whole);
+        earlier = {};
     }
     read_once(record, into);
     if (std::ranges::equal(into, earlier)) return;
-    if (crosses && !whole) keep_whole(record, platform::LockKind::kShared, whole);
     again_.resize(into.size());
     for (int reading = 1; reading < kMostReadings; ++reading) {
         read_once(record, again_);
         if (std::equal(again_.begin(), again_.end(), into.begin())) return;
         std::copy(again_.begin(), again_.end(), into.begin());
     }
+}
+
+// Every writer, of whatever program, holds the record's lock. If nobody does at some moment between
+// two equal readings, none of them met a write. False if the system cannot tell, and if somebody
+// keeps the record locked.
+bool TableFile::read_between_writes(RecordNumber record, MutableBytes into, Bytes earlier) {
+    again_.resize(into.size());
+    if (earlier.empty()) {
+        read_once(record, again_);
+        earlier = again_;
+    }
+    for (int reading = 1; reading < kMostReadings; ++reading) {
+        const std::optional<bool> locked = is_locked(record, record);
+        if (!locked || (*locked && stays_locked(record))) return false;
+        read_once(record, *locked ? MutableBytes(again_) : into);
+        if (!*locked && std::ranges::equal(into, earlier)) return true;
+        if (!*locked) std::ranges::copy(into, again_.begin());
+        earlier = again_;
+    }
+    return false;
+}
+
+// Waits for a writer to finish, even one that the system has stopped on the way. A person may keep
+// a record locked for hours, so a record that stays locked is not waited for again for a while.
+bool TableFile::stays_locked(RecordNumber record) {
+    const auto now = std::chrono::steady_clock::now();
+    for (const KeptLocked& one : kept_locked_) {
+        if (one.record == record && now < one.until) return true;
+    }
+    if (!file_.stays_locked(scheme_.records(record, record), kWriterTimeout_ms).value_or(true)) {
+        return false;
+    }
+    kept_locked_[next_kept_locked_++ % kept_locked_.size()] = {record, now + kKeptLockedFor};
+    return true;
 }
 
 // Whether other users hold the lock of one of these records; nothing if the system does not know. A

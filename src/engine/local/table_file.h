@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -115,6 +116,8 @@ class TableFile {
     void keep_other_mode_out();
     bool keep_strangers_out();
     std::optional<bool> is_locked(RecordNumber first, RecordNumber last) const;
+    bool read_between_writes(RecordNumber record, MutableBytes into, Bytes earlier);
+    bool stays_locked(RecordNumber record);
     bool read_whole(RecordBlock::Range range, MutableBytes into);
     bool crosses_page(RecordNumber record) const;
     void keep_whole(RecordNumber record, platform::LockKind kind,
@@ -145,6 +148,13 @@ class TableFile {
     bool count_doubtful_ = false;  // written when others may have raised it further
     RecordBlock block_{layout_.record_length};
     std::vector<Byte> again_;  // a second reading
+    // Records that others keep locked, found a moment ago.
+    struct KeptLocked {
+        RecordNumber record = 0;
+        std::chrono::steady_clock::time_point until{};
+    };
+    std::array<KeptLocked, 8> kept_locked_;
+    std::size_t next_kept_locked_ = 0;
 };
 
 }  // namespace brenik::local

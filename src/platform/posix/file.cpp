@@ -272,6 +272,33 @@ int open_found(std::string& path, int flags) {
     return open_descriptor(path, flags);
 }
 
+// On a share each try is a call to the server, so tries are fewer and pauses longer. Elsewhere the
+// first pause only yields the processor: a holder that was preempted on it continues at once and
+// releases the lock within microseconds.
+template <class Try>
+bool succeeds_within(int timeout_ms, bool remote, Try attempt) {
+    using namespace std::chrono;
+    const int tries_without_pause = remote ? 1 : 4;
+    const microseconds longest_pause(remote ? 8000 : 250);
+
+    for (int i = 0; i < tries_without_pause; ++i) {
+        if (attempt()) return true;
+    }
+    const auto deadline = steady_clock::now() + milliseconds(timeout_ms);
+    microseconds pause(remote ? 1000 : 50);
+    for (bool yields = !remote;; yields = false) {
+        const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
+        if (left.count() <= 0) return false;
+        if (yields) {
+            sched_yield();
+        } else {
+            pause_for(std::min(with_jitter(pause), left));
+            pause = std::min(pause * 2, longest_pause);
+        }
+        if (attempt()) return true;
+    }
+}
+
 }  // namespace
 
 std::string system_text(int system_code) { return std::generic_category().message(system_code); }
@@ -427,31 +454,8 @@ bool File::try_lock(ByteRange range, LockKind kind) {
     return code == 0;
 }
 
-// On a share each try is a call to the server, so tries are fewer and pauses longer. Elsewhere the
-// first pause only yields the processor: a holder that was preempted on it continues at once and
-// releases the lock within microseconds.
 bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
-    using namespace std::chrono;
-    const int tries_without_pause = remote() ? 1 : 4;
-    const microseconds first_pause(remote() ? 1000 : 50);
-    const microseconds longest_pause(remote() ? 8000 : 250);
-
-    for (int i = 0; i < tries_without_pause; ++i) {
-        if (try_lock(range, kind)) return true;
-    }
-    const auto deadline = steady_clock::now() + milliseconds(timeout_ms);
-    auto pause = first_pause;
-    for (bool yields = !remote();; yields = false) {
-        const auto left = duration_cast<microseconds>(deadline - steady_clock::now());
-        if (left.count() <= 0) return false;
-        if (yields) {
-            sched_yield();
-        } else {
-            pause_for(std::min(with_jitter(pause), left));
-            pause = std::min(pause * 2, longest_pause);
-        }
-        if (try_lock(range, kind)) return true;
-    }
+    return succeeds_within(timeout_ms, remote(), [&] { return try_lock(range, kind); });
 }
 
 // An exclusive lock is asked about, because every lock of another File is in its way. A share is
@@ -462,6 +466,15 @@ std::optional<bool> File::is_locked(ByteRange range) const {
     lock.l_type = F_WRLCK;
     if (call_lock(descriptor(handle_), F_OFD_GETLK, range, lock) != 0) return std::nullopt;
     return lock.l_type != F_UNLCK;
+}
+
+std::optional<bool> File::stays_locked(ByteRange range, int timeout_ms) const {
+    std::optional<bool> locked;
+    succeeds_within(timeout_ms, remote(), [&] {
+        locked = is_locked(range);
+        return !locked.value_or(false);
+    });
+    return locked;
 }
 
 void File::unlock(ByteRange range) noexcept {

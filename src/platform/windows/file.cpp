@@ -319,6 +319,8 @@ bool File::lock_within(ByteRange range, LockKind kind, int timeout_ms) {
 // The system has no call that asks about a lock.
 std::optional<bool> File::is_locked(ByteRange) const { return std::nullopt; }
 
+std::optional<bool> File::stays_locked(ByteRange, int) const { return std::nullopt; }
+
 void File::unlock(ByteRange range) noexcept {
     if (!is_open() || range.length == 0 || lost()) return;
     OVERLAPPED place = place_at(range.offset);
