@@ -273,12 +273,13 @@ int open_found(std::string& path, int flags) {
 }
 
 // On a share each try is a call to the server, so tries are fewer and pauses longer. Elsewhere the
-// first pause only yields the processor: a holder that was preempted on it continues at once and
-// releases the lock within microseconds.
+// tries before the first pause take some 20 us, as long as the lock of an index is held: a pause
+// would take longer, and a reader would spend most of its time in them. The first pause only yields
+// the processor, to a holder that was preempted on it.
 template <class Try>
 bool succeeds_within(int timeout_ms, bool remote, Try attempt) {
     using namespace std::chrono;
-    const int tries_without_pause = remote ? 1 : 4;
+    const int tries_without_pause = remote ? 1 : 40;
     const microseconds longest_pause(remote ? 8000 : 250);
 
     for (int i = 0; i < tries_without_pause; ++i) {
