@@ -274,7 +274,8 @@ std::size_t CdxPage::bound(Bytes probe, bool past_equal) const {
 }
 
 // An entry that shares more with its predecessor than the predecessor does with the probe stands to
-// the probe as the predecessor does: before it. Most others differ in the first byte they store.
+// the probe as the predecessor does: before it. Most others differ in the first byte they store, or
+// have the probe's key and a lesser record number.
 CdxPage::Place CdxPage::find(Bytes probe, bool past_equal) const {
     const std::size_t length = form_.key_length;
     const std::size_t in_key = std::min(probe.size(), length);
@@ -282,6 +283,9 @@ CdxPage::Place CdxPage::find(Bytes probe, bool past_equal) const {
     const LeafLayout layout = layout_;
     const std::uint64_t duplicate_mask = mask(layout.duplicate_bits);
     const std::uint64_t trailing_mask = mask(layout.trailing_bits);
+    const std::uint64_t record_mask = mask(layout.record_bits);
+    const RecordNumber record = probe.size() > length ? load_be32(probe.data() + length) : 0;
+    const std::size_t pads = trailing_pads(probe.first(in_key), form_.pad);
     const Byte* entry = raw_.data() + kLeafStart;
     std::size_t keys_end = kCdxPageSize;
     std::size_t same_before = 0;
@@ -295,6 +299,9 @@ CdxPage::Place CdxPage::find(Bytes probe, bool past_equal) const {
         if (duplicate <= same_before) {
             if (duplicate < std::min(text_end, in_key) && raw_[begin] < probe[duplicate]) {
                 same_before = duplicate;
+            } else if (duplicate == text_end && trailing == pads && same_before == length &&
+                       (load_le64(entry) & record_mask) < record) {
+                // The key of the probe once more, of an earlier record.
             } else {
                 const std::size_t same =
                     duplicate + same_text(raw_.data() + begin, text_end - duplicate,
