@@ -281,8 +281,9 @@ bool CdxTree::insert(Bytes key, RecordNumber record) {
     const PageEntry entry = checked_entry(key, record);
     Path path = path_to(entry);
     if (place_.there) return false;
-    path.back().page->insert(place_, entry);
-    settle(path, path.size() - 1);
+    CdxPage& leaf = *path.back().page;
+    leaf.insert(place_, entry);
+    settle(path, path.size() - 1, place_.slot + 1 == leaf.count() ? &entry : nullptr);
     return true;
 }
 
@@ -472,8 +473,8 @@ CdxPage* CdxTree::left_neighbour(const Path& path, std::size_t depth) {
 }
 
 // Completes a change to the entries of one page: splits it or removes it from the tree, and updates
-// its entry in the parent.
-void CdxTree::settle(Path& path, std::size_t depth) {
+// its entry in the parent. A caller that knows the page's last entry saves unpacking it.
+void CdxTree::settle(Path& path, std::size_t depth, const PageEntry* known_last) {
     CdxPage& page = *path[depth].page;
     pages_.touch_entries(page);
     if (page.empty()) return remove_emptied(path, depth);
@@ -487,11 +488,13 @@ void CdxTree::settle(Path& path, std::size_t depth) {
     std::size_t slot = path[depth - 1].slot;
     CdxPage& end = added.empty() ? page : *added.back();
     const PageEntry said = parent.entry(slot);
-    const PageEntry end_last = end.last_entry();
+    const PageEntry end_last =
+        known_last != nullptr && added.empty() ? *known_last : end.last_entry();
     end.loose = end.loose && compare(end_last, said) < 0;
     const PageEntry& last = end.loose ? said : end_last;
     if (added.empty() && same(said, last)) return;
     parent.set_last_of_child(slot, added.empty() ? last : page.last_entry());
+    end.end_is_named = !end.loose;
     for (const CdxPage* one : added) {
         parent.insert_child(++slot, one == &end ? last : one->last_entry(), one->offset());
     }

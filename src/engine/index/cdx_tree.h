@@ -138,7 +138,7 @@ class CdxTree {
     void learn_levels(const Path& path, CdxPage& child);
     bool repair(Path& path, CdxPage& child);
     std::uint32_t expected_right(const Position& parent);
-    void settle(Path& path, std::size_t depth);
+    void settle(Path& path, std::size_t depth, const PageEntry* known_last = nullptr);
     void loosen(CdxPage& page, Bytes said);
     void remove_emptied(Path& path, std::size_t depth);
     std::vector<CdxPage*> split(CdxPage& page, const Position& changed);
