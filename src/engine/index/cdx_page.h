@@ -160,8 +160,6 @@ class CdxPage {
     void insert_child(std::size_t slot, Bytes entry, std::uint32_t child);
     void erase(const Place& place, Bytes entry);
     void erase_child(std::size_t slot);
-    // Widens the entries of a leaf if they cannot hold this record number.
-    void prepare_for(RecordNumber record);
     void set_last_of_child(std::size_t slot, Bytes entry);
     // Turns an emptied root of any level into an empty leaf.
     void become_empty_leaf();
@@ -175,6 +173,7 @@ class CdxPage {
     void move_tail(std::size_t slot, CdxPage& to);
     // Removes the right neighbour from the level.
     void pass_over(const CdxPage& neighbour);
+
     // How exactly the entries that were decoded are packed. Other programs change a page in place
     // and rely on it.
     enum class Packing { kExact, kInexact, kTooTight };
@@ -223,6 +222,8 @@ class CdxPage {
     bool insert_packed(const Place& place, Bytes entry);
     void erase_packed(const Place& place, Bytes entry);
     void erase_unpacked(std::size_t slot);
+    // Widens the entries of a leaf if they cannot hold this record number.
+    void prepare_for(RecordNumber record);
     enum class Order { kLess, kEqual, kGreater };
     std::size_t same_text(const Byte* text, std::size_t size, Bytes wanted) const;
     Order compare_rest(std::size_t slot, std::size_t keys_begin, std::size_t same,
