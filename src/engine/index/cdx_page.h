@@ -50,7 +50,6 @@ struct LeafLayout {
     unsigned trailing_bits = 0;
     unsigned entry_bytes = 0;
 
-    bool operator==(const LeafLayout&) const = default;
     RecordNumber largest_record() const;
 };
 

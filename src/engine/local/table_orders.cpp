@@ -162,12 +162,13 @@ std::vector<TableOrders::KeyChange> TableOrders::key_changes(
     const std::optional<record::RecordView>& after, KeysBefore keys_before) const {
     std::vector<KeyChange> changes;
     for (const auto& order : one.orders) {
-        if (before && after && order->keeps_key(*before, *after)) continue;
+        const bool all_there = keys_before == KeysBefore::kAll;
+        if (all_there && before && after && order->keeps_key(*before, *after)) continue;
         KeyChange change{order.get(), {}, {}};
         if (before && order->holds(*before)) change.removed = order->key_of(*before);
         if (after && order->holds(*after)) change.inserted = order->key_of(*after);
         if (change.removed == change.inserted) {
-            if (!change.inserted || keys_before == KeysBefore::kAll) continue;
+            if (!change.inserted || all_there) continue;
             change.removed.reset();
         }
         changes.push_back(std::move(change));
