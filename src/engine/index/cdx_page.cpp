@@ -155,7 +155,7 @@ void CdxPage::decode_leaf(std::size_t count) {
             slot == 0 ? 0 : std::min(shared, length - std::max(trailing, before_trailing));
         exact_bytes += layout.entry_bytes + length - duplicate - trailing;
         exact = exact && trailing == entry.trailing && duplicate == entry.duplicate &&
-                (used_bits == 64 || (table_bits(slot) >> used_bits) == 0);
+                table_bits(slot) >> used_bits == 0;
         before_trailing = trailing;
         before_record = entry.record;
     }
@@ -164,8 +164,8 @@ void CdxPage::decode_leaf(std::size_t count) {
 }
 
 std::uint64_t CdxPage::table_bits(std::size_t slot) const {
-    const std::uint64_t bits = load_le64(raw_.data() + kLeafStart + slot * layout_.entry_bytes);
-    return bits & mask(8 * layout_.entry_bytes);
+    const unsigned behind = 64 - 8 * layout_.entry_bytes;  // bits that belong to other entries
+    return load_le64(raw_.data() + kLeafStart + slot * layout_.entry_bytes) << behind >> behind;
 }
 
 LeafNumbers CdxPage::numbers(std::size_t slot) const {
@@ -440,10 +440,12 @@ void CdxPage::erase_packed(const Place& place, Bytes entry) {
     set_numbers(slot, next);
 }
 
+// Laying out anew moves the key bytes of a page that was packed inexactly, so the place is lost.
 void CdxPage::insert(const Place& place, Bytes entry) {
     if (place.slot == count_) end_is_named = false;
+    const bool exact = packing_ == Packing::kExact;
     prepare_for(load_be32(entry.data() + form_.key_length));
-    if (packing_ == Packing::kExact && !overfull_ && insert_packed(place, entry)) return;
+    if (exact && !overfull_ && insert_packed(place, entry)) return;
     Entries entries = unpacked();
     entries.insert(entries.begin() + static_cast<std::ptrdiff_t>(place.slot * stride()),
                    entry.begin(), entry.end());
@@ -464,8 +466,8 @@ void CdxPage::insert_child(std::size_t slot, Bytes entry, std::uint32_t child) {
     store_be32(branch_at(slot) + form_.key_length + 4, child);
 }
 
-// A page laid out by another program keeps its widths while they hold all counts and record
-// numbers.
+// Before a change. A page laid out by another program keeps its widths while they hold all counts
+// and record numbers.
 void CdxPage::prepare_for(RecordNumber record) {
     const auto count_bits = static_cast<unsigned>(std::bit_width(form_.key_length));
     const bool sound = layout_.duplicate_bits == count_bits && layout_.trailing_bits == count_bits;
@@ -478,7 +480,9 @@ void CdxPage::prepare_for(RecordNumber record) {
 
 void CdxPage::erase(const Place& place, Bytes entry) {
     if (place.slot + 1 == count_) end_is_named = false;
-    packing_ == Packing::kExact ? erase_packed(place, entry) : erase_unpacked(place.slot);
+    const bool exact = packing_ == Packing::kExact;
+    prepare_for(0);
+    exact && !overfull_ ? erase_packed(place, entry) : erase_unpacked(place.slot);
 }
 
 void CdxPage::erase_child(std::size_t slot) {

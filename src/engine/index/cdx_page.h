@@ -154,7 +154,9 @@ class CdxPage {
     // REQUIRES: a next entry.
     void advance(Reading& reading) const;
 
-    // After an insertion the page may be too large to be written; cuts() and move_tail() mend that.
+    // After a change the page may be too large to be searched or written; cuts() and move_tail()
+    // mend that. An erasure has this effect only on a page of another program.
+    bool fits() const { return !overfull_; }
     void insert(const Place& place, Bytes entry);
     void insert_child(std::size_t slot, Bytes entry, std::uint32_t child);
     void erase(const Place& place, Bytes entry);
@@ -221,7 +223,7 @@ class CdxPage {
     bool insert_packed(const Place& place, Bytes entry);
     void erase_packed(const Place& place, Bytes entry);
     void erase_unpacked(std::size_t slot);
-    // Widens the entries of a leaf if they cannot hold this record number.
+    // Widens the entries of a leaf if they cannot hold this record number or every count.
     void prepare_for(RecordNumber record);
     enum class Order { kLess, kEqual, kGreater };
     std::size_t same_text(const Byte* text, std::size_t size, Bytes wanted) const;

@@ -297,7 +297,7 @@ bool CdxTree::remove(Bytes key, RecordNumber record) {
         const Position& parent = path[path.size() - 2];
         loosen(*leaf, parent.page->branch(parent.slot));
     }
-    if (path.size() == 1 || !leaf->loose) settle(path, path.size() - 1);
+    if (path.size() == 1 || !leaf->loose || !leaf->fits()) settle(path, path.size() - 1);
     pages_.touch_entries(*leaf);
     return true;
 }
