@@ -334,6 +334,132 @@ TEST_F(IndexTest, ATreeWhoseWritingWasCutShortIsReadAndMended) {
 
 #endif
 
+// How another program may lay out a leaf.
+struct ForeignLeaf {
+    enum Sharing { kNothing, kExact, kTooMuch };
+    const char* name;
+    unsigned record_bits, duplicate_bits, trailing_bits, entry_bytes;
+    Sharing sharing;
+};
+
+// Puts entries into a leaf in place of those that it has.
+void write_foreign(const fs::path& path, std::uint32_t page, const Entries& entries,
+                   const ForeignLeaf& leaf) {
+    std::string bytes = bytes_of(path).substr(page, 12) + std::string(500, '\0');
+    std::size_t table = 24, keys = bytes.size(), before = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const auto& [key, record] = entries[i];
+        const std::size_t text = key.find_last_not_of(' ') + 1;
+        std::size_t shared = 0;
+        const std::size_t most = leaf.sharing == ForeignLeaf::kNothing ? 0
+                                 : leaf.sharing == ForeignLeaf::kExact ? std::min(text, before)
+                                                                       : text;
+        while (i > 0 && shared < most && key[shared] == entries[i - 1].first[shared]) ++shared;
+        keys -= text - shared;
+        bytes.replace(keys, text - shared, key, shared, text - shared);
+        std::uint64_t packed = key.size() - text;
+        packed = (packed << leaf.duplicate_bits | shared) << leaf.record_bits | record;
+        for (unsigned k = 0; k < leaf.entry_bytes; ++k, packed >>= 8) {
+            bytes[table++] = static_cast<char>(packed);
+        }
+        before = text;
+    }
+    ASSERT_LE(table, keys) << leaf.name;
+    const auto ones = [](unsigned bits) {
+        return number_bytes(static_cast<std::uint32_t>((std::uint64_t{1} << bits) - 1));
+    };
+    bytes.replace(2, 2, number_bytes(static_cast<std::uint32_t>(entries.size())), 0, 2);
+    bytes.replace(12, 2, number_bytes(static_cast<std::uint32_t>(keys - table)), 0, 2);
+    bytes.replace(14, 4, ones(leaf.record_bits));
+    const unsigned numbers[] = {leaf.record_bits, leaf.duplicate_bits, leaf.trailing_bits,
+                                leaf.entry_bytes};
+    bytes[18] = ones(leaf.duplicate_bits)[0], bytes[19] = ones(leaf.trailing_bits)[0];
+    for (std::size_t i = 0; i < 4; ++i) bytes[20 + i] = static_cast<char>(numbers[i]);
+    write_over(path, page, bytes);
+}
+
+// A leaf in the middle of a tree, as other programs or an interrupted change leave it.
+class ForeignPage : public IndexTest {
+  protected:
+    static constexpr std::size_t kLength = 60;
+
+    // Two keys that differ only in their last byte, the first of which is mostly pads.
+    void add_pair(std::string start) {
+        start.resize(kLength, ' ');
+        model_.insert({start, static_cast<RecordNumber>(model_.size() + 1)});
+        start.back() = 'x';
+        model_.insert({start, static_cast<RecordNumber>(model_.size() + 1)});
+    }
+    void make_tree() {
+        model_.clear();
+        for (char c = 'A'; c <= 'Z'; ++c) add_pair({c});
+        const Entries all(model_.begin(), model_.end());
+        make(kLength, ' ', all);
+        const std::string bytes = bytes_of(path_);
+        const std::vector<std::uint32_t> leaf = leaves_of(bytes);
+        ASSERT_GT(leaf.size(), 3u);
+        page_ = leaf[1];
+        const auto from = all.begin() + load_le16(&as_bytes(bytes)[leaf[0] + 2]);
+        held_ = {from, from + load_le16(&as_bytes(bytes)[page_ + 2])};
+        ASSERT_GE(held_.size(), 8u);
+    }
+    void change_both(index::CdxFile& file, const Entries& removed, const Entries& added) {
+        for (const Entry& e : removed) EXPECT_EQ(model_.erase(e), 1u);
+        model_.insert(added.begin(), added.end());
+        change(file, removed, added);
+        expect_walks(*file.tags()[0], {model_.begin(), model_.end()});
+        EXPECT_EQ(on_disk(' '), Entries(model_.begin(), model_.end()));
+    }
+
+    Model model_;
+    std::uint32_t page_ = 0;
+    Entries held_;  // by the leaf
+};
+
+TEST_F(ForeignPage, IsChangedWhateverItsLayout) {
+    const ForeignLeaf leaves[] = {
+        {"eight bytes for each entry", 32, 6, 6, 8, ForeignLeaf::kExact},
+        {"no shared bytes, no large record numbers", 8, 6, 6, 3, ForeignLeaf::kNothing},
+        {"no bits for shared bytes", 16, 0, 6, 3, ForeignLeaf::kNothing},
+        {"more shared bytes than others accept", 12, 6, 6, 3, ForeignLeaf::kTooMuch},
+    };
+    for (const bool adds_first : {true, false}) {
+        for (const ForeignLeaf& leaf : leaves) {
+            SCOPED_TRACE(leaf.name);
+            make_tree();
+            // Wide entries need room; shared bytes make some.
+            const std::size_t first = leaf.entry_bytes == 8 ? 4 : 0;
+            for (std::size_t i = 0; i < first; ++i) model_.erase(held_[i]);
+            for (std::size_t i = 2; i + 2 < held_.size(); i += 2) {
+                if (leaf.sharing == ForeignLeaf::kTooMuch)
+                    add_pair(held_[i].first.substr(0, 1) + "1");
+            }
+            const Entries now(model_.lower_bound(held_[first]), model_.upper_bound(held_.back()));
+            write_foreign(path_, page_, now, leaf);
+            const auto file = open();
+            std::string added = now[1].first;
+            added[3] = 'k';
+            if (adds_first) change_both(*file, {}, {{added, 70000}});
+            change_both(*file, {now.back(), now[3], now[1]}, {{now[2].first, 200}});
+            change_both(*file, {now[2]}, {now[1], now.back()});
+        }
+    }
+}
+
+// A change that is given up has found that the leaf ends before its entry in the parent.
+TEST_F(ForeignPage, ThatWasFoundUnfinishedIsMendedByALaterChange) {
+    make_tree();
+    model_.erase(held_.back());
+    held_.pop_back();
+    write_foreign(path_, page_, held_, {"unfinished", 12, 6, 6, 3, ForeignLeaf::kExact});
+    const auto file = open();
+    {
+        index::CdxFile::Change given_up(*file);
+        EXPECT_FALSE(given_up.remove(*file->tags()[0], as_bytes(held_[1].first), 70000));
+    }
+    change_both(*file, held_, {});
+}
+
 // Builds an index from invented records, and knows what it must hold.
 class Rebuild : public IndexTest {
   protected:

@@ -282,6 +282,7 @@ bool CdxTree::insert(Bytes key, RecordNumber record) {
     Path path = path_to(entry);
     if (place_.there) return false;
     CdxPage& leaf = *path.back().page;
+    pages_.touch_entries(leaf);
     leaf.insert(place_, entry);
     settle(path, path.size() - 1, place_.slot + 1 == leaf.count() ? &entry : nullptr);
     return true;
@@ -292,18 +293,20 @@ bool CdxTree::remove(Bytes key, RecordNumber record) {
     Path path = path_to(entry);
     const auto [leaf, slot] = path.back();
     if (!place_.there) return false;
+    pages_.touch_entries(*leaf);
     leaf->erase(place_, entry);
     if (path.size() > 1 && slot == leaf->count()) {
         const Position& parent = path[path.size() - 2];
         loosen(*leaf, parent.page->branch(parent.slot));
     }
     if (path.size() == 1 || !leaf->loose || !leaf->fits()) settle(path, path.size() - 1);
-    pages_.touch_entries(*leaf);
     return true;
 }
 
+// Touches the page: if the change is given up, it must not stay in the cache as a loose one.
 void CdxTree::loosen(CdxPage& page, Bytes said) {
     if (page.loose) return;
+    pages_.touch_entries(page);
     loose_.emplace_back(said);
     page.loose = true;
 }
@@ -555,6 +558,7 @@ void CdxTree::unlink(const CdxPage& page, CdxPage* left) {
 void CdxTree::grow(CdxPage& root, const std::vector<CdxPage*>& added) {
     CdxPage& first = pages_.add(form(), root.leaf());
     root.move_tail(0, first);
+    if (!first.fits()) pages_.damaged(root.offset(), "expected entries that fit a page");
     first.left = kNoPage;
     added.front()->left = first.offset();
     pages_.touch_pointers(*added.front());
