@@ -17,6 +17,8 @@ CdxPage* PageCache::find(std::uint32_t offset) {
     const std::uint32_t* number = number_of(offset);
     if (number == nullptr || *number == 0) return nullptr;
     Slot& slot = slots_[*number - 1];
+    // A damaged file can name an offset between pages.
+    if (slot.page->offset() != offset) return nullptr;
     slot.used = true;
     return slot.page.get();
 }
