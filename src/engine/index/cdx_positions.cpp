@@ -58,12 +58,13 @@ class CdxTree::HeaderReader {
   public:
     explicit HeaderReader(CdxPages& pages) : pages_(pages) {
         pages.measure();
-        headers_.resize(static_cast<std::size_t>(pages.page_count() / kPagesAtOnce + 1));
+        page_count_ = pages.page_count();
+        headers_.resize(static_cast<std::size_t>(page_count_ / kPagesAtOnce + 1));
     }
 
     LeafHeader leaf(std::uint32_t offset) {
         const std::size_t page = offset / kCdxPageSize;
-        if (offset % kCdxPageSize != 0 || page >= pages_.page_count()) refuse(offset);
+        if (offset % kCdxPageSize != 0 || page >= page_count_) refuse(offset);
         Group& group = headers_[page / kPagesAtOnce];
         if (group.empty()) read(page / kPagesAtOnce, group);
         const Byte* header = group[page % kPagesAtOnce].data();
@@ -77,10 +78,14 @@ class CdxTree::HeaderReader {
     using Group = std::vector<Header>;
 
     void read(std::size_t number, Group& group) {
-        block_.assign(kPagesAtOnce * kCdxPageSize, Byte{0});
-        pages_.read_bytes(std::uint64_t{number} * block_.size(), block_);
-        group.resize(kPagesAtOnce);
-        for (std::size_t i = 0; i < kPagesAtOnce; ++i) {
+        // A read past the end of the file would be repeated.
+        const std::uint64_t first = std::uint64_t{number} * kPagesAtOnce;
+        const auto pages =
+            static_cast<std::size_t>(std::min<std::uint64_t>(kPagesAtOnce, page_count_ - first));
+        block_.resize(pages * kCdxPageSize);
+        pages_.read_bytes(first * kCdxPageSize, block_);
+        group.resize(pages);
+        for (std::size_t i = 0; i < pages; ++i) {
             std::copy_n(block_.data() + i * kCdxPageSize, kInteriorStart, group[i].begin());
         }
     }
@@ -90,6 +95,7 @@ class CdxTree::HeaderReader {
     }
 
     CdxPages& pages_;
+    std::uint64_t page_count_ = 0;
     std::vector<Group> headers_;
     std::vector<Byte> block_;
 };
