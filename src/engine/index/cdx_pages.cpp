@@ -3,6 +3,7 @@
 #include "engine/index/cdx_pages.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "engine/index/cdx_header.h"
@@ -360,11 +361,17 @@ void CdxPages::put(std::uint64_t offset, Bytes bytes) {
     }
 }
 
+// Two workstations that lost their sessions at the same moment may both rebuild from the same
+// counter. The clock and the address make it unlikely that they end with the same one.
 void CdxPages::start_afresh() {
     constexpr std::uint32_t kFarAhead = 1 << 20;
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    const auto varying =
+        static_cast<std::uint32_t>(now) ^
+        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(this) / alignof(CdxPages));
     free_head_ = 0;
     store_be32(header_.data() + kCounterOffset,
-               load_be32(header_.data() + kCounterOffset) + kFarAhead);
+               load_be32(header_.data() + kCounterOffset) + kFarAhead + varying % (64 * kFarAhead));
 }
 
 std::uint32_t CdxPages::reserve_page() {
