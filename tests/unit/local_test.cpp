@@ -20,6 +20,7 @@
 #include "checker.h"
 #include "engine/local/memo_file.h"
 #include "engine/local/table_file.h"
+#include "engine/local/table_orders.h"
 #include "file_bytes.h"
 #include "places.h"
 #include "tables.h"
@@ -284,6 +285,31 @@ TEST_F(LocalTest, WhatAnAdditionLeftUncountedIsClearedByTheNextOne) {
     write_over(file(), 4, "\x01");  // the count
     for (const char* key : {"ZZZZ", "YYYY", "XXXX"}) ASSERT_TRUE(append(*open(), {key}));
     EXPECT_TRUE(judged_right(file()));
+}
+
+// As after a lost session, when the index may have been rebuilt or changed by others meanwhile.
+TEST_F(LocalTest, OfARecordWhoseKeysAreUncertainAllAreWritten) {
+    for (const char* known : {"NEW SAME", "OLD SAME"}) {
+        SCOPED_TRACE(known);
+        make(0x03, {{"K", 'C', 4}, {"L", 'C', 4}}, {{"K", "K"}, {"L", "L"}}, {{"NEW", "SAME"}});
+        const auto records = TableFile::open(file(), {});
+        TableOrders orders(records->layout(), file(), {}, index::kDefaultCacheBytes);
+        orders.open_structural();
+        orders.end_opening();
+        std::vector<Byte> there(records->layout().record_length);
+        records->read(1, there);
+        const auto update = [&](Bytes before, const std::optional<record::RecordView>& after) {
+            KeyUpdate keys(orders, record::RecordView{before, 1}, after, KeysBefore::kSome);
+            keys.lock(false);
+            keys.insert([](const auto&, const auto&) { return false; });
+            keys.remove();
+            keys.publish();
+        };
+        update(there, std::nullopt);
+        const std::string before = " "s + known;
+        update(as_bytes(before), record::RecordView{there, 1});
+        EXPECT_TRUE(judged_right(file()));
+    }
 }
 
 // ----------------------------------------------------------------- other programs' ways to write

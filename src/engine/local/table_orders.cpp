@@ -161,14 +161,14 @@ std::vector<TableOrders::KeyChange> TableOrders::key_changes(
     const OpenIndex& one, const std::optional<record::RecordView>& before,
     const std::optional<record::RecordView>& after, KeysBefore keys_before) const {
     std::vector<KeyChange> changes;
+    const bool complete = keys_before == KeysBefore::kAll;
     for (const auto& order : one.orders) {
-        const bool all_there = keys_before == KeysBefore::kAll;
-        if (all_there && before && after && order->keeps_key(*before, *after)) continue;
+        if (complete && before && after && order->keeps_key(*before, *after)) continue;
         KeyChange change{order.get(), {}, {}};
         if (before && order->holds(*before)) change.removed = order->key_of(*before);
         if (after && order->holds(*after)) change.inserted = order->key_of(*after);
         if (change.removed == change.inserted) {
-            if (!change.inserted || all_there) continue;
+            if (!change.inserted || complete) continue;
             change.removed.reset();
         }
         changes.push_back(std::move(change));
