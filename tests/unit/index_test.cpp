@@ -340,6 +340,7 @@ struct ForeignLeaf {
     const char* name;
     unsigned record_bits, duplicate_bits, trailing_bits, entry_bytes;
     Sharing sharing;
+    index::CdxPage::Packing packing = index::CdxPage::Packing::kExact;
 };
 
 // Puts entries into a leaf in place of those that it has.
@@ -403,12 +404,20 @@ class ForeignPage : public IndexTest {
         held_ = {from, from + load_le16(&as_bytes(bytes)[page_ + 2])};
         ASSERT_GE(held_.size(), 8u);
     }
+    index::CdxPage decoded(std::uint32_t page) const {
+        const std::string bytes = bytes_of(path_);
+        return index::CdxPage::decode({kFirstTag, kLength, ' '}, page,
+                                      as_bytes(bytes).subspan(page, index::kCdxPageSize));
+    }
     void change_both(index::CdxFile& file, const Entries& removed, const Entries& added) {
         for (const Entry& e : removed) EXPECT_EQ(model_.erase(e), 1u);
         model_.insert(added.begin(), added.end());
         change(file, removed, added);
         expect_walks(*file.tags()[0], {model_.begin(), model_.end()});
         EXPECT_EQ(on_disk(' '), Entries(model_.begin(), model_.end()));
+        for (const std::uint32_t page : leaves_of(bytes_of(path_))) {
+            EXPECT_EQ(decoded(page).packing(), index::CdxPage::Packing::kExact);
+        }
     }
 
     Model model_;
@@ -417,11 +426,12 @@ class ForeignPage : public IndexTest {
 };
 
 TEST_F(ForeignPage, IsChangedWhateverItsLayout) {
+    using enum index::CdxPage::Packing;
     const ForeignLeaf leaves[] = {
         {"eight bytes for each entry", 32, 6, 6, 8, ForeignLeaf::kExact},
-        {"no shared bytes, no large record numbers", 8, 6, 6, 3, ForeignLeaf::kNothing},
-        {"no bits for shared bytes", 16, 0, 6, 3, ForeignLeaf::kNothing},
-        {"more shared bytes than others accept", 12, 6, 6, 3, ForeignLeaf::kTooMuch},
+        {"no shared bytes, no large record numbers", 8, 6, 6, 3, ForeignLeaf::kNothing, kInexact},
+        {"no bits for shared bytes", 16, 0, 6, 3, ForeignLeaf::kNothing, kInexact},
+        {"more shared bytes than others accept", 12, 6, 6, 3, ForeignLeaf::kTooMuch, kTooTight},
     };
     for (const bool adds_first : {true, false}) {
         for (const ForeignLeaf& leaf : leaves) {
@@ -436,6 +446,7 @@ TEST_F(ForeignPage, IsChangedWhateverItsLayout) {
             }
             const Entries now(model_.lower_bound(held_[first]), model_.upper_bound(held_.back()));
             write_foreign(path_, page_, now, leaf);
+            EXPECT_EQ(decoded(page_).packing(), leaf.packing);
             const auto file = open();
             std::string added = now[1].first;
             added[3] = 'k';
