@@ -227,6 +227,13 @@ TEST_F(ScanTest, ReadsEveryRecordInEitherDirectionWhateverOthersHold) {
     ours_->set_filter([](const record::RecordView& record) { return record.number % 100 < 7; });
     for (const bool forward : {true, false}) walk(forward, [](int at) { return at % 100 < 7; });
     EXPECT_EQ(ours_->key_count(0, KeySet::kVisible), 70u);
+    ours_->set_filter({});
+    theirs_->unlock_all();
+    ASSERT_TRUE(theirs_->lock_table());
+    const auto begin = std::chrono::steady_clock::now();
+    for (const bool forward : {true, false}) walk(forward, [](int) { return true; });
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500))
+        << "only a few of the locked records are waited for";
 }
 
 TEST_F(ScanTest, FindsWhatOthersChangeAtTheNextCallLockOrMoveAndSoonAnyway) {

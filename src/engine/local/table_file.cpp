@@ -167,25 +167,32 @@ bool TableFile::read_between_writes(RecordNumber record, MutableBytes into, Byte
     for (int reading = 1; reading < kMostReadings; ++reading) {
         const std::optional<bool> locked = is_locked(record, record);
         if (!locked || (*locked && stays_locked(record))) return false;
-        read_once(record, *locked ? MutableBytes(again_) : into);
-        if (!*locked && std::ranges::equal(into, earlier)) return true;
-        if (!*locked) std::ranges::copy(into, again_.begin());
+        read_once(record, into);
+        if (std::ranges::equal(into, earlier)) return true;
+        std::ranges::copy(into, again_.begin());
         earlier = again_;
     }
     return false;
 }
 
-// Waits for a writer to finish, even one that the system has stopped on the way. A person may keep
-// a record locked for hours, so a record that stays locked is not waited for again for a while.
+// False once nobody holds the record's lock. Waits for a writer to finish, even one that the system
+// has stopped on the way. A person may keep a record locked for hours, so a record that stays
+// locked is not waited for again for a while. Neither is any other record once so many have stayed
+// locked, as in a table that is locked as a whole: those are only asked about a few times in a row.
 bool TableFile::stays_locked(RecordNumber record) {
     const auto now = std::chrono::steady_clock::now();
     for (const KeptLocked& one : kept_locked_) {
         if (one.record == record && now < one.until) return true;
     }
-    if (!file_.stays_locked(scheme_.records(record, record), kWriterTimeout_ms).value_or(true)) {
-        return false;
+    KeptLocked& oldest = kept_locked_[next_kept_locked_ % kept_locked_.size()];
+    const bool many = now < oldest.until;
+    const std::optional<bool> locked =
+        file_.stays_locked(scheme_.records(record, record), many ? 0 : kWriterTimeout_ms);
+    if (!locked.value_or(true)) return false;
+    if (!many) {
+        oldest = {record, now + kKeptLockedFor};
+        ++next_kept_locked_;
     }
-    kept_locked_[next_kept_locked_++ % kept_locked_.size()] = {record, now + kKeptLockedFor};
     return true;
 }
 
