@@ -38,7 +38,9 @@ const Routine* find(std::span<const Routine> routines, std::string_view name) {
     return found == routines.end() ? nullptr : &*found;
 }
 
+// Each line is a call of the host.
 Value run(Session& session, const std::string& name, CallArguments& arguments) {
+    session.areas.begin_call();
     for (const auto routines : {library_routines(), table_operations()}) {
         if (const Routine* routine = find(routines, name))
             return routine->call({routine->name, session, arguments});

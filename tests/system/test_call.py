@@ -1,10 +1,13 @@
 """Routines called by name through the companion tool: the protocol, and sessions on a practice."""
 
+import contextlib
 import json
 import os
+import shlex
+import subprocess
 
 import pytest
-from conftest import tool
+from conftest import OURS, TOOL, path_form, tool
 from judges import assert_sound, identifier
 
 
@@ -15,6 +18,17 @@ def call(*lines, folder=None, expect=0, cwd=None):
     done = tool('call', *options, input=text, env={**os.environ, 'BRENIK_UI': 'none'}, cwd=cwd)
     assert done.returncode == expect, done.stderr
     return [json.loads(line) for line in done.stdout.splitlines()]
+
+
+@contextlib.contextmanager
+def talking(folder):
+    """A session that answers line by line."""
+    command = [*shlex.split(TOOL), 'call', '--dir', path_form(OURS)(folder)]
+    with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, bufsize=1) as child:
+        def say(*line):
+            child.stdin.write(json.dumps(line) + '\n')
+            return json.loads(child.stdout.readline())['result']
+        yield say
 
 
 @pytest.mark.parametrize('line, result', [
@@ -52,6 +66,24 @@ def test_one_session_over_a_practice(practice):
     assert answers[17]['result'] is True and [answer['refs'] for answer in answers[19:]] == [[None], [None]]
     assert practice.table('LAW1').one(U_ID=uid).deleted
     assert_sound(practice.folder)
+
+
+def test_a_line_finds_what_others_wrote_before_it(practice):
+    with talking(practice) as reader, talking(practice) as writer:
+        for say in reader, writer:
+            say('select area', 1)
+            say('set order focus', 0)
+        place = reader('field position', 'LAST')
+        reader('go top')
+        for record in range(2, 31):
+            if record > 6:                          # a scan, which reads ahead within a line
+                writer('go to', record)
+                assert writer('lock record', record)
+                writer('field assignment by name', 1, 'LAST', 'L%d' % record)
+                writer('unlock')
+            reader('skip')
+            text = reader('field get', place)
+            assert record <= 6 or text.strip() == 'L%d' % record
 
 
 def test_every_listed_name_is_there(tmp_path):
