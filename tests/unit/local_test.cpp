@@ -267,6 +267,16 @@ TEST_F(ScanTest, FindsWhatOthersChangeAtTheNextCallLockOrMoveAndSoonAnyway) {
         ours_->unlock_all();
         ours_->set_order(0);
     }
+    theirs_.reset();
+    ours_.reset();
+    make(0x03, {{"K", 'C', 4}}, {}, std::vector<Array>(kRecords)).reset();  // all in one block
+    theirs_ = fake::open(their_engine_, file());
+    ours_ = open();
+    scan_to(20);
+    ASSERT_TRUE(take(*theirs_, 120));
+    fake::put_and_unlock(*theirs_, {"far"});
+    ours_->skip(100);
+    EXPECT_EQ(text(), "far") << "after a skip over many";
     scan_to(ours_->record_count());
     ASSERT_TRUE(append(*theirs_, {"new"}));
     ours_->skip(1);

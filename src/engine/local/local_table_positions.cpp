@@ -28,6 +28,7 @@ void LocalTable::refuse_order(std::size_t order, const char* operation) const {
 bool LocalTable::leap(std::int64_t count) {
     const bool forward = count > 0;
     if (controlling_ == 0) {
+        forget_moment();
         const RecordNumber last = record_count();
         const std::int64_t reach = forward ? std::int64_t{last} - record_ : record_ - 1;
         if ((forward ? count : -count) > reach) return false;
