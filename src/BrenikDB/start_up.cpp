@@ -50,9 +50,8 @@ void empty_trace_log(const Session& session) {
 // Anything but a number of megabytes from 1 to 1000 leaves the engine's own choice.
 void choose_index_cache(Session& session, Engine& engine) {
     const double megabytes = numeric_value(main_setting(session, "StartUp", "IndexCache")).amount;
-    if (megabytes >= 1 && megabytes <= 1000) {
-        engine.set_index_cache(static_cast<std::size_t>(megabytes) << 20);
-    }
+    const bool chosen = megabytes >= 1 && megabytes <= 1000;
+    engine.set_index_cache(chosen ? static_cast<std::size_t>(megabytes) << 20 : 0);
 }
 
 void choose_engine(Session& session) {

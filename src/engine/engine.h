@@ -52,8 +52,8 @@ class Engine {
     // writes them returns. They reach the disk in an order in which a power failure never leaves
     // one of them referring to another that is missing. Default off.
     virtual void set_full_durability(bool on) = 0;
-    // Bytes of memory for cached pages of each index file of a table that is opened from now on. An
-    // engine that manages its own memory ignores it.
+    // Bytes of memory for cached pages of each index file of a table that is opened from now on; 0
+    // for the engine's own choice. An engine that manages its own memory ignores it.
     virtual void set_index_cache(std::size_t bytes) = 0;
     // Both continue after a table that fails, and never throw. They return the first failure's
     // status.

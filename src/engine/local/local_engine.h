@@ -51,7 +51,9 @@ class LocalEngine : public Engine {
     bool deleted_hidden() const override { return deleted_hidden_; }
     void set_full_durability(bool on) override { full_durability_ = on; }
     bool full_durability() const { return full_durability_; }
-    void set_index_cache(std::size_t bytes) override { index_cache_ = bytes; }
+    void set_index_cache(std::size_t bytes) override {
+        index_cache_ = bytes != 0 ? bytes : index::kDefaultCacheBytes;
+    }
     int write_all_records() override;
     int close_all_tables() override;
 
