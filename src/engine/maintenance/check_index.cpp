@@ -90,11 +90,10 @@ Directory read_directory(const IndexBytes& bytes, const std::string& path) {
         PageOwners owners(bytes.bytes().size());
         TreeWalk(bytes, owners, report, "", directory_form())
             .run(root, [&](const index::CdxPage& page) {
-                for (std::size_t slot = 0; slot < page.count(); ++slot) {
-                    const index::PageEntry entry = page.entry(slot);
+                for_each_entry(page, [&](std::size_t, const index::PageEntry& entry) {
                     directory.names.push_back(
                         {std::string(trim_right(as_text(entry.key()))), entry.record()});
-                }
+                });
             });
     };
     walk(load_le32(bytes.bytes().data()));
@@ -214,10 +213,9 @@ class IndexCheck {
     }
 
     static void collect(const index::CdxPage& page, std::vector<TreeEntry>& entries) {
-        for (std::size_t slot = 0; slot < page.count(); ++slot) {
-            const index::PageEntry entry = page.entry(slot);
+        for_each_entry(page, [&](std::size_t, const index::PageEntry& entry) {
             entries.push_back({entry.record(), page.offset(), hash_of(as_text(entry.key()))});
-        }
+        });
     }
 
     void check_free_list(PageOwners& owners) {

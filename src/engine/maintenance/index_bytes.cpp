@@ -182,13 +182,12 @@ void TreeWalk::check_place(const index::CdxPage& page) {
         page.left == previous_left_ ? unfinished(offset, what) : fault(offset, what);
     }
     if (page.empty() && depth_ > 0) fault(offset, "has no entries");
-    for (std::size_t slot = 0; slot < page.count(); ++slot) {
-        const index::PageEntry entry = page.entry(slot);
+    for_each_entry(page, [&](std::size_t slot, Bytes entry) {
         const bool greater = last_entry_.empty() || compare(last_entry_, entry) < 0;
-        last_entry_.assign(Bytes(entry).begin(), Bytes(entry).end());
-        if (greater) continue;
+        last_entry_.assign(entry.begin(), entry.end());
+        if (greater) return;
         fault(offset, "entry " + std::to_string(slot) + " is not greater than the one before it");
-    }
+    });
     previous_ = offset;
     previous_left_ = page.left;
     previous_right_ = page.right;

@@ -27,6 +27,23 @@ struct TreeEntry {
 
 std::uint64_t hash_of(std::string_view key);
 
+// Calls `use(slot, entry)` for each entry. Asking a leaf for its entries one by one would unpack
+// the earlier ones each time.
+template <typename Use>
+void for_each_entry(const index::CdxPage& page, Use use) {
+    if (!page.leaf()) {
+        for (std::size_t slot = 0; slot < page.count(); ++slot) use(slot, page.entry(slot));
+        return;
+    }
+    if (page.empty()) return;
+    index::CdxPage::Reading reading = page.reading(0);
+    use(reading.slot, reading.entry);
+    while (reading.slot + 1 < page.count()) {
+        page.advance(reading);
+        use(reading.slot, reading.entry);
+    }
+}
+
 class IndexBytes {
   public:
     // Page offsets have 32 bits.
