@@ -201,21 +201,13 @@ class IndexCheck {
     }
 
     void walk_tag(const FoundTag& tag, PageOwners& owners) {
-        entries_.emplace_back();
         const index::TagDescription& description =
             tag.plan ? tag.plan->description : tag.description;
         if (description.key_length < 1 || description.key_length > index::kLongestCdxKey) return;
         const Byte pad = tag.plan ? description.pad : likely_pad(description);
         const index::CdxForm form{tag.header, description.key_length, pad};
         TreeWalk(bytes_, owners, report_, description.name, form)
-            .run(tag.root, [&](const index::CdxPage& page) { collect(page, entries_.back()); });
-        if (!tag.plan) entries_.back().clear();
-    }
-
-    static void collect(const index::CdxPage& page, std::vector<TreeEntry>& entries) {
-        for_each_entry(page, [&](std::size_t, const index::PageEntry& entry) {
-            entries.push_back({entry.record(), page.offset(), hash_of(as_text(entry.key()))});
-        });
+            .run(tag.root, [](const index::CdxPage&) {});
     }
 
     void check_free_list(PageOwners& owners) {
@@ -262,8 +254,7 @@ class IndexCheck {
         if (!tag.plan) return;
         KeyCheck::Suspicions found;
         {
-            const KeyCheck check(*tag.plan, bytes_,
-                                 read_again_ ? entries_of(tag) : std::move(entries_[number]));
+            const KeyCheck check(*tag.plan, bytes_, entries_of(tag));
             const RecordNumber count = header_.usable;
             const auto read = [&](RecordNumber first, MutableBytes into) {
                 return read_records(first, into);
@@ -326,7 +317,6 @@ class IndexCheck {
         if (!bytes_.is_current(files_.index)) {
             check.reset();
             bytes_.read_again(files_.index);
-            read_again_ = true;
             check.emplace(*tag.plan, bytes_, entries_of(tag));
         }
         const RecordNumber count = count_now();
@@ -344,9 +334,11 @@ class IndexCheck {
         return done;
     }
 
-    // The tree's entries in the current bytes; its structure has been checked before.
+    // The tree's entries in the current bytes. Its structure has been checked before, without
+    // collecting them: the entries of all tags together would take too much memory.
     std::vector<TreeEntry> entries_of(const FoundTag& tag) const {
         std::vector<TreeEntry> entries;
+        entries.reserve(std::min<std::size_t>(header_.usable, bytes_.bytes().size()));
         CheckedTable counts;
         const Report silent = [](const Finding&) {};
         const Reporter report(report_.file(), silent, counts);
@@ -356,8 +348,12 @@ class IndexCheck {
         if (raw.empty()) return entries;
         TreeWalk(bytes_, owners, report, description.name,
                  {tag.header, description.key_length, description.pad})
-            .run(load_le32(raw.data()),
-                 [&](const index::CdxPage& page) { collect(page, entries); });
+            .run(load_le32(raw.data()), [&](const index::CdxPage& page) {
+                for_each_entry(page, [&](std::size_t, const index::PageEntry& entry) {
+                    entries.push_back(
+                        {entry.record(), page.offset(), hash_of(as_text(entry.key()))});
+                });
+            });
         return entries;
     }
 
@@ -402,8 +398,6 @@ class IndexCheck {
     const Progress& progress_;
     IndexBytes bytes_;
     FoundTags found_;
-    std::vector<std::vector<TreeEntry>> entries_;  // by tag, of the bytes as first read
-    bool read_again_ = false;
 };
 
 }  // namespace
