@@ -11,7 +11,7 @@
 
 namespace brenik::index {
 
-// Keeps a whole rebuild within 64 MB.
+// Keeps a rebuild within 64 MB; the check that follows it takes more for a large index.
 inline constexpr std::size_t kMemoryForKeys = std::size_t{50} << 20;
 // For a rebuild that must not depend on room for one more file.
 inline constexpr std::size_t kAnyMemory = std::numeric_limits<std::size_t>::max();
