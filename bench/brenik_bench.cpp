@@ -269,11 +269,7 @@ class Scratch {
 
     fs::path practice(std::size_t contacts, bool wide) const {
         fs::path practice = folder_ / std::to_string(contacts);
-        const fs::path tool = fs::read_symlink("/proc/self/exe").parent_path() / "brenik";
-        const std::string command = tool.string() + " sample " + practice.string() +
-                                    " --contacts " + std::to_string(contacts) +
-                                    (wide ? " --wide" : "") + " > /dev/null";
-        if (std::system(command.c_str()) != 0) give_up("cannot make the sample practice");
+        make_sample(practice, contacts, wide);
         return practice;
     }
 

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -222,11 +223,7 @@ void print(const char* who, const char* what, const nlohmann::ordered_json& figu
 }
 
 void make_practice(const fs::path& practice, const Options& options) {
-    const fs::path tool = fs::read_symlink("/proc/self/exe").parent_path() / "brenik";
-    const std::string command = tool.string() + " sample " + practice.string() + " --contacts " +
-                                std::to_string(options.contacts) + (options.wide ? " --wide" : "") +
-                                " > /dev/null";
-    expect(std::system(command.c_str()) == 0, "cannot make the sample practice");
+    make_sample(practice, options.contacts, options.wide);
     if (!options.proprietary) return;
     std::ofstream(practice / practice::kSettingsFile) << "[Main]\r\nLockType=1\r\n";
 }

@@ -1,4 +1,4 @@
-// The benchmark's tables: opened by the embedded engine, as hosts have it.
+// The benchmark's tables: made by the companion tool, opened by the embedded engine.
 
 #include "tables.h"
 
@@ -10,11 +10,18 @@
 
 namespace brenik::bench {
 
+void make_sample(const std::filesystem::path& practice, std::size_t contacts, bool wide) {
+    const auto tool = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "brenik";
+    const std::string command = tool.string() + " sample " + practice.string() + " --contacts " +
+                                std::to_string(contacts) + (wide ? " --wide" : "") + " > /dev/null";
+    expect(std::system(command.c_str()) == 0, "cannot make the sample practice");
+}
+
 std::unique_ptr<Engine> new_engine() { return std::make_unique<local::LocalEngine>(); }
 
 std::unique_ptr<Table> open_table(Engine& engine, const std::filesystem::path& path) {
     OpenAnswer answer = engine.open(path.string(), TableSharing::kShared);
-    if (const auto* refusal = std::get_if<Refusal>(&answer)) give_up(refusal->text);
+    if (const auto* refusal = std::get_if<Refusal>(&answer)) give_up(refusal->explanation());
     return std::move(std::get<std::unique_ptr<Table>>(answer));
 }
 

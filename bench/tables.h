@@ -1,4 +1,5 @@
-// Opens the benchmark's tables at the engine's seam. Any failure ends the process with a message.
+// Makes sample practices and opens their tables at the engine's seam. Any failure ends the process
+// with a message.
 
 #pragma once
 
@@ -10,6 +11,9 @@
 #include "engine/engine.h"
 
 namespace brenik::bench {
+
+// Runs the companion tool that lies beside this program. A wide sample has contacts of 45 fields.
+void make_sample(const std::filesystem::path& practice, std::size_t contacts, bool wide);
 
 std::unique_ptr<Engine> new_engine();
 std::unique_ptr<Table> open_table(Engine& engine, const std::filesystem::path& path);

@@ -24,8 +24,8 @@ inline constexpr const char* kPeerFile = "peer.db";
 
 inline constexpr const char* kWholeRuns[] = {"walk", "rebuild", "append"};
 
-// Runs it in this process. Returns processor and elapsed
-// time in seconds and the peak of the memory in megabytes.
+// Runs it in this process. Returns processor and elapsed time in seconds and the peak of the memory
+// in megabytes.
 nlohmann::ordered_json run_whole(const WholeRun& run, const std::filesystem::path& practice);
 
 // Runs it in a new process of this program. Of several runs, the one with the least processor time.

@@ -178,8 +178,7 @@ INSTANTIATE_TEST_SUITE_P(WrittenElsewhere, FixtureTest,
                          testing::Values("NUMKEYS", "CHARKEYS", "UNIQUES", "FORTAGS", "MEMO64",
                                          "EMPTY"));
 
-// ------------------------------------------------------------------------------------- in file
-// order
+// ------------------------------------------------------------------------------- in file order
 
 class ScanTest : public LocalTest {
   protected:

@@ -1,4 +1,5 @@
-// Locking modes, waiting in line, and growth to the last byte that the locks allow.
+// Locking modes, whole records beside other writers, waiting in line, and growth to the last byte
+// that the locks allow.
 
 #include <gtest/gtest.h>
 
@@ -96,8 +97,7 @@ TEST_F(LocksTest, StrangersAndProprietaryUsersKeepEachOtherOut) {
     }
 }
 
-// ------------------------------------------------------------------------------------ whole
-// records
+// ------------------------------------------------------------------------------ whole records
 
 TEST_F(LocksTest, RecordsAreWholeBesideAWriterThatKnowsOnlyTheirLocks) {
     using Clock = std::chrono::steady_clock;

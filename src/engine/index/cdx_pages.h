@@ -39,7 +39,7 @@
 
 namespace brenik::index {
 
-// Holds the index of some 200,000 records with six tags.
+// Holds the index of some 180,000 records with six tags.
 inline constexpr std::size_t kDefaultCacheBytes = std::size_t{8} << 20;
 
 // Thrown in a walk that has used cached pages and finds them stale.
