@@ -109,12 +109,45 @@ CdxPage CdxPage::decode(const CdxForm& form, std::uint32_t offset, Bytes raw) {
 }
 
 void CdxPage::decode_leaf(std::size_t count) {
+    if (!take_layout(count)) return;
+    const std::size_t length = form_.key_length;
+    const unsigned used_bits = layout_.record_bits + layout_.duplicate_bits + layout_.trailing_bits;
+    PageEntry key(length);
+    LeafNumbers before{0, 0, 0};
+    std::size_t exact_bytes = 0;
+    bool exact = true;
+    for (std::size_t slot = 0; slot < count; ++slot) {
+        const LeafNumbers entry = checked_numbers(slot);
+        keys_begin_ -= stored(entry);
+        const Byte* const text = raw_.data() + keys_begin_;
+        const std::size_t shared =
+            entry.duplicate + same_text(text, stored(entry), Bytes(key).subspan(entry.duplicate));
+        const Byte other = shared < length ? key.data()[shared] : Byte{0};
+        Byte* const rest = key.data() + entry.duplicate;
+        std::memcpy(rest, text, stored(entry));
+        std::memset(rest + stored(entry), form_.pad, entry.trailing);
+        const bool less =
+            shared < length ? key.data()[shared] < other : entry.record < before.record;
+        if (slot > 0 && less) refuse_order(slot);
+        LeafNumbers best{entry.record, 0, trailing_pads(key, form_.pad)};
+        if (slot > 0) {
+            best.duplicate = std::min(shared, most_shared(best.trailing, before.trailing));
+        }
+        exact_bytes += layout_.entry_bytes + stored(best);
+        exact = exact && best.trailing == entry.trailing && best.duplicate == entry.duplicate &&
+                table_bits(slot) >> used_bits == 0;
+        before = best;
+    }
+    exact = exact && load_le16(raw_.data() + kFreeOffset) == keys_begin_ - table_end();
+    if (!exact) packing_ = exact_bytes > kLeafRoom ? Packing::kTooTight : Packing::kInexact;
+}
+
+// False for an empty root that has no layout yet.
+bool CdxPage::take_layout(std::size_t count) {
     const LeafLayout layout{raw_[20], raw_[21], raw_[22], raw_[23]};
     if (count == 0 && !root) throw PageDamage("expected entries in a leaf below the root");
-    const bool consistent = is_consistent(layout, raw_);
-    // An empty root may have no layout yet.
-    if (count == 0 && !consistent) return;
-    if (!consistent) {
+    if (!is_consistent(layout, raw_)) {
+        if (count == 0) return false;
         throw PageDamage("expected bit widths that fit the entry size and their masks");
     }
     layout_ = layout;
@@ -122,45 +155,18 @@ void CdxPage::decode_leaf(std::size_t count) {
     if (table_end() > kCdxPageSize) {
         throw PageDamage("expected entries that fit a page, found " + std::to_string(count));
     }
-    const std::size_t length = form_.key_length;
-    const unsigned used_bits = layout.record_bits + layout.duplicate_bits + layout.trailing_bits;
-    PageEntry key(length);
-    std::size_t before_trailing = 0;
-    RecordNumber before_record = 0;
-    std::size_t exact_bytes = 0;
-    bool exact = true;
-    for (std::size_t slot = 0; slot < count; ++slot) {
-        const LeafNumbers entry = numbers(slot);
-        if (entry.duplicate + entry.trailing > length || (slot == 0 && entry.duplicate > 0) ||
-            keys_begin_ - table_end() < stored(entry)) {
-            throw PageDamage("entry " + std::to_string(slot) +
-                             ": expected counts that fit the key and the page");
-        }
-        keys_begin_ -= stored(entry);
-        const Byte* const text = raw_.data() + keys_begin_;
-        const std::size_t text_end = length - entry.trailing;
-        std::size_t shared = entry.duplicate;
-        shared += common_prefix(text, key.data() + shared, text_end - shared);
-        while (shared >= text_end && shared < length && key.data()[shared] == form_.pad) ++shared;
-        if (slot > 0) {
-            const Byte there = shared < text_end ? text[shared - entry.duplicate] : form_.pad;
-            if (shared == length ? before_record > entry.record : key.data()[shared] > there) {
-                refuse_order(slot);
-            }
-        }
-        std::memcpy(key.data() + entry.duplicate, text, stored(entry));
-        std::memset(key.data() + text_end, form_.pad, entry.trailing);
-        const std::size_t trailing = trailing_pads(key, form_.pad);
-        const std::size_t duplicate =
-            slot == 0 ? 0 : std::min(shared, length - std::max(trailing, before_trailing));
-        exact_bytes += layout.entry_bytes + length - duplicate - trailing;
-        exact = exact && trailing == entry.trailing && duplicate == entry.duplicate &&
-                table_bits(slot) >> used_bits == 0;
-        before_trailing = trailing;
-        before_record = entry.record;
+    return true;
+}
+
+// Of the entry whose key bytes end where `keys_begin_` is.
+LeafNumbers CdxPage::checked_numbers(std::size_t slot) const {
+    const LeafNumbers entry = numbers(slot);
+    if (entry.duplicate + entry.trailing > form_.key_length || (slot == 0 && entry.duplicate > 0) ||
+        keys_begin_ - table_end() < stored(entry)) {
+        throw PageDamage("entry " + std::to_string(slot) +
+                         ": expected counts that fit the key and the page");
     }
-    exact = exact && load_le16(raw_.data() + kFreeOffset) == keys_begin_ - table_end();
-    if (!exact) packing_ = exact_bytes > kLeafRoom ? Packing::kTooTight : Packing::kInexact;
+    return entry;
 }
 
 std::uint64_t CdxPage::table_bits(std::size_t slot) const {

@@ -231,6 +231,8 @@ class CdxPage {
                        Bytes probe) const;
     void add_rest(const LeafNumbers& numbers, Reading& reading) const;
     void decode_leaf(std::size_t count);
+    bool take_layout(std::size_t count);
+    LeafNumbers checked_numbers(std::size_t slot) const;
 
     // -- Unpacked entries, consecutively: while the page is too large, or is laid out anew.
     using Entries = std::vector<Byte>;

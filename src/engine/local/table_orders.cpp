@@ -98,6 +98,7 @@ void TableOrders::rebuild(const std::function<void(const RecordUse&)>& for_each)
     for (OpenIndex& one : indexes_) {
         index::CdxFile::Change change(*one.file);
         std::vector<const index::Order*> orders;
+        orders.reserve(one.orders.size());
         for (const auto& order : one.orders) orders.push_back(order.get());
         index::IndexKeys keys(std::move(orders), one.file->path(), index::kAnyMemory);
         for_each([&](const record::RecordView& record) {

@@ -69,6 +69,7 @@ void add_tags(index::CdxFile& index, const std::string& final_path, const Record
               const std::vector<TagPlan>& plans, const BuildProgress& progress,
               std::size_t memory) {
     std::vector<const index::Order*> orders;
+    orders.reserve(plans.size());
     for (const TagPlan& plan : plans) orders.push_back(&plan.order);
     index::IndexKeys keys(std::move(orders), final_path, memory);
     collect_keys(records, keys, final_path, progress);
