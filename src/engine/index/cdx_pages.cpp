@@ -434,6 +434,8 @@ void CdxPages::publish() {
     if (!touched_.empty() || !freed_.empty()) {
         try {
             write_published();
+        } catch (const platform::ConnectionLost&) {
+            throw;  // without the lock, a second try would overwrite data of others
         } catch (const platform::FileError&) {
             // A partly written page is worse than an unwritten one. Every step can be repeated, and
             // the cause of the failure has often passed by then.
