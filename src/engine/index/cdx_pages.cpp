@@ -213,6 +213,7 @@ bool CdxPages::begin_change(std::optional<LockTry> attempt, bool durable) {
         limit_cache();
         if (known_ && !exclusive_ && !header_matches()) begin_epoch();
         if (!known_) read_header();
+        if (file_.remote()) end_known_ = false;  // a share's size is asked for before each write
     } catch (...) {
         end_change();
         throw;
