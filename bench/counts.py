@@ -1,4 +1,4 @@
-"""Measures what an operation costs in numbers without noise: calls on files, and instructions.
+"""Measures what an operation costs in numbers with little noise: calls on files, and instructions.
 
 brenik_bench provides both. It counts calls on files itself. Callgrind counts instructions, in two runs
 of different lengths: the difference belongs to the operations, and the fixed cost of a run cancels out.
@@ -24,6 +24,7 @@ BASELINE = Path(__file__).resolve().parent / 'baseline.json'
 CONTACTS, KEYS, OPERATIONS = 2000, 20000, 800  # too few to edit a contact twice
 SLACK = 0.03             # a figure may exceed the baseline by this fraction
 LEAST = 0.005            # calls per operation: allowance for rounding of small figures
+TRIES = 3                # see check_instructions()
 NOT_COMPARED = 77        # an exit code that CTest counts as a skipped test
 LENGTHS = {'start-stop': (5, 15), 'first-count': (5, 15)}
 BATCHED = ('walk', 'scan', 'walk-keys')  # a hundred steps per call
@@ -88,12 +89,18 @@ def judge(kept, now):
 
 
 def check_instructions(build, kept):
+    """Some memories of the library last milliseconds, so they save less on a busy machine, and most under callgrind.
+    Figures that exceed the baseline are therefore taken again."""
     environment, _ = calls(build)
     if environment != kept['environment']:
         print('not compared: the baseline is of %s, this is %s' % (kept['environment'], environment))
         return NOT_COMPARED
-    now = instructions(build, kept['instructions'])
-    return judge(by_kind(kept['instructions']), by_kind(now))
+    before, now = by_kind(kept['instructions']), {}
+    again = list(before)
+    for _ in range(TRIES):
+        now.update(by_kind(instructions(build, again)))
+        again = [name for name in again if any(more_expensive({name: before[name]}, {name: now[name]}))]
+    return judge(before, now)
 
 
 def by_kind(figures):
