@@ -9,6 +9,7 @@
 
 #include "contact_examples.h"
 #include "engine/maintenance/repair_table.h"
+#include "engine/make/create_table.h"
 #include "measuring.h"
 #include "practice/catalogue.h"
 #include "random.h"
@@ -34,9 +35,22 @@ void run_operation(Workload& workload, const std::string& name, std::size_t runs
     give_up("no operation " + name);
 }
 
+std::vector<make::TagDefinition> tags_of(const fs::path& path) {
+    const auto engine = new_engine();
+    const auto table = open_table(*engine, path);
+    std::vector<make::TagDefinition> tags;
+    for (std::size_t order = 1; order <= table->order_count(); ++order) {
+        const OrderDescription tag = table->order_description(order);
+        tags.push_back(
+            {tag.name, tag.key, tag.condition, tag.unique, tag.candidate, tag.descending});
+    }
+    return tags;
+}
+
 void run_here(const std::string& name, const fs::path& practice) {
     const fs::path contacts = practice / (std::string(practice::kNames.file) + ".DBF");
-    if (name == "rebuild") {
+    if (name == "rebuild") return make::create_index(contacts.string(), tags_of(contacts));
+    if (name == "reindex") {
         const auto done = maintenance::reindex_table(
             contacts.string(), {}, [](const auto&) {}, [](const auto&, auto, auto) {});
         expect(done == maintenance::RepairResult::kWhole, "the index was not rebuilt");
@@ -54,7 +68,7 @@ void run_here(const std::string& name, const fs::path& practice) {
 
 void run_in_peer(const std::string& name, const fs::path& practice) {
     SqliteStore store(practice / kPeerFile);
-    if (name == "rebuild") {
+    if (name == "rebuild" || name == "reindex") {
         store.rebuild_indexes();
     } else if (name == "walk") {
         for (std::int64_t left = store.count(); left > 0; --left) store.step_by_name();
