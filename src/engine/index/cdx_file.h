@@ -1,7 +1,7 @@
 // A compound index file: its tags, pages, lock and update counter.
 //
 // The file consists of 512-byte pages that form several B+-trees. Tree 0 lists the tags; each tag
-// is a tree of (key, record number) entries in ascending byte order (cdx_page.h has the page
+// is a tree of (key, record number) entries in ascending byte order (page_format.h has the page
 // formats). Every program that changes a page holds the index lock and increments the update
 // counter in the header, so a reader that finds the counter unchanged may use every page that it
 // has cached.

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 
-#include "engine/index/cdx_page.h"
+#include "engine/index/page_format.h"
+#include "util/fault.h"
 
 namespace brenik::index {
 namespace {

@@ -1,10 +1,11 @@
-// Searches, changes, packs and splits index pages.
+// Searches, changes and splits index pages.
 
 #include "engine/index/cdx_page.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include "engine/index/page_packer.h"
@@ -12,25 +13,8 @@
 namespace brenik::index {
 namespace {
 
-constexpr std::uint16_t kIgnoredAttribute = 0x04;
-constexpr std::size_t kFreeOffset = 12;
-constexpr std::size_t kLeafRoom = kCdxPageSize - kLeafStart;
-constexpr unsigned kLeastRecordBits = 12;
-constexpr unsigned kMostRecordBits = 32;
-
 void store_packed(Byte* p, std::size_t bytes, std::uint64_t packed) {
     for (std::size_t i = 0; i < bytes; ++i) p[i] = static_cast<Byte>(packed >> (8 * i));
-}
-
-// True when widths and masks agree with each other and with the entry size.
-bool is_consistent(const LeafLayout& layout, Bytes raw) {
-    return layout.entry_bytes >= 1 && layout.entry_bytes <= 8 &&
-           layout.record_bits <= kMostRecordBits && layout.duplicate_bits <= 8 &&
-           layout.trailing_bits <= 8 &&
-           layout.record_bits + layout.duplicate_bits + layout.trailing_bits <=
-               8 * layout.entry_bytes &&
-           load_le32(raw.data() + 14) == mask(layout.record_bits) &&
-           raw[18] == mask(layout.duplicate_bits) && raw[19] == mask(layout.trailing_bits);
 }
 
 int compare_entries(Bytes a, Bytes b) { return std::memcmp(a.data(), b.data(), a.size()); }
@@ -40,17 +24,6 @@ int compare_entries(Bytes a, Bytes b) { return std::memcmp(a.data(), b.data(), a
 }
 
 }  // namespace
-
-RecordNumber LeafLayout::largest_record() const {
-    return static_cast<RecordNumber>(mask(record_bits));
-}
-
-LeafLayout make_leaf_layout(std::size_t key_length, RecordNumber largest, unsigned entry_bytes) {
-    const auto count_bits = static_cast<unsigned>(std::bit_width(key_length));
-    const auto needed = std::max(kLeastRecordBits, static_cast<unsigned>(std::bit_width(largest)));
-    const unsigned bytes = std::max(entry_bytes, (needed + 2 * count_bits + 7) / 8);
-    return {std::min(8 * bytes - 2 * count_bits, kMostRecordBits), count_bits, count_bits, bytes};
-}
 
 PageEntry::PageEntry(Bytes bytes) : size_(bytes.size()) {
     std::copy(bytes.begin(), bytes.end(), bytes_.begin());
@@ -131,26 +104,27 @@ void CdxPage::decode_leaf(std::size_t count) {
         if (slot > 0 && less) refuse_order(slot);
         LeafNumbers best{entry.record, 0, trailing_pads(key, form_.pad)};
         if (slot > 0) {
-            best.duplicate = std::min(shared, most_shared(best.trailing, before.trailing));
+            best.duplicate =
+                std::min(shared, most_shared(form_.key_length, best.trailing, before.trailing));
         }
         exact_bytes += layout_.entry_bytes + stored(best);
         exact = exact && best.trailing == entry.trailing && best.duplicate == entry.duplicate &&
                 table_bits(slot) >> used_bits == 0;
         before = best;
     }
-    exact = exact && load_le16(raw_.data() + kFreeOffset) == keys_begin_ - table_end();
+    exact = exact && load_leaf_free(raw_.data()) == keys_begin_ - table_end();
     if (!exact) packing_ = exact_bytes > kLeafRoom ? Packing::kTooTight : Packing::kInexact;
 }
 
 // False for an empty root that has no layout yet.
 bool CdxPage::take_layout(std::size_t count) {
-    const LeafLayout layout{raw_[20], raw_[21], raw_[22], raw_[23]};
+    const std::optional<LeafLayout> layout = load_leaf_layout(raw_.data());
     if (count == 0 && !root) throw PageDamage("expected entries in a leaf below the root");
-    if (!is_consistent(layout, raw_)) {
+    if (!layout) {
         if (count == 0) return false;
         throw PageDamage("expected bit widths that fit the entry size and their masks");
     }
-    layout_ = layout;
+    layout_ = *layout;
     count_ = count;
     if (table_end() > kCdxPageSize) {
         throw PageDamage("expected entries that fit a page, found " + std::to_string(count));
@@ -376,8 +350,8 @@ bool CdxPage::insert_packed(const Place& place, Bytes entry) {
     LeafNumbers added{load_be32(key + form_.key_length), 0,
                       trailing_pads(entry.first(form_.key_length), form_.pad)};
     if (slot > 0) {
-        added.duplicate =
-            std::min(place.same_before, most_shared(added.trailing, numbers(slot - 1).trailing));
+        added.duplicate = std::min(place.same_before, most_shared(form_.key_length, added.trailing,
+                                                                  numbers(slot - 1).trailing));
     }
     LeafNumbers next{};
     std::size_t was = 0;
@@ -387,7 +361,8 @@ bool CdxPage::insert_packed(const Place& place, Bytes entry) {
         next = numbers(slot);
         was = stored(next);
         shared = next.duplicate;
-        next.duplicate = std::min(place.same, most_shared(added.trailing, next.trailing));
+        next.duplicate =
+            std::min(place.same, most_shared(form_.key_length, added.trailing, next.trailing));
         is += stored(next);
     }
     if (table_end() + layout_.entry_bytes + is > keys_begin_ + was) return false;
@@ -427,8 +402,9 @@ void CdxPage::erase_packed(const Place& place, Bytes entry) {
             const std::size_t text_end = form_.key_length - next.trailing;
             shared = next.duplicate +
                      common_prefix(kept, entry.data() + next.duplicate, text_end - next.duplicate);
-            shared = std::min({shared, place.same_before,
-                               most_shared(next.trailing, numbers(slot - 1).trailing)});
+            shared = std::min(
+                {shared, place.same_before,
+                 most_shared(form_.key_length, next.trailing, numbers(slot - 1).trailing)});
         }
         const std::size_t from_erased = next.duplicate - std::min(shared, next.duplicate);
         const std::size_t dropped = shared - std::min(shared, next.duplicate);
@@ -606,7 +582,7 @@ std::size_t CdxPage::leaf_bytes(const Entries& entries, std::size_t slot, bool a
     const std::size_t trailing = trailing_pads({key, length}, form_.pad);
     if (alone || slot == 0) return layout_.entry_bytes + length - trailing;
     const std::size_t before = trailing_pads({key - stride(), length}, form_.pad);
-    const std::size_t most = length - std::max(trailing, before);
+    const std::size_t most = most_shared(length, trailing, before);
     return layout_.entry_bytes + length - trailing - common_prefix(key - stride(), key, most);
 }
 

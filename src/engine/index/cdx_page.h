@@ -1,24 +1,4 @@
-// One 512-byte page of a compound index: how it is searched, changed and split.
-//
-//   offset size
-//        0    2  attributes: 1 root, 2 leaf; 4 is ignored
-//        2    2  number of entries
-//        4    4  left sibling on the same level, FFFFFFFF none
-//        8    4  right sibling
-//
-// An interior page continues with entries of key, record number (big-endian) and child page
-// (big-endian). Key and record number are those of the last entry below the child.
-//
-// A leaf continues with its layout and is filled from both ends:
-//       12    2  free bytes between the entry table and the key bytes
-//       14    4  record number mask, 18: duplicate count mask, 19: trailing count mask
-//       20    1  bits of the record number, 21: of the duplicate count, 22: of the trailing count
-//       23    1  bytes of one table entry
-//       24       entry table: record number, duplicate count, trailing count from the lowest bit up
-//      512       key bytes of the entries, from the end of the page downwards
-// A key is stored without the bytes that it shares with its predecessor and without its trailing
-// pad bytes. Both counts are as large as possible, but duplicates never reach into the trailing
-// bytes of either key; other readers rely on that.
+// One page of a compound index: how it is searched, changed and split.
 //
 // A page is kept as the file has it. Searching compares the probe with the bytes that each entry
 // adds to its predecessor, and a change touches one entry and its successor. Entries are unpacked
@@ -26,55 +6,15 @@
 
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
-#include <string>
 #include <vector>
 
-#include "engine/table.h"
+#include "engine/index/page_format.h"
 #include "util/bytes.h"
 
 namespace brenik::index {
-
-inline constexpr std::size_t kCdxPageSize = 512;
-inline constexpr std::uint32_t kNoPage = 0xFFFFFFFF;
-inline constexpr std::size_t kLongestCdxKey = 240;
-
-// How a leaf's entry table packs its numbers.
-struct LeafLayout {
-    unsigned record_bits = 0;
-    unsigned duplicate_bits = 0;
-    unsigned trailing_bits = 0;
-    unsigned entry_bytes = 0;
-
-    RecordNumber largest_record() const;
-};
-
-// The numbers of an entry in a leaf's entry table.
-struct LeafNumbers {
-    RecordNumber record;
-    std::size_t duplicate;
-    std::size_t trailing;
-};
-
-// The narrowest layout with head-room for a new leaf, but at least `entry_bytes` wide per entry.
-LeafLayout make_leaf_layout(std::size_t key_length, RecordNumber largest, unsigned entry_bytes = 0);
-
-// A page that contradicts itself; the text says how.
-class PageDamage : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
-// The properties that all pages of one tree share.
-struct CdxForm {
-    std::uint32_t header = 0;  // offset of the tag's header; identifies the tree within the file
-    std::size_t key_length = 0;
-    Byte pad = 0x20;
-};
 
 // An entry, copied out of its page: a key and a big-endian record number, so that comparing bytes
 // compares entries. Also what a search looks for; it may end before the record number, or earlier.
@@ -215,9 +155,6 @@ class CdxPage {
     }
     std::size_t keys_before(std::size_t slot) const;
     PageEntry unpack(std::size_t slot, std::size_t keys_end) const;
-    std::size_t most_shared(std::size_t trailing, std::size_t other_trailing) const {
-        return form_.key_length - std::max(trailing, other_trailing);
-    }
     void resize_keys(std::size_t keys_end, std::size_t was, std::size_t is);
     Byte* table_at(std::size_t slot);
     bool insert_packed(const Place& place, Bytes entry);

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "engine/index/cdx_header.h"
-#include "engine/index/page_packer.h"
+#include "engine/index/page_format.h"
 #include "engine/locks/open_file.h"
 
 namespace brenik::index {

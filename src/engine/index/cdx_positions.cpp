@@ -6,7 +6,7 @@
 #include <array>
 
 #include "engine/index/cdx_tree.h"
-#include "engine/index/page_packer.h"
+#include "engine/index/page_format.h"
 
 namespace brenik::index {
 namespace {

@@ -7,57 +7,6 @@
 #include <cstring>
 
 namespace brenik::index {
-namespace {
-
-constexpr std::size_t kWord = 8;  // bytes compared at a time
-
-}  // namespace
-
-std::size_t trailing_pads(Bytes key, Byte pad) {
-    const std::uint64_t pads = pad * std::uint64_t{0x0101010101010101};
-    std::size_t end = key.size();
-    for (; end >= kWord; end -= kWord) {
-        const std::uint64_t differs = load_le64(key.data() + end - kWord) ^ pads;
-        if (differs == 0) continue;
-        return key.size() - end + static_cast<std::size_t>(std::countl_zero(differs)) / 8;
-    }
-    while (end > 0 && key[end - 1] == pad) --end;
-    return key.size() - end;
-}
-
-std::size_t common_prefix(const Byte* a, const Byte* b, std::size_t most) {
-    std::size_t same = 0;
-    for (; same + kWord <= most; same += kWord) {
-        const std::uint64_t differs = load_le64(a + same) ^ load_le64(b + same);
-        if (differs != 0) return same + static_cast<std::size_t>(std::countr_zero(differs)) / 8;
-    }
-    while (same < most && a[same] == b[same]) ++same;
-    return same;
-}
-
-void store_page_header(Byte* raw, bool leaf, std::size_t count, const PageLinks& links) {
-    store_le16(raw, static_cast<std::uint16_t>((links.root ? kRootAttribute : 0) |
-                                               (leaf ? kLeafAttribute : 0)));
-    store_le16(raw + 2, static_cast<std::uint16_t>(count));
-    store_le32(raw + kLeftPointer, links.left);
-    store_le32(raw + kRightPointer, links.right);
-}
-
-void store_leaf_header(Byte* raw, const LeafLayout& layout, std::size_t free) {
-    store_le16(raw + 12, static_cast<std::uint16_t>(free));
-    store_le32(raw + 14, static_cast<std::uint32_t>(mask(layout.record_bits)));
-    raw[18] = static_cast<Byte>(mask(layout.duplicate_bits));
-    raw[19] = static_cast<Byte>(mask(layout.trailing_bits));
-    raw[20] = static_cast<Byte>(layout.record_bits);
-    raw[21] = static_cast<Byte>(layout.duplicate_bits);
-    raw[22] = static_cast<Byte>(layout.trailing_bits);
-    raw[23] = static_cast<Byte>(layout.entry_bytes);
-}
-
-std::uint64_t pack_numbers(const LeafLayout& layout, const LeafNumbers& entry) {
-    return entry.record | std::uint64_t{entry.duplicate} << layout.record_bits |
-           std::uint64_t{entry.trailing} << (layout.record_bits + layout.duplicate_bits);
-}
 
 PagePacker::PagePacker(const CdxForm& form, const LeafLayout& layout)
     : form_(form), leaf_(true), layout_(layout) {
@@ -87,7 +36,7 @@ bool PagePacker::add(Bytes entry, std::uint32_t child, std::size_t spare) {
 bool PagePacker::add_to_leaf(Bytes entry, std::size_t spare) {
     const std::size_t length = form_.key_length;
     const std::size_t trailing = trailing_pads(entry.first(length), form_.pad);
-    const std::size_t most = count_ == 0 ? 0 : length - std::max(trailing, trailing_);
+    const std::size_t most = count_ == 0 ? 0 : most_shared(length, trailing, trailing_);
     const std::size_t duplicate = common_prefix(last_.data(), entry.data(), most);
     const std::size_t stored = length - duplicate - trailing;
     if (front_ + layout_.entry_bytes + stored + spare > back_) return false;

@@ -1,6 +1,6 @@
 // Packs ascending entries straight into the bytes of an index page.
 //
-// cdx_page.h describes both kinds of pages. A packer holds one page under construction, so packing
+// A packer holds one page under construction, so packing
 // an entry allocates nothing and looks only at the entry before it.
 
 #pragma once
@@ -8,38 +8,10 @@
 #include <array>
 #include <cstdint>
 
-#include "engine/index/cdx_page.h"
+#include "engine/index/page_format.h"
 #include "util/bytes.h"
 
 namespace brenik::index {
-
-// Persistent: attributes of a page, where its pointers are, and where its entries begin.
-inline constexpr std::uint16_t kRootAttribute = 0x01;
-inline constexpr std::uint16_t kLeafAttribute = 0x02;
-inline constexpr std::size_t kLeftPointer = 4;
-inline constexpr std::size_t kRightPointer = 8;
-inline constexpr std::size_t kInteriorStart = 12;
-inline constexpr std::size_t kLeafStart = 24;
-
-// What a page says about its place in the tree.
-struct PageLinks {
-    bool root = false;
-    std::uint32_t left = kNoPage;
-    std::uint32_t right = kNoPage;
-};
-
-// Stores the first 12 bytes of a page, and the 12 that follow in a leaf.
-void store_page_header(Byte* raw, bool leaf, std::size_t count, const PageLinks& links);
-void store_leaf_header(Byte* raw, const LeafLayout& layout, std::size_t free);
-
-std::uint64_t pack_numbers(const LeafLayout& layout, const LeafNumbers& entry);
-
-// The greatest number of so many bits.
-inline std::uint64_t mask(unsigned bits) { return (std::uint64_t{1} << bits) - 1; }
-// The number of pad bytes at the end of a key.
-std::size_t trailing_pads(Bytes key, Byte pad);
-// The number of leading bytes that both have in common, at most `most`.
-std::size_t common_prefix(const Byte* a, const Byte* b, std::size_t most);
 
 class PagePacker {
   public:
