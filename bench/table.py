@@ -40,8 +40,12 @@ OPERATIONS = {
     'scan': 'step in file order, read one field, at the seam',
     'start-stop': '`BrenikShutDown` and `BrenikInitialize`',
 }
-WHOLE = {'walk': 'walk by name', 'rebuild': 'rebuild six orders', 'reindex': 'the same, and check them: `brenik reindex`',
-         'append': 'append 20 000'}
+WHOLE = {
+    'walk': 'walk by name',
+    'rebuild': 'rebuild six orders',
+    'reindex': 'the same, and check them: `brenik reindex`',
+    'append': 'append 20 000',
+}
 
 FULL = {'growth': [10000, 100000, 1000000], 'operations': 5000, 'delayed': 400, 'seconds': 5, 'torn': 20,
         'writers': [1, 2, 4, 8]}
