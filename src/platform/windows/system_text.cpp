@@ -8,9 +8,9 @@
 
 namespace brenik::platform {
 
-static_assert(kAnsiCodePage == CP_ACP);
-
 namespace {
+
+unsigned process_code_page = CP_ACP;
 
 // Longest path in the short form: folders have a lower limit than files, to leave room for an 8.3
 // name.
@@ -52,6 +52,12 @@ std::wstring in_unlimited_form(const std::wstring& path) {
 
 }  // namespace
 
+void use_utf8() { process_code_page = CP_UTF8; }
+
+std::optional<std::wstring> wide_text(std::string_view text) {
+    return wide_text(text, process_code_page);
+}
+
 std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page) {
     if (text.empty()) return std::wstring();
     if (text.size() > std::numeric_limits<int>::max()) return std::nullopt;
@@ -68,10 +74,11 @@ std::string narrow_text(std::wstring_view text) {
     if (text.empty() || text.size() > std::numeric_limits<int>::max()) return {};
     const int size = static_cast<int>(text.size());
     const int length =
-        WideCharToMultiByte(CP_ACP, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+        WideCharToMultiByte(process_code_page, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
     if (length <= 0) return {};
     std::string narrow(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_ACP, 0, text.data(), size, narrow.data(), length, nullptr, nullptr);
+    WideCharToMultiByte(process_code_page, 0, text.data(), size, narrow.data(), length, nullptr,
+                        nullptr);
     return narrow;
 }
 
