@@ -3,69 +3,26 @@
 #include "display.h"
 
 #include <array>
+#include <bit>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "engine/record/field_codec.h"
+#include "engine/record/stored_value.h"
+#include "util/fault.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using record::FieldForm;
+using record::StoredValue;
 
-constexpr std::size_t kDateTimeDigits = 17;
-
-// Code page 1252 from 0x80 to 0x9F; its five undefined bytes map to themselves.
-constexpr std::array<std::uint16_t, 32> kCodePage1252 = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
-std::size_t sequence_length(unsigned char lead) {
-    if (lead < 0x80) return 1;
-    if (lead >= 0xC2 && lead <= 0xDF) return 2;
-    if (lead >= 0xE0 && lead <= 0xEF) return 3;
-    if (lead >= 0xF0 && lead <= 0xF4) return 4;
-    return 0;
-}
-
-// Rejects overlong forms, surrogates, and code points past the last one.
-bool second_byte_fits(unsigned char lead, unsigned char second) {
-    if (lead == 0xE0) return second >= 0xA0;
-    if (lead == 0xED) return second <= 0x9F;
-    if (lead == 0xF0) return second >= 0x90;
-    if (lead == 0xF4) return second <= 0x8F;
-    return true;
-}
-
-bool is_utf8(std::string_view text) {
-    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t length = sequence_length(byte(at));
-        if (length == 0 || at + length > text.size()) return false;
-        for (std::size_t i = 1; i < length; ++i) {
-            if ((byte(at + i) & 0xC0) != 0x80) return false;
-        }
-        if (length > 1 && !second_byte_fits(byte(at), byte(at + 1))) return false;
-        at += length;
-    }
-    return true;
-}
-
-void append_code_point(std::string& out, unsigned code) {
-    if (code < 0x80) {
-        out += static_cast<char>(code);
-    } else if (code < 0x800) {
-        out += static_cast<char>(0xC0 | code >> 6);
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | code >> 12);
-        out += static_cast<char>(0x80 | (code >> 6 & 0x3F));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    }
-}
+constexpr std::size_t kMillisecondsAt = 14;     // in the text of a date-time
+constexpr std::size_t kSurelyExactDigits = 15;  // a double returns as many as it was given
 
 std::string hexadecimal(std::string_view bytes) {
     constexpr char kDigits[] = "0123456789ABCDEF";
@@ -82,33 +39,141 @@ std::string dashed_date(std::string_view ymd) {
            std::string(ymd.substr(6, 2));
 }
 
-Json date_time(const std::string& digits) {
-    if (digits.size() != kDateTimeDigits || trim_both(digits).empty()) return nullptr;
-    return dashed_date(digits) + " " + digits.substr(8, 2) + ":" + digits.substr(10, 2) + ":" +
-           digits.substr(12, 2);
+std::string date_time(const std::string& digits) {
+    const std::string shown = dashed_date(digits) + " " + digits.substr(8, 2) + ":" +
+                              digits.substr(10, 2) + ":" + digits.substr(12, 2);
+    const std::string ms = digits.substr(kMillisecondsAt);
+    return ms == "000" ? shown : shown + "." + ms;
 }
 
-Json number(const Number& value) {
-    if (!std::isfinite(value.amount)) return nullptr;
-    if (value.decimals == 0 && std::abs(value.amount) < 1e15) {
-        return static_cast<std::int64_t>(value.amount);
-    }
-    return value.amount;
+// The shortest text that reads back as the same number. Amounts of everyday size have no exponent.
+std::string shortest(double number) {
+    constexpr double kLeast = 1e-5, kGreatest = 1e16;
+    if (std::isnan(number)) return "NaN";
+    if (std::isinf(number)) return number > 0 ? "Infinity" : "-Infinity";
+    const double size = std::fabs(number);
+    const bool everyday = size == 0 || (size >= kLeast && size < kGreatest);
+    std::array<char, 40> text{};
+    char* const end = text.data() + text.size();
+    const auto written = everyday
+                             ? std::to_chars(text.data(), end, number, std::chars_format::fixed)
+                             : std::to_chars(text.data(), end, number);
+    return {text.data(), written.ptr};
 }
 
-std::string without_control_characters(std::string_view text) {
-    std::string shown;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F) {
-            shown += c;
-        } else {
-            char escaped[5];
-            std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
-            shown += escaped;
-        }
+double binary_double(Bytes bytes) { return std::bit_cast<double>(load_le64(bytes.data())); }
+
+std::string currency(Bytes bytes) {
+    const auto scaled = static_cast<std::int64_t>(load_le64(bytes.data()));
+    std::string digits = std::to_string(scaled);
+    const std::string sign = scaled < 0 ? "-" : "";
+    digits.erase(0, sign.size());
+    constexpr std::size_t kDecimals = record::kCurrencyDecimals;
+    if (digits.size() <= kDecimals) digits.insert(0, kDecimals + 1 - digits.size(), '0');
+    return sign + digits.insert(digits.size() - kDecimals, ".");
+}
+
+// Digits from the first to the last that is not 0.
+std::size_t significant_digits(std::string_view number) {
+    std::size_t digits = 0, counted_to_last = 0;
+    for (const char c : number.substr(0, number.find_first_of("eE"))) {
+        if (c < '0' || c > '9' || (digits == 0 && c == '0')) continue;
+        ++digits;
+        if (c != '0') counted_to_last = digits;
     }
-    return shown;
+    return counted_to_last;
+}
+
+// A decimal number as a JSON number, or as a string if reading that would lose digits.
+Json exact_number(const std::string& text, bool with_decimals) {
+    const char* const first = text.data() + (text.starts_with('+') ? 1 : 0);
+    const char* const end = text.data() + text.size();
+    std::int64_t whole = 0;
+    const auto as_whole = std::from_chars(first, end, whole);
+    if (!with_decimals && as_whole.ec == std::errc() && as_whole.ptr == end) return whole;
+    double number = 0;
+    const auto as_double = std::from_chars(first, end, number);
+    const bool exact =
+        as_double.ec == std::errc() && significant_digits(text) <= kSurelyExactDigits;
+    return exact ? Json(number) : Json(text);
+}
+
+Json json_double(double number, bool with_decimals) {
+    constexpr double kMostWhole = 9007199254740992;  // beyond, not every whole number is a double
+    if (!std::isfinite(number)) return shortest(number);
+    if (!with_decimals && std::fabs(number) < kMostWhole && number == std::trunc(number)) {
+        return static_cast<std::int64_t>(number);
+    }
+    return number;
+}
+
+// The shape of a field in a table, and its bytes in the current record.
+struct Place {
+    Table& table;
+    std::size_t number;
+    const TableText& text;
+    const record::Field& field = table.layout().fields[number - 1];
+    record::RecordView view = table.record();
+
+    Bytes bytes() const { return view.field(field); }
+    std::string_view stored() const { return as_text(bytes()); }
+    StoredValue state() const { return record::stored_value(view, table.layout(), field); }
+    std::string value_text() const { return table.field_get(number).text(); }
+};
+
+// A number from ASCII digits, without the blanks around it.
+std::string decimal(const Place& place) {
+    return place.text.shown(trim_both(replace_all(place.stored(), std::string_view("\0", 1), " ")));
+}
+
+// What a field holds that has no value.
+std::string as_stored(const Place& place) {
+    if (place.field.kind->form == FieldForm::kDateTime) return hexadecimal(place.stored());
+    return place.text.shown(trim_both(place.stored()));
+}
+
+std::string text_value(const Place& place) {
+    const std::string value = place.value_text();
+    if (place.field.is_binary()) return hexadecimal(value);
+    const bool padded = place.field.kind->form != FieldForm::kVariableText;
+    return place.text.shown(padded ? trim_right(value) : value);
+}
+
+std::string date_value(const Place& place) {
+    if (place.field.kind->form == FieldForm::kDate) return dashed_date(place.stored());
+    return date_time(place.value_text());
+}
+
+Json sound_value(const Place& place) {
+    const bool with_decimals = place.field.decimals > 0;
+    switch (place.field.kind->form) {
+        case FieldForm::kDecimal:
+            return exact_number(decimal(place), with_decimals);
+        case FieldForm::kInteger:
+            return static_cast<std::int32_t>(load_le32(place.bytes().data()));
+        case FieldForm::kDouble:
+            return json_double(binary_double(place.bytes()), with_decimals);
+        case FieldForm::kCurrency:
+            return exact_number(currency(place.bytes()), true);
+        case FieldForm::kLogical:
+            return place.table.field_get(place.number).logical();
+        case FieldForm::kDate:
+        case FieldForm::kDateTime:
+            return date_value(place);
+        default:
+            return text_value(place);
+    }
+}
+
+std::string memo_or_reason(Table& table, const record::Field& field, bool& read) {
+    const auto number = static_cast<std::size_t>(&field - table.layout().fields.data()) + 1;
+    try {
+        read = true;
+        return hexadecimal(table.field_get(number).text());
+    } catch (const EngineFault& fault) {
+        read = false;
+        return to_utf8(fault.what());
+    }
 }
 
 }  // namespace
@@ -117,40 +182,46 @@ std::string dump(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string to_utf8(std::string_view bytes) {
-    if (is_utf8(bytes)) return std::string(bytes);
-    std::string text;
-    for (const char c : bytes) {
-        const unsigned byte = static_cast<unsigned char>(c);
-        append_code_point(text, byte >= 0x80 && byte <= 0x9F ? kCodePage1252[byte - 0x80] : byte);
-    }
-    return text;
-}
-
-Json to_json(const record::Field& field, const Value& value) {
-    switch (value.kind()) {
-        case ValueKind::kLogical:
-            return value.logical();
-        case ValueKind::kNumber:
-            return number(value.number_form());
-        case ValueKind::kDate:
-            return value.date().empty() ? Json() : Json(dashed_date(value.date().to_ymd()));
-        case ValueKind::kCharacter:
-        case ValueKind::kMemo:
-            if (field.type == 'T') return date_time(value.text());
-            if (field.is_binary()) return hexadecimal(value.text());
-            return to_utf8(trim_right(value.text()));
-        default:
+Json to_json(Table& table, std::size_t field, const TableText& text) {
+    const Place place{table, field, text};
+    switch (place.state()) {
+        case StoredValue::kSound:
+            return sound_value(place);
+        case StoredValue::kNull:
             return nullptr;
+        case StoredValue::kBlank:
+            return "";
+        default:
+            return as_stored(place);
     }
 }
 
-std::string to_line(const record::Field& field, const Value& value) {
-    if (value.kind() == ValueKind::kNumber) return trimmed_number(value.number_form());
-    const Json json = to_json(field, value);
-    if (json.is_null()) return {};
-    if (json.is_boolean()) return json.get<bool>() ? "true" : "false";
-    return without_control_characters(json.get<std::string>());
+std::string to_line(Table& table, std::size_t field, const TableText& text) {
+    const Place place{table, field, text};
+    const bool sound = place.state() == StoredValue::kSound;
+    const FieldForm form = place.field.kind->form;
+    if (sound && form == FieldForm::kDecimal) return decimal(place);
+    if (sound && form == FieldForm::kDouble) return shortest(binary_double(place.bytes()));
+    if (sound && form == FieldForm::kCurrency) return currency(place.bytes());
+    const Json json = to_json(table, field, text);
+    if (json.is_null()) return "NULL";
+    return json.is_string() ? one_line(json.get<std::string>()) : json.dump();
+}
+
+Json raw_json(Table& table, const record::Field& field) {
+    const std::string stored = hexadecimal(as_text(table.record().field(field)));
+    if (!field.is_memo()) return stored;
+    bool read = false;
+    const std::string memo = memo_or_reason(table, field, read);
+    return {{"field", stored}, {read ? "memo" : "fault", memo}};
+}
+
+std::string raw_line(Table& table, const record::Field& field) {
+    const std::string stored = hexadecimal(as_text(table.record().field(field)));
+    if (!field.is_memo()) return stored;
+    bool read = false;
+    const std::string memo = memo_or_reason(table, field, read);
+    return stored + (read ? ", memo " : ", no memo: ") + (memo.empty() ? "empty" : memo);
 }
 
 }  // namespace brenik::tools

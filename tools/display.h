@@ -1,7 +1,4 @@
-// Converts field values for people and for JSON readers.
-//
-// Text in tables is bytes; text that is not valid UTF-8 is read as code page 1252. Trailing blanks
-// are padding and are dropped. Fields marked binary become hexadecimal digits after "0x".
+// Converts field values for people and for JSON readers. docs/reference/values.md has the rules.
 
 #pragma once
 
@@ -10,20 +7,21 @@
 #include <string_view>
 
 #include "engine/table.h"
-#include "util/value.h"
+#include "table_text.h"
 
 namespace brenik::tools {
 
-std::string to_utf8(std::string_view bytes);
-
-// JSON as text; invalid UTF-8, which paths may contain, becomes replacement characters.
+// JSON as text; invalid UTF-8 becomes replacement characters.
 std::string dump(const nlohmann::ordered_json& json, int indent = -1);
 
-// Dates as YYYY-MM-DD, times as YYYY-MM-DD hh:mm:ss, numbers and logicals as they are. Empty dates
-// and times, invalid numbers and NULL become null.
-nlohmann::ordered_json to_json(const record::Field& field, const Value& value);
+// A field of a table's current record, as JSON or as one line of text. A value is exact. A field
+// that holds none is shown as it is stored: empty if it is blank, its bytes if nothing can be made
+// of them. NULL is null, or the word NULL.
+nlohmann::ordered_json to_json(Table& table, std::size_t field, const TableText& text);
+std::string to_line(Table& table, std::size_t field, const TableText& text);
 
-// The same as one line of text, empty for null. Control characters become \xNN.
-std::string to_line(const record::Field& field, const Value& value);
+// The bytes of a field as they are stored, and those of its memo; or why there are none.
+nlohmann::ordered_json raw_json(Table& table, const record::Field& field);
+std::string raw_line(Table& table, const record::Field& field);
 
 }  // namespace brenik::tools

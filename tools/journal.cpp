@@ -37,21 +37,26 @@ const char* kind_word(std::string_view code) {
 
 class Journal {
   public:
-    explicit Journal(const std::string& folder)
-        : practice_(folder, platform::OpenMode::kReadOnly),
-          trans_(practice_.open(practice::kJournal.file)) {}
+    explicit Journal(const JournalRequest& request)
+        : practice_(request.folder, platform::OpenMode::kReadOnly),
+          trans_(practice_.open(practice::kJournal.file)),
+          encoding_(request.encoding),
+          text_(trans_->layout().code_page, encoding_) {}
 
     RecordNumber count() { return trans_->record_count(); }
     bool deleted(RecordNumber record);
     Json entry(RecordNumber record);
 
   private:
-    std::string text(const char* field);
+    std::string bytes(const char* field);
+    std::string shown(std::string_view bytes) const { return text_.shown(bytes); }
     Json edited_fields(int table_number, std::string_view data);
     std::string field_name(int table_number, std::size_t field_number);
 
     Practice practice_;
     std::unique_ptr<Table> trans_;
+    EncodingChoice encoding_;
+    TableText text_;
     std::map<int, std::vector<std::string>> field_names_;  // of the tables read so far
 };
 
@@ -60,7 +65,7 @@ bool Journal::deleted(RecordNumber record) {
     return trans_->deleted();
 }
 
-std::string Journal::text(const char* field) {
+std::string Journal::bytes(const char* field) {
     const auto& fields = trans_->layout().fields;
     const record::Field* found = trans_->layout().find(field);
     if (!found) throw ToolError(ExitCode::kProblem, trans_->path() + ": no field " + field);
@@ -73,8 +78,9 @@ std::string Journal::field_name(int table_number, std::size_t field_number) {
     if (table) {
         try {
             const auto opened = practice_.open(table->file);
+            const TableText text(opened->layout().code_page, encoding_);
             for (const record::Field& field : opened->layout().fields) {
-                names->second.push_back(field.name);
+                names->second.push_back(text.shown(field.name));
             }
         } catch (const ToolError&) {
             // The fields of this table are printed by number.
@@ -91,46 +97,46 @@ Json Journal::edited_fields(int table_number, std::string_view data) {
         if (slot == std::string(practice::kSlotSize, '\0')) continue;
         fields.push_back({{"name", field_name(table_number, field)},
                           {"stamp", stamp_text(slot.substr(0, practice::kStampSize))},
-                          {"workstation", to_utf8(slot.substr(practice::kStampSize))}});
+                          {"workstation", shown(slot.substr(practice::kStampSize))}});
     }
     return fields;
 }
 
 Json Journal::entry(RecordNumber record) {
     trans_->go_to(record);
-    const std::string code = text(practice::kKindField);
-    const std::string table_code = text(practice::kTableCodeField);
-    const std::string data = text(practice::kDataField);
+    const std::string code = bytes(practice::kKindField);
+    const std::string table_code = bytes(practice::kTableCodeField);
+    const std::string data = bytes(practice::kDataField);
     const int number = practice::area_of_code(table_code);
     const practice::TableEntry* table = practice_.find(number);
     Json entry = {{"entry", record},
-                  {"stamp", stamp_text(text(practice::kStampField))},
+                  {"stamp", stamp_text(bytes(practice::kStampField))},
                   {"kind", kind_word(code)},
-                  {"table", table ? table->alias : "table " + to_utf8(table_code)},
-                  {"u_id", to_utf8(trim_right(text(practice::kIdentifierField)))}};
-    if (code.starts_with(practice::kDeletion)) entry["workstation"] = to_utf8(trim_right(data));
+                  {"table", table ? table->alias : "table " + shown(table_code)},
+                  {"u_id", shown(trim_right(bytes(practice::kIdentifierField)))}};
+    if (code.starts_with(practice::kDeletion)) entry["workstation"] = shown(trim_right(data));
     if (code.starts_with(practice::kEdit)) entry["fields"] = edited_fields(number, data);
     return entry;
 }
 
 void print_entry(const Json& entry) {
-    const auto word = [&](const char* key) { return entry[key].get<std::string>(); };
+    const auto word = [&](const char* key) { return one_line(entry[key].get<std::string>()); };
     std::cout << word("stamp") << "  " << pad_right(word("kind"), 8) << pad_right(word("table"), 9)
               << word("u_id");
     if (entry.contains("workstation")) std::cout << "  by " << word("workstation");
     std::cout << "\n";
     if (!entry.contains("fields")) return;
     for (const Json& field : entry["fields"]) {
-        std::cout << "    " << pad_right(field["name"].get<std::string>(), 11)
+        std::cout << "    " << pad_right(one_line(field["name"].get<std::string>()), 11)
                   << field["stamp"].get<std::string>() << "  by "
-                  << field["workstation"].get<std::string>() << "\n";
+                  << one_line(field["workstation"].get<std::string>()) << "\n";
     }
 }
 
 }  // namespace
 
 void print_journal(const JournalRequest& request) {
-    Journal journal(request.folder);
+    Journal journal(request);
     const RecordNumber count = journal.count();
     const RecordNumber shown = std::min(count, request.limit.value_or(count));
     for (RecordNumber record = count - shown + 1; record <= count; ++record) {

@@ -6,11 +6,14 @@
 #include <optional>
 #include <string>
 
+#include "table_text.h"
+
 namespace brenik::tools {
 
 struct JournalRequest {
     std::string folder;
     std::optional<std::uint32_t> limit;  // only the last N entries
+    EncodingChoice encoding;
     bool json = false;
 };
 

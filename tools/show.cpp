@@ -26,10 +26,10 @@ std::string version_text(std::uint8_t version) {
     return text;
 }
 
-Json describe_fields(const record::TableLayout& layout) {
+Json describe_fields(const record::TableLayout& layout, const TableText& text) {
     Json fields = Json::array();
     for (const record::Field& field : layout.fields) {
-        fields.push_back({{"name", field.name},
+        fields.push_back({{"name", text.shown(field.name)},
                           {"type", std::string(1, field.type)},
                           {"width", field.width},
                           {"decimals", field.decimals}});
@@ -37,13 +37,13 @@ Json describe_fields(const record::TableLayout& layout) {
     return fields;
 }
 
-Json describe_orders(const Table& table) {
+Json describe_orders(const Table& table, const TableText& text) {
     Json list = Json::array();
     for (std::size_t number = 1; number <= table.order_count(); ++number) {
         const OrderDescription order = table.order_description(number);
-        list.push_back({{"name", order.name},
-                        {"key", to_utf8(order.key)},
-                        {"condition", to_utf8(order.condition)},
+        list.push_back({{"name", text.shown(order.name)},
+                        {"key", text.shown(order.key)},
+                        {"condition", text.shown(order.condition)},
                         {"length", order.key_length},
                         {"unique", order.unique},
                         {"candidate", order.candidate},
@@ -52,21 +52,20 @@ Json describe_orders(const Table& table) {
     return list;
 }
 
-Json describe(Table& table) {
+Json describe(Table& table, const TableText& text) {
     const record::TableLayout& layout = table.layout();
-    return {{"path", table.path()},
-            {"version", version_text(layout.version)},
-            {"code_page", layout.code_page},
-            {"records", table.record_count()},
-            {"record_length", layout.record_length},
-            {"fields", describe_fields(layout)},
-            {"tags", describe_orders(table)}};
+    return {{"path", to_utf8(table.path())},           {"version", version_text(layout.version)},
+            {"code_page", layout.code_page},           {"encoding", text.code_page()},
+            {"records", table.record_count()},         {"record_length", layout.record_length},
+            {"fields", describe_fields(layout, text)}, {"tags", describe_orders(table, text)}};
 }
 
 void print_description(const Json& table) {
     std::cout << table["path"].get<std::string>() << ": version "
               << table["version"].get<std::string>() << ", " << counted(table["records"], "record")
-              << " of " << counted(table["record_length"], "byte") << "\nfields\n";
+              << " of " << counted(table["record_length"], "byte") << ", text in code page "
+              << table["encoding"] << (table["code_page"] == 0 ? " (not marked)" : "")
+              << "\nfields\n";
     for (const Json& field : table["fields"]) {
         std::cout << "  " << pad_right(field["name"].get<std::string>(), kNameColumn)
                   << field["type"].get<std::string>() << " " << field["width"];
@@ -86,27 +85,46 @@ void print_description(const Json& table) {
     }
 }
 
-void print_record(Table& table, bool json) {
+Json json_value(Table& table, std::size_t position, const ShowRequest& request,
+                const TableText& text) {
+    const record::Field& field = table.layout().fields[position - 1];
+    return request.raw ? raw_json(table, field) : to_json(table, position, text);
+}
+
+void print_json(Table& table, const ShowRequest& request, const TableText& text) {
     Json fields = Json::object();
-    if (!json) {
-        std::cout << "record " << table.record_number() << (table.deleted() ? " (deleted)" : "")
-                  << "\n";
+    const record::TableLayout& layout = table.layout();
+    for (std::size_t i = 0; i < layout.fields.size(); ++i) {
+        fields[text.shown(layout.fields[i].name)] = json_value(table, i + 1, request, text);
     }
-    for (std::size_t i = 0; i < table.layout().fields.size(); ++i) {
-        const record::Field& field = table.layout().fields[i];
-        const Value value = table.field_get(i + 1);
-        if (json) {
-            fields[field.name] = to_json(field, value);
-        } else {
-            const std::string line = pad_right(field.name, kNameColumn) + to_line(field, value);
-            std::cout << "  " << trim_right(line) << "\n";
-        }
-    }
-    if (!json) return;
+    const auto& flags = layout.null_flags;
+    if (request.raw && flags) fields[text.shown(flags->name)] = raw_json(table, *flags);
     const Json record = {{"record", table.record_number()},
                          {"deleted", table.deleted()},
                          {"fields", std::move(fields)}};
     std::cout << dump(record) << "\n";
+}
+
+void print_line(const std::string& name, const std::string& value) {
+    std::cout << "  " << trim_right(pad_right(name, kNameColumn) + value) << "\n";
+}
+
+void print_text(Table& table, const ShowRequest& request, const TableText& text) {
+    std::cout << "record " << table.record_number() << (table.deleted() ? " (deleted)" : "")
+              << "\n";
+    const record::TableLayout& layout = table.layout();
+    for (std::size_t i = 0; i < layout.fields.size(); ++i) {
+        const record::Field& field = layout.fields[i];
+        print_line(text.shown(field.name),
+                   request.raw ? raw_line(table, field) : to_line(table, i + 1, text));
+    }
+    const auto& flags = layout.null_flags;
+    if (request.raw && flags) print_line(text.shown(flags->name), raw_line(table, *flags));
+}
+
+void print_record(Table& table, const ShowRequest& request, const TableText& text) {
+    if (request.json) return print_json(table, request, text);
+    print_text(table, request, text);
 }
 
 void select_order(Table& table, const std::string& order) {
@@ -115,31 +133,36 @@ void select_order(Table& table, const std::string& order) {
 }
 
 // Converts the key to its order's type: numbers, dates (YYYYMMDD) and logicals arrive as text.
-Value key_value(const Table& table, const std::string& text) {
+Value key_value(const Table& table, const std::string& given, const TableText& text) {
     const std::string key = table.order_description(table.order_number()).key;
     switch (expression::Expression::compile(key, table.layout()).type()) {
         case expression::ResultType::kNumber:
-            return numeric_value(text);
+            return numeric_value(given);
         case expression::ResultType::kDate:
-            return Date::from_ymd(replace_all(text, "-", ""));
+            return Date::from_ymd(replace_all(given, "-", ""));
         case expression::ResultType::kLogical:
-            return equal_ignoring_case(text, "true");
-        default:
-            return text;
+            return equal_ignoring_case(given, "true");
+        default: {
+            const auto bytes = text.bytes_of(given);
+            if (bytes) return *bytes;
+            throw ToolError(ExitCode::kProblem, "code page " + std::to_string(text.code_page()) +
+                                                    " has no \"" + given +
+                                                    "\", so no record can have this key");
+        }
     }
 }
 
-void show_found(Table& table, const ShowRequest& request) {
+void show_found(Table& table, const ShowRequest& request, const TableText& text) {
     select_order(table, request.order);
-    const Value key = key_value(table, *request.seek);
+    const Value key = key_value(table, *request.seek, text);
     if (!table.seek(key, SeekMode::kHard, SeekEnd::kFirst)) {
         throw ToolError(ExitCode::kProblem, table.path() + ": order " + request.order +
                                                 " has no key \"" + *request.seek + "\"");
     }
-    print_record(table, request.json);
+    print_record(table, request, text);
 }
 
-void show_one(Table& table, const ShowRequest& request) {
+void show_one(Table& table, const ShowRequest& request, const TableText& text) {
     const RecordNumber count = table.record_count();
     if (*request.record < 1 || *request.record > count) {
         throw ToolError(ExitCode::kProblem, table.path() + ": no record " +
@@ -147,13 +170,13 @@ void show_one(Table& table, const ShowRequest& request) {
                                                 std::to_string(count));
     }
     table.go_to(*request.record);
-    print_record(table, request.json);
+    print_record(table, request, text);
 }
 
-void show_all(Table& table, const ShowRequest& request) {
+void show_all(Table& table, const ShowRequest& request, const TableText& text) {
     select_order(table, request.order);
     for (table.go_top(); !table.end_of_file(); table.skip(1)) {
-        print_record(table, request.json);
+        print_record(table, request, text);
     }
 }
 
@@ -163,10 +186,11 @@ void show(const ShowRequest& request) {
     Practice practice(request.folder, platform::OpenMode::kReadOnly);
     const std::unique_ptr<Table> opened = practice.open(request.table);
     Table& table = *opened;
-    if (request.record) return show_one(table, request);
-    if (request.seek) return show_found(table, request);
-    if (request.all) return show_all(table, request);
-    const Json description = describe(table);
+    const TableText text(table.layout().code_page, request.encoding);
+    if (request.record) return show_one(table, request, text);
+    if (request.seek) return show_found(table, request, text);
+    if (request.all) return show_all(table, request, text);
+    const Json description = describe(table, text);
     if (request.json) {
         std::cout << dump(description, 2) << "\n";
     } else {

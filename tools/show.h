@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "table_text.h"
+
 namespace brenik::tools {
 
 struct ShowRequest {
@@ -15,6 +17,8 @@ struct ShowRequest {
     std::string order;
     std::optional<std::string> seek;  // in `order`
     bool all = false;                 // every record, in `order` if one is named
+    bool raw = false;                 // values as bytes
+    EncodingChoice encoding;
     bool json = false;
 };
 

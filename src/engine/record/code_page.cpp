@@ -1,9 +1,14 @@
-// Case tables of the single-byte code pages.
+// The table of code pages, one row per mark.
 
 #include "engine/record/code_page.h"
 
 #include <algorithm>
+#include <charconv>
 #include <span>
+#include <string>
+#include <utility>
+
+#include "util/runtime.h"
 
 namespace brenik::record {
 namespace {
@@ -16,9 +21,14 @@ struct CaseRange {
     bool one_way = false;  // variant letter: its upper case maps back to another letter
 };
 
+enum class Case { kUnknown, kKnown };
+
 struct CodePage {
     std::uint8_t mark;
-    std::span<const CaseRange> ranges;
+    std::uint16_t number;  // on Windows; 0 for no code page
+    std::string_view name;
+    Case letter_case;
+    std::span<const CaseRange> ranges = {};
 };
 
 constexpr CaseRange kDos437[] = {{0x81, 0x81, 0x9A}, {0x82, 0x82, 0x90}, {0x84, 0x84, 0x8E},
@@ -84,12 +94,50 @@ constexpr CaseRange kWindows1253[] = {
     {0xDC, 0xDC, 0xA2}, {0xDD, 0xDF, 0xB8}, {0xE1, 0xF1, 0xC1},       {0xF3, 0xFB, 0xD3},
     {0xFC, 0xFC, 0xBC}, {0xFD, 0xFE, 0xBE}, {0xB5, 0xB5, 0xCC, true}, {0xF2, 0xF2, 0xD3, true}};
 
-constexpr CodePage kCodePages[] = {{0x00, {}},           {0x01, kDos437},      {0x02, kDos850},
-                                   {0x03, kWindows1252}, {0x64, kDos852},      {0x65, kDos866},
-                                   {0x66, kDos865},      {0x67, kDos861},      {0x6A, kDos737},
-                                   {0x6B, kDos857},      {0x7C, {}},           {0x7D, {}},
-                                   {0x7E, kWindows1256}, {0xC8, kWindows1250}, {0xC9, kWindows1251},
-                                   {0xCA, kWindows1254}, {0xCB, kWindows1253}};
+constexpr CodePage kCodePages[] = {
+    {0x00, 0, "", Case::kKnown},
+    {0x01, 437, "ibm437", Case::kKnown, kDos437},
+    {0x02, 850, "ibm850", Case::kKnown, kDos850},
+    {0x03, 1252, "windows-1252", Case::kKnown, kWindows1252},
+    {0x04, 10000, "macintosh", Case::kUnknown},
+    {0x64, 852, "ibm852", Case::kKnown, kDos852},
+    {0x65, 866, "ibm866", Case::kKnown, kDos866},
+    {0x66, 865, "ibm865", Case::kKnown, kDos865},
+    {0x67, 861, "ibm861", Case::kKnown, kDos861},
+    {0x68, 895, "kamenicky", Case::kUnknown},
+    {0x69, 620, "mazovia", Case::kUnknown},
+    {0x6A, 737, "ibm737", Case::kKnown, kDos737},
+    {0x6B, 857, "ibm857", Case::kKnown, kDos857},
+    {0x78, 950, "big5", Case::kUnknown},
+    {0x79, 949, "uhc", Case::kUnknown},
+    {0x7A, 936, "gbk", Case::kUnknown},
+    {0x7B, 932, "windows-31j", Case::kUnknown},
+    {0x7C, 874, "windows-874", Case::kKnown},
+    {0x7D, 1255, "windows-1255", Case::kKnown},
+    {0x7E, 1256, "windows-1256", Case::kKnown, kWindows1256},
+    {0x96, 10007, "x-mac-cyrillic", Case::kUnknown},
+    {0x97, 10029, "x-mac-ce", Case::kUnknown},
+    {0x98, 10006, "x-mac-greek", Case::kUnknown},
+    {0xC8, 1250, "windows-1250", Case::kKnown, kWindows1250},
+    {0xC9, 1251, "windows-1251", Case::kKnown, kWindows1251},
+    {0xCA, 1254, "windows-1254", Case::kKnown, kWindows1254},
+    {0xCB, 1253, "windows-1253", Case::kKnown, kWindows1253},
+    {0xCC, 1257, "windows-1257", Case::kUnknown},
+};
+
+const CodePage* find_mark(std::uint8_t mark) {
+    const auto* page = std::ranges::find(kCodePages, mark, &CodePage::mark);
+    return page == std::end(kCodePages) ? nullptr : page;
+}
+
+// The whole text as a number.
+std::optional<std::uint16_t> number_in(std::string_view text, int base) {
+    std::uint16_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, number, base);
+    if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
+    return number;
+}
 
 void add_range(const CaseRange& range, CaseTable& upper, CaseTable& lower) {
     for (int i = 0; i <= range.last - range.first; ++i) {
@@ -102,10 +150,48 @@ void add_range(const CaseRange& range, CaseTable& upper, CaseTable& lower) {
 
 }  // namespace
 
+std::optional<std::uint16_t> code_page_of_mark(std::uint8_t mark) {
+    const CodePage* page = find_mark(mark);
+    if (page == nullptr || page->number == 0) return std::nullopt;
+    return page->number;
+}
+
+std::optional<std::uint16_t> code_page_named(std::string_view name) {
+    const std::string text = upper(name);
+    if (text == "UTF-8" || text == "UTF8" || text == "65001") return kUtf8;
+    if (text.starts_with("0X")) {
+        const auto mark = number_in(name.substr(2), 16);
+        if (!mark || *mark > 0xFF) return std::nullopt;
+        return code_page_of_mark(static_cast<std::uint8_t>(*mark));
+    }
+    const auto number = number_in(name.substr(text.starts_with("CP") ? 2 : 0), 10);
+    const auto* page = std::ranges::find_if(kCodePages, [&](const CodePage& each) {
+        return each.number != 0 && (upper(each.name) == text || each.number == number);
+    });
+    if (page == std::end(kCodePages)) return std::nullopt;
+    return page->number;
+}
+
+std::size_t longest_character(std::uint16_t code_page) {
+    if (code_page == kUtf8) return 4;
+    return code_page == 932 || code_page == 936 || code_page == 949 || code_page == 950 ? 2 : 1;
+}
+
+bool is_disputed(std::uint16_t code_page, std::uint8_t byte) {
+    constexpr std::pair<std::uint16_t, std::uint8_t> kDisputed[] = {
+        {1255, 0xCA},                  // only Windows has a character there
+        {10000, 0xBD},                 // Greek letter or sign of the ohm
+        {10000, 0xC6},                 // Greek letter or sign of the increment
+        {10000, 0xDB},                 // sign of the euro or of any currency
+        {10007, 0xA2}, {10007, 0xB6},  // Ukrainian letters, or signs that they replaced
+        {10007, 0xFF},                 // sign of the euro or of any currency
+    };
+    return std::ranges::find(kDisputed, std::pair(code_page, byte)) != std::end(kDisputed);
+}
+
 bool load_case_tables(std::uint8_t code_page, CaseTable& upper, CaseTable& lower) {
-    const auto* page = std::find_if(std::begin(kCodePages), std::end(kCodePages),
-                                    [&](const CodePage& each) { return each.mark == code_page; });
-    if (page == std::end(kCodePages)) return false;
+    const CodePage* page = find_mark(code_page);
+    if (page == nullptr || page->letter_case == Case::kUnknown) return false;
     for (std::size_t i = 0; i < upper.size(); ++i) upper[i] = lower[i] = static_cast<char>(i);
     add_range({'a', 'z', 'A'}, upper, lower);
     for (const CaseRange& range : page->ranges) add_range(range, upper, lower);

@@ -18,8 +18,6 @@ namespace {
 constexpr int kBinaryNumberWidth = 20;
 constexpr int kIntegerWidth = 11;
 constexpr double kCurrencyScale = 10000;
-constexpr int kCurrencyDecimals = 4;
-constexpr std::int64_t kMillisecondsPerDay = 86'400'000;
 constexpr std::size_t kDateTimeDigits = 17;
 
 [[noreturn]] void unsuitable(const Field& field, const std::string& what) {

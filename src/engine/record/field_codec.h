@@ -15,6 +15,9 @@
 
 namespace brenik::record {
 
+inline constexpr std::uint32_t kMillisecondsPerDay = 86'400'000;
+inline constexpr int kCurrencyDecimals = 4;
+
 // The value of any field but a memo; nil for NULL.
 Value read_field(const RecordView& record, const TableLayout& layout, const Field& field);
 // True when read_field() would return exactly this value.
