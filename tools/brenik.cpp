@@ -6,12 +6,12 @@
 // found, 2 wrong usage, 3 a file cannot be opened, 4 another program holds a lock or no partner
 // came.
 
-#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "command_line.h"
+#include "platform/console.h"
 #include "practice.h"
 
 namespace brenik::tools {
@@ -43,7 +43,9 @@ ExitCode run(const std::vector<std::string>& words) {
 int main(int argc, char** argv) {
     using namespace brenik::tools;
     std::ios::sync_with_stdio(false);
-    const ExitCode code = run({argv + std::min(argc, 1), argv + argc});
+    const brenik::platform::ProgramText text(argc, argv);
+    const auto& words = text.arguments();
+    const ExitCode code = run({words.begin() + (words.empty() ? 0 : 1), words.end()});
     // A full disk or a closed pipe shows only when the last output is written.
     if (!std::cout.flush() && code == ExitCode::kOk) {
         std::cerr << "brenik: standard output cannot be written\n";

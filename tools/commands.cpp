@@ -16,6 +16,13 @@ constexpr std::string_view kPathHelp = "Folder of the practice, or a table's fil
 constexpr Ending kCannotOpen{ExitCode::kCannotOpen, "a table or folder cannot be opened"};
 constexpr Ending kHeld{ExitCode::kLocked, "another program holds a table exclusively"};
 
+Option encoding_option(std::string& name) {
+    return {"--encoding", "PAGE",
+            "Code page of the tables' text, as number or name; default: the one that each table "
+            "names, or 1252",
+            &name};
+}
+
 // A command that either succeeds or throws.
 template <typename Request>
 std::function<ExitCode()> run(void (*command)(const Request&), const Request& request) {
@@ -76,6 +83,12 @@ Command show_command(ShowRequest& request) {
           &request.seek,
           {.needs = "--order", .excludes = "--all"}},
          {"--all", "", "Print every record", &request.all},
+         {"--raw",
+          "",
+          "Print the bytes of records and memos in hexadecimal",
+          &request.raw,
+          {.needs = "--record --seek --all"}},
+         encoding_option(request.encoding),
          {"--json", "", "As JSON: the description as one object, records as one line each",
           &request.json}},
         {{"show practice Names", "the fields and orders of the contacts"},
@@ -97,6 +110,7 @@ Command journal_command(JournalRequest& request) {
         "edit lists the changed fields.",
         {{"DIR", "", kFolderHelp, &request.folder},
          {"--limit", "N", "Only the last N entries", &request.limit},
+         encoding_option(request.encoding),
          {"--json", "", "As JSON, one line per entry", &request.json}},
         {{"journal practice --limit 20", "the last 20 changes"}},
         {{ExitCode::kProblem, "the journal is damaged"}, kCannotOpen, kHeld},

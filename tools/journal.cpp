@@ -40,7 +40,7 @@ class Journal {
     explicit Journal(const JournalRequest& request)
         : practice_(request.folder, platform::OpenMode::kReadOnly),
           trans_(practice_.open(practice::kJournal.file)),
-          encoding_(request.encoding),
+          encoding_(encoding_named(request.encoding)),
           text_(trans_->layout().code_page, encoding_) {}
 
     RecordNumber count() { return trans_->record_count(); }

@@ -6,14 +6,12 @@
 #include <optional>
 #include <string>
 
-#include "table_text.h"
-
 namespace brenik::tools {
 
 struct JournalRequest {
     std::string folder;
     std::optional<std::uint32_t> limit;  // only the last N entries
-    EncodingChoice encoding;
+    std::string encoding;                // instead of each table's own; empty for that
     bool json = false;
 };
 

@@ -183,10 +183,11 @@ void show_all(Table& table, const ShowRequest& request, const TableText& text) {
 }  // namespace
 
 void show(const ShowRequest& request) {
+    const EncodingChoice encoding = encoding_named(request.encoding);
     Practice practice(request.folder, platform::OpenMode::kReadOnly);
     const std::unique_ptr<Table> opened = practice.open(request.table);
     Table& table = *opened;
-    const TableText text(table.layout().code_page, request.encoding);
+    const TableText text(table.layout().code_page, encoding);
     if (request.record) return show_one(table, request, text);
     if (request.seek) return show_found(table, request, text);
     if (request.all) return show_all(table, request, text);

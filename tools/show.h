@@ -6,8 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "table_text.h"
-
 namespace brenik::tools {
 
 struct ShowRequest {
@@ -18,7 +16,7 @@ struct ShowRequest {
     std::optional<std::string> seek;  // in `order`
     bool all = false;                 // every record, in `order` if one is named
     bool raw = false;                 // values as bytes
-    EncodingChoice encoding;
+    std::string encoding;             // instead of each table's own; empty for that
     bool json = false;
 };
 

@@ -65,8 +65,9 @@ std::uint16_t page_for(std::uint8_t mark, EncodingChoice choice) {
 
 }  // namespace
 
-std::uint16_t encoding_named(const std::string& name) {
-    if (const auto page = record::code_page_named(name)) return *page;
+EncodingChoice encoding_named(const std::string& name) {
+    if (name.empty()) return std::nullopt;
+    if (const auto page = record::code_page_named(name)) return page;
     throw ToolError(ExitCode::kUsage,
                     "--encoding: no code page " + name +
                         "; give a number (437), a name (windows-1252, utf-8) or a mark (0x01)");

@@ -21,8 +21,9 @@ namespace brenik::tools {
 // The code page that a user names instead of the one that each table's mark names.
 using EncodingChoice = std::optional<std::uint16_t>;
 
-// Throws ToolError if there is no code page of that name.
-std::uint16_t encoding_named(const std::string& name);
+// The code page of this name, or no choice if the name is empty. Throws ToolError if there is no
+// such code page.
+EncodingChoice encoding_named(const std::string& name);
 
 class TableText {
   public:

@@ -1,4 +1,4 @@
-// One pass over the records, then a comparison of the memos' blocks for overlaps.
+// One pass over the records and their values, then a comparison of the memos' blocks for overlaps.
 
 #include "engine/maintenance/check_memo.h"
 
@@ -6,6 +6,7 @@
 #include <array>
 
 #include "engine/locks/lock_scheme.h"
+#include "engine/maintenance/check_values.h"
 #include "engine/record/memo_format.h"
 #include "engine/record/record_scan.h"
 #include "util/runtime.h"
@@ -42,7 +43,9 @@ class RecordCheck {
           header_(header),
           table_report_(report),
           report_(report.for_file(files.memo.path())),
-          format_{record::memo_kind(layout_.version)} {
+          format_{record::memo_kind(layout_.version)},
+          values_(
+              layout_, [this](RecordNumber record) { return bytes_now(record); }, report) {
         for (std::size_t i = 0; i < layout_.fields.size(); ++i) {
             if (layout_.fields[i].is_memo()) fields_.push_back(i);
         }
@@ -108,6 +111,7 @@ class RecordCheck {
                                 "begins with byte " + std::to_string(mark) +
                                     ", neither blank nor asterisk: compare it with an older copy");
         }
+        values_.check(record);
         for (const std::size_t i : fields_) check(record, i);
     }
 
@@ -196,10 +200,16 @@ class RecordCheck {
         return {};
     }
 
-    // The pointer in the file at this moment.
-    std::uint32_t block_now(RecordNumber record, std::size_t field) const {
+    // The record in the file at this moment; empty if it is not there.
+    std::vector<Byte> bytes_now(RecordNumber record) const {
         std::vector<Byte> bytes(layout_.record_length);
-        if (files_.table.read_at(header_.end_of(record - 1), bytes) < bytes.size()) return 0;
+        if (files_.table.read_at(header_.end_of(record - 1), bytes) < bytes.size()) bytes.clear();
+        return bytes;
+    }
+
+    std::uint32_t block_now(RecordNumber record, std::size_t field) const {
+        const std::vector<Byte> bytes = bytes_now(record);
+        if (bytes.empty()) return 0;
         return record::read_memo_pointer({bytes, record}, layout_.fields[field]).block;
     }
 
@@ -256,6 +266,7 @@ class RecordCheck {
     const Reporter& table_report_;
     const Reporter report_;
     record::MemoFormat format_;
+    ValueCheck values_;
     std::vector<std::size_t> fields_;
     bool usable_ = false;
     std::vector<Claim> claims_;

@@ -33,7 +33,7 @@ struct MemoFacts {
 // grown past the limit of compatible mode can only be in use in the other.
 std::uint64_t memo_limit(std::uint64_t file_size);
 
-// Also checks the deletion marks, in the same pass over the records.
+// Also checks the deletion marks and the values, in the same pass over the records.
 MemoFacts check_records(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                         const Progress& progress);
 
