@@ -12,6 +12,7 @@
 #include "display.h"
 #include "engine/maintenance/check_table.h"
 #include "findings.h"
+#include "native_path.h"
 #include "platform/file.h"
 #include "platform/share.h"
 #include "practice/catalogue.h"
@@ -64,26 +65,27 @@ void check_share(const std::string& path, FindingPrinter& printer) {
 
 bool is_practice(const std::string& path) {
     std::error_code error;
-    return fs::is_directory(platform::system_path(path), error) &&
+    return fs::is_directory(native_path(platform::system_path(path)), error) &&
            platform::file_exists(path + "/" + practice::kSystem.file + ".DBF");
 }
 
 std::vector<std::string> tables_at(const std::string& path) {
     const std::string found = platform::system_path(path);
     std::error_code error;
-    if (!fs::is_directory(found, error)) {
+    if (!fs::is_directory(native_path(found), error)) {
         for (const std::string& name : {found, platform::system_path(path + ".DBF")}) {
             if (platform::file_exists(name)) return {name};
         }
         throw ToolError(ExitCode::kCannotOpen, path + ": no such table or folder");
     }
     std::vector<std::string> tables;
-    for (fs::directory_iterator entry(found, error), end; !error && entry != end;
+    for (fs::directory_iterator entry(native_path(found), error), end; !error && entry != end;
          entry.increment(error)) {
         const fs::path& file = entry->path();
         if (equal_ignoring_case(file.extension().string(), ".DBF")) tables.push_back(file.string());
     }
-    if (error) throw ToolError(ExitCode::kCannotOpen, path + ": " + error.message());
+    if (error)
+        throw ToolError(ExitCode::kCannotOpen, path + ": " + platform::system_text(error.value()));
     if (tables.empty()) throw ToolError(ExitCode::kCannotOpen, path + ": contains no tables");
     std::sort(tables.begin(), tables.end());
     return tables;

@@ -11,6 +11,7 @@
 #include <random>
 #include <system_error>
 
+#include "native_path.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "practice.h"
@@ -57,7 +58,7 @@ std::string numbered(const std::string& reader, int number, const std::string& w
 
 Scratch::Scratch(std::string folder) : folder_(std::move(folder)), own_name_(made_up_name()) {
     std::error_code error;
-    if (!fs::is_directory(platform::system_path(folder_), error)) {
+    if (!fs::is_directory(native_path(platform::system_path(folder_)), error)) {
         throw ToolError(ExitCode::kCannotOpen, folder_ + ": no such folder");
     }
     make_note("here");
@@ -96,12 +97,14 @@ std::vector<std::string> Scratch::list() const {
     const std::string prefix = kPrefix;
     std::vector<std::string> found;
     std::error_code error;
-    for (fs::directory_iterator entry(platform::system_path(folder_), error), end;
+    for (fs::directory_iterator entry(native_path(platform::system_path(folder_)), error), end;
          !error && entry != end; entry.increment(error)) {
         const std::string name = entry->path().filename().string();
         if (name.starts_with(prefix)) found.push_back(name.substr(prefix.size()));
     }
-    if (error) throw ToolError(ExitCode::kCannotOpen, folder_ + ": " + error.message());
+    if (error)
+        throw ToolError(ExitCode::kCannotOpen,
+                        folder_ + ": " + platform::system_text(error.value()));
     return found;
 }
 
@@ -115,11 +118,11 @@ void Scratch::wait_until_read(int limit_ms) const {
 // Compares ages with a file of ours, because the server's clock may differ.
 void Scratch::clear_leftovers() const {
     std::error_code error;
-    const auto now = fs::last_write_time(path_of(own_name_, "here"), error);
+    const auto now = fs::last_write_time(native_path(path_of(own_name_, "here")), error);
     if (error) return;
     for (const std::string& name : list()) {
         const std::string path = folder_ + "/" + kPrefix + name;
-        const auto then = fs::last_write_time(path, error);
+        const auto then = fs::last_write_time(native_path(path), error);
         if (!error && now - then > kLeftoverAge) platform::remove_file(path);
     }
 }

@@ -16,6 +16,7 @@
 #include "engine/maintenance/repair_table.h"
 #include "engine/maintenance/table_copies.h"
 #include "findings.h"
+#include "native_path.h"
 #include "practice/journal_entry.h"
 #include "practice_check.h"
 #include "progress.h"
@@ -77,7 +78,7 @@ class TrialFolder {
         const std::string stem = (fs::temp_directory_path() / "brenik-dry-run-").string();
         int number = 0;
         do {
-            path_ = stem + std::to_string(++number);
+            path_ = native_path(stem + std::to_string(++number));
         } while (!fs::create_directory(path_));
         fs::permissions(path_, fs::perms::owner_all);
     }
@@ -131,8 +132,9 @@ class PracticeRepair {
         namespace fs = std::filesystem;
         std::error_code error;
         if (!request.dry_run) {
-            fs::create_directories(request.backup, error);
-        } else if (fs::exists(request.backup) && !fs::is_directory(request.backup)) {
+            fs::create_directories(native_path(request.backup), error);
+        } else if (const fs::path backup = native_path(request.backup);
+                   fs::exists(backup) && !fs::is_directory(backup)) {
             error = std::make_error_code(std::errc::not_a_directory);
         }
         if (error) {

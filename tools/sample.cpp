@@ -15,6 +15,7 @@
 #include "display.h"
 #include "engine/make/create_table.h"
 #include "engine/make/table_writer.h"
+#include "native_path.h"
 #include "practice.h"
 #include "practice/journal_entry.h"
 #include "sample_rows.h"
@@ -409,7 +410,7 @@ class JournalWriter {
 };
 
 void write_text(const std::string& path, const std::string& text) {
-    std::ofstream file(path, std::ios::binary);
+    std::ofstream file(native_path(path), std::ios::binary);
     file << text;
     if (!file.flush()) throw ToolError(ExitCode::kCannotOpen, path + ": cannot be written");
 }
@@ -433,9 +434,10 @@ void refuse_practice(const std::string& folder) {
 void make_folders(const std::string& folder) {
     std::error_code error;
     for (const char* name : {"/billing", "/lawtemp"}) {
-        std::filesystem::create_directories(folder + name, error);
+        std::filesystem::create_directories(native_path(folder + name), error);
         if (error) {
-            throw ToolError(ExitCode::kCannotOpen, folder + name + ": " + error.message());
+            throw ToolError(ExitCode::kCannotOpen,
+                            folder + name + ": " + platform::system_text(error.value()));
         }
     }
 }
