@@ -6,7 +6,9 @@
 // found, 2 wrong usage, 3 a file cannot be opened, 4 another program holds a lock or no partner
 // came.
 
+#include <filesystem>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -17,7 +19,7 @@
 namespace brenik::tools {
 namespace {
 
-ExitCode complain(const char* message, ExitCode code) {
+ExitCode complain(const std::string& message, ExitCode code) {
     std::cerr << "brenik: " << message << "\n";
     return code;
 }
@@ -30,9 +32,24 @@ ExitCode run(const std::vector<std::string>& words) {
     } catch (const EngineFault& fault) {
         return complain(fault.what(),
                         fault.code() == FaultCode::kBusy ? ExitCode::kLocked : ExitCode::kProblem);
+    } catch (const std::filesystem::filesystem_error& error) {
+        return complain(error.path1().string() + ": " + error.code().message(),
+                        ExitCode::kCannotOpen);
+    } catch (const std::bad_alloc&) {
+        return complain("not enough memory", ExitCode::kProblem);
     } catch (const std::exception& error) {
         return complain(error.what(), ExitCode::kProblem);
     }
+}
+
+// A full disk shows only when the last output is written. A reader that has closed the pipe has
+// seen what it wanted, so the command ends as it would have ended otherwise.
+ExitCode finish_output(ExitCode code) {
+    if (std::cout.flush() || platform::is_pipe(platform::StandardStream::kOutput)) return code;
+    return complain(
+        "standard output cannot be written, so it is incomplete; make room for it and run the "
+        "command again",
+        code == ExitCode::kOk ? ExitCode::kProblem : code);
 }
 
 }  // namespace
@@ -41,15 +58,11 @@ ExitCode run(const std::vector<std::string>& words) {
 // Outside run(), only a lack of memory throws.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
-    using namespace brenik::tools;
+    using namespace brenik;
     std::ios::sync_with_stdio(false);
-    const brenik::platform::ProgramText text(argc, argv);
-    const auto& words = text.arguments();
-    const ExitCode code = run({words.begin() + (words.empty() ? 0 : 1), words.end()});
-    // A full disk or a closed pipe shows only when the last output is written.
-    if (!std::cout.flush() && code == ExitCode::kOk) {
-        std::cerr << "brenik: standard output cannot be written\n";
-        return static_cast<int>(ExitCode::kProblem);
-    }
-    return static_cast<int>(code);
+    platform::outlive_readers();
+    const platform::ProgramText text(argc, argv);
+    const std::vector<std::string>& words = text.arguments();
+    const std::vector<std::string> given(words.begin() + (words.empty() ? 0 : 1), words.end());
+    return static_cast<int>(tools::finish_output(tools::run(given)));
 }

@@ -97,7 +97,7 @@ void call_routines(const CallRequest& request) {
     const std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
     Session session(engine, platform::system_clock(), *ui);
     if (request.folder) start_up(session, *request.folder);
-    for (std::string line; std::getline(std::cin, line);) {
+    for (std::string line; std::cout && std::getline(std::cin, line);) {
         if (trim_both(line).empty()) continue;
         const Json reply = answer_or_error(session, line);
         std::cout << dump(reply) << std::endl;

@@ -179,12 +179,12 @@ ExitCode run_command_line(const std::vector<std::string>& words) {
     Requests requests;
     const std::vector<Command> commands = make_commands(requests);
     if (words.empty()) {
-        std::cerr << overview(commands);
+        std::cerr << overview(commands, platform::StandardStream::kError);
         return ExitCode::kUsage;
     }
     const std::string& first = words.front();
     if (first == "--help" || first == "-h") {
-        std::cout << overview(commands);
+        std::cout << overview(commands, platform::StandardStream::kOutput);
         return ExitCode::kOk;
     }
     if (first == "--version") {

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "colours.h"
 #include "display.h"
 #include "doctor_partner.h"
 #include "doctor_trials.h"
@@ -44,7 +45,7 @@ class Opinion {
         if (!facts.unsound.empty()) return add({"mount", facts.unsound, kRemount, ""});
         if (facts.doubtful.empty()) return add({"mount", "", "", "no unsafe option found"});
         answer_["trials"].push_back(line_of({"mount", "", "", facts.doubtful}));
-        say("doubt  mount: " + facts.doubtful);
+        say(coloured(Colour::kNote, "doubt") + "  mount: " + facts.doubtful);
     }
 
     void add(const Trial& trial) {
@@ -52,7 +53,8 @@ class Opinion {
         sound_ = sound_ && good;
         answer_["trials"].push_back(line_of(trial));
         say(good ? "ok     " + trial.name + ": " + trial.good
-                 : "UNSOUND " + trial.name + ": " + trial.fault + "; " + trial.remedy);
+                 : coloured(Colour::kFault, "UNSOUND") + " " + trial.name + ": " + trial.fault +
+                       "; " + trial.remedy);
     }
 
     void add_times(const RoundTrips& times) {

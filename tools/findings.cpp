@@ -5,6 +5,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "colours.h"
 #include "display.h"
 
 namespace brenik::tools {
@@ -71,10 +72,13 @@ std::string advice(Remedy remedy) {
 }
 
 std::string text_line(const Finding& finding) {
-    std::string line = finding.severity == Severity::kFault
-                           ? ""
-                           : std::string(severity_word(finding.severity)) + ": ";
-    line += to_utf8(base_name(finding.file)) + ": ";
+    const bool is_fault = finding.severity == Severity::kFault;
+    const std::string file = to_utf8(base_name(finding.file)) + ":";
+    std::string line =
+        is_fault ? coloured(Colour::kFault, file)
+                 : coloured(Colour::kNote, severity_word(finding.severity) + std::string(":")) +
+                       " " + file;
+    line += " ";
     std::string place;
     const auto add = [&](const std::string& part) { place += (place.empty() ? "" : ", ") + part; };
     if (!finding.tag.empty()) add("tag " + to_utf8(finding.tag));

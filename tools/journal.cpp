@@ -12,6 +12,7 @@
 #include "display.h"
 #include "practice.h"
 #include "practice/journal_entry.h"
+#include "progress.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -139,7 +140,9 @@ void print_journal(const JournalRequest& request) {
     Journal journal(request);
     const RecordNumber count = journal.count();
     const RecordNumber shown = std::min(count, request.limit.value_or(count));
-    for (RecordNumber record = count - shown + 1; record <= count; ++record) {
+    ProgressBar bar("journal", Output::kListing);
+    for (RecordNumber record = count - shown + 1; record <= count && std::cout; ++record) {
+        bar.show("", record - (count - shown + 1), shown);
         if (journal.deleted(record)) continue;
         const Json entry = journal.entry(record);
         if (request.json) {

@@ -6,8 +6,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "colours.h"
 #include "commands.h"
 #include "paragraph.h"
+#include "platform/console.h"
 #include "practice/catalogue.h"
 #include "util/runtime.h"
 #include "version.h"
@@ -15,7 +17,11 @@
 namespace brenik::tools {
 namespace {
 
-constexpr std::size_t kWidth = 80;
+using platform::StandardStream;
+
+constexpr std::size_t kPageWidth = 80;
+constexpr std::size_t kLeastWidth = 40;
+constexpr std::size_t kMostWidth = 100;  // longer lines are hard to read
 constexpr std::size_t kTermColumn = 20;  // where the meaning of a term begins in help
 
 constexpr std::string_view kTool = "brenik";
@@ -49,6 +55,13 @@ std::vector<std::string> usage_of(const Command& command) {
     return parts;
 }
 
+// The width of help on this terminal.
+std::size_t width() {
+    const int columns = platform::terminal_columns(StandardStream::kOutput);
+    if (columns <= 0) return kPageWidth;
+    return std::clamp(static_cast<std::size_t>(columns), kLeastWidth, kMostWidth);
+}
+
 // The ways in which a command ends, success and wrong usage among them.
 std::vector<Ending> endings_of(const Command& command) {
     std::vector<Ending> endings{{ExitCode::kOk, kSuccess}, {ExitCode::kUsage, kWrongUsage}};
@@ -57,7 +70,9 @@ std::vector<Ending> endings_of(const Command& command) {
     return endings;
 }
 
-std::string heading(const char* text) { return "\n" + std::string(text) + "\n"; }
+std::string heading(const char* text, StandardStream stream = StandardStream::kOutput) {
+    return "\n" + coloured(Colour::kHeading, text, stream) + "\n";
+}
 
 // A term and its meaning, which begins on a line of its own if the term is long.
 std::string row(const std::string& term, std::string_view meaning) {
@@ -67,7 +82,7 @@ std::string row(const std::string& term, std::string_view meaning) {
     } else {
         text = pad_right(text, kTermColumn);
     }
-    return text + wrapped(words_of(meaning), kTermColumn, kWidth);
+    return text + wrapped(words_of(meaning), kTermColumn, width());
 }
 
 std::string option_rows(const Command& command, bool arguments) {
@@ -80,19 +95,19 @@ std::string option_rows(const Command& command, bool arguments) {
 
 }  // namespace
 
-std::string overview(const std::vector<Command>& commands) {
-    std::string text = std::string(kToolPurpose) + "\n" + heading("Usage") +
-                       "  brenik COMMAND [ARGUMENT...] [OPTION...]\n" + heading("Commands");
+std::string overview(const std::vector<Command>& commands, StandardStream stream) {
+    std::string text = std::string(kToolPurpose) + "\n" + heading("Usage", stream) +
+                       "  brenik COMMAND [ARGUMENT...] [OPTION...]\n" + heading("Commands", stream);
     for (const Command& command : commands) text += row(std::string(command.name), command.purpose);
-    text += heading("Options") + row(std::string(kHelpOption), kHelpMeaning) +
+    text += heading("Options", stream) + row(std::string(kHelpOption), kHelpMeaning) +
             row("--version", kVersionMeaning);
     return text + "\n\"brenik COMMAND --help\" describes a command.\n";
 }
 
 std::string help_of(const Command& command) {
     std::string text = std::string(command.purpose) + "\n" + heading("Usage") + "  " +
-                       wrapped(usage_of(command), 6, kWidth) + "\n" +
-                       wrapped(words_of(command.about), 0, kWidth);
+                       wrapped(usage_of(command), 6, width()) + "\n" +
+                       wrapped(words_of(command.about), 0, width());
     const std::string arguments = option_rows(command, true);
     if (!arguments.empty()) text += heading("Arguments") + arguments;
     text += heading("Options") + option_rows(command, false) +
@@ -103,7 +118,7 @@ std::string help_of(const Command& command) {
     text += heading("Examples");
     for (const Example& example : command.examples) {
         text += "  brenik " + std::string(example.arguments) + "\n" + std::string(6, ' ') +
-                wrapped(words_of(example.meaning), 6, kWidth);
+                wrapped(words_of(example.meaning), 6, width());
     }
     return text;
 }
@@ -145,7 +160,7 @@ std::string roff_line(std::string_view text) {
 std::string roff_paragraph(std::string_view text) {
     std::vector<std::string> words = words_of(text);
     for (std::string& word : words) word = roff_word(word);
-    return wrapped(words, 0, kWidth);
+    return wrapped(words, 0, kPageWidth);
 }
 
 std::string page_name(const Command& command) {

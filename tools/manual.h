@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/console.h"
+
 namespace brenik::tools {
 
 struct Command;
@@ -14,8 +16,9 @@ struct ManualRequest {
     std::string folder;
 };
 
-// Both end with a line feed and are wrapped at the width of the terminal.
-std::string overview(const std::vector<Command>& commands);
+// Both end with a line feed. The overview has the colours that suit `stream`; the help has those of
+// standard output, and its width.
+std::string overview(const std::vector<Command>& commands, platform::StandardStream stream);
 std::string help_of(const Command& command);
 
 // Writes brenik.1, a page brenik-NAME.1 for each command, and the completion for bash as "brenik".

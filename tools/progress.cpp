@@ -3,35 +3,124 @@
 #include "progress.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 
-#include "platform/ui.h"
+#include "platform/console.h"
+#include "util/runtime.h"
 
 namespace brenik::tools {
 namespace {
 
-constexpr int kBarWidth = 24;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kScreen = platform::StandardStream::kError;
 constexpr std::chrono::milliseconds kFirstShown(400);
 constexpr std::chrono::milliseconds kBetween(200);
+constexpr std::chrono::seconds kBetweenLines(5);  // on a terminal that cannot overwrite them
+constexpr double kEstimable_s = 0.5;              // before, an estimate would jump about
+constexpr std::size_t kUsualColumns = 80;
+constexpr std::size_t kWideColumns = 100;  // from here on there is room for the rate
+constexpr std::size_t kLeastBar = 8;
+constexpr std::size_t kMostBar = 40;
+
+// The work of the tool as a whole: many short steps together may be long.
+struct Work {
+    Clock::time_point begun = Clock::now();
+    Clock::time_point shown;
+};
+
+Work& work() {
+    static Work only;
+    return only;
+}
+
+// How many columns a character takes whose UTF-8 begins with this byte. Most characters of three
+// bytes and more are as wide as two letters on a terminal.
+std::size_t columns_of(unsigned char byte) {
+    if ((byte & 0xC0) == 0x80) return 0;
+    return byte >= 0xE0 ? 2 : 1;
+}
+
+std::size_t width_of(const std::string& text) {
+    std::size_t width = 0;
+    for (const char each : text) width += columns_of(static_cast<unsigned char>(each));
+    return width;
+}
+
+// The text in at most `width` columns; what does not fit becomes three dots.
+std::string shortened(const std::string& text, std::size_t width) {
+    if (width_of(text) <= width) return text;
+    constexpr std::string_view kDots = "...";
+    std::size_t used = kDots.size();
+    std::size_t end = 0;
+    for (; end < text.size(); ++end) {
+        used += columns_of(static_cast<unsigned char>(text[end]));
+        if (used > width) break;
+    }
+    return text.substr(0, end) + std::string(kDots.substr(0, width));
+}
+
+std::string time_text(double seconds) {
+    const auto whole = std::llround(seconds);
+    char text[48];
+    if (whole < 60) {
+        std::snprintf(text, sizeof text, "%lld s", whole);
+    } else if (whole < 3600) {
+        std::snprintf(text, sizeof text, "%lld:%02lld min", whole / 60, whole % 60);
+    } else {
+        std::snprintf(text, sizeof text, "%lld:%02lld h", whole / 3600, whole / 60 % 60);
+    }
+    return text;
+}
+
+struct Step {
+    double part;     // from 0 to 1
+    double rate;     // per second
+    double seconds;  // so far
+    std::uint64_t remaining;
+
+    std::string percent() const {
+        char text[16];
+        std::snprintf(text, sizeof text, "%3.0f %%", part * 100);
+        return text;
+    }
+    std::string left() const {
+        if (seconds < kEstimable_s || rate <= 0) return {};
+        return time_text(static_cast<double>(remaining) / rate) + " left";
+    }
+};
+
+Step step_of(std::uint64_t done, std::uint64_t total, double seconds) {
+    const std::uint64_t counted = std::min(done, total);
+    const double part = total == 0 ? 1 : static_cast<double>(counted) / static_cast<double>(total);
+    const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
+    return {part, rate, seconds, total - counted};
+}
+
+std::string bar_line(const std::string& title, const Step& step, std::size_t columns) {
+    std::string numbers = "] " + step.percent();
+    if (!step.left().empty()) numbers += "  " + step.left();
+    if (columns >= kWideColumns && step.seconds >= kEstimable_s) {
+        numbers += "  " + std::to_string(static_cast<std::uint64_t>(step.rate)) + "/s";
+    }
+    const std::size_t bar = std::clamp(columns / 4, kLeastBar, kMostBar);
+    const auto filled = static_cast<std::size_t>(step.part * static_cast<double>(bar));
+    const std::string end =
+        " [" + std::string(filled, '#') + std::string(bar - filled, '.') + numbers;
+    return shortened(title, columns - std::min(columns, end.size())) + end;
+}
 
 }  // namespace
 
-std::string progress_line(const std::string& title, std::uint64_t done, std::uint64_t total,
-                          double seconds) {
-    const double part =
-        total == 0 ? 1 : std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
-    const auto filled = static_cast<std::size_t>(part * kBarWidth);
-    const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
-    const double left = rate > 0 ? static_cast<double>(total - std::min(done, total)) / rate : 0;
-    char numbers[64];
-    std::snprintf(numbers, sizeof numbers, "] %3.0f %%  %.0f/s  %.0f s left", part * 100, rate,
-                  left);
-    return title + " [" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + numbers;
+ProgressBar::ProgressBar(std::string title, Output output)
+    : title_(std::move(title)),
+      visible_(platform::is_terminal(kScreen) &&
+               (output == Output::kNothing ||
+                platform::is_disk_file(platform::StandardStream::kOutput))) {
+    work();
 }
-
-ProgressBar::ProgressBar(std::string title)
-    : title_(std::move(title)), visible_(platform::error_output_is_terminal()) {}
 
 maintenance::Progress ProgressBar::progress() {
     if (!visible_) return {};
@@ -41,22 +130,39 @@ maintenance::Progress ProgressBar::progress() {
 }
 
 void ProgressBar::show(const std::string& what, std::uint64_t done, std::uint64_t total) {
+    if (!visible_) return;
     const Clock::time_point now = Clock::now();
     if (what != what_) {
         what_ = what;
-        begun_ = last_ = now;
+        begun_ = now;
     }
-    if (now - begun_ < kFirstShown || now - last_ < kBetween) return;
-    last_ = now;
-    shown_ = true;
-    const double seconds = std::chrono::duration<double>(now - begun_).count();
-    std::cerr << "\r\x1b[K" << progress_line(title_ + ", " + what, done, total, seconds)
+    const bool overwrites = platform::takes_escapes(kScreen);
+    const Clock::duration between = overwrites ? Clock::duration(kBetween) : kBetweenLines;
+    if (now - work().begun < kFirstShown || now - work().shown < between) return;
+    work().shown = now;
+    const Step step = step_of(done, total, std::chrono::duration<double>(now - begun_).count());
+    const std::string title = title_ + (what.empty() ? "" : ", " + what);
+    if (!overwrites) {
+        const std::string left = step.left();
+        std::cerr << title << ":" << step.percent() << (left.empty() ? "" : ", ") << left
+                  << std::endl;
+        return;
+    }
+    const int columns = platform::terminal_columns(kScreen);
+    // The last column stays free: some terminals begin a new line after it.
+    const std::string line = bar_line(
+        title, step, (columns > 0 ? static_cast<std::size_t>(columns) : kUsualColumns) - 1);
+    const std::size_t width = width_of(line);
+    std::cerr << "\r" << line << std::string(shown_width_ - std::min(shown_width_, width), ' ')
               << std::flush;
+    shown_width_ = width;
 }
 
 void ProgressBar::clear() {
-    if (shown_) std::cerr << "\r\x1b[K" << std::flush;
-    shown_ = false;
+    if (shown_width_ > 0) {
+        std::cerr << "\r" << std::string(shown_width_, ' ') << "\r" << std::flush;
+    }
+    shown_width_ = 0;
 }
 
 }  // namespace brenik::tools

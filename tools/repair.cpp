@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "check.h"
+#include "colours.h"
 #include "display.h"
 #include "engine/maintenance/check_table.h"
 #include "engine/maintenance/repair_table.h"
@@ -237,7 +238,7 @@ class PracticeRepair {
             std::cout << dump(line) << "\n";
             return;
         }
-        std::cout << (!deed.done ? "not repaired: "
+        std::cout << (!deed.done ? coloured(Colour::kFault, "not repaired:") + " "
                       : trial_   ? "would do: "
                                  : "")
                   << base_name(file) << ": ";

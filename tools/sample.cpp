@@ -18,6 +18,7 @@
 #include "native_path.h"
 #include "practice.h"
 #include "practice/journal_entry.h"
+#include "progress.h"
 #include "sample_rows.h"
 #include "util/runtime.h"
 
@@ -31,6 +32,7 @@ using record::kLater;
 using record::kPlain;
 
 constexpr std::uint8_t kCodePage1252 = 0x03;
+constexpr std::uint32_t kRowsBetween = 4096;  // two looks at the clock
 
 // A field and its content; blank without `value`.
 template <typename Content>
@@ -315,7 +317,9 @@ WrittenTable write_table(const std::string& folder, const TableDefinition& table
     const std::string path = folder + "/" + table.file + ".DBF";
     make::TableWriter writer(path, layout_of(table, columns));
     std::vector<Value> values(columns.size());
+    ProgressBar bar(table.file);
     for (std::uint32_t i = 0; i < count; ++i) {
+        if (i % kRowsBetween == 0) bar.show("rows", i, count);
         const Content content = make(i);
         for (std::size_t column = 0; column < columns.size(); ++column) {
             if (columns[column].value) values[column] = columns[column].value(content);
@@ -323,7 +327,7 @@ WrittenTable write_table(const std::string& folder, const TableDefinition& table
         writer.append(values, is_deleted(content));
     }
     writer.close();
-    if (!table.tags.empty()) make::create_index(path, table.tags);
+    if (!table.tags.empty()) make::create_index(path, table.tags, bar.progress());
     return {table.file, count};
 }
 

@@ -7,10 +7,12 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "colours.h"
 #include "display.h"
 #include "engine/expression/expression.h"
 #include "engine/orders.h"
 #include "practice.h"
+#include "progress.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -64,15 +66,15 @@ void print_description(const Json& table) {
     std::cout << table["path"].get<std::string>() << ": version "
               << table["version"].get<std::string>() << ", " << counted(table["records"], "record")
               << " of " << counted(table["record_length"], "byte") << ", text in code page "
-              << table["encoding"] << (table["code_page"] == 0 ? " (not marked)" : "")
-              << "\nfields\n";
+              << table["encoding"] << (table["code_page"] == 0 ? " (not marked)" : "") << "\n"
+              << coloured(Colour::kHeading, "fields") << "\n";
     for (const Json& field : table["fields"]) {
         std::cout << "  " << pad_right(field["name"].get<std::string>(), kNameColumn)
                   << field["type"].get<std::string>() << " " << field["width"];
         if (field["decimals"] != 0) std::cout << "." << field["decimals"];
         std::cout << "\n";
     }
-    if (!table["tags"].empty()) std::cout << "tags\n";
+    if (!table["tags"].empty()) std::cout << coloured(Colour::kHeading, "tags") << "\n";
     for (const Json& tag : table["tags"]) {
         std::cout << "  " << pad_right(tag["name"].get<std::string>(), kNameColumn)
                   << tag["key"].get<std::string>();
@@ -110,7 +112,8 @@ void print_line(const std::string& name, const std::string& value) {
 }
 
 void print_text(Table& table, const ShowRequest& request, const TableText& text) {
-    std::cout << "record " << table.record_number() << (table.deleted() ? " (deleted)" : "")
+    const std::string number = "record " + std::to_string(table.record_number());
+    std::cout << coloured(Colour::kHeading, number) << (table.deleted() ? " (deleted)" : "")
               << "\n";
     const record::TableLayout& layout = table.layout();
     for (std::size_t i = 0; i < layout.fields.size(); ++i) {
@@ -175,7 +178,11 @@ void show_one(Table& table, const ShowRequest& request, const TableText& text) {
 
 void show_all(Table& table, const ShowRequest& request, const TableText& text) {
     select_order(table, request.order);
-    for (table.go_top(); !table.end_of_file(); table.skip(1)) {
+    ProgressBar bar(request.table, Output::kListing);
+    const std::uint64_t count = table.record_count();
+    std::uint64_t shown = 0;
+    for (table.go_top(); !table.end_of_file() && std::cout; table.skip(1)) {
+        bar.show("", shown++, count);
         print_record(table, request, text);
     }
 }

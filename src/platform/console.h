@@ -19,6 +19,14 @@ bool takes_escapes(StandardStream stream);
 // The width of the terminal; 0 if the stream is no terminal, or its width is unknown.
 int terminal_columns(StandardStream stream);
 
+// True if the stream is a pipe. A write to one fails only when its reader has closed it.
+bool is_pipe(StandardStream stream);
+// True if the stream is redirected to a file of a disk.
+bool is_disk_file(StandardStream stream);
+// From now on a write to a pipe without a reader fails. Where the system would end the process
+// instead, it would do so in the middle of any work.
+void outlive_readers();
+
 // Makes UTF-8 the encoding of everything that this program exchanges with the system as text. While
 // the object lives, std::cout and std::cerr accept UTF-8, and show every character on a console of
 // Windows. From its creation until the process ends, paths, environment variables and the system's

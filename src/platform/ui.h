@@ -30,7 +30,4 @@ class UserInterface {
 // The interface for this machine and the value of BRENIK_UI.
 std::unique_ptr<UserInterface> make_user_interface();
 
-// True if standard error is a terminal, so that a program may overwrite a line there.
-bool error_output_is_terminal();
-
 }  // namespace brenik::platform

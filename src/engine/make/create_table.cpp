@@ -35,7 +35,8 @@ void create_table(const std::string& path, record::TableLayout layout) {
     table.write_at(0, bytes);
 }
 
-void create_index(const std::string& path, const std::vector<TagDefinition>& tags) {
+void create_index(const std::string& path, const std::vector<TagDefinition>& tags,
+                  const BuildProgress& progress) {
     const std::string name = record::table_path(path);
     const auto table = local::TableFile::open(name, {platform::Sharing::kExclusive});
     const std::string index_name = record::sibling_path(table->path(), "CDX");
@@ -52,7 +53,7 @@ void create_index(const std::string& path, const std::vector<TagDefinition>& tag
         table->read(first, into);
         return true;
     };
-    build_index(index_name, {table->layout(), table->count(), read}, plans);
+    build_index(index_name, {table->layout(), table->count(), read}, plans, progress);
     table->mark_as_indexed();
 }
 

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,11 @@ struct TagDefinition {
     bool descending = false;
 };
 
+// Called at intervals with the number of records read, then of keys built in, so far and in total.
+// An exception from it cancels the build.
+using BuildProgress =
+    std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
+
 // Makes an empty table, and its memo file if a field needs one. Replaces existing files. Of
 // `layout` only the version, the code page, and each field's name, type, width, decimals and flags
 // are used. Throws EngineFault.
@@ -26,6 +33,7 @@ void create_table(const std::string& path, record::TableLayout layout);
 // Builds the structural index of a table from its records, replaces an existing one, and marks the
 // table as indexed. Needs exclusive use: EngineFault kBusy if it cannot be acquired, kUnsupported
 // if an expression cannot be used (the text names the tag and the reason).
-void create_index(const std::string& table_path, const std::vector<TagDefinition>& tags);
+void create_index(const std::string& table_path, const std::vector<TagDefinition>& tags,
+                  const BuildProgress& progress = {});
 
 }  // namespace brenik::make

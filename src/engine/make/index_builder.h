@@ -27,11 +27,6 @@ std::string unfinished_index_path(const std::string& index_path);
 // The paths of all files that an interrupted build may leave behind.
 std::array<std::string, 2> leftover_paths(const std::string& index_path);
 
-// Called at intervals with the number of records read, then of keys built in, so far and in total.
-// An exception from it cancels the build.
-using BuildProgress =
-    std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
-
 // Writes a file with these tags, flushes it and replaces the existing index. Nobody may have that
 // index open. Reads the table once, and sorts in about `memory` bytes and beside the index. On an
 // exception the old index is untouched and the new files are removed.

@@ -67,6 +67,4 @@ std::unique_ptr<UserInterface> make_user_interface() {
     return std::make_unique<StandardErrorInterface>();
 }
 
-bool error_output_is_terminal() { return isatty(STDERR_FILENO) != 0; }
-
 }  // namespace brenik::platform

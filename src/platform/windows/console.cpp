@@ -162,4 +162,12 @@ int terminal_columns(StandardStream stream) {
     return facts.srWindow.Right - facts.srWindow.Left + 1;
 }
 
+bool is_pipe(StandardStream stream) { return GetFileType(handle_of(stream)) == FILE_TYPE_PIPE; }
+
+bool is_disk_file(StandardStream stream) {
+    return GetFileType(handle_of(stream)) == FILE_TYPE_DISK;
+}
+
+void outlive_readers() {}  // Windows has no signal for it
+
 }  // namespace brenik::platform

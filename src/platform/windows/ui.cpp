@@ -217,9 +217,4 @@ std::unique_ptr<UserInterface> make_user_interface() {
     return std::make_unique<WindowInterface>();
 }
 
-bool error_output_is_terminal() {
-    DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
-}
-
 }  // namespace brenik::platform
