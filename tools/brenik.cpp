@@ -6,15 +6,14 @@
 // found, 2 wrong usage, 3 a file cannot be opened, 4 another program holds a lock or no partner
 // came.
 
-#include <filesystem>
 #include <iostream>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "command_line.h"
 #include "platform/console.h"
 #include "practice.h"
+#include "reason.h"
 
 namespace brenik::tools {
 namespace {
@@ -32,13 +31,8 @@ ExitCode run(const std::vector<std::string>& words) {
     } catch (const EngineFault& fault) {
         return complain(fault.what(),
                         fault.code() == FaultCode::kBusy ? ExitCode::kLocked : ExitCode::kProblem);
-    } catch (const std::filesystem::filesystem_error& error) {
-        return complain(error.path1().string() + ": " + error.code().message(),
-                        ExitCode::kCannotOpen);
-    } catch (const std::bad_alloc&) {
-        return complain("not enough memory", ExitCode::kProblem);
     } catch (const std::exception& error) {
-        return complain(error.what(), ExitCode::kProblem);
+        return complain(reason_of(error), ExitCode::kProblem);
     }
 }
 

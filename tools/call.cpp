@@ -15,6 +15,8 @@
 #include "engine/local/local_engine.h"
 #include "platform/ui.h"
 #include "practice.h"
+#include "reason.h"
+#include "suggestion.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -32,6 +34,15 @@ void print_names() {
     for (const Routine& each : table_operations()) print_line(each.name, each.arguments);
 }
 
+std::vector<std::string> routine_names() {
+    std::vector<std::string> names;
+    for (const NamedOperation& each : operations()) names.emplace_back(each.name);
+    for (const auto routines : {library_routines(), table_operations()}) {
+        for (const Routine& each : routines) names.emplace_back(each.name);
+    }
+    return names;
+}
+
 const Routine* find(std::span<const Routine> routines, std::string_view name) {
     const auto found = std::ranges::find_if(
         routines, [&](const Routine& each) { return equal_ignoring_case(each.name, name); });
@@ -47,7 +58,8 @@ Value run(Session& session, const std::string& name, CallArguments& arguments) {
     }
     if (const Operation operation = find_operation(name))
         return operation(session, arguments.values());
-    throw CallError("no routine is called \"" + name + "\"; --list names them all");
+    throw CallError("no routine is called \"" + name + "\"; --list names them all" +
+                    did_you_mean(name, routine_names()));
 }
 
 Json answer(Session& session, const std::string& line) {
@@ -68,15 +80,13 @@ Json answer_or_error(Session& session, const std::string& line) {
         return answer(session, line);
     } catch (const CallError& error) {
         return Json{{"error", error.what()}};
-    } catch (const Json::exception& error) {
-        return Json{{"error", error.what()}};
     } catch (const EngineFault& fault) {
         session.recover();
         return Json{{"error", fault.operation() + ": " + fault.what() + " (" +
                                   std::to_string(static_cast<int>(fault.code())) + ")"}};
     } catch (const std::exception& error) {
         session.recover();
-        return Json{{"error", error.what()}};
+        return Json{{"error", reason_of(error)}};
     }
 }
 

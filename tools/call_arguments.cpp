@@ -104,10 +104,18 @@ std::string place(std::size_t index) { return "argument " + std::to_string(index
 }  // namespace
 
 Json json_from_line(const std::string& line) {
-    return Json::parse(line, [](int depth, Json::parse_event_t, const Json&) {
+    const auto limit_depth = [](int depth, Json::parse_event_t, const Json&) {
         if (depth > kMostNesting) throw CallError("arrays are nested too deeply");
         return true;
-    });
+    };
+    try {
+        return Json::parse(line, limit_depth);
+    } catch (const Json::parse_error& error) {
+        throw CallError("this line is not JSON: it goes wrong at byte " +
+                        std::to_string(error.byte));
+    } catch (const Json::out_of_range&) {
+        throw CallError("a number in this line is too large");
+    }
 }
 
 Value value_from_json(const Json& json) {

@@ -21,6 +21,7 @@
 #include "practice/journal_entry.h"
 #include "practice_check.h"
 #include "progress.h"
+#include "reason.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -207,7 +208,8 @@ class PracticeRepair {
         try {
             trial_.emplace();
         } catch (const std::filesystem::filesystem_error& error) {
-            throw ToolError(ExitCode::kCannotOpen, error.what());
+            throw ToolError(ExitCode::kCannotOpen,
+                            "temporary folder for the dry run: " + reason_of(error));
         }
         options_.trial_folder = trial_->path();
     }
