@@ -43,6 +43,19 @@ OpenAnswer LocalEngine::open(const std::string& path, TableSharing sharing, int 
     }
 }
 
+void LocalEngine::open_part(const std::function<void()>& open) {
+    if (!tell_unavailable_) return open();
+    try {
+        open();
+    } catch (const locks::Refused& refusal) {
+        tell_unavailable_(refusal.refusal());
+    } catch (const platform::ConnectionLost&) {
+        throw;
+    } catch (const EngineFault& fault) {
+        tell_unavailable_(damaged(fault));
+    }
+}
+
 int LocalEngine::set_server_type(int type) {
     return type == kLocalServer ? kSuccess : kNoRemoteServer;
 }

@@ -4,10 +4,12 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/engine.h"
@@ -44,6 +46,13 @@ class LocalEngine : public Engine {
     std::string last_error() const override { return last_error_; }
     // Opens tables from now on for reading only, which needs no write permission.
     void set_read_only(bool on) { read_only_ = on; }
+    // Opens tables from now on for reading only, and even if the memo file or the structural index
+    // cannot be opened; `tell` learns why. Such a table has no orders without its index. Without
+    // its memo file, reading a memo throws EngineFault kDamagedFile unless the memo is empty.
+    void set_lenient(std::function<void(const Refusal&)> tell) {
+        read_only_ = true;
+        tell_unavailable_ = std::move(tell);
+    }
     int set_server_type(int type) override;
     int server_loaded(const std::string& folder) override;
     bool set_proprietary_locking(bool on) override;
@@ -66,6 +75,8 @@ class LocalEngine : public Engine {
 
     // Keeps the fault's text for last_error() and returns its status.
     int note(const std::exception& fault) noexcept;
+    // Runs a step that opens a file of a table. A lenient engine passes a refusal on instead.
+    void open_part(const std::function<void()>& open);
     template <class Step>
     int for_each_table(Step step) noexcept;
 
@@ -73,6 +84,7 @@ class LocalEngine : public Engine {
     bool full_durability_ = false;
     bool proprietary_locking_ = false;
     bool read_only_ = false;
+    std::function<void(const Refusal&)> tell_unavailable_;  // empty: not lenient
     std::size_t index_cache_ = index::kDefaultCacheBytes;
     std::uint64_t moment_ = 0;
     std::string last_error_;

@@ -36,11 +36,15 @@ std::unique_ptr<LocalTable> LocalTable::open(LocalEngine& engine, const std::str
     auto table = std::unique_ptr<LocalTable>(new LocalTable(engine, TableFile::open(path, use)));
     const record::TableLayout& layout = table->layout();
     if (layout.has_memos()) {
-        table->memo_ = MemoFile::open(table->file_->path(), layout.version, use.covered());
+        engine.open_part([&] {
+            table->memo_ = MemoFile::open(table->file_->path(), layout.version, use.covered());
+        });
     }
     table->orders_ =
         std::make_unique<TableOrders>(layout, table->file_->path(), use, engine.index_cache_);
-    if (layout.has_structural_index()) table->orders_->open_structural();
+    if (layout.has_structural_index()) {
+        engine.open_part([&] { table->orders_->open_structural(); });
+    }
     table->orders_attached(0, controlling);
     // With hidden records, the top may be far away; the index must not stay locked until it is
     // found.
@@ -274,6 +278,7 @@ std::string LocalTable::memo_text(const record::Field& field) {
         MemoFile::Clock::now() - loaded_at_ > MemoFile::kTextStays / 2) {
         forget_reading();
     }
+    if (!memo_) return text_without_file(field);
     const auto known = known_memos_.find(&field);
     if (known != known_memos_.end() && file_->locks().owns(record_)) return known->second;
     std::string text =
@@ -282,6 +287,14 @@ std::string LocalTable::memo_text(const record::Field& field) {
     // the new one.
     if (file_->locks().owns(record_) && text.size() <= kLongestKnown) known_memos_[&field] = text;
     return text;
+}
+
+// Only a lenient engine opens a table without its memo file.
+std::string LocalTable::text_without_file(const record::Field& field) {
+    const record::MemoPointer pointer = record::read_memo_pointer(view(), field);
+    if (pointer.is_number && pointer.block == 0) return {};
+    throw EngineFault(FaultCode::kDamagedFile, "field get",
+                      path() + ": field " + field.name + ": its memo file cannot be opened");
 }
 
 Value LocalTable::field_get(std::size_t position) {

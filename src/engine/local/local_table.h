@@ -132,6 +132,7 @@ class LocalTable : public Table {
     bool says_already(const record::Field& field, const Value& value);
     const record::Field& field_at(std::size_t position, const char* operation) const;
     std::string memo_text(const record::Field& field);
+    std::string text_without_file(const record::Field& field);
     void require_open(const char* operation) const;
 
     // -- The share's session.

@@ -61,12 +61,7 @@ void MemoFile::pass_over_used_blocks() {
 }
 
 void MemoFile::create(const std::string& table_path) {
-    const std::string path = record::sibling_path(table_path, "FPT");
-    platform::File file =
-        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
-    if (!file.is_open()) {
-        throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be created");
-    }
+    platform::File file = locks::create_file(record::sibling_path(table_path, "FPT"));
     file.write_at(0, record::make_memo_header());
 }
 
