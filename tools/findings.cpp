@@ -45,6 +45,8 @@ const char* remedy_word(Remedy remedy) {
             return "by hand";
         case Remedy::kTryAgain:
             return "try again";
+        case Remedy::kPermit:
+            return "permit";
         case Remedy::kTell:
             return "tell";
     }
@@ -65,6 +67,8 @@ std::string advice(Remedy remedy) {
             return "; this needs a decision by hand";
         case Remedy::kTryAgain:
             return "; check again later";
+        case Remedy::kPermit:
+            return "; check again as a user who may read it";
         case Remedy::kTell:
             return "; have the program that added it call BrenikAddedRecord";
     }

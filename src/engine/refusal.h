@@ -29,6 +29,17 @@ struct Refusal {
     std::string explanation() const { return name_holders ? name_holders() : text; }
 };
 
+// A refusal as an exception, where the caller can only give up.
+class OpenRefused : public EngineFault {
+  public:
+    OpenRefused(RefusalReason reason, FaultCode code, const std::string& text)
+        : EngineFault(code, "open", text), reason_(reason) {}
+    RefusalReason reason() const { return reason_; }
+
+  private:
+    RefusalReason reason_;
+};
+
 // True for faults that an open answers with RefusalReason::kDamaged.
 inline bool is_damage(const EngineFault& fault) {
     return fault.code() == FaultCode::kDamagedFile || fault.code() == FaultCode::kUnsupported;

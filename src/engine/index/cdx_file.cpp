@@ -93,14 +93,7 @@ void CdxFile::read_directory() {
 }
 
 std::unique_ptr<CdxFile> CdxFile::create(const std::string& path) {
-    platform::File file =
-        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
-    if (!file.is_open()) {
-        throw EngineFault(file.failure() == platform::OpenFailure::kSharing
-                              ? FaultCode::kBusy
-                              : FaultCode::kInputOutput,
-                          "create index", path + ": the index file cannot be created");
-    }
+    platform::File file = locks::create_file(path);
     // The directory's root page follows its header.
     std::vector<Byte> bytes = make_directory_header(kTagHeaderSize);
     bytes.resize(kTagHeaderSize + kCdxPageSize);

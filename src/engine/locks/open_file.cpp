@@ -38,25 +38,23 @@ RefusalReason reason_of(const platform::File& file) {
 }  // namespace
 
 Refused::Refused(const platform::File& file, const FileUse& use)
-    : EngineFault(is_held(file) ? FaultCode::kBusy : FaultCode::kInputOutput, "open",
+    : OpenRefused(reason_of(file), is_held(file) ? FaultCode::kBusy : FaultCode::kInputOutput,
                   is_held(file) ? held(file.path(), use_of(use), "another program")
                                 : file.path() + ": " + file.why_not_open()),
       path_(file.path()),
-      use_(use_of(use)),
-      reason_(reason_of(file)) {
+      use_(use_of(use)) {
     if (is_held(file)) obstacle_ = obstacle_of(use.sharing);
 }
 
 Refused::Refused(const std::string& path, const std::string& use, Obstacle obstacle,
                  RefusalReason reason)
-    : EngineFault(FaultCode::kBusy, "open", held(path, use, "another program")),
+    : OpenRefused(reason, FaultCode::kBusy, held(path, use, "another program")),
       path_(path),
       use_(use),
-      reason_(reason),
       obstacle_(obstacle) {}
 
 Refusal Refused::refusal() const {
-    Refusal refusal{reason_, code(), what()};
+    Refusal refusal{reason(), code(), what()};
     if (obstacle_) refusal.name_holders = [refused = *this] { return refused.explanation(); };
     return refusal;
 }
@@ -77,6 +75,11 @@ platform::File open_file(const std::string& path, const FileUse& use) {
     platform::File file = platform::File::open(path, use.access, use.sharing);
     if (!file.is_open()) throw Refused(file, use);
     return file;
+}
+
+platform::File create_file(const std::string& path) {
+    return open_file(
+        path, {platform::Sharing::kExclusive, LockMode::kCompatible, platform::OpenMode::kCreate});
 }
 
 }  // namespace brenik::locks

@@ -34,7 +34,7 @@ struct Obstacle {
     platform::LockKind wanted;
 };
 
-class Refused : public EngineFault {
+class Refused : public OpenRefused {
   public:
     // For a file that is not open.
     Refused(const platform::File& file, const FileUse& use);
@@ -50,7 +50,6 @@ class Refused : public EngineFault {
   private:
     std::string path_;
     std::string use_;
-    RefusalReason reason_;
     std::optional<Obstacle> obstacle_;
 };
 
@@ -61,5 +60,7 @@ class Refused : public EngineFault {
 
 // Throws Refused.
 platform::File open_file(const std::string& path, const FileUse& use);
+// Creates or empties a file for exclusive use. Throws Refused.
+platform::File create_file(const std::string& path);
 
 }  // namespace brenik::locks

@@ -16,9 +16,12 @@
 #include <span>
 
 #include "engine/index/cdx_header.h"
+#include "engine/locks/open_file.h"
 #include "engine/locks/short_lock.h"
 #include "engine/maintenance/check_keys.h"
+#include "engine/record/dbf_file.h"
 #include "engine/record/record_scan.h"
+#include "engine/record/table_path.h"
 #include "util/runtime.h"
 
 namespace brenik::maintenance {
@@ -49,8 +52,7 @@ std::optional<make::TagPlan> plan_anew(const index::TagDescription& tag,
     }
     if (!tag.collation.empty()) return std::nullopt;
     try {
-        return make::plan_new_tag(
-            {tag.name, tag.key, tag.condition, tag.unique, tag.candidate, tag.descending}, layout);
+        return make::plan_new_tag(definition_of(tag), layout);
     } catch (const expression::ExpressionError&) {
         return std::nullopt;
     }
@@ -402,6 +404,10 @@ class IndexCheck {
 
 }  // namespace
 
+make::TagDefinition definition_of(const index::TagDescription& tag) {
+    return {tag.name, tag.key, tag.condition, tag.unique, tag.candidate, tag.descending};
+}
+
 FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
                     const std::string& path) {
     const Directory directory = read_directory(bytes, path);
@@ -419,6 +425,40 @@ FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
         }
     }
     return found;
+}
+
+FoundTags tags_of_table(const std::string& path) {
+    locks::FileUse reading;
+    reading.access = platform::OpenMode::kReadOnly;
+    const platform::File table = locks::open_file(record::table_path(path), reading);
+    const record::TableLayout layout =
+        record::parse_layout(record::read_header(table), table.path());
+    platform::File index = locks::open_file(record::sibling_path(table.path(), "CDX"), reading);
+    IndexBytes bytes;
+    if (!bytes.read(index)) {
+        throw EngineFault(FaultCode::kBusy, "open",
+                          index.path() + ": another program keeps the index locked");
+    }
+    return find_tags(bytes, layout, index.path());
+}
+
+std::vector<make::TagDefinition> tag_definitions(const std::string& path) {
+    const FoundTags found = tags_of_table(path);
+    const auto refuse = [&](FaultCode code, const std::string& why) {
+        throw EngineFault(code, "read tags", path + ": " + why);
+    };
+    if (!found.complete || !found.unreadable.empty()) {
+        refuse(FaultCode::kDamagedFile, "its index is damaged, so not all of its tags are known");
+    }
+    std::vector<make::TagDefinition> definitions;
+    for (const FoundTag& tag : found.tags) {
+        if (!tag.plan) {
+            refuse(FaultCode::kUnsupported, "tag " + tag.description.name + ": " + tag.unusable);
+        }
+        definitions.push_back(definition_of(tag.description));
+    }
+    if (definitions.empty()) refuse(FaultCode::kDamagedFile, "its index has no tags");
+    return definitions;
 }
 
 std::optional<std::vector<std::string>> tag_names(const std::string& path) {

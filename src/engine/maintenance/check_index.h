@@ -31,6 +31,9 @@ struct FoundTags {
     std::vector<std::string> unreadable;  // names of tags whose header cannot be interpreted
 };
 
+// What would define the tag anew.
+make::TagDefinition definition_of(const index::TagDescription& tag);
+
 // Reads what can be read, and reports nothing.
 FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
                     const std::string& path);
@@ -38,6 +41,14 @@ FoundTags find_tags(const IndexBytes& bytes, const record::TableLayout& layout,
 // Checks the structure, then the keys of every tag whose expressions can be used.
 void check_index(OpenTableFiles& files, const HeaderFacts& header, const Reporter& report,
                  const Progress& progress);
+
+// The tags of a table that other programs may be using. Throws EngineFault: OpenRefused if the
+// table or its index cannot be opened, kBusy if the index is locked, kDamagedFile if the table's
+// header cannot be interpreted.
+FoundTags tags_of_table(const std::string& path);
+// The definitions of all these tags, in creation order. EngineFault kDamagedFile or kUnsupported if
+// there is one that cannot be defined anew, or no tag at all.
+std::vector<make::TagDefinition> tag_definitions(const std::string& path);
 
 // The names of the tags of the table's index; nothing when not all of them can be read.
 std::optional<std::vector<std::string>> tag_names(const std::string& path);

@@ -86,14 +86,8 @@ class RecordCheck {
     bool is_fpt() const { return format_.kind == record::MemoKind::kFpt; }
 
     void report_unusable() {
-        const platform::OpenFailure failure = files_.memo.failure();
-        if (failure == platform::OpenFailure::kSharing) {
-            return report_.unchecked("in-use", {}, "in exclusive use by another program");
-        }
-        const bool missing = failure == platform::OpenFailure::kMissing;
-        if (!missing && !files_.memo.is_open()) {
-            return report_.unchecked("cannot-open", {}, "the memo file cannot be opened");
-        }
+        const bool missing = files_.memo.failure() == platform::OpenFailure::kMissing;
+        if (!missing && !files_.memo.is_open()) return report_.not_open(files_.memo);
         const std::string what =
             missing ? "the table's memo file is missing" : "the memo file has no whole header";
         const bool replaceable = !facts_.pointers && is_fpt();

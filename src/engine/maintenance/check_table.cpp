@@ -12,20 +12,6 @@
 namespace brenik::maintenance {
 namespace {
 
-// False for a file that is not open; reports the reason.
-bool require_open(const platform::File& file, const Reporter& report) {
-    switch (file.failure()) {
-        case platform::OpenFailure::kNone:
-            return true;
-        case platform::OpenFailure::kSharing:
-            report.unchecked("in-use", {}, "in exclusive use by another program");
-            return false;
-        default:
-            report.unchecked("cannot-open", {}, file.why_not_open());
-            return false;
-    }
-}
-
 void check_index_file(OpenTableFiles& files, TableFindings& found, const Reporter& table_report,
                       const Progress& progress) {
     const Reporter report = table_report.for_file(files.index.path());
@@ -36,7 +22,7 @@ void check_index_file(OpenTableFiles& files, TableFindings& found, const Reporte
                             "the index that belongs to the table is missing; restore it, or give "
                             "its tags to \"brenik reindex\"");
     }
-    if (!require_open(files.index, report)) return;
+    if (!files.index.is_open()) return report.not_open(files.index);
     const CheckedTable before = report.counts();
     check_index(files, found.header, report, progress);
     found.index_faults =
@@ -74,7 +60,10 @@ CheckedTable check_table(const std::string& path, const Report& report, const Pr
     CheckedTable counts;
     OpenTableFiles files = OpenTableFiles::open(path, Access::kCheck);
     const Reporter reporter(files.table.path(), report, counts);
-    if (!require_open(files.table, reporter)) return counts;
+    if (!files.table.is_open()) {
+        reporter.not_open(files.table);
+        return counts;
+    }
     try {
         check_open_table(files, Access::kCheck, reporter, progress);
     } catch (const platform::FileError& error) {

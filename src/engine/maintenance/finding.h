@@ -22,7 +22,16 @@ enum class Severity {
     kUnchecked,  // could not be checked: another program holds a lock, or the file cannot be opened
 };
 
-enum class Remedy { kNothing, kRepair, kReindex, kRestore, kByHand, kTryAgain, kTell };
+enum class Remedy {
+    kNothing,
+    kRepair,
+    kReindex,
+    kRestore,
+    kByHand,
+    kTryAgain,
+    kPermit,  // let this user open the file
+    kTell
+};
 
 struct Finding {
     Severity severity = Severity::kFault;

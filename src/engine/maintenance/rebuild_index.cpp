@@ -18,6 +18,10 @@ class TagList {
 
     // False when the index should stay as it is.
     bool collect(FoundTags found) {
+        for (const make::TagDefinition& definition : log_.options().like) {
+            const make::TagDefinition* other = given(definition.name);
+            if (!add_new(other != nullptr ? *other : definition)) return false;
+        }
         for (FoundTag& tag : found.tags) {
             if (!take(tag)) return false;
         }
@@ -27,7 +31,7 @@ class TagList {
         if (plans_.empty() && !(found.complete && found.unreadable.empty())) {
             log_.refuse(path_,
                         "no tag of the index can be read; restore the index, or give its "
-                        "tags with --tag");
+                        "tags with --tag or --like");
             return false;
         }
         report_lost(found);
@@ -82,7 +86,7 @@ class TagList {
                                    ": its definition cannot be read, so the new index is "
                                    "without it; supply it with --tag");
         }
-        if (found.complete) return;
+        if (found.complete || !log_.options().like.empty()) return;
         std::string names;
         for (const make::TagPlan& plan : plans_) {
             names += (names.empty() ? "" : ", ") + plan.description.name;
@@ -96,11 +100,6 @@ class TagList {
     std::string path_;
     std::vector<make::TagPlan> plans_;
 };
-
-void mark_as_indexed(OpenTableFiles& files, const record::TableLayout& layout, RepairLog& log) {
-    log.act(files.table, "marked as having an index",
-            [&] { record::mark_as_indexed(files.table, layout); });
-}
 
 void replace_index(OpenTableFiles& files, const HeaderFacts& header,
                    const std::vector<make::TagPlan>& plans, const Progress& progress) {
@@ -119,31 +118,34 @@ std::string built(const std::vector<make::TagPlan>& plans, RecordNumber records)
 
 }  // namespace
 
-void rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& log,
+bool rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& log,
                    const Progress& progress) {
     const bool is_new = !files.index.is_open();
     const std::string path = files.index.path();
     FoundTags found;
     if (!is_new) {
         IndexBytes bytes;
-        if (!bytes.read(files.index)) return log.refuse(path, "another program keeps it locked");
+        if (!bytes.read(files.index)) {
+            log.refuse(path, "another program keeps it locked");
+            return false;
+        }
         found = find_tags(bytes, *header.layout, path);
     } else {
-        found.complete = !log.options().tags.empty() || !header.layout->has_structural_index();
+        found.complete = !log.options().tags.empty() || !log.options().like.empty() ||
+                         !header.layout->has_structural_index();
     }
     TagList tags(*header.layout, log, path);
-    if (!tags.collect(std::move(found))) return;
-    if (is_new && tags.plans().empty()) return;
+    if (!tags.collect(std::move(found))) return false;
+    if (is_new && tags.plans().empty()) return false;
     if (!is_new) log.back_up(files.index);
     try {
         replace_index(files, header, tags.plans(), progress);
     } catch (const EngineFault& fault) {
-        return log.refuse(path, std::string(fault.what()) + "; the index stays as it was");
+        log.refuse(path, fault, "; the index stays as it was");
+        return false;
     }
     log.done(path, built(tags.plans(), header.usable));
-    if (is_new && !header.layout->has_structural_index()) {
-        mark_as_indexed(files, *header.layout, log);
-    }
+    return true;
 }
 
 }  // namespace brenik::maintenance

@@ -7,8 +7,9 @@
 
 namespace brenik::maintenance {
 
-// Rebuilds the index from the records, with the tags of the old one and of the options.
-void rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& log,
+// Rebuilds the index from the records, with the tags of the old one and of the options. False if
+// the index stays as it was.
+bool rebuild_index(OpenTableFiles& files, const HeaderFacts& header, RepairLog& log,
                    const Progress& progress);
 
 }  // namespace brenik::maintenance

@@ -30,4 +30,11 @@ void RepairLog::refuse(const std::string& file, const std::string& what,
     report_({false, file, what, record});
 }
 
+void RepairLog::refuse(const std::string& file, const EngineFault& fault, const std::string& more) {
+    if (const auto* refused = dynamic_cast<const OpenRefused*>(&fault)) {
+        refused_open_ = refused->reason();
+    }
+    refuse(file, fault.what() + more);
+}
+
 }  // namespace brenik::maintenance

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/make/create_table.h"
+#include "engine/refusal.h"
 #include "platform/file.h"
 
 namespace brenik::maintenance {
@@ -19,8 +20,15 @@ struct RepairOptions {
     // there; other programs may have the table open meanwhile. Empty: repair the table itself.
     std::string trial_folder = {};
     std::string backup_folder = {};  // empty: beside the files
-    // Definitions that replace those of the old index, or are added to them.
+    // Definitions that replace those of the old index and of `like`, or are added to them.
     std::vector<make::TagDefinition> tags = {};
+    // All tags of a table that this one should be indexed like. They replace those of the old index
+    // with the same names, and come before the others.
+    std::vector<make::TagDefinition> like = {};
+    // Empty the memo fields of all records if the memo file is lost.
+    bool without_memos = false;
+    // Continue even if the records do not seem to lie where the header says.
+    bool force = false;
 };
 
 // One line of the report: what was done, or what could not be done.
@@ -47,16 +55,21 @@ class RepairLog {
     // Reports what could not be done.
     void refuse(const std::string& file, const std::string& what,
                 std::optional<RecordNumber> record = {});
+    // The same for a fault, with words that follow its text.
+    void refuse(const std::string& file, const EngineFault& fault, const std::string& more = {});
     // Copies the file before its first change, unless it is a trial copy itself.
     void back_up(const platform::File& file);
 
     bool refused_any() const { return refused_; }
+    // Why a file could not be opened or created; nothing if that did not happen.
+    std::optional<RefusalReason> refused_open() const { return refused_open_; }
 
   private:
     const RepairOptions& options_;
     const RepairReport& report_;
     std::set<std::string> backed_up_;
     bool refused_ = false;
+    std::optional<RefusalReason> refused_open_;
 };
 
 }  // namespace brenik::maintenance

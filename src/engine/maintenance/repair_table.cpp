@@ -14,6 +14,7 @@
 #include "engine/maintenance/table_copies.h"
 #include "engine/make/index_builder.h"
 #include "engine/record/memo_format.h"
+#include "engine/record/record_scan.h"
 #include "util/runtime.h"
 
 namespace brenik::maintenance {
@@ -54,13 +55,17 @@ class TableRepair {
             for (const platform::File* file : {&files_.memo, &files_.index}) {
                 if (!can_be_had(*file)) return refusal(*file);
             }
-            if (misplaced()) return refuse_misplaced();
+            if (misplaced() && !options_.force) return refuse_misplaced();
             if (!index_only && counts.faults + counts.notes == 0) return RepairResult::kNothingToDo;
             if (access_ == Access::kTry) return repair_copies();
+            if (misplaced()) {
+                log_.done(files_.table.path(),
+                          misplaced_records() + "; they are taken as they are (--force)");
+            }
             if (index_only) return reindex();
             repair();
         } catch (const EngineFault& fault) {
-            log_.refuse(files_.table.path(), fault.what());
+            log_.refuse(files_.table.path(), fault);
         }
         return outcome();
     }
@@ -93,13 +98,18 @@ class TableRepair {
         return found_.memo.bad_marks > found_.header.usable / kRecordsPerBadMark;
     }
 
+    std::string misplaced_records() const {
+        return std::to_string(found_.memo.bad_marks) + " of " +
+               counted(found_.header.usable, "record") + " " +
+               (found_.memo.bad_marks == 1 ? "begins" : "begin") +
+               " with neither blank nor asterisk, as if the records did not lie where the header "
+               "says";
+    }
+
     RepairResult refuse_misplaced() {
-        log_.refuse(files_.table.path(),
-                    std::to_string(found_.memo.bad_marks) + " of " +
-                        std::to_string(found_.header.usable) +
-                        " records begin with neither blank nor asterisk, as if they did not "
-                        "lie where the header says: nothing is changed; restore the table "
-                        "from a backup");
+        log_.refuse(files_.table.path(), misplaced_records() +
+                                             ": nothing is changed; restore the table from a "
+                                             "backup, or insist with --force");
         return RepairResult::kPartly;
     }
 
@@ -107,7 +117,7 @@ class TableRepair {
         const bool sharing = file.failure() == platform::OpenFailure::kSharing;
         report_({false, file.path(),
                  sharing ? "in use by other programs; it can be repaired when they have closed it"
-                         : "cannot be opened for writing"});
+                         : "cannot be opened for writing: " + file.why_not_open()});
         return sharing ? RepairResult::kInUse : RepairResult::kCannotOpen;
     }
 
@@ -118,12 +128,19 @@ class TableRepair {
                         "header or record count is wrong; run \"brenik repair\"");
             return RepairResult::kPartly;
         }
-        remove_leftover();
         const bool any = files_.index.is_open() || found_.header.layout->has_structural_index() ||
-                         !options_.tags.empty();
-        if (!any) return RepairResult::kNothingToDo;
-        rebuild_index(files_, found_.header, log_, progress_);
-        return outcome();
+                         !options_.tags.empty() || !options_.like.empty();
+        if (any && rebuild_index(files_, found_.header, log_, progress_)) mark_as_indexed();
+        if (!log_.refused_any()) remove_leftover();
+        return any ? outcome() : RepairResult::kNothingToDo;
+    }
+
+    // The index may be new, or one that an interrupted run has built.
+    void mark_as_indexed() {
+        const record::TableLayout& layout = *found_.header.layout;
+        if (layout.has_structural_index()) return;
+        log_.act(files_.table, "marked as having an index",
+                 [&] { record::mark_as_indexed(files_.table, layout); });
     }
 
     void repair() {
@@ -187,16 +204,62 @@ class TableRepair {
 
     void make_memo_file() {
         const record::TableLayout& layout = *found_.header.layout;
-        if (found_.memo.pointers || record::memo_kind(layout.version) != record::MemoKind::kFpt) {
+        const bool can_be_made = record::memo_kind(layout.version) == record::MemoKind::kFpt;
+        if (!can_be_made || (found_.memo.pointers && !options_.without_memos)) {
             return log_.refuse(files_.memo.path(),
-                               "the memo file is missing or has no header; restore it from a "
-                               "backup");
+                               std::string("the memo file is missing or has no header; restore it "
+                                           "from a backup") +
+                                   (can_be_made ? ", or give its memos up with --without-memos"
+                                                : "; this program cannot make one of its kind"));
         }
+        if (found_.memo.pointers) give_up_memos();
         if (files_.memo.is_open()) log_.back_up(files_.memo);
         files_.memo.close();
         local::MemoFile::create(files_.table.path());
         files_.open_memo(layout.version, access_);
         log_.done(files_.memo.path(), "empty memo file created");
+    }
+
+    // Must be complete before there is a memo file: hosts would write new memos to the blocks that
+    // records still name.
+    void give_up_memos() {
+        const record::TableLayout& layout = *found_.header.layout;
+        std::size_t records = 0, fields = 0;
+        const auto read = [&](RecordNumber first, MutableBytes into) {
+            return files_.table.read_at(found_.header.end_of(first - 1), into) == into.size();
+        };
+        record::scan_records(layout, found_.header.usable, read,
+                             [&](const record::RecordView& record) {
+                                 const std::size_t emptied = give_up_memos(record);
+                                 fields += emptied;
+                                 if (emptied > 0) ++records;
+                                 return true;
+                             });
+        files_.table.sync();
+        log_.done(files_.table.path(), counted(fields, "memo field") + " of " +
+                                           counted(records, "record") +
+                                           " emptied, because the memo file is given up");
+    }
+
+    // Returns the number of fields that were not empty before.
+    std::size_t give_up_memos(const record::RecordView& record) {
+        std::vector<Byte> bytes(record.bytes.begin(), record.bytes.end());
+        std::vector<std::string> names;
+        for (const record::Field& field : found_.header.layout->fields) {
+            if (!field.is_memo()) continue;
+            const record::MemoPointer pointer = record::read_memo_pointer(record, field);
+            if (pointer.is_number && pointer.block == 0) continue;
+            record::set_memo_block(bytes, field, 0);
+            names.push_back(field.name);
+        }
+        if (names.empty()) return 0;
+        std::string list = names.size() == 1 ? "field " : "fields ";
+        for (const std::string& name : names) list += (&name == &names[0] ? "" : ", ") + name;
+        log_.act(
+            files_.table, list + ": emptied, the memo is given up",
+            [&] { files_.table.write_at(found_.header.end_of(record.number - 1), bytes); },
+            record.number);
+        return names.size();
     }
 
     void repair_memo(const MemoFault& fault) {
@@ -268,7 +331,11 @@ class TableRepair {
         for (const std::string& path : make::leftover_paths(files_.index.path())) {
             if (!platform::file_exists(path)) continue;
             platform::remove_file(path);
-            log_.done(path, "left behind by an interrupted run; removed");
+            if (platform::file_exists(path)) {
+                log_.refuse(path, "left behind by an interrupted run; it cannot be removed");
+            } else {
+                log_.done(path, "left behind by an interrupted run; removed");
+            }
         }
     }
 
@@ -277,6 +344,8 @@ class TableRepair {
             log_.refuse(files_.table.path(),
                         "faults left: " + std::to_string(left) + "; \"brenik check\" names them");
         }
+        if (log_.refused_open() == RefusalReason::kNotPermitted) return RepairResult::kCannotOpen;
+        if (log_.refused_open() == RefusalReason::kHeld) return RepairResult::kInUse;
         return log_.refused_any() ? RepairResult::kPartly : RepairResult::kWhole;
     }
 

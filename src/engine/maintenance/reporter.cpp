@@ -47,6 +47,19 @@ void Reporter::unchecked(const char* kind, Finding place, const std::string& wha
     add(std::move(place));
 }
 
+void Reporter::not_open(const platform::File& file) const {
+    if (file.failure() == platform::OpenFailure::kSharing) {
+        return unchecked("in-use", {}, "in exclusive use by another program");
+    }
+    const bool denied = file.failure() == platform::OpenFailure::kDenied;
+    Finding finding;
+    finding.severity = Severity::kUnchecked;
+    finding.kind = "cannot-open";
+    finding.remedy = denied ? Remedy::kPermit : Remedy::kTryAgain;
+    finding.what = file.why_not_open();
+    add(std::move(finding));
+}
+
 Finding at_record(RecordNumber record, std::string field) {
     Finding place;
     place.record = record;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/maintenance/finding.h"
+#include "platform/file.h"
 
 namespace brenik::maintenance {
 
@@ -18,6 +19,8 @@ class Reporter {
     void fault(const char* kind, Remedy remedy, Finding place, const std::string& what) const;
     void note(const char* kind, Remedy remedy, Finding place, const std::string& what) const;
     void unchecked(const char* kind, Finding place, const std::string& what) const;
+    // Reports why a file that is not open could not be opened.
+    void not_open(const platform::File& file) const;
 
     const std::string& file() const { return file_; }
     Reporter for_file(std::string file) const { return {std::move(file), report_, counts_}; }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "engine/locks/open_file.h"
 #include "engine/maintenance/open_table_files.h"
 #include "engine/make/index_builder.h"
 #include "platform/clock.h"
@@ -36,13 +37,6 @@ std::string backup_path(const std::string& path, const std::string& folder) {
     return candidate;
 }
 
-platform::File create(const std::string& path) {
-    platform::File file =
-        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
-    if (file.is_open()) return file;
-    throw EngineFault(FaultCode::kInputOutput, "copy", path + ": cannot be created");
-}
-
 void copy_bytes(const platform::File& from, platform::File& to) {
     std::vector<Byte> buffer(kCopyBytes);
     std::uint64_t done = 0;
@@ -58,7 +52,7 @@ std::string back_up_file(const platform::File& file, const std::string& folder) 
     std::string path = backup_path(file.path(), folder);
     // A file with the final name is always a complete copy.
     const std::string unfinished = path + ".part";
-    platform::File copy = create(unfinished);
+    platform::File copy = locks::create_file(unfinished);
     try {
         copy_bytes(file, copy);
         copy.sync();
@@ -88,7 +82,7 @@ void copy_table(const std::string& path, const std::string& folder) {
     for (const platform::File* file : all) {
         if (!file->is_open()) continue;
         const std::size_t separator = file->path().find_last_of("\\/");
-        platform::File copy = create(folder + "/" + file->path().substr(separator + 1));
+        platform::File copy = locks::create_file(folder + "/" + file->path().substr(separator + 1));
         copy_bytes(*file, copy);
     }
 }

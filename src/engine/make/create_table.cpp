@@ -12,25 +12,12 @@
 #include "platform/clock.h"
 
 namespace brenik::make {
-namespace {
-
-platform::File open_for_creation(const std::string& path) {
-    platform::File file =
-        platform::File::open(path, platform::OpenMode::kCreate, platform::Sharing::kExclusive);
-    if (file.is_open()) return file;
-    if (file.failure() == platform::OpenFailure::kSharing) {
-        throw EngineFault(FaultCode::kBusy, "create", path + ": in use by another program");
-    }
-    throw EngineFault(FaultCode::kInputOutput, "create", path + ": cannot be created");
-}
-
-}  // namespace
 
 void create_table(const std::string& path, record::TableLayout layout) {
     const std::string name = record::table_path(path);
     std::vector<Byte> bytes = record::make_header(layout, platform::system_clock().today());
     bytes.push_back(record::kEndMark);
-    platform::File table = open_for_creation(name);
+    platform::File table = locks::create_file(name);
     if (layout.has_memos()) local::MemoFile::create(name);
     table.write_at(0, bytes);
 }
