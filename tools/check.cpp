@@ -2,20 +2,13 @@
 
 #include "check.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <system_error>
 
 #include "display.h"
 #include "engine/maintenance/check_table.h"
 #include "findings.h"
-#include "native_path.h"
-#include "platform/file.h"
 #include "platform/share.h"
-#include "practice/catalogue.h"
 #include "practice_check.h"
 #include "progress.h"
 #include "util/runtime.h"
@@ -23,19 +16,21 @@
 namespace brenik::tools {
 namespace {
 
-namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
 void print_summary(const CheckRequest& request, const FindingPrinter& printer, std::size_t tables,
                    std::uint64_t records) {
     if (request.json) {
-        const Json summary{{"summary", request.path},  {"tables", tables},
-                           {"records", records},       {"faults", printer.faults()},
-                           {"notes", printer.notes()}, {"unchecked", printer.unchecked()}};
+        const Json summary{{"summary", request.where.text()},
+                           {"tables", tables},
+                           {"records", records},
+                           {"faults", printer.faults()},
+                           {"notes", printer.notes()},
+                           {"unchecked", printer.unchecked()}};
         std::cout << dump(summary) << "\n";
         return;
     }
-    std::cout << request.path << ": " << counted(tables, "table") << ", "
+    std::cout << request.where.text() << ": " << counted(tables, "table") << ", "
               << counted(records, "record") << ": "
               << (printer.faults() == 0 ? "no faults" : counted(printer.faults(), "fault"));
     if (printer.notes() > 0) std::cout << ", " << counted(printer.notes(), "note");
@@ -63,40 +58,12 @@ void check_share(const std::string& path, FindingPrinter& printer) {
 
 }  // namespace
 
-bool is_practice(const std::string& path) {
-    std::error_code error;
-    return fs::is_directory(native_path(platform::system_path(path)), error) &&
-           platform::file_exists(path + "/" + practice::kSystem.file + ".DBF");
-}
-
-std::vector<std::string> tables_at(const std::string& path) {
-    const std::string found = platform::system_path(path);
-    std::error_code error;
-    if (!fs::is_directory(native_path(found), error)) {
-        for (const std::string& name : {found, platform::system_path(path + ".DBF")}) {
-            if (platform::file_exists(name)) return {name};
-        }
-        throw ToolError(ExitCode::kCannotOpen, path + ": no such table or folder");
-    }
-    std::vector<std::string> tables;
-    for (fs::directory_iterator entry(native_path(found), error), end; !error && entry != end;
-         entry.increment(error)) {
-        const fs::path& file = entry->path();
-        if (equal_ignoring_case(file.extension().string(), ".DBF")) tables.push_back(file.string());
-    }
-    if (error)
-        throw ToolError(ExitCode::kCannotOpen, path + ": " + platform::system_text(error.value()));
-    if (tables.empty()) throw ToolError(ExitCode::kCannotOpen, path + ": contains no tables");
-    std::sort(tables.begin(), tables.end());
-    return tables;
-}
-
 ExitCode check(const CheckRequest& request) {
     FindingPrinter printer(request.json);
-    check_share(request.path, printer);
+    const NamedTables named = find_tables(request.where);
+    check_share(named.whole_folder ? named.folder : named.file(), printer);
     std::uint64_t records = 0;
-    const std::vector<std::string> tables = tables_at(request.path);
-    for (const std::string& table : tables) {
+    for (const std::string& table : named.files) {
         ProgressBar bar(base_name(table));
         const maintenance::Report report = [&](const maintenance::Finding& finding) {
             bar.clear();
@@ -105,12 +72,12 @@ ExitCode check(const CheckRequest& request) {
         records += maintenance::check_table(table, report, bar.progress()).records;
         printer.finish_file();
     }
-    if (is_practice(request.path)) {
-        check_practice({request.path},
+    if (named.is_practice()) {
+        check_practice({named.folder},
                        [&](const maintenance::Finding& finding) { printer.print(finding); });
         printer.finish_file();
     }
-    print_summary(request, printer, tables.size(), records);
+    print_summary(request, printer, named.files.size(), records);
     return printer.exit_code();
 }
 

@@ -11,7 +11,9 @@ constexpr std::uint32_t kMostRows = 1'500'000;
 constexpr int kLongestWait_s = 1800;
 
 constexpr std::string_view kFolderHelp = "Folder of the practice";
-constexpr std::string_view kPathHelp = "Folder of the practice, or a table's file";
+constexpr std::string_view kPathHelp =
+    "Folder of the practice, or a table: its file, with or without .DBF, or its alias";
+constexpr std::string_view kTableHelp = "File name or alias of a table in the folder PATH";
 
 constexpr Ending kCannotOpen{ExitCode::kCannotOpen, "a table or folder cannot be opened"};
 constexpr Ending kHeld{ExitCode::kLocked, "another program holds a table exclusively"};
@@ -68,9 +70,10 @@ Command show_command(ShowRequest& request) {
         "show",
         "Describe a table or print records of it",
         "Without options, prints the fields and orders of a table. With --record, --seek or --all, "
-        "prints records. Changes nothing and needs no permission to write.",
-        {{"DIR", "", kFolderHelp, &request.folder},
-         {"TABLE", "", "File name or alias of a table", &request.table},
+        "prints records. Says if the memo file or the index is missing or damaged, and shows the "
+        "rest. Changes nothing and needs no permission to write.",
+        {{"PATH", "", kPathHelp, &request.where.path},
+         {"[TABLE]", "", kTableHelp, &request.where.table},
          {"--record", "N", "Print record N", &request.record, {.excludes = "--seek --all --order"}},
          {"--order",
           "ORDER",
@@ -155,10 +158,12 @@ Command check_command(CheckRequest& request) {
         "Report every fault of a practice or a table",
         "Reads every table, memo and index and compares them, even while programs use them. "
         "Each finding names the remedy. Changes nothing.",
-        {{"PATH", "", kPathHelp, &request.path},
+        {{"PATH", "", kPathHelp, &request.where.path},
+         {"[TABLE]", "", kTableHelp, &request.where.table},
          {"--json", "", "As JSON, one line per finding and one for the summary", &request.json}},
         {{"check practice", "all tables, and what they say about each other"},
-         {"check practice/LAW1.DBF", "one table"}},
+         {"check practice Names", "one table"},
+         {"check LAW1", "a table in the current folder"}},
         {{ExitCode::kProblem, "there are faults"},
          kCannotOpen,
          {ExitCode::kLocked, "something could not be checked, because it is in use"}},
@@ -172,10 +177,15 @@ Command repairing_command(RepairRequest& request) {
         {},
         {},
         {},
-        {{"PATH", "", kPathHelp, &request.path},
+        {{"PATH", "", kPathHelp, &request.where.path},
+         {"[TABLE]", "", kTableHelp, &request.where.table},
          {"--backup", "DIR", "Folder for copies of changed files; default: beside them",
           &request.backup},
          {"--dry-run", "", "Only report what would be done", &request.dry_run},
+         {"--force", "",
+          "Work even on a table of which more than one record in ten begins with neither blank nor "
+          "asterisk, as if its records lay elsewhere",
+          &request.force},
          {"--json", "", "As JSON, one line per step and one for the summary", &request.json}},
         {},
         {{ExitCode::kProblem, "something could not be repaired"},
@@ -192,6 +202,11 @@ Command repair_command(RepairRequest& request) {
     command.about =
         "Repairs tables, memos and indexes, then counters and the journal. Copies each file before "
         "it changes the file. Other programs must have closed the table.";
+    command.options.push_back(
+        {"--without-memos", "",
+         "Give up the memos of a table whose memo file is lost: empty its memo fields, and make an "
+         "empty memo file",
+         &request.without_memos});
     command.examples = {{"repair practice --dry-run", "what would be done"},
                         {"repair practice --backup before", "with copies elsewhere"}};
     command.run = run(repair, request);
@@ -210,9 +225,15 @@ Command reindex_command(RepairRequest& request) {
          "Tag to use instead of, or besides, those of the old index: "
          "NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]. May be repeated.",
          &request.tags});
+    command.options.push_back(
+        {"--like", "PATH",
+         "Use the tags of another practice's table: its file, or its folder if the file has the "
+         "same name. They replace tags of the old index with the same names; --tag replaces them.",
+         &request.like});
     command.examples = {
         {"reindex practice", "all indexes"},
-        {"reindex practice/LAW1.DBF --tag \"LAST=UPPER(LAST)\"", "one index, with another tag"}};
+        {"reindex practice Names --like other", "one index, with the tags of another practice"},
+        {"reindex practice LAW1 --tag \"LAST=UPPER(LAST)\"", "one index, with another tag"}};
     command.run = run(reindex, request);
     return command;
 }

@@ -57,10 +57,7 @@ std::string numbered(const std::string& reader, int number, const std::string& w
 }  // namespace
 
 Scratch::Scratch(std::string folder) : folder_(std::move(folder)), own_name_(made_up_name()) {
-    std::error_code error;
-    if (!fs::is_directory(native_path(platform::system_path(folder_)), error)) {
-        throw ToolError(ExitCode::kCannotOpen, folder_ + ": no such folder");
-    }
+    require_folder(folder_);
     make_note("here");
     clear_leftovers();
 }
@@ -82,8 +79,10 @@ std::string Scratch::own_path(const std::string& what) {
 // Opens the note as a log, because that takes no lock.
 void Scratch::make_note(const std::string& what) {
     const std::string path = own_path(what);
-    if (!platform::File::open(path, platform::OpenMode::kRewrite).is_open()) {
-        throw ToolError(ExitCode::kCannotOpen, folder_ + ": cannot create a file there");
+    const platform::File note = platform::File::open(path, platform::OpenMode::kRewrite);
+    if (!note.is_open()) {
+        throw ToolError(ExitCode::kCannotOpen,
+                        folder_ + ": cannot create a file there: " + note.why_not_open());
     }
     notes_.insert(own_name_ + "-" + what);
 }

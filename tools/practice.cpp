@@ -1,10 +1,15 @@
-// Opens tables for the tool, and reports the reason if that fails.
+// Finds and opens tables for the tool, and reports the reason if that fails.
 
 #include "practice.h"
 
 #include <algorithm>
+#include <array>
+#include <filesystem>
+#include <optional>
+#include <system_error>
 
 #include "engine/local/local_engine.h"
+#include "native_path.h"
 #include "platform/file.h"
 #include "platform/profile.h"
 #include "util/runtime.h"
@@ -12,51 +17,178 @@
 namespace brenik::tools {
 namespace {
 
+namespace fs = std::filesystem;
+
+std::string in_folder(const std::string& folder, const std::string& name) {
+    return (native_path(folder) / native_path(name)).string();
+}
+
 bool uses_proprietary_locks(const std::string& folder) {
-    const std::string type =
-        platform::profile_string("Main", "LockType", "", folder + "/" + practice::kSettingsFile);
+    const std::string type = platform::profile_string("Main", "LockType", "",
+                                                      in_folder(folder, practice::kSettingsFile));
     return numeric_value(type).amount == 1;
 }
 
-// Chooses the engine for all commands that show a practice.
-std::unique_ptr<Engine> make_engine(const std::string& folder, platform::OpenMode access) {
-    auto engine = std::make_unique<local::LocalEngine>();
-    engine->set_proprietary_locking(uses_proprietary_locks(folder));
-    engine->set_read_only(access == platform::OpenMode::kReadOnly);
-    return engine;
+std::string table_file(const std::string& folder, const std::string& name) {
+    return in_folder(folder, name + ".DBF");
+}
+
+// Throws ToolError if the system does not say whether there is such a folder.
+bool is_folder(const std::string& path) {
+    std::error_code error;
+    const fs::file_type type = fs::status(native_path(platform::system_path(path)), error).type();
+    if (type == fs::file_type::none) {
+        throw ToolError(ExitCode::kCannotOpen, path + ": " + platform::system_text(error.value()));
+    }
+    return type == fs::file_type::directory;
+}
+
+// The tables in a folder, sorted by name.
+std::vector<std::string> tables_in(const std::string& folder) {
+    std::vector<std::string> tables;
+    std::error_code error;
+    for (fs::directory_iterator entry(native_path(platform::system_path(folder)), error), end;
+         !error && entry != end; entry.increment(error)) {
+        std::error_code unknown;
+        if (!equal_ignoring_case(entry->path().extension().string(), ".DBF")) continue;
+        if (!entry->is_directory(unknown)) tables.push_back(entry->path().string());
+    }
+    if (error) throw ToolError(ExitCode::kCannotOpen, folder + ": " + platform::system_text(error.value()));
+    std::ranges::sort(tables);
+    return tables;
+}
+
+// Another file of a table, by its extension.
+bool belongs_to_table(const std::string& name) {
+    constexpr std::array<std::string_view, 3> kExtensions{".CDX", ".FPT", ".DBT"};
+    const std::string extension = native_path(name).extension().string();
+    return std::ranges::any_of(
+        kExtensions, [&](std::string_view other) { return equal_ignoring_case(extension, other); });
+}
+
+// The file of a table of the folder, named by file or alias; nothing if there is none.
+std::optional<std::string> table_in(const std::string& folder, const std::string& name) {
+    std::vector<std::string> candidates;
+    if (native_path(name).has_extension()) candidates.push_back(in_folder(folder, name));
+    candidates.push_back(table_file(folder, name));
+    for (const practice::TableEntry& table : practice::kTables) {
+        if (equal_ignoring_case(table.alias, name)) {
+            candidates.push_back(table_file(folder, table.file));
+        }
+    }
+    for (const std::string& candidate : candidates) {
+        if (!platform::file_exists(candidate)) continue;
+        if (!belongs_to_table(candidate)) return platform::system_path(candidate);
+        throw ToolError(ExitCode::kUsage, candidate + ": belongs to a table; name the .DBF file");
+    }
+    return {};
+}
+
+// Ends the search for a table that is not there, or that the system does not show.
+[[noreturn]] void refuse_missing(const std::string& folder, const std::string& name,
+                                 const std::string& text) {
+    const std::string file =
+        native_path(name).has_extension() ? in_folder(folder, name) : table_file(folder, name);
+    const platform::File tried = platform::File::open(file, platform::OpenMode::kSettings);
+    const bool missing = tried.failure() == platform::OpenFailure::kMissing;
+    throw ToolError(ExitCode::kCannotOpen, missing ? text : file + ": " + tried.why_not_open());
+}
+
+NamedTables table_of_folder(const TableArguments& arguments) {
+    const auto& [folder, name] = arguments;
+    if (name.find_first_of("\\/") != std::string::npos) {
+        throw ToolError(ExitCode::kUsage,
+                        name + ": name a table of " + folder + ", without a folder of its own");
+    }
+    if (!is_folder(folder) && platform::file_exists(folder)) {
+        throw ToolError(ExitCode::kUsage,
+                        folder + ": is a file; name its folder, or the file alone");
+    }
+    require_folder(folder);
+    const std::optional<std::string> file = table_in(folder, name);
+    if (!file) refuse_missing(folder, name, folder + ": no table " + name);
+    return {folder, {*file}};
+}
+
+// A folder may prove to hold no tables.
+NamedTables look_up(const TableArguments& arguments) {
+    const std::string& path = arguments.path;
+    if (path.empty()) throw ToolError(ExitCode::kUsage, "an empty name names no table or folder");
+    if (!arguments.table.empty()) return table_of_folder(arguments);
+    const bool is_a_folder = is_folder(path);
+    NamedTables whole{path, is_a_folder ? tables_in(path) : std::vector<std::string>(), true};
+    if (!whole.files.empty()) return whole;
+    const fs::path found = native_path(platform::system_path(path));
+    const std::string name = found.filename().string();
+    const std::string folder = found.has_parent_path() ? found.parent_path().string() : ".";
+    const bool has_name = !name.empty() && name != "." && name != "..";
+    if (const auto file = has_name ? table_in(folder, name) : std::nullopt) {
+        return {folder, {*file}};
+    }
+    if (is_a_folder) return whole;
+    if (!has_name) throw ToolError(ExitCode::kCannotOpen, path + ": no such folder");
+    refuse_missing(folder, name, path + ": no such table or folder");
 }
 
 }  // namespace
 
-Practice::Practice(std::string folder, platform::OpenMode access)
-    : folder_(std::move(folder)), engine_(make_engine(folder_, access)) {}
+ExitCode exit_code_of(const EngineFault& fault) {
+    const auto* refused = dynamic_cast<const OpenRefused*>(&fault);
+    if (fault.code() == FaultCode::kBusy) return ExitCode::kLocked;
+    return refused != nullptr ? ExitCode::kCannotOpen : ExitCode::kProblem;
+}
 
-std::string Practice::path_of(std::string_view file) const {
-    return folder_ + "/" + std::string(file) + ".DBF";
+bool NamedTables::is_practice() const {
+    return whole_folder && platform::file_exists(table_file(folder, practice::kSystem.file));
+}
+
+void require_folder(const std::string& path) {
+    if (!is_folder(path)) throw ToolError(ExitCode::kCannotOpen, path + ": no such folder");
+}
+
+NamedTables find_tables(const TableArguments& arguments) {
+    NamedTables named = look_up(arguments);
+    if (!named.files.empty()) return named;
+    throw ToolError(ExitCode::kCannotOpen, arguments.path + ": contains no tables");
+}
+
+NamedTables find_table(const TableArguments& arguments) {
+    NamedTables named = look_up(arguments);
+    if (!named.whole_folder) return named;
+    throw ToolError(ExitCode::kUsage, arguments.path + ": is a folder; name one of its tables too");
+}
+
+Practice::Practice(std::string folder, platform::OpenMode access) : folder_(std::move(folder)) {
+    // Here alone the engine is chosen for all commands that show a practice.
+    auto engine = std::make_unique<local::LocalEngine>();
+    engine->set_proprietary_locking(uses_proprietary_locks(folder_));
+    if (access == platform::OpenMode::kReadOnly) {
+        engine->set_lenient([this](const Refusal& refusal) { unavailable_.push_back(refusal); });
+    }
+    engine_ = std::move(engine);
 }
 
 const practice::TableEntry* Practice::find(int number) const {
     const auto found = std::ranges::find_if(practice::kTables, [&](const auto& table) {
-        return table.area == number && platform::file_exists(path_of(table.file));
+        return table.area == number && platform::file_exists(table_file(folder_, table.file));
     });
     return found == practice::kTables.end() ? nullptr : &*found;
 }
 
-std::unique_ptr<Table> Practice::open(std::string_view name) {
-    std::string_view file = name;
-    for (const practice::TableEntry& table : practice::kTables) {
-        if (!equal_ignoring_case(table.alias, name)) continue;
-        if (const auto* present = find(table.area)) file = present->file;
-    }
+std::unique_ptr<Table> Practice::open(const std::string& name) {
+    return open_file(find_table({folder_, name}).file());
+}
+
+std::unique_ptr<Table> Practice::open_file(const std::string& path) {
     try {
-        OpenAnswer answer =
-            engine_->open(platform::system_path(path_of(file)), TableSharing::kShared);
+        OpenAnswer answer = engine_->open(path, TableSharing::kShared, 0);
         const auto* refusal = std::get_if<Refusal>(&answer);
         if (!refusal) return std::move(std::get<std::unique_ptr<Table>>(answer));
         const bool held = refusal->code == FaultCode::kBusy;
         throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, refusal->explanation());
     } catch (const EngineFault& fault) {
-        throw ToolError(ExitCode::kCannotOpen, fault.what());
+        const bool held = fault.code() == FaultCode::kBusy;
+        throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen, fault.what());
     }
 }
 

@@ -13,6 +13,7 @@
 #include "check.h"
 #include "colours.h"
 #include "display.h"
+#include "engine/maintenance/check_index.h"
 #include "engine/maintenance/check_table.h"
 #include "engine/maintenance/repair_table.h"
 #include "engine/maintenance/table_copies.h"
@@ -126,9 +127,17 @@ bool is_of_practice(const RepairedTable& table) {
 
 class PracticeRepair {
   public:
-    explicit PracticeRepair(const RepairRequest& request) : request_(request) {
+    explicit PracticeRepair(const RepairRequest& request)
+        : request_(request), named_(find_tables(request.where)) {
         options_.backup_folder = request.backup;
+        options_.force = request.force;
+        options_.without_memos = request.without_memos;
         for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
+        const bool for_one = !request.tags.empty() || !request.like.empty();
+        if (for_one && named_.files.size() != 1) {
+            throw ToolError(ExitCode::kUsage, "--tag and --like need a single table");
+        }
+        if (!request.like.empty()) options_.like = tags_like(request.like);
         if (request.dry_run) make_trial();
         if (request.backup.empty()) return;
         namespace fs = std::filesystem;
@@ -145,13 +154,9 @@ class PracticeRepair {
     }
 
     void repair_tables(RepairTable repair_one) {
-        const std::vector<std::string> tables = tables_at(request_.path);
-        if (!options_.tags.empty() && tables.size() != 1) {
-            throw ToolError(ExitCode::kUsage, "--tag needs a single table");
-        }
-        folder_ =
-            tables.front().substr(0, tables.front().size() - base_name(tables.front()).size());
-        for (const std::string& table : tables) {
+        const std::string& first = named_.file();
+        folder_ = first.substr(0, first.size() - base_name(first).size());
+        for (const std::string& table : named_.files) {
             ProgressBar bar(base_name(table));
             const maintenance::RepairReport report = [&](const RepairStep& deed) {
                 bar.clear();
@@ -166,9 +171,9 @@ class PracticeRepair {
     // Repairs counters and journal entries while other programs may continue to work. Leaves alone
     // what depends on a table that is still damaged, because repairing that may bring records back.
     void repair_practice() {
-        if (!is_practice(request_.path)) return;
+        if (!named_.is_practice()) return;
         const PracticeFaults faults = check_practice(
-            trial_ ? std::vector{trial_->path(), request_.path} : std::vector{request_.path},
+            trial_ ? std::vector{trial_->path(), named_.folder} : std::vector{named_.folder},
             [&](const maintenance::Finding& found) {
                 if (found.severity != maintenance::Severity::kFault) return;
                 if (found.remedy != maintenance::Remedy::kByHand) return;
@@ -181,22 +186,22 @@ class PracticeRepair {
             if (!faults.counters.empty()) raise_counters(faults.counters);
             if (!faults.journal_entries.empty()) remove_entries(faults.journal_entries);
         } catch (const ToolError& error) {
-            print({false, request_.path, error.what()});
-            note(error.code() == ExitCode::kLocked ? RepairResult::kInUse
-                                                   : RepairResult::kCannotOpen);
+            print({false, named_.folder, error.what()});
+            note(result_of(error.code()));
         } catch (const EngineFault& fault) {
-            print({false, request_.path, fault.what()});
-            note(RepairResult::kPartly);
+            print({false, named_.folder, fault.what()});
+            note(result_of(exit_code_of(fault)));
         }
     }
 
     ExitCode finish() const {
         if (request_.json) {
-            Json summary{{"summary", request_.path}, {"done", trial_ ? 0 : done_}, {"left", left_}};
+            Json summary{
+                {"summary", request_.where.text()}, {"done", trial_ ? 0 : done_}, {"left", left_}};
             if (trial_) summary["would_do"] = done_;
             std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {
-            std::cout << request_.path << ": nothing to repair\n";
+            std::cout << request_.where.text() << ": nothing to repair\n";
         }
         if (partly_) return ExitCode::kProblem;
         if (cannot_open_) return ExitCode::kCannotOpen;
@@ -204,6 +209,22 @@ class PracticeRepair {
     }
 
   private:
+    static RepairResult result_of(ExitCode code) {
+        if (code == ExitCode::kLocked) return RepairResult::kInUse;
+        return code == ExitCode::kCannotOpen ? RepairResult::kCannotOpen : RepairResult::kPartly;
+    }
+
+    // `like` names a table, or a folder that has a table with the name of ours.
+    std::vector<make::TagDefinition> tags_like(const std::string& like) const {
+        NamedTables other = find_tables({like});
+        if (other.whole_folder) other = find_table({like, base_name(named_.file())});
+        try {
+            return maintenance::tag_definitions(other.file());
+        } catch (const EngineFault& fault) {
+            throw ToolError(exit_code_of(fault), "--like " + like + ": " + fault.what());
+        }
+    }
+
     void make_trial() {
         try {
             trial_.emplace();
@@ -268,10 +289,10 @@ class PracticeRepair {
 
     // The folder whose records to change: in a dry run, the one with a copy.
     std::string folder_to_change(const char* file) const {
-        if (!trial_) return request_.path;
+        if (!trial_) return named_.folder;
         const std::string name = std::string("/") + file + ".DBF";
         if (!platform::file_exists(trial_->path() + name)) {
-            maintenance::copy_table(request_.path + name, trial_->path());
+            maintenance::copy_table(named_.folder + name, trial_->path());
         }
         return trial_->path();
     }
@@ -280,7 +301,11 @@ class PracticeRepair {
     void back_up(const std::string& path) {
         if (trial_) return;
         const platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
-        if (!file.is_open()) throw ToolError(ExitCode::kCannotOpen, path + ": cannot be copied");
+        if (!file.is_open()) {
+            const bool held = file.failure() == platform::OpenFailure::kSharing;
+            throw ToolError(held ? ExitCode::kLocked : ExitCode::kCannotOpen,
+                            path + ": cannot be copied: " + file.why_not_open());
+        }
         print({true, path, "copied to " + maintenance::back_up_file(file, request_.backup)});
     }
 
@@ -345,6 +370,7 @@ class PracticeRepair {
     }
 
     const RepairRequest& request_;
+    const NamedTables named_;
     maintenance::RepairOptions options_;
     std::optional<TrialFolder> trial_;  // of a dry run
     std::string folder_;                // of the tables, with its separator

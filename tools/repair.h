@@ -10,10 +10,14 @@
 namespace brenik::tools {
 
 struct RepairRequest {
-    std::string path;  // a folder or a table
+    TableArguments where;
     std::string backup;
-    std::vector<std::string> tags;  // NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]
     bool dry_run = false;
+    bool force = false;          // work on a table whose records seem to be misplaced, too
+    bool without_memos = false;  // of `repair`: give up a lost memo file
+    // Both of `reindex`, for a single table.
+    std::vector<std::string> tags;  // NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]
+    std::string like;               // a table, named in one word, whose tags to use
     bool json = false;
 };
 

@@ -10,7 +10,9 @@
 #include "colours.h"
 #include "display.h"
 #include "engine/expression/expression.h"
+#include "engine/maintenance/check_index.h"
 #include "engine/orders.h"
+#include "findings.h"
 #include "practice.h"
 #include "progress.h"
 #include "util/runtime.h"
@@ -39,27 +41,67 @@ Json describe_fields(const record::TableLayout& layout, const TableText& text) {
     return fields;
 }
 
-Json describe_orders(const Table& table, const TableText& text) {
+Json describe_tag(const OrderDescription& tag, const std::string& unusable, const TableText& text) {
+    return {{"name", text.shown(tag.name)},
+            {"key", text.shown(tag.key)},
+            {"condition", text.shown(tag.condition)},
+            {"length", tag.key_length},
+            {"unique", tag.unique},
+            {"candidate", tag.candidate},
+            {"descending", tag.descending},
+            {"unusable", to_utf8(unusable)}};
+}
+
+bool misses_index(const Table& table) {
+    return table.layout().has_structural_index() && table.order_count() == 0;
+}
+
+// The tags of an index that could not be opened, as far as they can be read.
+Json describe_damaged_index(const Table& table, const TableText& text) {
     Json list = Json::array();
-    for (std::size_t number = 1; number <= table.order_count(); ++number) {
-        const OrderDescription order = table.order_description(number);
-        list.push_back({{"name", text.shown(order.name)},
-                        {"key", text.shown(order.key)},
-                        {"condition", text.shown(order.condition)},
-                        {"length", order.key_length},
-                        {"unique", order.unique},
-                        {"candidate", order.candidate},
-                        {"descending", order.descending}});
+    try {
+        const maintenance::FoundTags tags = maintenance::tags_of_table(table.path());
+        for (const maintenance::FoundTag& found : tags.tags) {
+            const index::TagDescription& tag = found.description;
+            list.push_back(describe_tag({tag.name, tag.key, tag.condition, tag.key_length,
+                                         tag.unique, tag.candidate, tag.descending, tag.custom},
+                                        found.unusable, text));
+        }
+        for (const std::string& name : tags.unreadable) {
+            OrderDescription tag;
+            tag.name = name;
+            list.push_back(describe_tag(tag, "its definition cannot be read", text));
+        }
+    } catch (const EngineFault&) {
+        // The reason is among those why the index is not available.
     }
     return list;
 }
 
-Json describe(Table& table, const TableText& text) {
+Json describe_orders(const Table& table, const TableText& text) {
+    if (misses_index(table)) return describe_damaged_index(table, text);
+    Json list = Json::array();
+    for (std::size_t number = 1; number <= table.order_count(); ++number) {
+        list.push_back(describe_tag(table.order_description(number), "", text));
+    }
+    return list;
+}
+
+Json describe(Table& table, const Practice& practice, const TableText& text) {
     const record::TableLayout& layout = table.layout();
-    return {{"path", to_utf8(table.path())},           {"version", version_text(layout.version)},
-            {"code_page", layout.code_page},           {"encoding", text.code_page()},
-            {"records", table.record_count()},         {"record_length", layout.record_length},
-            {"fields", describe_fields(layout, text)}, {"tags", describe_orders(table, text)}};
+    Json unavailable = Json::array();
+    for (const Refusal& refusal : practice.unavailable()) {
+        unavailable.push_back(to_utf8(refusal.explanation()));
+    }
+    return {{"path", to_utf8(table.path())},
+            {"version", version_text(layout.version)},
+            {"code_page", layout.code_page},
+            {"encoding", text.code_page()},
+            {"records", table.record_count()},
+            {"record_length", layout.record_length},
+            {"fields", describe_fields(layout, text)},
+            {"tags", describe_orders(table, text)},
+            {"unavailable", std::move(unavailable)}};
 }
 
 void print_description(const Json& table) {
@@ -83,7 +125,25 @@ void print_description(const Json& table) {
         for (const char* property : {"unique", "candidate", "descending"}) {
             if (tag[property]) std::cout << ", " << property;
         }
+        const auto unusable = tag["unusable"].get<std::string>();
+        if (!unusable.empty()) std::cout << "; cannot be used: " << unusable;
         std::cout << "\n";
+    }
+    for (const Json& reason : table["unavailable"]) {
+        std::cout << "not available: " << reason.get<std::string>() << "\n";
+    }
+}
+
+// Shows a field of a record. Returns the reason if it is a memo that cannot be read: the other fields
+// are worth showing all the same.
+template <class Show>
+std::string reason_against(const record::Field& field, Show show) {
+    try {
+        show();
+        return {};
+    } catch (const EngineFault& fault) {
+        if (!field.is_memo()) throw;
+        return to_utf8(fault.what());
     }
 }
 
@@ -94,16 +154,21 @@ Json json_value(Table& table, std::size_t position, const ShowRequest& request,
 }
 
 void print_json(Table& table, const ShowRequest& request, const TableText& text) {
-    Json fields = Json::object();
+    Json fields = Json::object(), unreadable = Json::object();
     const record::TableLayout& layout = table.layout();
     for (std::size_t i = 0; i < layout.fields.size(); ++i) {
-        fields[text.shown(layout.fields[i].name)] = json_value(table, i + 1, request, text);
+        const record::Field& field = layout.fields[i];
+        Json& value = fields[text.shown(field.name)];
+        const std::string reason = reason_against(
+            field, [&] { value = json_value(table, i + 1, request, text); });
+        if (!reason.empty()) unreadable[text.shown(field.name)] = reason;
     }
     const auto& flags = layout.null_flags;
     if (request.raw && flags) fields[text.shown(flags->name)] = raw_json(table, *flags);
-    const Json record = {{"record", table.record_number()},
-                         {"deleted", table.deleted()},
-                         {"fields", std::move(fields)}};
+    Json record = {{"record", table.record_number()},
+                   {"deleted", table.deleted()},
+                   {"fields", std::move(fields)}};
+    if (!unreadable.empty()) record["unreadable"] = std::move(unreadable);
     std::cout << dump(record) << "\n";
 }
 
@@ -118,8 +183,12 @@ void print_text(Table& table, const ShowRequest& request, const TableText& text)
     const record::TableLayout& layout = table.layout();
     for (std::size_t i = 0; i < layout.fields.size(); ++i) {
         const record::Field& field = layout.fields[i];
-        print_line(text.shown(field.name),
-                   request.raw ? raw_line(table, field) : to_line(table, i + 1, text));
+        std::string line;
+        const std::string reason = reason_against(field, [&] {
+            line = request.raw ? raw_line(table, field) : to_line(table, i + 1, text);
+        });
+        if (!reason.empty()) line = "(cannot be read: " + reason + ")";
+        print_line(text.shown(field.name), line);
     }
     const auto& flags = layout.null_flags;
     if (request.raw && flags) print_line(text.shown(flags->name), raw_line(table, *flags));
@@ -132,7 +201,10 @@ void print_record(Table& table, const ShowRequest& request, const TableText& tex
 
 void select_order(Table& table, const std::string& order) {
     if (set_order(table, order)) return;
-    throw ToolError(ExitCode::kProblem, table.path() + ": no order " + order);
+    const bool missing = misses_index(table);
+    throw ToolError(missing ? ExitCode::kCannotOpen : ExitCode::kProblem,
+                    table.path() + ": no order " + order +
+                        (missing ? ", because its index is not available" : ""));
 }
 
 // Converts the key to its order's type: numbers, dates (YYYYMMDD) and logicals arrive as text.
@@ -178,7 +250,7 @@ void show_one(Table& table, const ShowRequest& request, const TableText& text) {
 
 void show_all(Table& table, const ShowRequest& request, const TableText& text) {
     select_order(table, request.order);
-    ProgressBar bar(request.table, Output::kListing);
+    ProgressBar bar(base_name(table.path()), Output::kListing);
     const std::uint64_t count = table.record_count();
     std::uint64_t shown = 0;
     for (table.go_top(); !table.end_of_file() && std::cout; table.skip(1)) {
@@ -191,19 +263,23 @@ void show_all(Table& table, const ShowRequest& request, const TableText& text) {
 
 void show(const ShowRequest& request) {
     const EncodingChoice encoding = encoding_named(request.encoding);
-    Practice practice(request.folder, platform::OpenMode::kReadOnly);
-    const std::unique_ptr<Table> opened = practice.open(request.table);
+    const NamedTables named = find_table(request.where);
+    Practice practice(named.folder, platform::OpenMode::kReadOnly);
+    const std::unique_ptr<Table> opened = practice.open_file(named.file());
     Table& table = *opened;
     const TableText text(table.layout().code_page, encoding);
+    if (!request.record && !request.seek && !request.all) {
+        const Json description = describe(table, practice, text);
+        if (!request.json) return print_description(description);
+        std::cout << dump(description, 2) << "\n";
+        return;
+    }
+    for (const Refusal& refusal : practice.unavailable()) {
+        std::cerr << "brenik: " << to_utf8(refusal.explanation()) << "\n";
+    }
     if (request.record) return show_one(table, request, text);
     if (request.seek) return show_found(table, request, text);
-    if (request.all) return show_all(table, request, text);
-    const Json description = describe(table, text);
-    if (request.json) {
-        std::cout << dump(description, 2) << "\n";
-    } else {
-        print_description(description);
-    }
+    show_all(table, request, text);
 }
 
 }  // namespace brenik::tools

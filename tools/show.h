@@ -6,11 +6,12 @@
 #include <optional>
 #include <string>
 
+#include "practice.h"
+
 namespace brenik::tools {
 
 struct ShowRequest {
-    std::string folder;
-    std::string table;  // file name or alias
+    TableArguments where;
     std::optional<std::uint32_t> record;
     std::string order;
     std::optional<std::string> seek;  // in `order`
