@@ -16,8 +16,8 @@
 #include "platform/ui.h"
 #include "practice.h"
 #include "reason.h"
-#include "suggestion.h"
 #include "util/runtime.h"
+#include "util/suggestion.h"
 
 namespace brenik::tools {
 namespace {

@@ -13,7 +13,7 @@
 #include "commands.h"
 #include "manual.h"
 #include "paragraph.h"
-#include "suggestion.h"
+#include "util/suggestion.h"
 #include "version.h"
 
 namespace brenik::tools {

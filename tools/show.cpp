@@ -16,6 +16,7 @@
 #include "practice.h"
 #include "progress.h"
 #include "util/runtime.h"
+#include "util/suggestion.h"
 
 namespace brenik::tools {
 namespace {
@@ -202,9 +203,14 @@ void print_record(Table& table, const ShowRequest& request, const TableText& tex
 void select_order(Table& table, const std::string& order) {
     if (set_order(table, order)) return;
     const bool missing = misses_index(table);
+    std::vector<std::string> names;
+    for (std::size_t number = 1; number <= table.order_count(); ++number) {
+        names.push_back(table.order_description(number).name);
+    }
     throw ToolError(missing ? ExitCode::kCannotOpen : ExitCode::kProblem,
                     table.path() + ": no order " + order +
-                        (missing ? ", because its index is not available" : ""));
+                        (missing ? ", because its index is not available"
+                                 : did_you_mean(order, names)));
 }
 
 // Converts the key to its order's type: numbers, dates (YYYYMMDD) and logicals arrive as text.

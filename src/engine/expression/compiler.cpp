@@ -9,6 +9,7 @@
 #include "engine/expression/operators.h"
 #include "engine/record/code_page.h"
 #include "util/runtime.h"
+#include "util/suggestion.h"
 
 namespace brenik::expression {
 namespace {
@@ -216,7 +217,12 @@ void ExpressionCompiler::check_alias(const Token& alias) const {
 
 Operand ExpressionCompiler::parse_field(const Token& name) {
     const record::Field* field = layout_.find(name.text);
-    if (field == nullptr) refuse_expression(name.position, "no field " + quoted(name.text));
+    if (field == nullptr) {
+        std::vector<std::string> names;
+        for (const record::Field& each : layout_.fields) names.push_back(each.name);
+        refuse_expression(name.position,
+                          "no field " + quoted(name.text) + did_you_mean(name.text, names));
+    }
     FieldLoad load;
     try {
         load = field_load(*field, layout_);

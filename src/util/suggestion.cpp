@@ -1,13 +1,13 @@
 // Compares names by the number of typing errors between them.
 
-#include "suggestion.h"
+#include "util/suggestion.h"
 
 #include <algorithm>
 #include <numeric>
 
 #include "util/runtime.h"
 
-namespace brenik::tools {
+namespace brenik {
 namespace {
 
 constexpr std::size_t kShortestStart = 2;  // a single letter begins too many names
@@ -48,4 +48,4 @@ std::string did_you_mean(std::string_view given, const std::vector<std::string>&
     return closest ? "; did you mean \"" + *closest + "\"?" : "";
 }
 
-}  // namespace brenik::tools
+}  // namespace brenik

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-namespace brenik::tools {
+namespace brenik {
 
 // `; did you mean "NAME"?` for the closest name, or an empty text if none is close. Ignores case.
 std::string did_you_mean(std::string_view given, const std::vector<std::string>& names);
 
-}  // namespace brenik::tools
+}  // namespace brenik
