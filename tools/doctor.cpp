@@ -11,6 +11,7 @@
 #include "doctor_partner.h"
 #include "doctor_trials.h"
 #include "platform/share.h"
+#include "progress.h"
 
 namespace brenik::tools {
 namespace {
@@ -119,7 +120,13 @@ ExitCode doctor(const DoctorRequest& request) {
     }
     std::cerr << "brenik: waiting " << request.wait_s
               << " s for \"brenik doctor --with\" on another workstation" << std::endl;
-    std::optional<Partner> partner = Partner::find(scratch, request.wait_s);
+    ProgressBar bar("waiting");
+    const std::uint64_t limit_ms = static_cast<std::uint64_t>(request.wait_s) * 1000;
+    const auto waiting = [&](std::int64_t elapsed_ms) {
+        bar.show("for the other workstation", static_cast<std::uint64_t>(elapsed_ms), limit_ms);
+    };
+    std::optional<Partner> partner = Partner::find(scratch, request.wait_s, waiting);
+    bar.clear();
     if (!partner) return opinion.conclude("nobody came");
     std::string stopped;
     try {

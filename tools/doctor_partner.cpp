@@ -129,13 +129,16 @@ void Scratch::clear_leftovers() const {
 // Each doctor makes an offer to every doctor present whose name sorts before its own, and accepts
 // one of the offers it gets. An offer to a doctor that was killed is never accepted. A doctor that
 // was killed after an offer never says "begin", so its partner withdraws the acceptance.
-std::optional<Partner> Partner::find(Scratch& scratch, int limit_s) {
+std::optional<Partner> Partner::find(Scratch& scratch, int limit_s, const Waiting& waiting) {
+    const auto begin = Clock::now();
     const std::string& own = scratch.own_name();
     const std::string here = "-here";
     std::set<std::string> offered, passed;
     // The first case: our offer was accepted. The second: we accept an offer, and the partner must
     // say "begin".
     const auto look = [&]() -> std::optional<Partner> {
+        waiting(
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
         const std::vector<std::string> names = scratch.list();
         for (const std::string& name : names) {
             const std::string other = name.substr(0, name.find('-'));

@@ -7,6 +7,8 @@
 
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -55,8 +57,11 @@ class NoAnswer : public std::runtime_error {
 
 class Partner {
   public:
+    // Called at each look, with the milliseconds since the first.
+    using Waiting = std::function<void(std::int64_t elapsed_ms)>;
+
     // Waits for another doctor; empty if none comes.
-    static std::optional<Partner> find(Scratch& scratch, int limit_s);
+    static std::optional<Partner> find(Scratch& scratch, int limit_s, const Waiting& waiting);
 
     // True for exactly one of the two.
     bool is_first() const { return scratch_->own_name() < name_; }

@@ -21,7 +21,6 @@ constexpr std::chrono::milliseconds kBetween(200);
 constexpr std::chrono::seconds kBetweenLines(5);  // on a terminal that cannot overwrite them
 constexpr double kEstimable_s = 0.5;              // before, an estimate would jump about
 constexpr std::size_t kUsualColumns = 80;
-constexpr std::size_t kWideColumns = 100;  // from here on there is room for the rate
 constexpr std::size_t kLeastBar = 8;
 constexpr std::size_t kMostBar = 40;
 
@@ -63,7 +62,7 @@ std::string shortened(const std::string& text, std::size_t width) {
 }
 
 std::string time_text(double seconds) {
-    const auto whole = std::llround(seconds);
+    const auto whole = std::llround(std::ceil(seconds));
     char text[48];
     if (whole < 60) {
         std::snprintf(text, sizeof text, "%lld s", whole);
@@ -99,17 +98,22 @@ Step step_of(std::uint64_t done, std::uint64_t total, double seconds) {
     return {part, rate, seconds, total - counted};
 }
 
-std::string bar_line(const std::string& title, const Step& step, std::size_t columns) {
+std::string full_title(const std::string& title, const std::string& what) {
+    return title + (what.empty() ? "" : ", " + what);
+}
+
+// Leaves out the name of the step if there is no room for it.
+std::string bar_line(const std::string& title, const std::string& what, const Step& step,
+                     std::size_t columns) {
     std::string numbers = "] " + step.percent();
     if (!step.left().empty()) numbers += "  " + step.left();
-    if (columns >= kWideColumns && step.seconds >= kEstimable_s) {
-        numbers += "  " + std::to_string(static_cast<std::uint64_t>(step.rate)) + "/s";
-    }
     const std::size_t bar = std::clamp(columns / 4, kLeastBar, kMostBar);
     const auto filled = static_cast<std::size_t>(step.part * static_cast<double>(bar));
     const std::string end =
         " [" + std::string(filled, '#') + std::string(bar - filled, '.') + numbers;
-    return shortened(title, columns - std::min(columns, end.size())) + end;
+    const std::size_t room = columns - std::min(columns, end.size());
+    const std::string full = full_title(title, what);
+    return (width_of(full) <= room ? full : shortened(title, room)) + end;
 }
 
 }  // namespace
@@ -141,17 +145,16 @@ void ProgressBar::show(const std::string& what, std::uint64_t done, std::uint64_
     if (now - work().begun < kFirstShown || now - work().shown < between) return;
     work().shown = now;
     const Step step = step_of(done, total, std::chrono::duration<double>(now - begun_).count());
-    const std::string title = title_ + (what.empty() ? "" : ", " + what);
     if (!overwrites) {
         const std::string left = step.left();
-        std::cerr << title << ":" << step.percent() << (left.empty() ? "" : ", ") << left
-                  << std::endl;
+        std::cerr << full_title(title_, what) << ":" << step.percent() << (left.empty() ? "" : ", ")
+                  << left << std::endl;
         return;
     }
     const int columns = platform::terminal_columns(kScreen);
     // The last column stays free: some terminals begin a new line after it.
     const std::string line = bar_line(
-        title, step, (columns > 0 ? static_cast<std::size_t>(columns) : kUsualColumns) - 1);
+        title_, what, step, (columns > 0 ? static_cast<std::size_t>(columns) : kUsualColumns) - 1);
     const std::size_t width = width_of(line);
     std::cerr << "\r" << line << std::string(shown_width_ - std::min(shown_width_, width), ' ')
               << std::flush;
