@@ -13,6 +13,7 @@
 #include "platform/file.h"
 #include "platform/profile.h"
 #include "util/runtime.h"
+#include "util/suggestion.h"
 
 namespace brenik::tools {
 namespace {
@@ -53,7 +54,9 @@ std::vector<std::string> tables_in(const std::string& folder) {
         if (!equal_ignoring_case(entry->path().extension().string(), ".DBF")) continue;
         if (!entry->is_directory(unknown)) tables.push_back(entry->path().string());
     }
-    if (error) throw ToolError(ExitCode::kCannotOpen, folder + ": " + platform::system_text(error.value()));
+    if (error)
+        throw ToolError(ExitCode::kCannotOpen,
+                        folder + ": " + platform::system_text(error.value()));
     std::ranges::sort(tables);
     return tables;
 }
@@ -84,6 +87,21 @@ std::optional<std::string> table_in(const std::string& folder, const std::string
     return {};
 }
 
+// What the tables of a folder are called: by their files and by their aliases. Nothing if the
+// folder cannot be listed.
+std::vector<std::string> names_in(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    if (!fs::is_directory(native_path(platform::system_path(folder)), error)) return names;
+    for (const std::string& path : tables_in(folder)) {
+        names.push_back(native_path(path).stem().string());
+        for (const practice::TableEntry& table : practice::kTables) {
+            if (equal_ignoring_case(table.file, names.back())) names.emplace_back(table.alias);
+        }
+    }
+    return names;
+}
+
 // Ends the search for a table that is not there, or that the system does not show.
 [[noreturn]] void refuse_missing(const std::string& folder, const std::string& name,
                                  const std::string& text) {
@@ -91,7 +109,10 @@ std::optional<std::string> table_in(const std::string& folder, const std::string
         native_path(name).has_extension() ? in_folder(folder, name) : table_file(folder, name);
     const platform::File tried = platform::File::open(file, platform::OpenMode::kSettings);
     const bool missing = tried.failure() == platform::OpenFailure::kMissing;
-    throw ToolError(ExitCode::kCannotOpen, missing ? text : file + ": " + tried.why_not_open());
+    throw ToolError(ExitCode::kCannotOpen,
+                    missing
+                        ? text + did_you_mean(native_path(name).stem().string(), names_in(folder))
+                        : file + ": " + tried.why_not_open());
 }
 
 NamedTables table_of_folder(const TableArguments& arguments) {

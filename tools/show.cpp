@@ -94,14 +94,10 @@ Json describe(Table& table, const Practice& practice, const TableText& text) {
     for (const Refusal& refusal : practice.unavailable()) {
         unavailable.push_back(to_utf8(refusal.explanation()));
     }
-    return {{"path", to_utf8(table.path())},
-            {"version", version_text(layout.version)},
-            {"code_page", layout.code_page},
-            {"encoding", text.code_page()},
-            {"records", table.record_count()},
-            {"record_length", layout.record_length},
-            {"fields", describe_fields(layout, text)},
-            {"tags", describe_orders(table, text)},
+    return {{"path", to_utf8(table.path())},           {"version", version_text(layout.version)},
+            {"code_page", layout.code_page},           {"encoding", text.code_page()},
+            {"records", table.record_count()},         {"record_length", layout.record_length},
+            {"fields", describe_fields(layout, text)}, {"tags", describe_orders(table, text)},
             {"unavailable", std::move(unavailable)}};
 }
 
@@ -135,8 +131,8 @@ void print_description(const Json& table) {
     }
 }
 
-// Shows a field of a record. Returns the reason if it is a memo that cannot be read: the other fields
-// are worth showing all the same.
+// Shows a field of a record. Returns the reason if it is a memo that cannot be read: the other
+// fields are worth showing all the same.
 template <class Show>
 std::string reason_against(const record::Field& field, Show show) {
     try {
@@ -160,8 +156,8 @@ void print_json(Table& table, const ShowRequest& request, const TableText& text)
     for (std::size_t i = 0; i < layout.fields.size(); ++i) {
         const record::Field& field = layout.fields[i];
         Json& value = fields[text.shown(field.name)];
-        const std::string reason = reason_against(
-            field, [&] { value = json_value(table, i + 1, request, text); });
+        const std::string reason =
+            reason_against(field, [&] { value = json_value(table, i + 1, request, text); });
         if (!reason.empty()) unreadable[text.shown(field.name)] = reason;
     }
     const auto& flags = layout.null_flags;
@@ -207,10 +203,10 @@ void select_order(Table& table, const std::string& order) {
     for (std::size_t number = 1; number <= table.order_count(); ++number) {
         names.push_back(table.order_description(number).name);
     }
-    throw ToolError(missing ? ExitCode::kCannotOpen : ExitCode::kProblem,
-                    table.path() + ": no order " + order +
-                        (missing ? ", because its index is not available"
-                                 : did_you_mean(order, names)));
+    throw ToolError(
+        missing ? ExitCode::kCannotOpen : ExitCode::kProblem,
+        table.path() + ": no order " + order +
+            (missing ? ", because its index is not available" : did_you_mean(order, names)));
 }
 
 // Converts the key to its order's type: numbers, dates (YYYYMMDD) and logicals arrive as text.
