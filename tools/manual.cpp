@@ -8,6 +8,7 @@
 
 #include "colours.h"
 #include "commands.h"
+#include "native_path.h"
 #include "paragraph.h"
 #include "platform/console.h"
 #include "practice/catalogue.h"
@@ -105,7 +106,7 @@ std::string overview(const std::vector<Command>& commands, StandardStream stream
 }
 
 std::string help_of(const Command& command) {
-    std::string text = std::string(command.purpose) + "\n" + heading("Usage") + "  " +
+    std::string text = wrapped(words_of(command.purpose), 0, width()) + heading("Usage") + "  " +
                        wrapped(usage_of(command), 6, width()) + "\n" +
                        wrapped(words_of(command.about), 0, width());
     const std::string arguments = option_rows(command, true);
@@ -308,28 +309,28 @@ std::string completion_of(const std::vector<Command>& commands) {
            cases + "    esac\n}\n" + kCompletion;
 }
 
-void write_file(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream file(path, std::ios::binary);
+void write_file(const std::string& path, const std::string& text) {
+    std::ofstream file(native_path(path), std::ios::binary);
     file << text;
     if (!file.flush()) {
-        throw ToolError(ExitCode::kCannotOpen, path.string() + ": cannot be written");
+        throw ToolError(ExitCode::kCannotOpen, path + ": cannot be written");
     }
 }
 
 }  // namespace
 
 void write_manual(const ManualRequest& request) {
-    const std::filesystem::path folder(request.folder);
+    const std::string folder = request.folder + "/";
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
+    std::filesystem::create_directories(native_path(request.folder), error);
     if (error) throw ToolError(ExitCode::kCannotOpen, request.folder + ": " + error.message());
     Requests requests;
     const std::vector<Command> commands = make_commands(requests);
-    write_file(folder / "brenik.1", page_of_tool(commands));
+    write_file(folder + "brenik.1", page_of_tool(commands));
     for (const Command& command : commands) {
-        write_file(folder / (page_name(command) + ".1"), page_of(command));
+        write_file(folder + page_name(command) + ".1", page_of(command));
     }
-    write_file(folder / "brenik", completion_of(commands));
+    write_file(folder + "brenik", completion_of(commands));
 }
 
 }  // namespace brenik::tools

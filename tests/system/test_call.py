@@ -40,7 +40,7 @@ def test_routines_without_a_practice(line, result):
 
 
 @pytest.mark.parametrize('line, part', [
-    ('{"not": "an array"}', 'array'), ('[', 'parse error'), (['NOSUCH'], 'NOSUCH'),
+    ('{"not": "an array"}', 'array'), ('[', 'not JSON'), (['NOSUCH'], 'NOSUCH'),
     (['RSN2ADS', 'text'], 'argument 1 must be a number'), (['MAKEDATE', 1], 'is missing'),
     (['XTOC', {'date': '20030230'}], '20030230'), (['XTOC', {'hex': '0g'}], '0g'), (['XTOC', 'caf\u00e9'], 'hex'),
     (['field get', 1, 'K'], 'field get: work area 1 holds no table (2001)'), ('[' * 100000, 'nested too deeply'),
