@@ -29,8 +29,7 @@ ExitCode run(const std::vector<std::string>& words) {
     } catch (const ToolError& error) {
         return complain(error.what(), error.code());
     } catch (const EngineFault& fault) {
-        return complain(fault.what(),
-                        fault.code() == FaultCode::kBusy ? ExitCode::kLocked : ExitCode::kProblem);
+        return complain(fault.what(), exit_code_of(fault));
     } catch (const std::exception& error) {
         return complain(reason_of(error), ExitCode::kProblem);
     }
