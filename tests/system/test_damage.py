@@ -345,6 +345,95 @@ def test_memo_file_that_nobody_needs(practice):
     assert brenik('repair', practice)[0] == 0 and findings(practice, 0) == []
 
 
+@pytest.mark.parametrize('file, damage, tags', [
+    ('LAW1.FPT', None, 6), ('LAW1.FPT', cut(6), 6), ('LAW1.CDX', None, 0), ('LAW1.CDX', cut(300), 0),
+    ('LAW1.CDX', put(within(last_tag, 506), 0xFFFFFFFF, 4), 6), ('LAW1.CDX', put(0, 0x7FFFFE00, 4), 6)])
+def test_described_all_the_same(practice, file, damage, tags):
+    """A table without its memo file or index: what can be seen is shown, and what cannot is said."""
+    sound = json.loads(brenik('show', practice, 'Names', '--json')[1])
+    first = json.loads(brenik('show', practice, 'Names', '--record', 17, '--json')[1])
+    assert sound['unavailable'] == [] and first['fields']['NOTES']
+    damaged(practice, file, damage)
+    shown = json.loads(brenik('show', practice, 'Names', '--json')[1])
+    reason, = shown['unavailable']
+    assert file.lower() in reason.lower() and len(shown['tags']) == tags and shown['fields'] == sound['fields']
+    assert 'not available: ' + reason + '\n' in brenik('show', practice, 'Names')[1]
+    ended, text, complaint = brenik('show', practice, 'Names', '--all', '--json')
+    records = [json.loads(line) for line in text.splitlines()]
+    assert ended == 0 and reason in complaint and len(records) == sound['records']
+    if file == 'LAW1.CDX':
+        assert records[16] == first
+        ended, text, complaint = brenik('show', practice, 'Names', '--all', '--order', 'U_ID')
+        assert (ended, text) == (3, '') and reason in complaint
+    else:
+        first['fields']['NOTES'] = None
+        assert records[16]['unreadable'].keys() == {'NOTES'} and records[16]['fields'] == first['fields']
+
+
+@pytest.mark.parametrize('damage', [None, cut(6)])
+def test_memos_given_up(host, practice, damage):
+    """Only when asked for: every emptied field is named, and nothing else of a record changes. An interrupted run is
+    finished by the next."""
+    table = practice.table('LAW1').table
+    pointers = [memo_place(Path(practice.find('LAW1.DBF')).read_bytes(), n + 1) for n in range(table.count)]
+    damaged(practice, 'LAW1.FPT', damage)
+    before = snapshot(practice.folder)
+    assert brenik('repair', practice)[0] == 1 and snapshot(practice.folder) == before
+    data = before['LAW1.DBF']
+    named = [n + 1 for n, at in enumerate(pointers) if data[at:at + 10].strip()]
+    tried = deeds(practice, '--without-memos', '--dry-run')
+    assert snapshot(practice.folder) == before
+    memo_of(named[0], b' ' * 10)(interrupted := bytearray(data))
+    Path(practice.find('LAW1.DBF')).write_bytes(interrupted)
+    done = deeds(practice, '--without-memos')
+    assert [record for _, record, what in tried if 'field NOTES: emptied' in what] == named
+    assert [record for _, record, what in done if 'field NOTES: emptied' in what] == named[1:]
+    for at in pointers:
+        data = data[:at] + b' ' * 10 + data[at + 10:]
+    assert snapshot(practice.folder)['LAW1.DBF'] == data and findings(practice, 0) == []
+    assert_sound(practice.folder)
+    assert host.init(practice) == 0 and host.edit_begin(1, named[0]) == 0
+
+
+def test_insisted_on(practice):
+    """Records that seem misplaced are left alone, unless somebody insists; then this is said first."""
+    for record in range(5):
+        practice.damage('LAW1.DBF', lambda d, n=record: put(header(d) + n * record_length(d), 65, 1)(d))
+    practice.damage('LAW1.DBF', append(b'rubbish!' * 100))
+    before = snapshot(practice.folder)
+    for command, *options in [['repair'], ['reindex'], ['repair', '--force', '--dry-run']]:
+        ended, output, _ = brenik(command, practice, 'Names', *options)
+        assert ended == 1 and '5 of 40 records' in output.splitlines()[0] and snapshot(practice.folder) == before
+    ended, output, _ = brenik('repair', practice, 'Names', '--force')
+    assert ended == 1 and '(--force)' in output.splitlines()[0] and 'end mark written' in output
+    assert {finding['kind'] for finding in findings(Path(practice.find('LAW1.DBF')), 1)} == {'deletion-mark'}
+
+
+def test_indexed_like_another(new_practice, practice):
+    """A destroyed index comes back with the tags of another practice, in their order; --tag goes before both. Where a
+    key cannot be had, or the other index is not whole, nothing changes."""
+    other, table = new_practice('other'), practice.find('LAW1.DBF')
+    practice.damage('LAW1.CDX', NO_TAGS)
+    leftover = practice.folder / 'LAW1.CDX.new'
+    leftover.write_bytes(b'never finished')
+    other.damage('LAW9.CDX', NO_TAGS)
+    before = snapshot(practice.folder)
+    for like, reason in [('LAW3', 'tag CASENUMBER: at character 7: no field "CASENUM"'), ('LAW9', 'is damaged')]:
+        ended, output, complaint = brenik('reindex', table, '--like', '%s/%s' % (other, like))
+        assert ended == 1 and reason in output + complaint and snapshot(practice.folder) == before, output + complaint
+    assert brenik('reindex', practice, '--like', other)[0] == 2
+    assert brenik('reindex', table, '--like', other, '--dry-run')[0] == 0 and snapshot(practice.folder) == before
+    elsewhere = snapshot(other.folder)
+    with HeldBytes(other.find('LAW1.DBF'), other.table('LAW1').lock_position(5)):    # others work there
+        assert brenik('reindex', practice, 'Names', '--like', other, '--tag', 'ID=LOWER(ID)')[0] == 0
+    assert snapshot(other.folder) == elsewhere and not leftover.exists()
+    tags = practice.table('LAW1').tags
+    assert list(tags) == list(other.table('LAW1').tags) and tags['ID'].key_text == 'LOWER(ID)'
+    # Killed after the index was built, before the table was marked.
+    practice.damage('LAW1.DBF', lambda data: put(28, data[28] & ~1, 1)(data))
+    assert brenik('reindex', table)[0] == 0 and Path(table).read_bytes()[28] & 1
+
+
 def test_practice(session, practice):
     """Identifiers, their counters and the journal."""
     assert session.add(1, {'LAST': 'Last'}) == (0, identifier('A1', 41))

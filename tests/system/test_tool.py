@@ -2,9 +2,15 @@
 
 import json
 import os
+import re
+import shlex
+import shutil
+import subprocess
+import tempfile
+from pathlib import Path
 
 import pytest
-from conftest import faults_of, tool
+from conftest import OURS, TOOL, faults_of, tool
 from judges import assert_sound, identifier
 
 JOURNAL = '''\
@@ -83,8 +89,63 @@ def test_faults(session, practice, windows_folder):
     (['show', '{}', 'LAW1', '--order', 'ID'], 2), (['reindex', '{}', '--tag', 'A=B'], 2),
     (['reindex', '{}/LAW1.DBF', '--tag', 'A=U_ID;SOMETIMES'], 2), (['show', '{}', 'LAW1', '--record', '41'], 1),
     (['show', '{}', 'LAW1', '--order', 'ID', '--seek', 'NOBODY'], 1), (['show', '{}', 'LAW8'], 3),
-    (['check', '{}/nowhere'], 3), (['journal', '{}/billing'], 3), (['sample', '{}'], 1)])
+    (['check', '{}/nowhere'], 3), (['journal', '{}/billing'], 3), (['sample', '{}'], 1), (['check', ''], 2),
+    (['check', 'a' * 5000], 3), (['check', '{}/billing'], 3), (['show', '{}/billing', 'LAW1'], 3),
+    (['show', '{}', '{}/LAW1.DBF'], 2), (['check', '{}/LAW1.DBF', 'LAW1'], 2), (['check', '{}/LAW1.DBF/'], 3),
+    (['check', '{}/LAW1.CDX'], 2), (['show', '{}', '..'], 3), (['reindex', '{}', 'LAW1', '--like', '{}/LAW8'], 3)])
 def test_what_goes_wrong(practice, arguments, code):
     """The exit code tells the kind; the message goes to standard error and nothing to the other."""
     ended, output, complaint = brenik(*[argument.format(practice) for argument in arguments])
     assert (ended, output) == (code, '') and complaint
+
+
+def test_a_table_by_any_name(practice):
+    """Every command takes the same names, from any folder; a folder in the way of a table does not hide it."""
+    folder = practice.folder
+    (folder / 'law1').mkdir()
+    (folder / 'old.dbf').mkdir()        # no table, so nothing to complain of
+    ways = [(folder, 'LAW1'), (folder, 'law1.dBf'), (folder, 'nameS'), ('.', 'Names'), (folder / 'LAW1.DBF',),
+            ('%s//./Names' % folder,), ('LAW1.DBF',), ('law1',)]
+    for command, *options in ['show', '--record', '1'], ['check'], ['repair'], ['reindex', '--dry-run']:
+        told = []
+        for way in ways:
+            done = tool(command, *way, *options, '--json', cwd=folder)
+            assert (done.returncode, done.stderr) == (0, ''), (command, way, done)
+            told.append([{**json.loads(line), 'file': '', 'summary': ''} for line in done.stdout.splitlines()])
+        assert all(other == told[0] for other in told)
+    assert 'did you mean "Names"?' in brenik('show', folder, 'Nmaes')[2]
+
+
+# The permissions that are left of a file or of the folder, and the commands that then cannot do their work.
+DENIALS = [
+    (0o000, 'LAW1.DBF', ['show {} LAW1', 'check {}', 'repair {}', 'reindex {} LAW3 --like {}/LAW1']),
+    (0o000, 'LAW1.FPT', ['check {}', 'repair {}', 'repair {} --without-memos', 'reindex {} LAW1']),
+    (0o000, 'LAW1.CDX', ['check {} LAW1', 'repair {}', 'reindex {} LAW1 --dry-run', 'show {} LAW1 --all --order ID']),
+    (0o000, 'LawTrans.DBF', ['journal {}', 'check {}']),
+    (0o444, 'LAW1.DBF', ['repair {}', 'reindex {}/LAW1']),
+    (0o000, '', ['show {} LAW1', 'check {}', 'check {}/LAW1.DBF', 'repair {}', 'journal {}', 'doctor {}']),
+    (0o111, '', ['check {}', 'doctor {}']),
+    (0o555, '', ['reindex {} LAW9', 'reindex {} LAW9 --backup {}/..', 'repair {}', 'doctor {}', 'sample {}/new'])]
+
+
+@pytest.mark.skipif(OURS.library.endswith('.dll'), reason='Wine shows Windows programs no permissions of this system')
+@pytest.mark.parametrize('mode, file, commands', DENIALS)
+def test_permission_is_no_lock(practice, mode, file, commands):
+    """Every command ends with code 3 and the system's reason; nothing is changed."""
+    if mode == 0o555:
+        practice.damage('LAWSYS.dbf', lambda data: data.extend(b'rubbish!' * 100))      # something to repair
+    with tempfile.TemporaryDirectory() as place:
+        folder = Path(shutil.copytree(practice.folder, Path(place) / 'practice'))
+        program, *rest = [shutil.copy(word, place) for word in shlex.split(TOOL)]
+        user = ['setpriv', '--reuid=65534', '--regid=65534', '--clear-groups'] if os.geteuid() == 0 else []
+        for path in [Path(place), folder, *folder.rglob('*')] if user else []:
+            os.chown(path, 65534, 65534)
+        kept = {path: path.read_bytes() for path in folder.iterdir() if path.is_file()}
+        (folder / file).chmod(mode)
+        for command in commands:
+            words = [word.format(folder) for word in command.split()]
+            done = subprocess.run([*user, program, *rest, *words], capture_output=True, text=True)
+            assert done.returncode == 3 and re.search('ermission|read-only', done.stdout + done.stderr), (command, done)
+            assert not re.search('lock|in use|later|exclusive', done.stdout + done.stderr), (command, done)
+        (folder / file).chmod(0o755)
+        assert kept == {path: path.read_bytes() for path in folder.iterdir() if path.is_file()}

@@ -254,7 +254,7 @@ class TableRepair {
         }
         if (names.empty()) return 0;
         std::string list = names.size() == 1 ? "field " : "fields ";
-        for (const std::string& name : names) list += (&name == &names[0] ? "" : ", ") + name;
+        for (const std::string& name : names) list += (&name == names.data() ? "" : ", ") + name;
         log_.act(
             files_.table, list + ": emptied, the memo is given up",
             [&] { files_.table.write_at(found_.header.end_of(record.number - 1), bytes); },
