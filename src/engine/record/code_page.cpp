@@ -183,6 +183,9 @@ bool is_disputed(std::uint16_t code_page, std::uint8_t byte) {
         {10000, 0xBD},                 // Greek letter or sign of the ohm
         {10000, 0xC6},                 // Greek letter or sign of the increment
         {10000, 0xDB},                 // sign of the euro or of any currency
+        {10006, 0x9C},                 // sign of the euro, or none
+        {10006, 0xAF},                 // one of two dots
+        {10006, 0xFF},                 // soft hyphen, or nothing
         {10007, 0xA2}, {10007, 0xB6},  // Ukrainian letters, or signs that they replaced
         {10007, 0xFF},                 // sign of the euro or of any currency
     };

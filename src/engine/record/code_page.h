@@ -24,7 +24,7 @@ std::optional<std::uint16_t> code_page_of_mark(std::uint8_t mark);
 std::optional<std::uint16_t> code_page_named(std::string_view name);
 // Bytes of the page's longest character.
 std::size_t longest_character(std::uint16_t code_page);
-// True for the few bytes of which Windows and Linux make different characters.
+// True for the few bytes of which systems, or their versions, make different characters.
 bool is_disputed(std::uint16_t code_page, std::uint8_t byte);
 
 using CaseTable = std::array<char, 256>;
