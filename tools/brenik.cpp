@@ -14,12 +14,13 @@
 #include "platform/console.h"
 #include "practice.h"
 #include "reason.h"
+#include "table_text.h"
 
 namespace brenik::tools {
 namespace {
 
 ExitCode complain(const std::string& message, ExitCode code) {
-    std::cerr << "brenik: " << message << "\n";
+    std::cerr << "brenik: " << to_utf8(message) << "\n";
     return code;
 }
 

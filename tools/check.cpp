@@ -21,7 +21,7 @@ using Json = nlohmann::ordered_json;
 void print_summary(const CheckRequest& request, const FindingPrinter& printer, std::size_t tables,
                    std::uint64_t records) {
     if (request.json) {
-        const Json summary{{"summary", request.where.text()},
+        const Json summary{{"summary", to_utf8(request.where.text())},
                            {"tables", tables},
                            {"records", records},
                            {"faults", printer.faults()},
@@ -59,7 +59,8 @@ void check_share(const std::string& path, FindingPrinter& printer) {
 }  // namespace
 
 ExitCode check(const CheckRequest& request) {
-    FindingPrinter printer(request.json);
+    const EncodingChoice encoding = encoding_named(request.encoding);
+    FindingPrinter printer(request.json, encoding);
     const NamedTables named = find_tables(request.where);
     check_share(named.whole_folder ? named.folder : named.file(), printer);
     std::uint64_t records = 0;
@@ -73,8 +74,9 @@ ExitCode check(const CheckRequest& request) {
         printer.finish_file();
     }
     if (named.is_practice()) {
-        check_practice({named.folder},
-                       [&](const maintenance::Finding& finding) { printer.print(finding); });
+        check_practice(
+            {named.folder}, [&](const maintenance::Finding& finding) { printer.print(finding); },
+            {}, encoding);
         printer.finish_file();
     }
     print_summary(request, printer, named.files.size(), records);

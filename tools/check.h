@@ -2,12 +2,15 @@
 
 #pragma once
 
+#include <string>
+
 #include "practice.h"
 
 namespace brenik::tools {
 
 struct CheckRequest {
     TableArguments where;
+    std::string encoding;  // instead of each table's own; empty for that
     bool json = false;
 };
 

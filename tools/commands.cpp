@@ -160,6 +160,7 @@ Command check_command(CheckRequest& request) {
         "Each finding names the remedy. Changes nothing.",
         {{"PATH", "", kPathHelp, &request.where.path},
          {"[TABLE]", "", kTableHelp, &request.where.table},
+         encoding_option(request.encoding),
          {"--json", "", "As JSON, one line per finding and one for the summary", &request.json}},
         {{"check practice", "all tables, and what they say about each other"},
          {"check practice Names", "one table"},

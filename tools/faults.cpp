@@ -12,6 +12,7 @@
 #include "fwp/fault_file.h"
 #include "platform/file.h"
 #include "platform/folders.h"
+#include "platform/text_conversion.h"
 #include "practice.h"
 
 namespace brenik::tools {
@@ -33,7 +34,7 @@ bool read(const std::string& path, std::string& text) {
 
 void print_line(const std::string& line, bool json) {
     if (!json) {
-        std::cout << line << "\n";
+        std::cout << to_utf8(line) << "\n";
         return;
     }
     const std::size_t first = std::min(line.find('\t'), line.size());
@@ -51,7 +52,8 @@ void print_lines(const std::string& text, bool json) {
     for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());
         const std::string line = text.substr(begin, end - begin);
-        print_line(line.substr(0, line.find_last_not_of('\r') + 1), json);
+        const std::string whole = line.substr(0, line.find_last_not_of('\r') + 1);
+        print_line(platform::utf8_of_host(whole), json);
         begin = end + 1;
     }
 }

@@ -75,7 +75,7 @@ std::string advice(Remedy remedy) {
     return "";
 }
 
-std::string text_line(const Finding& finding) {
+std::string text_line(const Finding& finding, const TableText& text) {
     const bool is_fault = finding.severity == Severity::kFault;
     const std::string file = to_utf8(base_name(finding.file)) + ":";
     std::string line =
@@ -85,21 +85,21 @@ std::string text_line(const Finding& finding) {
     line += " ";
     std::string place;
     const auto add = [&](const std::string& part) { place += (place.empty() ? "" : ", ") + part; };
-    if (!finding.tag.empty()) add("tag " + to_utf8(finding.tag));
+    if (!finding.tag.empty()) add("tag " + one_line(text.shown(finding.tag)));
     if (finding.record) add("record " + std::to_string(*finding.record));
-    if (!finding.field.empty()) add("field " + to_utf8(finding.field));
+    if (!finding.field.empty()) add("field " + one_line(text.shown(finding.field)));
     if (finding.page) add("page at " + std::to_string(*finding.page));
     if (!place.empty()) line += place + ": ";
-    return line + to_utf8(finding.what) + advice(finding.remedy);
+    return line + one_line(to_utf8(finding.what)) + advice(finding.remedy);
 }
 
-Json json_line(const Finding& finding) {
+Json json_line(const Finding& finding, const TableText& text) {
     Json line = {{"severity", severity_word(finding.severity)},
                  {"kind", finding.kind},
                  {"file", to_utf8(finding.file)}};
-    line["tag"] = finding.tag.empty() ? Json() : Json(to_utf8(finding.tag));
+    line["tag"] = finding.tag.empty() ? Json() : Json(text.shown(finding.tag));
     line["record"] = finding.record ? Json(*finding.record) : Json();
-    line["field"] = finding.field.empty() ? Json() : Json(to_utf8(finding.field));
+    line["field"] = finding.field.empty() ? Json() : Json(text.shown(finding.field));
     line["page"] = finding.page ? Json(*finding.page) : Json();
     line["what"] = to_utf8(finding.what);
     line["remedy"] = remedy_word(finding.remedy);
@@ -128,12 +128,17 @@ void FindingPrinter::count(const Finding& finding) {
     }
 }
 
+const TableText& FindingPrinter::text_of(std::uint8_t mark) {
+    return texts_.try_emplace(mark, mark, encoding_).first->second;
+}
+
 void FindingPrinter::print(const Finding& finding) {
     count(finding);
+    const TableText& text = text_of(finding.code_page);
     if (json_) {
-        std::cout << dump(json_line(finding)) << "\n";
+        std::cout << dump(json_line(finding, text)) << "\n";
     } else if (++shown_[{finding.file, finding.kind}] <= kMostOfAKind) {
-        std::cout << text_line(finding) << "\n";
+        std::cout << text_line(finding, text) << "\n";
     }
 }
 

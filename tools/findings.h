@@ -7,12 +7,14 @@
 
 #include "engine/maintenance/finding.h"
 #include "practice.h"
+#include "table_text.h"
 
 namespace brenik::tools {
 
 class FindingPrinter {
   public:
-    explicit FindingPrinter(bool json) : json_(json) {}
+    // Names of fields and tags are text of their table.
+    FindingPrinter(bool json, EncodingChoice encoding) : json_(json), encoding_(encoding) {}
 
     // Prints at most 100 findings per kind and file as text; prints all of them as JSON.
     void print(const maintenance::Finding& finding);
@@ -27,8 +29,11 @@ class FindingPrinter {
 
   private:
     void count(const maintenance::Finding& finding);
+    const TableText& text_of(std::uint8_t mark);
 
     bool json_;
+    EncodingChoice encoding_;
+    std::map<std::uint8_t, TableText> texts_;  // by mark
     std::size_t faults_ = 0;
     std::size_t notes_ = 0;
     std::size_t unchecked_ = 0;

@@ -88,8 +88,8 @@ bool is_blank(const std::string& text) {
 class PracticeCheck {
   public:
     PracticeCheck(const std::vector<std::string>& folders, const maintenance::Report& report,
-                  const std::set<std::string>& left_alone)
-        : folders_(folders), report_(report), left_alone_(left_alone) {}
+                  const std::set<std::string>& left_alone, EncodingChoice encoding)
+        : folders_(folders), report_(report), left_alone_(left_alone), encoding_(encoding) {}
 
     PracticeFaults run() {
         read_system();
@@ -185,6 +185,10 @@ class PracticeCheck {
         tables_[description.area].push_back(std::move(tracked));
     }
 
+    std::string shown(const RecordReader& table, const std::string& identifier) const {
+        return TableText(table.layout().code_page, encoding_).shown(identifier);
+    }
+
     void report(Severity severity, const char* kind, const std::string& file, Remedy remedy,
                 std::optional<RecordNumber> record, const std::string& field,
                 const std::string& what) const {
@@ -206,8 +210,8 @@ class PracticeCheck {
                 continue;
             report(Severity::kFault, "duplicate-identifier", tracked.table->path(), Remedy::kByHand,
                    holders[i].record, practice::kIdentifierField,
-                   "identifier " + to_utf8(holders[i].identifier) + " also belongs to record " +
-                       std::to_string(holders[i - 1].record));
+                   "identifier " + shown(*tracked.table, holders[i].identifier) +
+                       " also belongs to record " + std::to_string(holders[i - 1].record));
         }
     }
 
@@ -303,7 +307,7 @@ class PracticeCheck {
         const bool same = record <= look.entries.size() && look.entries[record - 1] == entry;
         const Named named = name_of(entry);
         if (!same || look.there.contains(named) || look.gone.contains(named)) return;
-        const std::string what = "names record " + to_utf8(entry.identifier()) + " of " +
+        const std::string what = "names record " + shown(*journal_, entry.identifier()) + " of " +
                                  base_of(tables_[entry.table].front()) + ", ";
         const auto say = [&](Severity severity, const char* kind, Remedy remedy,
                              const std::string& which) {
@@ -365,7 +369,8 @@ class PracticeCheck {
             report(Severity::kNote, "not-in-journal", each.tracked->table->path(), Remedy::kTell,
                    each.holder->record, practice::kIdentifierField,
                    "the journal has no entry for the addition of " +
-                       to_utf8(each.holder->identifier) + ", though it has older ones");
+                       shown(*each.tracked->table, each.holder->identifier) +
+                       ", though it has older ones");
         }
     }
 
@@ -449,6 +454,7 @@ class PracticeCheck {
     const std::vector<std::string>& folders_;
     const maintenance::Report& report_;
     const std::set<std::string>& left_alone_;
+    EncodingChoice encoding_;
     std::unique_ptr<RecordReader> system_;
     std::string prefix_;   // of the identifiers that this practice issues
     bool tracks_ = false;  // whether the practice tracks changes in the journal
@@ -462,8 +468,8 @@ class PracticeCheck {
 
 PracticeFaults check_practice(const std::vector<std::string>& folders,
                               const maintenance::Report& report,
-                              const std::set<std::string>& left_alone) {
-    return PracticeCheck(folders, report, left_alone).run();
+                              const std::set<std::string>& left_alone, EncodingChoice encoding) {
+    return PracticeCheck(folders, report, left_alone, encoding).run();
 }
 
 }  // namespace brenik::tools

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/maintenance/finding.h"
+#include "table_text.h"
 
 namespace brenik::tools {
 
@@ -41,6 +42,7 @@ struct PracticeFaults {
 // `left_alone`, file names in upper case without extension.
 PracticeFaults check_practice(const std::vector<std::string>& folders,
                               const maintenance::Report& report,
-                              const std::set<std::string>& left_alone = {});
+                              const std::set<std::string>& left_alone = {},
+                              EncodingChoice encoding = {});
 
 }  // namespace brenik::tools

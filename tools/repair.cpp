@@ -196,8 +196,9 @@ class PracticeRepair {
 
     ExitCode finish() const {
         if (request_.json) {
-            Json summary{
-                {"summary", request_.where.text()}, {"done", trial_ ? 0 : done_}, {"left", left_}};
+            Json summary{{"summary", to_utf8(request_.where.text())},
+                         {"done", trial_ ? 0 : done_},
+                         {"left", left_}};
             if (trial_) summary["would_do"] = done_;
             std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {

@@ -476,7 +476,7 @@ std::vector<WrittenTable> write_tables(const SampleRequest& request) {
 
 void print_summary(const SampleRequest& request, const std::vector<WrittenTable>& tables) {
     if (request.json) {
-        nlohmann::ordered_json summary = {{"folder", request.folder}};
+        nlohmann::ordered_json summary = {{"folder", to_utf8(request.folder)}};
         for (const WrittenTable& table : tables) summary["tables"][table.file] = table.records;
         std::cout << dump(summary, 2) << "\n";
         return;

@@ -108,16 +108,16 @@ void print_description(const Json& table) {
               << table["encoding"] << (table["code_page"] == 0 ? " (not marked)" : "") << "\n"
               << coloured(Colour::kHeading, "fields") << "\n";
     for (const Json& field : table["fields"]) {
-        std::cout << "  " << pad_right(field["name"].get<std::string>(), kNameColumn)
+        std::cout << "  " << pad_right(one_line(field["name"].get<std::string>()), kNameColumn)
                   << field["type"].get<std::string>() << " " << field["width"];
         if (field["decimals"] != 0) std::cout << "." << field["decimals"];
         std::cout << "\n";
     }
     if (!table["tags"].empty()) std::cout << coloured(Colour::kHeading, "tags") << "\n";
     for (const Json& tag : table["tags"]) {
-        std::cout << "  " << pad_right(tag["name"].get<std::string>(), kNameColumn)
-                  << tag["key"].get<std::string>();
-        const auto condition = tag["condition"].get<std::string>();
+        std::cout << "  " << pad_right(one_line(tag["name"].get<std::string>()), kNameColumn)
+                  << one_line(tag["key"].get<std::string>());
+        const auto condition = one_line(tag["condition"].get<std::string>());
         if (!condition.empty()) std::cout << " for " << condition;
         for (const char* property : {"unique", "candidate", "descending"}) {
             if (tag[property]) std::cout << ", " << property;
@@ -185,7 +185,7 @@ void print_text(Table& table, const ShowRequest& request, const TableText& text)
             line = request.raw ? raw_line(table, field) : to_line(table, i + 1, text);
         });
         if (!reason.empty()) line = "(cannot be read: " + reason + ")";
-        print_line(text.shown(field.name), line);
+        print_line(one_line(text.shown(field.name)), line);
     }
     const auto& flags = layout.null_flags;
     if (request.raw && flags) print_line(text.shown(flags->name), raw_line(table, *flags));

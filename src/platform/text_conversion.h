@@ -28,4 +28,8 @@ class TextConversion {
     TextConversion() = default;
 };
 
+// A text that the library wrote in a host, in UTF-8: there, Windows' texts are in the ANSI code
+// page.
+std::string utf8_of_host(const std::string& text);
+
 }  // namespace brenik::platform

@@ -43,6 +43,7 @@ TableFindings check_without_index(OpenTableFiles& files, Access access, const Re
     if (!found.header.layout) return found;
     const record::TableLayout& layout = *found.header.layout;
     report.counts().records = found.header.usable;
+    report.counts().code_page = layout.code_page;
     if (!files.memo.is_open()) files.open_memo(layout.version, access);
     found.memo = check_records(files, found.header, report, progress);
     if (!files.index.is_open()) files.open_index(access);

@@ -42,6 +42,7 @@ struct Finding {
     std::optional<RecordNumber> record = {};
     std::string field = {};
     std::string tag = {};
+    std::uint8_t code_page = 0;              // the table's mark, for the names of field and tag
     std::optional<std::uint64_t> page = {};  // offset in the file
 };
 
@@ -51,6 +52,7 @@ using Progress =
     std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
 
 struct CheckedTable {
+    std::uint8_t code_page = 0;  // the table's mark
     RecordNumber records = 0;
     std::size_t tags = 0;
     std::size_t faults = 0;

@@ -8,6 +8,7 @@ namespace brenik::maintenance {
 
 void Reporter::add(Finding finding) const {
     finding.file = file_;
+    finding.code_page = counts_.code_page;
     switch (finding.severity) {
         case Severity::kFault:
             ++counts_.faults;

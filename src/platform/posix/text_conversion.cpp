@@ -99,4 +99,6 @@ std::unique_ptr<TextConversion> TextConversion::open(std::uint16_t code_page) {
     return conversion;
 }
 
+std::string utf8_of_host(const std::string& text) { return text; }
+
 }  // namespace brenik::platform

@@ -54,4 +54,11 @@ std::unique_ptr<TextConversion> TextConversion::open(std::uint16_t code_page) {
     return std::make_unique<WindowsConversion>(code_page);
 }
 
+// Sessions of our own programs have written UTF-8.
+std::string utf8_of_host(const std::string& text) {
+    if (wide_text(text, CP_UTF8)) return text;
+    const std::optional<std::wstring> wide = wide_text(text, CP_ACP);
+    return wide ? narrow_text(*wide) : text;
+}
+
 }  // namespace brenik::platform
