@@ -271,6 +271,26 @@ def test_every_call_fails_once(copy, script):
     assert not failed, '%d of %d\n%s' % (len(failed), len(jobs), '\n'.join(failed[:12]))
 
 
+def test_memos_given_up(copy):
+    """At no moment is there a memo file whose blocks a record still names: hosts would store new memos in them. The
+    next run ends what one left undone."""
+    damaged = copy('damaged')
+    host = Host(damaged.parent)
+    assert host.init(damaged) == 0 and all(host.edit(1, n, {'NOTES': 'n' * n}) == 0 for n in (2, 3, 5))
+    host.close()
+    (damaged / 'LAW1.FPT').unlink()
+    for call in range(1, 1000):
+        folder = Path(shutil.copytree(damaged, '%s%d' % (damaged, call)))
+        memos, environment = folder / 'LAW1.FPT', faulty(folder, 'gone' if SANITIZED else 'end', call, FAULTY_ARMED='1')
+        done = tool('repair', folder, '--without-memos', env=dict(os.environ, **environment))
+        if memos.exists() and memos.stat().st_size:
+            assert not Practice(folder).table('LAW1').report.faults, call
+        assert tool('repair', folder, '--without-memos').returncode == tool('check', folder).returncode == 0, call
+        if done.returncode == 0:
+            break
+    assert call > 6
+
+
 def cut_short(copy, durability, call):
     """The complaint, or None; whether an edit was refused. The same record is edited at last in the table that was open
     all the time, or one opened again; every other time somebody else has edited it before."""
