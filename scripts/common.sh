@@ -6,7 +6,8 @@ logs=$root/build/logs
 export BRENIK_FAULTS=${BRENIK_FAULTS:-$root/build/Faults.log}  # instead of the user's own file
 
 build_packages=(g++ ccache cmake ninja-build libcli11-dev nlohmann-json3-dev libsqlite3-dev)
-test_packages=(libgtest-dev libgmock-dev python3-pytest python3-pexpect mandoc libdbd-xbase-perl perl pkg-config valgrind)
+test_packages=(libgtest-dev libgmock-dev python3-pytest python3-pexpect mandoc libdbd-xbase-perl perl pkg-config valgrind
+               mono-mcs mono-runtime fp-compiler)
 lint_packages=(clang-format clang-tidy shellcheck flake8)
 sanitizer_packages=(clang libclang-rt-14-dev llvm)
 windows_packages=(g++-mingw-w64-i686 g++-mingw-w64-x86-64 llvm lld)

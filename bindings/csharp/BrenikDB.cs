@@ -1,0 +1,908 @@
+// BrenikDB for C# and the other .NET languages, complete in this one file: add it to a project.
+//
+// A Session is an open practice. Its methods are the functions of the library with strings for
+// bytes and exceptions for codes. The class Native below it has the twelve functions as they are.
+//
+//     using (var practice = new BrenikDB.Session(@"C:\Practice"))
+//     {
+//         practice.AddStart(BrenikDB.Tables.Names);
+//         practice.SetField(BrenikDB.Tables.Names, 0, "LAST", "Ives");
+//         string contact = practice.AddEnd(BrenikDB.Tables.Names);
+//     }
+//
+// The file needs C# 7.0 and .NET Framework 4, .NET 6 or Mono, or a later version of them. A process
+// and its library have the same number of bits. A project that uses the 32-bit BrenikDB.dll must
+// therefore say so, because "Any CPU" programs run with 64 bits on 64-bit Windows:
+//
+//     <PropertyGroup>
+//       <PlatformTarget>x86</PlatformTarget>
+//     </PropertyGroup>
+//
+// Windows or glibc converts the texts, so that the code pages do not depend on the .NET version.
+
+using System;
+using System.Collections.Generic;
+using System.IO;
+using System.Runtime.InteropServices;
+using System.Text;
+
+namespace BrenikDB
+{
+#pragma warning disable 1591  // BrenikError.TextOf gives the meaning of each code
+    /// <summary>The result of a function. BrenikError.TextOf says what each one means.</summary>
+    public enum BrenikCode : uint
+    {
+        Success = 0,
+        DataFilesMissing = 1,
+        IndexFilesMissing = 2,
+        SystemTableNotOpened = 3,
+        TableNotOpened = 4,
+        BadTable = 5,
+        BadRecord = 6,
+        UnknownField = 7,
+        AdditionNotStamped = 8,
+        EditNotStamped = 9,
+        DeletionNotStamped = 10,
+        NotRegistered = 11,
+        LockRefused = 12,
+        NotCurrent = 13,
+        Fault = 14,
+        AlreadyShutDown = 15,
+        IdentifierNotFound = 16,
+        AppendFailed = 17,
+        DuplicateCode = 18,
+        KeyNotFound = 19
+    }
+
+    /// <summary>The numbers of the tables.</summary>
+    public static class Tables
+    {
+        public const int Names = 1;
+        public const int Events = 2;
+        public const int Matters = 3;
+        public const int Notes = 4;
+        public const int Codes = 7;
+        public const int CrossReferences = 9;
+        public const int Journal = 20;
+    }
+#pragma warning restore 1591
+
+    /// <summary>A function of the library returned a code other than Success.</summary>
+    public sealed class BrenikError : Exception
+    {
+        private static readonly Dictionary<BrenikCode, string> Texts =
+            new Dictionary<BrenikCode, string>
+        {
+            { BrenikCode.Success, "Done." },
+            { BrenikCode.DataFilesMissing,
+              "LAWSYS.DBF or LAW1.DBF is not in the data folder: check the path." },
+            { BrenikCode.IndexFilesMissing,
+              "LAW1.CDX or LAW2.CDX is missing: rebuild the practice's indexes." },
+            { BrenikCode.SystemTableNotOpened,
+              "The system table cannot be opened. One of its files is missing, not " +
+              "permitted, held by another program or damaged; the fault file says which " +
+              "and why (\"brenik faults\" prints it)." },
+            { BrenikCode.TableNotOpened,
+              "Another table cannot be opened, for one of the same reasons. From " +
+              "BrenikAddEnd: the matter was added, without its link." },
+            { BrenikCode.BadTable,
+              "The table number is out of range or its table is not open: correct the call." },
+            { BrenikCode.BadRecord,
+              "No such record, not the current one, not deleted, or no Start before: " +
+              "correct the call." },
+            { BrenikCode.UnknownField,
+              "The table has no field of that name; the other fields are unaffected." },
+            { BrenikCode.AdditionNotStamped,
+              "The addition could not be noted in the change journal: report it again " +
+              "later." },
+            { BrenikCode.EditNotStamped,
+              "The edit could not be written or noted: try BrenikEditEnd again." },
+            { BrenikCode.DeletionNotStamped,
+              "The deletion could not be noted in the change journal: report it again " +
+              "later." },
+            { BrenikCode.NotRegistered,
+              "This build of the library lacks the operation: replace the library." },
+            { BrenikCode.LockRefused,
+              "Another workstation holds the record: try BrenikEditEnd again later." },
+            { BrenikCode.NotCurrent,
+              "The table is not the one that the Start selected: start the transaction " +
+              "again." },
+            { BrenikCode.Fault,
+              "A fault such as a damaged file or a full disk stopped the call; the fault " +
+              "file has one line with the reason. The session stays usable and holds no " +
+              "lock. Start the transaction again once the cause is removed. The child of a " +
+              "fork gets this code from every call until BrenikInitialize starts a session " +
+              "there." },
+            { BrenikCode.AlreadyShutDown, "The session is already shut down: nothing to do." },
+            { BrenikCode.IdentifierNotFound,
+              "No record has that identifier. From BrenikAddEnd: the matter was added, " +
+              "without its link." },
+            { BrenikCode.AppendFailed,
+              "The record could not be appended, because another workstation kept a lock: " +
+              "try again; for a matter, pass the contact's identifier again. If a matter's " +
+              "identifier is returned, the matter was added and only its link is missing." },
+            { BrenikCode.DuplicateCode, "The code already exists; its identifier is returned." },
+            { BrenikCode.KeyNotFound, "No record has that key, or the key is blank." },
+        };
+
+        /// <summary>The error of a function; a Session makes these.</summary>
+        public BrenikError(string function, BrenikCode code, string identifier, string reason)
+            : base(function + ": " + (uint)code + ": " + TextOf(code) +
+                   (reason.Length == 0 ? "" : " (" + reason + ")"))
+        {
+            Function = function;
+            Code = code;
+            Identifier = identifier;
+            Reason = reason;
+        }
+
+        /// <summary>The code that the function returned.</summary>
+        public BrenikCode Code { get; }
+
+        /// <summary>What the code means.</summary>
+        public string Text => TextOf(Code);
+
+        /// <summary>The name of the function, such as "BrenikAddEnd".</summary>
+        public string Function { get; }
+
+        /// <summary>The identifier that AddEnd gave all the same: after DuplicateCode that of the
+        /// existing code; after IdentifierNotFound, TableNotOpened and AppendFailed that of a
+        /// matter that was added without its link. Empty if there is none.</summary>
+        public string Identifier { get; }
+
+        /// <summary>The reason from the user's fault file; empty if it has none.</summary>
+        public string Reason { get; }
+
+        /// <summary>What a code means and what to do about it.</summary>
+        public static string TextOf(BrenikCode code) =>
+            Texts.TryGetValue(code, out string text) ? text : "unknown code";
+    }
+
+    /// <summary>The functions as the library exports them, for a host that needs more than Session
+    /// offers. Texts are bytes in the practice's code page and end with a NUL. brenikdb.h is their
+    /// manual.</summary>
+    public sealed class Native
+    {
+        /// <summary>The length of an identifier.</summary>
+        public const int IdentifierLength = 7;
+
+        /// <summary>The size of the buffer for BrenikAddEnd.</summary>
+        public const int AddEndSize = 8;
+
+        /// <summary>The size of the buffer for BrenikGetU_ID.</summary>
+        public const int GetU_IDSize = 9;
+
+        /// <summary>The length of the text that primes the buffer for BrenikGetMyFirm. The buffer
+        /// has two bytes more.</summary>
+        public const int FirmLength = 1000;
+
+#pragma warning disable 1591  // brenikdb.h describes the functions
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikInitialize([In] byte[] dataPath, int trace, int reserved);
+
+        [UnmanagedFunctionPointer(CallingConvention.Cdecl)]
+        public delegate BrenikCode BrenikShutDown();
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikAddedRecord(int table, int record);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikDeletedRecord(int table, int record);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikAddStart(int table, ref int inOut);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikAddEnd(int table, [In, Out] byte[] identifier);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikEditStart(int table, [In] byte[] identifier,
+                                                   ref int inOut);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikEditBegin(int table, int record, ref int inOut);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikSetField(int table, int record, [In] byte[] field,
+                                                  [In] byte[] text);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikEditEnd(int table, int record);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikGetMyFirm([In, Out] byte[] firm);
+
+        [UnmanagedFunctionPointer(CallingConvention.StdCall)]
+        public delegate BrenikCode BrenikGetU_ID(int table, [In] byte[] key,
+                                                 [In, Out] byte[] identifier);
+
+        public readonly BrenikInitialize Initialize;
+        public readonly BrenikShutDown ShutDown;
+        public readonly BrenikAddedRecord AddedRecord;
+        public readonly BrenikDeletedRecord DeletedRecord;
+        public readonly BrenikAddStart AddStart;
+        public readonly BrenikAddEnd AddEnd;
+        public readonly BrenikEditStart EditStart;
+        public readonly BrenikEditBegin EditBegin;
+        public readonly BrenikSetField SetField;
+        public readonly BrenikEditEnd EditEnd;
+        public readonly BrenikGetMyFirm GetMyFirm;
+        public readonly BrenikGetU_ID GetU_ID;
+#pragma warning restore 1591
+
+        /// <summary>Loads the library, which stays loaded until the process ends.</summary>
+        /// <param name="library">The path of the library. Empty: on Windows BrenikDB.dll beside the
+        /// program or where Windows searches, elsewhere libBrenikDB.so.0 where the system searches.
+        /// </param>
+        /// <exception cref="DllNotFoundException">The library is missing or cannot be loaded.
+        /// </exception>
+        /// <exception cref="BadImageFormatException">Library and process differ in their number of
+        /// bits.</exception>
+        /// <exception cref="EntryPointNotFoundException">The library lacks a function.</exception>
+        public Native(string library)
+        {
+            IntPtr loaded = Platform.Load(library);
+            Initialize = Bind<BrenikInitialize>(loaded);
+            ShutDown = Bind<BrenikShutDown>(loaded);
+            AddedRecord = Bind<BrenikAddedRecord>(loaded);
+            DeletedRecord = Bind<BrenikDeletedRecord>(loaded);
+            AddStart = Bind<BrenikAddStart>(loaded);
+            AddEnd = Bind<BrenikAddEnd>(loaded);
+            EditStart = Bind<BrenikEditStart>(loaded);
+            EditBegin = Bind<BrenikEditBegin>(loaded);
+            SetField = Bind<BrenikSetField>(loaded);
+            EditEnd = Bind<BrenikEditEnd>(loaded);
+            GetMyFirm = Bind<BrenikGetMyFirm>(loaded);
+            GetU_ID = Bind<BrenikGetU_ID>(loaded);
+        }
+
+        // The function has the name of its type.
+        private static T Bind<T>(IntPtr library) where T : class
+        {
+            IntPtr function = Platform.Find(library, typeof(T).Name);
+            if (function == IntPtr.Zero)
+            {
+                throw new EntryPointNotFoundException(
+                    "the library has no function " + typeof(T).Name + "; replace the library");
+            }
+            return (T)(object)Marshal.GetDelegateForFunctionPointer(function, typeof(T));
+        }
+    }
+
+    // What Windows and Linux do differently: loading a library and converting text.
+    internal static class Platform
+    {
+        public static readonly bool IsWindows = Path.DirectorySeparatorChar == '\\';
+
+        private const int SearchedPathLength = 32767;
+        private const int LoadNow = 2;
+        private const int MostBytesOfUnit = 8;  // of one UTF-16 unit in any code page, with room
+
+        // What iconv calls the code pages whose names are not "CP" and the number.
+        private static readonly Dictionary<int, string> LinuxNames = new Dictionary<int, string>
+        {
+            { 10000, "MACINTOSH" }, { 10006, "MACGREEK" }, { 10007, "MAC-CYRILLIC" },
+            { 10029, "MAC-CENTRALEUROPE" }, { 65001, "UTF-8" }
+        };
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Unicode, SetLastError = true)]
+        private static extern IntPtr LoadLibraryW(string path);
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Ansi, ExactSpelling = true)]
+        private static extern IntPtr GetProcAddress(IntPtr library, string name);
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
+        private static extern uint SearchPathW(string path, string file, string extension,
+                                               uint length, StringBuilder found, IntPtr filePart);
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
+        private static extern int MultiByteToWideChar(uint page, uint flags, byte[] bytes,
+                                                      int length, [Out] char[] text, int size);
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
+        private static extern int WideCharToMultiByte(uint page, uint flags, char[] text,
+                                                      int length, [Out] byte[] bytes, int size,
+                                                      IntPtr substitute, IntPtr substituted);
+
+        [DllImport("libdl.so.2", CharSet = CharSet.Ansi)]
+        private static extern IntPtr dlopen(byte[] path, int flags);
+
+        [DllImport("libdl.so.2", CharSet = CharSet.Ansi)]
+        private static extern IntPtr dlsym(IntPtr library, string name);
+
+        [DllImport("libdl.so.2")]
+        private static extern IntPtr dlerror();
+
+        [DllImport("libc.so.6", CharSet = CharSet.Ansi)]
+        private static extern IntPtr iconv_open(string to, string from);
+
+        [DllImport("libc.so.6")]
+        private static extern IntPtr iconv(IntPtr conversion, ref IntPtr input,
+                                           ref IntPtr inputLeft, ref IntPtr output,
+                                           ref IntPtr outputLeft);
+
+        [DllImport("libc.so.6")]
+        private static extern int iconv_close(IntPtr conversion);
+
+        public static IntPtr Load(string library)
+        {
+            string path = Locate(library);
+            RefuseOtherBits(path);
+            IntPtr loaded = IsWindows ? LoadLibraryW(path)
+                                      : dlopen(Encoding.UTF8.GetBytes(path + "\0"), LoadNow);
+            if (loaded == IntPtr.Zero)
+            {
+                string why = IsWindows ? "Windows error " + Marshal.GetLastWin32Error()
+                                       : Marshal.PtrToStringAnsi(dlerror());
+                throw new DllNotFoundException("cannot load " + path + ": " + why);
+            }
+            return loaded;
+        }
+
+        public static IntPtr Find(IntPtr library, string function) =>
+            IsWindows ? GetProcAddress(library, function) : dlsym(library, function);
+
+        private static string Locate(string library)
+        {
+            if (!IsWindows) return library.Length == 0 ? "libBrenikDB.so.0" : library;
+            if (library.Length != 0) return Path.GetFullPath(library);
+            const string name = "BrenikDB.dll";
+            string beside = Path.Combine(AppDomain.CurrentDomain.BaseDirectory, name);
+            if (File.Exists(beside)) return beside;
+            var found = new StringBuilder(SearchedPathLength);
+            if (SearchPathW(null, name, null, SearchedPathLength, found, IntPtr.Zero) == 0)
+            {
+                throw new DllNotFoundException(
+                    name + " is neither beside the program nor where Windows searches; copy it " +
+                    "to " + AppDomain.CurrentDomain.BaseDirectory);
+            }
+            return found.ToString();
+        }
+
+        // dlopen searches for a name without a folder and skips libraries with other bits itself.
+        private static void RefuseOtherBits(string path)
+        {
+            if (path.IndexOf(Path.DirectorySeparatorChar) < 0) return;
+            if (!File.Exists(path)) throw new DllNotFoundException("no such library: " + path);
+            int library = LibraryBits(path);
+            int process = IntPtr.Size * 8;
+            if (library == process) return;
+            throw new BadImageFormatException(
+                library == 0
+                    ? path + " is not a library that this system can load"
+                    : path + " has " + library + " bits, and this process has " + process +
+                      "; use the " + process + "-bit library, or build the program for " +
+                      (library == 32 ? "x86" : "x64"));
+        }
+
+        // The bits of a library from the class of an ELF file or the machine of a PE file; 0 if the
+        // file is neither, or not of this system.
+        private static int LibraryBits(string path)
+        {
+            const int elfClass = 4;
+            const int headerPointer = 0x3C;
+            const int machine = 4;
+            var start = new byte[0x400];
+            int size;
+            using (FileStream file = OpenShared(path)) size = ReadAll(file, start);
+            if (!IsWindows)
+            {
+                bool isElf = size > elfClass && start[0] == 0x7F && start[1] == 'E' &&
+                             start[2] == 'L' && start[3] == 'F';
+                return isElf ? 32 * start[elfClass] : 0;
+            }
+            if (size < headerPointer + 4 || start[0] != 'M' || start[1] != 'Z') return 0;
+            int header = BitConverter.ToInt32(start, headerPointer);
+            if (header < 0 || header > size - machine - 2) return 0;
+            switch (BitConverter.ToUInt16(start, header + machine))
+            {
+                case 0x014C: return 32;
+                case 0x8664: return 64;
+                case 0xAA64: return 64;
+                default: return 0;
+            }
+        }
+
+        public static FileStream OpenShared(string path) =>
+            new FileStream(path, FileMode.Open, FileAccess.Read,
+                           FileShare.ReadWrite | FileShare.Delete);
+
+        public static int ReadAll(Stream file, byte[] bytes)
+        {
+            int size = 0;
+            for (int count = 1; count > 0 && size < bytes.Length; size += count)
+                count = file.Read(bytes, size, bytes.Length - size);
+            return size;
+        }
+
+        // The bytes of a text in a code page, or null if the system finds that it does not fit. The
+        // system may also put another character; CodePage.Encode compares. Page 0 is the process's
+        // own on Windows.
+        public static byte[] ToBytes(string text, int page)
+        {
+            if (text.Length == 0) return new byte[0];
+            if (!IsWindows)
+            {
+                return Convert(LinuxName(page), "UTF-16LE", Encoding.Unicode.GetBytes(text),
+                               null);
+            }
+            var bytes = new byte[text.Length * MostBytesOfUnit];
+            int size = WideCharToMultiByte((uint)page, 0, text.ToCharArray(), text.Length, bytes,
+                                           bytes.Length, IntPtr.Zero, IntPtr.Zero);
+            Array.Resize(ref bytes, size);
+            return size == 0 ? null : bytes;
+        }
+
+        // The text of bytes in a code page. Never fails: for bytes without a character it has what
+        // Windows puts, elsewhere \xHH.
+        public static string ToText(byte[] bytes, int page)
+        {
+            if (bytes.Length == 0) return "";
+            if (!IsWindows)
+            {
+                return Encoding.Unicode.GetString(
+                    Convert("UTF-16LE", LinuxName(page), bytes, Escape));
+            }
+            var text = new char[bytes.Length * 2];
+            int length = MultiByteToWideChar((uint)page, 0, bytes, bytes.Length, text, text.Length);
+            return new string(text, 0, length);
+        }
+
+        private static byte[] Escape(byte undefined) =>
+            Encoding.Unicode.GetBytes("\\x" + undefined.ToString("x2"));
+
+        private static string LinuxName(int page) =>
+            LinuxNames.TryGetValue(page, out string name) ? name : "CP" + page;
+
+        // Converts with iconv. For each byte that it refuses, puts a substitute; without one, gives
+        // up and returns null.
+        private static byte[] Convert(string to, string from, byte[] given,
+                                      Func<byte, byte[]> substitute)
+        {
+            IntPtr conversion = iconv_open(to, from);
+            if (conversion == new IntPtr(-1))
+            {
+                throw new NotSupportedException(
+                    "this system does not convert " + from + " to " + to +
+                    "; pass another code page");
+            }
+            var result = new byte[given.Length * MostBytesOfUnit];
+            GCHandle givenPin = GCHandle.Alloc(given, GCHandleType.Pinned);
+            GCHandle resultPin = GCHandle.Alloc(result, GCHandleType.Pinned);
+            try
+            {
+                IntPtr input = givenPin.AddrOfPinnedObject();
+                IntPtr output = resultPin.AddrOfPinnedObject();
+                var inputLeft = new IntPtr(given.Length);
+                var outputLeft = new IntPtr(result.Length);
+                while (iconv(conversion, ref input, ref inputLeft, ref output, ref outputLeft) ==
+                       new IntPtr(-1))
+                {
+                    if (substitute == null) return null;
+                    byte[] put = substitute(Marshal.ReadByte(input));
+                    Marshal.Copy(put, 0, output, put.Length);
+                    output = IntPtr.Add(output, put.Length);
+                    outputLeft = IntPtr.Subtract(outputLeft, put.Length);
+                    input = IntPtr.Add(input, 1);
+                    inputLeft = IntPtr.Subtract(inputLeft, 1);
+                }
+                Array.Resize(ref result, result.Length - outputLeft.ToInt32());
+                return result;
+            }
+            finally
+            {
+                resultPin.Free();
+                givenPin.Free();
+                iconv_close(conversion);
+            }
+        }
+    }
+
+    // The code page of a practice: text to bytes and back.
+    internal sealed class CodePage
+    {
+        private const int Unmarked = 1252;
+        private const int PlaceOfMark = 29;  // in the header of a table
+        private const int Ansi = 0;          // the process's own page on Windows
+        private const int Utf8 = 65001;
+
+        // The code page that each mark in a table's header stands for.
+        private static readonly Dictionary<byte, int> Marks = new Dictionary<byte, int>
+        {
+            { 0x01, 437 }, { 0x02, 850 }, { 0x03, 1252 }, { 0x04, 10000 }, { 0x64, 852 },
+            { 0x65, 866 }, { 0x66, 865 }, { 0x67, 861 }, { 0x6A, 737 }, { 0x6B, 857 },
+            { 0x78, 950 }, { 0x79, 949 }, { 0x7A, 936 }, { 0x7B, 932 }, { 0x7C, 874 },
+            { 0x7D, 1255 }, { 0x7E, 1256 }, { 0x96, 10007 }, { 0x97, 10029 }, { 0x98, 10006 },
+            { 0xC8, 1250 }, { 0xC9, 1251 }, { 0xCA, 1254 }, { 0xCB, 1253 }, { 0xCC, 1257 },
+        };
+
+        private readonly int number;
+
+        public CodePage(int number)
+        {
+            this.number = number;
+            if (Platform.ToText(new byte[] { (byte)'A' }, number) == "A") return;
+            throw new NotSupportedException(
+                "Windows does not have the code page " + number + "; pass another code page");
+        }
+
+        // The page that the practice's contacts are marked with; null if their table is unreadable.
+        public static CodePage OfPractice(string folder)
+        {
+            try
+            {
+                string place = folder.Trim().Length == 0 ? "." : folder.Trim();
+                string table = Array.Find(Directory.GetFiles(place), IsNames);
+                if (table == null) return null;
+                var start = new byte[PlaceOfMark + 1];
+                using (FileStream file = Platform.OpenShared(table))
+                {
+                    if (Platform.ReadAll(file, start) < start.Length) return null;
+                }
+                return new CodePage(
+                    Marks.TryGetValue(start[PlaceOfMark], out int page) ? page : Unmarked);
+            }
+            catch (Exception failure) when (failure is IOException ||
+                                            failure is UnauthorizedAccessException)
+            {
+                return null;
+            }
+        }
+
+        private static bool IsNames(string path) =>
+            string.Equals(Path.GetFileName(path), "LAW1.DBF", StringComparison.OrdinalIgnoreCase);
+
+        // The bytes of a path with their NUL, as the library opens it.
+        public static byte[] EncodePath(string path) =>
+            Encode(path, "dataPath", Platform.IsWindows ? Ansi : Utf8,
+                   "the code page of this process");
+
+        // The bytes of a text, with their NUL.
+        public byte[] Encode(string text, string name) =>
+            Encode(text, name, number, "the practice's code page " + number);
+
+        public string Decode(byte[] bytes, int length)
+        {
+            var text = new byte[length];
+            Array.Copy(bytes, text, length);
+            return Platform.ToText(text, number);
+        }
+
+        // The text must come back from its bytes: some systems put a similar character for one that
+        // the page does not have.
+        private static byte[] Encode(string text, string name, int page, string nameOfPage)
+        {
+            if (text == null) throw new ArgumentNullException(name);
+            if (text.IndexOf('\0') >= 0)
+            {
+                throw new ArgumentException("the text contains a NUL: remove it", name);
+            }
+            if (!ComesBack(text, page, out byte[] bytes))
+            {
+                throw new ArgumentException(
+                    nameOfPage + " has no character " + FirstMissing(text, page) + " of \"" + text +
+                    "\": replace it", name);
+            }
+            Array.Resize(ref bytes, bytes.Length + 1);
+            return bytes;
+        }
+
+        private static bool ComesBack(string text, int page, out byte[] bytes)
+        {
+            bytes = Platform.ToBytes(text, page);
+            return bytes != null && Platform.ToText(bytes, page) == text;
+        }
+
+        private static string FirstMissing(string text, int page)
+        {
+            for (int i = 0; i < text.Length; i += 1)
+            {
+                bool isPair = char.IsSurrogatePair(text, i);
+                if (!ComesBack(text.Substring(i, isPair ? 2 : 1), page, out byte[] _))
+                {
+                    return "U+" + (isPair ? char.ConvertToUtf32(text, i) : text[i]).ToString("X4");
+                }
+                if (isPair) i += 1;
+            }
+            return "of this sequence";
+        }
+    }
+
+    // The user's fault file, in which the library writes the reason of some failures as a line
+    // "time TAB call TAB reason". Reading it never fails a call.
+    internal sealed class FaultFile
+    {
+        private const string Folder = "BrenikDB";
+        private readonly string path = Find();
+        private long seen;
+
+        public FaultFile()
+        {
+            Added();
+        }
+
+        // The reason of a failure that just happened; empty if the library wrote none.
+        public string ReasonOf(BrenikCode code)
+        {
+            string[] lines = Added().Split('\n');
+            if (!HasReason(code)) return "";
+            for (int i = lines.Length - 1; i >= 0; --i)
+            {
+                string[] columns = lines[i].TrimEnd('\r').Split(new[] { '\t' }, 3);
+                if (columns.Length == 3) return columns[2];
+            }
+            return "";
+        }
+
+        private static bool HasReason(BrenikCode code) =>
+            (code >= BrenikCode.DataFilesMissing && code <= BrenikCode.TableNotOpened) ||
+            (code >= BrenikCode.AdditionNotStamped && code <= BrenikCode.DeletionNotStamped) ||
+            code == BrenikCode.Fault;
+
+        // What was written since the last time. The library renames a file that has grown too long;
+        // the new file is shorter and is read from its beginning.
+        private string Added()
+        {
+            try
+            {
+                using (FileStream file = Platform.OpenShared(path))
+                {
+                    long size = file.Length;
+                    file.Position = seen <= size ? seen : 0;
+                    var bytes = new byte[size - file.Position];
+                    Array.Resize(ref bytes, Platform.ReadAll(file, bytes));
+                    seen = size;
+                    return Decode(bytes);
+                }
+            }
+            catch (Exception)
+            {
+                seen = 0;
+                return "";
+            }
+        }
+
+        private static string Decode(byte[] bytes)
+        {
+            try
+            {
+                return new UTF8Encoding(false, true).GetString(bytes);
+            }
+            catch (DecoderFallbackException)
+            {
+                return Platform.IsWindows ? Platform.ToText(bytes, 0)
+                                          : Encoding.UTF8.GetString(bytes);
+            }
+        }
+
+        private static string Find()
+        {
+            string chosen = Environment.GetEnvironmentVariable("BRENIK_FAULTS");
+            if (!string.IsNullOrEmpty(chosen)) return chosen;
+            string home = Environment.GetEnvironmentVariable(Platform.IsWindows ? "LOCALAPPDATA"
+                                                                                : "HOME");
+            return Path.Combine(home ?? "", Platform.IsWindows ? Folder : ".brenik", "Faults.log");
+        }
+    }
+
+    /// <summary>A practice that is open. A process has one session at a time, and the library
+    /// serves one thread at a time.</summary>
+    /// <remarks>Every method can throw BrenikError with Fault and NotRegistered, and with
+    /// AlreadyShutDown after ShutDown or Dispose. It throws ArgumentException, and calls nothing,
+    /// if a text contains a NUL or a character that the practice's code page does not have. In a
+    /// result, a byte without a character becomes \xHH; on Windows, what Windows puts.</remarks>
+    public sealed class Session : IDisposable
+    {
+        private static bool isAnyOpen;
+
+        private readonly Native native;
+        private readonly CodePage page;
+        private readonly FaultFile faults = new FaultFile();
+        private bool isOpen;
+
+        /// <summary>Loads the library and opens a practice.</summary>
+        /// <param name="dataPath">The folder of the practice; blank for the current one. On Windows
+        /// it must fit the process's ANSI code page.</param>
+        /// <param name="trace">Write every call to Trace.Log in the folder.</param>
+        /// <param name="library">The path of the library; empty: see Native.</param>
+        /// <param name="codePage">The number of the practice's code page; 0: the one that LAW1.DBF
+        /// is marked with, or 1252 without a known mark.</param>
+        /// <exception cref="BrenikError">DataFilesMissing, IndexFilesMissing, SystemTableNotOpened,
+        /// TableNotOpened.</exception>
+        /// <exception cref="InvalidOperationException">Another session is open, or the code page
+        /// cannot be read.</exception>
+        /// <exception cref="NotSupportedException">The system does not have the code page.
+        /// </exception>
+        public Session(string dataPath, bool trace = false, string library = "", int codePage = 0)
+        {
+            if (isAnyOpen)
+            {
+                throw new InvalidOperationException(
+                    "a session is already open in this process; shut it down first");
+            }
+            byte[] path = CodePage.EncodePath(dataPath);
+            page = codePage == 0 ? CodePage.OfPractice(dataPath) : new CodePage(codePage);
+            native = new Native(library);
+            isAnyOpen = isOpen = true;
+            try
+            {
+                Check("BrenikInitialize", native.Initialize(path, trace ? 1 : 0, 0));
+                if (page == null)
+                {
+                    throw new InvalidOperationException(
+                        "cannot read the code page from LAW1.DBF in \"" + dataPath +
+                        "\"; pass the code page");
+                }
+            }
+            catch
+            {
+                Dispose();
+                throw;
+            }
+        }
+
+        /// <summary>Shuts the session down if it is open. Throws nothing.</summary>
+        public void Dispose()
+        {
+            if (isOpen) Close();
+        }
+
+        /// <summary>Closes every table and releases every lock. The session is shut down
+        /// afterwards, even if this throws.</summary>
+        /// <exception cref="BrenikError">AlreadyShutDown.</exception>
+        public void ShutDown()
+        {
+            Check("BrenikShutDown", isOpen ? Close() : BrenikCode.AlreadyShutDown);
+        }
+
+        private BrenikCode Close()
+        {
+            isAnyOpen = isOpen = false;
+            return native.ShutDown();
+        }
+
+        /// <summary>Notes in the change journal that the host itself has appended a record, and
+        /// makes that record current.</summary>
+        /// <exception cref="BrenikError">BadTable, BadRecord, AdditionNotStamped.</exception>
+        public void AddedRecord(int table, int record)
+        {
+            Call("BrenikAddedRecord", () => native.AddedRecord(table, record));
+        }
+
+        /// <summary>Notes in the change journal that the host itself has marked a record deleted,
+        /// and makes that record current.</summary>
+        /// <exception cref="BrenikError">BadTable, BadRecord, DeletionNotStamped.</exception>
+        public void DeletedRecord(int table, int record)
+        {
+            Call("BrenikDeletedRecord", () => native.DeletedRecord(table, record));
+        }
+
+        /// <summary>Starts a new record with empty fields. A second Start replaces the first.
+        /// </summary>
+        /// <exception cref="BrenikError">BadTable.</exception>
+        public void AddStart(int table)
+        {
+            int number = 0;
+            Call("BrenikAddStart", () => native.AddStart(table, ref number));
+        }
+
+        /// <summary>Appends the new record and returns its identifier.</summary>
+        /// <param name="table">The table that AddStart named.</param>
+        /// <param name="contact">For a matter: the identifier of the contact to link it to.</param>
+        /// <exception cref="BrenikError">NotCurrent, AppendFailed, DuplicateCode (table 7); for a
+        /// matter also IdentifierNotFound and TableNotOpened. BrenikError.Identifier says whether a
+        /// record exists: do not add a matter again that has one.</exception>
+        public string AddEnd(int table, string contact = "")
+        {
+            byte[] given = page.Encode(contact, "contact");
+            if (given.Length != 1 && given.Length != Native.AddEndSize)
+            {
+                throw new ArgumentException(
+                    "\"" + contact + "\" is not an identifier: pass " + Native.IdentifierLength +
+                    " characters or none", "contact");
+            }
+            var buffer = new byte[Native.AddEndSize];
+            given.CopyTo(buffer, 0);
+            BrenikCode code = Run(() => native.AddEnd(table, buffer));
+            string identifier = page.Decode(buffer, Native.IdentifierLength).TrimEnd(' ', '\0');
+            Check("BrenikAddEnd", code, NamesRecord(code) ? identifier : "");
+            return identifier;
+        }
+
+        // After the other codes the buffer has the text on entry or blanks.
+        private static bool NamesRecord(BrenikCode code) =>
+            code == BrenikCode.TableNotOpened || code == BrenikCode.IdentifierNotFound ||
+            code == BrenikCode.AppendFailed || code == BrenikCode.DuplicateCode;
+
+        /// <summary>Starts an edit of the record with an identifier, or of the first one whose
+        /// identifier begins with the text. Pass record 0 to SetField and EditEnd, and make no
+        /// other call in between.</summary>
+        /// <exception cref="BrenikError">BadTable, IdentifierNotFound.</exception>
+        public void EditStart(int table, string identifier)
+        {
+            byte[] bytes = page.Encode(identifier, "identifier");
+            int number = 0;
+            Call("BrenikEditStart", () => native.EditStart(table, bytes, ref number));
+        }
+
+        /// <summary>Starts an edit of a record by its number. The record may be deleted.</summary>
+        /// <exception cref="BrenikError">BadTable, BadRecord.</exception>
+        public void EditBegin(int table, int record)
+        {
+            int number = 0;
+            Call("BrenikEditBegin", () => native.EditBegin(table, record, ref number));
+        }
+
+        /// <summary>Sets one field of the transaction. The library converts the text to the field's
+        /// type; text that does not convert becomes 0, the empty date or false, without an error.
+        /// </summary>
+        /// <param name="table">The table that the Start named.</param>
+        /// <param name="record">The record of the transaction; 0 for the current one, and for a new
+        /// record.</param>
+        /// <param name="field">The field's name, in any case.</param>
+        /// <param name="text">A number with a decimal point; a date as MM/DD/YYYY or YYYYMMDD; "Y",
+        /// "T" or "1" for true.</param>
+        /// <exception cref="BrenikError">NotCurrent, BadRecord, UnknownField.</exception>
+        public void SetField(int table, int record, string field, string text)
+        {
+            byte[] name = page.Encode(field, "field");
+            byte[] bytes = page.Encode(text, "text");
+            Call("BrenikSetField", () => native.SetField(table, record, name, bytes));
+        }
+
+        /// <summary>Writes the whole edited record under a lock, and notes in the change journal
+        /// which fields changed. The transaction stays, so that the host can repeat a refused call.
+        /// </summary>
+        /// <exception cref="BrenikError">NotCurrent, BadRecord, LockRefused, EditNotStamped.
+        /// </exception>
+        public void EditEnd(int table, int record = 0)
+        {
+            Call("BrenikEditEnd", () => native.EditEnd(table, record));
+        }
+
+        /// <summary>Returns the 23 items that describe the practice's own contact; none if the
+        /// practice names no such contact.</summary>
+        /// <exception cref="BrenikError">Only Fault and NotRegistered.</exception>
+        public string[] GetMyFirm()
+        {
+            var buffer = new byte[Native.FirmLength + 2];
+            Prime(buffer, Native.FirmLength);
+            Call("BrenikGetMyFirm", () => native.GetMyFirm(buffer));
+            string firm = page.Decode(buffer, Array.IndexOf(buffer, (byte)0));
+            int end = firm.LastIndexOf('|');  // one byte of the blanks follows it
+            return end < 0 ? new string[0] : firm.Substring(0, end).Split('|');
+        }
+
+        /// <summary>Returns the identifier of the contact with an ID (table 1) or of the matter
+        /// with a case number (table 3), in any letter case. Makes its record current.</summary>
+        /// <exception cref="BrenikError">BadTable, KeyNotFound.</exception>
+        public string GetU_ID(int table, string key)
+        {
+            byte[] bytes = page.Encode(key, "key");
+            var buffer = new byte[Native.GetU_IDSize];
+            Prime(buffer, Native.IdentifierLength);
+            Call("BrenikGetU_ID", () => native.GetU_ID(table, bytes, buffer));
+            return page.Decode(buffer, Native.IdentifierLength).TrimEnd(' ');
+        }
+
+        // The library writes no more than the length of the text that it finds in a buffer.
+        private static void Prime(byte[] buffer, int length)
+        {
+            for (int i = 0; i < length; ++i) buffer[i] = (byte)' ';
+        }
+
+        private void Call(string function, Func<BrenikCode> call)
+        {
+            Check(function, Run(call));
+        }
+
+        private BrenikCode Run(Func<BrenikCode> call) =>
+            isOpen ? call() : BrenikCode.AlreadyShutDown;
+
+        private void Check(string function, BrenikCode code, string identifier = "")
+        {
+            if (code == BrenikCode.Success) return;
+            throw new BrenikError(function, code, identifier, faults.ReasonOf(code));
+        }
+    }
+}
