@@ -167,14 +167,16 @@ namespace BrenikDB
         public const int IdentifierLength = 7;
 
         /// <summary>The size of the buffer for BrenikAddEnd.</summary>
-        public const int AddEndSize = 8;
+        public const int AddEndBuffer = 8;
 
         /// <summary>The size of the buffer for BrenikGetU_ID.</summary>
-        public const int GetU_IDSize = 9;
+        public const int GetU_IDBuffer = 9;
 
-        /// <summary>The length of the text that primes the buffer for BrenikGetMyFirm. The buffer
-        /// has two bytes more.</summary>
+        /// <summary>The length of the text that primes the buffer for BrenikGetMyFirm.</summary>
         public const int FirmLength = 1000;
+
+        /// <summary>The size of that buffer.</summary>
+        public const int FirmBuffer = 1002;
 
 #pragma warning disable 1591  // brenikdb.h describes the functions
         [UnmanagedFunctionPointer(CallingConvention.StdCall)]
@@ -795,13 +797,13 @@ namespace BrenikDB
         public string AddEnd(int table, string contact = "")
         {
             byte[] given = page.Encode(contact, "contact");
-            if (given.Length != 1 && given.Length != Native.AddEndSize)
+            if (given.Length != 1 && given.Length != Native.AddEndBuffer)
             {
                 throw new ArgumentException(
                     "\"" + contact + "\" is not an identifier: pass " + Native.IdentifierLength +
                     " characters or none", "contact");
             }
-            var buffer = new byte[Native.AddEndSize];
+            var buffer = new byte[Native.AddEndBuffer];
             given.CopyTo(buffer, 0);
             BrenikCode code = Run(() => native.AddEnd(table, buffer));
             string identifier = page.Decode(buffer, Native.IdentifierLength).TrimEnd(' ', '\0');
@@ -865,7 +867,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">Only Fault and NotRegistered.</exception>
         public string[] GetMyFirm()
         {
-            var buffer = new byte[Native.FirmLength + 2];
+            var buffer = new byte[Native.FirmBuffer];
             Prime(buffer, Native.FirmLength);
             Call("BrenikGetMyFirm", () => native.GetMyFirm(buffer));
             string firm = page.Decode(buffer, Array.IndexOf(buffer, (byte)0));
@@ -879,7 +881,7 @@ namespace BrenikDB
         public string GetU_ID(int table, string key)
         {
             byte[] bytes = page.Encode(key, "key");
-            var buffer = new byte[Native.GetU_IDSize];
+            var buffer = new byte[Native.GetU_IDBuffer];
             Prime(buffer, Native.IdentifierLength);
             Call("BrenikGetU_ID", () => native.GetU_ID(table, bytes, buffer));
             return page.Decode(buffer, Native.IdentifierLength).TrimEnd(' ');
