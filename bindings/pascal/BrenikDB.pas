@@ -373,6 +373,9 @@ end;
 
 {$IFDEF MSWINDOWS}
 
+type
+  TLoaded = HMODULE;
+
 const
   LongestText = 32767;  // of a path or a variable of the environment
 
@@ -414,6 +417,7 @@ function EnvironmentText(const Name: TBrenikText): TBrenikText;
 var
   Size: LongWord;
 begin
+  Result := '';
   SetLength(Result, LongestText);
   Size := GetEnvironmentVariableW(PWideChar(Name), PWideChar(Result), LongestText);
   SetLength(Result, Size);
@@ -432,6 +436,7 @@ function ToBytes(const Text: TBrenikText; Page: Integer; out Bytes: TBrenikBytes
 var
   Size: Integer;
 begin
+  Bytes := nil;
   SetLength(Bytes, Length(Text) * MostBytesOfUnit);
   Result := Text = '';
   if Result then
@@ -447,6 +452,7 @@ function ToText(const Bytes: TBrenikBytes; Page: Integer): TBrenikText;
 var
   Size: Integer;
 begin
+  Result := '';
   SetLength(Result, Length(Bytes) * 2);
   if Length(Bytes) = 0 then
     Exit;
@@ -457,17 +463,19 @@ end;
 
 function LibraryIn(const Path: TBrenikText): TBrenikText;
 var
+  Name: TBrenikText;
   Size: LongWord;
 begin
-  Result := Path;
-  if Path <> '' then
-    Exit;
+  Name := Path;
+  if Path = '' then
+    Name := 'BrenikDB.dll';
+  Result := '';
   SetLength(Result, LongestText);
-  Size := SearchPathOfWindows(nil, 'BrenikDB.dll', nil, LongestText, PWideChar(Result), nil);
+  Size := SearchPathOfWindows(nil, PWideChar(Name), nil, LongestText, PWideChar(Result), nil);
   SetLength(Result, Size);
   if Size = 0 then
-    raise EBrenik.Create('BrenikDB.dll is neither beside the program nor where Windows searches; ' +
-      'copy it beside the program');
+    raise EBrenik.Create('cannot find ' + Name + ': it must be beside the program or where ' +
+      'Windows searches, or the program must pass its path');
 end;
 
 // The bits of a library from its machine; 0 if it is no library of this system.
@@ -490,21 +498,22 @@ begin
   end;
 end;
 
-function LoadPath(const Path: TBrenikText): Pointer;
+function LoadPath(const Path: TBrenikText): TLoaded;
 begin
-  Result := Pointer(LoadLibraryW(PWideChar(Path)));
-  if Result = nil then
+  Result := LoadLibraryW(PWideChar(Path));
+  if Result = 0 then
     raise EBrenik.Create('cannot load ' + Path + ': Windows error ' + NumberText(GetLastError));
 end;
 
-function FindFunction(Loaded: Pointer; const Name: AnsiString): Pointer;
+function FindFunction(Loaded: TLoaded; const Name: AnsiString): Pointer;
 begin
-  Result := GetProcAddress(HMODULE(Loaded), PAnsiChar(Name));
+  Result := GetProcAddress(Loaded, PAnsiChar(Name));
 end;
 
 {$ELSE}
 
 type
+  TLoaded = Pointer;
   TIconv = Pointer;
 
 function iconv_open(ToCode, FromCode: PAnsiChar): TIconv; cdecl; external 'c';
@@ -671,14 +680,14 @@ begin
     Result := 32 * Ord(Start[PlaceOfClass]);
 end;
 
-function LoadPath(const Path: TBrenikText): Pointer;
+function LoadPath(const Path: TBrenikText): TLoaded;
 begin
   Result := dlopen(PAnsiChar(SystemText(Path)), RTLD_NOW);
   if Result = nil then
     raise EBrenik.Create('cannot load ' + Path + ': ' + UTF8Decode(dlerror()));
 end;
 
-function FindFunction(Loaded: Pointer; const Name: AnsiString): Pointer;
+function FindFunction(Loaded: TLoaded; const Name: AnsiString): Pointer;
 begin
   Result := dlsym(Loaded, PAnsiChar(Name));
 end;
@@ -714,7 +723,7 @@ end;
 function BrenikLoad(const LibraryPath: TBrenikText): TBrenikFunctions;
 var
   Path: TBrenikText;
-  Loaded: Pointer;
+  Loaded: TLoaded;
 
   function Bound(const Name: AnsiString): Pointer;
   begin
@@ -756,24 +765,29 @@ begin
   Result := ToBytes(Text, Page, Bytes) and (ToText(Bytes, Page) = Text);
 end;
 
+// The first character of a text that does not come back, as U+ and its number.
 function FirstMissing(const Text: TBrenikText; Page: Integer): TBrenikText;
 var
-  I, Units: Integer;
+  I, Units, Number: Integer;
   Bytes: TBrenikBytes;
 begin
   I := 1;
   while I <= Length(Text) do
   begin
     Units := 1;
-    if (I < Length(Text)) and (Ord(Text[I]) and $FC00 = $D800) and
+    Number := Ord(Text[I]);
+    if (I < Length(Text)) and (Number and $FC00 = $D800) and
       (Ord(Text[I + 1]) and $FC00 = $DC00) then
+    begin
       Units := 2;
-    Result := Copy(Text, I, Units);
-    if not ComesBack(Result, Page, Bytes) then
+      Number := $10000 + (Number and $3FF) * $400 + (Ord(Text[I + 1]) and $3FF);
+    end;
+    Result := 'U+' + TBrenikText(IntToHex(Number, 4));
+    if not ComesBack(Copy(Text, I, Units), Page, Bytes) then
       Exit;
     Inc(I, Units);
   end;
-  Result := Text;
+  Result := 'of this sequence';
 end;
 
 // The bytes of a text with their NUL. The text must come back from its bytes: some systems put a
@@ -784,8 +798,8 @@ begin
   if Pos(TBrenikText(#0), Text) > 0 then
     raise EBrenik.Create(Name + ': the text contains a NUL: remove it');
   if not ComesBack(Text, Page, Result) then
-    raise EBrenik.Create(Name + ': ' + NameOfPage + ' has no character "' +
-      FirstMissing(Text, Page) + '" of "' + Text + '": replace it');
+    raise EBrenik.Create(Name + ': ' + NameOfPage + ' has no character ' +
+      FirstMissing(Text, Page) + ' of "' + Text + '": replace it');
   SetLength(Result, Length(Result) + 1);
   Result[High(Result)] := #0;
 end;

@@ -60,10 +60,12 @@ var
   Command: TBrenikText;
   Start: STARTUPINFOW;
   Process: PROCESS_INFORMATION;
-  Code: LongWord;
+  Code: DWORD;
 begin
   Command := '"' + Tool + '" journal "' + Folder + '" --limit 3';
   FillChar(Start, SizeOf(Start), 0);
+  FillChar(Process, SizeOf(Process), 0);
+  Code := 1;
   Start.cb := SizeOf(Start);
   if not CreateProcessW(nil, PWideChar(Command), nil, nil, True, 0, nil, nil, Start, Process) then
     raise EBrenik.Create('cannot run ' + Tool);
