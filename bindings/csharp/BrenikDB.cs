@@ -323,6 +323,11 @@ namespace BrenikDB
                                            ref IntPtr inputLeft, ref IntPtr output,
                                            ref IntPtr outputLeft);
 
+        [DllImport("libc.so.6", EntryPoint = "iconv")]
+        private static extern IntPtr iconv_finish(IntPtr conversion, IntPtr noInput,
+                                                  IntPtr noInputLeft, ref IntPtr output,
+                                                  ref IntPtr outputLeft);
+
         [DllImport("libc.so.6")]
         private static extern int iconv_close(IntPtr conversion);
 
@@ -457,7 +462,7 @@ namespace BrenikDB
             LinuxNames.TryGetValue(page, out string name) ? name : "CP" + page;
 
         // Converts with iconv. For each byte that it refuses, puts a substitute; without one, gives
-        // up and returns null.
+        // up and returns null. In page 1255, iconv keeps a letter back to compose it with a point.
         private static byte[] Convert(string to, string from, byte[] given,
                                       Func<byte, byte[]> substitute)
         {
@@ -481,6 +486,7 @@ namespace BrenikDB
                        new IntPtr(-1))
                 {
                     if (substitute == null) return null;
+                    iconv_finish(conversion, IntPtr.Zero, IntPtr.Zero, ref output, ref outputLeft);
                     byte[] put = substitute(Marshal.ReadByte(input));
                     Marshal.Copy(put, 0, output, put.Length);
                     output = IntPtr.Add(output, put.Length);
@@ -488,6 +494,7 @@ namespace BrenikDB
                     input = IntPtr.Add(input, 1);
                     inputLeft = IntPtr.Subtract(inputLeft, 1);
                 }
+                iconv_finish(conversion, IntPtr.Zero, IntPtr.Zero, ref output, ref outputLeft);
                 Array.Resize(ref result, result.Length - outputLeft.ToInt32());
                 return result;
             }
@@ -570,8 +577,9 @@ namespace BrenikDB
             return Platform.ToText(text, number);
         }
 
-        // The text must come back from its bytes: some systems put a similar character for one that
-        // the page does not have.
+        // Every character must come back from its bytes: some systems put a similar one for one that
+        // the page does not have. A whole text can come back with other characters of the same
+        // meaning, such as a composed letter.
         private static byte[] Encode(string text, string name, int page, string nameOfPage)
         {
             if (text == null) throw new ArgumentNullException(name);
@@ -581,9 +589,13 @@ namespace BrenikDB
             }
             if (!ComesBack(text, page, out byte[] bytes))
             {
-                throw new ArgumentException(
-                    nameOfPage + " has no character " + FirstMissing(text, page) + " of \"" + text +
-                    "\": replace it", name);
+                string missing = FirstMissing(text, page);
+                if (missing != null)
+                {
+                    throw new ArgumentException(
+                        nameOfPage + " has no character " + missing + " of \"" + text +
+                        "\": replace it", name);
+                }
             }
             Array.Resize(ref bytes, bytes.Length + 1);
             return bytes;
@@ -595,6 +607,7 @@ namespace BrenikDB
             return bytes != null && Platform.ToText(bytes, page) == text;
         }
 
+        // The first character that does not come back, as U+ and its number; null if all do.
         private static string FirstMissing(string text, int page)
         {
             for (int i = 0; i < text.Length; i += 1)
@@ -606,7 +619,7 @@ namespace BrenikDB
                 }
                 if (isPair) i += 1;
             }
-            return "of this sequence";
+            return null;
         }
     }
 

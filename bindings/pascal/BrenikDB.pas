@@ -601,7 +601,8 @@ begin
   end;
 end;
 
-// Converts bytes. Where iconv refuses a byte, writes \xHH in UTF-16 if Escaping, else gives up.
+// Converts bytes. Where iconv refuses a byte, writes \xHH in UTF-16 if Escaping, else gives up. In
+// page 1255, iconv keeps a letter back to compose it with a point, until a call without input.
 function Convert(const ToCode, FromCode: AnsiString; const Given: TBrenikBytes; Escaping: Boolean;
   out Converted: TBrenikBytes): Boolean;
 var
@@ -627,6 +628,7 @@ begin
     Result := Escaping;
     if not Escaping then
       Break;
+    iconv(Conversion, nil, nil, @Output, @OutputLeft);
     Escape := '\x' + TBrenikText(LowerCase(IntToHex(Ord(Input^), 2)));
     Move(Escape[1], Output^, Length(Escape) * SizeOf(WideChar));
     Inc(Output, Length(Escape) * SizeOf(WideChar));
@@ -634,6 +636,7 @@ begin
     Inc(Input);
     Dec(InputLeft);
   end;
+  iconv(Conversion, nil, nil, @Output, @OutputLeft);
   SetLength(Converted, Length(Converted) - Integer(OutputLeft));
   iconv_close(Conversion);
 end;
@@ -765,7 +768,7 @@ begin
   Result := ToBytes(Text, Page, Bytes) and (ToText(Bytes, Page) = Text);
 end;
 
-// The first character of a text that does not come back, as U+ and its number.
+// The first character that does not come back, as U+ and its number; empty if all do.
 function FirstMissing(const Text: TBrenikText; Page: Integer): TBrenikText;
 var
   I, Units, Number: Integer;
@@ -787,19 +790,25 @@ begin
       Exit;
     Inc(I, Units);
   end;
-  Result := 'of this sequence';
+  Result := '';
 end;
 
-// The bytes of a text with their NUL. The text must come back from its bytes: some systems put a
-// similar character for one that the page does not have.
+// The bytes of a text with their NUL. Every character must come back from its bytes: some systems
+// put a similar one for one that the page does not have. A whole text can come back with other
+// characters of the same meaning, such as a composed letter.
 function Encode(const Text, Name: TBrenikText; Page: Integer;
   const NameOfPage: TBrenikText): TBrenikBytes;
+var
+  Missing: TBrenikText;
 begin
   if Pos(TBrenikText(#0), Text) > 0 then
     raise EBrenik.Create(Name + ': the text contains a NUL: remove it');
+  Missing := '';
   if not ComesBack(Text, Page, Result) then
-    raise EBrenik.Create(Name + ': ' + NameOfPage + ' has no character ' +
-      FirstMissing(Text, Page) + ' of "' + Text + '": replace it');
+    Missing := FirstMissing(Text, Page);
+  if Missing <> '' then
+    raise EBrenik.Create(Name + ': ' + NameOfPage + ' has no character ' + Missing + ' of "' +
+      Text + '": replace it');
   SetLength(Result, Length(Result) + 1);
   Result[High(Result)] := #0;
 end;
