@@ -243,7 +243,7 @@ class Converter {
     UINT page_;
 };
 
-// Null if the library cannot be loaded.
+// A library that is loaded, and stays so.
 class Handle {
   public:
     explicit Handle(const std::string& path) : handle_(LoadLibraryW(native_path(path).c_str())) {
@@ -251,9 +251,6 @@ class Handle {
         throw std::runtime_error(path + ": cannot be loaded (Windows error " +
                                  std::to_string(GetLastError()) + "): check the path");
     }
-    ~Handle() { FreeLibrary(handle_); }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
 
     using Function = void (*)();
     [[nodiscard]] Function find(const char* name) const {
@@ -350,15 +347,13 @@ class Converter {
     iconv_t encoder_;
 };
 
+// A library that is loaded, and stays so.
 class Handle {
   public:
     explicit Handle(const std::string& path)
         : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
         if (handle_ == nullptr) throw std::runtime_error(dlerror());
     }
-    ~Handle() { dlclose(handle_); }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
 
     using Function = void (*)();
     [[nodiscard]] Function find(const char* name) const {
@@ -417,31 +412,32 @@ inline constexpr MarkedPage kCodePages[] = {
 inline constexpr unsigned kUnmarkedPage = 1252;
 inline constexpr std::size_t kPlaceOfMark = 29;
 
-inline bool is_law1(const std::filesystem::path& file) {
+inline bool is_law1(const std::filesystem::path& name_of_file) {
     std::string name;
-    for (const auto c : file.filename().native()) {
+    for (const auto c : name_of_file.native()) {
         const bool is_small = c >= 'a' && c <= 'z';
         name += c > 0 && c <= 'z' ? static_cast<char>(is_small ? c - 'a' + 'A' : c) : '?';
     }
     return name == "LAW1.DBF";
 }
 
-// The number of the code page that the practice's contacts are marked with. If the file cannot be
-// read, the library will say what is missing.
-inline unsigned marked_page(const std::string& folder) {
+// The number of the code page that the practice's contacts are marked with; nothing if they cannot
+// be read.
+inline std::optional<unsigned> marked_page(const std::string& folder) {
     const bool is_blank = folder.find_first_not_of(' ') == std::string::npos;
     std::error_code failed;
     std::filesystem::directory_iterator entry(native_path(is_blank ? "." : folder), failed);
     for (; !failed && entry != std::filesystem::directory_iterator(); entry.increment(failed)) {
-        if (!is_law1(entry->path())) continue;
+        if (!is_law1(entry->path().filename())) continue;
         std::ifstream table(entry->path(), std::ios::binary);
         std::array<char, kPlaceOfMark + 1> header{};
-        table.read(header.data(), header.size());
+        if (!table.read(header.data(), header.size())) return std::nullopt;
         for (const MarkedPage& each : kCodePages) {
             if (each.mark == static_cast<std::uint8_t>(header[kPlaceOfMark])) return each.page;
         }
+        return kUnmarkedPage;
     }
-    return kUnmarkedPage;
+    return std::nullopt;
 }
 
 // Converts texts between UTF-8 and a code page.
@@ -547,6 +543,7 @@ class Reasons {
             const std::size_t second = tab == std::string::npos ? tab : line.find('\t', tab + 1);
             if (second != std::string::npos) last = line.substr(second + 1);
         }
+        if (!last.empty() && last.back() == '\r') last.pop_back();
         return text_of_fault_file(last);
     }
 
@@ -573,7 +570,7 @@ class Reasons {
 //         system searches; on Linux libBrenikDB.so.0 where the system searches
 // Throws std::runtime_error if the library is missing, is no library of this system, has another
 // number of bits than the program, or lacks a function. The bits are compared before it is loaded,
-// if its place is known. The destructor unloads it: shut the session down first.
+// if its place is known. It stays loaded.
 class Library {
   public:
     explicit Library(const std::string& path) : path_(checked(path)), handle_(path_) {}
@@ -636,12 +633,14 @@ class Session {
     //   code_page  the number of the practice's code page, such as 850; 0: the page that LAW1.DBF
     //              is marked with, or 1252 if it has no mark or an unknown one
     // kDataFilesMissing, kIndexFilesMissing, kSystemTableNotOpened, kTableNotOpened. Also throws
-    // std::runtime_error if the library cannot be loaded, std::invalid_argument if a path or page
-    // does not suit, and std::logic_error if the process has an open session.
+    // std::runtime_error if the library cannot be loaded or the mark cannot be read,
+    // std::invalid_argument if a path or page does not suit, and std::logic_error if the process
+    // has an open session.
     explicit Session(const std::string& data_path, bool trace = false,
                      const std::string& library = {}, unsigned code_page = 0)
         : library_(when_none_is_open(library)),
-          page_(code_page != 0 ? code_page : detail::marked_page(data_path)) {
+          marked_page_(code_page != 0 ? code_page : detail::marked_page(data_path)),
+          page_(marked_page_.value_or(detail::kUnmarkedPage)) {
         if (data_path.find('\0') != std::string::npos) {
             throw std::invalid_argument("data_path: the path has a NUL: remove it");
         }
@@ -650,6 +649,12 @@ class Session {
         if (code != kSuccess) {
             library_.BrenikShutDown();
             require("BrenikInitialize", code);
+        }
+        if (!marked_page_) {
+            library_.BrenikShutDown();
+            throw std::runtime_error(data_path +
+                                     ": the code page cannot be read from LAW1.DBF: "
+                                     "spell the folder as the system does, or pass code_page");
         }
         is_open_ = any_is_open_ = true;
     }
@@ -796,6 +801,7 @@ class Session {
     static inline bool any_is_open_ = false;
 
     Library library_;
+    std::optional<unsigned> marked_page_;
     detail::CodePage page_;
     detail::Reasons reasons_;
     bool is_open_ = false;

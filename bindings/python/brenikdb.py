@@ -13,6 +13,7 @@ them, and load() makes them callable. The module needs Python 3.6 or later and n
 import ctypes
 import enum
 import os
+import re
 import struct
 import sys
 
@@ -115,6 +116,8 @@ CODE_PAGES = {
 }
 UNMARKED_PAGE = 1252
 _PLACE_OF_MARK = 29
+# What some systems make of bytes that a page leaves undefined: control characters, and the private use area.
+_UNDEFINED = re.compile('[\x80-\x9F\uE000-\uF8FF]')
 _MAC_CODECS = {10000: 'mac_roman', 10006: 'mac_greek', 10007: 'mac_cyrillic', 10029: 'mac_latin2'}
 
 # The codes for which the library writes a line to the fault file.
@@ -200,8 +203,9 @@ class Session:
                1252 if it has no mark or an unknown one
 
     Raises BrenikError with DATA_FILES_MISSING, INDEX_FILES_MISSING, SYSTEM_TABLE_NOT_OPENED, TABLE_NOT_OPENED;
-    OSError if the library cannot be loaded; ValueError if a text does not fit its code page; RuntimeError if a
-    session is open in this process already: the library serves one session, and one thread, at a time.
+    OSError if the library cannot be loaded or the mark cannot be read; ValueError if a text does not fit its code page;
+    RuntimeError if a session is open in this process already: the library serves one session, and one thread, at a
+    time.
 
     Every method can also raise BrenikError with FAULT and NOT_REGISTERED. After shut_down() every method raises
     ALREADY_SHUT_DOWN. A text with a NUL, or with a character that the practice's code page lacks, raises ValueError,
@@ -216,7 +220,8 @@ class Session:
         self._closed = True
         self._functions = load(library)
         data_path = os.fspath(data_path)
-        self.code_page = code_page or _marked_page(data_path)
+        marked = code_page or _marked_page(data_path)
+        self.code_page = marked or UNMARKED_PAGE
         self._codec = _MAC_CODECS.get(self.code_page, 'cp%d' % self.code_page)
         _check_codec(self._codec, self.code_page)
         path = _encoded_path(data_path)
@@ -225,6 +230,9 @@ class Session:
         Session._is_open, self._closed = True, False
         try:
             self._require('BrenikInitialize', self._call('BrenikInitialize', path, int(bool(trace)), 0))
+            if marked is None:
+                raise OSError('%s: the code page cannot be read from LAW1.DBF: spell the folder as the system does, '
+                              'or pass code_page' % data_path)
         except BaseException:
             self._close()
             raise
@@ -366,24 +374,30 @@ class Session:
         if '\0' in text:
             raise ValueError('%s: the text %r has a NUL, at which the library would cut it: remove it' % (what, text))
         try:
-            return text.encode(self._codec)
+            missing = _UNDEFINED.search(text)
+            if not missing:
+                return text.encode(self._codec)
+            place = missing.start()
         except UnicodeEncodeError as error:
-            raise ValueError('%s: code page %d of the practice lacks the character %r (U+%04X): replace it' % (
-                what, self.code_page, text[error.start], ord(text[error.start]))) from None
+            place = error.start
+        raise ValueError('%s: code page %d of the practice lacks the character %r (U+%04X): replace it' % (
+            what, self.code_page, text[place], ord(text[place])))
 
     def _decoded(self, text):
-        return text.decode(self._codec, 'backslashreplace')
+        def escaped(found):
+            return ''.join('\\x%02x' % byte for byte in found[0].encode(self._codec))
+        return _UNDEFINED.sub(escaped, text.decode(self._codec, 'backslashreplace'))
 
 
 def _marked_page(folder):
-    """The number of the code page that the practice's contacts are marked with."""
+    """The number of the code page that the practice's contacts are marked with; None if they cannot be read."""
     folder = folder if folder.strip() else '.'
     try:
         names = [name for name in os.listdir(folder) if name.upper() == 'LAW1.DBF']
         with open(os.path.join(folder, names[0]), 'rb') as file:
             mark = file.read(_PLACE_OF_MARK + 1)[_PLACE_OF_MARK]
     except (OSError, IndexError):
-        return UNMARKED_PAGE                # the library says what is missing
+        return None
     return CODE_PAGES.get(mark, UNMARKED_PAGE)
 
 
