@@ -120,7 +120,7 @@ def test_calls(source, page, undefined, practice, tmp_path):
                     'BrenikGetMyFirm 15 ', 'BrenikShutDown 15 ']
 
 
-@pytest.mark.parametrize('source', sources('telephone.c', 'telephone.py'))
+@pytest.mark.parametrize('source', sources('telephone.c', 'telephone.cs', 'telephone.py'))
 def test_telephone(source, practice, tmp_path):
     if source == 'telephone.c':                     # the build has linked it with the library
         program, rest = [place(TELEPHONE)], [place(TOOL)]
