@@ -22,11 +22,11 @@ WARNINGS = ['-Wall', '-Wextra', '-Wpedantic', '-Wconversion', '-Wshadow', '-Werr
 LANGUAGES = {
     '.cpp': ([os.environ['BRENIK_CXX'], '-std=c++17', *WARNINGS, *['-static'] * ON_WINDOWS, '-o', '{0}/program.exe',
               '-I', str(ROOT / 'include'), '-I', str(BINDINGS / 'cpp')], ['{0}/program.exe']),
-    '.cs': (['mcs', '-warnaserror+', '-out:{0}/program.exe', str(BINDINGS / 'csharp/BrenikDB.cs')],
+    '.cs': (['mcs', '-langversion:7', '-warnaserror+', '-out:{0}/program.exe', str(BINDINGS / 'csharp/BrenikDB.cs')],
             ['mono', '{0}/program.exe']),
-    '.dpr': (['fpc', '-Mdelphi', '-Sew', '-v0ew', '-Fu%s' % (BINDINGS / 'pascal'), '-FU{0}', '-o{0}/program.exe'],
+    '.dpr': (['fpc', '-Mdelphi', '-Sewh', '-v0ewh', '-Fu%s' % (BINDINGS / 'pascal'), '-FU{0}', '-o{0}/program.exe'],
              ['{0}/program.exe']),
-    '.py': (None, [sys.executable, '{1}']),
+    '.py': (None, [sys.executable, '-W', 'error', '{1}']),
 }
 ENVIRONMENT = dict(os.environ, PYTHONPATH=str(BINDINGS / 'python'), PYTHONIOENCODING='utf-8', BRENIK_UI='none')
 
