@@ -271,21 +271,14 @@ namespace BrenikDB
         }
     }
 
-    // What Windows and Linux do differently: loading a library and converting text.
+    // What Windows and Linux do differently when they load a library, and reading files that other
+    // programs have open.
     internal static class Platform
     {
         public static readonly bool IsWindows = Path.DirectorySeparatorChar == '\\';
 
         private const int SearchedPathLength = 32767;
         private const int LoadNow = 2;
-        private const int MostBytesOfUnit = 8;  // of one UTF-16 unit in any code page, with room
-
-        // What iconv calls the code pages whose names are not "CP" and the number.
-        private static readonly Dictionary<int, string> LinuxNames = new Dictionary<int, string>
-        {
-            { 10000, "MACINTOSH" }, { 10006, "MACGREEK" }, { 10007, "MAC-CYRILLIC" },
-            { 10029, "MAC-CENTRALEUROPE" }, { 65001, "UTF-8" }
-        };
 
         [DllImport("kernel32.dll", CharSet = CharSet.Unicode, SetLastError = true)]
         private static extern IntPtr LoadLibraryW(string path);
@@ -297,15 +290,6 @@ namespace BrenikDB
         private static extern uint SearchPathW(string path, string file, string extension,
                                                uint length, StringBuilder found, IntPtr filePart);
 
-        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
-        private static extern int MultiByteToWideChar(uint page, uint flags, byte[] bytes,
-                                                      int length, [Out] char[] text, int size);
-
-        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
-        private static extern int WideCharToMultiByte(uint page, uint flags, char[] text,
-                                                      int length, [Out] byte[] bytes, int size,
-                                                      IntPtr substitute, IntPtr substituted);
-
         [DllImport("libdl.so.2", CharSet = CharSet.Ansi)]
         private static extern IntPtr dlopen(byte[] path, int flags);
 
@@ -314,22 +298,6 @@ namespace BrenikDB
 
         [DllImport("libdl.so.2")]
         private static extern IntPtr dlerror();
-
-        [DllImport("libc.so.6", CharSet = CharSet.Ansi)]
-        private static extern IntPtr iconv_open(string to, string from);
-
-        [DllImport("libc.so.6")]
-        private static extern IntPtr iconv(IntPtr conversion, ref IntPtr input,
-                                           ref IntPtr inputLeft, ref IntPtr output,
-                                           ref IntPtr outputLeft);
-
-        [DllImport("libc.so.6", EntryPoint = "iconv")]
-        private static extern IntPtr iconv_finish(IntPtr conversion, IntPtr noInput,
-                                                  IntPtr noInputLeft, ref IntPtr output,
-                                                  ref IntPtr outputLeft);
-
-        [DllImport("libc.so.6")]
-        private static extern int iconv_close(IntPtr conversion);
 
         public static IntPtr Load(string library)
         {
@@ -421,99 +389,151 @@ namespace BrenikDB
                 count = file.Read(bytes, size, bytes.Length - size);
             return size;
         }
+    }
 
-        // The bytes of a text in a code page, or null if the system finds that it does not fit. The
-        // system may also put another character; CodePage.Encode compares. Page 0 is the process's
-        // own on Windows.
-        public static byte[] ToBytes(string text, int page)
+    // Converts single characters between a code page and UTF-16, by the functions of the system.
+    internal sealed class Converter : IDisposable
+    {
+        private const uint Ansi = 0;  // the process's own page on Windows
+        private const uint RefuseUndefined = 8;
+        private const int HalfOfScratch = 16;
+        private static readonly IntPtr Failed = new IntPtr(-1);
+
+        // What iconv calls the code pages whose names are not "CP" and the number.
+        private static readonly Dictionary<int, string> LinuxNames = new Dictionary<int, string>
         {
-            if (text.Length == 0) return new byte[0];
-            if (!IsWindows)
+            { 10000, "MACINTOSH" }, { 10006, "MACGREEK" }, { 10007, "MAC-CYRILLIC" },
+            { 10029, "MAC-CENTRALEUROPE" }
+        };
+
+        private readonly uint page;
+        private IntPtr decoder = Failed;
+        private IntPtr encoder = Failed;
+        private readonly IntPtr scratch;
+
+        [DllImport("kernel32.dll")]
+        private static extern int IsValidCodePage(uint page);
+
+        [DllImport("kernel32.dll")]
+        private static extern int IsDBCSLeadByteEx(uint page, byte first);
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
+        private static extern int MultiByteToWideChar(uint page, uint flags, byte[] bytes,
+                                                      int length, [Out] char[] text, int size);
+
+        [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
+        private static extern int WideCharToMultiByte(uint page, uint flags, char[] text,
+                                                      int length, [Out] byte[] bytes, int size,
+                                                      IntPtr substitute, IntPtr substituted);
+
+        [DllImport("libc.so.6", CharSet = CharSet.Ansi)]
+        private static extern IntPtr iconv_open(string to, string from);
+
+        [DllImport("libc.so.6")]
+        private static extern IntPtr iconv(IntPtr conversion, ref IntPtr input,
+                                           ref IntPtr inputLeft, ref IntPtr output,
+                                           ref IntPtr outputLeft);
+
+        [DllImport("libc.so.6", EntryPoint = "iconv")]
+        private static extern IntPtr iconv_finish(IntPtr conversion, IntPtr noInput,
+                                                  IntPtr noInputLeft, ref IntPtr output,
+                                                  ref IntPtr outputLeft);
+
+        [DllImport("libc.so.6")]
+        private static extern int iconv_close(IntPtr conversion);
+
+        public Converter(int number)
+        {
+            page = (uint)number;
+            if (!Platform.IsWindows)
             {
-                return Convert(LinuxName(page), "UTF-16LE", Encoding.Unicode.GetBytes(text),
-                               null);
+                if (!LinuxNames.TryGetValue(number, out string name)) name = "CP" + number;
+                decoder = iconv_open("UTF-16LE", name);
+                encoder = iconv_open(name, "UTF-16LE");
             }
-            var bytes = new byte[text.Length * MostBytesOfUnit];
-            int size = WideCharToMultiByte((uint)page, 0, text.ToCharArray(), text.Length, bytes,
-                                           bytes.Length, IntPtr.Zero, IntPtr.Zero);
-            Array.Resize(ref bytes, size);
-            return size == 0 ? null : bytes;
+            if (Platform.IsWindows ? IsValidCodePage(page) == 0
+                                   : decoder == Failed || encoder == Failed)
+            {
+                Dispose();
+                throw new NotSupportedException(
+                    "this system does not have the code page " + number +
+                    "; pass another code page");
+            }
+            scratch = Marshal.AllocHGlobal(2 * HalfOfScratch);
         }
 
-        // The text of bytes in a code page. Never fails: for bytes without a character it has what
-        // Windows puts, elsewhere \xHH.
-        public static string ToText(byte[] bytes, int page)
+        public void Dispose()
         {
-            if (bytes.Length == 0) return "";
-            if (!IsWindows)
+            if (decoder != Failed) iconv_close(decoder);
+            if (encoder != Failed) iconv_close(encoder);
+            decoder = encoder = Failed;
+            if (scratch != IntPtr.Zero) Marshal.FreeHGlobal(scratch);
+        }
+
+        // The character of one or two bytes; empty if the page does not define them.
+        public string Decode(byte[] bytes)
+        {
+            if (!Platform.IsWindows)
             {
-                return Encoding.Unicode.GetString(
-                    Convert("UTF-16LE", LinuxName(page), bytes, Escape));
+                return Encoding.Unicode.GetString(Convert(decoder, bytes));
             }
-            var text = new char[bytes.Length * 2];
-            int length = MultiByteToWideChar((uint)page, 0, bytes, bytes.Length, text, text.Length);
+            bool isLead = IsDBCSLeadByteEx(page, bytes[0]) != 0;
+            return isLead == (bytes.Length == 2) ? ToText(bytes, page, RefuseUndefined) : "";
+        }
+
+        // The bytes of a character; empty if the page lacks it. Some systems put a similar one
+        // instead, which decodes differently.
+        public byte[] Encode(string character) =>
+            Platform.IsWindows ? ToBytes(character, page)
+                               : Convert(encoder, Encoding.Unicode.GetBytes(character));
+
+        // The text of bytes in the page of the process on Windows.
+        public static string FromAnsi(byte[] bytes) => ToText(bytes, Ansi, 0);
+
+        public static byte[] ToAnsi(string text) => ToBytes(text, Ansi);
+
+        private static string ToText(byte[] bytes, uint page, uint flags)
+        {
+            var text = new char[bytes.Length + 1];
+            int length =
+                MultiByteToWideChar(page, flags, bytes, bytes.Length, text, text.Length);
             return new string(text, 0, length);
         }
 
-        private static byte[] Escape(byte undefined) =>
-            Encoding.Unicode.GetBytes("\\x" + undefined.ToString("x2"));
-
-        private static string LinuxName(int page) =>
-            LinuxNames.TryGetValue(page, out string name) ? name : "CP" + page;
-
-        // Converts with iconv. For each byte that it refuses, puts a substitute; without one, gives
-        // up and returns null. In page 1255, iconv keeps a letter back to compose it with a point.
-        private static byte[] Convert(string to, string from, byte[] given,
-                                      Func<byte, byte[]> substitute)
+        private static byte[] ToBytes(string text, uint page)
         {
-            IntPtr conversion = iconv_open(to, from);
-            if (conversion == new IntPtr(-1))
-            {
-                throw new NotSupportedException(
-                    "this system does not convert " + from + " to " + to +
-                    "; pass another code page");
-            }
-            var result = new byte[given.Length * MostBytesOfUnit];
-            GCHandle givenPin = GCHandle.Alloc(given, GCHandleType.Pinned);
-            GCHandle resultPin = GCHandle.Alloc(result, GCHandleType.Pinned);
-            try
-            {
-                IntPtr input = givenPin.AddrOfPinnedObject();
-                IntPtr output = resultPin.AddrOfPinnedObject();
-                var inputLeft = new IntPtr(given.Length);
-                var outputLeft = new IntPtr(result.Length);
-                while (iconv(conversion, ref input, ref inputLeft, ref output, ref outputLeft) ==
-                       new IntPtr(-1))
-                {
-                    if (substitute == null) return null;
-                    iconv_finish(conversion, IntPtr.Zero, IntPtr.Zero, ref output, ref outputLeft);
-                    byte[] put = substitute(Marshal.ReadByte(input));
-                    Marshal.Copy(put, 0, output, put.Length);
-                    output = IntPtr.Add(output, put.Length);
-                    outputLeft = IntPtr.Subtract(outputLeft, put.Length);
-                    input = IntPtr.Add(input, 1);
-                    inputLeft = IntPtr.Subtract(inputLeft, 1);
-                }
-                iconv_finish(conversion, IntPtr.Zero, IntPtr.Zero, ref output, ref outputLeft);
-                Array.Resize(ref result, result.Length - outputLeft.ToInt32());
-                return result;
-            }
-            finally
-            {
-                resultPin.Free();
-                givenPin.Free();
-                iconv_close(conversion);
-            }
+            var bytes = new byte[text.Length * 4 + 1];  // a unit has at most four bytes in any page
+            int size = WideCharToMultiByte(page, 0, text.ToCharArray(), text.Length, bytes,
+                                           bytes.Length, IntPtr.Zero, IntPtr.Zero);
+            Array.Resize(ref bytes, size);
+            return bytes;
+        }
+
+        // Converts with iconv; empty if that refuses the character. In page 1255 it keeps a letter
+        // back, to compose it with a point, until it is called without input.
+        private byte[] Convert(IntPtr conversion, byte[] given)
+        {
+            Marshal.Copy(given, 0, scratch, given.Length);
+            IntPtr input = scratch;
+            IntPtr output = IntPtr.Add(scratch, HalfOfScratch);
+            var inputLeft = new IntPtr(given.Length);
+            var outputLeft = new IntPtr(HalfOfScratch);
+            IntPtr answer =
+                iconv(conversion, ref input, ref inputLeft, ref output, ref outputLeft);
+            iconv_finish(conversion, IntPtr.Zero, IntPtr.Zero, ref output, ref outputLeft);
+            if (answer != IntPtr.Zero) return new byte[0];
+            var result = new byte[HalfOfScratch - outputLeft.ToInt32()];
+            Marshal.Copy(IntPtr.Add(scratch, HalfOfScratch), result, 0, result.Length);
+            return result;
         }
     }
 
-    // The code page of a practice: text to bytes and back.
-    internal sealed class CodePage
+    // The code page of a practice: text to bytes and back, a character at a time, so that all
+    // bindings convert alike.
+    internal sealed class CodePage : IDisposable
     {
         private const int Unmarked = 1252;
         private const int PlaceOfMark = 29;  // in the header of a table
-        private const int Ansi = 0;          // the process's own page on Windows
-        private const int Utf8 = 65001;
 
         // The code page that each mark in a table's header stands for.
         private static readonly Dictionary<byte, int> Marks = new Dictionary<byte, int>
@@ -526,13 +546,17 @@ namespace BrenikDB
         };
 
         private readonly int number;
+        private readonly Converter converter;
 
         public CodePage(int number)
         {
             this.number = number;
-            if (Platform.ToText(new byte[] { (byte)'A' }, number) == "A") return;
-            throw new NotSupportedException(
-                "Windows does not have the code page " + number + "; pass another code page");
+            converter = new Converter(number);
+        }
+
+        public void Dispose()
+        {
+            converter.Dispose();
         }
 
         // The page that the practice's contacts are marked with; null if their table is unreadable.
@@ -562,64 +586,87 @@ namespace BrenikDB
             string.Equals(Path.GetFileName(path), "LAW1.DBF", StringComparison.OrdinalIgnoreCase);
 
         // The bytes of a path with their NUL, as the library opens it.
-        public static byte[] EncodePath(string path) =>
-            Encode(path, "dataPath", Platform.IsWindows ? Ansi : Utf8,
-                   "the code page of this process");
-
-        // The bytes of a text, with their NUL.
-        public byte[] Encode(string text, string name) =>
-            Encode(text, name, number, "the practice's code page " + number);
-
-        public string Decode(byte[] bytes, int length)
+        public static byte[] EncodePath(string path)
         {
-            var text = new byte[length];
-            Array.Copy(bytes, text, length);
-            return Platform.ToText(text, number);
-        }
-
-        // Every character must come back from its bytes: some systems put a similar one for one that
-        // the page does not have. A whole text can come back with other characters of the same
-        // meaning, such as a composed letter.
-        private static byte[] Encode(string text, string name, int page, string nameOfPage)
-        {
-            if (text == null) throw new ArgumentNullException(name);
-            if (text.IndexOf('\0') >= 0)
+            RefuseNul(path, "dataPath");
+            bool isWindows = Platform.IsWindows;
+            byte[] bytes = isWindows ? Converter.ToAnsi(path) : Encoding.UTF8.GetBytes(path);
+            if (path != (isWindows ? Converter.FromAnsi(bytes) : Encoding.UTF8.GetString(bytes)))
             {
-                throw new ArgumentException("the text contains a NUL: remove it", name);
-            }
-            if (!ComesBack(text, page, out byte[] bytes))
-            {
-                string missing = FirstMissing(text, page);
-                if (missing != null)
-                {
-                    throw new ArgumentException(
-                        nameOfPage + " has no character " + missing + " of \"" + text +
-                        "\": replace it", name);
-                }
+                throw new ArgumentException(
+                    "the code page of this process lacks a character of \"" + path +
+                    "\": rename the folder", "dataPath");
             }
             Array.Resize(ref bytes, bytes.Length + 1);
             return bytes;
         }
 
-        private static bool ComesBack(string text, int page, out byte[] bytes)
+        // The bytes of a text, with their NUL. Each character must come back from its bytes.
+        public byte[] Encode(string text, string name)
         {
-            bytes = Platform.ToBytes(text, page);
-            return bytes != null && Platform.ToText(bytes, page) == text;
-        }
-
-        // The first character that does not come back, as U+ and its number; null if all do.
-        private static string FirstMissing(string text, int page)
-        {
+            RefuseNul(text, name);
+            var bytes = new List<byte>();
             for (int i = 0; i < text.Length; i += 1)
             {
-                bool isPair = char.IsSurrogatePair(text, i);
-                if (!ComesBack(text.Substring(i, isPair ? 2 : 1), page, out byte[] _))
+                if (text[i] < 0x80)
                 {
-                    return "U+" + (isPair ? char.ConvertToUtf32(text, i) : text[i]).ToString("X4");
+                    bytes.Add((byte)text[i]);
+                    continue;
                 }
-                if (isPair) i += 1;
+                string character = text.Substring(i, char.IsSurrogatePair(text, i) ? 2 : 1);
+                byte[] added = converter.Encode(character);
+                if (added.Length == 0 || Decode(added, added.Length) != character)
+                {
+                    throw new ArgumentException(
+                        "the practice's code page " + number + " has no character " +
+                        NumberOf(character) + " of \"" + text + "\": replace it", name);
+                }
+                bytes.AddRange(added);
+                i += character.Length - 1;
             }
-            return null;
+            bytes.Add(0);
+            return bytes.ToArray();
+        }
+
+        // A byte that the page leaves undefined becomes \xHH.
+        public string Decode(byte[] bytes, int length)
+        {
+            var text = new StringBuilder();
+            for (int i = 0; i < length; i += 1)
+            {
+                if (bytes[i] < 0x80)
+                {
+                    text.Append((char)bytes[i]);
+                    continue;
+                }
+                string character = converter.Decode(new[] { bytes[i] });
+                int more = 0;
+                if (character.Length == 0 && i + 1 < length)
+                {
+                    character = converter.Decode(new[] { bytes[i], bytes[i + 1] });
+                    more = 1;
+                }
+                bool isDefined = IsDefined(character);
+                text.Append(isDefined ? character : "\\x" + bytes[i].ToString("x2"));
+                if (isDefined) i += more;
+            }
+            return text.ToString();
+        }
+
+        // Some systems turn undefined bytes into control characters or into the private use area.
+        private static bool IsDefined(string character) =>
+            character.Length != 0 && character[0] >= 0xA0 &&
+            (character[0] < 0xE000 || character[0] > 0xF8FF);
+
+        private static string NumberOf(string character) =>
+            "U+" + (character.Length == 2 ? char.ConvertToUtf32(character, 0) : character[0])
+                .ToString("X4");
+
+        private static void RefuseNul(string text, string name)
+        {
+            if (text == null) throw new ArgumentNullException(name);
+            if (text.IndexOf('\0') < 0) return;
+            throw new ArgumentException("the text contains a NUL: remove it", name);
         }
     }
 
@@ -685,7 +732,7 @@ namespace BrenikDB
             }
             catch (DecoderFallbackException)
             {
-                return Platform.IsWindows ? Platform.ToText(bytes, 0)
+                return Platform.IsWindows ? Converter.FromAnsi(bytes)
                                           : Encoding.UTF8.GetString(bytes);
             }
         }
@@ -705,7 +752,7 @@ namespace BrenikDB
     /// <remarks>Every method can throw BrenikError with Fault and NotRegistered, and with
     /// AlreadyShutDown after ShutDown or Dispose. It throws ArgumentException, and calls nothing,
     /// if a text contains a NUL or a character that the practice's code page does not have. In a
-    /// result, a byte without a character becomes \xHH; on Windows, what Windows puts.</remarks>
+    /// result, a byte that the page leaves undefined becomes \xHH.</remarks>
     public sealed class Session : IDisposable
     {
         private static bool isAnyOpen;
@@ -736,8 +783,8 @@ namespace BrenikDB
                     "a session is already open in this process; shut it down first");
             }
             byte[] path = CodePage.EncodePath(dataPath);
-            page = codePage == 0 ? CodePage.OfPractice(dataPath) : new CodePage(codePage);
             native = new Native(library);
+            page = codePage == 0 ? CodePage.OfPractice(dataPath) : new CodePage(codePage);
             isAnyOpen = isOpen = true;
             try
             {
@@ -767,12 +814,14 @@ namespace BrenikDB
         /// <exception cref="BrenikError">AlreadyShutDown.</exception>
         public void ShutDown()
         {
-            Check("BrenikShutDown", isOpen ? Close() : BrenikCode.AlreadyShutDown);
+            RequireOpen("BrenikShutDown");
+            Check("BrenikShutDown", Close());
         }
 
         private BrenikCode Close()
         {
             isAnyOpen = isOpen = false;
+            page?.Dispose();
             return native.ShutDown();
         }
 
@@ -781,7 +830,8 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, BadRecord, AdditionNotStamped.</exception>
         public void AddedRecord(int table, int record)
         {
-            Call("BrenikAddedRecord", () => native.AddedRecord(table, record));
+            RequireOpen("BrenikAddedRecord");
+            Check("BrenikAddedRecord", native.AddedRecord(table, record));
         }
 
         /// <summary>Notes in the change journal that the host itself has marked a record deleted,
@@ -789,7 +839,8 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, BadRecord, DeletionNotStamped.</exception>
         public void DeletedRecord(int table, int record)
         {
-            Call("BrenikDeletedRecord", () => native.DeletedRecord(table, record));
+            RequireOpen("BrenikDeletedRecord");
+            Check("BrenikDeletedRecord", native.DeletedRecord(table, record));
         }
 
         /// <summary>Starts a new record with empty fields. A second Start replaces the first.
@@ -797,8 +848,9 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable.</exception>
         public void AddStart(int table)
         {
+            RequireOpen("BrenikAddStart");
             int number = 0;
-            Call("BrenikAddStart", () => native.AddStart(table, ref number));
+            Check("BrenikAddStart", native.AddStart(table, ref number));
         }
 
         /// <summary>Appends the new record and returns its identifier.</summary>
@@ -809,6 +861,7 @@ namespace BrenikDB
         /// record exists: do not add a matter again that has one.</exception>
         public string AddEnd(int table, string contact = "")
         {
+            RequireOpen("BrenikAddEnd");
             byte[] given = page.Encode(contact, "contact");
             if (given.Length != 1 && given.Length != Native.AddEndBuffer)
             {
@@ -818,7 +871,7 @@ namespace BrenikDB
             }
             var buffer = new byte[Native.AddEndBuffer];
             given.CopyTo(buffer, 0);
-            BrenikCode code = Run(() => native.AddEnd(table, buffer));
+            BrenikCode code = native.AddEnd(table, buffer);
             string identifier = page.Decode(buffer, Native.IdentifierLength).TrimEnd(' ', '\0');
             Check("BrenikAddEnd", code, NamesRecord(code) ? identifier : "");
             return identifier;
@@ -835,17 +888,19 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, IdentifierNotFound.</exception>
         public void EditStart(int table, string identifier)
         {
+            RequireOpen("BrenikEditStart");
             byte[] bytes = page.Encode(identifier, "identifier");
             int number = 0;
-            Call("BrenikEditStart", () => native.EditStart(table, bytes, ref number));
+            Check("BrenikEditStart", native.EditStart(table, bytes, ref number));
         }
 
         /// <summary>Starts an edit of a record by its number. The record may be deleted.</summary>
         /// <exception cref="BrenikError">BadTable, BadRecord.</exception>
         public void EditBegin(int table, int record)
         {
+            RequireOpen("BrenikEditBegin");
             int number = 0;
-            Call("BrenikEditBegin", () => native.EditBegin(table, record, ref number));
+            Check("BrenikEditBegin", native.EditBegin(table, record, ref number));
         }
 
         /// <summary>Sets one field of the transaction. The library converts the text to the field's
@@ -860,9 +915,10 @@ namespace BrenikDB
         /// <exception cref="BrenikError">NotCurrent, BadRecord, UnknownField.</exception>
         public void SetField(int table, int record, string field, string text)
         {
+            RequireOpen("BrenikSetField");
             byte[] name = page.Encode(field, "field");
             byte[] bytes = page.Encode(text, "text");
-            Call("BrenikSetField", () => native.SetField(table, record, name, bytes));
+            Check("BrenikSetField", native.SetField(table, record, name, bytes));
         }
 
         /// <summary>Writes the whole edited record under a lock, and notes in the change journal
@@ -872,7 +928,8 @@ namespace BrenikDB
         /// </exception>
         public void EditEnd(int table, int record = 0)
         {
-            Call("BrenikEditEnd", () => native.EditEnd(table, record));
+            RequireOpen("BrenikEditEnd");
+            Check("BrenikEditEnd", native.EditEnd(table, record));
         }
 
         /// <summary>Returns the 23 items that describe the practice's own contact; none if the
@@ -880,9 +937,10 @@ namespace BrenikDB
         /// <exception cref="BrenikError">Only Fault and NotRegistered.</exception>
         public string[] GetMyFirm()
         {
+            RequireOpen("BrenikGetMyFirm");
             var buffer = new byte[Native.FirmBuffer];
             Prime(buffer, Native.FirmLength);
-            Call("BrenikGetMyFirm", () => native.GetMyFirm(buffer));
+            Check("BrenikGetMyFirm", native.GetMyFirm(buffer));
             string firm = page.Decode(buffer, Array.IndexOf(buffer, (byte)0));
             int end = firm.LastIndexOf('|');  // one byte of the blanks follows it
             return end < 0 ? new string[0] : firm.Substring(0, end).Split('|');
@@ -893,10 +951,11 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, KeyNotFound.</exception>
         public string GetU_ID(int table, string key)
         {
+            RequireOpen("BrenikGetU_ID");
             byte[] bytes = page.Encode(key, "key");
             var buffer = new byte[Native.GetU_IDBuffer];
             Prime(buffer, Native.IdentifierLength);
-            Call("BrenikGetU_ID", () => native.GetU_ID(table, bytes, buffer));
+            Check("BrenikGetU_ID", native.GetU_ID(table, bytes, buffer));
             return page.Decode(buffer, Native.IdentifierLength).TrimEnd(' ');
         }
 
@@ -906,13 +965,10 @@ namespace BrenikDB
             for (int i = 0; i < length; ++i) buffer[i] = (byte)' ';
         }
 
-        private void Call(string function, Func<BrenikCode> call)
+        private void RequireOpen(string function)
         {
-            Check(function, Run(call));
+            if (!isOpen) throw new BrenikError(function, BrenikCode.AlreadyShutDown, "", "");
         }
-
-        private BrenikCode Run(Func<BrenikCode> call) =>
-            isOpen ? call() : BrenikCode.AlreadyShutDown;
 
         private void Check(string function, BrenikCode code, string identifier = "")
         {
