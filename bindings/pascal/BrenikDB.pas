@@ -152,6 +152,31 @@ type
     property Reason: TBrenikText read FReason;
   end;
 
+  TBrenikBytes = array of AnsiChar;
+
+  // The code page of a practice: text to bytes and back, a character at a time, so that all
+  // bindings convert alike. The functions of the system convert a character.
+  TBrenikCodePage = class
+  private
+    FNumber: Integer;
+    {$IFNDEF MSWINDOWS}
+    FDecoder, FEncoder: Pointer;
+    {$ENDIF}
+    function DecodedCharacter(const Bytes: TBrenikBytes): TBrenikText;
+    function EncodedCharacter(const Character: TBrenikText): TBrenikBytes;
+  public
+    // EBrenik: the system does not have the page.
+    constructor Create(Number: Integer);
+    {$IFNDEF MSWINDOWS}
+    destructor Destroy; override;
+    {$ENDIF}
+    // The bytes of a text, with their NUL. EBrenik: a character does not come back from its bytes,
+    // or the text contains a NUL. Name is that of the argument.
+    function Encode(const Text, Name: TBrenikText): TBrenikBytes;
+    // The text of the first Size bytes. A byte that the page leaves undefined becomes \xHH.
+    function Decode(const Bytes: TBrenikBytes; Size: Integer): TBrenikText;
+  end;
+
   // The user's fault file, in which the library writes the reason of some failures as a line
   // "time TAB call TAB reason". Reading it never fails a call.
   TBrenikFaultFile = class
@@ -165,23 +190,20 @@ type
     function ReasonOf(Code: TBrenikCode): TBrenikText;
   end;
 
-  TBrenikBytes = array of AnsiChar;
-
   // A practice that is open. A process has one session at a time, and the library serves one thread
   // at a time.
   //
   // Every method can raise EBrenikError with brFault and brNotRegistered, and with
   // brAlreadyShutDown after ShutDown. It raises EBrenik, and calls nothing, if a text contains a
-  // NUL or a character that the practice's code page does not have. In a result, a byte without a
-  // character becomes \xHH; on Windows, what Windows puts.
+  // NUL or a character that the practice's code page does not have. In a result, a byte that the
+  // page leaves undefined becomes \xHH.
   TBrenikSession = class
   private
     FFunctions: TBrenikFunctions;
     FFaults: TBrenikFaultFile;
-    FPage: Integer;
+    FPage: TBrenikCodePage;
     FIsOpen: Boolean;
     function Close: TBrenikCode;
-    function Encoded(const Text, Name: TBrenikText): TBrenikBytes;
     function DecodedIdentifier(const Buffer: TBrenikBytes): TBrenikText;
     procedure RequireOpen(const FunctionName: TBrenikText);
     procedure Check(const FunctionName: TBrenikText; Code: TBrenikCode;
@@ -282,9 +304,7 @@ uses
 const
   Unmarked = 1252;
   PlaceOfMark = 29;     // in the header of a table
-  Utf8Page = 65001;
-  PageOfPaths = {$IFDEF MSWINDOWS}0{$ELSE}Utf8Page{$ENDIF};  // 0: the process's ANSI code page
-  MostBytesOfUnit = 8;  // of one UTF-16 unit in any code page, with room
+  MostBytesOfUnit = 4;  // of one UTF-16 unit in any code page
 
   CodeTexts: array[brSuccess..brKeyNotFound] of record
     Code: TBrenikCode;
@@ -369,6 +389,12 @@ begin
   Result := TBrenikText(IntToStr(Number));
 end;
 
+procedure RefusePage(Page: Integer);
+begin
+  raise EBrenik.Create('this system does not have the code page ' + NumberText(Page) +
+    '; pass another code page');
+end;
+
 { The system's part: reading files that others have open, code pages, loading. }
 
 {$IFDEF MSWINDOWS}
@@ -430,35 +456,77 @@ begin
     Result := EnvironmentText('LOCALAPPDATA') + '\BrenikDB\Faults.log';
 end;
 
-// The bytes of a text in a code page, without a NUL; False if Windows finds that it does not fit.
-// Windows may also put another character: Encode compares.
-function ToBytes(const Text: TBrenikText; Page: Integer; out Bytes: TBrenikBytes): Boolean;
+// The bytes of a text in a code page; none if it does not fit. Windows may also put a similar
+// character for one that the page does not have.
+function BytesIn(Page: Integer; const Text: TBrenikText): TBrenikBytes;
 var
   Size: Integer;
 begin
-  Bytes := nil;
-  SetLength(Bytes, Length(Text) * MostBytesOfUnit);
-  Result := Text = '';
-  if Result then
-    Exit;
-  Size := WideCharToMultiByte(Page, 0, PWideChar(Text), Length(Text), @Bytes[0], Length(Bytes),
-    nil, nil);
-  SetLength(Bytes, Size);
-  Result := Size > 0;
+  Result := nil;
+  SetLength(Result, Length(Text) * MostBytesOfUnit);
+  Size := 0;
+  if Text <> '' then
+    Size := WideCharToMultiByte(Page, 0, PWideChar(Text), Length(Text), @Result[0],
+      Length(Result), nil, nil);
+  SetLength(Result, Size);
 end;
 
-// The text of bytes in a code page, with what Windows puts for bytes without a character.
-function ToText(const Bytes: TBrenikBytes; Page: Integer): TBrenikText;
+// The text of bytes in a code page.
+function TextIn(Page: Integer; const Bytes: TBrenikBytes; Flags: LongWord): TBrenikText;
 var
   Size: Integer;
 begin
   Result := '';
-  SetLength(Result, Length(Bytes) * 2);
-  if Length(Bytes) = 0 then
-    Exit;
-  Size := MultiByteToWideChar(Page, 0, @Bytes[0], Length(Bytes), PWideChar(Result),
-    Length(Result));
+  SetLength(Result, Length(Bytes) + 1);
+  Size := 0;
+  if Length(Bytes) > 0 then
+    Size := MultiByteToWideChar(Page, Flags, @Bytes[0], Length(Bytes), PWideChar(Result),
+      Length(Result));
   SetLength(Result, Size);
+end;
+
+// The library takes its path in the process's ANSI code page; none if it does not fit.
+function BytesOfPath(const Path: TBrenikText): TBrenikBytes;
+begin
+  Result := BytesIn(CP_ACP, Path);
+  if TextIn(CP_ACP, Result, 0) <> Path then
+    Result := nil;
+end;
+
+// The fault file's text is UTF-8 or in the ANSI code page.
+function TextOfFaults(const Bytes: TBrenikBytes): TBrenikText;
+const
+  Utf8 = 65001;
+begin
+  Result := TextIn(Utf8, Bytes, 0);
+  if Pos(WideChar($FFFD), Result) > 0 then  // what Windows puts for bytes that are not UTF-8
+    Result := TextIn(CP_ACP, Bytes, 0);
+end;
+
+function IsDBCSLeadByteInPage(Page: LongWord; First: Byte): LongInt; stdcall;
+  external 'kernel32.dll' name 'IsDBCSLeadByteEx';
+
+constructor TBrenikCodePage.Create(Number: Integer);
+begin
+  inherited Create;
+  FNumber := Number;
+  if not IsValidCodePage(Number) then
+    RefusePage(Number);
+end;
+
+// The character of one or two bytes; empty if the page does not define them.
+function TBrenikCodePage.DecodedCharacter(const Bytes: TBrenikBytes): TBrenikText;
+const
+  RefuseUndefined = 8;
+begin
+  Result := '';
+  if (IsDBCSLeadByteInPage(FNumber, Ord(Bytes[0])) <> 0) = (Length(Bytes) = 2) then
+    Result := TextIn(FNumber, Bytes, RefuseUndefined);
+end;
+
+function TBrenikCodePage.EncodedCharacter(const Character: TBrenikText): TBrenikBytes;
+begin
+  Result := BytesIn(FNumber, Character);
 end;
 
 function LibraryIn(const Path: TBrenikText): TBrenikText;
@@ -523,7 +591,7 @@ function iconv_close(Conversion: TIconv): LongInt; cdecl; external 'c';
 
 const
   Utf16 = 'UTF-16LE';
-  IconvFailed = SizeUInt(-1);
+  NoConversion = TIconv(-1);
 
 // The bytes of a path or name with their NUL.
 function SystemText(const Text: TBrenikText): TBrenikBytes;
@@ -587,6 +655,23 @@ begin
     Result := UTF8Decode(GetEnvironmentVariable('HOME')) + '/.brenik/Faults.log';
 end;
 
+// None if it does not fit.
+function BytesOfPath(const Path: TBrenikText): TBrenikBytes;
+begin
+  Result := SystemText(Path);
+  SetLength(Result, Length(Result) - 1);
+  if UTF8Decode(PAnsiChar(SystemText(Path))) <> Path then
+    Result := nil;
+end;
+
+function TextOfFaults(const Bytes: TBrenikBytes): TBrenikText;
+var
+  Text: RawByteString;
+begin
+  SetString(Text, PAnsiChar(Bytes), Length(Bytes));
+  Result := UTF8Decode(Text);
+end;
+
 // What iconv calls a code page.
 function PageName(Page: Integer): AnsiString;
 begin
@@ -595,74 +680,65 @@ begin
     10006: Result := 'MACGREEK';
     10007: Result := 'MAC-CYRILLIC';
     10029: Result := 'MAC-CENTRALEUROPE';
-    Utf8Page: Result := 'UTF-8';
   else
     Result := AnsiString('CP') + IntToStr(Page);
   end;
 end;
 
-// Converts bytes. Where iconv refuses a byte, writes \xHH in UTF-16 if Escaping, else gives up. In
-// page 1255, iconv keeps a letter back to compose it with a point, until a call without input.
-function Convert(const ToCode, FromCode: AnsiString; const Given: TBrenikBytes; Escaping: Boolean;
-  out Converted: TBrenikBytes): Boolean;
+// Converts a character; gives nothing if iconv refuses it. In page 1255 iconv keeps a letter back,
+// to compose it with a point, until it is called without input.
+function Converted(Conversion: TIconv; Input: PAnsiChar; InputLeft: SizeUInt): TBrenikBytes;
+const
+  Room = 16;
 var
-  Conversion: TIconv;
-  Input, Output: PAnsiChar;
-  InputLeft, OutputLeft: SizeUInt;
-  Escape: UnicodeString;
+  Output: PAnsiChar;
+  OutputLeft: SizeUInt;
+  IsExact: Boolean;
 begin
-  Conversion := iconv_open(PAnsiChar(ToCode), PAnsiChar(FromCode));
-  if Conversion = TIconv(-1) then
-    raise EBrenik.Create('this system does not convert ' + TBrenikText(FromCode) + ' to ' +
-      TBrenikText(ToCode) + '; pass another code page');
-  Converted := nil;
-  SetLength(Converted, Length(Given) * MostBytesOfUnit);
-  Input := PAnsiChar(Given);
-  Output := PAnsiChar(Converted);
-  InputLeft := Length(Given);
-  OutputLeft := Length(Converted);
-  Result := True;
-  while Result and
-    (iconv(Conversion, @Input, @InputLeft, @Output, @OutputLeft) = IconvFailed) do
-  begin
-    Result := Escaping;
-    if not Escaping then
-      Break;
-    iconv(Conversion, nil, nil, @Output, @OutputLeft);
-    Escape := '\x' + TBrenikText(LowerCase(IntToHex(Ord(Input^), 2)));
-    Move(Escape[1], Output^, Length(Escape) * SizeOf(WideChar));
-    Inc(Output, Length(Escape) * SizeOf(WideChar));
-    Dec(OutputLeft, Length(Escape) * SizeOf(WideChar));
-    Inc(Input);
-    Dec(InputLeft);
-  end;
+  Result := nil;
+  SetLength(Result, Room);
+  Output := PAnsiChar(Result);
+  OutputLeft := Room;
+  IsExact := iconv(Conversion, @Input, @InputLeft, @Output, @OutputLeft) = 0;
   iconv(Conversion, nil, nil, @Output, @OutputLeft);
-  SetLength(Converted, Length(Converted) - Integer(OutputLeft));
-  iconv_close(Conversion);
+  if not IsExact then
+    OutputLeft := Room;
+  SetLength(Result, Room - OutputLeft);
 end;
 
-// The bytes of a text in a code page, without a NUL; False if it does not fit.
-function ToBytes(const Text: TBrenikText; Page: Integer; out Bytes: TBrenikBytes): Boolean;
+constructor TBrenikCodePage.Create(Number: Integer);
+begin
+  inherited Create;
+  FNumber := Number;
+  FDecoder := iconv_open(Utf16, PAnsiChar(PageName(Number)));
+  FEncoder := iconv_open(PAnsiChar(PageName(Number)), Utf16);
+  if (FDecoder = NoConversion) or (FEncoder = NoConversion) then
+    RefusePage(Number);
+end;
+
+// Also runs if Create raises an exception.
+destructor TBrenikCodePage.Destroy;
+begin
+  if FDecoder <> NoConversion then
+    iconv_close(FDecoder);
+  if FEncoder <> NoConversion then
+    iconv_close(FEncoder);
+  inherited Destroy;
+end;
+
+// The character of one or two bytes; empty if the page does not define them.
+function TBrenikCodePage.DecodedCharacter(const Bytes: TBrenikBytes): TBrenikText;
 var
   Units: TBrenikBytes;
 begin
-  Units := nil;
-  SetLength(Units, Length(Text) * SizeOf(WideChar));
-  if Text <> '' then
-    Move(Text[1], Units[0], Length(Units));
-  Result := Convert(PageName(Page), Utf16, Units, False, Bytes);
+  Units := Converted(FDecoder, PAnsiChar(Bytes), Length(Bytes));
+  SetString(Result, PWideChar(Units), Length(Units) div SizeOf(WideChar));
 end;
 
-// The text of bytes in a code page, with \xHH for a byte without a character.
-function ToText(const Bytes: TBrenikBytes; Page: Integer): TBrenikText;
-var
-  Units: TBrenikBytes;
+function TBrenikCodePage.EncodedCharacter(const Character: TBrenikText): TBrenikBytes;
 begin
-  Convert(Utf16, PageName(Page), Bytes, True, Units);
-  Result := '';
-  SetLength(Result, Length(Units) div SizeOf(WideChar));
-  if Result <> '' then
-    Move(Units[0], Result[1], Length(Units));
+  Result := Converted(FEncoder, PAnsiChar(PWideChar(Character)),
+    Length(Character) * SizeOf(WideChar));
 end;
 
 function LibraryIn(const Path: TBrenikText): TBrenikText;
@@ -763,59 +839,110 @@ begin
     Result := TBrenikText(CodeTexts[Code].Text);
 end;
 
-function ComesBack(const Text: TBrenikText; Page: Integer; out Bytes: TBrenikBytes): Boolean;
-begin
-  Result := ToBytes(Text, Page, Bytes) and (ToText(Bytes, Page) = Text);
-end;
-
-// The first character that does not come back, as U+ and its number; empty if all do.
-function FirstMissing(const Text: TBrenikText; Page: Integer): TBrenikText;
-var
-  I, Units, Number: Integer;
-  Bytes: TBrenikBytes;
-begin
-  I := 1;
-  while I <= Length(Text) do
-  begin
-    Units := 1;
-    Number := Ord(Text[I]);
-    if (I < Length(Text)) and (Number and $FC00 = $D800) and
-      (Ord(Text[I + 1]) and $FC00 = $DC00) then
-    begin
-      Units := 2;
-      Number := $10000 + (Number and $3FF) * $400 + (Ord(Text[I + 1]) and $3FF);
-    end;
-    Result := 'U+' + TBrenikText(IntToHex(Number, 4));
-    if not ComesBack(Copy(Text, I, Units), Page, Bytes) then
-      Exit;
-    Inc(I, Units);
-  end;
-  Result := '';
-end;
-
-// The bytes of a text with their NUL. Every character must come back from its bytes: some systems
-// put a similar one for one that the page does not have. A whole text can come back with other
-// characters of the same meaning, such as a composed letter.
-function Encode(const Text, Name: TBrenikText; Page: Integer;
-  const NameOfPage: TBrenikText): TBrenikBytes;
-var
-  Missing: TBrenikText;
+procedure RefuseNul(const Text, Name: TBrenikText);
 begin
   if Pos(TBrenikText(#0), Text) > 0 then
     raise EBrenik.Create(Name + ': the text contains a NUL: remove it');
-  Missing := '';
-  if not ComesBack(Text, Page, Result) then
-    Missing := FirstMissing(Text, Page);
-  if Missing <> '' then
-    raise EBrenik.Create(Name + ': ' + NameOfPage + ' has no character ' + Missing + ' of "' +
-      Text + '": replace it');
-  SetLength(Result, Length(Result) + 1);
-  Result[High(Result)] := #0;
 end;
 
 function EncodedPath(const Path: TBrenikText): TBrenikBytes;
 begin
-  Result := Encode(Path, 'DataPath', PageOfPaths, 'the code page of this process');
+  RefuseNul(Path, 'DataPath');
+  Result := BytesOfPath(Path);
+  if (Result = nil) and (Path <> '') then
+    raise EBrenik.Create('DataPath: the code page of this process lacks a character of "' + Path +
+      '": rename the folder');
+  SetLength(Result, Length(Result) + 1);
+  Result[High(Result)] := #0;
+end;
+
+// U+ and the number of a character of one or two units.
+function NumberOf(const Character: TBrenikText): TBrenikText;
+var
+  Number: Integer;
+begin
+  Number := Ord(Character[1]);
+  if Length(Character) = 2 then
+    Number := $10000 + (Number and $3FF) * $400 + (Ord(Character[2]) and $3FF);
+  Result := 'U+' + TBrenikText(IntToHex(Number, 4));
+end;
+
+function IsPair(const Text: TBrenikText; I: Integer): Boolean;
+begin
+  Result := (I < Length(Text)) and (Ord(Text[I]) and $FC00 = $D800) and
+    (Ord(Text[I + 1]) and $FC00 = $DC00);
+end;
+
+// Some systems turn undefined bytes into control characters or into the private use area.
+function IsDefined(const Character: TBrenikText): Boolean;
+begin
+  Result := (Character <> '') and (Ord(Character[1]) >= $A0) and
+    ((Ord(Character[1]) < $E000) or (Ord(Character[1]) > $F8FF));
+end;
+
+{ TBrenikCodePage }
+
+function TBrenikCodePage.Encode(const Text, Name: TBrenikText): TBrenikBytes;
+var
+  I, Size: Integer;
+  Character: TBrenikText;
+  Bytes: TBrenikBytes;
+begin
+  RefuseNul(Text, Name);
+  Result := nil;
+  SetLength(Result, Length(Text) * MostBytesOfUnit + 1);
+  Size := 0;
+  I := 1;
+  while I <= Length(Text) do
+  begin
+    Character := Copy(Text, I, 1 + Ord(IsPair(Text, I)));
+    Inc(I, Length(Character));
+    if Ord(Character[1]) < $80 then
+    begin
+      Result[Size] := AnsiChar(Ord(Character[1]));
+      Inc(Size);
+      Continue;
+    end;
+    Bytes := EncodedCharacter(Character);
+    if (Bytes = nil) or (Decode(Bytes, Length(Bytes)) <> Character) then
+      raise EBrenik.Create(Name + ': the practice''s code page ' + NumberText(FNumber) +
+        ' has no character ' + NumberOf(Character) + ' of "' + Text + '": replace it');
+    Move(Bytes[0], Result[Size], Length(Bytes));
+    Inc(Size, Length(Bytes));
+  end;
+  SetLength(Result, Size + 1);
+  Result[Size] := #0;
+end;
+
+function TBrenikCodePage.Decode(const Bytes: TBrenikBytes; Size: Integer): TBrenikText;
+var
+  I, Used: Integer;
+  Character: TBrenikText;
+begin
+  Result := '';
+  I := 0;
+  while I < Size do
+  begin
+    Used := 1;
+    if Ord(Bytes[I]) < $80 then
+      Character := WideChar(Ord(Bytes[I]))
+    else
+    begin
+      Character := DecodedCharacter(Copy(Bytes, I, 1));
+      if (Character = '') and (I + 1 < Size) then
+      begin
+        Character := DecodedCharacter(Copy(Bytes, I, 2));
+        Used := 2;
+      end;
+      if not IsDefined(Character) then
+      begin
+        Character := '\x' + TBrenikText(LowerCase(IntToHex(Ord(Bytes[I]), 2)));
+        Used := 1;
+      end;
+    end;
+    Result := Result + Character;
+    Inc(I, Used);
+  end;
 end;
 
 // The page that the practice's contacts are marked with; 0 if their table is unreadable.
@@ -837,15 +964,6 @@ begin
   for I := Low(Marks) to High(Marks) do
     if Marks[I].Mark = Ord(Mark[0]) then
       Result := Marks[I].Page;
-end;
-
-procedure RequirePage(Page: Integer);
-var
-  Bytes: TBrenikBytes;
-begin
-  if not ComesBack('A', Page, Bytes) then
-    raise EBrenik.Create('Windows does not have the code page ' + NumberText(Page) +
-      '; pass another code page');
 end;
 
 { EBrenik, EBrenikError }
@@ -904,11 +1022,7 @@ begin
     Bytes := ReadShared(FPath, FSeen, Integer(Size - FSeen), Ignored);
   if Size > 0 then
     FSeen := Size;
-  Result := ToText(Bytes, Utf8Page);
-  {$IFDEF MSWINDOWS}
-  if Pos(WideChar($FFFD), Result) > 0 then  // what Windows puts for bytes that are not UTF-8
-    Result := ToText(Bytes, PageOfPaths);
-  {$ENDIF}
+  Result := TextOfFaults(Bytes);
 end;
 
 function HasReason(Code: TBrenikCode): Boolean;
@@ -954,22 +1068,23 @@ constructor TBrenikSession.Create(const DataPath: TBrenikText; Trace: Boolean;
   const LibraryPath: TBrenikText; CodePage: Integer);
 var
   Path: TBrenikBytes;
+  Page: Integer;
 begin
   inherited Create;
   if IsAnyOpen then
     raise EBrenik.Create('a session is already open in this process; shut it down first');
   Path := EncodedPath(DataPath);
-  FPage := CodePage;
-  if FPage = 0 then
-    FPage := PageOfPractice(DataPath);
-  if FPage <> 0 then
-    RequirePage(FPage);
+  Page := CodePage;
+  if Page = 0 then
+    Page := PageOfPractice(DataPath);
+  if Page <> 0 then
+    FPage := TBrenikCodePage.Create(Page);
   FFunctions := BrenikLoad(LibraryPath);
   FFaults := TBrenikFaultFile.Create;
   IsAnyOpen := True;
   FIsOpen := True;
   Check('BrenikInitialize', FFunctions.Initialize(PAnsiChar(Path), Ord(Trace), 0));
-  if FPage = 0 then
+  if FPage = nil then
     raise EBrenik.Create('cannot read the code page from LAW1.DBF in "' + DataPath +
       '"; pass the code page');
 end;
@@ -980,6 +1095,7 @@ begin
   if FIsOpen then
     Close;
   FFaults.Free;
+  FPage.Free;
   inherited Destroy;
 end;
 
@@ -1024,7 +1140,7 @@ var
   Kept: TBrenikText;
 begin
   RequireOpen('BrenikAddEnd');
-  Buffer := Encoded(Contact, 'Contact');
+  Buffer := FPage.Encode(Contact, 'Contact');
   if (Length(Buffer) <> 1) and (Length(Buffer) <> AddEndBuffer) then
     raise EBrenik.Create('Contact: "' + Contact + '" is not an identifier: pass ' +
       NumberText(IdentifierLength) + ' characters or none');
@@ -1046,7 +1162,7 @@ var
   Bytes: TBrenikBytes;
 begin
   RequireOpen('BrenikEditStart');
-  Bytes := Encoded(Identifier, 'Identifier');
+  Bytes := FPage.Encode(Identifier, 'Identifier');
   Number := 0;
   Check('BrenikEditStart', FFunctions.EditStart(Table, PAnsiChar(Bytes), Number));
 end;
@@ -1065,8 +1181,8 @@ var
   Name, Bytes: TBrenikBytes;
 begin
   RequireOpen('BrenikSetField');
-  Name := Encoded(Field, 'Field');
-  Bytes := Encoded(Text, 'Text');
+  Name := FPage.Encode(Field, 'Field');
+  Bytes := FPage.Encode(Text, 'Text');
   Check('BrenikSetField', FFunctions.SetField(Table, Rec, PAnsiChar(Name), PAnsiChar(Bytes)));
 end;
 
@@ -1090,7 +1206,7 @@ begin
   Size := 0;
   while Buffer[Size] <> #0 do
     Inc(Size);
-  Firm := ToText(Copy(Buffer, 0, Size), FPage);
+  Firm := FPage.Decode(Buffer, Size);
   Result := nil;
   Bar := Pos(TBrenikText('|'), Firm);
   while Bar > 0 do  // what follows the last bar is a byte of the blanks
@@ -1107,7 +1223,7 @@ var
   Buffer, Bytes: TBrenikBytes;
 begin
   RequireOpen('BrenikGetU_ID');
-  Bytes := Encoded(Key, 'Key');
+  Bytes := FPage.Encode(Key, 'Key');
   Buffer := nil;
   SetLength(Buffer, GetU_IDBuffer);
   FillChar(Buffer[0], IdentifierLength, ' ');
@@ -1115,14 +1231,9 @@ begin
   Result := DecodedIdentifier(Buffer);
 end;
 
-function TBrenikSession.Encoded(const Text, Name: TBrenikText): TBrenikBytes;
-begin
-  Result := Encode(Text, Name, FPage, 'the practice''s code page ' + NumberText(FPage));
-end;
-
 function TBrenikSession.DecodedIdentifier(const Buffer: TBrenikBytes): TBrenikText;
 begin
-  Result := TrimRight(ToText(Copy(Buffer, 0, IdentifierLength), FPage));
+  Result := TrimRight(FPage.Decode(Buffer, IdentifierLength));
 end;
 
 procedure TBrenikSession.RequireOpen(const FunctionName: TBrenikText);
