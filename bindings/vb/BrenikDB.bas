@@ -13,7 +13,8 @@ Attribute VB_Name = "BrenikDB"
 ' An error has the number vbObjectError + BrenikCode, the function as its source, and a message. The
 ' number is vbObjectError + BrenikRefused if no function was called: the library cannot be loaded, a
 ' text does not fit the code page, or the session is open already. Every procedure can also raise
-' brFault and brNotRegistered, and brAlreadyShutDown if no session is open.
+' brFault and brNotRegistered, and brAlreadyShutDown if no session is open. In a result, a byte that
+' the practice's code page leaves undefined becomes \xHH.
 '
 ' Visual Basic 6 and 32-bit Office load the 32-bit BrenikDB.dll, 64-bit Office the 64-bit one. The
 ' library serves one thread and has one session at a time.
@@ -102,6 +103,9 @@ Public Declare PtrSafe Function BrenikGetMyFirm Lib "BrenikDB.dll" ( _
     ByRef firm As Byte) As Long
 Public Declare PtrSafe Function BrenikGetU_ID Lib "BrenikDB.dll" ( _
     ByVal table As Long, ByRef key As Byte, ByRef identifier As Byte) As Long
+Private Declare PtrSafe Function IsValidCodePage Lib "kernel32" (ByVal page As Long) As Long
+Private Declare PtrSafe Function IsDBCSLeadByteEx Lib "kernel32" _
+    (ByVal page As Long, ByVal first As Byte) As Long
 Private Declare PtrSafe Function LoadLibraryW Lib "kernel32" (ByVal path As LongPtr) As LongPtr
 Private Declare PtrSafe Function SearchPathW Lib "kernel32" _
     (ByVal path As LongPtr, ByVal file As LongPtr, ByVal extension As LongPtr, ByVal size As Long, _
@@ -137,6 +141,9 @@ Public Declare Function BrenikGetMyFirm Lib "BrenikDB.dll" ( _
     ByRef firm As Byte) As Long
 Public Declare Function BrenikGetU_ID Lib "BrenikDB.dll" ( _
     ByVal table As Long, ByRef key As Byte, ByRef identifier As Byte) As Long
+Private Declare Function IsValidCodePage Lib "kernel32" (ByVal page As Long) As Long
+Private Declare Function IsDBCSLeadByteEx Lib "kernel32" _
+    (ByVal page As Long, ByVal first As Byte) As Long
 Private Declare Function LoadLibraryW Lib "kernel32" (ByVal path As Long) As Long
 Private Declare Function SearchPathW Lib "kernel32" _
     (ByVal path As Long, ByVal file As Long, ByVal extension As Long, ByVal size As Long, _
@@ -160,7 +167,8 @@ Private Const AnsiPage As Long = 0          ' the process's own code page
 Private Const Utf8Page As Long = 65001
 Private Const UnmarkedPage As Long = 1252
 Private Const PlaceOfMark As Long = 29      ' in the header of a table
-Private Const MostBytesOfUnit As Long = 8   ' of one UTF-16 unit in any code page, with room
+Private Const MostBytesOfUnit As Long = 4   ' of one UTF-16 unit in any code page
+Private Const RefuseUndefined As Long = 8   ' a flag of MultiByteToWideChar
 Private Const LongestPath As Long = 32767
 
 Private mIsOpen As Boolean
@@ -180,7 +188,7 @@ Public Sub SessionOpen(ByVal dataPath As String, Optional ByVal trace As Boolean
                        Optional ByVal codePage As Long = 0)
     Dim path() As Byte, code As Long, reason As String
     If mIsOpen Then Refuse "SessionOpen", "a session is already open; shut it down first"
-    path = EncodedIn(AnsiPage, "the code page of this process", dataPath, "dataPath")
+    path = EncodedPath(dataPath)
     mPage = codePage
     If mPage = 0 Then mPage = PageOfPractice(dataPath)
     If mPage <> 0 Then RequirePage mPage
@@ -247,7 +255,7 @@ Public Function SessionAddEnd(ByVal table As BrenikTable, _
     End If
     ReDim Preserve buffer(0 To AddEndBuffer - 1)
     code = BrenikAddEnd(table, buffer(0))
-    identifier = RTrim$(Decoded(buffer, IdentifierLength, mPage))
+    identifier = RTrim$(Decoded(buffer, IdentifierLength))
     Select Case code
         Case brSuccess
             SessionAddEnd = identifier
@@ -310,7 +318,7 @@ Public Function SessionGetMyFirm() As Variant
     Do While buffer(size) <> 0
         size = size + 1
     Loop
-    firm = Decoded(buffer, size, mPage)
+    firm = Decoded(buffer, size)
     ' What follows the last bar is a byte of the blanks.
     If InStr(firm, "|") = 0 Then firm = "" Else firm = Left$(firm, InStrRev(firm, "|") - 1)
     SessionGetMyFirm = Split(firm, "|")
@@ -324,7 +332,7 @@ Public Function SessionGetU_ID(ByVal table As BrenikTable, ByVal key As String) 
     bytes = Encoded(key, "key")
     buffer = Primed(IdentifierLength, GetU_IDBuffer)
     Check "BrenikGetU_ID", BrenikGetU_ID(table, bytes(0), buffer(0))
-    SessionGetU_ID = RTrim$(Decoded(buffer, IdentifierLength, mPage))
+    SessionGetU_ID = RTrim$(Decoded(buffer, IdentifierLength))
 End Function
 
 ' What a code means and what to do about it.
@@ -422,43 +430,127 @@ Private Function Primed(ByVal length As Long, ByVal size As Long) As Byte()
     Primed = buffer
 End Function
 
-' The bytes of a text in the practice's code page, with a 0 at the end.
+' The bytes of a text in the practice's code page, with a 0 at the end. Each character must come
+' back from its bytes: Windows puts a similar character for one that the page does not have.
 Private Function Encoded(ByVal text As String, ByVal argument As String) As Byte()
-    Encoded = EncodedIn(mPage, "the practice's code page " & mPage, text, argument)
+    Dim bytes() As Byte, added() As Byte, character As String
+    Dim size As Long, count As Long, i As Long, j As Long
+    RefuseNul text, argument
+    ReDim bytes(0 To Len(text) * MostBytesOfUnit)
+    i = 1
+    Do While i <= Len(text)
+        character = Mid$(text, i, 1)
+        If UnitOf(character) >= &HD800& And UnitOf(character) < &HDC00& Then
+            character = Mid$(text, i, 2)
+        End If
+        If UnitOf(character) < 128 Then
+            bytes(size) = UnitOf(character)
+            size = size + 1
+        Else
+            count = ToBytes(character, mPage, added)
+            If count > 0 Then
+                If Decoded(added, count) <> character Then count = 0
+            End If
+            If count = 0 Then
+                Refuse argument, "the practice's code page " & mPage & " has no character U+" & _
+                    Hex$(UnitOf(character)) & " of """ & text & """: replace it"
+            End If
+            For j = 0 To count - 1
+                bytes(size + j) = added(j)
+            Next
+            size = size + count
+        End If
+        i = i + Len(character)
+    Loop
+    ReDim Preserve bytes(0 To size)
+    bytes(size) = 0
+    Encoded = bytes
 End Function
 
-' The text must come back from its bytes: Windows puts a similar character for one that the page
-' does not have.
-Private Function EncodedIn(ByVal page As Long, ByVal nameOfPage As String, ByVal text As String, _
-                           ByVal argument As String) As Byte()
-    Dim bytes() As Byte, size As Long
-    If InStr(text, vbNullChar) > 0 Then Refuse argument, "the text contains a NUL: remove it"
-    ReDim bytes(0 To Len(text) * MostBytesOfUnit)
-    If Len(text) > 0 Then
-        size = WideCharToMultiByte(page, 0, StrPtr(text), Len(text), bytes(0), UBound(bytes), 0, 0)
+' The text of bytes in the practice's code page. A byte that the page leaves undefined becomes \xHH.
+Private Function Decoded(ByRef bytes() As Byte, ByVal size As Long) As String
+    Dim text As String, character As String, i As Long, used As Long
+    Do While i < size
+        used = 1
+        If bytes(i) < 128 Then
+            character = ChrW$(bytes(i))
+        Else
+            character = DecodedCharacter(bytes, i, 1)
+            If Len(character) = 0 And i + 1 < size Then
+                character = DecodedCharacter(bytes, i, 2)
+                used = 2
+            End If
+            If Not IsDefined(character) Then
+                character = "\x" & LCase$(Hex$(bytes(i)))
+                used = 1
+            End If
+        End If
+        text = text & character
+        i = i + used
+    Loop
+    Decoded = text
+End Function
+
+' The character of one or two bytes; empty if the page does not define them.
+Private Function DecodedCharacter(ByRef bytes() As Byte, ByVal start As Long, _
+                                  ByVal count As Long) As String
+    Dim isLead As Boolean
+    isLead = IsDBCSLeadByteEx(mPage, bytes(start)) <> 0
+    If isLead = (count = 2) Then
+        DecodedCharacter = ToText(bytes, start, count, mPage, RefuseUndefined)
     End If
-    If Decoded(bytes, size, page) <> text Then
-        Refuse argument, nameOfPage & " does not have every character of """ & text & _
-            """: replace the others"
+End Function
+
+' Windows turns undefined bytes into control characters or into the private use area.
+Private Function IsDefined(ByVal character As String) As Boolean
+    If Len(character) = 0 Then Exit Function
+    IsDefined = UnitOf(character) >= &HA0& And _
+        (UnitOf(character) < &HE000& Or UnitOf(character) > &HF8FF&)
+End Function
+
+' The number of the first UTF-16 unit; AscW gives a negative one from &H8000.
+Private Function UnitOf(ByVal character As String) As Long
+    UnitOf = AscW(character) And &HFFFF&
+End Function
+
+' The library takes its path in the process's ANSI code page.
+Private Function EncodedPath(ByVal path As String) As Byte()
+    Dim bytes() As Byte, size As Long
+    RefuseNul path, "dataPath"
+    ReDim bytes(0 To 0)
+    If Len(path) > 0 Then size = ToBytes(path, AnsiPage, bytes)
+    If ToText(bytes, 0, size, AnsiPage, 0) <> path Then
+        Refuse "dataPath", "the code page of this process lacks a character of """ & path & _
+            """: rename the folder"
     End If
     ReDim Preserve bytes(0 To size)
     bytes(size) = 0
-    EncodedIn = bytes
+    EncodedPath = bytes
 End Function
 
-Private Function Decoded(ByRef bytes() As Byte, ByVal size As Long, ByVal page As Long) As String
+Private Sub RefuseNul(ByVal text As String, ByVal argument As String)
+    If InStr(text, vbNullChar) > 0 Then Refuse argument, "the text contains a NUL: remove it"
+End Sub
+
+' Returns the number of bytes.
+Private Function ToBytes(ByVal text As String, ByVal page As Long, ByRef bytes() As Byte) As Long
+    ReDim bytes(0 To Len(text) * MostBytesOfUnit)
+    ToBytes = WideCharToMultiByte(page, 0, StrPtr(text), Len(text), bytes(0), UBound(bytes), 0, 0)
+End Function
+
+Private Function ToText(ByRef bytes() As Byte, ByVal start As Long, ByVal size As Long, _
+                        ByVal page As Long, ByVal flags As Long) As String
     Dim text As String, length As Long
     If size = 0 Then Exit Function
     text = String$(size * 2, vbNullChar)
-    length = MultiByteToWideChar(page, 0, bytes(0), size, StrPtr(text), Len(text))
-    Decoded = Left$(text, length)
+    length = MultiByteToWideChar(page, flags, bytes(start), size, StrPtr(text), Len(text))
+    ToText = Left$(text, length)
 End Function
 
 Private Sub RequirePage(ByVal page As Long)
-    Dim letter(0 To 0) As Byte
-    letter(0) = 65
-    If Decoded(letter, 1, page) = "A" Then Exit Sub
-    Refuse "SessionOpen", "Windows does not have the code page " & page & "; pass another code page"
+    If IsValidCodePage(page) <> 0 Then Exit Sub
+    Refuse "SessionOpen", "this system does not have the code page " & page & _
+        "; pass another code page"
 End Sub
 
 ' The page that the practice's contacts are marked with; 0 if their table is unreadable.
@@ -599,8 +691,8 @@ Private Function ReasonOf(ByVal code As Long) As String
     size = mFaultsSeen - start
     If size = 0 Then Exit Function
     If BytesOfFile(FaultFile(), start, size, bytes) < start + size Then Exit Function
-    text = Decoded(bytes, size, Utf8Page)
-    If InStr(text, ChrW$(&HFFFD)) > 0 Then text = Decoded(bytes, size, AnsiPage)
+    text = ToText(bytes, 0, size, Utf8Page, 0)
+    If InStr(text, ChrW$(&HFFFD)) > 0 Then text = ToText(bytes, 0, size, AnsiPage, 0)
     Do While Right$(text, 1) = vbLf Or Right$(text, 1) = vbCr
         text = Left$(text, Len(text) - 1)
     Loop
