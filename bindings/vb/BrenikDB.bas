@@ -187,7 +187,7 @@ Public Sub SessionOpen(ByVal dataPath As String, Optional ByVal trace As Boolean
                        Optional ByVal libraryPath As String = "", _
                        Optional ByVal codePage As Long = 0)
     Dim path() As Byte, code As Long, reason As String
-    If mIsOpen Then Refuse "SessionOpen", "a session is already open; shut it down first"
+    If mIsOpen Then Refuse "a session is already open; shut it down first"
     path = EncodedPath(dataPath)
     mPage = codePage
     If mPage = 0 Then mPage = PageOfPractice(dataPath)
@@ -201,7 +201,7 @@ Public Sub SessionOpen(ByVal dataPath As String, Optional ByVal trace As Boolean
     mIsOpen = False
     BrenikShutDown
     If code <> brSuccess Then RaiseCode "BrenikInitialize", code, "", reason
-    Refuse "SessionOpen", "cannot read the code page from LAW1.DBF in """ & dataPath & _
+    Refuse "cannot read the code page from LAW1.DBF in """ & dataPath & _
         """; pass the code page"
 End Sub
 
@@ -250,7 +250,7 @@ Public Function SessionAddEnd(ByVal table As BrenikTable, _
     RequireOpen "BrenikAddEnd"
     buffer = Encoded(contact, "contact")
     If UBound(buffer) <> 0 And UBound(buffer) <> IdentifierLength Then
-        Refuse "BrenikAddEnd", """" & contact & """ is not an identifier: pass " & _
+        Refuse "contact: """ & contact & """ is not an identifier: pass " & _
             IdentifierLength & " characters or none"
     End If
     ReDim Preserve buffer(0 To AddEndBuffer - 1)
@@ -413,10 +413,10 @@ Private Sub RaiseCode(ByVal functionName As String, ByVal code As Long, _
     Err.Raise vbObjectError + code, functionName, message
 End Sub
 
-Private Sub Refuse(ByVal source As String, ByVal message As String)
+Private Sub Refuse(ByVal message As String)
     SessionErrorIdentifier = ""
     SessionErrorReason = ""
-    Err.Raise vbObjectError + BrenikRefused, source, message
+    Err.Raise vbObjectError + BrenikRefused, "BrenikDB", message
 End Sub
 
 ' A buffer that begins with blanks. The library writes no more than the length of the text that it
@@ -452,8 +452,9 @@ Private Function Encoded(ByVal text As String, ByVal argument As String) As Byte
                 If Decoded(added, count) <> character Then count = 0
             End If
             If count = 0 Then
-                Refuse argument, "the practice's code page " & mPage & " has no character U+" & _
-                    Hex$(UnitOf(character)) & " of """ & text & """: replace it"
+                Refuse argument & ": the practice's code page " & mPage & _
+                    " has no character U+" & Right$("000" & Hex$(UnitOf(character)), 4) & _
+                    " of """ & text & """: replace it"
             End If
             For j = 0 To count - 1
                 bytes(size + j) = added(j)
@@ -520,7 +521,7 @@ Private Function EncodedPath(ByVal path As String) As Byte()
     ReDim bytes(0 To 0)
     If Len(path) > 0 Then size = ToBytes(path, AnsiPage, bytes)
     If ToText(bytes, 0, size, AnsiPage, 0) <> path Then
-        Refuse "dataPath", "the code page of this process lacks a character of """ & path & _
+        Refuse "dataPath: the code page of this process lacks a character of """ & path & _
             """: rename the folder"
     End If
     ReDim Preserve bytes(0 To size)
@@ -529,7 +530,7 @@ Private Function EncodedPath(ByVal path As String) As Byte()
 End Function
 
 Private Sub RefuseNul(ByVal text As String, ByVal argument As String)
-    If InStr(text, vbNullChar) > 0 Then Refuse argument, "the text contains a NUL: remove it"
+    If InStr(text, vbNullChar) > 0 Then Refuse argument & ": the text contains a NUL: remove it"
 End Sub
 
 ' Returns the number of bytes.
@@ -549,7 +550,7 @@ End Function
 
 Private Sub RequirePage(ByVal page As Long)
     If IsValidCodePage(page) <> 0 Then Exit Sub
-    Refuse "SessionOpen", "this system does not have the code page " & page & _
+    Refuse "this system does not have the code page " & page & _
         "; pass another code page"
 End Sub
 
@@ -630,18 +631,18 @@ Private Sub LoadBrenik(ByVal libraryPath As String)
         path = Left$(path, length)
     End If
     If StrComp(Right$(path, Len(DllName)), DllName, vbTextCompare) <> 0 Then
-        If Len(path) > 0 Then Refuse "SessionOpen", path & ": the library's name must be " & DllName
-        Refuse "SessionOpen", DllName & " is neither beside the program nor where Windows " & _
+        If Len(path) > 0 Then Refuse path & ": the library's name must be " & DllName
+        Refuse DllName & " is neither beside the program nor where Windows " & _
             "searches; pass its path"
     End If
     bits = LibraryBits(path)
-    If bits = 0 Then Refuse "SessionOpen", path & " is missing or not a library for Windows"
+    If bits = 0 Then Refuse path & " is missing or not a library for Windows"
     If bits <> ProcessBits Then
-        Refuse "SessionOpen", path & " has " & bits & " bits, and this process has " & _
+        Refuse path & " has " & bits & " bits, and this process has " & _
             ProcessBits & "; use the " & ProcessBits & "-bit library"
     End If
     If LoadLibraryW(StrPtr(path)) = 0 Then
-        Refuse "SessionOpen", "cannot load " & path & ": Windows error " & Err.LastDllError
+        Refuse "cannot load " & path & ": Windows error " & Err.LastDllError
     End If
 End Sub
 
@@ -649,13 +650,13 @@ End Sub
 Private Function LibraryBits(ByVal path As String) As Long
     Const HeaderPointer As Long = 60
     Const PlaceOfMachine As Long = 4
-    Dim bytes() As Byte, header As Long
-    If BytesOfFile(path, HeaderPointer, 4, bytes) < HeaderPointer + 4 Then Exit Function
+    Dim bytes() As Byte, size As Long, header As Long
+    size = BytesOfFile(path, HeaderPointer, 4, bytes)
+    If size < HeaderPointer + 4 Then Exit Function
     If bytes(3) > 127 Then Exit Function
     header = bytes(0) + bytes(1) * 256& + bytes(2) * 65536 + bytes(3) * 16777216
-    If BytesOfFile(path, header, PlaceOfMachine + 2, bytes) < header + PlaceOfMachine + 2 Then
-        Exit Function
-    End If
+    If header > size - PlaceOfMachine - 2 Then Exit Function
+    If BytesOfFile(path, header, PlaceOfMachine + 2, bytes) <> size Then Exit Function
     If bytes(0) <> Asc("P") Or bytes(1) <> Asc("E") Then Exit Function
     Select Case bytes(PlaceOfMachine) + bytes(PlaceOfMachine + 1) * 256&
         Case &H14C&: LibraryBits = 32
