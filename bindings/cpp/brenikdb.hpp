@@ -297,13 +297,13 @@ class Converter {
         : decoder_(iconv_open("UTF-8", name_of(page).c_str())),
           encoder_(iconv_open(name_of(page).c_str(), "UTF-8")) {}
     ~Converter() {
-        if (decoder_ != kNone()) iconv_close(decoder_);
-        if (encoder_ != kNone()) iconv_close(encoder_);
+        if (decoder_ != none()) iconv_close(decoder_);
+        if (encoder_ != none()) iconv_close(encoder_);
     }
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
-    [[nodiscard]] bool knows_page() const { return decoder_ != kNone() && encoder_ != kNone(); }
+    [[nodiscard]] bool knows_page() const { return decoder_ != none() && encoder_ != none(); }
     [[nodiscard]] std::string decode(std::string_view bytes) const {
         return converted(decoder_, bytes);
     }
@@ -312,7 +312,7 @@ class Converter {
     }
 
   private:
-    static iconv_t kNone() { return reinterpret_cast<iconv_t>(-1); }
+    static iconv_t none() { return reinterpret_cast<iconv_t>(-1); }
 
     static std::string name_of(unsigned page) {
         switch (page) {
@@ -647,8 +647,9 @@ class Session {
         const std::string path = detail::library_path_text(data_path);
         const BrenikCode code = library_.BrenikInitialize(path.c_str(), trace ? 1 : 0, 0);
         if (code != kSuccess) {
+            const std::string reason = reasons_.next(code);
             library_.BrenikShutDown();
-            require("BrenikInitialize", code);
+            throw BrenikError("BrenikInitialize", code, {}, reason);
         }
         if (!marked_page_) {
             library_.BrenikShutDown();
