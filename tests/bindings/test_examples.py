@@ -28,7 +28,7 @@ LANGUAGES = {
              ['{0}/program.exe']),
     '.py': (None, [sys.executable, '-W', 'error', '{1}']),
 }
-ENVIRONMENT = dict(os.environ, PYTHONPATH=str(BINDINGS / 'python'), PYTHONIOENCODING='utf-8', BRENIK_UI='none')
+ENVIRONMENT = dict(os.environ, PYTHONPATH=str(BINDINGS / 'python'), LC_ALL='C.UTF-8', BRENIK_UI='none')
 
 
 def sources(*names):
