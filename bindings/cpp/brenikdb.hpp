@@ -261,14 +261,13 @@ class Handle {
     HMODULE handle_;
 };
 
-// The library beside the program, if there is one; otherwise the system searches for the name.
-inline std::string usual_library() {
-    std::wstring program(32768, L'\0');
-    program.resize(GetModuleFileNameW(nullptr, program.data(), 32768));
-    const auto beside = std::filesystem::path(program).parent_path() / kLibraryName;
-    std::error_code unknown;
-    if (!std::filesystem::exists(beside, unknown)) return kLibraryName;
-    return narrow(CP_UTF8, 0, beside.wstring());
+// The full path of a library that Windows would load: beside the program, or where it searches.
+// Otherwise the path as it is.
+inline std::string found_library(const std::string& path) {
+    std::wstring found(32768, L'\0');
+    found.resize(
+        SearchPathW(nullptr, native_path(path).c_str(), nullptr, 32768, found.data(), nullptr));
+    return found.empty() ? path : narrow(CP_UTF8, 0, found);
 }
 #else
 inline constexpr const char* kLibraryName = "libBrenikDB.so.0";
@@ -364,11 +363,11 @@ class Handle {
     void* handle_;
 };
 
-inline std::string usual_library() { return kLibraryName; }
+inline std::string found_library(const std::string& path) { return path; }
 #endif
 
-// Throws if the file is no library of this system, or its bits are not the process's. A name
-// without a file is the system's to search for.
+// Throws if the file is no library of this system, or its bits are not the process's. Loading says
+// why a file cannot be opened.
 inline void compare_bits(const std::string& path) {
     std::array<unsigned char, 4096> head{};
     std::ifstream file(native_path(path), std::ios::binary);
@@ -586,8 +585,8 @@ class Library {
     };
 
     static std::string checked(const std::string& path) {
-        std::string found = path.empty() ? detail::usual_library() : path;
-        detail::compare_bits(found);
+        std::string found = detail::found_library(path.empty() ? detail::kLibraryName : path);
+        if (found.find_first_of("/\\") != std::string::npos) detail::compare_bits(found);
         return found;
     }
 

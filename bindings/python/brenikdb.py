@@ -156,7 +156,7 @@ def load(library=''):
     Python. The bits are compared before the library is loaded, if its place is known. It stays loaded.
     """
     path = os.fspath(library) if library else _usual_library()
-    if os.path.isfile(path):
+    if os.path.dirname(path) and os.path.isfile(path):      # a bare name is the system's to search for
         _compare_bits(path)
     loaded = ctypes.CDLL(path)
     functions = type('Functions', (), {})()
