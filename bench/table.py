@@ -1,4 +1,4 @@
-"""Runs every benchmark and writes the tables of docs/performance.md.
+"""Runs every benchmark and writes the tables of docs/maintainers/performance.md.
 
     table.py --build DIR             measures, and replaces the tables in the page
     table.py --build DIR --contacts SMALLEST MIDDLE LARGEST      likewise, with practices of these sizes
@@ -20,7 +20,7 @@ import sys
 import tempfile
 from pathlib import Path
 
-PAGE = Path(__file__).resolve().parents[1] / 'docs' / 'performance.md'
+PAGE = Path(__file__).resolve().parents[1] / 'docs' / 'maintainers' / 'performance.md'
 BEGIN, END = '<!-- measured: begin -->', '<!-- measured: end -->'
 
 # The operations of brenik_bench, in the words of the page.

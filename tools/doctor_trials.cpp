@@ -23,7 +23,8 @@ using platform::LockKind;
 using platform::OpenMode;
 using Clock = std::chrono::steady_clock;
 
-// Positions of the append lock, and of record 1's lock in proprietary mode (docs/locking.md).
+// Positions of the append lock, and of record 1's lock in proprietary mode
+// (docs/explanation/locking.md).
 constexpr std::uint64_t kLow = 0x7FFFFFFE;
 constexpr std::uint64_t kHigh = 0x100000001;
 

@@ -20,7 +20,7 @@ from conftest import Host, Practice, faults_of
 from judges import tables_of, view_of
 from test_faults import calls_made, copy, faulty, memory  # noqa: F401  (fixtures)
 
-TABLE = Path(__file__).parents[2] / 'docs' / 'when-a-call-ends-early.md'
+TABLE = Path(__file__).parents[2] / 'docs' / 'reference' / 'when-a-call-ends-early.md'
 FILES = {0: 'LAW1', 1: 'LAW1', 3: 'LAW3'}
 AREAS = 1, 2, 3, 4, 5, 7, 9, 20
 CONTACT = 'A100003'

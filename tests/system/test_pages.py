@@ -14,7 +14,7 @@ from conftest import OURS, TOOL, path_form, tool
 
 ROOT = Path(__file__).resolve().parents[2]
 DATA = ROOT / 'tests' / 'data'
-DOCS = ROOT / 'docs'
+DOCS = ROOT / 'docs' / 'reference'
 PAGES = sorted(DOCS.glob('format-*.md'))
 EXAMPLES = re.compile(r'^\| (?:expression|arguments|key) \| (.*) \|\n\|[-|]+\n((?:\|.*\n)+)', re.M)
 LINE = re.compile(r'  ([0-9a-f]{4})  ((?:[0-9a-f]{2}(?:\*\d+)? )+)  *([^:]+):')

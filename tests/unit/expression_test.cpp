@@ -1,5 +1,5 @@
-// Index keys, and the limits of expressions. docs/expressions.md says what expressions give; a
-// system test runs its examples.
+// Index keys, and the limits of expressions. docs/reference/expressions.md says what expressions
+// give; a system test runs its examples.
 
 #include "engine/expression/expression.h"
 

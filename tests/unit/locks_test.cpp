@@ -139,7 +139,8 @@ TEST_F(LocksTest, RecordsAreWholeBesideAWriterThatKnowsOnlyTheirLocks) {
         const Bytes text = table->record().bytes.subspan(1);
         ++read;
         if (std::ranges::count(text, text[0]) == std::ssize(text)) return;
-        // docs/locking.md names the gap: a writer that was stopped in the middle of its copy.
+        // docs/explanation/locking.md names the gap: a writer that was stopped in the middle of its
+        // copy.
         while (writes) std::this_thread::yield();
         mixed += slow_until.load() < begin;
     };

@@ -1,5 +1,6 @@
-// The routines that need no table, where docs/routines.md has no examples: damaged byte strings,
-// the limits of texts and numbers, and what depends on the moment. A system test runs the examples.
+// The routines that need no table, where docs/reference/routines.md has no examples: damaged byte
+// strings, the limits of texts and numbers, and what depends on the moment. A system test runs the
+// examples.
 
 #include <gtest/gtest.h>
 

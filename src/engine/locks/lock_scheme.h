@@ -11,7 +11,7 @@
 //
 // Further up, the same in both modes, lie the queues of processes that wait for a lock (queue(),
 // lock_queue.h) and the locks that keep a record whole while it is copied (whole()).
-// docs/locking.md lists all positions with their reasons.
+// docs/explanation/locking.md lists all positions with their reasons.
 
 #pragma once
 

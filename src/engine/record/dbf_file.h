@@ -18,7 +18,8 @@
 //       17    1  decimals; for text, the width's high byte
 //       18    1  flags, in the later generation
 //       19    4  next autoincrement value; the byte after it holds the step
-// The records follow without gaps, then the end mark 0x1A. docs/format-dbf.md has an example.
+// The records follow without gaps, then the end mark 0x1A. docs/reference/format-dbf.md has
+// an example.
 
 #pragma once
 

@@ -10,7 +10,8 @@
 //        8       the data
 // .DBT of generation III: blocks of 512 bytes; text ends at the first 0x1A. .DBT of generation IV:
 // the block size is at offset 20 of the header, 16 bits, little-endian; a memo begins with
-// FF FF 08 00 and its length, which includes these 8 bytes. docs/format-fpt.md has an example.
+// FF FF 08 00 and its length, which includes these 8 bytes. docs/reference/format-fpt.md has
+// an example.
 
 #pragma once
 
