@@ -100,12 +100,12 @@ def test_examples_of_expressions(tmp_path):
 @pytest.mark.parametrize('page', ['expressions.md', 'routines.md', 'calling-routines.md'])
 def test_sessions(page, practice):
     """What a page shows as typed into a shell."""
-    typed = re.findall(r'^    \$ ((?:.*\\\n)*.* brenik call.*\n)((?:    {.*\n)+)', (DOCS / page).read_text(), re.M)
+    typed = re.findall(r'^```sh\n([^`]* brenik call[^`]*)```\n\n```output\n([^`]*)```', (DOCS / page).read_text(), re.M)
     assert typed
     for command, answers in typed:
-        command = command.replace('brenik', TOOL).replace('DIR', shlex.quote(path_form(OURS)(practice)))
+        command = command.replace('brenik', TOOL).replace('practice', shlex.quote(path_form(OURS)(practice)))
         done = subprocess.run(['sh', '-c', command], cwd=ROOT, capture_output=True, text=True, check=True)
-        assert done.stdout == re.sub('^    ', '', answers, flags=re.M), done.stderr
+        assert done.stdout == answers, done.stderr
 
 
 def test_examples_of_routines():
