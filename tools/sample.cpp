@@ -315,7 +315,8 @@ template <typename Content, typename Make>
 WrittenTable write_table(const std::string& folder, const TableDefinition& table,
                          const Columns<Content>& columns, std::uint32_t count, Make make) {
     const std::string path = folder + "/" + table.file + ".DBF";
-    make::TableWriter writer(path, layout_of(table, columns));
+    const CivilDay today = sample_today().civil();
+    make::TableWriter writer(path, layout_of(table, columns), {today.year, today.month, today.day});
     std::vector<Value> values(columns.size());
     ProgressBar bar(table.file);
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -9,13 +9,12 @@
 #include "engine/make/index_builder.h"
 #include "engine/record/dbf_file.h"
 #include "engine/record/table_path.h"
-#include "platform/clock.h"
 
 namespace brenik::make {
 
-void create_table(const std::string& path, record::TableLayout layout) {
+void create_table(const std::string& path, record::TableLayout layout, platform::LocalDay updated) {
     const std::string name = record::table_path(path);
-    std::vector<Byte> bytes = record::make_header(layout, platform::system_clock().today());
+    std::vector<Byte> bytes = record::make_header(layout, updated);
     bytes.push_back(record::kEndMark);
     platform::File table = locks::create_file(name);
     if (layout.has_memos()) local::MemoFile::create(name);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/record/table_layout.h"
+#include "platform/clock.h"
 
 namespace brenik::make {
 
@@ -27,8 +28,9 @@ using BuildProgress =
 
 // Makes an empty table, and its memo file if a field needs one. Replaces existing files. Of
 // `layout` only the version, the code page, and each field's name, type, width, decimals and flags
-// are used. Throws EngineFault.
-void create_table(const std::string& path, record::TableLayout layout);
+// are used. `updated` is the header's date of the last update. Throws EngineFault.
+void create_table(const std::string& path, record::TableLayout layout,
+                  platform::LocalDay updated = platform::system_clock().today());
 
 // Builds the structural index of a table from its records, replaces an existing one, and marks the
 // table as indexed. Needs exclusive use: EngineFault kBusy if it cannot be acquired, kUnsupported

@@ -16,9 +16,10 @@ constexpr std::size_t kBufferSize = 1 << 20;
 
 }  // namespace
 
-TableWriter::TableWriter(const std::string& path, const record::TableLayout& layout)
+TableWriter::TableWriter(const std::string& path, const record::TableLayout& layout,
+                         platform::LocalDay updated)
     : layout_(layout) {
-    create_table(path, layout);
+    create_table(path, layout, updated);
     const std::string file_path = record::table_path(path);
     file_ = platform::File::open(file_path, platform::OpenMode::kReadWrite,
                                  platform::Sharing::kExclusive);

@@ -12,6 +12,7 @@
 
 #include "engine/local/memo_file.h"
 #include "engine/record/table_layout.h"
+#include "platform/clock.h"
 #include "platform/file.h"
 #include "util/value.h"
 
@@ -20,7 +21,8 @@ namespace brenik::make {
 class TableWriter {
   public:
     // Makes the table as create_table does. Throws EngineFault.
-    TableWriter(const std::string& path, const record::TableLayout& layout);
+    TableWriter(const std::string& path, const record::TableLayout& layout,
+                platform::LocalDay updated = platform::system_clock().today());
     // Without close() the records are lost, because the header does not count them.
     ~TableWriter() = default;
     TableWriter(const TableWriter&) = delete;
