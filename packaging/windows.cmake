@@ -1,4 +1,5 @@
-# The files of the release archive for Windows hosts, and of the separate archive of symbols.
+# The files of the release archive for Windows hosts, and of the separate archive of symbols. scripts/package
+# adds what is made at that time: the HTML pages, the sample practice and the checksums.
 
 install(TARGETS BrenikDB brenik example_host COMPONENT package
   RUNTIME DESTINATION bin
@@ -6,8 +7,7 @@ install(TARGETS BrenikDB brenik example_host COMPONENT package
 install(FILES ${PROJECT_BINARY_DIR}/BrenikDB.lib ${PROJECT_BINARY_DIR}/BrenikDB.def
   DESTINATION lib COMPONENT package)
 install(FILES ${PROJECT_SOURCE_DIR}/include/brenikdb.h DESTINATION include COMPONENT package)
-install(FILES ${PROJECT_SOURCE_DIR}/examples/host.c DESTINATION examples COMPONENT package)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION . COMPONENT package)
+install_for_users(.)
 install(FILES $<TARGET_FILE:BrenikDB>.debug $<TARGET_FILE:brenik>.debug DESTINATION . COMPONENT symbols)
 
 # What differs between 32 and 64 bits in the readme.

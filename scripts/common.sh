@@ -11,7 +11,8 @@ test_packages=(libgtest-dev libgmock-dev python3-pytest python3-pexpect mandoc l
 lint_packages=(clang-format clang-tidy shellcheck flake8)
 sanitizer_packages=(clang libclang-rt-14-dev llvm)
 windows_packages=(g++-mingw-w64-i686 g++-mingw-w64-x86-64 llvm lld)
-windows_test_packages=(googletest xvfb imagemagick zip unzip)
+archive_packages=(zip cmark-gfm python3)
+windows_test_packages=(googletest xvfb imagemagick unzip "${archive_packages[@]}")
 share_packages=(qemu-system-x86 samba busybox-static cpio kmod)
 
 as_root=()

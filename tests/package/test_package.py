@@ -6,6 +6,7 @@ Windows programs run under Wine, which sees the file system as drive Z.
 import json
 import os
 import re
+import shutil
 import subprocess
 import zipfile
 from pathlib import Path
@@ -16,10 +17,12 @@ ROOT = Path(__file__).parents[2]
 PRESET = os.environ['BRENIK_PRESET']
 NAME = 'BrenikDB-%s-%s' % (os.environ['BRENIK_VERSION'], PRESET)
 COMPILER = os.environ['BRENIK_COMPILER']
-CONTENTS = ['CHANGELOG.md', 'LICENSE.txt', 'NOTICES.txt', 'README.txt', 'UPGRADING.md', 'bin/BrenikDB.dll',
-            'bin/brenik.exe', 'bin/host.exe', 'examples/host.c', 'include/brenikdb.h', 'lib/BrenikDB.def',
+CONTENTS = ['CHANGELOG.md', 'LICENSE.txt', 'NOTICES.txt', 'README.txt', 'SHA256SUMS', 'UPGRADING.md',
+            'bin/BrenikDB.dll', 'bin/brenik.exe', 'bin/host.exe', 'include/brenikdb.h', 'lib/BrenikDB.def',
             'lib/BrenikDB.lib', 'lib/libBrenikDB.dll.a']
-DOCS = sorted(str(path.relative_to(ROOT)) for path in (ROOT / 'docs').rglob('*') if path.is_file())
+FOLDERS = {'docs': 'docs', 'bindings': 'bindings', 'examples': 'examples', 'packaging/settings': 'settings'}
+LEFT_OUT = re.compile('docs/maintainers/|.*/CMakeLists.txt$')
+SAMPLE_DAY = bytes([24, 3, 15])      # of 2024, in the headers of the sample's tables
 CODE_EXISTS = 18
 
 
@@ -55,23 +58,58 @@ def unpacked(archive, tmp_path):
 
 @pytest.fixture
 def practice(unpacked, tmp_path):
-    folder = tmp_path / 'practice'
-    wine(unpacked / 'bin/brenik.exe', 'sample', on_drive(folder), '--contacts', 60, '--matters', 30)
-    return folder
+    return shutil.copytree(unpacked / 'sample', tmp_path / 'practice')
+
+
+def wanted_names():
+    """What the archive should hold, the sample practice excepted."""
+    names = [*CONTENTS, 'docs/pages.css']
+    for folder, place in FOLDERS.items():
+        names += [place + name.removeprefix(folder) for name in run('git', 'ls-files', folder, cwd=ROOT).splitlines()
+                  if not LEFT_OUT.match(name)]
+    pages = [re.sub('docs/README.md$', 'docs/index.md', name) for name in names if name.endswith('.md')]
+    return sorted(names + [name.removesuffix('.md') + '.html' for name in pages])
 
 
 def test_contents(archive):
     with zipfile.ZipFile(archive) as packed:
-        assert packed.namelist() == ['%s/%s' % (NAME, name) for name in sorted(CONTENTS + DOCS)]
+        prefix = NAME + '/'
+        names = [name.removeprefix(prefix) for name in packed.namelist()]
+        sample = [name for name in names if name.startswith('sample/')]
+        assert sorted(set(names) - set(sample)) == wanted_names() and names == sorted(names)
         assert len({entry.date_time for entry in packed.infolist()}) == 1
-        for name in CONTENTS:
-            assert str(ROOT).encode() not in packed.read('%s/%s' % (NAME, name)), '%s names this place' % name
-        readme = packed.read(NAME + '/README.txt').decode()
-        assert [name for name in CONTENTS if name.replace('/', '\\') not in readme] == ['README.txt']
+        for name in names:
+            assert str(ROOT).encode() not in packed.read(prefix + name), '%s names this place' % name
+        assert {packed.read(prefix + name)[1:4] for name in sample if name.endswith('.DBF')} == {SAMPLE_DAY}
+        readme = packed.read(prefix + 'README.txt').decode()
+        folders = {name.split('/')[0] for name in names}
+        assert [name for name in {*CONTENTS, *folders} if name.replace('/', '\\') not in readme] == ['README.txt']
     with zipfile.ZipFile(archive.with_name(NAME + '-symbols.zip')) as packed:
         assert packed.namelist() == ['%s-symbols/%s.debug' % (NAME, name) for name in ('BrenikDB.dll', 'brenik.exe')]
         for name in packed.namelist():
             assert str(ROOT).encode() not in packed.read(name), '%s names this place' % name
+
+
+def test_checksums(unpacked):
+    run('sha256sum', '--check', '--strict', 'SHA256SUMS', cwd=unpacked)
+    files = [str(path.relative_to(unpacked)) for path in unpacked.rglob('*') if path.is_file()]
+    listed = [line.split(maxsplit=1)[1] for line in (unpacked / 'SHA256SUMS').read_text().splitlines()]
+    assert sorted([*listed, 'SHA256SUMS']) == sorted(files)
+
+
+def test_pages(unpacked):
+    """The HTML pages can be read offline: the contents lead to each of them, and no link leads nowhere."""
+    reached, waiting = set(), {unpacked / 'docs/index.html'}
+    while waiting:
+        page = waiting.pop()
+        reached.add(page)
+        for link in re.findall(' (?:href|src)="([^":]+)"', page.read_text()):
+            path, _, anchor = link.partition('#')
+            target = Path(os.path.normpath(page.parent / path)) if path else page
+            assert target.is_file() and (not anchor or ' id="%s"' % anchor in target.read_text()), (page, link)
+            waiting |= {target} - reached if target.suffix == '.html' else set()
+    assert set((unpacked / 'docs').rglob('*.html')) - reached == set()
+    assert '<table>' in (unpacked / 'docs/index.html').read_text()
 
 
 def test_same_commit_gives_the_same_archive(archive):
