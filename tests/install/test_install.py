@@ -7,26 +7,10 @@ import subprocess
 from pathlib import Path
 
 import pytest
+from conftest import BUILD, CMAKE, ROOT, run
 
-CMAKE = os.environ['BRENIK_CMAKE']
-BUILD = Path(os.environ['BRENIK_BUILD'])
 CONSUMER = Path(__file__).parent / 'consumer'
 DATA_FILES_MISSING = 1
-
-
-def run(*command, **options):
-    done = subprocess.run([str(word) for word in command], text=True, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, timeout=900, **options)
-    assert done.returncode == 0, done.stdout[-2000:]
-    return done.stdout
-
-
-@pytest.fixture(scope='module')
-def prefix(tmp_path_factory):
-    """Installed in one place and moved to another."""
-    places = tmp_path_factory.mktemp('places')
-    run(CMAKE, '--install', BUILD, '--prefix', places / 'first')
-    return (places / 'first').rename(places / 'second place')
 
 
 @pytest.fixture
@@ -74,5 +58,5 @@ def test_pkg_config(prefix, practice, tmp_path):
 def test_nothing_installed_names_a_place(prefix):
     texts = [path for path in prefix.rglob('*') if path.suffix in ('.cmake', '.pc', '.h')]
     assert len(texts) >= 4
-    places = [str(prefix.with_name('first')), str(BUILD), str(Path(__file__).parents[2])]
+    places = [str(prefix.with_name('first')), str(BUILD), str(ROOT)]
     assert [(path.name, place) for path in texts for place in places if place in path.read_text()] == []

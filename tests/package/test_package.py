@@ -12,6 +12,7 @@ import zipfile
 from pathlib import Path
 
 import pytest
+from pages import FILE_NAME, blocks_of, compare_outputs
 
 ROOT = Path(__file__).parents[2]
 PRESET = os.environ['BRENIK_PRESET']
@@ -131,3 +132,24 @@ def test_sample_host(unpacked, practice, library):
     shown = wine(unpacked / 'bin/brenik.exe', 'show', on_drive(practice), 'LAW1', '--order', 'ID', '--seek', 'OKAFOR',
                  '--json')
     assert json.loads(shown)['fields']['CITY'] == 'Fairhaven'
+
+
+@pytest.mark.skipif(PRESET != 'win32', reason='the page uses the archive for 32-bit programs')
+def test_tutorial(unpacked, tmp_path):
+    """The page for C, literally: its Windows commands, with mingw as the compiler, and those of the tool."""
+    unpacked.rename(tmp_path / 'brenikdb')
+    blocks, told, settings = list(blocks_of(ROOT / 'docs/tutorial/c.md')), {}, ['@echo off']
+    del blocks[next(number for number, block in enumerate(blocks) if block.info == 'sh exit=1'):]
+    for number, (info, text) in enumerate(blocks):
+        if name := FILE_NAME.match(text):
+            (tmp_path / name[1]).write_text(text)
+        elif info == 'bat' and not text.startswith('cl ') or info == 'sh' and text.startswith('brenik '):
+            lines = {line: line.split(maxsplit=1)[0] for line in text.splitlines()}
+            for line in [line for line in lines if lines[line] == Path(COMPILER).name]:
+                run(*line.replace('\\', '/').split(), cwd=tmp_path)
+            settings += [line for line in lines if lines[line] == 'set']
+            commands = [line for line in lines if lines[line] not in ('set', Path(COMPILER).name)]
+            (tmp_path / 'page.bat').write_text('\n'.join([*settings, *commands, '']), newline='\r\n')
+            told[number] = run(ROOT / 'scripts/wine', 'cmd', '/c', 'page.bat', cwd=tmp_path,
+                               env=dict(os.environ, BRENIK_UI='none')).replace('\r', '')
+    compare_outputs(blocks, told)
