@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "practice.h"
+#include "reason.h"
 
 namespace brenik::tools {
 namespace {
@@ -101,9 +102,7 @@ std::vector<std::string> Scratch::list() const {
         const std::string name = entry->path().filename().string();
         if (name.starts_with(prefix)) found.push_back(name.substr(prefix.size()));
     }
-    if (error)
-        throw ToolError(ExitCode::kCannotOpen,
-                        folder_ + ": " + platform::system_text(error.value()));
+    if (error) throw ToolError(ExitCode::kCannotOpen, folder_ + ": " + reason_of(error));
     return found;
 }
 

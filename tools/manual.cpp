@@ -12,6 +12,7 @@
 #include "paragraph.h"
 #include "platform/console.h"
 #include "practice/catalogue.h"
+#include "reason.h"
 #include "util/runtime.h"
 #include "version.h"
 
@@ -323,7 +324,7 @@ void write_manual(const ManualRequest& request) {
     const std::string folder = request.folder + "/";
     std::error_code error;
     std::filesystem::create_directories(native_path(request.folder), error);
-    if (error) throw ToolError(ExitCode::kCannotOpen, request.folder + ": " + error.message());
+    if (error) throw ToolError(ExitCode::kCannotOpen, request.folder + ": " + reason_of(error));
     Requests requests;
     const std::vector<Command> commands = make_commands(requests);
     write_file(folder + "brenik.1", page_of_tool(commands));

@@ -12,6 +12,7 @@
 #include "native_path.h"
 #include "platform/file.h"
 #include "platform/profile.h"
+#include "reason.h"
 #include "util/runtime.h"
 #include "util/suggestion.h"
 
@@ -39,7 +40,7 @@ bool is_folder(const std::string& path) {
     std::error_code error;
     const fs::file_type type = fs::status(native_path(platform::system_path(path)), error).type();
     if (type == fs::file_type::none) {
-        throw ToolError(ExitCode::kCannotOpen, path + ": " + platform::system_text(error.value()));
+        throw ToolError(ExitCode::kCannotOpen, path + ": " + reason_of(error));
     }
     return type == fs::file_type::directory;
 }
@@ -54,9 +55,7 @@ std::vector<std::string> tables_in(const std::string& folder) {
         if (!equal_ignoring_case(entry->path().extension().string(), ".DBF")) continue;
         if (!entry->is_directory(unknown)) tables.push_back(entry->path().string());
     }
-    if (error)
-        throw ToolError(ExitCode::kCannotOpen,
-                        folder + ": " + platform::system_text(error.value()));
+    if (error) throw ToolError(ExitCode::kCannotOpen, folder + ": " + reason_of(error));
     std::ranges::sort(tables);
     return tables;
 }

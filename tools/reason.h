@@ -4,9 +4,11 @@
 
 #include <exception>
 #include <string>
+#include <system_error>
 
 namespace brenik::tools {
 
 std::string reason_of(const std::exception& error);
+std::string reason_of(const std::error_code& error);
 
 }  // namespace brenik::tools

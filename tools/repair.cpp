@@ -149,7 +149,7 @@ class PracticeRepair {
             error = std::make_error_code(std::errc::not_a_directory);
         }
         if (error) {
-            throw ToolError(ExitCode::kCannotOpen, request.backup + ": " + error.message());
+            throw ToolError(ExitCode::kCannotOpen, request.backup + ": " + reason_of(error));
         }
     }
 

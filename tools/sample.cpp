@@ -19,6 +19,7 @@
 #include "practice.h"
 #include "practice/journal_entry.h"
 #include "progress.h"
+#include "reason.h"
 #include "sample_rows.h"
 #include "util/runtime.h"
 
@@ -441,8 +442,7 @@ void make_folders(const std::string& folder) {
     for (const char* name : {"/billing", "/lawtemp"}) {
         std::filesystem::create_directories(native_path(folder + name), error);
         if (error) {
-            throw ToolError(ExitCode::kCannotOpen,
-                            folder + name + ": " + platform::system_text(error.value()));
+            throw ToolError(ExitCode::kCannotOpen, folder + name + ": " + reason_of(error));
         }
     }
 }
