@@ -165,15 +165,22 @@ Json sound_value(const Place& place) {
     }
 }
 
-std::string memo_or_reason(Table& table, const record::Field& field, bool& read) {
+struct RawField {
+    std::string stored;
+    std::string memo;    // its bytes
+    std::string reason;  // why there are none; empty if there are
+};
+
+RawField raw_field(Table& table, const record::Field& field) {
+    RawField raw{hexadecimal(as_text(table.record().field(field))), "", ""};
+    if (!field.is_memo()) return raw;
     const auto number = static_cast<std::size_t>(&field - table.layout().fields.data()) + 1;
     try {
-        read = true;
-        return hexadecimal(table.field_get(number).text());
+        raw.memo = hexadecimal(table.field_get(number).text());
     } catch (const EngineFault& fault) {
-        read = false;
-        return to_utf8(fault.what());
+        raw.reason = to_utf8(fault.what());
     }
+    return raw;
 }
 
 }  // namespace
@@ -209,19 +216,17 @@ std::string to_line(Table& table, std::size_t field, const TableText& text) {
 }
 
 Json raw_json(Table& table, const record::Field& field) {
-    const std::string stored = hexadecimal(as_text(table.record().field(field)));
-    if (!field.is_memo()) return stored;
-    bool read = false;
-    const std::string memo = memo_or_reason(table, field, read);
-    return {{"field", stored}, {read ? "memo" : "fault", memo}};
+    const RawField raw = raw_field(table, field);
+    if (!field.is_memo()) return raw.stored;
+    if (!raw.reason.empty()) return {{"field", raw.stored}, {"fault", raw.reason}};
+    return {{"field", raw.stored}, {"memo", raw.memo}};
 }
 
 std::string raw_line(Table& table, const record::Field& field) {
-    const std::string stored = hexadecimal(as_text(table.record().field(field)));
-    if (!field.is_memo()) return stored;
-    bool read = false;
-    const std::string memo = memo_or_reason(table, field, read);
-    return stored + (read ? ", memo " : ", no memo: ") + (memo.empty() ? "empty" : memo);
+    const RawField raw = raw_field(table, field);
+    if (!field.is_memo()) return raw.stored;
+    if (!raw.reason.empty()) return raw.stored + ", no memo: " + raw.reason;
+    return raw.stored + (raw.memo.empty() ? ", empty memo" : ", memo " + raw.memo);
 }
 
 }  // namespace brenik::tools

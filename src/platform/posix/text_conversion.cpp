@@ -42,7 +42,11 @@ class Direction {
     Direction(const Direction&) = delete;
     Direction& operator=(const Direction&) = delete;
 
-    bool is_open() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
+    bool is_open() const {
+        // The system's own value for a failure.
+        // NOLINTNEXTLINE(performance-no-int-to-ptr)
+        return descriptor_ != reinterpret_cast<iconv_t>(-1);
+    }
 
     // Converts the whole text from the initial state; nothing if a part of it cannot be converted.
     std::optional<std::string> convert(std::string_view text) {
