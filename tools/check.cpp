@@ -74,9 +74,13 @@ ExitCode check(const CheckRequest& request) {
         printer.finish_file();
     }
     if (named.is_practice()) {
-        check_practice(
-            {named.folder}, [&](const maintenance::Finding& finding) { printer.print(finding); },
-            {}, encoding);
+        ProgressBar bar("identifiers");
+        const maintenance::Report report = [&](const maintenance::Finding& finding) {
+            bar.clear();
+            printer.print(finding);
+        };
+        check_practice({named.folder}, report, bar.progress(), {}, encoding);
+        bar.clear();
         printer.finish_file();
     }
     print_summary(request, printer, named.files.size(), records);

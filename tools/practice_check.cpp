@@ -17,6 +17,7 @@
 #include "display.h"
 #include "engine/maintenance/check_index.h"
 #include "engine/maintenance/record_reader.h"
+#include "findings.h"
 #include "practice/catalogue.h"
 #include "practice/identifiers.h"
 #include "practice/journal_entry.h"
@@ -88,8 +89,13 @@ bool is_blank(const std::string& text) {
 class PracticeCheck {
   public:
     PracticeCheck(const std::vector<std::string>& folders, const maintenance::Report& report,
-                  const std::set<std::string>& left_alone, EncodingChoice encoding)
-        : folders_(folders), report_(report), left_alone_(left_alone), encoding_(encoding) {}
+                  const maintenance::Progress& progress, const std::set<std::string>& left_alone,
+                  EncodingChoice encoding)
+        : folders_(folders),
+          report_(report),
+          progress_(progress),
+          left_alone_(left_alone),
+          encoding_(encoding) {}
 
     PracticeFaults run() {
         read_system();
@@ -150,6 +156,18 @@ class PracticeCheck {
         return practice::number_of(prefix_, identifier).value_or(0);
     }
 
+    template <typename Use>
+    void read_records(const RecordReader& table, const Use& use) const {
+        constexpr RecordNumber kBetween = 4096;  // two reports
+        const RecordNumber count = table.count();
+        table.for_each([&](const RecordView& record) {
+            if (progress_ && record.number % kBetween == 0) {
+                progress_(base_name(table.path()), record.number, count);
+            }
+            use(record);
+        });
+    }
+
     std::vector<Entry> read_journal() {
         std::vector<Entry> entries;
         if (!looks_at(practice::kJournal.area)) return entries;
@@ -160,7 +178,7 @@ class PracticeCheck {
         const record::Field* code = layout.find(practice::kTableCodeField);
         const record::Field* identifier = layout.find(practice::kIdentifierField);
         if (kind == nullptr || code == nullptr || identifier == nullptr) return entries;
-        journal_->for_each([&](const RecordView& record) {
+        read_records(*journal_, [&](const RecordView& record) {
             Entry entry{{record.number, text_of(*journal_, record, code),
                          text_of(*journal_, record, identifier), text_of(*journal_, record, kind)},
                         0,
@@ -176,7 +194,7 @@ class PracticeCheck {
         if (!tracked.table) return;
         tracked.field = tracked.table->layout().find(practice::kIdentifierField);
         if (tracked.field == nullptr) return;
-        tracked.table->for_each([&](const RecordView& record) {
+        read_records(*tracked.table, [&](const RecordView& record) {
             std::string identifier = text_of(*tracked.table, record, tracked.field);
             if (is_blank(identifier)) return;
             tracked.holders.push_back({std::move(identifier), record.number, record.deleted()});
@@ -279,9 +297,9 @@ class PracticeCheck {
     }
 
     // A blank record is locked while it is being added. Once it is unlocked, it has its identifier.
-    static void look_again(int number, Tracked& tracked, SecondLook& look) {
+    void look_again(int number, Tracked& tracked, SecondLook& look) const {
         std::vector<RecordNumber> blank;
-        tracked.table->for_each([&](const RecordView& record) {
+        read_records(*tracked.table, [&](const RecordView& record) {
             std::string identifier = text_of(*tracked.table, record, tracked.field);
             if (!is_blank(identifier)) {
                 look.there.emplace(number, std::move(identifier));
@@ -453,6 +471,7 @@ class PracticeCheck {
 
     const std::vector<std::string>& folders_;
     const maintenance::Report& report_;
+    const maintenance::Progress& progress_;
     const std::set<std::string>& left_alone_;
     EncodingChoice encoding_;
     std::unique_ptr<RecordReader> system_;
@@ -468,8 +487,9 @@ class PracticeCheck {
 
 PracticeFaults check_practice(const std::vector<std::string>& folders,
                               const maintenance::Report& report,
+                              const maintenance::Progress& progress,
                               const std::set<std::string>& left_alone, EncodingChoice encoding) {
-    return PracticeCheck(folders, report, left_alone, encoding).run();
+    return PracticeCheck(folders, report, progress, left_alone, encoding).run();
 }
 
 }  // namespace brenik::tools

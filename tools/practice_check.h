@@ -42,6 +42,7 @@ struct PracticeFaults {
 // `left_alone`, file names in upper case without extension.
 PracticeFaults check_practice(const std::vector<std::string>& folders,
                               const maintenance::Report& report,
+                              const maintenance::Progress& progress,
                               const std::set<std::string>& left_alone = {},
                               EncodingChoice encoding = {});
 

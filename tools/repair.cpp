@@ -172,16 +172,19 @@ class PracticeRepair {
     // what depends on a table that is still damaged, because repairing that may bring records back.
     void repair_practice() {
         if (!named_.is_practice()) return;
+        ProgressBar bar("identifiers");
         const PracticeFaults faults = check_practice(
             trial_ ? std::vector{trial_->path(), named_.folder} : std::vector{named_.folder},
             [&](const maintenance::Finding& found) {
                 if (found.severity != maintenance::Severity::kFault) return;
                 if (found.remedy != maintenance::Remedy::kByHand) return;
+                bar.clear();
                 print({false, found.file, found.what + "; this needs a decision by hand",
                        found.record});
                 note(RepairResult::kPartly);
             },
-            leave_alone());
+            bar.progress(), leave_alone());
+        bar.clear();
         try {
             if (!faults.counters.empty()) raise_counters(faults.counters);
             if (!faults.journal_entries.empty()) remove_entries(faults.journal_entries);
