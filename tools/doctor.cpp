@@ -31,7 +31,9 @@ std::string in_ms(double duration) {
 // Prints each trial as it ends, or with --json all of them at the end.
 class Opinion {
   public:
-    explicit Opinion(const DoctorRequest& request) : request_(request) {}
+    explicit Opinion(const DoctorRequest& request)
+        : request_(request),
+          trials_(static_cast<std::uint64_t>(request.with ? trials_with() : trials_alone())) {}
 
     bool sound() const { return sound_; }
 
@@ -56,6 +58,11 @@ class Opinion {
         say(good ? "ok     " + trial.name + ": " + trial.good
                  : coloured(Colour::kFault, "UNSOUND") + " " + trial.name + ": " + trial.fault +
                        "; " + trial.remedy);
+    }
+
+    void add_and_go_on(const Trial& trial) {
+        add(trial);
+        bar_.show(request_.with ? "of two workstations" : "of this workstation", ++tried_, trials_);
     }
 
     void add_times(const RoundTrips& times) {
@@ -99,10 +106,14 @@ class Opinion {
     }
 
     void say(const std::string& line) {
+        bar_.clear();
         if (!request_.json) std::cout << line << std::endl;
     }
 
     const DoctorRequest& request_;
+    ProgressBar bar_{"trials"};
+    std::uint64_t trials_;
+    std::uint64_t tried_ = 0;
     Json answer_;
     bool sound_ = true;
 };
@@ -113,7 +124,7 @@ ExitCode doctor(const DoctorRequest& request) {
     Opinion opinion(request);
     Scratch scratch(request.folder);
     opinion.add_facts(platform::share_facts(request.folder));
-    const auto report = [&](const Trial& trial) { opinion.add(trial); };
+    const auto report = [&](const Trial& trial) { opinion.add_and_go_on(trial); };
     if (!request.with) {
         opinion.add_times(try_alone(scratch, report));
         return opinion.conclude("");

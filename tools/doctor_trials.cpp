@@ -38,6 +38,7 @@ constexpr int kBouts = 4;  // rounds of shared work: no side finishes before the
 constexpr int kAppends = 100;
 constexpr int kRaises = 200;
 constexpr int kTimed = 50;
+constexpr int kTrialsAlone = 5;  // the attempts in try_alone()
 
 enum class Ill {
     kNone,
@@ -412,6 +413,9 @@ Trial try_once(Scratch& scratch, Partner& partner, const Attempt& attempt, bool 
 }
 
 }  // namespace
+
+int trials_alone() { return kTrialsAlone; }
+int trials_with() { return 1 + static_cast<int>(std::size(kAttempts)); }
 
 RoundTrips try_alone(Scratch& scratch, const TrialReport& report) {
     const std::string path = scratch.own_path("alone");

@@ -30,6 +30,10 @@ struct RoundTrips {
 
 using TrialReport = std::function<void(const Trial&)>;
 
+// How many trials the functions below report if nothing stops them.
+int trials_alone();
+int trials_with();
+
 // Between two opens of this process.
 RoundTrips try_alone(Scratch& scratch, const TrialReport& report);
 // Between this workstation and another that runs the same trials. `sound_here` is the verdict so

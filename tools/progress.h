@@ -40,7 +40,7 @@ class ProgressBar {
     bool visible_;
     std::size_t shown_width_ = 0;
     std::string what_;
-    Clock::time_point begun_;  // of the step
+    Clock::time_point begun_ = Clock::now();  // of the step
 };
 
 }  // namespace brenik::tools
