@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "engine/index/cdx_tree.h"
+#include "util/runtime.h"
 
 namespace brenik::index {
 namespace {
@@ -272,7 +273,7 @@ PageEntry CdxTree::checked_entry(Bytes key, RecordNumber record) const {
     if (key.size() != description_.key_length) {
         throw EngineFault(FaultCode::kUnsuitableValue, "change index",
                           pages_.path() + ": tag " + description_.name + ": a key of " +
-                              std::to_string(description_.key_length) + " bytes is needed");
+                              counted(description_.key_length, "byte") + " is needed");
     }
     return probe(key, record);
 }

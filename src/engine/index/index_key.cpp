@@ -11,6 +11,7 @@
 #include "engine/expression/fields.h"
 #include "util/decimal_text.h"
 #include "util/fault.h"
+#include "util/runtime.h"
 
 namespace brenik::index {
 namespace {
@@ -225,8 +226,7 @@ KeyFormat existing_key_format(const expression::Expression& key, std::size_t key
     if (format.form == KeyForm::kInteger && body == kDoubleLength) format.form = KeyForm::kDouble;
     const std::size_t wanted = length_of(format.form, key);
     if (body != wanted) {
-        contradicted(key, key_length,
-                     "its keys have " + std::to_string(wanted + prefix) + " bytes");
+        contradicted(key, key_length, "its keys have " + counted(wanted + prefix, "byte"));
     }
     return format;
 }

@@ -9,6 +9,7 @@
 
 #include "engine/record/table_path.h"
 #include "util/bytes.h"
+#include "util/runtime.h"
 
 namespace brenik::local {
 namespace {
@@ -120,8 +121,7 @@ std::uint64_t MemoFile::data_length(std::uint64_t block_offset, Bytes header) co
     if (!memo) damaged(block_offset, "not the beginning of a memo");
     const std::uint64_t length = memo->length;
     if (length > kReadUnasked && length > file_.size() - block_offset - record::kBlockHeaderSize) {
-        damaged(block_offset,
-                "a memo of " + std::to_string(length) + " bytes, past the file's end");
+        damaged(block_offset, "a memo of " + counted(length, "byte") + ", past the file's end");
     }
     return length;
 }

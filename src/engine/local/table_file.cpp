@@ -7,6 +7,7 @@
 
 #include "engine/record/dbf_file.h"
 #include "platform/clock.h"
+#include "util/runtime.h"
 
 namespace brenik::local {
 namespace {
@@ -348,8 +349,8 @@ void TableFile::require_newest(RecordNumber counted) {
     if (!older_since_) older_since_ = now;
     if (now - *older_since_ <= kOldAnswersLast) {
         throw EngineFault(FaultCode::kInputOutput, "append",
-                          path() + ": the share shows " + std::to_string(counted) +
-                              " records, and has shown " + std::to_string(seen_count_) + " before");
+                          path() + ": the share shows " + brenik::counted(counted, "record") +
+                              ", and has shown " + std::to_string(seen_count_) + " before");
     }
     seen_count_ = counted;
     older_since_.reset();
@@ -365,9 +366,9 @@ TableFile::Place TableFile::next_place() {
     const RecordNumber held = record::records_in(layout_, standing.size);
     if (held < counted) {
         throw EngineFault(FaultCode::kDamagedFile, "append",
-                          path() + ": cut short: the header counts " + std::to_string(counted) +
-                              " records, the file holds " + std::to_string(held) +
-                              "; repair the table before adding to it");
+                          path() + ": cut short: the header counts " +
+                              brenik::counted(counted, "record") + ", the file holds " +
+                              std::to_string(held) + "; repair the table before adding to it");
     }
     if (counted >= scheme_.max_records(marked_)) {
         throw EngineFault(FaultCode::kLimit, "append",

@@ -183,8 +183,8 @@ class RecordCheck {
         const auto memo = header_at(at);
         const std::uint64_t length = memo ? record::kBlockHeaderSize + memo->length : 0;
         if (length > size - at) {
-            return where + " begins a memo of " + std::to_string(length) +
-                   " bytes, which runs past the end of the memo file";
+            return where + " begins a memo of " + counted(length, "byte") +
+                   ", which runs past the end of the memo file";
         }
         if (!memo || !memo->is_known_type) return where + " is not the beginning of a memo";
         // Other programs leave deleted records that refer to the memo of a live one.

@@ -8,6 +8,7 @@
 #include "engine/record/field_codec.h"
 #include "engine/record/memo_format.h"
 #include "engine/record/table_path.h"
+#include "util/runtime.h"
 
 namespace brenik::make {
 namespace {
@@ -40,8 +41,8 @@ TableWriter::TableWriter(const std::string& path, const record::TableLayout& lay
 void TableWriter::append(const std::vector<Value>& values, bool deleted) {
     if (values.size() != layout_.fields.size()) {
         throw EngineFault(FaultCode::kUnsuitableValue, "append",
-                          file_.path() + ": " + std::to_string(values.size()) + " values for " +
-                              std::to_string(layout_.fields.size()) + " fields");
+                          file_.path() + ": " + counted(values.size(), "value") + " for " +
+                              counted(layout_.fields.size(), "field"));
     }
     if (count_ >= limit_) {
         throw EngineFault(FaultCode::kLimit, "append", file_.path() + ": the table is full");

@@ -94,7 +94,7 @@ void read_fields(TableLayout& layout, Bytes header, const std::string& path) {
             damaged(path, at,
                     "field " + field.name + " cannot be of type " + std::string(1, field.type) +
                         " with width " + std::to_string(field.width) + " and " +
-                        std::to_string(field.decimals) + " decimals");
+                        counted(field.decimals, "decimal"));
         }
         if (field.kind->form == FieldForm::kNullFlags) {
             layout.null_flags = field;
