@@ -86,7 +86,7 @@ struct Step {
         return text;
     }
     std::string left() const {
-        if (seconds < kEstimable_s || rate <= 0) return {};
+        if (seconds < kEstimable_s || rate <= 0 || remaining == 0) return {};
         return time_text(static_cast<double>(remaining) / rate) + " left";
     }
 };

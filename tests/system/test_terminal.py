@@ -135,11 +135,12 @@ def test_colours_only_where_they_are_wanted(damaged):
 
 @pytest.mark.parametrize('columns', [40, 120])
 def test_progress_fits_the_terminal(tmp_path, columns):
-    output = on_terminal(columns, 'doctor', tmp_path, '--with', '--wait', 2).partition('on another workstation\r\n')[2]
+    output = on_terminal(columns, 'doctor', tmp_path, '--with', '--wait', 3).partition('on another workstation\r\n')[2]
     *bars, blank, end = output.split('\r')[1:-2]
-    assert len(bars) > 2 and all('%' in bar and len(bar) < columns for bar in bars)
-    assert re.search(r'[12] s left$', bars[-1]) and ('for the other workstation' in bars[-1]) == (columns == 120)
-    assert blank == ' ' * len(bars[-1]) and end == 'stopped: nobody came'
+    assert bars and all('%' in bar and len(bar) < columns for bar in bars)
+    assert any(re.search(r'  [1-3] s left *$', bar) for bar in bars)
+    assert ('for the other workstation' in bars[-1]) == (columns == 120)
+    assert blank == ' ' * len(bars[-1].rstrip()) and end == 'stopped: nobody came'
 
 
 def test_progress_is_plain_on_a_dumb_terminal_and_silent_elsewhere(tmp_path):
