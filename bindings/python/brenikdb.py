@@ -150,7 +150,7 @@ class BrenikError(Exception):
 def load(library=''):
     """Loads the library and returns an object that has the twelve functions of DECLARATIONS.
 
-    library  the path of the library. '' searches for BrenikDB.dll beside the program, then as the system does;
+    library  the path of the library. '' searches for BrenikDB.dll beside the program, then in the folders of PATH;
              elsewhere for libBrenikDB.so.0 as the system does.
     Raises OSError if the library is missing, is no library of this system, or has another number of bits than this
     Python. The bits are compared before the library is loaded, if its place is known. It stays loaded.
@@ -171,8 +171,10 @@ def load(library=''):
 def _usual_library():
     if not ON_WINDOWS:
         return 'libBrenikDB.so.0'
-    beside = os.path.join(os.path.dirname(os.path.abspath(sys.argv[0])), 'BrenikDB.dll')
-    return beside if os.path.isfile(beside) else 'BrenikDB.dll'
+    # From Python 3.8 on, ctypes does not search the folders of PATH.
+    folders = [os.path.dirname(os.path.abspath(sys.argv[0])), *os.environ.get('PATH', '').split(os.pathsep)]
+    places = [os.path.join(folder, 'BrenikDB.dll') for folder in folders]
+    return next((place for place in places if os.path.isfile(place)), 'BrenikDB.dll')
 
 
 def _compare_bits(path):

@@ -4,6 +4,8 @@ Each language has a row in LANGUAGES: how it writes a declaration and the kinds 
 of them: a name (letter case and underscores do not count), a number, a text in quotes.
 """
 
+import importlib
+import os
 import re
 from pathlib import Path
 
@@ -134,3 +136,15 @@ def test_constants(path):
     marks = {mark.zfill(2): page for mark, page in
              re.findall(r'(?:0x|\$|&H)([0-9A-F]{1,2})\b[^\d\n]{1,25}?(\d{3,5})\b', text)}
     assert PAGES.items() - UNCONVERTED <= marks.items() and len(marks) == 25
+
+
+def test_python_searches_path_on_windows(tmp_path, monkeypatch):
+    """From version 3.8 on, ctypes does not."""
+    monkeypatch.syspath_prepend(ROOT / 'bindings/python')
+    brenikdb = importlib.import_module('brenikdb')
+    monkeypatch.setattr(brenikdb, 'ON_WINDOWS', True)
+    monkeypatch.setenv('PATH', os.pathsep.join([str(tmp_path / 'none'), str(tmp_path)]))
+    (tmp_path / 'BrenikDB.dll').touch()
+    assert brenikdb._usual_library() == str(tmp_path / 'BrenikDB.dll')
+    (tmp_path / 'BrenikDB.dll').unlink()
+    assert brenikdb._usual_library() == 'BrenikDB.dll'
