@@ -220,7 +220,7 @@ BRENIK_EXPORT BrenikCode BRENIK_CALL BrenikEditStart(int table, const char* iden
  * BRENIK_SUCCESS, BRENIK_BAD_TABLE, BRENIK_BAD_RECORD.
  *
  *     if (BrenikEditBegin(2, 17, &number) == BRENIK_SUCCESS) {
- *         BrenikSetField(2, 17, "DESC", "Moved to Friday");
+ *         BrenikSetField(2, 17, "DETAIL", "Moved to Friday");
  *         code = BrenikEditEnd(2, 17);
  *     }
  */
