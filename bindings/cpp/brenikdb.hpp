@@ -222,6 +222,8 @@ inline std::string library_path_text(const std::string& utf8) {
     return made;
 }
 
+inline unsigned long this_process() { return GetCurrentProcessId(); }
+
 // Converts single characters between a code page and UTF-8.
 class Converter {
   public:
@@ -288,6 +290,8 @@ inline std::filesystem::path fault_file() {
 inline std::string text_of_fault_file(const std::string& text) { return text; }
 
 inline std::string library_path_text(const std::string& path) { return path; }
+
+inline unsigned long this_process() { return static_cast<unsigned long>(getpid()); }
 
 // Converts single characters between a code page and UTF-8.
 class Converter {
@@ -420,21 +424,37 @@ inline bool is_law1(const std::filesystem::path& name_of_file) {
     return name == "LAW1.DBF";
 }
 
+inline std::string without_last_blanks(std::string text) {
+    return text.erase(text.find_last_not_of(' ') + 1);
+}
+
+inline std::string hexadecimal(std::uint8_t byte) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    return {kDigits[byte >> 4], kDigits[byte & 15]};
+}
+
+inline unsigned page_of_mark(std::uint8_t mark) {
+    if (mark == 0) return kUnmarkedPage;
+    for (const MarkedPage& each : kCodePages) {
+        if (each.mark == mark) return each.page;
+    }
+    throw std::invalid_argument("the code page mark 0x" + hexadecimal(mark) +
+                                " of LAW1.DBF stands for no known page: pass code_page");
+}
+
 // The number of the code page that the practice's contacts are marked with; nothing if they cannot
 // be read.
-inline std::optional<unsigned> marked_page(const std::string& folder) {
-    const bool is_blank = folder.find_first_not_of(' ') == std::string::npos;
+inline std::optional<unsigned> marked_page(const std::string& data_path) {
+    std::string folder = without_last_blanks(data_path);  // as the library reads the path
+    folder.erase(0, folder.find_first_not_of(' '));
     std::error_code failed;
-    std::filesystem::directory_iterator entry(native_path(is_blank ? "." : folder), failed);
+    std::filesystem::directory_iterator entry(native_path(folder.empty() ? "." : folder), failed);
     for (; !failed && entry != std::filesystem::directory_iterator(); entry.increment(failed)) {
         if (!is_law1(entry->path().filename())) continue;
         std::ifstream table(entry->path(), std::ios::binary);
         std::array<char, kPlaceOfMark + 1> header{};
         if (!table.read(header.data(), header.size())) return std::nullopt;
-        for (const MarkedPage& each : kCodePages) {
-            if (each.mark == static_cast<std::uint8_t>(header[kPlaceOfMark])) return each.page;
-        }
-        return kUnmarkedPage;
+        return page_of_mark(static_cast<std::uint8_t>(header[kPlaceOfMark]));
     }
     return std::nullopt;
 }
@@ -485,7 +505,9 @@ class CodePage {
                 character = converter_.decode(bytes.substr(0, 2));
                 used = character.empty() ? 1 : 2;
             }
-            made += is_defined(character) ? character : escape(bytes[0]);
+            made += is_defined(character)
+                        ? character
+                        : "\\x" + hexadecimal(static_cast<std::uint8_t>(bytes[0]));
             bytes.remove_prefix(is_defined(character) ? used : 1);
         }
         return made;
@@ -511,12 +533,6 @@ class CodePage {
         const bool is_control = first == 0xC2 && second < 0xA0;
         const bool is_private = first == 0xEE || (first == 0xEF && second < 0xA4);
         return !is_control && !is_private;
-    }
-
-    static std::string escape(char byte) {
-        constexpr std::string_view kDigits = "0123456789abcdef";
-        const auto value = static_cast<unsigned char>(byte);
-        return {'\\', 'x', kDigits[value >> 4], kDigits[value & 15]};
     }
 
     unsigned page_;
@@ -630,7 +646,7 @@ class Session {
     //   trace      writes every call to Trace.Log in the folder
     //   library    see Library
     //   code_page  the number of the practice's code page, such as 850; 0: the page that LAW1.DBF
-    //              is marked with, or 1252 if it has no mark or an unknown one
+    //              is marked with, or 1252 if it has no mark
     // kDataFilesMissing, kIndexFilesMissing, kSystemTableNotOpened, kTableNotOpened. Also throws
     // std::runtime_error if the library cannot be loaded or the mark cannot be read,
     // std::invalid_argument if a path or page does not suit, and std::logic_error if the process
@@ -656,7 +672,8 @@ class Session {
                                      ": the code page cannot be read from LAW1.DBF: "
                                      "spell the folder as the system does, or pass code_page");
         }
-        is_open_ = any_is_open_ = true;
+        is_open_ = true;
+        process_ = detail::this_process();
     }
 
     ~Session() {
@@ -703,7 +720,7 @@ class Session {
         std::array<char, kAddEndBuffer> buffer{};
         given.copy(buffer.data(), kIdentifierLength);
         const BrenikCode code = call(library_.BrenikAddEnd, table, buffer.data());
-        std::string identifier = trimmed(page_.decoded(buffer.data()));
+        std::string identifier = detail::without_last_blanks(page_.decoded(buffer.data()));
         const bool exists = code == kDuplicateCode || code == kTableNotOpened ||
                             code == kIdentifierNotFound || code == kAppendFailed;
         require("BrenikAddEnd", code, exists ? identifier : "");
@@ -768,19 +785,15 @@ class Session {
         std::array<char, kGetU_IDBuffer> buffer{};
         std::fill_n(buffer.begin(), kIdentifierLength, ' ');
         require("BrenikGetU_ID", call(library_.BrenikGetU_ID, table, given.c_str(), buffer.data()));
-        return trimmed(page_.decoded(buffer.data()));
+        return detail::without_last_blanks(page_.decoded(buffer.data()));
     }
 
   private:
     static const std::string& when_none_is_open(const std::string& library) {
-        if (!any_is_open_) return library;
+        if (process_ != detail::this_process()) return library;
         throw std::logic_error(
             "a session is open in this process: shut it down before you begin "
             "another");
-    }
-
-    static std::string trimmed(std::string text) {
-        return text.erase(text.find_last_not_of(' ') + 1);
     }
 
     template <class Function, class... Arguments>
@@ -789,7 +802,8 @@ class Session {
     }
 
     BrenikCode close() {
-        is_open_ = any_is_open_ = false;
+        is_open_ = false;
+        process_ = 0;
         return library_.BrenikShutDown();
     }
 
@@ -798,7 +812,8 @@ class Session {
         throw BrenikError(function, code, identifier, reasons_.next(code));
     }
 
-    static inline bool any_is_open_ = false;
+    // The process that has an open session, or 0. The child of a fork can begin its own.
+    static inline unsigned long process_ = 0;
 
     Library library_;
     std::optional<unsigned> marked_page_;

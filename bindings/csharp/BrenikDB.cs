@@ -155,7 +155,8 @@ namespace BrenikDB
 
         /// <summary>What a code means and what to do about it.</summary>
         public static string TextOf(BrenikCode code) =>
-            Texts.TryGetValue(code, out string text) ? text : "unknown code";
+            Texts.TryGetValue(code, out string text) ? text
+                : "This code is unknown: use the binding of the same release.";
     }
 
     /// <summary>The functions as the library exports them, for a host that needs more than Session
@@ -456,8 +457,7 @@ namespace BrenikDB
             {
                 Dispose();
                 throw new NotSupportedException(
-                    "this system does not have the code page " + number +
-                    "; pass another code page");
+                    "this system does not know code page " + number + ": pass another one");
             }
             scratch = Marshal.AllocHGlobal(2 * HalfOfScratch);
         }
@@ -564,7 +564,8 @@ namespace BrenikDB
         {
             try
             {
-                string place = folder.Trim().Length == 0 ? "." : folder.Trim();
+                string path = folder.Trim(' ');  // as the library reads it
+                string place = path.Length == 0 ? "." : path;
                 string table = Array.Find(Directory.GetFiles(place), IsNames);
                 if (table == null) return null;
                 var start = new byte[PlaceOfMark + 1];
@@ -572,14 +573,21 @@ namespace BrenikDB
                 {
                     if (Platform.ReadAll(file, start) < start.Length) return null;
                 }
-                return new CodePage(
-                    Marks.TryGetValue(start[PlaceOfMark], out int page) ? page : Unmarked);
+                return new CodePage(PageOfMark(start[PlaceOfMark]));
             }
             catch (Exception failure) when (failure is IOException ||
                                             failure is UnauthorizedAccessException)
             {
                 return null;
             }
+        }
+
+        private static int PageOfMark(byte mark)
+        {
+            if (mark == 0) return Unmarked;
+            if (Marks.TryGetValue(mark, out int page)) return page;
+            throw new NotSupportedException("the code page mark 0x" + mark.ToString("x2") +
+                " of LAW1.DBF stands for no known page: pass codePage");
         }
 
         private static bool IsNames(string path) =>
@@ -618,8 +626,8 @@ namespace BrenikDB
                 if (added.Length == 0 || Decode(added, added.Length) != character)
                 {
                     throw new ArgumentException(
-                        "the practice's code page " + number + " has no character " +
-                        NumberOf(character) + " of \"" + text + "\": replace it", name);
+                        "code page " + number + " of the practice lacks the character '" +
+                        character + "' (" + NumberOf(character) + "): replace it", name);
                 }
                 bytes.AddRange(added);
                 i += character.Length - 1;
@@ -666,7 +674,8 @@ namespace BrenikDB
         {
             if (text == null) throw new ArgumentNullException(name);
             if (text.IndexOf('\0') < 0) return;
-            throw new ArgumentException("the text contains a NUL: remove it", name);
+            throw new ArgumentException(
+                "the text has a NUL, at which the library would cut it: remove it", name);
         }
     }
 
@@ -768,19 +777,19 @@ namespace BrenikDB
         /// <param name="trace">Write every call to Trace.Log in the folder.</param>
         /// <param name="library">The path of the library; empty: see Native.</param>
         /// <param name="codePage">The number of the practice's code page; 0: the one that LAW1.DBF
-        /// is marked with, or 1252 without a known mark.</param>
+        /// is marked with, or 1252 if it has no mark.</param>
         /// <exception cref="BrenikError">DataFilesMissing, IndexFilesMissing, SystemTableNotOpened,
         /// TableNotOpened.</exception>
         /// <exception cref="InvalidOperationException">Another session is open, or the code page
         /// cannot be read.</exception>
-        /// <exception cref="NotSupportedException">The system does not have the code page.
-        /// </exception>
+        /// <exception cref="NotSupportedException">The system does not have the code page, or the
+        /// mark stands for no known page.</exception>
         public Session(string dataPath, bool trace = false, string library = "", int codePage = 0)
         {
             if (isAnyOpen)
             {
                 throw new InvalidOperationException(
-                    "a session is already open in this process; shut it down first");
+                    "a session is open in this process: shut it down before you begin another");
             }
             byte[] path = CodePage.EncodePath(dataPath);
             native = new Native(library);
@@ -792,8 +801,8 @@ namespace BrenikDB
                 if (page == null)
                 {
                     throw new InvalidOperationException(
-                        "cannot read the code page from LAW1.DBF in \"" + dataPath +
-                        "\"; pass the code page");
+                        dataPath + ": the code page cannot be read from LAW1.DBF: spell the " +
+                        "folder as the system does, or pass codePage");
                 }
             }
             catch

@@ -215,10 +215,10 @@ type
     //   Trace        write every call to Trace.Log in the folder
     //   LibraryPath  the path of the library; empty: see BrenikLoad
     //   CodePage     the number of the practice's code page; 0: the one that LAW1.DBF is marked
-    //                with, or 1252 without a known mark
+    //                with, or 1252 if it has no mark
     // EBrenikError: brDataFilesMissing, brIndexFilesMissing, brSystemTableNotOpened,
     // brTableNotOpened. EBrenik: another session is open, the library cannot be loaded, the code
-    // page cannot be read or the system does not have it.
+    // page cannot be read, or the mark or the system has no such page.
     constructor Create(const DataPath: TBrenikText; Trace: Boolean = False;
       const LibraryPath: TBrenikText = ''; CodePage: Integer = 0);
 
@@ -391,8 +391,8 @@ end;
 
 procedure RefusePage(Page: Integer);
 begin
-  raise EBrenik.Create('this system does not have the code page ' + NumberText(Page) +
-    '; pass another code page');
+  raise EBrenik.Create('this system does not know code page ' + NumberText(Page) +
+    ': pass another one');
 end;
 
 { The system's part: reading files that others have open, code pages, loading. }
@@ -834,7 +834,7 @@ end;
 
 function BrenikTextOf(Code: TBrenikCode): TBrenikText;
 begin
-  Result := 'unknown code';
+  Result := 'This code is unknown: use the binding of the same release.';
   if Code <= High(CodeTexts) then
     Result := TBrenikText(CodeTexts[Code].Text);
 end;
@@ -842,7 +842,8 @@ end;
 procedure RefuseNul(const Text, Name: TBrenikText);
 begin
   if Pos(TBrenikText(#0), Text) > 0 then
-    raise EBrenik.Create(Name + ': the text contains a NUL: remove it');
+    raise EBrenik.Create(Name +
+      ': the text has a NUL, at which the library would cut it: remove it');
 end;
 
 function EncodedPath(const Path: TBrenikText): TBrenikBytes;
@@ -905,8 +906,9 @@ begin
     end;
     Bytes := EncodedCharacter(Character);
     if (Bytes = nil) or (Decode(Bytes, Length(Bytes)) <> Character) then
-      raise EBrenik.Create(Name + ': the practice''s code page ' + NumberText(FNumber) +
-        ' has no character ' + NumberOf(Character) + ' of "' + Text + '": replace it');
+      raise EBrenik.Create(Name + ': code page ' + NumberText(FNumber) +
+        ' of the practice lacks the character ''' + Character + ''' (' + NumberOf(Character) +
+        '): replace it');
     Move(Bytes[0], Result[Size], Length(Bytes));
     Inc(Size, Length(Bytes));
   end;
@@ -960,10 +962,15 @@ begin
   Mark := ReadShared(NamesTable(Folder), PlaceOfMark, 1, Size);
   if (Size < 0) or (Length(Mark) = 0) then
     Exit;
-  Result := Unmarked;
+  if Mark[0] = #0 then
+    Result := Unmarked;
   for I := Low(Marks) to High(Marks) do
     if Marks[I].Mark = Ord(Mark[0]) then
       Result := Marks[I].Page;
+  if Result = 0 then
+    raise EBrenik.Create('the code page mark 0x' +
+      TBrenikText(LowerCase(IntToHex(Ord(Mark[0]), 2))) +
+      ' of LAW1.DBF stands for no known page: pass CodePage');
 end;
 
 { EBrenik, EBrenikError }
@@ -1072,21 +1079,22 @@ var
 begin
   inherited Create;
   if IsAnyOpen then
-    raise EBrenik.Create('a session is already open in this process; shut it down first');
+    raise EBrenik.Create('a session is open in this process: shut it down before you begin ' +
+      'another');
   Path := EncodedPath(DataPath);
+  FFunctions := BrenikLoad(LibraryPath);
   Page := CodePage;
   if Page = 0 then
     Page := PageOfPractice(DataPath);
   if Page <> 0 then
     FPage := TBrenikCodePage.Create(Page);
-  FFunctions := BrenikLoad(LibraryPath);
   FFaults := TBrenikFaultFile.Create;
   IsAnyOpen := True;
   FIsOpen := True;
   Check('BrenikInitialize', FFunctions.Initialize(PAnsiChar(Path), Ord(Trace), 0));
   if FPage = nil then
-    raise EBrenik.Create('cannot read the code page from LAW1.DBF in "' + DataPath +
-      '"; pass the code page');
+    raise EBrenik.Create(DataPath + ': the code page cannot be read from LAW1.DBF: spell the ' +
+      'folder as the system does, or pass CodePage');
 end;
 
 // Also runs if Create raises an exception.

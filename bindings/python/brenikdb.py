@@ -202,10 +202,11 @@ class Session:
     trace      True: the library writes every call to Trace.Log in the folder
     library    see load()
     code_page  the number of the practice's code page, such as 850. None: the page that LAW1.DBF is marked with, or
-               1252 if it has no mark or an unknown one
+               1252 if it has no mark
 
     Raises BrenikError with DATA_FILES_MISSING, INDEX_FILES_MISSING, SYSTEM_TABLE_NOT_OPENED, TABLE_NOT_OPENED;
-    OSError if the library cannot be loaded or the mark cannot be read; ValueError if a text does not fit its code page;
+    OSError if the library cannot be loaded or the mark cannot be read; ValueError if it stands for no known page or a
+    text does not fit its page;
     RuntimeError if a session is open in this process already: the library serves one session, and one thread, at a
     time.
 
@@ -214,10 +215,10 @@ class Session:
     and nothing is called. In texts that come back, a byte that the page leaves undefined becomes \\xHH.
     """
 
-    _is_open = False            # whether any session of the process is open
+    _process = None             # the one that has an open session; the child of a fork can begin its own
 
     def __init__(self, data_path, trace=False, library='', code_page=None):
-        if Session._is_open:
+        if Session._process == os.getpid():
             raise RuntimeError('a session is open in this process: shut it down before you begin another')
         self._closed = True
         self._functions = load(library)
@@ -229,7 +230,7 @@ class Session:
         path = _encoded_path(data_path)
         self._faults = _fault_file()
         self._faults_read = _size(self._faults)
-        Session._is_open, self._closed = True, False
+        Session._process, self._closed = os.getpid(), False
         try:
             self._require('BrenikInitialize', self._call('BrenikInitialize', path, int(bool(trace)), 0))
             if marked is None:
@@ -345,11 +346,14 @@ class Session:
     def _call(self, function, *arguments):
         if self._closed:
             return Code.ALREADY_SHUT_DOWN
+        for number in arguments:
+            if isinstance(number, int) and number != INT(number).value:         # ctypes would cut it to 32 bits
+                raise ValueError('%s: %d is no number of a table or record: correct it' % (function, number))
         return getattr(self._functions, function)(*arguments)
 
     def _close(self):
         code = self._call('BrenikShutDown')
-        Session._is_open, self._closed = False, True
+        Session._process, self._closed = None, True
         return code
 
     def _require(self, function, code, identifier=''):
@@ -374,7 +378,7 @@ class Session:
 
     def _encoded(self, text, what):
         if '\0' in text:
-            raise ValueError('%s: the text %r has a NUL, at which the library would cut it: remove it' % (what, text))
+            raise ValueError('%s: the text has a NUL, at which the library would cut it: remove it' % what)
         try:
             missing = _UNDEFINED.search(text)
             if not missing:
@@ -393,13 +397,16 @@ class Session:
 
 def _marked_page(folder):
     """The number of the code page that the practice's contacts are marked with; None if they cannot be read."""
-    folder = folder if folder.strip() else '.'
+    folder = folder.strip(' ') or '.'       # as the library reads the path
     try:
         names = [name for name in os.listdir(folder) if name.upper() == 'LAW1.DBF']
         with open(os.path.join(folder, names[0]), 'rb') as file:
             mark = file.read(_PLACE_OF_MARK + 1)[_PLACE_OF_MARK]
     except (OSError, IndexError):
         return None
+    if mark != 0 and mark not in CODE_PAGES:
+        raise ValueError('%s: the code page mark 0x%02x of LAW1.DBF stands for no known page: pass code_page' %
+                         (folder, mark))
     return CODE_PAGES.get(mark, UNMARKED_PAGE)
 
 

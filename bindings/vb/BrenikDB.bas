@@ -181,28 +181,29 @@ Private mFaultsSeen As Long
 '   trace        write every call to Trace.Log in the folder
 '   libraryPath  the path of BrenikDB.dll; empty: beside the program or where Windows searches
 '   codePage     the number of the practice's code page; 0: the one that LAW1.DBF is marked with, or
-'                1252 without a known mark
+'                1252 if it has no mark
 ' Errors: brDataFilesMissing, brIndexFilesMissing, brSystemTableNotOpened, brTableNotOpened.
 Public Sub SessionOpen(ByVal dataPath As String, Optional ByVal trace As Boolean = False, _
                        Optional ByVal libraryPath As String = "", _
                        Optional ByVal codePage As Long = 0)
     Dim path() As Byte, code As Long, reason As String
-    If mIsOpen Then Refuse "a session is already open; shut it down first"
+    If mIsOpen Then
+        Refuse "a session is open in this process: shut it down before you begin another"
+    End If
     path = EncodedPath(dataPath)
+    LoadBrenik libraryPath
     mPage = codePage
     If mPage = 0 Then mPage = PageOfPractice(dataPath)
     If mPage <> 0 Then RequirePage mPage
-    LoadBrenik libraryPath
     SkipFaults
-    mIsOpen = True
     code = BrenikInitialize(path(0), Abs(trace), 0)
-    If code = brSuccess And mPage <> 0 Then Exit Sub
+    mIsOpen = (code = brSuccess And mPage <> 0)
+    If mIsOpen Then Exit Sub
     reason = ReasonOf(code)
-    mIsOpen = False
     BrenikShutDown
     If code <> brSuccess Then RaiseCode "BrenikInitialize", code, "", reason
-    Refuse "cannot read the code page from LAW1.DBF in """ & dataPath & _
-        """; pass the code page"
+    Refuse dataPath & ": the code page cannot be read from LAW1.DBF: spell the folder as " & _
+        "the system does, or pass codePage"
 End Sub
 
 ' Whether a session is open.
@@ -390,7 +391,7 @@ Public Function BrenikTextOf(ByVal code As BrenikCode) As String
         "its link is missing."
     Case brDuplicateCode: text = "The code already exists; its identifier is returned."
     Case brKeyNotFound: text = "No record has that key, or the key is blank."
-    Case Else: text = "unknown code"
+    Case Else: text = "This code is unknown: use the binding of the same release."
     End Select
     BrenikTextOf = text
 End Function
@@ -452,9 +453,9 @@ Private Function Encoded(ByVal text As String, ByVal argument As String) As Byte
                 If Decoded(added, count) <> character Then count = 0
             End If
             If count = 0 Then
-                Refuse argument & ": the practice's code page " & mPage & _
-                    " has no character U+" & Right$("000" & Hex$(UnitOf(character)), 4) & _
-                    " of """ & text & """: replace it"
+                Refuse argument & ": code page " & mPage & _
+                    " of the practice lacks the character '" & character & "' (U+" & _
+                    Right$("000" & Hex$(UnitOf(character)), 4) & "): replace it"
             End If
             For j = 0 To count - 1
                 bytes(size + j) = added(j)
@@ -530,7 +531,8 @@ Private Function EncodedPath(ByVal path As String) As Byte()
 End Function
 
 Private Sub RefuseNul(ByVal text As String, ByVal argument As String)
-    If InStr(text, vbNullChar) > 0 Then Refuse argument & ": the text contains a NUL: remove it"
+    If InStr(text, vbNullChar) = 0 Then Exit Sub
+    Refuse argument & ": the text has a NUL, at which the library would cut it: remove it"
 End Sub
 
 ' Returns the number of bytes.
@@ -550,8 +552,7 @@ End Function
 
 Private Sub RequirePage(ByVal page As Long)
     If IsValidCodePage(page) <> 0 Then Exit Sub
-    Refuse "this system does not have the code page " & page & _
-        "; pass another code page"
+    Refuse "this system does not know code page " & page & ": pass another one"
 End Sub
 
 ' The page that the practice's contacts are marked with; 0 if their table is unreadable.
@@ -593,7 +594,10 @@ Private Function PageOfMark(ByVal mark As Byte) As Long
     Case &HCA: page = 1254
     Case &HCB: page = 1253
     Case &HCC: page = 1257
-    Case Else: page = UnmarkedPage
+    Case 0: page = UnmarkedPage
+    Case Else
+        Refuse "the code page mark 0x" & LCase$(Right$("0" & Hex$(mark), 2)) & _
+            " of LAW1.DBF stands for no known page: pass codePage"
     End Select
     PageOfMark = page
 End Function

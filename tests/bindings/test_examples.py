@@ -89,6 +89,9 @@ def test_first_contact(source, practice, tmp_path):
     refused = run(*program, *arguments, status=1)
     assert '866' in refused and 'ü' in refused and names.read_bytes() == before
 
+    patch(names, 29, 0x68)                          # a page that no system converts
+    assert '0x68' in run(*program, *arguments, status=1)
+
     missing = run(*program, place(tmp_path / 'nowhere'), place(LIBRARY), status=1)
     assert re.fullmatch(r'BrenikInitialize: 1: LAWSYS.DBF or LAW1.DBF is not in the data folder: check the path. '
                         r'\(.*nowhere.LAWSYS.DBF: no such file\)\n', missing)
