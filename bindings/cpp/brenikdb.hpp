@@ -516,9 +516,12 @@ class CodePage {
   private:
     static bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
+    // In UTF-8, at most four bytes; those after the first begin with the bits 10.
     static std::size_t length_of_character(std::string_view text) {
+        if (is_ascii(text[0])) return 1;
         std::size_t length = 1;
-        while (length < text.size() && (static_cast<unsigned char>(text[length]) >> 6) == 2) {
+        while (length < std::min<std::size_t>(4, text.size()) &&
+               (static_cast<unsigned char>(text[length]) >> 6) == 2) {
             ++length;
         }
         return length;

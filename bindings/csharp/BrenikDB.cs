@@ -244,7 +244,7 @@ namespace BrenikDB
         /// <exception cref="EntryPointNotFoundException">The library lacks a function.</exception>
         public Native(string library)
         {
-            IntPtr loaded = Platform.Load(library);
+            IntPtr loaded = Platform.Load(library ?? "");
             Initialize = Bind<BrenikInitialize>(loaded);
             ShutDown = Bind<BrenikShutDown>(loaded);
             AddedRecord = Bind<BrenikAddedRecord>(loaded);

@@ -789,7 +789,7 @@ begin
     Exit;
   Start := ReadShared(Path, 0, MostHeader, Size);
   if Size < 0 then
-    raise EBrenik.Create('cannot read the library ' + Path);
+    raise EBrenik.Create(Path + ': the library cannot be read: check the path');
   Bits := LibraryBits(Start);
   if Bits = 0 then
     raise EBrenik.Create(Path + ' is not a library that this system can load');

@@ -45,6 +45,7 @@ int main(int, char** argv) {
     show([&] { return session.get_u_id(kMatters, "nowhere"); });
     call([&] { session.edit_begin(kEvents, 17); });
     call([&] { session.set_field(kEvents, 17, "DETAIL", std::string("a\0b", 3)); });
+    call([&] { session.set_field(kEvents, 17, "DETAIL", "a\x80"); });  // no UTF-8
     call([&] { session.set_field(kEvents, 17, "DETAILS", "Moved"); });
     call([&] { session.edit_end(kEvents, 17); });
     call([&] { session.added_record(kNames, 2); });

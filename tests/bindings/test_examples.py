@@ -119,7 +119,7 @@ def test_calls(source, page, undefined, practice, tmp_path):
     cities = [firm + 'Dunmöre', 'refused'] if page == 1252 else ['refused', firm + '東京']
     assert re.fullmatch(r'\w{7}', told[3])
     assert told == ['refused', *cities, told[3], 'BrenikAddEnd 18 ' + told[3], 'refused', 'BrenikGetU_ID 19 ', 'done',
-                    'refused', 'BrenikSetField 7 ', 'done', 'done', 'BrenikDeletedRecord 6 ', 'done',
+                    'refused', 'refused', 'BrenikSetField 7 ', 'done', 'done', 'BrenikDeletedRecord 6 ', 'done',
                     'BrenikGetMyFirm 15 ', 'BrenikShutDown 15 ']
 
 
