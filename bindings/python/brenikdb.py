@@ -391,7 +391,8 @@ class Session:
 
     def _decoded(self, text):
         def escaped(found):
-            return ''.join('\\x%02x' % byte for byte in found[0].encode(self._codec))
+            first, *rest = found[0].encode(self._codec)
+            return '\\x%02x' % first + self._decoded(bytes(rest))
         return _UNDEFINED.sub(escaped, text.decode(self._codec, 'backslashreplace'))
 
 
