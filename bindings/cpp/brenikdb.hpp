@@ -20,6 +20,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -549,14 +550,18 @@ class Reasons {
 
     // The last reason that was added since the last call of this function or the construction.
     [[nodiscard]] std::string next(BrenikCode code) {
-        const std::uintmax_t begin = read_ <= size() ? read_ : 0;  // or the file began anew
-        read_ = size();
+        const std::uintmax_t end = size();
+        const std::uintmax_t begin = read_ <= end ? read_ : 0;  // or the file began anew
+        read_ = end;
         if (!has_reason(code)) return {};
+        std::string added(static_cast<std::size_t>(std::min(end - begin, kMostBytes)), '\0');
         std::ifstream file(path_, std::ios::binary);
-        file.seekg(static_cast<std::streamoff>(begin));
+        file.seekg(static_cast<std::streamoff>(end - added.size()));
+        file.read(added.data(), static_cast<std::streamsize>(added.size()));
+        std::istringstream lines(added);
         std::string line;
         std::string last;
-        while (std::getline(file, line)) {
+        while (std::getline(lines, line)) {
             const std::size_t tab = line.find('\t');
             const std::size_t second = tab == std::string::npos ? tab : line.find('\t', tab + 1);
             if (second != std::string::npos) last = line.substr(second + 1);
@@ -570,6 +575,9 @@ class Reasons {
         return (code >= kDataFilesMissing && code <= kTableNotOpened) ||
                (code >= kAdditionNotStamped && code <= kDeletionNotStamped) || code == kFault;
     }
+
+    // Far more than the reason of one call needs, whatever the file may be.
+    static constexpr std::uintmax_t kMostBytes = 64 * 1024;
 
     [[nodiscard]] std::uintmax_t size() const {
         std::error_code failed;

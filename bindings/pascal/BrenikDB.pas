@@ -1017,6 +1017,8 @@ end;
 // What was written since the last time. The library renames a file that has grown too long; the new
 // file is shorter and is read from its beginning.
 function TBrenikFaultFile.Added: TBrenikText;
+const
+  MostBytes = 65536;  // far more than the reason of one call needs, whatever the file may be
 var
   Size, Ignored: Int64;
   Bytes: TBrenikBytes;
@@ -1025,6 +1027,8 @@ begin
   ReadShared(FPath, 0, 0, Size);
   if Size < FSeen then
     FSeen := 0;
+  if Size - FSeen > MostBytes then
+    FSeen := Size - MostBytes;
   if Size > FSeen then
     Bytes := ReadShared(FPath, FSeen, Integer(Size - FSeen), Ignored);
   if Size > 0 then

@@ -120,6 +120,8 @@ _PLACE_OF_MARK = 29
 _UNDEFINED = re.compile('[\x80-\x9F\uE000-\uF8FF]')
 _MAC_CODECS = {10000: 'mac_roman', 10006: 'mac_greek', 10007: 'mac_cyrillic', 10029: 'mac_latin2'}
 
+# Far more bytes than the reason of one call needs, whatever the fault file may be.
+_MOST_OF_FAULTS = 64 * 1024
 # The codes for which the library writes a line to the fault file.
 _WITH_REASON = (Code.DATA_FILES_MISSING, Code.INDEX_FILES_MISSING, Code.SYSTEM_TABLE_NOT_OPENED,
                 Code.TABLE_NOT_OPENED, Code.ADDITION_NOT_STAMPED, Code.EDIT_NOT_STAMPED,
@@ -368,6 +370,7 @@ class Session:
             self._faults_read = size
             if code not in _WITH_REASON:
                 return ''
+            start = max(start, size - _MOST_OF_FAULTS)
             with open(self._faults, 'rb') as file:
                 file.seek(start)
                 added = file.read(size - start).decode('mbcs' if ON_WINDOWS else 'utf-8', 'replace')

@@ -95,6 +95,9 @@ def test_first_contact(source, practice, tmp_path):
     missing = run(*program, place(tmp_path / 'nowhere'), place(LIBRARY), status=1)
     assert re.fullmatch(r'BrenikInitialize: 1: LAWSYS.DBF or LAW1.DBF is not in the data folder: check the path. '
                         r'\(.*nowhere.LAWSYS.DBF: no such file\)\n', missing)
+    ENVIRONMENT['BRENIK_FAULTS'] = place(practice)  # a folder: there is no reason to read
+    missing = run(*program, place(tmp_path / 'nowhere'), place(LIBRARY), status=1)
+    assert re.fullmatch(r'BrenikInitialize: 1: [^(]*\n', missing)
 
     other = tmp_path / 'other.library'
     other.write_bytes(LIBRARY.read_bytes())
