@@ -8,6 +8,7 @@
 #include <set>
 
 #include "engine/record/code_page.h"
+#include "platform/marked_text.h"
 #include "practice.h"
 
 namespace brenik::tools {
@@ -47,10 +48,7 @@ const TableText& utf8_text() {
     return text;
 }
 
-void append_utf8(std::string& text, char32_t code) {
-    static const auto utf8 = platform::TextConversion::open(record::kUtf8);
-    text += utf8->bytes_of(code);
-}
+bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 std::uint16_t page_for(std::uint8_t mark, EncodingChoice choice) {
     if (choice) return *choice;
@@ -96,22 +94,42 @@ std::optional<TableText::Character> TableText::first_character(std::string_view 
     if (single_[first] != 0) return Character{1, single_[first]};
     if (!conversion_) return std::nullopt;
     for (std::size_t length = 2; length <= std::min(longest_, bytes.size()); ++length) {
-        const auto code = conversion_->character(bytes.substr(0, length));
-        if (code && is_shown(*code)) return Character{length, *code};
+        const char32_t code = longer_character(bytes.substr(0, length));
+        if (code != 0) return Character{length, code};
     }
     return std::nullopt;
+}
+
+char32_t TableText::longer_character(std::string_view bytes) const {
+    const auto ask = [&] {
+        const char32_t code = conversion_->character(bytes).value_or(0);
+        return is_shown(code) ? code : 0;
+    };
+    if (bytes.size() != 2) return ask();
+    // The system takes a thousand instructions for an answer. Text has few different pairs.
+    const auto pair = static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[0]) << 8 |
+                                                 static_cast<unsigned char>(bytes[1]));
+    const auto [known, is_new] = pairs_.try_emplace(pair);
+    if (is_new) known->second = ask();
+    return known->second;
 }
 
 std::string TableText::convert(std::string_view bytes, bool escapes_backslashes) const {
     std::string text;
     while (!bytes.empty()) {
+        const auto* const plain_end =
+            std::ranges::find_if(bytes, [](char c) { return !is_ascii(c) || c == '\\'; });
+        const auto plain = static_cast<std::size_t>(plain_end - bytes.begin());
+        text += bytes.substr(0, plain);
+        bytes.remove_prefix(plain);
+        if (bytes.empty()) break;
         const auto character = first_character(bytes);
         if (!character || (escapes_backslashes && begins_escape(bytes))) {
             text += escaped(bytes[0]);
         } else if (character->code < 0x80) {
             text += bytes[0];
         } else {
-            append_utf8(text, character->code);
+            platform::append_utf8(text, character->code);
         }
         bytes.remove_prefix(character ? character->bytes : 1);
     }

@@ -1,9 +1,10 @@
 // The text of tables in UTF-8.
 //
-// Every byte of a table can be told from what is shown. A byte that its code page leaves undefined
-// is shown as \xNN, and so is a backslash that could be mistaken for the beginning of that. Results
-// that only stand in for a missing character (control characters for bytes from 0x80 on, private
-// ones, the replacement character) count as undefined, because not every system gives them.
+// Every byte of a table can be told from what is shown, unless its code page has two codes for a
+// character. A byte that the code page leaves undefined is shown as \xNN, and so is a backslash
+// that could be mistaken for the beginning of that. Results that only stand in for a missing
+// character (control characters for bytes from 0x80 on, private ones, the replacement character)
+// count as undefined, because not every system gives them.
 
 #pragma once
 
@@ -13,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "platform/text_conversion.h"
 
@@ -44,12 +46,15 @@ class TableText {
         char32_t code;
     };
     std::optional<Character> first_character(std::string_view bytes) const;
+    // 0 if the bytes, two or more, are no character that is shown.
+    char32_t longer_character(std::string_view bytes) const;
     std::string convert(std::string_view bytes, bool escapes_backslashes) const;
 
     std::uint16_t code_page_;
     std::size_t longest_;
     std::unique_ptr<platform::TextConversion> conversion_;
     std::array<char32_t, 256> single_{};  // characters of one byte; 0 where there is none
+    mutable std::unordered_map<std::uint16_t, char32_t> pairs_;  // those of two bytes met so far
 };
 
 // As UTF-8 what should be UTF-8 already: paths, the system's messages, and our own. Other bytes

@@ -56,23 +56,6 @@ std::string checked_utf8(std::string_view text) {
     return checked;
 }
 
-void append_utf8(std::string& text, char32_t character) {
-    const auto add = [&](char32_t byte) { text += static_cast<char>(byte); };
-    const auto add_tail = [&](int shift) { add(0x80 | (character >> shift & 0x3F)); };
-    if (character < 0x80) return add(character);
-    if (character < 0x800) {
-        add(0xC0 | character >> 6);
-    } else if (character < 0x10000) {
-        add(0xE0 | character >> 12);
-        add_tail(6);
-    } else {
-        add(0xF0 | character >> 18);
-        add_tail(12);
-        add_tail(6);
-    }
-    add_tail(0);
-}
-
 // The unit at an even position; both of its bytes must exist.
 char32_t unit_at(std::string_view text, std::size_t place, TextForm form) {
     const char32_t first = byte_at(text, place);
@@ -107,6 +90,23 @@ std::string from_utf16(std::string_view text, TextForm form) {
 }
 
 }  // namespace
+
+void append_utf8(std::string& text, char32_t character) {
+    const auto add = [&](char32_t byte) { text += static_cast<char>(byte); };
+    const auto add_tail = [&](int shift) { add(0x80 | (character >> shift & 0x3F)); };
+    if (character < 0x80) return add(character);
+    if (character < 0x800) {
+        add(0xC0 | character >> 6);
+    } else if (character < 0x10000) {
+        add(0xE0 | character >> 12);
+        add_tail(6);
+    } else {
+        add(0xF0 | character >> 18);
+        add_tail(12);
+        add_tail(6);
+    }
+    add_tail(0);
+}
 
 TextForm marked_form(std::string_view first_bytes) {
     const auto found = std::find_if(kMarks.begin(), kMarks.end(), [&](const Mark& mark) {

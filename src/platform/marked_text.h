@@ -25,4 +25,7 @@ std::size_t line_end(std::string_view text, TextForm form);
 // (an overlong form, an unpaired surrogate, an odd last byte) becomes '?'.
 std::string utf8_of(std::string_view text, TextForm form);
 
+// Appends a character in UTF-8.
+void append_utf8(std::string& text, char32_t character);
+
 }  // namespace brenik::platform
