@@ -101,7 +101,9 @@ Json exact_number(const std::string& text, bool with_decimals) {
 Json json_double(double number, bool with_decimals) {
     constexpr double kMostWhole = 9007199254740992;  // beyond, not every whole number is a double
     if (!std::isfinite(number)) return shortest(number);
-    if (!with_decimals && std::fabs(number) < kMostWhole && number == std::trunc(number)) {
+    const bool negative_zero = number == 0 && std::signbit(number);
+    const bool whole = std::fabs(number) < kMostWhole && number == std::trunc(number);
+    if (!with_decimals && whole && !negative_zero) {
         return static_cast<std::int64_t>(number);
     }
     return number;
@@ -135,7 +137,7 @@ std::string as_stored(const Place& place) {
 std::string text_value(const Place& place) {
     const std::string value = place.value_text();
     if (place.field.is_binary()) return hexadecimal(value);
-    const bool padded = place.field.kind->form != FieldForm::kVariableText;
+    const bool padded = place.field.kind->form == FieldForm::kText;
     return place.text.shown(padded ? trim_right(value) : value);
 }
 

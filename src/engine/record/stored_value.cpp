@@ -1,4 +1,5 @@
-// Judges a field by its form. Zero bytes count as blanks: some programs clear a field with them.
+// Judges a field by its form. Programs differ in what they write for "no value": blanks, zero bytes
+// or, for a date, eight digits 0.
 
 #include "engine/record/stored_value.h"
 
@@ -12,6 +13,7 @@ namespace brenik::record {
 namespace {
 
 constexpr std::string_view kBlanks("\0 ", 2);
+constexpr std::string_view kNoDate = "00000000";
 
 bool is_blank(std::string_view text) {
     return text.find_first_not_of(kBlanks) == std::string_view::npos;
@@ -36,14 +38,14 @@ StoredValue decimal(std::string_view text) {
 }
 
 StoredValue date(std::string_view text) {
-    if (is_blank(text)) return StoredValue::kBlank;
+    if (is_blank(text) || text == kNoDate) return StoredValue::kBlank;
     return Date::from_ymd(text).empty() ? StoredValue::kImpossibleDate : StoredValue::kSound;
 }
 
-StoredValue date_time(const Byte* at) {
-    const auto day = static_cast<std::int32_t>(load_le32(at));
-    const std::uint32_t ms = load_le32(at + 4);
-    if (day == 0 && ms == 0) return StoredValue::kBlank;
+StoredValue date_time(Bytes bytes) {
+    if (is_blank(as_text(bytes))) return StoredValue::kBlank;
+    const auto day = static_cast<std::int32_t>(load_le32(bytes.data()));
+    const std::uint32_t ms = load_le32(bytes.data() + 4);
     const bool possible = Date(day).civil().day != 0 && ms < kMillisecondsPerDay;
     return possible ? StoredValue::kSound : StoredValue::kImpossibleDate;
 }
@@ -65,7 +67,7 @@ StoredValue stored_value(const RecordView& record, const TableLayout& layout, co
         case FieldForm::kDate:
             return date(as_text(bytes));
         case FieldForm::kDateTime:
-            return date_time(bytes.data());
+            return date_time(bytes);
         case FieldForm::kLogical:
             return logical(as_text(bytes)[0]);
         default:
