@@ -110,12 +110,20 @@ static int print_callers(const char* number, char contact[kTextSize]) {
     return found;
 }
 
+/* What is read from the practice must not become a command of its own. */
+static void require_identifier(const char* text) {
+    const char* end = text;
+    while (isalnum((unsigned char)*end)) ++end;
+    if (*end) fail(text, "is no identifier of a matter");
+}
+
 /* Prints the matter if it is open; returns how many it printed. */
 static int print_open_matter(const char* u_id) {
     static char line[kLineSize];
     char chosen[kTextSize + 32], number[kTextSize], title[kTextSize];
     int found = 0;
     FILE* records;
+    require_identifier(u_id);
     snprintf(chosen, sizeof chosen, "--order U_ID --seek %s", u_id);
     records = open_records("LAW3", chosen);
     while (next_record(records, line)) {
