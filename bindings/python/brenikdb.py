@@ -16,6 +16,9 @@ import os
 import re
 import struct
 import sys
+from typing import List, Optional, Union
+
+Path = Union[str, 'os.PathLike[str]']
 
 ON_WINDOWS = os.name == 'nt'
 
@@ -149,7 +152,7 @@ class BrenikError(Exception):
         super().__init__('%s: %d: %s%s' % (function, code, text, ' (%s)' % reason if reason else ''))
 
 
-def load(library=''):
+def load(library: Path = ''):
     """Loads the library and returns an object that has the twelve functions of DECLARATIONS.
 
     library  the path of the library. '' searches for BrenikDB.dll beside the program, then in the folders of PATH;
@@ -219,7 +222,7 @@ class Session:
 
     _process = None             # the one that has an open session; the child of a fork can begin its own
 
-    def __init__(self, data_path, trace=False, library='', code_page=None):
+    def __init__(self, data_path: Path, trace: bool = False, library: Path = '', code_page: Optional[int] = None):
         if Session._process == os.getpid():
             raise RuntimeError('a session is open in this process: shut it down before you begin another')
         self._closed = True
@@ -242,7 +245,7 @@ class Session:
             self._close()
             raise
 
-    def __enter__(self):
+    def __enter__(self) -> 'Session':
         return self
 
     def __exit__(self, kind, error, trace):
@@ -254,31 +257,31 @@ class Session:
             if kind is None:        # otherwise the first error matters more
                 raise
 
-    def shut_down(self):
+    def shut_down(self) -> None:
         """Closes every table and releases every lock. ALREADY_SHUT_DOWN."""
         if self._closed:
             raise BrenikError('BrenikShutDown', Code.ALREADY_SHUT_DOWN)
         self._require('BrenikShutDown', self._close())
 
-    def added_record(self, table, record):
+    def added_record(self, table: int, record: int) -> None:
         """Notes in the change journal that the host itself has appended a record, and makes that record current.
 
         BAD_TABLE, BAD_RECORD (no such record), ADDITION_NOT_STAMPED (no identifier, or the journal is locked).
         """
         self._do('BrenikAddedRecord', table, record)
 
-    def deleted_record(self, table, record):
+    def deleted_record(self, table: int, record: int) -> None:
         """Notes in the change journal that the host itself has marked a record deleted, and makes it current.
 
         BAD_TABLE, BAD_RECORD (no such record, or it is not deleted), DELETION_NOT_STAMPED.
         """
         self._do('BrenikDeletedRecord', table, record)
 
-    def add_start(self, table):
+    def add_start(self, table: int) -> None:
         """Starts a new record with empty fields. A second Start replaces the first. BAD_TABLE."""
         self._do('BrenikAddStart', table, INT())
 
-    def add_end(self, table, contact=''):
+    def add_end(self, table: int, contact: str = '') -> str:
         """Appends the new record and returns its identifier.
 
         contact  for a matter: the identifier of the contact to link it to, 7 characters; '' for none
@@ -296,7 +299,7 @@ class Session:
         self._require('BrenikAddEnd', code, identifier if code in _WITH_IDENTIFIER else '')
         return identifier
 
-    def edit_start(self, table, identifier):
+    def edit_start(self, table: int, identifier: str) -> None:
         """Starts an edit of the record with an identifier, or of the first whose identifier begins with the text.
 
         The record's number is not known then, so pass record 0 to set_field() and edit_end(), and call nothing else
@@ -304,11 +307,11 @@ class Session:
         """
         self._do('BrenikEditStart', table, self._encoded(identifier, 'identifier'), INT())
 
-    def edit_begin(self, table, record):
+    def edit_begin(self, table: int, record: int) -> None:
         """Starts an edit of a record by its number; the record may be deleted. BAD_TABLE, BAD_RECORD."""
         self._do('BrenikEditBegin', table, record, INT())
 
-    def set_field(self, table, record, field, text):
+    def set_field(self, table: int, record: int, field: str, text: str) -> None:
         """Sets one field of the transaction; the library converts the text to the field's type.
 
         record  the record of the transaction; 0 for the current one, and for a new record
@@ -318,7 +321,7 @@ class Session:
         """
         self._do('BrenikSetField', table, record, self._encoded(field, 'field'), self._encoded(text, field))
 
-    def edit_end(self, table, record=0):
+    def edit_end(self, table: int, record: int = 0) -> None:
         """Writes the edited record under a lock, and notes in the change journal which fields changed.
 
         The whole record is written, as it was at the Start and with the fields that were set. NOT_CURRENT,
@@ -326,14 +329,14 @@ class Session:
         """
         self._do('BrenikEditEnd', table, record)
 
-    def get_my_firm(self):
+    def get_my_firm(self) -> List[str]:
         """Returns the 23 items that describe the practice's own contact; an empty list if it names none."""
         buffer = ctypes.create_string_buffer(b' ' * FIRM_LENGTH, FIRM_BUFFER)
         self._do('BrenikGetMyFirm', buffer)
         text = self._decoded(buffer.value)          # the byte before the NUL is what the buffer held before
         return text[:text.rfind('|')].split('|') if '|' in text else []
 
-    def get_u_id(self, table, key):
+    def get_u_id(self, table: int, key: str) -> str:
         """Returns the identifier of the contact with an ID (table 1) or of the matter with a case number (table 3).
 
         The key may be in any letter case. The record becomes current. BAD_TABLE, KEY_NOT_FOUND.
