@@ -546,14 +546,16 @@ class CodePage {
 // Reads the reasons that the library writes to the user's fault file. Nothing here can fail a call.
 class Reasons {
   public:
-    Reasons() : path_(fault_file()), read_(size()) {}
+    Reasons() : path_(fault_file()) { begin_call(); }
 
-    // The last reason that was added since the last call of this function or the construction.
-    [[nodiscard]] std::string next(BrenikCode code) {
-        const std::uintmax_t end = size();
-        const std::uintmax_t begin = read_ <= end ? read_ : 0;  // or the file began anew
-        read_ = end;
+    // Older lines belong to other calls.
+    void begin_call() { before_call_ = size(); }
+
+    // The last reason that was added during the call.
+    [[nodiscard]] std::string of_call(BrenikCode code) const {
         if (!has_reason(code)) return {};
+        const std::uintmax_t end = size();
+        const std::uintmax_t begin = before_call_ <= end ? before_call_ : 0;  // or it began anew
         std::string added(static_cast<std::size_t>(std::min(end - begin, kMostBytes)), '\0');
         std::ifstream file(path_, std::ios::binary);
         file.seekg(static_cast<std::streamoff>(end - added.size()));
@@ -586,7 +588,7 @@ class Reasons {
     }
 
     std::filesystem::path path_;
-    std::uintmax_t read_;
+    std::uintmax_t before_call_ = 0;
 };
 
 }  // namespace detail
@@ -673,7 +675,7 @@ class Session {
         const std::string path = detail::library_path_text(data_path);
         const BrenikCode code = library_.BrenikInitialize(path.c_str(), trace ? 1 : 0, 0);
         if (code != kSuccess) {
-            const std::string reason = reasons_.next(code);
+            const std::string reason = reasons_.of_call(code);
             library_.BrenikShutDown();
             throw BrenikError("BrenikInitialize", code, {}, reason);
         }
@@ -809,18 +811,20 @@ class Session {
 
     template <class Function, class... Arguments>
     BrenikCode call(Function function, Arguments... arguments) {
+        reasons_.begin_call();
         return is_open_ ? function(arguments...) : BrenikCode{kAlreadyShutDown};
     }
 
     BrenikCode close() {
         is_open_ = false;
         process_ = 0;
+        reasons_.begin_call();
         return library_.BrenikShutDown();
     }
 
     void require(const char* function, BrenikCode code, const std::string& identifier = {}) {
         if (code == kSuccess) return;
-        throw BrenikError(function, code, identifier, reasons_.next(code));
+        throw BrenikError(function, code, identifier, reasons_.of_call(code));
     }
 
     // The process that has an open session, or 0. The child of a fork can begin its own.

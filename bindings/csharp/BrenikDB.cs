@@ -685,18 +685,26 @@ namespace BrenikDB
     {
         private const string Folder = "BrenikDB";
         private readonly string path = Find();
-        private long seen;
+        private long sizeBeforeCall;
 
-        public FaultFile()
+        // Older lines belong to other calls.
+        public void BeginCall()
         {
-            Added();
+            try
+            {
+                sizeBeforeCall = new FileInfo(path).Length;
+            }
+            catch (Exception)
+            {
+                sizeBeforeCall = 0;
+            }
         }
 
-        // The reason of a failure that just happened; empty if the library wrote none.
+        // The reason of the call's failure; empty if the library wrote none.
         public string ReasonOf(BrenikCode code)
         {
-            string[] lines = Added().Split('\n');
             if (!HasReason(code)) return "";
+            string[] lines = Added().Split('\n');
             for (int i = lines.Length - 1; i >= 0; --i)
             {
                 string[] columns = lines[i].TrimEnd('\r').Split(new[] { '\t' }, 3);
@@ -710,7 +718,7 @@ namespace BrenikDB
             (code >= BrenikCode.AdditionNotStamped && code <= BrenikCode.DeletionNotStamped) ||
             code == BrenikCode.Fault;
 
-        // What was written since the last time. The library renames a file that has grown too long;
+        // What was written during the call. The library renames a file that has grown too long;
         // the new file is shorter and is read from its beginning.
         private string Added()
         {
@@ -719,16 +727,14 @@ namespace BrenikDB
                 using (FileStream file = Platform.OpenShared(path))
                 {
                     long size = file.Length;
-                    file.Position = seen <= size ? seen : 0;
+                    file.Position = sizeBeforeCall <= size ? sizeBeforeCall : 0;
                     var bytes = new byte[size - file.Position];
                     Array.Resize(ref bytes, Platform.ReadAll(file, bytes));
-                    seen = size;
                     return Decode(bytes);
                 }
             }
             catch (Exception)
             {
-                seen = 0;
                 return "";
             }
         }
@@ -795,6 +801,7 @@ namespace BrenikDB
             native = new Native(library);
             page = codePage == 0 ? CodePage.OfPractice(dataPath) : new CodePage(codePage);
             isAnyOpen = isOpen = true;
+            faults.BeginCall();
             try
             {
                 Check("BrenikInitialize", native.Initialize(path, trace ? 1 : 0, 0));
@@ -823,7 +830,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">AlreadyShutDown.</exception>
         public void ShutDown()
         {
-            RequireOpen("BrenikShutDown");
+            BeginCall("BrenikShutDown");
             Check("BrenikShutDown", Close());
         }
 
@@ -839,7 +846,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, BadRecord, AdditionNotStamped.</exception>
         public void AddedRecord(int table, int record)
         {
-            RequireOpen("BrenikAddedRecord");
+            BeginCall("BrenikAddedRecord");
             Check("BrenikAddedRecord", native.AddedRecord(table, record));
         }
 
@@ -848,7 +855,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, BadRecord, DeletionNotStamped.</exception>
         public void DeletedRecord(int table, int record)
         {
-            RequireOpen("BrenikDeletedRecord");
+            BeginCall("BrenikDeletedRecord");
             Check("BrenikDeletedRecord", native.DeletedRecord(table, record));
         }
 
@@ -857,7 +864,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable.</exception>
         public void AddStart(int table)
         {
-            RequireOpen("BrenikAddStart");
+            BeginCall("BrenikAddStart");
             int number = 0;
             Check("BrenikAddStart", native.AddStart(table, ref number));
         }
@@ -870,7 +877,7 @@ namespace BrenikDB
         /// record exists: do not add a matter again that has one.</exception>
         public string AddEnd(int table, string contact = "")
         {
-            RequireOpen("BrenikAddEnd");
+            BeginCall("BrenikAddEnd");
             byte[] given = page.Encode(contact, "contact");
             if (given.Length != 1 && given.Length != Native.AddEndBuffer)
             {
@@ -897,7 +904,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, IdentifierNotFound.</exception>
         public void EditStart(int table, string identifier)
         {
-            RequireOpen("BrenikEditStart");
+            BeginCall("BrenikEditStart");
             byte[] bytes = page.Encode(identifier, "identifier");
             int number = 0;
             Check("BrenikEditStart", native.EditStart(table, bytes, ref number));
@@ -907,7 +914,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, BadRecord.</exception>
         public void EditBegin(int table, int record)
         {
-            RequireOpen("BrenikEditBegin");
+            BeginCall("BrenikEditBegin");
             int number = 0;
             Check("BrenikEditBegin", native.EditBegin(table, record, ref number));
         }
@@ -924,7 +931,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">NotCurrent, BadRecord, UnknownField.</exception>
         public void SetField(int table, int record, string field, string text)
         {
-            RequireOpen("BrenikSetField");
+            BeginCall("BrenikSetField");
             byte[] name = page.Encode(field, "field");
             byte[] bytes = page.Encode(text, "text");
             Check("BrenikSetField", native.SetField(table, record, name, bytes));
@@ -937,7 +944,7 @@ namespace BrenikDB
         /// </exception>
         public void EditEnd(int table, int record = 0)
         {
-            RequireOpen("BrenikEditEnd");
+            BeginCall("BrenikEditEnd");
             Check("BrenikEditEnd", native.EditEnd(table, record));
         }
 
@@ -946,7 +953,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">Only Fault and NotRegistered.</exception>
         public string[] GetMyFirm()
         {
-            RequireOpen("BrenikGetMyFirm");
+            BeginCall("BrenikGetMyFirm");
             var buffer = new byte[Native.FirmBuffer];
             Prime(buffer, Native.FirmLength);
             Check("BrenikGetMyFirm", native.GetMyFirm(buffer));
@@ -960,7 +967,7 @@ namespace BrenikDB
         /// <exception cref="BrenikError">BadTable, KeyNotFound.</exception>
         public string GetU_ID(int table, string key)
         {
-            RequireOpen("BrenikGetU_ID");
+            BeginCall("BrenikGetU_ID");
             byte[] bytes = page.Encode(key, "key");
             var buffer = new byte[Native.GetU_IDBuffer];
             Prime(buffer, Native.IdentifierLength);
@@ -974,8 +981,9 @@ namespace BrenikDB
             for (int i = 0; i < length; ++i) buffer[i] = (byte)' ';
         }
 
-        private void RequireOpen(string function)
+        private void BeginCall(string function)
         {
+            faults.BeginCall();
             if (!isOpen) throw new BrenikError(function, BrenikCode.AlreadyShutDown, "", "");
         }
 

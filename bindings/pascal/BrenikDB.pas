@@ -182,11 +182,13 @@ type
   TBrenikFaultFile = class
   private
     FPath: TBrenikText;
-    FSeen: Int64;
+    FSizeBeforeCall: Int64;
     function Added: TBrenikText;
   public
     constructor Create;
-    // The reason of a failure that just happened; empty if the library wrote none.
+    // Older lines belong to other calls.
+    procedure BeginCall;
+    // The reason of the call's failure; empty if the library wrote none.
     function ReasonOf(Code: TBrenikCode): TBrenikText;
   end;
 
@@ -205,7 +207,7 @@ type
     FIsOpen: Boolean;
     function Close: TBrenikCode;
     function DecodedIdentifier(const Buffer: TBrenikBytes): TBrenikText;
-    procedure RequireOpen(const FunctionName: TBrenikText);
+    procedure BeginCall(const FunctionName: TBrenikText);
     procedure Check(const FunctionName: TBrenikText; Code: TBrenikCode;
       const Identifier: TBrenikText = '');
   public
@@ -1011,28 +1013,32 @@ constructor TBrenikFaultFile.Create;
 begin
   inherited Create;
   FPath := FaultFileInUse;
-  Added;
+  BeginCall;
 end;
 
-// What was written since the last time. The library renames a file that has grown too long; the new
+procedure TBrenikFaultFile.BeginCall;
+begin
+  ReadShared(FPath, 0, 0, FSizeBeforeCall);
+end;
+
+// What was written during the call. The library renames a file that has grown too long; the new
 // file is shorter and is read from its beginning.
 function TBrenikFaultFile.Added: TBrenikText;
 const
   MostBytes = 65536;  // far more than the reason of one call needs, whatever the file may be
 var
-  Size, Ignored: Int64;
+  Start, Size, Ignored: Int64;
   Bytes: TBrenikBytes;
 begin
   Result := '';
   ReadShared(FPath, 0, 0, Size);
-  if Size < FSeen then
-    FSeen := 0;
-  if Size - FSeen > MostBytes then
-    FSeen := Size - MostBytes;
-  if Size > FSeen then
-    Bytes := ReadShared(FPath, FSeen, Integer(Size - FSeen), Ignored);
-  if Size > 0 then
-    FSeen := Size;
+  Start := FSizeBeforeCall;
+  if (Start < 0) or (Start > Size) then
+    Start := 0;
+  if Size - Start > MostBytes then
+    Start := Size - MostBytes;
+  if Size > Start then
+    Bytes := ReadShared(FPath, Start, Integer(Size - Start), Ignored);
   Result := TextOfFaults(Bytes);
 end;
 
@@ -1055,9 +1061,9 @@ var
   I, Tabs: Integer;
 begin
   Result := '';
-  Lines := TrimRight(Added);
   if not HasReason(Code) then
     Exit;
+  Lines := TrimRight(Added);
   Tabs := 0;
   for I := 1 to Length(Lines) do
   begin
@@ -1120,19 +1126,19 @@ end;
 
 procedure TBrenikSession.ShutDown;
 begin
-  RequireOpen('BrenikShutDown');
+  BeginCall('BrenikShutDown');
   Check('BrenikShutDown', Close);
 end;
 
 procedure TBrenikSession.AddedRecord(Table, Rec: Integer);
 begin
-  RequireOpen('BrenikAddedRecord');
+  BeginCall('BrenikAddedRecord');
   Check('BrenikAddedRecord', FFunctions.AddedRecord(Table, Rec));
 end;
 
 procedure TBrenikSession.DeletedRecord(Table, Rec: Integer);
 begin
-  RequireOpen('BrenikDeletedRecord');
+  BeginCall('BrenikDeletedRecord');
   Check('BrenikDeletedRecord', FFunctions.DeletedRecord(Table, Rec));
 end;
 
@@ -1140,7 +1146,7 @@ procedure TBrenikSession.AddStart(Table: Integer);
 var
   Number: Integer;
 begin
-  RequireOpen('BrenikAddStart');
+  BeginCall('BrenikAddStart');
   Number := 0;
   Check('BrenikAddStart', FFunctions.AddStart(Table, Number));
 end;
@@ -1151,7 +1157,7 @@ var
   Code: TBrenikCode;
   Kept: TBrenikText;
 begin
-  RequireOpen('BrenikAddEnd');
+  BeginCall('BrenikAddEnd');
   Buffer := FPage.Encode(Contact, 'Contact');
   if (Length(Buffer) <> 1) and (Length(Buffer) <> AddEndBuffer) then
     raise EBrenik.Create('Contact: "' + Contact + '" is not an identifier: pass ' +
@@ -1173,7 +1179,7 @@ var
   Number: Integer;
   Bytes: TBrenikBytes;
 begin
-  RequireOpen('BrenikEditStart');
+  BeginCall('BrenikEditStart');
   Bytes := FPage.Encode(Identifier, 'Identifier');
   Number := 0;
   Check('BrenikEditStart', FFunctions.EditStart(Table, PAnsiChar(Bytes), Number));
@@ -1183,7 +1189,7 @@ procedure TBrenikSession.EditBegin(Table, Rec: Integer);
 var
   Number: Integer;
 begin
-  RequireOpen('BrenikEditBegin');
+  BeginCall('BrenikEditBegin');
   Number := 0;
   Check('BrenikEditBegin', FFunctions.EditBegin(Table, Rec, Number));
 end;
@@ -1192,7 +1198,7 @@ procedure TBrenikSession.SetField(Table, Rec: Integer; const Field, Text: TBreni
 var
   Name, Bytes: TBrenikBytes;
 begin
-  RequireOpen('BrenikSetField');
+  BeginCall('BrenikSetField');
   Name := FPage.Encode(Field, 'Field');
   Bytes := FPage.Encode(Text, 'Text');
   Check('BrenikSetField', FFunctions.SetField(Table, Rec, PAnsiChar(Name), PAnsiChar(Bytes)));
@@ -1200,7 +1206,7 @@ end;
 
 procedure TBrenikSession.EditEnd(Table: Integer; Rec: Integer);
 begin
-  RequireOpen('BrenikEditEnd');
+  BeginCall('BrenikEditEnd');
   Check('BrenikEditEnd', FFunctions.EditEnd(Table, Rec));
 end;
 
@@ -1210,7 +1216,7 @@ var
   Firm: TBrenikText;
   Size, Bar: Integer;
 begin
-  RequireOpen('BrenikGetMyFirm');
+  BeginCall('BrenikGetMyFirm');
   Buffer := nil;
   SetLength(Buffer, FirmBuffer);
   FillChar(Buffer[0], FirmLength, ' ');
@@ -1234,7 +1240,7 @@ function TBrenikSession.GetU_ID(Table: Integer; const Key: TBrenikText): TBrenik
 var
   Buffer, Bytes: TBrenikBytes;
 begin
-  RequireOpen('BrenikGetU_ID');
+  BeginCall('BrenikGetU_ID');
   Bytes := FPage.Encode(Key, 'Key');
   Buffer := nil;
   SetLength(Buffer, GetU_IDBuffer);
@@ -1248,8 +1254,9 @@ begin
   Result := TrimRight(FPage.Decode(Buffer, IdentifierLength));
 end;
 
-procedure TBrenikSession.RequireOpen(const FunctionName: TBrenikText);
+procedure TBrenikSession.BeginCall(const FunctionName: TBrenikText);
 begin
+  FFaults.BeginCall;
   if not FIsOpen then
     raise EBrenikError.Create(FunctionName, brAlreadyShutDown, '', '');
 end;

@@ -234,7 +234,6 @@ class Session:
         _check_codec(self._codec, self.code_page)
         path = _encoded_path(data_path)
         self._faults = _fault_file()
-        self._faults_read = _size(self._faults)
         Session._process, self._closed = os.getpid(), False
         try:
             self._require('BrenikInitialize', self._call('BrenikInitialize', path, int(bool(trace)), 0))
@@ -354,6 +353,7 @@ class Session:
         for number in arguments:
             if isinstance(number, int) and number != INT(number).value:         # ctypes would cut it to 32 bits
                 raise ValueError('%s: %d is no number of a table or record: correct it' % (function, number))
+        self._faults_before = _size(self._faults)
         return getattr(self._functions, function)(*arguments)
 
     def _close(self):
@@ -366,13 +366,12 @@ class Session:
             raise BrenikError(function, code, identifier, self._reason(code))
 
     def _reason(self, code):
-        """The last line that was added to the fault file since the session began or the last call failed."""
+        """The last line that was added to the fault file during the call."""
+        if code not in _WITH_REASON:
+            return ''
         try:
             size = os.path.getsize(self._faults)
-            start = self._faults_read if self._faults_read <= size else 0     # the file began anew
-            self._faults_read = size
-            if code not in _WITH_REASON:
-                return ''
+            start = self._faults_before if self._faults_before <= size else 0     # or the file began anew
             start = max(start, size - _MOST_OF_FAULTS)
             with open(self._faults, 'rb') as file:
                 file.seek(start)

@@ -214,7 +214,7 @@ End Function
 ' Closes every table and releases every lock. The session is shut down afterwards, even if this
 ' raises an error.
 Public Sub SessionShutDown()
-    RequireOpen "BrenikShutDown"
+    BeginCall "BrenikShutDown"
     mIsOpen = False
     Check "BrenikShutDown", BrenikShutDown()
 End Sub
@@ -222,21 +222,21 @@ End Sub
 ' Notes in the change journal that the host itself has appended a record, and makes that record
 ' current. Errors: brBadTable, brBadRecord, brAdditionNotStamped.
 Public Sub SessionAddedRecord(ByVal table As BrenikTable, ByVal record As Long)
-    RequireOpen "BrenikAddedRecord"
+    BeginCall "BrenikAddedRecord"
     Check "BrenikAddedRecord", BrenikAddedRecord(table, record)
 End Sub
 
 ' Notes in the change journal that the host itself has marked a record deleted, and makes that
 ' record current. Errors: brBadTable, brBadRecord, brDeletionNotStamped.
 Public Sub SessionDeletedRecord(ByVal table As BrenikTable, ByVal record As Long)
-    RequireOpen "BrenikDeletedRecord"
+    BeginCall "BrenikDeletedRecord"
     Check "BrenikDeletedRecord", BrenikDeletedRecord(table, record)
 End Sub
 
 ' Starts a new record with empty fields. A second Start replaces the first. Errors: brBadTable.
 Public Sub SessionAddStart(ByVal table As BrenikTable)
     Dim number As Long
-    RequireOpen "BrenikAddStart"
+    BeginCall "BrenikAddStart"
     Check "BrenikAddStart", BrenikAddStart(table, number)
 End Sub
 
@@ -248,7 +248,7 @@ End Sub
 Public Function SessionAddEnd(ByVal table As BrenikTable, _
                               Optional ByVal contact As String = "") As String
     Dim buffer() As Byte, code As Long, identifier As String
-    RequireOpen "BrenikAddEnd"
+    BeginCall "BrenikAddEnd"
     buffer = Encoded(contact, "contact")
     If UBound(buffer) <> 0 And UBound(buffer) <> IdentifierLength Then
         Refuse "contact: """ & contact & """ is not an identifier: pass " & _
@@ -272,7 +272,7 @@ End Function
 ' Errors: brBadTable, brIdentifierNotFound.
 Public Sub SessionEditStart(ByVal table As BrenikTable, ByVal identifier As String)
     Dim bytes() As Byte, number As Long
-    RequireOpen "BrenikEditStart"
+    BeginCall "BrenikEditStart"
     bytes = Encoded(identifier, "identifier")
     Check "BrenikEditStart", BrenikEditStart(table, bytes(0), number)
 End Sub
@@ -281,7 +281,7 @@ End Sub
 ' Errors: brBadTable, brBadRecord.
 Public Sub SessionEditBegin(ByVal table As BrenikTable, ByVal record As Long)
     Dim number As Long
-    RequireOpen "BrenikEditBegin"
+    BeginCall "BrenikEditBegin"
     Check "BrenikEditBegin", BrenikEditBegin(table, record, number)
 End Sub
 
@@ -295,7 +295,7 @@ End Sub
 Public Sub SessionSetField(ByVal table As BrenikTable, ByVal record As Long, _
                            ByVal field As String, ByVal text As String)
     Dim fieldBytes() As Byte, textBytes() As Byte
-    RequireOpen "BrenikSetField"
+    BeginCall "BrenikSetField"
     fieldBytes = Encoded(field, "field")
     textBytes = Encoded(text, "text")
     Check "BrenikSetField", BrenikSetField(table, record, fieldBytes(0), textBytes(0))
@@ -305,7 +305,7 @@ End Sub
 ' The transaction stays, so that the host can repeat a refused call.
 ' Errors: brNotCurrent, brBadRecord, brLockRefused, brEditNotStamped.
 Public Sub SessionEditEnd(ByVal table As BrenikTable, Optional ByVal record As Long = 0)
-    RequireOpen "BrenikEditEnd"
+    BeginCall "BrenikEditEnd"
     Check "BrenikEditEnd", BrenikEditEnd(table, record)
 End Sub
 
@@ -313,7 +313,7 @@ End Sub
 ' empty (its UBound is -1) if the practice names no such contact.
 Public Function SessionGetMyFirm() As Variant
     Dim buffer() As Byte, size As Long, firm As String
-    RequireOpen "BrenikGetMyFirm"
+    BeginCall "BrenikGetMyFirm"
     buffer = Primed(FirmLength, FirmBuffer)
     Check "BrenikGetMyFirm", BrenikGetMyFirm(buffer(0))
     Do While buffer(size) <> 0
@@ -329,7 +329,7 @@ End Function
 ' (table 3), in any letter case. Makes its record current. Errors: brBadTable, brKeyNotFound.
 Public Function SessionGetU_ID(ByVal table As BrenikTable, ByVal key As String) As String
     Dim bytes() As Byte, buffer() As Byte
-    RequireOpen "BrenikGetU_ID"
+    BeginCall "BrenikGetU_ID"
     bytes = Encoded(key, "key")
     buffer = Primed(IdentifierLength, GetU_IDBuffer)
     Check "BrenikGetU_ID", BrenikGetU_ID(table, bytes(0), buffer(0))
@@ -396,7 +396,8 @@ Public Function BrenikTextOf(ByVal code As BrenikCode) As String
     BrenikTextOf = text
 End Function
 
-Private Sub RequireOpen(ByVal functionName As String)
+Private Sub BeginCall(ByVal functionName As String)
+    SkipFaults
     If Not mIsOpen Then RaiseCode functionName, brAlreadyShutDown, "", ""
 End Sub
 
@@ -673,7 +674,7 @@ Private Function FaultFile() As String
     If Len(FaultFile) = 0 Then FaultFile = Environ$("LOCALAPPDATA") & "\BrenikDB\Faults.log"
 End Function
 
-' Passes over the lines that are in the fault file already.
+' Passes over the lines that are in the fault file already: they belong to other calls.
 Private Sub SkipFaults()
     Dim bytes() As Byte
     mFaultsSeen = BytesOfFile(FaultFile(), 0, 0, bytes)

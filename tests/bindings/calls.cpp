@@ -1,5 +1,7 @@
 // Calls every function through the C++ binding and prints what each gives, as calls.py does.
 
+#include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <iostream>
 
@@ -11,7 +13,8 @@ static void show(const std::function<std::string()>& work) {
     try {
         std::cout << work() << '\n';
     } catch (const BrenikError& error) {
-        std::cout << error.function() << ' ' << error.code() << ' ' << error.identifier() << '\n';
+        std::cout << error.function() << ' ' << error.code() << ' ' << error.identifier()
+                  << error.reason() << '\n';
     } catch (const std::exception&) {
         std::cout << "refused\n";
     }
@@ -36,6 +39,7 @@ int main(int, char** argv) {
         return session.add_end(kCodes);
     };
 
+    std::ofstream(std::getenv("BRENIK_FAULTS"), std::ios::app) << "time\tcall\tan older reason\n";
     call([&] { Session(argv[1], false, argv[2]); });
     show([&] { return move("Dunmöre"); });
     show([&] { return move("東京"); });

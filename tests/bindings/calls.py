@@ -11,7 +11,7 @@ def show(work, *arguments):
     try:
         print(work(*arguments) or 'done')
     except brenikdb.BrenikError as error:
-        print(error.function, int(error.code), error.identifier)
+        print(error.function, int(error.code), error.identifier + error.reason)
     except (ValueError, RuntimeError):
         print('refused')
 
@@ -35,6 +35,8 @@ def add_code():
 
 
 session = brenikdb.Session(sys.argv[1], True, sys.argv[2], int(sys.argv[3]))
+with open(os.environ['BRENIK_FAULTS'], 'a') as faults:
+    faults.write('time\tcall\tan older reason\n')
 child = os.fork()
 if child == 0:              # it can begin a session of its own
     brenikdb.Session(sys.argv[1], library=sys.argv[2]).shut_down()
