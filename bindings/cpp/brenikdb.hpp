@@ -556,7 +556,9 @@ class Reasons {
         if (!has_reason(code)) return {};
         const std::uintmax_t end = size();
         const std::uintmax_t begin = before_call_ <= end ? before_call_ : 0;  // or it began anew
-        std::string added(static_cast<std::size_t>(std::min(end - begin, kMostBytes)), '\0');
+        // The type of std::min is named because windows.h may have defined a macro min().
+        std::string added(
+            static_cast<std::size_t>(std::min<std::uintmax_t>(end - begin, kMostBytes)), '\0');
         std::ifstream file(path_, std::ios::binary);
         file.seekg(static_cast<std::streamoff>(end - added.size()));
         file.read(added.data(), static_cast<std::streamsize>(added.size()));
