@@ -3,6 +3,7 @@
 #include "repair.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -120,6 +121,28 @@ struct RepairedTable {
     }
 };
 
+// The tag with its texts in the code page of the table.
+make::TagDefinition in_code_page(make::TagDefinition tag, const NamedTables& table) {
+    const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    const std::array<std::string*, 3> texts{&tag.name, &tag.key, &tag.condition};
+    const auto needs_no_page = [&](const std::string* each) {
+        return std::ranges::all_of(*each, is_ascii);
+    };
+    if (std::ranges::all_of(texts, needs_no_page)) return tag;
+    Practice practice(table.folder, platform::OpenMode::kReadOnly);
+    const TableText text(practice.open_file(table.file())->layout().code_page);
+    for (std::string* each : texts) {
+        auto bytes = text.bytes_of(*each);
+        if (!bytes) {
+            throw ToolError(ExitCode::kUsage, "--tag: code page " +
+                                                  std::to_string(text.code_page()) + " has no \"" +
+                                                  *each + "\"");
+        }
+        *each = *std::move(bytes);
+    }
+    return tag;
+}
+
 bool is_of_practice(const RepairedTable& table) {
     return std::ranges::any_of(practice::kTables,
                                [&](const auto& each) { return upper(each.file) == table.name(); });
@@ -132,10 +155,12 @@ class PracticeRepair {
         options_.backup_folder = request.backup;
         options_.force = request.force;
         options_.without_memos = request.without_memos;
-        for (const std::string& tag : request.tags) options_.tags.push_back(parse_tag(tag));
         const bool for_one = !request.tags.empty() || !request.like.empty();
         if (for_one && named_.files.size() != 1) {
             throw ToolError(ExitCode::kUsage, "--tag and --like need a single table");
+        }
+        for (const std::string& tag : request.tags) {
+            options_.tags.push_back(in_code_page(parse_tag(tag), named_));
         }
         if (!request.like.empty()) options_.like = tags_like(request.like);
         if (request.dry_run) make_trial();

@@ -9,12 +9,12 @@
 
 #include "colours.h"
 #include "display.h"
-#include "engine/expression/expression.h"
 #include "engine/maintenance/check_index.h"
 #include "engine/orders.h"
 #include "findings.h"
 #include "practice.h"
 #include "progress.h"
+#include "seek_key.h"
 #include "util/runtime.h"
 #include "util/suggestion.h"
 
@@ -196,12 +196,13 @@ void print_record(Table& table, const ShowRequest& request, const TableText& tex
     print_text(table, request, text);
 }
 
-void select_order(Table& table, const std::string& order) {
-    if (set_order(table, order)) return;
+void select_order(Table& table, const std::string& order, const TableText& text) {
+    const std::optional<std::string> name = text.bytes_of(order);
+    if (name && set_order(table, *name)) return;
     const bool missing = misses_index(table);
     std::vector<std::string> names;
     for (std::size_t number = 1; number <= table.order_count(); ++number) {
-        names.push_back(table.order_description(number).name);
+        names.push_back(text.shown(table.order_description(number).name));
     }
     throw ToolError(
         missing ? ExitCode::kCannotOpen : ExitCode::kProblem,
@@ -209,29 +210,9 @@ void select_order(Table& table, const std::string& order) {
             (missing ? ", because its index is not available" : did_you_mean(order, names)));
 }
 
-// Converts the key to its order's type: numbers, dates (YYYYMMDD) and logicals arrive as text.
-Value key_value(const Table& table, const std::string& given, const TableText& text) {
-    const std::string key = table.order_description(table.order_number()).key;
-    switch (expression::Expression::compile(key, table.layout()).type()) {
-        case expression::ResultType::kNumber:
-            return numeric_value(given);
-        case expression::ResultType::kDate:
-            return Date::from_ymd(replace_all(given, "-", ""));
-        case expression::ResultType::kLogical:
-            return equal_ignoring_case(given, "true");
-        default: {
-            const auto bytes = text.bytes_of(given);
-            if (bytes) return *bytes;
-            throw ToolError(ExitCode::kProblem, "code page " + std::to_string(text.code_page()) +
-                                                    " has no \"" + given +
-                                                    "\", so no record can have this key");
-        }
-    }
-}
-
 void show_found(Table& table, const ShowRequest& request, const TableText& text) {
-    select_order(table, request.order);
-    const Value key = key_value(table, *request.seek, text);
+    select_order(table, request.order, text);
+    const Value key = seek_key(table, *request.seek, text);
     if (!table.seek(key, SeekMode::kHard, SeekEnd::kFirst)) {
         throw ToolError(ExitCode::kProblem, table.path() + ": order " + request.order +
                                                 " has no key \"" + *request.seek + "\"");
@@ -251,7 +232,7 @@ void show_one(Table& table, const ShowRequest& request, const TableText& text) {
 }
 
 void show_all(Table& table, const ShowRequest& request, const TableText& text) {
-    select_order(table, request.order);
+    select_order(table, request.order, text);
     ProgressBar bar(base_name(table.path()), Output::kListing);
     const std::uint64_t count = table.record_count();
     std::uint64_t shown = 0;

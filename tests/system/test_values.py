@@ -89,12 +89,13 @@ def test_every_byte_of_a_code_page(tmp_path, mark):
     (0x7A, '中文€'.encode('gbk', 'replace')[:4] + b'\x80\xFF', [], r'中文€\xFF'),
     (0x79, '한글'.encode('cp949') + b'\xC9\x41', [], r'한글\xC9A'), (0x78, '許功'.encode('cp950'), [], '許功')])
 def test_text_by_the_mark_or_by_choice(tmp_path, mark, stored, options, expected):
-    """Also as one line of text; and a key of that text is found."""
+    """Also as one line of text; and a key of that text is found, in an order that has it in its condition."""
     write_table(tmp_path / 'VALUES.DBF', mark, ['NAME C 30'], [b'other'], [stored])
     assert [row['NAME'] for row in shown(tmp_path, *options)[0]] == ['other', expected]
     assert show(tmp_path, '--record', 2, *options)[0] == 'record 2\n  NAME        %s\n' % expected
     if '\\x' not in expected:
-        tool('reindex', tmp_path / 'VALUES.DBF', '--tag', 'NAME=NAME').check_returncode()
+        condition = '' if options else ';FOR NAME="%s"' % expected
+        tool('reindex', tmp_path / 'VALUES.DBF', '--tag', 'NAME=NAME' + condition, encoding='utf-8').check_returncode()
         assert show(tmp_path, '--order', 'NAME', '--seek', expected, *options)[0].startswith('record 2\n')
 
 
@@ -143,6 +144,18 @@ def test_values_are_exact(tmp_path):
     *found, summary = map(json.loads, done.stdout.splitlines())
     named = [(each['record'], each['field'], each['kind']) for each in found if each['kind'] != 'share-doubtful']
     assert (done.returncode, summary['faults'], named) == (0, 0, UNREADABLE)
+
+
+def test_keys_of_every_type(tmp_path):
+    """Given as they are shown. What is none is refused: read as 0 or as no date, it would find another record."""
+    write_table(tmp_path / 'VALUES.DBF', 3, FIELDS, *ROWS)
+    tags = [word for name in ('T', 'DAY', 'N', 'YES') for word in ('--tag', name + '=' + name)]
+    tool('reindex', tmp_path / 'VALUES.DBF', *tags).check_returncode()
+    for order, key, refused in (('T', '2024-03-30 10:30:45', '10:30'), ('DAY', '2024-02-29', '20260231'),
+                                ('N', '9007199254740993', '1,5'), ('YES', 'true', 'yes')):
+        seek = ['show', tmp_path, 'VALUES', '--order', order, '--seek']
+        assert re.search('^  %s +%s' % (order, key), tool(*seek, key).stdout, re.M)
+        assert tool(*seek, refused).returncode == 2
 
 
 def test_raw(practice, tmp_path):
