@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "engine/record/field_codec.h"
+#include "engine/record/memo_format.h"
 #include "engine/record/stored_value.h"
 #include "util/fault.h"
 #include "util/runtime.h"
@@ -109,6 +110,16 @@ Json json_double(double number, bool with_decimals) {
     return number;
 }
 
+// The library takes a damaged reference to a memo for none.
+std::string text_of(Table& table, std::size_t number) {
+    const record::Field& field = table.layout().fields[number - 1];
+    if (field.is_memo() && !record::read_memo_pointer(table.record(), field).is_number) {
+        throw EngineFault(FaultCode::kDamagedFile, "field get",
+                          table.path() + ": the memo's block is not a number");
+    }
+    return table.field_get(number).text();
+}
+
 // The shape of a field in a table, and its bytes in the current record.
 struct Place {
     Table& table;
@@ -120,7 +131,7 @@ struct Place {
     Bytes bytes() const { return view.field(field); }
     std::string_view stored() const { return as_text(bytes()); }
     StoredValue state() const { return record::stored_value(view, table.layout(), field); }
-    std::string value_text() const { return table.field_get(number).text(); }
+    std::string value_text() const { return text_of(table, number); }
 };
 
 // A number from ASCII digits, without the blanks around it.
@@ -178,7 +189,7 @@ RawField raw_field(Table& table, const record::Field& field) {
     if (!field.is_memo()) return raw;
     const auto number = static_cast<std::size_t>(&field - table.layout().fields.data()) + 1;
     try {
-        raw.memo = hexadecimal(table.field_get(number).text());
+        raw.memo = hexadecimal(text_of(table, number));
     } catch (const EngineFault& fault) {
         raw.reason = to_utf8(fault.what());
     }

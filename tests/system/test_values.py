@@ -159,13 +159,16 @@ def test_keys_of_every_type(tmp_path):
 
 
 def test_raw(practice, tmp_path):
-    """The bytes as they lie in the file, those of the NULL marks and of memos too."""
+    """The bytes as they lie in the file, those of the NULL marks and of memos too. A reference that is no number leads to
+    no memo, and is not shown as an empty one."""
     write_table(tmp_path / 'VALUES.DBF', 3, FIELDS, *ROWS)
     rows, _ = shown(tmp_path, '--raw')
     records = b''.join(b' ' + bytes.fromhex(''.join(value[2:] for value in row.values())) for row in rows)
     assert (tmp_path / 'VALUES.DBF').read_bytes().endswith(bytes(263) + records + b'\x1A')
     fields = json.loads(tool('show', practice, 'LAWNOTES', '--record', 1, '--raw', '--json').stdout)['fields']
     assert bytes.fromhex(fields['NOTE']['memo'][2:]) == practice.table('LAWNOTES').rows[0]['NOTE']
+    practice.patch('LAWNOTES', 1, 'NOTE', b'x')
+    assert 'NOTE' in json.loads(tool('show', practice, 'LAWNOTES', '--record', 1, '--json').stdout)['unreadable']
 
 
 def test_folders_of_every_script(tmp_path, practice):
