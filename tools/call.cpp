@@ -79,14 +79,14 @@ Json answer_or_error(Session& session, const std::string& line) {
     try {
         return answer(session, line);
     } catch (const CallError& error) {
-        return Json{{"error", error.what()}};
+        return Json{{"error", to_utf8(error.what())}};
     } catch (const EngineFault& fault) {
         session.recover();
-        return Json{{"error", fault.operation() + ": " + fault.what() + " (" +
-                                  std::to_string(static_cast<int>(fault.code())) + ")"}};
+        return Json{{"error", to_utf8(fault.operation() + ": " + fault.what() + " (" +
+                                      std::to_string(static_cast<int>(fault.code())) + ")")}};
     } catch (const std::exception& error) {
         session.recover();
-        return Json{{"error", reason_of(error)}};
+        return Json{{"error", to_utf8(reason_of(error))}};
     }
 }
 

@@ -38,9 +38,12 @@ class Opinion {
     bool sound() const { return sound_; }
 
     void add_facts(const platform::ShareFacts& facts) {
-        answer_ = {{"folder", request_.folder},  {"remote", facts.remote},
-                   {"type", facts.type},         {"options", facts.options},
-                   {"doubtful", facts.doubtful}, {"with", request_.with},
+        answer_ = {{"folder", to_utf8(request_.folder)},
+                   {"remote", facts.remote},
+                   {"type", facts.type},
+                   {"options", facts.options},
+                   {"doubtful", facts.doubtful},
+                   {"with", request_.with},
                    {"trials", Json::array()}};
         say(request_.folder + ": " + (facts.remote ? "on a share" : "no share") +
             (facts.type.empty() ? "" : ", " + facts.type) +
@@ -74,7 +77,7 @@ class Opinion {
     // `stopped` is the reason why some trials were not made; empty if all were.
     ExitCode conclude(const std::string& stopped) {
         const char* verdict = !sound_ ? "unsound" : !stopped.empty() ? "unfinished" : "sound";
-        answer_["stopped"] = stopped;
+        answer_["stopped"] = to_utf8(stopped);
         answer_["verdict"] = verdict;
         if (!stopped.empty()) say("stopped: " + stopped);
         say(request_.folder + ": " + verdict + (sound_ && stopped.empty() ? meaning() : ""));
@@ -88,7 +91,7 @@ class Opinion {
         const bool good = trial.fault.empty();
         return {{"trial", trial.name},
                 {"sound", good},
-                {"what", good ? trial.good : trial.fault},
+                {"what", to_utf8(good ? trial.good : trial.fault)},
                 {"remedy", trial.remedy}};
     }
 
@@ -107,7 +110,7 @@ class Opinion {
 
     void say(const std::string& line) {
         bar_.clear();
-        if (!request_.json) std::cout << line << std::endl;
+        if (!request_.json) std::cout << to_utf8(line) << std::endl;
     }
 
     const DoctorRequest& request_;

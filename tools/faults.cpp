@@ -74,7 +74,7 @@ void print_faults(const FaultsRequest& request) {
         print_lines(text, request.json);
     }
     if (unreadable) throw ToolError(*unreadable);
-    if (!any) std::cerr << "brenik: no faults: there is no file " << path << "\n";
+    if (!any) std::cerr << "brenik: no faults: there is no file " << to_utf8(path) << "\n";
 }
 
 }  // namespace brenik::tools

@@ -230,7 +230,7 @@ class PracticeRepair {
             if (trial_) summary["would_do"] = done_;
             std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {
-            std::cout << request_.where.text() << ": nothing to repair\n";
+            std::cout << to_utf8(request_.where.text()) << ": nothing to repair\n";
         }
         if (partly_) return ExitCode::kProblem;
         if (cannot_open_) return ExitCode::kCannotOpen;

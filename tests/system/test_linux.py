@@ -4,7 +4,7 @@ import os
 from pathlib import Path
 
 import pytest
-from conftest import SHARING_BYTE, HeldBytes, at_once
+from conftest import SHARING_BYTE, HeldBytes, at_once, tool
 from judges import assert_sound
 from test_damage import replaced
 from test_doctor import ask
@@ -61,3 +61,11 @@ def test_locks_that_reach_nobody(tmp_path):
         assert all(trial['remedy'] for trial in answer['trials'] if not trial['sound'])
     assert ask(tmp_path, **spoilt)[::2] == (1, locks[:2])
     assert list(tmp_path.iterdir()) == []
+
+
+def test_a_folder_whose_name_is_no_utf8(practice, tmp_path):
+    """Output stays UTF-8, and tells the byte."""
+    folder = practice.folder.rename(Path(os.fsdecode(bytes(tmp_path) + b'/\xFF')))
+    for command in ['check'], ['doctor'], ['repair', '--dry-run', '--json'], ['show'], ['doctor', '--json']:
+        done = tool(*command, folder, *['Names'] * (command == ['show']), encoding='utf-8')
+        assert 'xFF' in done.stdout and '\uFFFD' not in done.stdout and done.returncode == 0
