@@ -233,14 +233,17 @@ _brenik_names() {
                 compgen -f -X '!*.[dD][bB][fF]' -- "$word")
             ;;
         TABLE)
-            while IFS= read -r file; do
+            # Not by compgen -W: it would run commands that are in a file's name.
+            for file in "${folder%/}"/*.[dD][bB][fF]; do
+                [[ -e $file ]] || continue
                 name=${file##*/}
                 name=${name%.*}
-                COMPREPLY+=("$name")
-                [[ -z ${_brenik_aliases[${name^^}]} ]] ||
-                    COMPREPLY+=("${_brenik_aliases[${name^^}]}")
-            done < <(compgen -f -X '!*.[dD][bB][fF]' -- "${folder%/}/")
-            mapfile -t COMPREPLY < <(compgen -W "${COMPREPLY[*]}" -- "$word")
+                for name in "$name" "${_brenik_aliases[${name^^}]}"; do
+                    [[ -n $name && $name == "$word"* ]] || continue
+                    printf -v name %q "$name"
+                    COMPREPLY+=("$name")
+                done
+            done
             ;;
     esac
 }
@@ -268,6 +271,10 @@ _brenik() {
         mapfile -t COMPREPLY < <(compgen -W "$options --help" -- "$word")
     elif ((${#before[@]} < ${#arguments[@]})); then
         local folder=${before[0]}
+        case $folder in
+            \"*\" | \'*\') folder=${folder:1:-1} ;;
+            *) folder=${folder//\\/} ;;
+        esac
         [[ $folder != "~"* ]] || folder=$HOME${folder#"~"}
         _brenik_names "${arguments[${#before[@]}]}" "$word" "$folder"
     fi

@@ -111,16 +111,19 @@ def test_manual_pages_are_well_formed(manual):
 
 def test_completion_in_bash(manual, practice):
     (practice.folder.parent / 'with space').mkdir()
+    shutil.copy(practice.folder / 'LAW1.DBF', practice.folder.parent / 'with space/LAW 1$(touch run).DBF')
     shell = pexpect.spawn('bash', ['--norc', '-i'], cwd=practice.folder.parent, timeout=30, encoding='utf-8',
                           env={**os.environ, 'PS1': '$ ', 'TERM': 'dumb'})
     shell.sendline('brenik() { printf "<%%s>" "$@"; echo; }; source %s' % (manual / 'brenik'))
     for typed, completed in (
             ('che\t', '<check>'), ('show pra\t Matt\t--rec\t', '<show><practice/><Matters><--record>'),
+            ("check 'with space' LA\t", '<check><with space><LAW 1$(touch run)>'),
             ('check wi\t', '<check><with space/>'), ('repair --backup pra\t', '<repair><--backup><practice/>'),
             ('check practice/LAW1.D\t', '<check><practice/LAW1.DBF>')):
         shell.send('brenik %s\n' % typed)
         shell.expect_exact(completed + '\r\n')
     shell.close()
+    assert not (practice.folder.parent / 'run').exists(), 'completion runs nothing'
 
 
 def test_colours_only_where_they_are_wanted(damaged):
