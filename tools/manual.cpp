@@ -28,6 +28,7 @@ constexpr std::size_t kTermColumn = 20;  // where the meaning of a term begins i
 
 constexpr std::string_view kTool = "brenik";
 constexpr std::string_view kToolPurpose = "Companion tool for practice tables";
+constexpr std::string_view kToolUsage = "brenik COMMAND [ARGUMENT...] [OPTION...]";
 constexpr std::string_view kHelpOption = "-h, --help";
 constexpr std::string_view kHelpMeaning = "Print this help";
 constexpr std::string_view kVersionMeaning = "Print the version and the commit";
@@ -98,12 +99,13 @@ std::string option_rows(const Command& command, bool arguments) {
 }  // namespace
 
 std::string overview(const std::vector<Command>& commands, StandardStream stream) {
-    std::string text = std::string(kToolPurpose) + "\n" + heading("Usage", stream) +
-                       "  brenik COMMAND [ARGUMENT...] [OPTION...]\n" + heading("Commands", stream);
+    std::string text = std::string(kToolPurpose) + "\n" + heading("Usage", stream) + "  " +
+                       wrapped(words_of(kToolUsage), 6, width()) + heading("Commands", stream);
     for (const Command& command : commands) text += row(std::string(command.name), command.purpose);
     text += heading("Options", stream) + row(std::string(kHelpOption), kHelpMeaning) +
             row("--version", kVersionMeaning);
-    return text + "\n\"brenik COMMAND --help\" describes a command.\n";
+    return text + "\n" +
+           wrapped(words_of("\"brenik COMMAND --help\" describes a command."), 0, width());
 }
 
 std::string help_of(const Command& command) {

@@ -102,16 +102,17 @@ std::string full_title(const std::string& title, const std::string& what) {
     return title + (what.empty() ? "" : ", " + what);
 }
 
-// Leaves out the name of the step if there is no room for it.
+// Leaves out what there is no room for: the name of the step, the time left, at last the bar.
 std::string bar_line(const std::string& title, const std::string& what, const Step& step,
                      std::size_t columns) {
-    std::string numbers = "] " + step.percent();
-    if (!step.left().empty()) numbers += "  " + step.left();
     const std::size_t bar = std::clamp(columns / 4, kLeastBar, kMostBar);
     const auto filled = static_cast<std::size_t>(step.part * static_cast<double>(bar));
-    const std::string end =
-        " [" + std::string(filled, '#') + std::string(bar - filled, '.') + numbers;
-    const std::size_t room = columns - std::min(columns, end.size());
+    std::string end =
+        " [" + std::string(filled, '#') + std::string(bar - filled, '.') + "] " + step.percent();
+    if (end.size() > columns) return shortened(step.percent(), columns);
+    const std::string left = step.left().empty() ? "" : "  " + step.left();
+    if (end.size() + left.size() <= columns) end += left;
+    const std::size_t room = columns - end.size();
     const std::string full = full_title(title, what);
     return (width_of(full) <= room ? full : shortened(title, room)) + end;
 }
