@@ -39,6 +39,7 @@ std::string did_you_mean(std::string_view given, const std::vector<std::string>&
     std::size_t fewest = wanted.size() / 3 + 2;  // one more than a close name may have
     const std::string* closest = nullptr;
     for (const std::string& name : names) {
+        if (wanted.size() >= 2 * name.size()) continue;  // not close, and slow to compare
         const bool begins = wanted.size() >= kShortestStart && upper(name).starts_with(wanted);
         const std::size_t errors = begins ? 1 : typing_errors(wanted, upper(name));
         if (errors >= fewest || errors >= name.size()) continue;
