@@ -99,10 +99,12 @@ std::string Line::why_not_parsed(const std::vector<std::string>& words) const {
 }
 
 void Line::refuse_remaining() const {
-    const std::vector<std::string> remaining = app_.remaining();
+    std::vector<std::string> remaining = app_.remaining();
+    const bool are_arguments = std::erase(remaining, "--") > 0;  // the parser keeps this word
     if (remaining.empty()) return;
     const std::string& word = remaining.front();
-    if (!word.starts_with('-')) refuse(command_, "unexpected argument \"" + word + "\"");
+    if (are_arguments || !word.starts_with('-'))
+        refuse(command_, "unexpected argument \"" + word + "\"");
     std::vector<std::string> names{kHelp};
     for (const Option& option : command_.options) {
         if (!option.is_argument()) names.emplace_back(option.name);
@@ -115,6 +117,11 @@ void Line::check_rules(const Option& option) const {
     const std::string name(option.name);
     if (option.is_required() && !given(option.word())) refuse(command_, name + " is missing");
     if (option.is_argument() || !given(option.name)) return;
+    // Only a key may be empty. Elsewhere it is rather an unset variable of a script.
+    const bool may_be_empty = std::holds_alternative<std::optional<std::string>*>(option.target);
+    if (!may_be_empty && app_.get_option(name)->results().back().empty()) {
+        refuse(command_, name + " needs a value");
+    }
     const auto is_given = [&](const std::string& other) { return given(other); };
     const std::vector<std::string> excluded = words_of(option.rules.excludes);
     const auto other = std::ranges::find_if(excluded, is_given);
