@@ -19,8 +19,8 @@ void check_index_file(OpenTableFiles& files, TableFindings& found, const Reporte
         if (!found.header.layout->has_structural_index()) return;
         found.index_faults = true;
         return report.fault("index-missing", Remedy::kRestore, {},
-                            "the index that belongs to the table is missing; restore it, or give "
-                            "its tags to \"brenik reindex\"");
+                            "the table's index is missing (\"brenik reindex\" with --like or --tag "
+                            "makes a new one)");
     }
     if (!files.index.is_open()) return report.not_open(files.index);
     const CheckedTable before = report.counts();

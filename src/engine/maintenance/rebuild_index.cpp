@@ -65,7 +65,8 @@ class TagList {
             return true;
         }
         log_.refuse(path_, "tag " + name + ": " + tag.unusable +
-                               "; the index stays as it is unless the tag is given with --tag");
+                               "; the index stays as it is unless the tag is given with --tag "
+                               "or --like");
         return false;
     }
 
@@ -84,7 +85,7 @@ class TagList {
             if (is_taken(name)) continue;
             log_.refuse(path_, "tag " + name +
                                    ": its definition cannot be read, so the new index is "
-                                   "without it; supply it with --tag");
+                                   "without it; supply it with --tag or --like");
         }
         if (found.complete || !log_.options().like.empty()) return;
         std::string names;
