@@ -47,7 +47,8 @@ struct Finding {
 };
 
 using Report = std::function<void(const Finding&)>;
-// Called every few thousand records. No call marks the end, and short work may make none.
+// Called every few thousand records or every megabyte. No call marks the end, and short work may
+// make none.
 using Progress =
     std::function<void(const std::string& what, std::uint64_t done, std::uint64_t total)>;
 

@@ -8,7 +8,7 @@ namespace brenik::maintenance {
 
 void RepairLog::back_up(const platform::File& file) {
     if (!options_.trial_folder.empty() || !backed_up_.insert(file.path()).second) return;
-    const std::string copy = back_up_file(file, options_.backup_folder);
+    const std::string copy = back_up_file(file, options_.backup_folder, progress_);
     report_({true, file.path(), "copied to " + copy});
 }
 

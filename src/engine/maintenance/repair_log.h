@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/maintenance/finding.h"
 #include "engine/make/create_table.h"
 #include "engine/refusal.h"
 #include "platform/file.h"
@@ -42,8 +43,8 @@ using RepairReport = std::function<void(const RepairStep&)>;
 
 class RepairLog {
   public:
-    RepairLog(const RepairOptions& options, const RepairReport& report)
-        : options_(options), report_(report) {}
+    RepairLog(const RepairOptions& options, const RepairReport& report, const Progress& progress)
+        : options_(options), report_(report), progress_(progress) {}
 
     const RepairOptions& options() const { return options_; }
     // Backs the file up, makes the change and reports it.
@@ -67,6 +68,7 @@ class RepairLog {
   private:
     const RepairOptions& options_;
     const RepairReport& report_;
+    const Progress& progress_;  // of the copies
     std::set<std::string> backed_up_;
     bool refused_ = false;
     std::optional<RefusalReason> refused_open_;

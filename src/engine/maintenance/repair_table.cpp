@@ -34,7 +34,7 @@ class TableRepair {
         : options_(options),
           access_(access),
           report_(report),
-          log_(options, report),
+          log_(options, report, progress),
           progress_(progress) {}
 
     RepairResult run(const std::string& path, bool index_only) {
@@ -81,7 +81,7 @@ class TableRepair {
     RepairResult repair_copies() {
         const std::string path = files_.table.path();
         try {
-            copy_table(path, options_.trial_folder);
+            copy_table(path, options_.trial_folder, progress_);
         } catch (const EngineFault&) {
             log_.refuse(path, "cannot be tried: its files cannot be copied to " +
                                   options_.trial_folder + "; is there enough space?");

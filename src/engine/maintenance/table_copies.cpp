@@ -2,6 +2,7 @@
 
 #include "engine/maintenance/table_copies.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <vector>
@@ -25,11 +26,17 @@ std::string moment() {
     return text;
 }
 
-std::string backup_path(const std::string& path, const std::string& folder) {
+// The path without its folder.
+std::string name_of(const std::string& path) {
     const std::size_t separator = path.find_last_of("\\/");
-    const std::size_t name = separator == std::string::npos ? 0 : separator + 1;
-    const std::string stem = (folder.empty() ? path.substr(0, name) : folder + "/") +
-                             path.substr(name) + ".bak-" + moment();
+    return separator == std::string::npos ? path : path.substr(separator + 1);
+}
+
+std::string backup_path(const std::string& path, const std::string& folder) {
+    const std::string name = name_of(path);
+    const std::string stem =
+        (folder.empty() ? path.substr(0, path.size() - name.size()) : folder + "/") + name +
+        ".bak-" + moment();
     std::string candidate = stem;
     for (int i = 2; platform::file_exists(candidate); ++i) {
         candidate = stem + "-" + std::to_string(i);
@@ -37,24 +44,27 @@ std::string backup_path(const std::string& path, const std::string& folder) {
     return candidate;
 }
 
-void copy_bytes(const platform::File& from, platform::File& to) {
+void copy_bytes(const platform::File& from, platform::File& to, const Progress& progress) {
+    const std::string what = "copying " + name_of(from.path());
     std::vector<Byte> buffer(kCopyBytes);
     std::uint64_t done = 0;
     while (const std::size_t got = from.read_at(done, buffer)) {
         to.write_at(done, Bytes(buffer).first(got));
         done += got;
+        if (progress) progress(what, done, std::max(done, from.size()));
     }
 }
 
 }  // namespace
 
-std::string back_up_file(const platform::File& file, const std::string& folder) {
+std::string back_up_file(const platform::File& file, const std::string& folder,
+                         const Progress& progress) {
     std::string path = backup_path(file.path(), folder);
     // A file with the final name is always a complete copy.
     const std::string unfinished = path + ".part";
     platform::File copy = locks::create_file(unfinished);
     try {
-        copy_bytes(file, copy);
+        copy_bytes(file, copy, progress);
         copy.sync();
         copy.close();
         platform::replace_file(unfinished, path);
@@ -66,7 +76,7 @@ std::string back_up_file(const platform::File& file, const std::string& folder) 
     return path;
 }
 
-void copy_table(const std::string& path, const std::string& folder) {
+void copy_table(const std::string& path, const std::string& folder, const Progress& progress) {
     OpenTableFiles files = OpenTableFiles::open(path, Access::kCheck);
     std::array<Byte, 1> version{};
     if (files.table.is_open()) files.table.read_at(0, version);
@@ -81,9 +91,8 @@ void copy_table(const std::string& path, const std::string& folder) {
                                                    &unfinished_index, &left_runs};
     for (const platform::File* file : all) {
         if (!file->is_open()) continue;
-        const std::size_t separator = file->path().find_last_of("\\/");
-        platform::File copy = locks::create_file(folder + "/" + file->path().substr(separator + 1));
-        copy_bytes(*file, copy);
+        platform::File copy = locks::create_file(folder + "/" + name_of(file->path()));
+        copy_bytes(*file, copy, progress);
     }
 }
 
