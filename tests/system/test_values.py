@@ -159,8 +159,8 @@ def test_keys_of_every_type(tmp_path):
 
 
 def test_raw(practice, tmp_path):
-    """The bytes as they lie in the file, those of the NULL marks and of memos too. A reference that is no number leads to
-    no memo, and is not shown as an empty one."""
+    """The bytes as they lie in the file, those of the NULL marks and of memos too. A reference that is no number is not
+    shown as an empty memo."""
     write_table(tmp_path / 'VALUES.DBF', 3, FIELDS, *ROWS)
     rows, _ = shown(tmp_path, '--raw')
     records = b''.join(b' ' + bytes.fromhex(''.join(value[2:] for value in row.values())) for row in rows)
