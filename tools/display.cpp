@@ -218,13 +218,16 @@ Json to_json(Table& table, std::size_t field, const TableText& text) {
 
 std::string to_line(Table& table, std::size_t field, const TableText& text) {
     const Place place{table, field, text};
-    const bool sound = place.state() == StoredValue::kSound;
+    const StoredValue state = place.state();
+    if (state == StoredValue::kNull) return "NULL";
+    const bool sound = state == StoredValue::kSound;
     const FieldForm form = place.field.kind->form;
     if (sound && form == FieldForm::kDecimal) return decimal(place);
     if (sound && form == FieldForm::kDouble) return shortest(binary_double(place.bytes()));
     if (sound && form == FieldForm::kCurrency) return currency(place.bytes());
+    const bool is_text = form == FieldForm::kText || form == FieldForm::kVariableText;
+    if (sound && (is_text || form == FieldForm::kMemo)) return one_line(text_value(place));
     const Json json = to_json(table, field, text);
-    if (json.is_null()) return "NULL";
     return json.is_string() ? one_line(json.get<std::string>()) : json.dump();
 }
 

@@ -154,12 +154,19 @@ std::optional<std::string> TableText::bytes_of(std::string_view utf8) const {
 std::string to_utf8(std::string_view text) { return utf8_text().convert(text, false); }
 
 std::string one_line(std::string_view utf8) {
-    std::string line;
-    for (const char c : utf8) {
+    const auto is_control = [](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        line += byte >= 0x20 && byte != 0x7F ? std::string(1, c) : escaped(c);
+        return byte < 0x20 || byte == 0x7F;
+    };
+    std::string line;
+    while (true) {
+        const auto* const found = std::ranges::find_if(utf8, is_control);
+        const auto plain = static_cast<std::size_t>(found - utf8.begin());
+        line += utf8.substr(0, plain);
+        if (plain == utf8.size()) return line;
+        line += escaped(utf8[plain]);
+        utf8.remove_prefix(plain + 1);
     }
-    return line;
 }
 
 }  // namespace brenik::tools
