@@ -150,15 +150,21 @@ Json json_value(Table& table, std::size_t position, const ShowRequest& request,
     return request.raw ? raw_json(table, field) : to_json(table, position, text);
 }
 
+// Adds a field by its name. Damaged tables may have several fields of one name.
+Json::iterator add_field(Json& fields, const std::string& name, std::size_t number) {
+    const auto [added, is_new] = fields.emplace(name, nullptr);
+    return is_new ? added : fields.emplace(name + "#" + std::to_string(number), nullptr).first;
+}
+
 void print_json(Table& table, const ShowRequest& request, const TableText& text) {
     Json fields = Json::object(), unreadable = Json::object();
     const record::TableLayout& layout = table.layout();
     for (std::size_t i = 0; i < layout.fields.size(); ++i) {
         const record::Field& field = layout.fields[i];
-        Json& value = fields[text.shown(field.name)];
+        const auto added = add_field(fields, text.shown(field.name), i + 1);
         const std::string reason =
-            reason_against(field, [&] { value = json_value(table, i + 1, request, text); });
-        if (!reason.empty()) unreadable[text.shown(field.name)] = reason;
+            reason_against(field, [&] { *added = json_value(table, i + 1, request, text); });
+        if (!reason.empty()) unreadable[added.key()] = reason;
     }
     const auto& flags = layout.null_flags;
     if (request.raw && flags) fields[text.shown(flags->name)] = raw_json(table, *flags);

@@ -144,6 +144,8 @@ def test_values_are_exact(tmp_path):
     *found, summary = map(json.loads, done.stdout.splitlines())
     named = [(each['record'], each['field'], each['kind']) for each in found if each['kind'] != 'share-doubtful']
     assert (done.returncode, summary['faults'], named) == (0, 0, UNREADABLE)
+    write_table(tmp_path / 'VALUES.DBF', 3, ['A C 1', 'A C 1'], ['1', '2'])
+    assert shown(tmp_path)[0] == [{'A': '1', 'A#2': '2'}], 'a damaged table'
 
 
 def test_keys_of_every_type(tmp_path):
