@@ -95,7 +95,8 @@ void start_up(Session& session, const std::string& folder) {
     const std::int64_t code = find_operation("StartUp")(session, arguments).whole();
     if (code != 0) {
         throw ToolError(ExitCode::kCannotOpen,
-                        folder + ": StartUp returned " + std::to_string(code));
+                        folder + ": no session can be started: StartUp returned " +
+                            std::to_string(code) + "; \"brenik faults\" may tell why");
     }
 }
 
