@@ -30,4 +30,8 @@ if(git)
     endif()
   endif()
 endif()
+# Without a commit, pages carry the day of the build, which SOURCE_DATE_EPOCH sets.
+if(NOT day)
+  string(TIMESTAMP day "%Y-%m-%d" UTC)
+endif()
 configure_file(${template} ${output} @ONLY)

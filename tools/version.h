@@ -11,7 +11,7 @@ namespace brenik::tools {
 std::string version_text();
 // "0.1.0"
 std::string version_number();
-// The day of the commit as YYYY-MM-DD; empty if the sources came without their history.
+// The day of the commit as YYYY-MM-DD; that of the build if the sources came without their history.
 std::string commit_day();
 
 }  // namespace brenik::tools

@@ -99,7 +99,8 @@ def test_version_tells_the_commit_of_a_checkout_alone(tmp_path):
         subprocess.run([shutil.which('cmake'), '-Dversion=1.2.3', '-Dsource=%s' % source, '-Doutput=%s' % output,
                         '-Dtemplate=%s' % (ROOT / 'tools/version.cpp.in'), '-P', ROOT / 'cmake/commit.cmake'],
                        check=True)
-        assert re.search('commit = ' + expected, output.read_text()) and '"1.2.3"' in output.read_text()
+        text = output.read_text()
+        assert re.search('commit = ' + expected, text) and '"1.2.3"' in text and re.search(r'"\d{4}-\d\d-\d\d"', text)
 
 
 def test_manual_pages_are_well_formed(manual):
