@@ -20,7 +20,7 @@ namespace brenik::tools {
 namespace {
 
 ExitCode complain(const std::string& message, ExitCode code) {
-    std::cerr << "brenik: " << to_utf8(message) << "\n";
+    std::cerr << "brenik: " << to_line(message) << "\n";
     return code;
 }
 

@@ -30,7 +30,7 @@ void print_summary(const CheckRequest& request, const FindingPrinter& printer, s
         std::cout << dump(summary) << "\n";
         return;
     }
-    std::cout << to_utf8(request.where.text()) << ": " << counted(tables, "table") << ", "
+    std::cout << to_line(request.where.text()) << ": " << counted(tables, "table") << ", "
               << counted(records, "record") << ": "
               << (printer.faults() == 0 ? "no faults" : counted(printer.faults(), "fault"));
     if (printer.notes() > 0) std::cout << ", " << counted(printer.notes(), "note");

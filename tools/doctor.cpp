@@ -110,7 +110,7 @@ class Opinion {
 
     void say(const std::string& line) {
         bar_.clear();
-        if (!request_.json) std::cout << to_utf8(line) << std::endl;
+        if (!request_.json) std::cout << to_line(line) << std::endl;
     }
 
     const DoctorRequest& request_;

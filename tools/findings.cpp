@@ -77,7 +77,7 @@ std::string advice(Remedy remedy) {
 
 std::string text_line(const Finding& finding, const TableText& text) {
     const bool is_fault = finding.severity == Severity::kFault;
-    const std::string file = to_utf8(base_name(finding.file)) + ":";
+    const std::string file = to_line(base_name(finding.file)) + ":";
     std::string line =
         is_fault ? coloured(Colour::kFault, file)
                  : coloured(Colour::kNote, severity_word(finding.severity) + std::string(":")) +
@@ -90,7 +90,7 @@ std::string text_line(const Finding& finding, const TableText& text) {
     if (!finding.field.empty()) add("field " + one_line(text.shown(finding.field)));
     if (finding.page) add("page at " + std::to_string(*finding.page));
     if (!place.empty()) line += place + ": ";
-    return line + one_line(to_utf8(finding.what)) + advice(finding.remedy);
+    return line + to_line(finding.what) + advice(finding.remedy);
 }
 
 Json json_line(const Finding& finding, const TableText& text) {
@@ -145,7 +145,7 @@ void FindingPrinter::print(const Finding& finding) {
 void FindingPrinter::finish_file() {
     for (const auto& [place, count] : shown_) {
         if (count <= kMostOfAKind) continue;
-        std::cout << to_utf8(base_name(place.first)) << ": and " << count - kMostOfAKind
+        std::cout << to_line(base_name(place.first)) << ": and " << count - kMostOfAKind
                   << " more like the last (" << place.second << "); --json lists them all\n";
     }
     shown_.clear();

@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "platform/console.h"
+#include "table_text.h"
 #include "util/runtime.h"
 
 namespace brenik::tools {
@@ -99,7 +100,7 @@ Step step_of(std::uint64_t done, std::uint64_t total, double seconds) {
 }
 
 std::string full_title(const std::string& title, const std::string& what) {
-    return title + (what.empty() ? "" : ", " + what);
+    return to_line(title + (what.empty() ? "" : ", " + what));
 }
 
 // Leaves out what there is no room for: the name of the step, the time left, at last the bar.

@@ -230,7 +230,7 @@ class PracticeRepair {
             if (trial_) summary["would_do"] = done_;
             std::cout << dump(summary) << "\n";
         } else if (done_ + left_ == 0) {
-            std::cout << to_utf8(request_.where.text()) << ": nothing to repair\n";
+            std::cout << to_line(request_.where.text()) << ": nothing to repair\n";
         }
         if (partly_) return ExitCode::kProblem;
         if (cannot_open_) return ExitCode::kCannotOpen;
@@ -278,13 +278,13 @@ class PracticeRepair {
 
     void print(const RepairStep& deed) {
         ++(deed.done ? done_ : left_);
-        const std::string file = to_utf8(with_true_names(deed.file));
-        const std::string what = to_utf8(with_true_names(deed.what));
+        const std::string file = with_true_names(deed.file);
+        const std::string what = with_true_names(deed.what);
         if (request_.json) {
             Json line = {{"done", deed.done && !trial_},
-                         {"file", file},
+                         {"file", to_utf8(file)},
                          {"record", nullptr},
-                         {"what", what}};
+                         {"what", to_utf8(what)}};
             if (trial_) line["would_do"] = deed.done;
             if (deed.record) line["record"] = *deed.record;
             std::cout << dump(line) << "\n";
@@ -293,9 +293,9 @@ class PracticeRepair {
         std::cout << (!deed.done ? coloured(Colour::kFault, "not repaired:") + " "
                       : trial_   ? "would do: "
                                  : "")
-                  << base_name(file) << ": ";
+                  << to_line(base_name(file)) << ": ";
         if (deed.record) std::cout << "record " << *deed.record << ": ";
-        std::cout << what << "\n";
+        std::cout << to_line(what) << "\n";
     }
 
     void note(RepairResult outcome) {

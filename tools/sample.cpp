@@ -482,7 +482,7 @@ void print_summary(const SampleRequest& request, const std::vector<WrittenTable>
         std::cout << dump(summary, 2) << "\n";
         return;
     }
-    std::cout << "sample practice in " << to_utf8(request.folder) << "\n";
+    std::cout << "sample practice in " << to_line(request.folder) << "\n";
     for (const WrittenTable& table : tables) {
         std::cout << "  " << pad_right(table.file, 10) << table.records << "\n";
     }

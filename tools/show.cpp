@@ -102,7 +102,7 @@ Json describe(Table& table, const Practice& practice, const TableText& text) {
 }
 
 void print_description(const Json& table) {
-    std::cout << table["path"].get<std::string>() << ": version "
+    std::cout << one_line(table["path"].get<std::string>()) << ": version "
               << table["version"].get<std::string>() << ", " << counted(table["records"], "record")
               << " of " << counted(table["record_length"], "byte") << ", text in code page "
               << table["encoding"] << (table["code_page"] == 0 ? " (not marked)" : "") << "\n"
@@ -123,11 +123,11 @@ void print_description(const Json& table) {
             if (tag[property]) std::cout << ", " << property;
         }
         const auto unusable = tag["unusable"].get<std::string>();
-        if (!unusable.empty()) std::cout << "; cannot be used: " << unusable;
+        if (!unusable.empty()) std::cout << "; cannot be used: " << one_line(unusable);
         std::cout << "\n";
     }
     for (const Json& reason : table["unavailable"]) {
-        std::cout << "not available: " << reason.get<std::string>() << "\n";
+        std::cout << "not available: " << one_line(reason.get<std::string>()) << "\n";
     }
 }
 
@@ -264,7 +264,7 @@ void show(const ShowRequest& request) {
         return;
     }
     for (const Refusal& refusal : practice.unavailable()) {
-        std::cerr << "brenik: " << to_utf8(refusal.explanation()) << "\n";
+        std::cerr << "brenik: " << to_line(refusal.explanation()) << "\n";
     }
     if (request.record) return show_one(table, request, text);
     if (request.seek) return show_found(table, request, text);

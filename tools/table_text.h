@@ -62,5 +62,7 @@ class TableText {
 std::string to_utf8(std::string_view text);
 // Control characters as \xNN, so that a text takes one line and commands no terminal.
 std::string one_line(std::string_view utf8);
+// Both: for names of files, and for messages with such names.
+inline std::string to_line(std::string_view text) { return one_line(to_utf8(text)); }
 
 }  // namespace brenik::tools

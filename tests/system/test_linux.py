@@ -63,9 +63,9 @@ def test_locks_that_reach_nobody(tmp_path):
     assert list(tmp_path.iterdir()) == []
 
 
-def test_a_folder_whose_name_is_no_utf8(practice, tmp_path):
-    """Output stays UTF-8, and tells the byte."""
-    folder = practice.folder.rename(Path(os.fsdecode(bytes(tmp_path) + b'/\xFF')))
+def test_a_folder_whose_name_is_no_text(practice, tmp_path):
+    """Output stays UTF-8, tells the byte, and commands no terminal."""
+    folder = practice.folder.rename(Path(os.fsdecode(bytes(tmp_path) + b'/\xFF\x1B[31m')))
     for command in ['check'], ['doctor'], ['repair', '--dry-run', '--json'], ['show'], ['doctor', '--json']:
         done = tool(*command, folder, *['Names'] * (command == ['show']), encoding='utf-8')
-        assert 'xFF' in done.stdout and '\uFFFD' not in done.stdout and done.returncode == 0
+        assert 'xFF' in done.stdout and '\uFFFD' not in done.stdout and '\x1B' not in done.stdout and done.returncode == 0
