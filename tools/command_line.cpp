@@ -117,7 +117,8 @@ void Line::check_rules(const Option& option) const {
     const std::string name(option.name);
     if (option.is_required() && !given(option.word())) refuse(command_, name + " is missing");
     if (option.is_argument() || !given(option.name)) return;
-    // Only a key may be empty. Elsewhere it is rather an unset variable of a script.
+    // Only a key may be empty. Any other empty value probably comes from a script whose variable
+    // is not set.
     const bool may_be_empty = std::holds_alternative<std::optional<std::string>*>(option.target);
     if (!may_be_empty && app_.get_option(name)->results().back().empty()) {
         refuse(command_, name + " needs a value");

@@ -179,7 +179,7 @@ NamedTables find_table(const TableArguments& arguments) {
 }
 
 Practice::Practice(std::string folder, platform::OpenMode access) : folder_(std::move(folder)) {
-    // Here alone the engine is chosen for all commands that show a practice.
+    // The only place that chooses the engine for commands that show a practice.
     auto engine = std::make_unique<local::LocalEngine>();
     engine->set_proprietary_locking(uses_proprietary_locks(folder_));
     if (access == platform::OpenMode::kReadOnly) {

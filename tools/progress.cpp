@@ -25,7 +25,7 @@ constexpr std::size_t kUsualColumns = 80;
 constexpr std::size_t kLeastBar = 8;
 constexpr std::size_t kMostBar = 40;
 
-// The work of the tool as a whole: many short steps together may be long.
+// When the tool began, and last drew the bar: many short steps can take long together.
 struct Work {
     Clock::time_point begun = Clock::now();
     Clock::time_point shown;
@@ -103,7 +103,7 @@ std::string full_title(const std::string& title, const std::string& what) {
     return to_line(title + (what.empty() ? "" : ", " + what));
 }
 
-// Leaves out what there is no room for: the name of the step, the time left, at last the bar.
+// If the line is too long, drops the name of the step, then the time left, then the bar.
 std::string bar_line(const std::string& title, const std::string& what, const Step& step,
                      std::size_t columns) {
     const std::size_t bar = std::clamp(columns / 4, kLeastBar, kMostBar);

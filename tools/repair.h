@@ -15,7 +15,7 @@ struct RepairRequest {
     bool dry_run = false;
     bool force = false;          // work on a table whose records seem to be misplaced, too
     bool without_memos = false;  // of `repair`: give up a lost memo file
-    // Both of `reindex`, for a single table.
+    // The next two are options of `reindex`, for a single table.
     std::vector<std::string> tags;  // NAME=KEY[;FOR CONDITION][;UNIQUE][;CANDIDATE][;DESCENDING]
     std::string like;               // a table, named in one word, whose tags to use
     bool json = false;

@@ -106,7 +106,8 @@ char32_t TableText::longer_character(std::string_view bytes) const {
         return is_shown(code) ? code : 0;
     };
     if (bytes.size() != 2) return ask();
-    // The system takes a thousand instructions for an answer. Text has few different pairs.
+    // The system needs a thousand instructions for each answer, so answers are kept: a text has
+    // few different pairs.
     const auto pair = static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[0]) << 8 |
                                                  static_cast<unsigned char>(bytes[1]));
     const auto [known, is_new] = pairs_.try_emplace(pair);

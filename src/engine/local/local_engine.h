@@ -46,9 +46,10 @@ class LocalEngine : public Engine {
     std::string last_error() const override { return last_error_; }
     // Opens tables from now on for reading only, which needs no write permission.
     void set_read_only(bool on) { read_only_ = on; }
-    // Opens tables from now on for reading only, and even if the memo file or the structural index
-    // cannot be opened; `tell` learns why. Such a table has no orders without its index. Without
-    // its memo file, reading a memo throws EngineFault kDamagedFile unless the memo is empty.
+    // From now on opens tables for reading only, and even if the memo file or the structural index
+    // cannot be opened; then calls `tell` with the reason. Such a table has no orders without its
+    // index. Without its memo file, reading a memo throws EngineFault kDamagedFile unless the memo
+    // is empty.
     void set_lenient(std::function<void(const Refusal&)> tell) {
         read_only_ = true;
         tell_unavailable_ = std::move(tell);

@@ -31,7 +31,7 @@ struct FoundTags {
     std::vector<std::string> unreadable;  // names of tags whose header cannot be interpreted
 };
 
-// What would define the tag anew.
+// The definition from which the index builder makes the same tag again.
 make::TagDefinition definition_of(const index::TagDescription& tag);
 
 // Reads what can be read, and reports nothing.
@@ -46,8 +46,8 @@ void check_index(OpenTableFiles& files, const HeaderFacts& header, const Reporte
 // table or its index cannot be opened, kBusy if the index is locked, kDamagedFile if the table's
 // header cannot be interpreted.
 FoundTags tags_of_table(const std::string& path);
-// The definitions of all these tags, in creation order. EngineFault kDamagedFile or kUnsupported if
-// there is one that cannot be defined anew, or no tag at all.
+// The definitions of all these tags, in creation order. Throws EngineFault kDamagedFile or
+// kUnsupported if a tag cannot be made again from its definition, or if there is none.
 std::vector<make::TagDefinition> tag_definitions(const std::string& path);
 
 // The names of the tags of the table's index; nothing when not all of them can be read.

@@ -1,4 +1,5 @@
-// Consoles of Windows. They show UTF-16 text in any code page; bytes they read in their own.
+// Consoles of Windows. A console shows UTF-16 text whatever its code page is. Bytes it would
+// interpret in that code page, so none are written to it.
 
 #include "platform/console.h"
 
