@@ -58,8 +58,9 @@ Value run(Session& session, const std::string& name, CallArguments& arguments) {
     }
     if (const Operation operation = find_operation(name))
         return operation(session, arguments.values());
-    throw CallError("no routine is called \"" + name + "\"; --list names them all" +
-                    did_you_mean(name, routine_names()));
+    const std::string close = did_you_mean(name, routine_names());
+    throw CallError("no routine is called \"" + name + "\"" + (close.empty() ? ";" : close) +
+                    " --list names them all");
 }
 
 Json answer(Session& session, const std::string& line) {
