@@ -68,4 +68,5 @@ def test_a_folder_whose_name_is_no_text(practice, tmp_path):
     folder = practice.folder.rename(Path(os.fsdecode(bytes(tmp_path) + b'/\xFF\x1B[31m')))
     for command in ['check'], ['doctor'], ['repair', '--dry-run', '--json'], ['show'], ['doctor', '--json']:
         done = tool(*command, folder, *['Names'] * (command == ['show']), encoding='utf-8')
-        assert 'xFF' in done.stdout and '\uFFFD' not in done.stdout and '\x1B' not in done.stdout and done.returncode == 0
+        assert done.returncode == 0 and 'xFF' in done.stdout
+        assert '\uFFFD' not in done.stdout and '\x1B' not in done.stdout
