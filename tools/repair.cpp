@@ -121,22 +121,32 @@ struct RepairedTable {
     }
 };
 
-// The tag with its texts in the code page of the table.
-make::TagDefinition in_code_page(make::TagDefinition tag, const NamedTables& table) {
+TableText text_of(const NamedTables& table) {
+    Practice practice(table.folder, platform::OpenMode::kReadOnly);
+    return TableText(practice.open_file(table.file())->layout().code_page);
+}
+
+// The tag with its texts in the code page of the table. They come in UTF-8, or in the code page of
+// the table `source`.
+make::TagDefinition in_code_page(make::TagDefinition tag, const NamedTables& table,
+                                 const NamedTables* source = nullptr) {
     const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const std::array<std::string*, 3> texts{&tag.name, &tag.key, &tag.condition};
     const auto needs_no_page = [&](const std::string* each) {
         return std::ranges::all_of(*each, is_ascii);
     };
     if (std::ranges::all_of(texts, needs_no_page)) return tag;
-    Practice practice(table.folder, platform::OpenMode::kReadOnly);
-    const TableText text(practice.open_file(table.file())->layout().code_page);
+    const TableText text = text_of(table);
+    std::optional<TableText> from;
+    if (source) from.emplace(text_of(*source));
+    if (from && from->code_page() == text.code_page()) return tag;
     for (std::string* each : texts) {
-        auto bytes = text.bytes_of(*each);
+        const std::string utf8 = from ? from->shown(*each) : *each;
+        auto bytes = text.bytes_of(utf8);
         if (!bytes) {
-            throw ToolError(ExitCode::kUsage, "--tag: code page " +
-                                                  std::to_string(text.code_page()) + " has no \"" +
-                                                  *each + "\"");
+            throw ToolError(source ? ExitCode::kProblem : ExitCode::kUsage,
+                            std::string(source ? "--like" : "--tag") + ": code page " +
+                                std::to_string(text.code_page()) + " has no \"" + utf8 + "\"");
         }
         *each = *std::move(bytes);
     }
@@ -248,7 +258,9 @@ class PracticeRepair {
         NamedTables other = find_tables({like});
         if (other.whole_folder) other = find_table({like, base_name(named_.file())});
         try {
-            return maintenance::tag_definitions(other.file());
+            auto tags = maintenance::tag_definitions(other.file());
+            for (auto& tag : tags) tag = in_code_page(std::move(tag), named_, &other);
+            return tags;
         } catch (const EngineFault& fault) {
             throw ToolError(exit_code_of(fault), "--like " + like + ": " + fault.what());
         }

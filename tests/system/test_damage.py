@@ -429,6 +429,12 @@ def test_indexed_like_another(new_practice, practice):
     assert snapshot(other.folder) == elsewhere and not leftover.exists()
     tags = practice.table('LAW1').tags
     assert list(tags) == list(other.table('LAW1').tags) and tags['ID'].key_text == 'LOWER(ID)'
+    # A letter of a condition has other bytes there, because the other table is in code page 437.
+    other.damage('LAW1.DBF', put(29, 1, 1))
+    for folder, *options in (other, '--tag', 'UMLAUT=LAST;FOR LAST="\xFC"'), (practice, '--like', other):
+        assert brenik('reindex', folder, 'Names', *options)[0] == 0
+        tags = json.loads(brenik('show', folder, 'Names', '--json')[1])['tags']
+        assert 'LAST="\xFC"' in [tag['condition'] for tag in tags]
     # Killed after the index was built, before the table was marked.
     practice.damage('LAW1.DBF', lambda data: put(28, data[28] & ~1, 1)(data))
     assert brenik('reindex', table)[0] == 0 and Path(table).read_bytes()[28] & 1
