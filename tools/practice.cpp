@@ -120,10 +120,6 @@ NamedTables table_of_folder(const TableArguments& arguments) {
         throw ToolError(ExitCode::kUsage,
                         name + ": name a table of " + folder + ", without a folder of its own");
     }
-    if (!is_folder(folder) && platform::file_exists(folder)) {
-        throw ToolError(ExitCode::kUsage,
-                        folder + ": is a file; name its folder, or the file alone");
-    }
     require_folder(folder);
     const std::optional<std::string> file = table_in(folder, name);
     if (!file) refuse_missing(folder, name, folder + ": no table " + name);
@@ -163,7 +159,11 @@ bool NamedTables::is_practice() const {
 }
 
 void require_folder(const std::string& path) {
-    if (!is_folder(path)) throw ToolError(ExitCode::kCannotOpen, path + ": no such folder");
+    if (is_folder(path)) return;
+    if (platform::file_exists(path)) {
+        throw ToolError(ExitCode::kUsage, path + ": is a file; name its folder");
+    }
+    throw ToolError(ExitCode::kCannotOpen, path + ": no such folder");
 }
 
 NamedTables find_tables(const TableArguments& arguments) {

@@ -42,7 +42,7 @@ struct TableArguments {
     std::string text() const { return table.empty() ? path : path + " " + table; }
 };
 
-// Throws ToolError kCannotOpen, with the reason, unless the path is that of a folder.
+// Throws ToolError, with the reason, unless the path is that of a folder: kUsage for a file.
 void require_folder(const std::string& path);
 
 // What such arguments name.

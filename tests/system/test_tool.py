@@ -92,8 +92,9 @@ def test_faults(session, practice, windows_folder):
     (['check', '{}/nowhere'], 3), (['journal', '{}/billing'], 3), (['sample', '{}'], 1), (['check', ''], 2),
     (['check', 'a' * 5000], 3), (['check', '{}/billing'], 3), (['show', '{}/billing', 'LAW1'], 3),
     (['show', '{}', '{}/LAW1.DBF'], 2), (['check', '{}/LAW1.DBF', 'LAW1'], 2), (['check', '{}/LAW1.DBF/'], 3),
-    (['check', '{}/LAW1.CDX'], 2), (['show', '{}', '..'], 3), (['reindex', '{}', 'LAW1', '--like', '{}/LAW8'], 3),
-    (['reindex', '{}', 'LAW1', '--like', ''], 2), (['check', '--', '{}', '--LAW8'], 3)])
+    (['check', '{}/LAW1.CDX'], 2), (['doctor', '{}/LAW1.DBF'], 2), (['show', '{}', '..'], 3),
+    (['reindex', '{}', 'LAW1', '--like', '{}/LAW8'], 3), (['reindex', '{}', 'LAW1', '--like', ''], 2),
+    (['check', '--', '{}', '--LAW8'], 3)])
 def test_what_goes_wrong(practice, arguments, code):
     """The exit code tells the kind; the message goes to standard error and nothing to the other."""
     ended, output, complaint = brenik(*[argument.format(practice) for argument in arguments])
