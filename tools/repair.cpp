@@ -193,9 +193,9 @@ class PracticeRepair {
         folder_ = first.substr(0, first.size() - base_name(first).size());
         for (const std::string& table : named_.files) {
             ProgressBar bar(base_name(table));
-            const maintenance::RepairReport report = [&](const RepairStep& deed) {
+            const maintenance::RepairReport report = [&](const RepairStep& step) {
                 bar.clear();
-                print(deed);
+                print(step);
             };
             const RepairResult outcome = repair_one(table, options_, report, bar.progress());
             note(outcome);
@@ -288,25 +288,25 @@ class PracticeRepair {
         return text;
     }
 
-    void print(const RepairStep& deed) {
-        ++(deed.done ? done_ : left_);
-        const std::string file = with_true_names(deed.file);
-        const std::string what = with_true_names(deed.what);
+    void print(const RepairStep& step) {
+        ++(step.done ? done_ : left_);
+        const std::string file = with_true_names(step.file);
+        const std::string what = with_true_names(step.what);
         if (request_.json) {
-            Json line = {{"done", deed.done && !trial_},
+            Json line = {{"done", step.done && !trial_},
                          {"file", to_utf8(file)},
                          {"record", nullptr},
                          {"what", to_utf8(what)}};
-            if (trial_) line["would_do"] = deed.done;
-            if (deed.record) line["record"] = *deed.record;
+            if (trial_) line["would_do"] = step.done;
+            if (step.record) line["record"] = *step.record;
             std::cout << dump(line) << "\n";
             return;
         }
-        std::cout << (!deed.done ? coloured(Colour::kFault, "not repaired:") + " "
+        std::cout << (!step.done ? coloured(Colour::kFault, "not repaired:") + " "
                       : trial_   ? "would do: "
                                  : "")
                   << to_line(base_name(file)) << ": ";
-        if (deed.record) std::cout << "record " << *deed.record << ": ";
+        if (step.record) std::cout << "record " << *step.record << ": ";
         std::cout << to_line(what) << "\n";
     }
 

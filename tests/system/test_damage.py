@@ -246,8 +246,8 @@ def findings(path, code, but='not-in-journal'):
     return [finding for finding in found if finding['kind'] != but]
 
 
-def deeds(practice, *options):
-    """What a repair says that it does, but for its copies."""
+def steps(practice, *options):
+    """What a repair reports, without the copies that it makes."""
     ended, output, _ = brenik('repair', practice, '--json', *options)
     *lines, _ = [json.loads(line) for line in output.splitlines()]
     assert ended == 0, output
@@ -278,8 +278,8 @@ def test_checked_and_mended(new_practice, file, damage, finding):
             assert ended == 1 and 'not repaired: ' in output and snapshot(practice.folder) == before
         return
     assert any(has(found, 'kind=' + finding, remedy=remedy) for remedy in ('repair', 'reindex')), found
-    tried = deeds(practice, '--dry-run')
-    assert tried and snapshot(practice.folder) == before and deeds(practice) == tried
+    tried = steps(practice, '--dry-run')
+    assert tried and snapshot(practice.folder) == before and steps(practice) == tried
     assert findings(practice, 0) == []
     assert_sound(practice.folder)
     copies = {path.name.split('.bak-')[0]: path.read_bytes() for path in practice.folder.glob('*.bak-*')}
@@ -381,11 +381,11 @@ def test_memos_given_up(host, practice, damage):
     assert brenik('repair', practice)[0] == 1 and snapshot(practice.folder) == before
     data = before['LAW1.DBF']
     named = [n + 1 for n, at in enumerate(pointers) if data[at:at + 10].strip()]
-    tried = deeds(practice, '--without-memos', '--dry-run')
+    tried = steps(practice, '--without-memos', '--dry-run')
     assert snapshot(practice.folder) == before
     memo_of(named[0], b' ' * 10)(interrupted := bytearray(data))
     Path(practice.find('LAW1.DBF')).write_bytes(interrupted)
-    done = deeds(practice, '--without-memos')
+    done = steps(practice, '--without-memos')
     assert [record for _, record, what in tried if 'field NOTES: emptied' in what] == named
     assert [record for _, record, what in done if 'field NOTES: emptied' in what] == named[1:]
     for at in pointers:

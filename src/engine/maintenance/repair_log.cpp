@@ -13,9 +13,9 @@ void RepairLog::back_up(const platform::File& file) {
 }
 
 void RepairLog::act(const platform::File& file, const std::string& what,
-                    const std::function<void()>& deed, std::optional<RecordNumber> record) {
+                    const std::function<void()>& change, std::optional<RecordNumber> record) {
     back_up(file);
-    deed();
+    change();
     done(file.path(), what, record);
 }
 

@@ -48,8 +48,8 @@ class RepairLog {
 
     const RepairOptions& options() const { return options_; }
     // Backs the file up, makes the change and reports it.
-    void act(const platform::File& file, const std::string& what, const std::function<void()>& deed,
-             std::optional<RecordNumber> record = {});
+    void act(const platform::File& file, const std::string& what,
+             const std::function<void()>& change, std::optional<RecordNumber> record = {});
     // Reports what has already been done.
     void done(const std::string& file, const std::string& what,
               std::optional<RecordNumber> record = {});
