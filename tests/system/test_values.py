@@ -10,7 +10,7 @@ import pexpect
 import pytest
 from conftest import OURS, TOOL, as_bytes, path_form, tool
 
-# By mark; and the bytes of which systems, or Python, make different characters.
+# Python's codec for each mark, and the bytes that systems or Python convert to different characters.
 SINGLE = {0x01: 'cp437', 0x02: 'cp850', 0x03: 'cp1252', 0x04: 'mac_roman', 0x64: 'cp852', 0x65: 'cp866', 0x66: 'cp865',
           0x67: 'cp861', 0x6A: 'cp737', 0x6B: 'cp857', 0x7C: 'cp874', 0x7D: 'cp1255', 0x7E: 'cp1256',
           0x96: 'mac_cyrillic', 0x97: 'mac_latin2', 0x98: 'mac_greek', 0xC8: 'cp1250', 0xC9: 'cp1251', 0xCA: 'cp1254',
