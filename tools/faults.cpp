@@ -2,10 +2,13 @@
 
 #include "faults.h"
 
+#include <algorithm>
+#include <array>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "display.h"
@@ -32,20 +35,19 @@ bool read(const std::string& path, std::string& text) {
     return true;
 }
 
-void print_line(const std::string& line, bool json) {
-    if (!json) {
-        std::cout << to_utf8(line) << "\n";
-        return;
+// A line has the columns time, call and reason, separated by tabs.
+void print_line(std::string_view line, bool json) {
+    constexpr std::array<const char*, 3> kColumns{"time", "call", "reason"};
+    Json columns = Json::object();
+    std::string text;
+    for (const char* column : kColumns) {
+        const bool is_last = column == kColumns.back();
+        const std::size_t end = is_last ? line.size() : std::min(line.find('\t'), line.size());
+        columns[column] = to_utf8(line.substr(0, end));
+        text += to_line(line.substr(0, end)) + (end < line.size() ? "\t" : "");
+        line.remove_prefix(std::min(end + 1, line.size()));
     }
-    const std::size_t first = std::min(line.find('\t'), line.size());
-    const std::size_t second = std::min(line.find('\t', first + 1), line.size());
-    const auto column = [&](std::size_t from, std::size_t to) {
-        return from < line.size() ? to_utf8(line.substr(from, to - from)) : std::string();
-    };
-    std::cout << dump(Json{{"time", column(0, first)},
-                           {"call", column(first + 1, second)},
-                           {"reason", column(second + 1, line.size())}})
-              << "\n";
+    std::cout << (json ? dump(columns) : text) << "\n";
 }
 
 void print_lines(const std::string& text, bool json) {
