@@ -154,8 +154,8 @@ def test_progress_is_plain_on_a_dumb_terminal_and_silent_elsewhere(tmp_path):
     assert '%' not in tool('doctor', tmp_path, '--with', '--wait', 1).stderr
 
 
-def run_into(output, *arguments):
-    return subprocess.run([PROGRAM, *map(str, arguments)], stdout=output, stderr=subprocess.PIPE, text=True)
+def run_into(output, *arguments, **options):
+    return subprocess.run([PROGRAM, *map(str, arguments)], stdout=output, stderr=subprocess.PIPE, text=True, **options)
 
 
 def test_a_reader_that_leaves_stops_no_repair(damaged):
@@ -171,5 +171,6 @@ def test_a_reader_that_leaves_stops_no_repair(damaged):
 def test_a_full_disk_is_told(practice):
     with open('/dev/full', 'w') as full:
         for arguments in ('show', practice, 'LAW1', '--all'), ('check', practice), ('--help',):
-            done = run_into(full, *arguments)
-            assert done.returncode == 1 and 'standard output cannot be written' in done.stderr
+            for options in {}, {'preexec_fn': lambda: os.close(1)}:         # the same if it was closed
+                done = run_into(full, *arguments, **options)
+                assert done.returncode == 1 and 'standard output cannot be written' in done.stderr
