@@ -103,10 +103,19 @@ void File::require_session(const char* operation, std::uint64_t offset) const {
 
 void File::fail(const char* operation, std::uint64_t offset, int system_code) const {
     if (remote() && ends_session(system_code)) {
-        session_->lose();
+        session_->lose(system_code);
         throw ConnectionLost(operation, path_, offset, system_code);
     }
     throw FileError(operation, path_, offset, system_code);
+}
+
+bool File::is_out_of_reach() const { return lost() && !session_->reachable(); }
+
+// Nothing depends on the outcome for a lock that was lost before.
+void File::unlocked(bool was_lost, int system_code) noexcept {
+    if (was_lost) return;
+    if (system_code != 0 && remote()) session_->lose(system_code);
+    --locks_;
 }
 
 // A handle whose session has ended refuses locks until something was read through it. A File that

@@ -182,7 +182,9 @@ class File {
     // Keeps the locks held now until the file is closed. They are shared locks that show others how
     // the file is used; no write depends on them.
     void keep_locks() { locks_ = 0; }
-    // On a share, a failed unlock means that the session, and so the lock, was lost.
+    // On a share, a failed unlock means that the session, and so the lock, was lost. A lock that
+    // was lost is unlocked too: the system may have acquired it again when it reconnected. Nothing
+    // is sent to a server that does not answer.
     void unlock(ByteRange range) noexcept;
 
   private:
@@ -192,6 +194,8 @@ class File {
     void require_session(const char* operation, std::uint64_t offset) const;
     [[noreturn]] void fail(const char* operation, std::uint64_t offset, int system_code) const;
     bool reached_again();
+    bool is_out_of_reach() const;
+    void unlocked(bool was_lost, int system_code) noexcept;
 
     std::intptr_t handle_ = kNoHandle;
     OpenFailure failure_ = OpenFailure::kNone;

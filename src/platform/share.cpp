@@ -18,6 +18,11 @@ ShareSession& ShareSession::of(std::uint64_t device, const std::function<Kind()>
     return *session;
 }
 
+void ShareSession::lose(int system_code) {
+    ++losses_;
+    if (is_unreachable(system_code)) reachable_ = false;
+}
+
 void ShareSession::look() {
     if (!remote()) return;
     const std::uint64_t now = count_reconnections();

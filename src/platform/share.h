@@ -37,7 +37,12 @@ class ShareSession {
     bool smb() const { return kind_ == Kind::kSmb; }
     // How often the session was lost.
     unsigned losses() const { return losses_; }
-    void lose() { ++losses_; }
+    // `system_code`: the error that told of the loss, if one did.
+    void lose(int system_code = 0);
+    // False from a loss by an error that says that the server does not answer, until a file is
+    // opened there.
+    bool reachable() const { return reachable_; }
+    void reach() { reachable_ = true; }
     // Counts a loss if the system has reconnected by itself since the last check. Reads the
     // system's counter; makes no call to the server.
     void look();
@@ -47,6 +52,7 @@ class ShareSession {
 
     Kind kind_;
     unsigned losses_ = 0;
+    bool reachable_ = true;
     std::uint64_t connections_;
 };
 

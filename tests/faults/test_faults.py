@@ -112,6 +112,7 @@ class Run:
             host.child.send_signal(signal.SIGUSR1)
             self._mark()
             for rc, *what in itertools.islice(SCRIPTS[script](host), steps):
+                assert not locks_on(folder), 'locked after a call'
                 if rc:
                     self.refused.append(rc)
                     break
@@ -126,6 +127,13 @@ class Run:
     def _mark(self):
         """How long the record is now, if there is one."""
         self.marks += [self.record.stat().st_size] if self.record.exists() else []
+
+
+def locks_on(folder):
+    """The exclusive locks that somebody has in the folder's files: file, first byte, last byte."""
+    numbers = {str(path.stat().st_ino): path.name for path in folder.iterdir()}
+    locks = [line.split()[-3:] for line in Path('/proc/locks').read_text().splitlines() if ' WRITE ' in line]
+    return [(numbers[place.split(':')[2]], *ends) for place, *ends in locks if place.split(':')[2] in numbers]
 
 
 def rows(folder):

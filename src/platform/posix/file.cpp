@@ -331,6 +331,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         file.failure_ = check_plain_file(facts, flags);
         file.size_at_open_ = static_cast<std::uint64_t>(facts.st_size);
         file.session_ = &ShareSession::of(facts.st_dev, [&] { return kind_of(handle); });
+        file.session_->reach();
         file.remote_ = file.session_->remote();
         file.losses_ = file.session_->losses();
     }
@@ -479,10 +480,10 @@ std::optional<bool> File::stays_locked(ByteRange range, int timeout_ms) const {
 }
 
 void File::unlock(ByteRange range) noexcept {
-    if (!is_open() || range.length == 0 || lost()) return;
+    if (!is_open() || range.length == 0 || is_out_of_reach()) return;
+    const bool was_lost = lost();
     const int code = set_lock(descriptor(handle_), range, F_UNLCK);
-    if (code != 0 && remote()) session_->lose();
-    --locks_;
+    unlocked(was_lost, code);
 }
 
 bool file_exists(const std::string& path) {

@@ -200,6 +200,7 @@ File File::open(const std::string& path, OpenMode mode, Sharing sharing) {
         const std::uint64_t number = facts.dwVolumeSerialNumber;
         file.session_ =
             &ShareSession::of(number * 2 + (kind == Kind::kSmb ? 1 : 0), [kind] { return kind; });
+        file.session_->reach();
         file.remote_ = file.session_->remote();
         file.losses_ = file.session_->losses();
     }
@@ -322,12 +323,12 @@ std::optional<bool> File::is_locked(ByteRange) const { return std::nullopt; }
 std::optional<bool> File::stays_locked(ByteRange, int) const { return std::nullopt; }
 
 void File::unlock(ByteRange range) noexcept {
-    if (!is_open() || range.length == 0 || lost()) return;
+    if (!is_open() || range.length == 0 || is_out_of_reach()) return;
+    const bool was_lost = lost();
     OVERLAPPED place = place_at(range.offset);
-    const BOOL unlocked = UnlockFileEx(system_handle(handle_), 0, low_half(range.length),
-                                       high_half(range.length), &place);
-    if (!unlocked && remote()) session_->lose();
-    --locks_;
+    const BOOL done = UnlockFileEx(system_handle(handle_), 0, low_half(range.length),
+                                   high_half(range.length), &place);
+    unlocked(was_lost, done ? 0 : static_cast<int>(GetLastError()));
 }
 
 bool file_exists(const std::string& path) {
