@@ -12,7 +12,8 @@
 // other exactly as two processes do.
 //
 // The session with the server of a share (share.h) can end. Then every File on that share is lost:
-// it holds none of its locks any more, and every use throws ConnectionLost until reopen().
+// none of its locks counts any more, and every use but unlock() throws ConnectionLost until
+// reopen().
 //
 // A File belongs to the process that opened it. In the child of a fork it is closed, and the
 // parent's locks stay held; using it there throws FileError, unlocking and closing it do nothing.
