@@ -49,9 +49,7 @@ const Routine* find(std::span<const Routine> routines, std::string_view name) {
     return found == routines.end() ? nullptr : &*found;
 }
 
-// Each line is a call of the host.
 Value run(Session& session, const std::string& name, CallArguments& arguments) {
-    session.areas.begin_call();
     for (const auto routines : {library_routines(), table_operations()}) {
         if (const Routine* routine = find(routines, name))
             return routine->call({routine->name, session, arguments});
@@ -74,9 +72,10 @@ Json answer(Session& session, const std::string& line) {
     return reply;
 }
 
-// A line that fails gets a reply too, and the session continues. A malformed line has changed
-// nothing, so it releases no locks.
+// Each line is a call of the host. A line that fails gets a reply too, and the session continues. A
+// malformed line has changed nothing, so it releases no locks.
 Json answer_or_error(Session& session, const std::string& line) {
+    const WorkAreas::HostCall call(session.areas);
     try {
         return answer(session, line);
     } catch (const CallError& error) {

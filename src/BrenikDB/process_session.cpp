@@ -33,7 +33,7 @@ bool is_own(const Process* process) {
 
 struct Closing {
     ~Closing() {
-        if (!is_own(latest)) return;
+        if (!is_own(latest) || !latest->session.may_close_at_unload()) return;
         const std::unique_ptr<Process> own(latest);
         latest = own->inherited;
     }

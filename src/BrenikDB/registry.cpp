@@ -56,7 +56,7 @@ Value run(int (*operation)(Session&, Parameters...), Session& session,
           [[maybe_unused]] Arguments arguments, std::index_sequence<index...>) {
     [[maybe_unused]] std::tuple<std::remove_cvref_t<Parameters>...> contents{
         content<std::remove_cvref_t<Parameters>>(argument(arguments, index))...};
-    session.areas.begin_call();
+    const WorkAreas::HostCall call(session.areas);
     const int code = operation(session, std::get<index>(contents)...);
     (hand_back<Parameters>(arguments, index, std::get<index>(contents)), ...);
     return code;

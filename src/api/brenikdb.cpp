@@ -100,6 +100,7 @@ void recover(std::string_view name, std::string_view fault) noexcept {
     try {
         Session& session = process_session();
         const ClosedTraceLog afterwards(session);
+        const WorkAreas::HostCall host_call(session.areas);
         session.recover();
         note_fault(session, name, fault);
     } catch (...) {

@@ -38,6 +38,11 @@ class Engine {
     // Begins a call of the host. What a table has remembered of its files for some milliseconds, so
     // as to read less, ends here: a host that was told of a change finds it.
     virtual void begin_call() {}
+    // Ends it, also after a fault. An engine that changes settings of the whole process for its own
+    // calls puts them back here, because they belong to the host until it calls again.
+    virtual void end_call() noexcept {}
+    // False for an engine whose tables must not be closed while the library is being unloaded.
+    virtual bool closes_at_unload() const { return true; }
     // File and reason of the last status other than 0, as text for people.
     virtual std::string last_error() const = 0;
 

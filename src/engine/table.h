@@ -211,9 +211,10 @@ class Table {
                                                 Wait wait = Wait::kLong) = 0;
 
     // -- Filter: navigation skips records for which it returns false; an empty function clears it.
-    // Setting a filter does not move.
+    // Setting a filter does not move. `text` is the filter's expression, for an engine that lets a
+    // server evaluate it too; the function decides.
     using Filter = std::function<bool(const record::RecordView& record)>;
-    virtual void set_filter(Filter filter) = 0;
+    virtual void set_filter(Filter filter, const std::string& text) = 0;
     virtual FilterOptimisation filter_optimisation() const = 0;
 };
 

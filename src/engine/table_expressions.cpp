@@ -76,7 +76,7 @@ expression::Expression TableExpressions::compile(const std::string& text,
 
 void TableExpressions::set_filter(const std::string& text) {
     if (text.empty()) {
-        table_.set_filter({});
+        table_.set_filter({}, {});
     } else {
         const auto filter = std::make_shared<const expression::Expression>(compile(text, "filter"));
         if (filter->type() != expression::ResultType::kLogical) {
@@ -85,7 +85,7 @@ void TableExpressions::set_filter(const std::string& text) {
                                   ": at character 1: the expression is not logical");
         }
         table_.set_filter(
-            [filter](const record::RecordView& record) { return filter->is_true(record); });
+            [filter](const record::RecordView& record) { return filter->is_true(record); }, text);
     }
     filter_ = text;
 }

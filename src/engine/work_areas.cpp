@@ -106,6 +106,14 @@ void WorkAreas::close() {
 
 void WorkAreas::close_all() { slots_.clear(); }
 
+void WorkAreas::set_engine(Engine& engine) {
+    if (calls_ > 0) {
+        if (engine_) engine_->end_call();
+        engine.begin_call();
+    }
+    engine_ = &engine;
+}
+
 Engine& WorkAreas::engine() const {
     if (engine_) return *engine_;
     throw EngineFault(FaultCode::kEmptyWorkArea, "engine", "no session has been started");

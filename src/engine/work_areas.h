@@ -43,13 +43,27 @@ class WorkAreas {
     WorkAreas& operator=(const WorkAreas&) = delete;
 
     // -- The engine that opens the tables from now on. REQUIRES: every slot is empty.
-    void set_engine(Engine& engine) { engine_ = &engine; }
+    void set_engine(Engine& engine);
     bool has_engine() const { return engine_ != nullptr; }
     // EngineFault kEmptyWorkArea when no engine is set.
     Engine& engine() const;
-    void begin_call() {
-        if (engine_) engine_->begin_call();
-    }
+    // A call of the host, as the engine sees it. A call that begins inside another one belongs to
+    // it.
+    class HostCall {
+      public:
+        explicit HostCall(WorkAreas& areas) : areas_(areas) {
+            if (areas_.calls_ == 0 && areas_.engine_) areas_.engine_->begin_call();
+            ++areas_.calls_;
+        }
+        HostCall(const HostCall&) = delete;
+        HostCall& operator=(const HostCall&) = delete;
+        ~HostCall() {
+            if (--areas_.calls_ == 0 && areas_.engine_) areas_.engine_->end_call();
+        }
+
+      private:
+        WorkAreas& areas_;
+    };
     // The engine's status calls; 0 when there is no engine yet.
     int write_all_records() { return engine_ ? engine_->write_all_records() : 0; }
     int close_all_tables() { return engine_ ? engine_->close_all_tables() : 0; }
@@ -167,6 +181,7 @@ class WorkAreas {
     void end_relations_to(int area);
 
     Engine* engine_ = nullptr;
+    int calls_ = 0;  // of the host, each inside the one before
     std::string default_folder_;
     std::map<int, Slot> slots_;
     int current_ = 1;

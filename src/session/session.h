@@ -91,6 +91,9 @@ struct Session {
         }
         return areas.engine();
     }
+    bool may_close_at_unload() const {
+        return !areas.has_engine() || areas.engine().closes_at_unload();
+    }
     // After a fault: drops half-done changes, which releasing their locks would otherwise write.
     void recover() noexcept {
         areas.release_all_locks();

@@ -23,6 +23,7 @@ enum class FaultCode {
     kDuplicateKey = 2108,     // a second record for a key that must be unique
     kUnknownName = 2109,      // no such field
     kOtherProcess = 2110,     // a call in the child of a fork, which has begun no session
+    kNoEngine = 2111,         // an engine whose own library cannot be used on this machine
 };
 
 class EngineFault : public std::runtime_error {

@@ -92,7 +92,9 @@ class LocalTable : public Table {
     std::optional<std::string> last_key(std::size_t order, const std::string& limit,
                                         Wait wait) override;
 
-    void set_filter(Filter filter) override { filter_ = std::move(filter); }
+    void set_filter(Filter filter, const std::string& /*text*/) override {
+        filter_ = std::move(filter);
+    }
     FilterOptimisation filter_optimisation() const override { return FilterOptimisation::kNone; }
 
     // Flushes and closes the files. Afterwards the table behaves like an empty one.
