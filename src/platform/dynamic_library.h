@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 // The calling convention of the functions of such a library.
 #if defined(_WIN32) && !defined(_WIN64)
@@ -23,13 +24,16 @@ class DynamicLibrary {
     // Not loaded; why_not() is empty.
     DynamicLibrary() = default;
 
-    // Loads a library by its absolute path, or by its plain file name. The system looks for a plain
-    // name beside the host's program and in its own folders, never in the current folder. Throws
-    // nothing: on failure the library is not loaded, and why_not() gives the reason.
-    static DynamicLibrary load(const std::string& name);
+    // Both throw nothing: on failure the library is not loaded, and why_not() gives the reason.
+    // load_file() takes an absolute path; load_installed() a file name, which the system finds as
+    // it does for any program: on Windows beside the host's program and in Windows' own folders,
+    // unless the process has loaded a library of that name before. Neither looks in the current
+    // folder.
+    static DynamicLibrary load_file(const std::string& path);
+    static DynamicLibrary load_installed(const std::string& name);
 
     bool loaded() const { return handle_ != nullptr; }
-    // The file that the system found; the name as given if it is not loaded.
+    // The file that the system found; the name as given if there is none.
     const std::string& path() const { return path_; }
     // Why the library is not loaded, without its name.
     const std::string& why_not() const { return why_not_; }
@@ -39,6 +43,9 @@ class DynamicLibrary {
     Function find(const char* name) const;
 
   private:
+    DynamicLibrary(void* handle, std::string path, std::string why_not)
+        : handle_(handle), path_(std::move(path)), why_not_(std::move(why_not)) {}
+
     void* handle_ = nullptr;
     std::string path_;
     std::string why_not_;
@@ -47,9 +54,5 @@ class DynamicLibrary {
 // The usual file name of a library: "lib" and ".so" around its stem, on Windows the stem, the bits
 // of an address in this process, and ".dll".
 std::string library_file_name(const std::string& stem);
-
-// The path or name that a variable of the environment holds; empty if it is unset, or if the
-// process's code page cannot express it.
-std::string path_variable(const std::string& name);
 
 }  // namespace brenik::platform

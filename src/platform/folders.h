@@ -27,6 +27,10 @@ std::string folder_identity(const std::string& path);
 // Empty for a user who has no such folder.
 std::string fault_file_path();
 
+// The path that a variable of the environment holds; empty if it is unset, or if the process's code
+// page cannot express the path.
+std::string path_variable(const std::string& name);
+
 // Creates the folder of a file, but no folder above it. Ignores a failure.
 void make_folder_of(const std::string& file) noexcept;
 

@@ -25,9 +25,6 @@ class ClientLibrary {
     // that was loaded is kept for the whole process.
     static std::shared_ptr<const ClientLibrary> load();
 
-    // For the usual name, or for the file that a caller names.
-    explicit ClientLibrary(const std::string& name);
-
     // The library is loaded and has every required function.
     bool usable() const { return problem_.empty(); }
     // What is missing, with the file's name, and what to do; empty when usable.
@@ -55,6 +52,9 @@ class ClientLibrary {
     // NOLINTEND(readability-identifier-naming)
 
   private:
+    explicit ClientLibrary(platform::DynamicLibrary file);
+    void find_functions();
+
     platform::DynamicLibrary file_;
     std::string version_;
     std::string problem_;

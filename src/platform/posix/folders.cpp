@@ -57,17 +57,21 @@ std::string folder_identity(const std::string& path) {
     return std::to_string(facts.st_dev) + ":" + std::to_string(facts.st_ino);
 }
 
+std::string path_variable(const std::string& name) {
+    const char* path = std::getenv(name.c_str());
+    return path != nullptr ? path : "";
+}
+
 std::string fault_file_path() {
-    const char* chosen = std::getenv("BRENIK_FAULTS");
-    if (chosen != nullptr && *chosen != '\0') return chosen;
+    const std::string chosen = path_variable("BRENIK_FAULTS");
+    if (!chosen.empty()) return chosen;
     const std::string home = home_folder();
     return home.empty() ? home : home + kOwnFolder + "/Faults.log";
 }
 
 std::string windows_folder() {
-    const char* chosen = std::getenv("BRENIK_WINDIR");
-    if (chosen == nullptr || *chosen == '\0') return home_folder() + kOwnFolder;
-    const std::string folder = chosen;
+    const std::string folder = path_variable("BRENIK_WINDIR");
+    if (folder.empty()) return home_folder() + kOwnFolder;
     return folder.substr(0, folder.find_last_not_of("/\\") + 1);
 }
 

@@ -28,20 +28,6 @@ std::string without_last_separators(const std::string& folder) {
 
 bool has_drive(const std::string& folder) { return folder.size() >= 2 && folder[1] == ':'; }
 
-// A folder from the environment. If the code page lacks a character, gives the short form, or
-// nothing: with the nearest character it would be another path.
-std::string folder_variable(const wchar_t* name) {
-    const std::wstring path = wide_environment_variable(name);
-    const std::string narrow = narrow_text(path);
-    if (wide_text(narrow) == path) return narrow;
-    std::wstring brief(path.size() + 1, L'\0');
-    const DWORD length =
-        GetShortPathNameW(path.c_str(), brief.data(), static_cast<DWORD>(brief.size()));
-    brief.resize(length < brief.size() ? length : 0);
-    const std::string reachable = narrow_text(brief);
-    return wide_text(reachable) == brief ? reachable : std::string();
-}
-
 }  // namespace
 
 std::string current_drive() {
@@ -76,10 +62,25 @@ std::string folder_identity(const std::string& path) {
            ":" + std::to_string(facts.nFileIndexLow);
 }
 
+// If the code page lacks a character, gives the short form, or nothing: with the nearest character
+// it would be another path.
+std::string path_variable(const std::string& name) {
+    const std::wstring path =
+        wide_environment_variable(std::wstring(name.begin(), name.end()).c_str());
+    const std::string narrow = narrow_text(path);
+    if (wide_text(narrow) == path) return narrow;
+    std::wstring brief(path.size() + 1, L'\0');
+    const DWORD length =
+        GetShortPathNameW(path.c_str(), brief.data(), static_cast<DWORD>(brief.size()));
+    brief.resize(length < brief.size() ? length : 0);
+    const std::string reachable = narrow_text(brief);
+    return wide_text(reachable) == brief ? reachable : std::string();
+}
+
 std::string fault_file_path() {
-    const std::string chosen = folder_variable(L"BRENIK_FAULTS");
+    const std::string chosen = path_variable("BRENIK_FAULTS");
     if (!chosen.empty()) return chosen;
-    const std::string own = folder_variable(L"LOCALAPPDATA");
+    const std::string own = path_variable("LOCALAPPDATA");
     return own.empty() ? own : own + "\\BrenikDB\\Faults.log";
 }
 
