@@ -11,6 +11,7 @@
 
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <set>
@@ -81,14 +82,14 @@ class AdvantageEngine : public Engine {
     // numbers.
     std::variant<Handle, Refusal> open_handle(const std::string& path, TableSharing sharing,
                                               U16 characters, U16 table_type);
-    // Ignores a failure: a pending change is written before.
-    void close_handle(Handle table) noexcept;
+    // Returns the client's status. A pending change is to be written before.
+    Status close_handle(Handle table) noexcept;
     // A table that is open tells its engine, until it is shut or destroyed. A lost one is dismissed
     // by the engine.
     void enlist(ClientTable& table) { tables_.insert(&table); }
     void dismiss(ClientTable& table) noexcept { tables_.erase(&table); }
-    // The type of the connection.
-    bool is_remote() const { return connected_type_ != 0 && !is_local(); }
+    // Whether the connection is one to a remote server.
+    bool is_remote() const;
     // With full durability and the local server, waits until what was written is on the disk.
     void keep_durable(Handle table, const std::string& path);
 
@@ -98,6 +99,8 @@ class AdvantageEngine : public Engine {
     void require(Status status, const char* operation, const std::string& path, Handle table = 0);
     // The refusal that a status of an open means, also for index files.
     Refusal refusal(Status status, const std::string& path);
+    // Keeps the client's text for last_error(), and returns the status.
+    Status noted(Status status, const std::string& path);
     // False when the server or the handle is gone; then the tables concerned are told.
     bool answers(Handle table);
 
@@ -110,22 +113,22 @@ class AdvantageEngine : public Engine {
         bool server_type = false;
     };
 
-    const ClientLibrary& usable_library() const;
     void take_settings();
     void put_settings_back() noexcept;
     void require_setting(Status status, const char* setting) const;
-    bool is_local() const;
+    std::optional<bool> deleted_setting() const;
     Status set_types(U16 types);
-    Status connect(const std::string& folder, U16 type, Handle& connection);
-    void connect_for(const std::string& folder);
+    Status connect(const std::string& folder, U16 type, Handle& connection) const;
     bool can_connect(const std::string& folder, U16 type);
-    void disconnect() noexcept;
+    bool connect_for(const std::string& folder);
+    bool drop_doubtful_connection();
+    Status disconnect() noexcept;
     void lose_connection() noexcept;
-    bool still_answers(Handle table);
+    bool still_answers(Handle table) const noexcept;
     Status open_once(const std::string& path, TableSharing sharing, U16 characters, U16 table_type,
                      Handle& table);
-    std::string text_of(Status status) const;
-    std::string told(const std::string& path, Status status) const;
+    std::string told(Status status, const std::string& path) const;
+    int note(const std::exception& fault) noexcept;
     template <class Step>
     int for_each_table(Step step) noexcept;
 
@@ -138,7 +141,7 @@ class AdvantageEngine : public Engine {
     U16 types_;  // for the next connection
     Handle connection_ = 0;
     U16 connected_type_ = 0;
-    U16 connected_for_ = 0;  // types_ when it was made
+    U16 connected_among_ = 0;  // types_ when it was made
     std::string connected_folder_;
     std::set<ClientTable*> tables_;
     std::string last_error_;

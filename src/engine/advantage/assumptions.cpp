@@ -2,6 +2,8 @@
 
 #include "engine/advantage/assumptions.h"
 
+#include <algorithm>
+
 namespace brenik::advantage {
 namespace {
 
@@ -31,7 +33,13 @@ constexpr Assumption kRows[] = {
     {"connection of a chosen type",
      "an explicit connection uses the server type that is given with it, whatever the process's "
      "setting; both are set",
-     "server-loaded-by-type", kInferred},
+     "connection-type", kInferred},
+    {"connection of our own",
+     "each explicit connection has a handle of its own, so that ending ours leaves the host's",
+     "own-connection", kInferred},
+    {"default of server types",
+     "remote and internet servers; put back so, because the setting cannot be read", "server-types",
+     kDocumented},
     {"default of deleted records",
      "deleted records are visible until a program says otherwise; put back so if the setting "
      "cannot be read",
@@ -141,13 +149,7 @@ constexpr Assumption kRows[] = {
      "extract-key", kDocumented},
 };
 
-consteval bool each_has_a_probe() {
-    for (const Assumption& row : kRows) {
-        if (*row.probe == '\0') return false;
-    }
-    return true;
-}
-static_assert(each_has_a_probe());
+static_assert(std::ranges::all_of(kRows, [](const Assumption& row) { return *row.probe != '\0'; }));
 
 }  // namespace
 

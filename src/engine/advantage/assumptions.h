@@ -34,10 +34,10 @@ std::span<const Assumption> assumptions();
     NUMBER(kInternetServer, U16, 4, "ADS_AIS_SERVER", "server-types", false)                      \
     NUMBER(kNoOptions, U32, 0, "ADS_DEFAULT", "server-types", true)                               \
     /* Opening */                                                                                 \
-    NUMBER(kExclusive, U32, 1, "ADS_EXCLUSIVE", "open-options", false)                            \
+    NUMBER(kExclusive, U32, 1, "ADS_EXCLUSIVE", "exclusive-open", false)                            \
     NUMBER(kShared, U32, 4, "ADS_SHARED", "open-options", false)                                  \
-    NUMBER(kCdxTable, U16, 2, "ADS_CDX", "position-after-open", false)                            \
-    NUMBER(kVfpTable, U16, 4, "ADS_VFP", "position-after-open", false)                            \
+    NUMBER(kCdxTable, U16, 2, "ADS_CDX", "structural-index", false)                            \
+    NUMBER(kVfpTable, U16, 4, "ADS_VFP", "structural-index", false)                            \
     NUMBER(kAnsi, U16, 1, "ADS_ANSI", "character-types", false)                                   \
     NUMBER(kOem, U16, 2, "ADS_OEM", "character-types", false)                                     \
     NUMBER(kCompatibleLocking, U16, 0, "ADS_COMPATIBLE_LOCKING", "exclusive-open", false)         \
@@ -62,7 +62,7 @@ std::span<const Assumption> assumptions();
     NUMBER(kNotTrimmed, U16, 0, "ADS_NONE", "trim-options", false)                                \
     /* Counting, and how a file's name is told */                                                 \
     NUMBER(kIgnoreFilters, U16, 2, "ADS_IGNOREFILTERS", "filter-options", false)                  \
-    NUMBER(kRefreshCount, U16, 4, "ADS_REFRESHCOUNT", "filter-options", false)                    \
+    NUMBER(kRefreshCount, U16, 4, "ADS_REFRESHCOUNT", "record-count", false)                    \
     NUMBER(kFullPath, U16, 3, "the option for a full path", "index-file-name", false)             \
     /* Seeking */                                                                                 \
     NUMBER(kRawKey, U16, 1, "ADS_RAWKEY", "key-types", false)                                     \
@@ -71,7 +71,7 @@ std::span<const Assumption> assumptions();
     NUMBER(kSoftSeek, U16, 1, "ADS_SOFTSEEK", "seek-modes", false)                                \
     NUMBER(kHardSeek, U16, 2, "ADS_HARDSEEK", "seek-modes", false)                                \
     /* Filters that the server evaluates */                                                       \
-    NUMBER(kDynamicFilter, U16, 2, "ADS_RESOLVE_DYNAMIC", "filter-options-remote", false)         \
+    NUMBER(kDynamicFilter, U16, 2, "ADS_RESOLVE_DYNAMIC", "optimised-filter", false)         \
     NUMBER(kFullyOptimised, U16, 1, "ADS_OPTIMIZED_FULL", "optimisation-levels", false)           \
     NUMBER(kPartlyOptimised, U16, 2, "ADS_OPTIMIZED_PART", "optimisation-levels", false)          \
     NUMBER(kNotOptimised, U16, 3, "ADS_OPTIMIZED_NONE", "optimisation-levels", false)             \
@@ -98,6 +98,8 @@ inline constexpr bool tells_damage(Status status) {
     return status == kDamagedTable || status == kDamagedTable2 || status == kDamagedTable3;
 }
 
+// The servers that the client may connect to until a program says otherwise.
+inline constexpr U16 kUsualServers = kRemoteServer | kInternetServer;
 // How dates are written for the client and read from it.
 inline constexpr char kDateFormat[] = "MM/DD/CCYY";
 // The longest alias that the client takes.

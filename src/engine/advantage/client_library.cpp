@@ -61,12 +61,15 @@ std::shared_ptr<const ClientLibrary> ClientLibrary::load() {
 
 ClientLibrary::ClientLibrary(platform::DynamicLibrary file) : file_(std::move(file)) {}
 
+#define BRENIK_CLIENT_FIND(NAME, ...) NAME = reinterpret_cast<decltype(NAME)>(file_.find(#NAME));
+void ClientLibrary::find_required() { BRENIK_CLIENT_REQUIRED(BRENIK_CLIENT_FIND) }
+void ClientLibrary::find_optional() { BRENIK_CLIENT_OPTIONAL(BRENIK_CLIENT_FIND) }
+#undef BRENIK_CLIENT_FIND
+
 void ClientLibrary::find_functions() {
     version_ = file_.version();
-#define BRENIK_CLIENT_FIND(NAME, ...) NAME = reinterpret_cast<decltype(NAME)>(file_.find(#NAME));
-    BRENIK_CLIENT_REQUIRED(BRENIK_CLIENT_FIND)
-    BRENIK_CLIENT_OPTIONAL(BRENIK_CLIENT_FIND)
-#undef BRENIK_CLIENT_FIND
+    find_required();
+    find_optional();
     std::string missing;
     for (const Function& function : functions()) {
         if (!function.required || function.found) continue;

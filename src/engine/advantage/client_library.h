@@ -54,6 +54,8 @@ class ClientLibrary {
   private:
     explicit ClientLibrary(platform::DynamicLibrary file);
     void find_functions();
+    void find_required();
+    void find_optional();
 
     platform::DynamicLibrary file_;
     std::string version_;

@@ -63,7 +63,7 @@ std::string path_variable(const std::string& name) {
 }
 
 std::string fault_file_path() {
-    const std::string chosen = path_variable("BRENIK_FAULTS");
+    std::string chosen = path_variable("BRENIK_FAULTS");
     if (!chosen.empty()) return chosen;
     const std::string home = home_folder();
     return home.empty() ? home : home + kOwnFolder + "/Faults.log";
