@@ -111,6 +111,16 @@ double date_time_number(std::int32_t julian_day, std::int32_t milliseconds) {
     return julian_day + static_cast<double>(rounded) / kMillisecondsPerDay;
 }
 
+double date_time_number(std::string_view digits) {
+    const Date day = Date::from_ymd(digits.substr(0, 8));
+    if (day.empty()) return 0;
+    const auto part = [&](std::size_t at, std::size_t length) {
+        return static_cast<std::int32_t>(leading_number(digits.substr(at, length)));
+    };
+    const std::int32_t seconds = part(8, 2) * 3600 + part(10, 2) * 60 + part(12, 2);
+    return date_time_number(day.julian_day(), seconds * 1000 + part(14, 3));
+}
+
 FieldLoad field_load(const record::Field& field, const record::TableLayout& layout) {
     const record::FieldType* type = record::find_field_type(field.type, field.width);
     const auto* rule =

@@ -23,7 +23,6 @@ constexpr Byte kValuePrefix = 0x80;
 constexpr std::uint64_t kTopBit = 0x8000000000000000;
 constexpr double kCurrencyScale = 10000;
 constexpr double kMaxScaledCurrency = 9.2e18;
-constexpr std::size_t kDateTimeTextLength = 17;  // YYYYMMDDhhmmssttt
 
 bool is_lone(const expression::Expression& key, char type) {
     return key.lone_field() != nullptr && key.lone_field()->type == type;
@@ -151,22 +150,12 @@ std::string number_key(const KeyFormat& format, const Value& value) {
     return be64_text(double_bits(value.number()));
 }
 
-double date_time_of(std::string_view text) {
-    const Date day = Date::from_ymd(text.substr(0, 8));
-    if (day.empty()) return 0;
-    const auto part = [&](std::size_t at, std::size_t length) {
-        return static_cast<std::int32_t>(leading_number(text.substr(at, length)));
-    };
-    const std::int32_t seconds = part(8, 2) * 3600 + part(10, 2) * 60 + part(12, 2);
-    return expression::date_time_number(day.julian_day(), seconds * 1000 + part(14, 3));
-}
-
 std::string date_time_key(const Value& value) {
     if (value.kind() == ValueKind::kDate) return be64_text(double_bits(value.date().julian_day()));
-    if (!value.is_text() || value.text().size() != kDateTimeTextLength) {
+    if (!value.is_text() || value.text().size() != expression::kDateTimeDigits) {
         unsuitable("the order's keys are dates with times, as text of 17 digits");
     }
-    return be64_text(double_bits(date_time_of(value.text())));
+    return be64_text(double_bits(expression::date_time_number(value.text())));
 }
 
 std::string value_key(const KeyFormat& format, const Value& value, std::size_t length) {

@@ -310,24 +310,12 @@ bool LocalTable::field_equals(std::size_t position, const Value& value) {
     return record::holds_value(view(), layout(), field, value);
 }
 
-// Other programs write the same value in other forms (asterisks, slashed dates, zero bytes).
-// Putting back the value that was read keeps their form; only blanks are filled in. An empty text
-// or date is blank itself.
-bool LocalTable::says_already(const record::Field& field, const Value& value) {
-    const record::RecordView record = view();
-    if (!record::holds_value(record, layout(), field, value)) return false;
-    const record::FieldForm form = field.kind->form;
-    if (form == record::FieldForm::kText || form == record::FieldForm::kDate) return true;
-    const Bytes raw = record.field(field);
-    return std::any_of(raw.begin(), raw.end(), [](Byte byte) { return byte != ' '; });
-}
-
 void LocalTable::field_put(std::size_t position, const Value& value) {
     const record::Field& field = field_at(position, "field put");
     require_writable("field put");
     if (field.is_autoincrement()) return;  // the engine's own column
     if (!field.is_memo()) {
-        if (says_already(field, value)) return;
+        if (record::says_already(view(), layout(), field, value)) return;
         next_ = bytes_;  // a refused value leaves the record as it was
         record::write_field(next_, layout(), field, value);
         changed_ = changed_ || next_ != bytes_;

@@ -131,7 +131,6 @@ class LocalTable : public Table {
     void abandon_without_keys() noexcept;
     void require_writable(const char* operation);
     void set_deletion_mark(char mark);
-    bool says_already(const record::Field& field, const Value& value);
     const record::Field& field_at(std::size_t position, const char* operation) const;
     std::string memo_text(const record::Field& field);
     std::string text_without_file(const record::Field& field);

@@ -156,6 +156,12 @@ std::optional<std::uint16_t> code_page_of_mark(std::uint8_t mark) {
     return page->number;
 }
 
+// DOS has the numbers below 900. Windows has the rest, and 874, which is the same in both.
+bool is_dos_code_page(std::uint16_t code_page) {
+    constexpr std::uint16_t kThai = 874;
+    return code_page < 900 && code_page != kThai;
+}
+
 std::optional<std::uint16_t> code_page_named(std::string_view name) {
     const std::string text = upper(name);
     if (text == "UTF-8" || text == "UTF8" || text == "65001") return kUtf8;

@@ -19,6 +19,8 @@ inline constexpr std::uint16_t kUtf8 = 65001;  // no mark names it
 
 // The code page that a mark names, by its number on Windows; nothing for 0 and unknown marks.
 std::optional<std::uint16_t> code_page_of_mark(std::uint8_t mark);
+// True for the code pages of DOS, which Windows calls OEM.
+bool is_dos_code_page(std::uint16_t code_page);
 // The code page that a user names: its number (437), one of its names ("cp437", "windows-1252",
 // "macintosh", "utf-8", in any case), or a mark in hexadecimal ("0x01").
 std::optional<std::uint16_t> code_page_named(std::string_view name);

@@ -176,6 +176,18 @@ bool holds_value(const RecordView& record, const TableLayout& layout, const Fiel
     return read_field(record, layout, field).exactly_equals(value);
 }
 
+// Other programs write the same value in other forms (asterisks, slashed dates, zero bytes).
+// Putting back the value that was read keeps their form; only blanks are filled in. An empty text
+// or date is blank itself.
+bool says_already(const RecordView& record, const TableLayout& layout, const Field& field,
+                  const Value& value) {
+    if (!holds_value(record, layout, field, value)) return false;
+    const FieldForm form = field.kind->form;
+    if (form == FieldForm::kText || form == FieldForm::kDate) return true;
+    const Bytes raw = record.field(field);
+    return std::any_of(raw.begin(), raw.end(), [](Byte byte) { return byte != ' '; });
+}
+
 void write_field(MutableBytes record, const TableLayout& layout, const Field& field,
                  const Value& value) {
     set_null(record, layout, field, value.is_nil());

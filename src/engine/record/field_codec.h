@@ -23,6 +23,10 @@ Value read_field(const RecordView& record, const TableLayout& layout, const Fiel
 // True when read_field() would return exactly this value.
 bool holds_value(const RecordView& record, const TableLayout& layout, const Field& field,
                  const Value& value);
+// True when the field says this value already, be it in another form than write_field() would give
+// it, so that nothing is to be written.
+bool says_already(const RecordView& record, const TableLayout& layout, const Field& field,
+                  const Value& value);
 // Stores a value in any field but a memo. nil makes a nullable field NULL and empties any other. A
 // value of an unsuitable kind, or outside a binary field's range, is EngineFault kUnsuitableValue.
 void write_field(MutableBytes record, const TableLayout& layout, const Field& field,
