@@ -377,9 +377,11 @@ std::string AdvantageEngine::told(Status status, const std::string& path) const 
     std::array<char, 512> buffer{};
     auto size = static_cast<U16>(buffer.size() - 1);
     library_->AdsGetLastError(&code, buffer.data(), &size);
-    const std::string text = code == status ? in_one_line(buffer.data()) : std::string();
-    return path + ": " + (text.empty() ? "the database client gives no reason" : text) +
-           " (status " + std::to_string(status) + ")";
+    std::string text = code == status ? in_one_line(buffer.data()) : std::string();
+    if (text.empty()) text = "the database client gives no reason";
+    // The client may have named the file itself.
+    if (text.find(path) == std::string::npos) text.insert(0, path + ": ");
+    return text + " (status " + std::to_string(status) + ")";
 }
 
 Status AdvantageEngine::noted(Status status, const std::string& path) {
