@@ -3,6 +3,7 @@
 #include "engine/advantage/advantage_table.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "engine/advantage/assumptions.h"
@@ -68,6 +69,7 @@ OpenAnswer AdvantageTable::open(AdvantageEngine& engine, const std::string& path
 void AdvantageTable::prepare(Handle handle, std::optional<record::TableLayout> layout, bool oem,
                              int controlling) {
     handle_ = handle;
+    engine_.enlist(*this);
     layout_ = layout ? std::move(*layout) : layout_of_client();
     for (const record::Field& field : layout_.fields) descriptions_.push_back(describe(field));
     bytes_.resize(layout_.record_length);
@@ -154,7 +156,6 @@ AdvantageTable::~AdvantageTable() {
     } catch (const std::exception&) {
         // A caller that needs to know of a failed last write commits before closing.
     }
-    engine_.dismiss(*this);
 }
 
 Status AdvantageTable::flush_status() {
@@ -169,22 +170,27 @@ Status AdvantageTable::flush_status() {
 
 Status AdvantageTable::shut() {
     if (handle_ == 0) return 0;
-    struct Close {
-        AdvantageTable& table;
-        ~Close() {
-            const Handle handle = std::exchange(table.handle_, 0);
-            if (handle != 0) table.engine_.close_handle(handle);
-            table.place(0);
-            table.filter_ = {};
-            table.follower_ = {};
-            table.controlling_ = 0;
-            table.table_locked_ = false;
-            table.locks_.clear();
-            table.orders_.reset();
-        }
-    };
-    const Close close{*this};
-    return flush_status();
+    Status status = 0;
+    std::exception_ptr fault;
+    try {
+        status = flush_status();
+    } catch (const std::exception&) {
+        fault = std::current_exception();
+    }
+    if (handle_ != 0) {
+        engine_.dismiss(*this);
+        const Status closed = engine_.close_handle(std::exchange(handle_, Handle{0}));
+        if (status == 0) status = closed;
+    }
+    place(0);
+    filter_ = {};
+    follower_ = {};
+    controlling_ = 0;
+    table_locked_ = false;
+    locks_.clear();
+    orders_.reset();
+    if (fault) std::rethrow_exception(fault);
+    return status;
 }
 
 void AdvantageTable::lose() noexcept {

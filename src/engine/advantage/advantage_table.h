@@ -96,9 +96,9 @@ class AdvantageTable : public Table, public ClientTable {
 
   private:
     AdvantageTable(AdvantageEngine& engine, std::string path, TableSharing sharing)
-        : engine_(engine), path_(std::move(path)), exclusive_(sharing == TableSharing::kExclusive) {
-        engine_.enlist(*this);
-    }
+        : engine_(engine),
+          path_(std::move(path)),
+          exclusive_(sharing == TableSharing::kExclusive) {}
     static std::optional<record::TableLayout> layout_in_header(const std::string& path);
     record::TableLayout layout_of_client();
     std::optional<std::string> contradiction();
