@@ -71,7 +71,11 @@ bool AdvantageTable::place_near(bool any, bool forward) {
 bool AdvantageTable::first_in(const ClientOrder& order, const KeyValue* wanted) {
     const KeyValue* from = order.top_limit ? &*order.top_limit : nullptr;
     if (wanted != nullptr && (from == nullptr || order.place(*from, *wanted) <= 0)) from = wanted;
-    return from != nullptr ? walk(order).at_or_after(*from) : walk(order).first();
+    ClientWalk entries = walk(order);
+    bool any = from != nullptr ? entries.at_or_after(*from) : entries.first();
+    // In a descending order, a shorter limit begins before the longer keys with its text.
+    while (any && wanted != nullptr && entries.place(*wanted) < 0) any = entries.step(true);
+    return any;
 }
 
 bool AdvantageTable::last_in(const ClientOrder& order) {
