@@ -10,6 +10,7 @@
 #include "engine/record/code_page.h"
 #include "engine/record/dbf_file.h"
 #include "engine/record/field_codec.h"
+#include "engine/record/memo_format.h"
 #include "engine/record/table_path.h"
 #include "platform/file.h"
 #include "util/runtime.h"
@@ -284,7 +285,8 @@ std::string AdvantageTable::memo_text(const record::Field& field) {
     if (const auto pending = pending_memos_.find(&field); pending != pending_memos_.end()) {
         return pending->second;
     }
-    if (record_ == 0) return {};
+    const record::MemoPointer pointer = record::read_memo_pointer(view(), field);
+    if (record_ == 0 || (pointer.is_number && pointer.block == 0)) return {};
     const bool owned = owns(record_);
     if (const auto known = known_memos_.find(&field); owned && known != known_memos_.end()) {
         return known->second;

@@ -76,38 +76,51 @@ void ClientFields::differs(const std::string& what, Status status) const {
                       static_cast<int>(status));
 }
 
-std::string ClientFields::binary_memo(const record::Field& field, std::size_t length) {
+// The memo's length as binary data; nothing if the client refuses to tell it.
+std::optional<std::size_t> ClientFields::binary_length(const record::Field& field) {
     const ClientLibrary& client = cursor_.client();
-    std::string text(length + 1, '\0');
+    U32 length = 0;
+    if (client.AdsGetBinaryLength == nullptr || client.AdsGetBinary == nullptr ||
+        client.AdsGetBinaryLength(table_, field.name.c_str(), &length) != 0) {
+        return std::nullopt;
+    }
+    return length;
+}
+
+std::string ClientFields::binary_memo(const record::Field& field,
+                                      std::optional<std::size_t> length) {
+    const ClientLibrary& client = cursor_.client();
+    std::string text(length.value_or(0) + 1, '\0');
     auto size = static_cast<U32>(text.size());
-    const char* name = field.name.c_str();
-    U32 stored = 0;
-    const bool read = client.AdsGetBinaryLength != nullptr && client.AdsGetBinary != nullptr &&
-                      client.AdsGetBinaryLength(table_, name, &stored) == 0 && stored == length &&
-                      client.AdsGetBinary(table_, name, 0, text.data(), &size) == 0 &&
+    const bool read = length &&
+                      client.AdsGetBinary(table_, field.name.c_str(), 0, text.data(), &size) == 0 &&
                       size == length;
     if (!read) {
         throw EngineFault(FaultCode::kUnsupported, "field get",
                           path_ + ": field " + field.name +
                               ": the server's library does not give the bytes of this memo");
     }
-    text.resize(length);
+    text.resize(*length);
     return text;
 }
 
-// In a table whose text the client recodes, only the binary functions give the bytes as they are.
+// Read as text, a memo may end at a zero byte, and in an OEM table the client recodes it. Then only
+// the binary functions give its bytes.
 std::string ClientFields::memo(const record::Field& field) {
     const ClientLibrary& client = cursor_.client();
+    const char* name = field.name.c_str();
     U32 length = 0;
-    cursor_.require(client.AdsGetMemoLength(table_, field.name.c_str(), &length), "field get");
-    if (length == 0) return {};
+    cursor_.require(client.AdsGetMemoLength(table_, name, &length), "field get");
     std::string text(std::size_t{length} + 1, '\0');
     U32 size = length + 1;
-    cursor_.require(client.AdsGetField(table_, field.name.c_str(), text.data(), &size, kNotTrimmed),
-                    "field get");
+    if (length != 0) {
+        cursor_.require(client.AdsGetField(table_, name, text.data(), &size, kNotTrimmed),
+                        "field get");
+    }
     text.resize(std::min(size, length));
-    const bool whole = size == length && !(oem_ && has_high_bytes(text));
-    return whole ? text : binary_memo(field, length);
+    const std::optional<std::size_t> bytes = binary_length(field);
+    const bool is_cut = text.size() < std::max<std::size_t>(length, bytes.value_or(0));
+    return is_cut || (oem_ && has_high_bytes(text)) ? binary_memo(field, bytes) : text;
 }
 
 // A refused field shows in the comparison that follows.

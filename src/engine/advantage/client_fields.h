@@ -8,6 +8,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "engine/advantage/client_cursor.h"
@@ -33,7 +34,8 @@ class ClientFields {
   private:
     void send_field(Bytes wanted, const record::Field& field);
     void send_memo(const record::Field& field, const std::string& text);
-    std::string binary_memo(const record::Field& field, std::size_t length);
+    std::optional<std::size_t> binary_length(const record::Field& field);
+    std::string binary_memo(const record::Field& field, std::optional<std::size_t> length);
     std::vector<Byte> expected(Bytes wanted);
     [[noreturn]] void differs(const std::string& what, Status status) const;
 
