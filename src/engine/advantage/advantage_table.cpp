@@ -443,8 +443,11 @@ bool AdvantageTable::was_refused(Status status, const char* operation) {
     return true;
 }
 
+// A status that is not known as a refusal may hide a lock that was acquired all the same.
 bool AdvantageTable::lock_at_client(RecordNumber record) {
-    if (was_refused(client().AdsLockRecord(handle_, record), "lock")) return false;
+    const Status status = client().AdsLockRecord(handle_, record);
+    const bool refused = was_refused(status, "lock");
+    if (refused && (status == kLockFailed || !is_locked_at_client(record))) return false;
     locks_.insert(record);
     return true;
 }
@@ -479,6 +482,10 @@ bool AdvantageTable::lock_table(LockTry) {
     if (owns_all()) return true;
     const Status status = client().AdsLockTable(handle_);
     table_locked_ = !was_refused(status, "lock file");
+    // A status that is not known as a refusal may hide a lock that was acquired all the same.
+    if (!table_locked_ && status != kLockFailed) {
+        static_cast<void>(client().AdsUnlockTable(handle_));
+    }
     const std::set<RecordNumber> held = std::exchange(locks_, {});
     for (const RecordNumber record : held) {
         if (!table_locked_ && keep_lock(record)) locks_.insert(record);
@@ -491,10 +498,14 @@ bool AdvantageTable::lock_table(LockTry) {
 void AdvantageTable::unlock_record(RecordNumber record) {
     if (handle_ == 0 && !lost_) return;
     if (record == record_) flush();
-    if (locks_.erase(record) != 0) {
-        // What fails here is a lock that is gone already, or a connection, and its locks with it.
-        static_cast<void>(client().AdsUnlockRecord(handle_, record));
-    }
+    if (locks_.erase(record) != 0) unlock_at_client(record);
+}
+
+// What fails here is mostly a lock that is gone already, or a connection, and its locks with it. A
+// lock that is still there gets a second try.
+void AdvantageTable::unlock_at_client(RecordNumber record) {
+    if (client().AdsUnlockRecord(handle_, record) == 0 || !is_locked_at_client(record)) return;
+    static_cast<void>(client().AdsUnlockRecord(handle_, record));
 }
 
 void AdvantageTable::unlock_all() {
@@ -506,11 +517,10 @@ void AdvantageTable::unlock_all() {
 void AdvantageTable::release_locks() {
     if (!table_locked_ && locks_.empty()) return;
     const std::set<RecordNumber> held = std::exchange(locks_, {});
-    table_locked_ = false;
+    const bool table = std::exchange(table_locked_, false);
     if (client().AdsUnlockTable(handle_) == 0) return;
-    for (const RecordNumber record : held) {
-        static_cast<void>(client().AdsUnlockRecord(handle_, record));
-    }
+    if (table) static_cast<void>(client().AdsUnlockTable(handle_));
+    for (const RecordNumber record : held) unlock_at_client(record);
 }
 
 // -- Appends.
@@ -565,17 +575,20 @@ RecordNumber AdvantageTable::new_record() {
     const RecordNumber before = record_count();
     cursor_->lose_place();
     RecordNumber record = 0;
-    bool refused = was_refused(client().AdsAppendRecord(handle_), "append");
-    if (!refused) {
-        require(client().AdsGetRecordNum(handle_, kIgnoreFilters, &record), "append");
-        refused = !owns_all() && !lock_at_client(record);
-    }
-    if (refused) {
+    try {
+        if (!was_refused(client().AdsAppendRecord(handle_), "append")) {
+            require(client().AdsGetRecordNum(handle_, kIgnoreFilters, &record), "append");
+            if (owns_all() || lock_at_client(record)) {
+                cursor_->appended(record);
+                return record;
+            }
+        }
+    } catch (const EngineFault&) {
         cancel_append(before, record);
-        return 0;
+        throw;
     }
-    cursor_->appended(record);
-    return record;
+    cancel_append(before, record);
+    return 0;
 }
 
 // Leaves no live record of an append that did not succeed: blanks it and marks it deleted, for the

@@ -133,6 +133,7 @@ class AdvantageTable : public Table, public ClientTable {
     bool was_refused(Status status, const char* operation);
     bool is_locked_at_client(RecordNumber record);
     bool keep_lock(RecordNumber record);
+    void unlock_at_client(RecordNumber record);
     void release_locks();
 
     // -- Appends.
