@@ -10,7 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "engine/advantage/advantage_table.h"
 #include "engine/advantage/assumptions.h"
+#include "engine/record/table_path.h"
 #include "platform/file.h"
 #include "platform/folders.h"
 
@@ -322,6 +324,17 @@ std::variant<Handle, Refusal> AdvantageEngine::open_handle(const std::string& pa
         throw EngineFault(FaultCode::kInputOutput, "open", text, static_cast<int>(status));
     }
     return table;
+}
+
+OpenAnswer AdvantageEngine::open(const std::string& path, TableSharing sharing, int controlling) {
+    client();
+    try {
+        return AdvantageTable::open(*this, record::table_path(path), sharing, controlling);
+    } catch (const EngineFault& fault) {
+        last_error_ = fault.what();
+        if (!is_damage(fault)) throw;
+        return damaged(fault);
+    }
 }
 
 // A handle that stays open would keep its locks.
