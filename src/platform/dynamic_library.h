@@ -55,4 +55,8 @@ class DynamicLibrary {
 // of an address in this process, and ".dll".
 std::string library_file_name(const std::string& stem);
 
+// A path of this process as such a library takes it: on Windows in the ANSI code page, if need be
+// by the file's short name.
+std::string path_for_libraries(const std::string& path);
+
 }  // namespace brenik::platform

@@ -13,6 +13,7 @@
 #include "engine/advantage/advantage_table.h"
 #include "engine/advantage/assumptions.h"
 #include "engine/record/table_path.h"
+#include "platform/dynamic_library.h"
 #include "platform/file.h"
 #include "platform/folders.h"
 
@@ -24,13 +25,13 @@ constexpr U16 kShown = 1;
 constexpr U16 kHidden = 0;
 constexpr int kAliasTries = 100;
 
-std::string systems_path(const std::string& path) {
-    return platform::system_path(platform::absolute_path(path));
+std::string clients_path(const std::string& path) {
+    return platform::path_for_libraries(platform::system_path(platform::absolute_path(path)));
 }
 
 // A folder without its last separator, unless it is a root.
 std::string folder_path(const std::string& folder) {
-    const std::string path = systems_path(folder);
+    const std::string path = clients_path(folder);
     const std::size_t end = path.find_last_not_of("/\\");
     const bool root = end == std::string::npos || path[end] == ':';
     return root ? path : path.substr(0, end + 1);
@@ -91,24 +92,26 @@ const ClientLibrary& AdvantageEngine::client() {
     return *library_;
 }
 
+// A setting that could not be put back last time still has the value of ours, and the host's is
+// known.
 void AdvantageEngine::take_settings() {
     const ClientLibrary& api = *library_;
     try {
         const std::optional<bool> deleted = deleted_setting();
         require_setting(api.AdsShowDeleted(kShown), "AdsShowDeleted");
-        host_.shows_deleted = deleted == deleted_setting();
+        if (!host_.shows_deleted) host_.shows_deleted = deleted == deleted_setting();
 
         U16 exact = 0;
         const bool known = api.AdsGetExact != nullptr && api.AdsGetExact(&exact) == kSuccess;
         require_setting(api.AdsSetExact(0), "AdsSetExact");
-        host_.exact = known ? exact : U16{0};
+        if (!host_.exact) host_.exact = known ? exact : U16{0};
 
         std::array<char, 64> format{};
         auto size = static_cast<U16>(format.size() - 1);
         const bool told = api.AdsGetDateFormat != nullptr &&
                           api.AdsGetDateFormat(format.data(), &size) == kSuccess;
         require_setting(api.AdsSetDateFormat(kDateFormat), "AdsSetDateFormat");
-        host_.date_format = told ? format.data() : kDateFormat;
+        if (!host_.date_format) host_.date_format = told ? format.data() : kDateFormat;
         settings_taken_ = true;
     } catch (...) {
         put_settings_back();
@@ -130,20 +133,23 @@ void AdvantageEngine::require_setting(Status status, const char* setting) const 
                       static_cast<int>(status));
 }
 
-// A failure leaves nothing to do: the host gets what the client makes of it.
 void AdvantageEngine::put_settings_back() noexcept {
     const ClientLibrary& api = *library_;
-    if (host_.shows_deleted) api.AdsShowDeleted(*host_.shows_deleted ? kShown : kHidden);
-    if (host_.exact) api.AdsSetExact(*host_.exact);
-    if (host_.date_format) api.AdsSetDateFormat(host_.date_format->c_str());
-    if (host_.server_type) api.AdsSetServerType(kUsualServers);
-    host_ = {};
+    const auto put_back = [](auto& setting, const auto& set) {
+        if (setting && set(*setting) == kSuccess) setting.reset();
+    };
+    put_back(host_.shows_deleted,
+             [&](bool shown) { return api.AdsShowDeleted(shown ? kShown : kHidden); });
+    put_back(host_.exact, [&](U16 exact) { return api.AdsSetExact(exact); });
+    put_back(host_.date_format,
+             [&](const std::string& format) { return api.AdsSetDateFormat(format.c_str()); });
+    put_back(host_.server_types, [&](U16 types) { return api.AdsSetServerType(types); });
     settings_taken_ = false;
 }
 
 Status AdvantageEngine::set_types(U16 types) {
     const ClientLibrary& api = client();
-    host_.server_type = true;
+    host_.server_types = kUsualServers;
     return api.AdsSetServerType(types);
 }
 
@@ -299,7 +305,7 @@ std::variant<Handle, Refusal> AdvantageEngine::open_handle(const std::string& pa
                                                            TableSharing sharing, U16 characters,
                                                            U16 table_type) {
     const ClientLibrary& api = client();
-    const std::string file = systems_path(path);
+    const std::string file = clients_path(path);
     const std::string folder = folder_of(file);
     const bool is_new = connect_for(folder);
     Handle table = 0;
@@ -380,6 +386,7 @@ int AdvantageEngine::write_all_records() {
 int AdvantageEngine::close_all_tables() {
     const int closed = for_each_table([](ClientTable& table) { return table.shut(); });
     const Status disconnected = disconnect();
+    put_settings_back();
     return closed != 0 ? closed : static_cast<int>(disconnected);
 }
 

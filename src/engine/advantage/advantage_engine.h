@@ -70,7 +70,7 @@ class AdvantageEngine : public Engine {
     void set_full_durability(bool on) override { full_durability_ = on; }
     void set_index_cache(std::size_t) override {}  // the client manages its own memory
     int write_all_records() override;
-    // Drops the connection, too.
+    // Also drops the connection and puts the settings of the process back.
     int close_all_tables() override;
 
     // -- For its tables.
@@ -110,7 +110,7 @@ class AdvantageEngine : public Engine {
         std::optional<bool> shows_deleted;
         std::optional<U16> exact;
         std::optional<std::string> date_format;
-        bool server_type = false;
+        std::optional<U16> server_types;  // cannot be read, so the client's usual ones
     };
 
     void take_settings();

@@ -109,8 +109,8 @@ constexpr Assumption kRows[] = {
      "it may end when the record is written; the engine locks the record explicitly and looks "
      "again",
      "append-lock", kInferred},
-    {"visibility of an appended record", "others see it when it is written", "append-visible",
-     kInferred},
+    {"visibility of an appended record", "others may see it, blank, before it is written",
+     "append-visible", kInferred},
     {"cancelled append", "leaves a blank record that is marked deleted, or none", "cancel-append",
      kDocumented},
     // -- Fields and bytes.

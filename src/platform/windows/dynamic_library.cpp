@@ -136,6 +136,12 @@ std::string library_file_name(const std::string& stem) {
     return stem + std::to_string(kBits) + ".dll";
 }
 
+std::string path_for_libraries(const std::string& path) {
+    const std::optional<std::wstring> wide = wide_text(path);
+    const std::string narrow = wide ? narrow_path(*wide, CP_ACP) : std::string();
+    return narrow.empty() ? path : narrow;
+}
+
 DynamicLibrary DynamicLibrary::load_file(const std::string& path) {
     const std::optional<std::wstring> full = full_path(path);
     if (!full || !is_absolute(path)) {

@@ -62,19 +62,8 @@ std::string folder_identity(const std::string& path) {
            ":" + std::to_string(facts.nFileIndexLow);
 }
 
-// If the code page lacks a character, gives the short form, or nothing: with the nearest character
-// it would be another path.
 std::string path_variable(const std::string& name) {
-    const std::wstring path =
-        wide_environment_variable(std::wstring(name.begin(), name.end()).c_str());
-    const std::string narrow = narrow_text(path);
-    if (wide_text(narrow) == path) return narrow;
-    std::wstring brief(path.size() + 1, L'\0');
-    const DWORD length =
-        GetShortPathNameW(path.c_str(), brief.data(), static_cast<DWORD>(brief.size()));
-    brief.resize(length < brief.size() ? length : 0);
-    const std::string reachable = narrow_text(brief);
-    return wide_text(reachable) == brief ? reachable : std::string();
+    return narrow_path(wide_environment_variable(std::wstring(name.begin(), name.end()).c_str()));
 }
 
 std::string fault_file_path() {

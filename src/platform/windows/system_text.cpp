@@ -70,16 +70,30 @@ std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page)
     return wide;
 }
 
-std::string narrow_text(std::wstring_view text) {
+std::string narrow_text(std::wstring_view text) { return narrow_text(text, process_code_page); }
+
+std::string narrow_text(std::wstring_view text, unsigned code_page) {
     if (text.empty() || text.size() > std::numeric_limits<int>::max()) return {};
     const int size = static_cast<int>(text.size());
     const int length =
-        WideCharToMultiByte(process_code_page, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+        WideCharToMultiByte(code_page, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
     if (length <= 0) return {};
     std::string narrow(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(process_code_page, 0, text.data(), size, narrow.data(), length, nullptr,
-                        nullptr);
+    WideCharToMultiByte(code_page, 0, text.data(), size, narrow.data(), length, nullptr, nullptr);
     return narrow;
+}
+
+std::string narrow_path(const std::wstring& path) { return narrow_path(path, process_code_page); }
+
+std::string narrow_path(const std::wstring& path, unsigned code_page) {
+    const std::string narrow = narrow_text(path, code_page);
+    if (wide_text(narrow, code_page) == path) return narrow;
+    std::wstring brief(path.size() + 1, L'\0');
+    const DWORD length =
+        GetShortPathNameW(path.c_str(), brief.data(), static_cast<DWORD>(brief.size()));
+    brief.resize(length < brief.size() ? length : 0);
+    const std::string reachable = narrow_text(brief, code_page);
+    return wide_text(reachable, code_page) == brief ? reachable : std::string();
 }
 
 std::optional<std::wstring> full_path(const std::string& path) {

@@ -23,6 +23,12 @@ std::string narrow_text(std::wstring_view text);
 
 // The same for the text of a known code page.
 std::optional<std::wstring> wide_text(std::string_view text, unsigned code_page);
+std::string narrow_text(std::wstring_view text, unsigned code_page);
+
+// A path in the process's code page, or in another one. If the page lacks a character, the short
+// form, or nothing: with the nearest character it would be another path.
+std::string narrow_path(const std::wstring& path);
+std::string narrow_path(const std::wstring& path, unsigned code_page);
 
 // The absolute path for a system call, in the unlimited form if it is long; nothing for a text that
 // cannot be a path.
