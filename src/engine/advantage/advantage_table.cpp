@@ -185,6 +185,7 @@ Status AdvantageTable::shut() {
     }
     place(0);
     filter_ = {};
+    servers_filter_.clear();
     follower_ = {};
     controlling_ = 0;
     table_locked_ = false;
@@ -223,6 +224,10 @@ RecordNumber AdvantageTable::record_count() {
 
 void AdvantageTable::require_at(RecordNumber record, const char* operation) {
     if (cursor_->go_to(record)) return;
+    if (!servers_filter_.empty()) {
+        filter_at_server({});  // it may keep the client from the record
+        if (cursor_->go_to(record)) return;
+    }
     throw EngineFault(FaultCode::kInputOutput, operation,
                       path_ + ": record " + std::to_string(record) + " is gone");
 }
@@ -404,6 +409,7 @@ void AdvantageTable::tell_duplicate(const EngineFault& fault, RecordNumber recor
 bool AdvantageTable::has_duplicate_key(RecordNumber record) {
     const record::RecordView refused{bytes_, record};
     try {
+        const Unfiltered all_records(*this);
         for (const auto& order : orders_->all()) {
             if (!order->key.takes(refused)) continue;
             const KeyValue key = order->key.of(refused);
@@ -664,6 +670,7 @@ bool AdvantageTable::is_taken(std::size_t order) {
     const record::RecordView begun{bytes_, 0};
     if (!distinct.key.takes(begun)) return false;
     const KeyValue key = distinct.key.of(begun);
+    const Unfiltered all_records(*this);
     ClientWalk others = walk(distinct);
     return others.at_or_after(key) && others.place(key) == 0;
 }
@@ -760,9 +767,5 @@ void AdvantageTable::set_scope(ScopeEnd end, const Value& value) {
     (top ? order.top_limit : order.bottom_limit) = std::move(limit);
     (top ? order.top : order.bottom) = value;
 }
-
-void AdvantageTable::set_filter(Filter filter, const std::string&) { filter_ = std::move(filter); }
-
-FilterOptimisation AdvantageTable::filter_optimisation() const { return FilterOptimisation::kNone; }
 
 }  // namespace brenik::advantage

@@ -152,6 +152,21 @@ class AdvantageTable : public Table, public ClientTable {
     void moved() {
         if (follower_) follower_();
     }
+    // While it lives, the client walks through records that the filter leaves out, too.
+    class Unfiltered {
+      public:
+        explicit Unfiltered(AdvantageTable& table) : table_(table), filter_(table.servers_filter_) {
+            table_.filter_at_server({});
+        }
+        ~Unfiltered();
+        Unfiltered(const Unfiltered&) = delete;
+        Unfiltered& operator=(const Unfiltered&) = delete;
+
+      private:
+        AdvantageTable& table_;
+        const std::string filter_;
+    };
+    void filter_at_server(const std::string& text);
     bool shows(const record::RecordView& record) const;
     bool hides_records() const { return engine_.deleted_hidden() || filter_; }
     ClientWalk walk(const ClientOrder& order) { return {*cursor_, order}; }
@@ -199,6 +214,7 @@ class AdvantageTable : public Table, public ClientTable {
 
     std::size_t controlling_ = 0;
     Filter filter_;
+    std::string servers_filter_;  // its text while the server evaluates it too, otherwise empty
     std::function<void()> follower_;
 };
 

@@ -24,6 +24,44 @@ bool AdvantageTable::shows(const record::RecordView& record) const {
     return !filter_ || filter_(record);
 }
 
+// -- The filter. A remote server passes over what it leaves out, so that fewer records travel. The
+// local one would miss changes of others. The function decides in either case.
+
+void AdvantageTable::set_filter(Filter filter, const std::string& text) {
+    filter_ = std::move(filter);
+    if (is_open()) filter_at_server(filter_ && engine_.is_remote() ? text : std::string());
+}
+
+// Changes nothing for a text that the server does not take.
+void AdvantageTable::filter_at_server(const std::string& text) {
+    if (!servers_filter_.empty()) {
+        cursor_->lose_place();
+        require(client().AdsClearAOF(handle_), "filter");
+        servers_filter_.clear();
+    }
+    if (text.empty() || client().AdsSetAOF == nullptr || client().AdsClearAOF == nullptr) return;
+    cursor_->lose_place();
+    if (client().AdsSetAOF(handle_, text.c_str(), kDynamicFilter) == 0) servers_filter_ = text;
+}
+
+AdvantageTable::Unfiltered::~Unfiltered() {
+    try {
+        if (table_.handle_ != 0) table_.filter_at_server(filter_);
+    } catch (const std::exception&) {
+        // Without the server, the function filters alone.
+    }
+}
+
+FilterOptimisation AdvantageTable::filter_optimisation() const {
+    const auto ask = servers_filter_.empty() ? nullptr : engine_.client().AdsGetAOFOptLevel;
+    U16 level = kNotOptimised, size = 0;
+    if (ask == nullptr || ask(handle_, &level, nullptr, &size) != 0) {
+        return FilterOptimisation::kNone;
+    }
+    if (level == kFullyOptimised) return FilterOptimisation::kFull;
+    return level == kPartlyOptimised ? FilterOptimisation::kPartial : FilterOptimisation::kNone;
+}
+
 void AdvantageTable::move_to(RecordNumber record) {
     flush();
     place_by_number(is_open() && record <= record_count() ? record : 0);
@@ -43,6 +81,7 @@ void AdvantageTable::go_to(RecordNumber record) {
 // False for a record that the order leaves out, from which the client cannot step.
 bool AdvantageTable::is_in(const ClientOrder& order) {
     if (!order.key.takes(view())) return false;
+    if (!servers_filter_.empty() && filter_ && !filter_(view())) return false;
     if (!order.description.unique && !order.description.custom) return true;
     require_at(record_, "skip");
     U32 number = 0;
@@ -222,6 +261,7 @@ std::optional<std::string> AdvantageTable::last_key(std::size_t order, const std
     if (unwritten_) flush();
     const ClientOrder& wanted = orders_->attached(order);
     const KeyValue key = wanted.key.sought(limit);
+    const Unfiltered all_records(*this);
     ClientWalk entries = walk(wanted);
     const bool any =
         wanted.description.descending ? entries.at_or_after(key) : entries.at_or_before(key);
