@@ -180,6 +180,7 @@ class AdvantageTable : public Table, public ClientTable {
     bool step(bool forward);
     bool step_by_number(bool forward);
     bool leap(std::int64_t count);
+    bool end_by_number(bool top);
     void go_end(bool top);
     void orders_attached(std::size_t before, int controlling);
     [[noreturn]] void refuse_order(std::size_t order, const char* operation) const;

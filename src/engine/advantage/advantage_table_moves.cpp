@@ -161,18 +161,23 @@ bool AdvantageTable::leap(std::int64_t count) {
     return true;
 }
 
+bool AdvantageTable::end_by_number(bool top) {
+    const RecordNumber count = record_count();
+    if (count == 0) return false;
+    place_by_number(top ? 1 : count);
+    return !hides_records() || shows(view()) || step_by_number(top);
+}
+
 void AdvantageTable::go_end(bool top) {
     flush();
-    if (!is_open()) {
-        place(0);
-    } else if (controlling_ == 0) {
-        const RecordNumber count = record_count();
-        place_by_number(top ? std::min<RecordNumber>(1, count) : count);
-        if (record_ != 0 && hides_records() && !shows(view()) && !step_by_number(top)) place(0);
-    } else if (!place_near(top ? first_in(controlling()) : last_in(controlling()), top)) {
-        place(0);
+    bool any = false;
+    if (is_open() && controlling_ == 0) {
+        any = end_by_number(top);
+    } else if (is_open()) {
+        any = place_near(top ? first_in(controlling()) : last_in(controlling()), top);
     }
-    at_beginning_ = record_ == 0;
+    if (!any) place(0);
+    at_beginning_ = !any;
 }
 
 void AdvantageTable::go_top() {

@@ -153,9 +153,10 @@ void ClientOrders::detach_all() {
     attached_.clear();
     orders_.resize(structural_);
     engine_.require(engine_.client().AdsCloseAllIndexes(table_), "clear orders", path_, table_);
-    for (U16 number = 0; number < structural_; ++number) {
-        orders_[number]->handle = handle_of(static_cast<U16>(number + 1));
-        orders_[number]->clear_scopes();
+    U16 number = 0;
+    for (const auto& order : orders_) {
+        order->handle = handle_of(++number);
+        order->clear_scopes();
     }
 }
 
