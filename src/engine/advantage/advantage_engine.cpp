@@ -263,7 +263,7 @@ bool AdvantageEngine::still_answers(Handle table) const noexcept {
 }
 
 // A table whose handle fails while another one answers is lost alone.
-bool AdvantageEngine::answers(Handle table) {
+bool AdvantageEngine::answers(Handle table) noexcept {
     if (still_answers(table)) return true;
     const auto has_handle = [&](const ClientTable* one) { return one->handle() == table; };
     const auto own = std::find_if(tables_.begin(), tables_.end(), has_handle);
@@ -274,7 +274,7 @@ bool AdvantageEngine::answers(Handle table) {
         ClientTable& lost = **own;
         tables_.erase(own);
         lost.lose();
-        close_handle(table);
+        library_->AdsCloseTable(table);
     }
     return false;
 }
@@ -297,6 +297,7 @@ Status AdvantageEngine::open_once(const std::string& path, TableSharing sharing,
     for (int attempt = 0; attempt < kAliasTries && status == kDuplicateAlias; ++attempt) {
         status = api.AdsOpenTable(connection_, path.c_str(), next_alias().c_str(), table_type,
                                   characters, locking, kCheckRights, options, &table);
+        if (status != kSuccess && table != 0) api.AdsCloseTable(std::exchange(table, Handle{0}));
     }
     return status;
 }
@@ -318,7 +319,6 @@ std::variant<Handle, Refusal> AdvantageEngine::open_handle(const std::string& pa
             return answer;
         }
         connect_for(folder);
-        table = 0;
         status = open_once(file, sharing, characters, table_type, table);
         if (status != kSuccess) return refusal(status, path);
     }
@@ -343,10 +343,17 @@ OpenAnswer AdvantageEngine::open(const std::string& path, TableSharing sharing, 
     }
 }
 
-// A handle that stays open would keep its locks.
+// A handle that stays open would keep its locks, so a failure is looked into. Another table is
+// asked first, because this handle may be closed all the same. Without an answer the connection
+// goes, and the handle with it.
 Status AdvantageEngine::close_handle(Handle table) noexcept {
     const Status status = library_->AdsCloseTable(table);
-    if (status != kSuccess && still_answers(table)) library_->AdsCloseTable(table);
+    if (status == kSuccess) return status;
+    if (tables_.empty() || !still_answers((*tables_.begin())->handle())) {
+        lose_connection();
+    } else if (still_answers(table)) {
+        library_->AdsCloseTable(table);
+    }
     return status;
 }
 
@@ -437,13 +444,22 @@ Refusal AdvantageEngine::refusal(Status status, const std::string& path) {
         return Refusal{reason, code, last_error_, static_cast<int>(status)};
     };
     if (tells_damage(status)) return refused(RefusalReason::kDamaged, FaultCode::kDamagedFile);
-    if (status == kFileNotFound || status == kNoSuchFile || !platform::file_exists(path)) {
+    if (status == kFileNotFound || status == kNoSuchFile) {
         return refused(RefusalReason::kMissing, FaultCode::kInputOutput);
     }
-    if (status == kNotOpened || status == kRefusedBySystem) {
-        return refused(RefusalReason::kHeld, FaultCode::kBusy);
+    // The client's status for a file that another user holds may also mean one that this user may
+    // not open, or that there is none.
+    switch (platform::File::open(path, platform::OpenMode::kReadWrite).failure()) {
+        case platform::OpenFailure::kMissing:
+            return refused(RefusalReason::kMissing, FaultCode::kInputOutput);
+        case platform::OpenFailure::kDenied:
+            return refused(RefusalReason::kNotPermitted, FaultCode::kInputOutput);
+        default:
+            break;
     }
-    return refused(RefusalReason::kNotPermitted, FaultCode::kInputOutput);
+    return status == kNotOpened || status == kRefusedBySystem
+               ? refused(RefusalReason::kHeld, FaultCode::kBusy)
+               : refused(RefusalReason::kNotPermitted, FaultCode::kInputOutput);
 }
 
 }  // namespace brenik::advantage

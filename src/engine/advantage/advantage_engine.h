@@ -102,7 +102,7 @@ class AdvantageEngine : public Engine {
     // Keeps the client's text for last_error(), and returns the status.
     Status noted(Status status, const std::string& path);
     // False when the server or the handle is gone; then the tables concerned are told.
-    bool answers(Handle table);
+    bool answers(Handle table) noexcept;
 
   private:
     // What the process had before. Empty: not changed by us.

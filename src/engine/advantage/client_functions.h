@@ -71,11 +71,9 @@ using I32 = std::int32_t;
     FUNCTION(AdsGetIndexCondition, Handle order, char* expression, U16* size)                     \
     FUNCTION(AdsIsIndexUnique, Handle order, U16* is)                                             \
     FUNCTION(AdsIsIndexDescending, Handle order, U16* is)                                         \
-    FUNCTION(AdsGetKeyType, Handle order, U16* type)                                              \
     FUNCTION(AdsGetKeyLength, Handle order, U16* length)                                          \
     FUNCTION(AdsGetKeyCount, Handle order, U16 filters, U32* count)                               \
     FUNCTION(AdsGetKeyNum, Handle order, U16 filters, U32* number)                                \
-    FUNCTION(AdsExtractKey, Handle order, void* key, U16* size)                                   \
     FUNCTION(AdsSeek, Handle order, const void* key, U16 length, U16 type, U16 mode, U16* found)
 
 #define BRENIK_CLIENT_OPTIONAL(FUNCTION)                                                          \
@@ -95,6 +93,8 @@ using I32 = std::int32_t;
     FUNCTION(AdsSeekLast, Handle order, const void* key, U16 length, U16 type, U16* found) /* steps */ \
     FUNCTION(AdsSetAOF, Handle table, const char* filter, U16 options) /* the engine's own filter */ \
     FUNCTION(AdsClearAOF, Handle table)                                                           \
+    FUNCTION(AdsGetKeyType, Handle order, U16* type)             /* nothing: only probes call it */ \
+    FUNCTION(AdsExtractKey, Handle order, void* key, U16* size)  /* nothing: only probes call it */ \
     FUNCTION(AdsGetAOFOptLevel, Handle table, U16* level, char* rest, U16* size) /* not optimised */
 // clang-format on
 
