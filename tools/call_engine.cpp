@@ -40,6 +40,9 @@ Relation relation(const WorkAreas& areas, const Arguments& a) {
 }
 
 constexpr auto open_table = [](Session& session, Arguments& a) {
+    if (const std::string driver = a.text(1, ""); !driver.empty()) {
+        session.areas.require_driver(driver);
+    }
     session.areas.open(a.text(2), a.optional_text(3),
                        a.logical(4, true) ? TableSharing::kShared : TableSharing::kExclusive,
                        a.logical(0, false) ? OpenIn::kNewArea : OpenIn::kCurrentArea);
@@ -81,22 +84,6 @@ constexpr auto select_area = [](Session& session, Arguments& a) {
 };
 
 constexpr std::array kOperations{
-    Routine{"ADSCLOSEALLTABLES", "",
-            [](Session& s) { return s.areas.engine().close_all_tables(); }},
-    Routine{"ADSISSERVERLOADED", "folder",
-            [](Session& s, Arguments& a) { return s.areas.engine().server_loaded(a.text(0)); }},
-    Routine{"ADSLOCKING", "proprietary",
-            [](Session& s, Arguments& a) {
-                return s.areas.engine().set_proprietary_locking(a.logical(0));
-            }},
-    Routine{"ADSREFRESHRECORD", "", [](Table& t) { return t.refresh_record(); }},
-    Routine{"ADSSETSERVERTYPE", "[server type]",
-            [](Session& s, Arguments& a) {
-                constexpr int kNoArgument = 999999;
-                return a.given(0) ? s.areas.engine().set_server_type(a.small(0)) : kNoArgument;
-            }},
-    Routine{"ADSWRITEALLRECORDS", "",
-            [](Session& s) { return s.areas.engine().write_all_records(); }},
     Routine{"add order list", "index file",
             [](WorkAreas& w, Arguments& a) { static_cast<void>(w.add_orders(a.text(0))); }},
     Routine{"alias", "", [](Session& s) { return s.areas.alias(); }},

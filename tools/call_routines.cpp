@@ -15,6 +15,7 @@
 #include "c_source/retries.h"
 #include "call_table.h"
 #include "data/add_rec.h"
+#include "data/ads.h"
 #include "data/append_blank.h"
 #include "data/close_all.h"
 #include "data/cmfun.h"
@@ -138,6 +139,15 @@ constexpr auto call_SCATGAT = [](Session& session, Arguments& a) {
 constexpr std::array kRoutines{
     Routine{"A2STR", "array", [](Arguments& a) { return A2STR(a.value(0)); }},
     Routine{"ADD_REC", "[record object], [assign identifier], [commit], [seconds]", call_ADD_REC},
+    Routine{"ADSCLOSEALLTABLES", "", [](Session& s) { return ADSCLOSEALLTABLES(s); }},
+    Routine{"ADSISSERVERLOADED", "folder",
+            [](Session& s, Arguments& a) { return ADSISSERVERLOADED(s, a.text(0)); }},
+    Routine{"ADSLOCKING", "proprietary",
+            [](Session& s, Arguments& a) { return ADSLOCKING(s, a.logical(0)); }},
+    Routine{"ADSREFRESHRECORD", "", [](Session& s) { return ADSREFRESHRECORD(s); }},
+    Routine{"ADSSETSERVERTYPE", "[server type]",
+            [](Session& s, Arguments& a) { return ADSSETSERVERTYPE(s, a.optional_small(0)); }},
+    Routine{"ADSWRITEALLRECORDS", "", [](Session& s) { return ADSWRITEALLRECORDS(s); }},
     Routine{"AGE", "[date]", [](Session& s, Arguments& a) { return AGE(s, a.value(0)); }},
     Routine{"AMPM", "24-hour text", [](Arguments& a) { return AMPM(a.text(0)); }},
     Routine{"AMPMTO24", "12-hour text", [](Arguments& a) { return AMPMTO24(a.text(0)); }},

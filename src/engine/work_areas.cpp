@@ -114,6 +114,13 @@ void WorkAreas::set_engine(Engine& engine) {
     engine_ = &engine;
 }
 
+void WorkAreas::require_driver(const std::string& name) const {
+    if (equal_ignoring_case(name, driver_)) return;
+    throw EngineFault(FaultCode::kUnknownName, "open table",
+                      name + ": no such table driver" +
+                          (driver_.empty() ? "; none is registered" : "; use " + driver_));
+}
+
 Engine& WorkAreas::engine() const {
     if (engine_) return *engine_;
     throw EngineFault(FaultCode::kEmptyWorkArea, "engine", "no session has been started");

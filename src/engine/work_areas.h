@@ -92,6 +92,11 @@ class WorkAreas {
     // kLimit if no slot is free.
     void open(const std::string& path, const std::optional<std::string>& alias,
               TableSharing sharing, OpenIn where = OpenIn::kCurrentArea);
+    // The engine is known to callers as a table driver with a name. A caller that names the driver
+    // of an open asks here first: EngineFault kUnknownName unless it is that one (in any letter
+    // case).
+    void register_driver(const std::string& name) { driver_ = name; }
+    void require_driver(const std::string& name) const;
     // Why the last open or add_orders was refused; empty if it was not. Searches for the holders.
     std::string refusal() const { return refusal_ ? refusal_->explanation() : std::string(); }
     // Takes back an open that turned out to be useless: empties the slot and sets the network error
@@ -181,6 +186,7 @@ class WorkAreas {
     void end_relations_to(int area);
 
     Engine* engine_ = nullptr;
+    std::string driver_;
     int calls_ = 0;  // of the host, each inside the one before
     std::string default_folder_;
     std::map<int, Slot> slots_;
