@@ -11,8 +11,9 @@
 #include "BrenikDB/registry.h"
 #include "call_arguments.h"
 #include "call_table.h"
+#include "data/ads.h"
 #include "display.h"
-#include "engine/local/local_engine.h"
+#include "engine/choice/choose_engine.h"
 #include "platform/ui.h"
 #include "practice.h"
 #include "reason.h"
@@ -100,14 +101,28 @@ void start_up(Session& session, const std::string& folder) {
     }
 }
 
+// For lines without a practice that could name the engine.
+void take_engine(Session& session, const std::string& name) {
+    const EngineChoice choice = session.choose_engine({name});
+    if (!choice.warning.empty()) {
+        throw ToolError(ExitCode::kUsage, "--engine " + name + ": must be advantage or embedded");
+    }
+    if (!choice.problem.empty()) throw ToolError(ExitCode::kCannotOpen, choice.problem);
+    session.take_engine(choice).set_server_type(kLocalServer);
+}
+
 }  // namespace
 
 void call_routines(const CallRequest& request) {
     if (request.list) return print_names();
-    local::LocalEngine engine;
     const std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
-    Session session(engine, platform::system_clock(), *ui);
-    if (request.folder) start_up(session, *request.folder);
+    Session session(choose_engine, platform::system_clock(), *ui);
+    RDDINIT(session);
+    if (request.folder) {
+        start_up(session, *request.folder);
+    } else {
+        take_engine(session, request.engine);
+    }
     for (std::string line; std::cout && std::getline(std::cin, line);) {
         if (trim_both(line).empty()) continue;
         const Json reply = answer_or_error(session, line);

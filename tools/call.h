@@ -12,6 +12,7 @@ namespace brenik::tools {
 
 struct CallRequest {
     std::optional<std::string> folder;  // opened by StartUp before the first line
+    std::string engine = "embedded";    // without a folder
     bool list = false;                  // print the names and arguments instead
 };
 

@@ -84,6 +84,7 @@ ExitCode check(const CheckRequest& request) {
         printer.finish_file();
     }
     print_summary(request, printer, named.files.size(), records);
+    if (printer.exit_code() == ExitCode::kLocked) tell_of_server(named.folder);
     return printer.exit_code();
 }
 

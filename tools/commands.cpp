@@ -70,8 +70,11 @@ Command show_command(ShowRequest& request) {
         "show",
         "Describe a table or print records of it",
         "Without options, prints the fields and orders of a table. With --record, --seek or --all, "
-        "prints records. Says if the memo file or the index is missing or damaged, and shows the "
-        "rest. Changes nothing and needs no permission to write.",
+        "prints records. Uses the engine that the practice names; the embedded one says if the "
+        "memo "
+        "file or the index is missing or damaged, shows the rest, and needs no permission to "
+        "write. "
+        "Changes nothing.",
         {{"PATH", "", kPathHelp, &request.where.path},
          {"[TABLE]", "", kTableHelp, &request.where.table},
          {"--record", "N", "Print record N", &request.record, {.excludes = "--seek --all --order"}},
@@ -145,6 +148,11 @@ Command call_command(CallRequest& request) {
           "Practice to start a session on",
           &request.folder,
           {.excludes = "--list"}},
+         {"--engine",
+          "NAME",
+          "Engine of a session without a practice: embedded or advantage",
+          &request.engine,
+          {.excludes = "--dir --list"}},
          {"--list", "", "Print the routines and their arguments", &request.list}},
         {{"call --list", "what can be called"}, {"call --dir practice", "a session on a practice"}},
         {{ExitCode::kCannotOpen, "the session on the practice cannot be started"}},
@@ -157,7 +165,8 @@ Command check_command(CheckRequest& request) {
         "check",
         "Report every fault of a practice or a table",
         "Reads every table, memo and index and compares them, even while programs use them. "
-        "Each finding names the remedy. Changes nothing.",
+        "Each finding names the remedy. Changes nothing. Reads the files themselves, whichever "
+        "engine the practice uses.",
         {{"PATH", "", kPathHelp, &request.where.path},
          {"[TABLE]", "", kTableHelp, &request.where.table},
          encoding_option(request.encoding),
@@ -202,7 +211,8 @@ Command repair_command(RepairRequest& request) {
     command.purpose = "Repair what check reports";
     command.about =
         "Repairs tables, memos and indexes, then counters and the journal. Copies each file before "
-        "it changes the file. Other programs must have closed the table.";
+        "it changes the file. Works on the files themselves, whichever engine the practice uses: "
+        "other programs, a database server among them, must have closed the table.";
     command.options.push_back(
         {"--without-memos", "",
          "Give up the memos of a table whose memo file is lost: empty its memo fields, and make an "
@@ -219,8 +229,9 @@ Command reindex_command(RepairRequest& request) {
     command.name = "reindex";
     command.purpose = "Rebuild indexes";
     command.about =
-        "Builds the index of a table, or of all tables, anew from the records. Other programs must "
-        "have closed the table.";
+        "Builds the index of a table, or of all tables, anew from the records. Works on the files "
+        "themselves, whichever engine the practice uses: other programs, a database server among "
+        "them, must have closed the table.";
     command.options.push_back(
         {"--tag", "DEFINITION",
          "Tag to use instead of, or besides, those of the old index: "

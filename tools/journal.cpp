@@ -39,7 +39,7 @@ const char* kind_word(std::string_view code) {
 class Journal {
   public:
     explicit Journal(const JournalRequest& request)
-        : practice_(request.folder, platform::OpenMode::kReadOnly),
+        : practice_(request.folder, platform::OpenMode::kReadOnly, Practice::Through::kItsEngine),
           trans_(practice_.open(practice::kJournal.file)),
           encoding_(encoding_named(request.encoding)),
           text_(trans_->layout().code_page, encoding_) {}

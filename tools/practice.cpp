@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <iostream>
 #include <optional>
 #include <system_error>
 
+#include "display.h"
+#include "engine/choice/choose_engine.h"
 #include "engine/local/local_engine.h"
 #include "native_path.h"
 #include "platform/file.h"
@@ -25,10 +28,13 @@ std::string in_folder(const std::string& folder, const std::string& name) {
     return (native_path(folder) / native_path(name)).string();
 }
 
-bool uses_proprietary_locks(const std::string& folder) {
-    const std::string type = platform::profile_string("Main", "LockType", "",
-                                                      in_folder(folder, practice::kSettingsFile));
-    return numeric_value(type).amount == 1;
+std::string main_setting(const std::string& folder, const char* key) {
+    return platform::profile_string(practice::kMainSection, key, "",
+                                    in_folder(folder, practice::kSettingsFile));
+}
+
+double main_number(const std::string& folder, const char* key) {
+    return numeric_value(main_setting(folder, key)).amount;
 }
 
 std::string table_file(const std::string& folder, const std::string& name) {
@@ -178,10 +184,43 @@ NamedTables find_table(const TableArguments& arguments) {
     throw ToolError(ExitCode::kUsage, arguments.path + ": is a folder; name one of its tables too");
 }
 
-Practice::Practice(std::string folder, platform::OpenMode access) : folder_(std::move(folder)) {
-    // The only place that chooses the engine for commands that show a practice.
+EngineSettings engine_settings(const std::string& folder) {
+    return {main_setting(folder, practice::kEngineSetting),
+            main_number(folder, practice::kServerTypeSetting)};
+}
+
+void tell_of_server(const std::string& folder) {
+    if (!asks_for_client(engine_settings(folder))) return;
+    std::cerr << "brenik: "
+              << to_line(in_folder(folder, practice::kSettingsFile) +
+                         " names a database server, which keeps files of the practice open: end "
+                         "the programs that use the practice, stop the server, and try again")
+              << "\n";
+}
+
+Practice::Practice(std::string folder, platform::OpenMode access, Through through)
+    : folder_(std::move(folder)) {
+    const EngineSettings settings = engine_settings(folder_);
+    const EngineChoice choice =
+        through == Through::kFiles ? EngineChoice() : choose_engine(settings);
+    if (choice.kind == EngineKind::kClient) {
+        use_client(choice, settings);
+    } else {
+        use_files(access);
+    }
+    engine_->set_proprietary_locking(main_number(folder_, practice::kLockTypeSetting) == 1);
+}
+
+// Like a session, falls back to the local server if the remote one does not answer.
+void Practice::use_client(const EngineChoice& choice, const EngineSettings& settings) {
+    engine_ = choice.make();
+    const bool remote =
+        settings.server_type == kRemoteServer && engine_->server_loaded(folder_) == kRemoteServer;
+    engine_->set_server_type(remote ? kRemoteServer : kLocalServer);
+}
+
+void Practice::use_files(platform::OpenMode access) {
     auto engine = std::make_unique<local::LocalEngine>();
-    engine->set_proprietary_locking(uses_proprietary_locks(folder_));
     if (access == platform::OpenMode::kReadOnly) {
         engine->set_lenient([this](const Refusal& refusal) { unavailable_.push_back(refusal); });
     }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "engine/engine_choice.h"
 #include "platform/file.h"
 #include "practice/catalogue.h"
 
@@ -64,11 +65,22 @@ NamedTables find_tables(const TableArguments& arguments);
 // The same, but kUsage unless the arguments name a single table.
 NamedTables find_table(const TableArguments& arguments);
 
+// What LAWSYS.INI of the folder says about the engine.
+EngineSettings engine_settings(const std::string& folder);
+
+// For a command that works on files and found one in use: tells the user that a database server may
+// hold it, and what to stop. Says nothing unless the practice asks for such a server.
+void tell_of_server(const std::string& folder);
+
 class Practice {
   public:
-    // Uses the locking mode of the practice's settings, like hosts. Read-only access needs no write
-    // permission, and opens a table even if its memo file or its index cannot be opened.
-    Practice(std::string folder, platform::OpenMode access);
+    // Which engine opens the tables: the one that the practice's settings ask for, or the embedded
+    // one on the files.
+    enum class Through { kItsEngine, kFiles };
+    // Uses the locking mode of the practice's settings, like hosts. With the embedded engine,
+    // read-only access needs no write permission, and opens a table even if its memo file or its
+    // index cannot be opened.
+    Practice(std::string folder, platform::OpenMode access, Through through);
     Practice(const Practice&) = delete;
     Practice& operator=(const Practice&) = delete;
 
@@ -83,6 +95,9 @@ class Practice {
     const practice::TableEntry* find(int number) const;
 
   private:
+    void use_client(const EngineChoice& choice, const EngineSettings& settings);
+    void use_files(platform::OpenMode access);
+
     std::string folder_;
     std::vector<Refusal> unavailable_;
     std::unique_ptr<Engine> engine_;

@@ -122,7 +122,7 @@ struct RepairedTable {
 };
 
 TableText text_of(const NamedTables& table) {
-    Practice practice(table.folder, platform::OpenMode::kReadOnly);
+    Practice practice(table.folder, platform::OpenMode::kReadOnly, Practice::Through::kFiles);
     return TableText(practice.open_file(table.file())->layout().code_page);
 }
 
@@ -244,7 +244,9 @@ class PracticeRepair {
         }
         if (partly_) return ExitCode::kProblem;
         if (cannot_open_) return ExitCode::kCannotOpen;
-        return in_use_ ? ExitCode::kLocked : ExitCode::kOk;
+        if (!in_use_) return ExitCode::kOk;
+        tell_of_server(named_.folder);
+        return ExitCode::kLocked;
     }
 
   private:
@@ -363,7 +365,8 @@ class PracticeRepair {
     }
 
     void raise_counters(const std::vector<CounterFault>& counters) {
-        Practice practice(folder_to_change(practice::kSystem.file), platform::OpenMode::kReadWrite);
+        Practice practice(folder_to_change(practice::kSystem.file), platform::OpenMode::kReadWrite,
+                          Practice::Through::kFiles);
         const std::unique_ptr<Table> opened = practice.open(practice::kSystem.file);
         Table& system = *opened;
         back_up(system.path());
@@ -394,8 +397,8 @@ class PracticeRepair {
     }
 
     void remove_entries(const std::vector<JournalFault>& entries) {
-        Practice practice(folder_to_change(practice::kJournal.file),
-                          platform::OpenMode::kReadWrite);
+        Practice practice(folder_to_change(practice::kJournal.file), platform::OpenMode::kReadWrite,
+                          Practice::Through::kFiles);
         const std::unique_ptr<Table> opened = practice.open(practice::kJournal.file);
         Table& journal = *opened;
         back_up(journal.path());

@@ -253,7 +253,7 @@ void show_all(Table& table, const ShowRequest& request, const TableText& text) {
 void show(const ShowRequest& request) {
     const EncodingChoice encoding = encoding_named(request.encoding);
     const NamedTables named = find_table(request.where);
-    Practice practice(named.folder, platform::OpenMode::kReadOnly);
+    Practice practice(named.folder, platform::OpenMode::kReadOnly, Practice::Through::kItsEngine);
     const std::unique_ptr<Table> opened = practice.open_file(named.file());
     Table& table = *opened;
     const TableText text(table.layout().code_page, encoding);

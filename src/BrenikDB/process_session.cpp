@@ -4,7 +4,8 @@
 
 #include <memory>
 
-#include "engine/local/local_engine.h"
+#include "data/ads.h"
+#include "engine/choice/choose_engine.h"
 #include "platform/process.h"
 
 namespace brenik {
@@ -14,11 +15,12 @@ namespace {
 // The session is destroyed before the members that it uses.
 struct Process {
     explicit Process(Process* parents) : inherited(parents) {
+        RDDINIT(session);
         if (parents && parents->session.is_begun()) session.inherit(parents->session);
     }
 
     std::unique_ptr<platform::UserInterface> ui = platform::make_user_interface();
-    Session session{std::make_unique<local::LocalEngine>, platform::system_clock(), *ui};
+    Session session{choose_engine, platform::system_clock(), *ui};
     unsigned generation = platform::process_generation();
     // The process object copied by a fork. It is never closed: its pending writes belong to the
     // parent, and another thread of the parent may have been changing it during the fork.

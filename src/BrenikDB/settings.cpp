@@ -73,7 +73,7 @@ void store_setting(Session& session, Setting slot, Value value) {
 }
 
 std::string main_setting(Session& session, std::string_view operation, const std::string& key) {
-    return profile_setting(session, operation, "Main", key, "",
+    return profile_setting(session, operation, practice::kMainSection, key, "",
                            session.data_path() + practice::kSettingsFile);
 }
 

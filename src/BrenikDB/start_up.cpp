@@ -6,6 +6,7 @@
 
 #include "BrenikDB/codes.h"
 #include "BrenikDB/settings.h"
+#include "data/ads.h"
 #include "data/close_all.h"
 #include "data/net_use.h"
 #include "fwp/fault_file.h"
@@ -54,18 +55,30 @@ void choose_index_cache(Session& session, Engine& engine) {
     engine.set_index_cache(chosen ? static_cast<std::size_t>(megabytes) << 20 : 0);
 }
 
-void choose_engine(Session& session) {
-    const Number wanted = GETSERVERTYPE(session, session.data_path());
-    store_setting(session, Setting::ServerType, wanted);
-    Engine& engine = session.take_engine();
-    engine.set_server_type(kLocalServer);
-    if (wanted.amount == kRemoteServer) {
-        const int usable = CHECKSERVER(session, kRemoteServer);
-        store_setting(session, Setting::ServerType, usable);
-        engine.set_server_type(usable);
-    }
+// Uses the engine that the practice asks for, with the local server. The tables of another engine
+// are closed: they belong to it.
+EngineChoice choose_engine(Session& session) {
+    const Number server_type = GETSERVERTYPE(session, session.data_path());
+    store_setting(session, Setting::ServerType, server_type);
+    EngineChoice choice = session.choose_engine(
+        {main_setting(session, "StartUp", practice::kEngineSetting), server_type.amount});
+    if (!choice.warning.empty()) note_fault(session, "StartUp", choice.warning);
+    if (session.leaves_engine(choice)) CLOSEALL(session);
+    session.take_engine(choice).set_server_type(kLocalServer);
+    return choice;
+}
+
+void choose_server(Session& session) {
+    if (session.setting(Setting::ServerType).number() != kRemoteServer) return;
+    const int usable = CHECKSERVER(session, kRemoteServer);
+    store_setting(session, Setting::ServerType, usable);
+    session.areas.engine().set_server_type(usable);
+}
+
+void set_up_engine(Session& session) {
+    Engine& engine = session.areas.engine();
     engine.set_proprietary_locking(
-        numeric_value(main_setting(session, "StartUp", "LockType")).amount == 1);
+        numeric_value(main_setting(session, "StartUp", practice::kLockTypeSetting)).amount == 1);
     engine.set_full_durability(
         equal_ignoring_case(main_setting(session, "StartUp", "Durability"), "full"));
     choose_index_cache(session, engine);
@@ -131,10 +144,11 @@ bool open_practice_table(Session& session, const practice::TableEntry& table) {
     return true;
 }
 
-int open_tables(Session& session) {
+int open_tables(Session& session, const EngineChoice& choice) {
     session.areas.select(kSystemArea);
     if (!NET_USE(session, session.data_path() + practice::kSystem.file)) {
         trace(session, "StartUp", "Cannot open lawsys.");
+        if (!choice.problem.empty()) note_fault(session, "StartUp", choice.problem);
         return kSystemTableNotOpened;
     }
     session.module.system_record = session.areas.end_of_file() ? 0 : session.areas.record_number();
@@ -157,14 +171,17 @@ int open_tables(Session& session) {
 int StartUp(Session& session, const std::string& data_path, bool trace_wanted) {
     session.module.shut_down = false;
     make_variables(session, trace_wanted);
+    RDDINIT(session);
     set_data_path(session, data_path);
     empty_trace_log(session);
     choose_tracing(session);  // first, so that unreadable settings are traced
-    choose_engine(session);
+    const EngineChoice choice = choose_engine(session);
+    choose_server(session);
+    set_up_engine(session);
     trace(session, "StartUp", session.setting(Setting::DataPath).text());
     require_sound_share(session);
     const int code = check_files(session);
-    return code == kSuccess ? open_tables(session) : code;
+    return code == kSuccess ? open_tables(session, choice) : code;
 }
 
 int ShutDown(Session& session) {

@@ -73,7 +73,8 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
         note_fault(session, "NET_USE", session.areas.refusal());
         return false;
     } catch (const EngineFault& fault) {
-        note_fault(session, "NET_USE", fault.what());
+        // Every open fails alike without the engine's library, so start-up alone tells it.
+        if (fault.code() != FaultCode::kNoEngine) note_fault(session, "NET_USE", fault.what());
     }
     if (session.areas.current() != kept) session.areas.close();
     session.ui.set_cursor(platform::Cursor::kArrow);
@@ -81,7 +82,8 @@ bool NET_USE(Session& session, const std::string& file, const NetUse& options) {
 }
 
 Number GETSERVERTYPE(Session& session, const std::string& folder) {
-    return numeric_value(profile_setting(session, "GETSERVERTYPE", "Main", "nServerType", "0",
+    return numeric_value(profile_setting(session, "GETSERVERTYPE", practice::kMainSection,
+                                         practice::kServerTypeSetting, "0",
                                          session.path_of(folder + practice::kSettingsFile)));
 }
 

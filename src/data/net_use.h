@@ -9,9 +9,6 @@
 
 namespace brenik {
 
-inline constexpr int kLocalServer = 1;
-inline constexpr int kRemoteServer = 2;
-
 // Opens a table, retries once per second, and attaches its compound index if asked. After the first
 // attempt it does so only if the engine has not attached the index; after a retry always, under the
 // table's own name. A relative name lies in the data folder. False if every attempt failed or a

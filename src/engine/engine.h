@@ -19,6 +19,11 @@ namespace brenik {
 
 enum class TableSharing { kShared, kExclusive };
 
+// The types of server: the local one opens the files itself, the remote one is a process beside
+// them.
+inline constexpr int kLocalServer = 1;
+inline constexpr int kRemoteServer = 2;
+
 // An open table, or the reason why the open was refused.
 using OpenAnswer = std::variant<std::unique_ptr<Table>, Refusal>;
 
@@ -47,7 +52,7 @@ class Engine {
     virtual std::string last_error() const = 0;
 
     virtual int set_server_type(int type) = 0;
-    // 0: no server serves the folder; 1: the local server; 2: a remote server.
+    // The best type of server that serves the folder; 0 if none does.
     virtual int server_loaded(const std::string& folder) = 0;
     // Both return the previous setting. Default: compatible locking, deleted records visible.
     virtual bool set_proprietary_locking(bool on) = 0;

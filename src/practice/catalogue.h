@@ -42,7 +42,13 @@ inline constexpr const char* kTracksField = "TRACKSYNC";
 inline constexpr const char* kNewerNotesField = "V14";  // its type says which notes are in use
 inline constexpr const char* kLastStampField = "TLASTDELTA";
 
+// persistent: the settings of a practice, and keys of its section Main that the library and the
+// tool both read.
 inline constexpr const char* kSettingsFile = "LAWSYS.INI";
+inline constexpr const char* kMainSection = "Main";
+inline constexpr const char* kEngineSetting = "Engine";
+inline constexpr const char* kServerTypeSetting = "nServerType";
+inline constexpr const char* kLockTypeSetting = "LockType";
 
 inline std::string counter_field(int area) { return kIdentifierField + std::to_string(area); }
 

@@ -11,7 +11,9 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "engine/engine_choice.h"
 #include "engine/work_areas.h"
 #include "platform/clock.h"
 #include "platform/file.h"
@@ -55,11 +57,10 @@ struct CompanionHooks {
 };
 
 struct Session {
-    using EngineMaker = std::function<std::unique_ptr<Engine>()>;
-    Session(EngineMaker engine_maker, platform::Clock& session_clock,
+    Session(EngineChooser chooser, platform::Clock& session_clock,
             platform::UserInterface& session_ui)
-        : make_engine_(std::move(engine_maker)), clock(session_clock), ui(session_ui) {}
-    // For a caller that supplies the engine, which must outlive the session.
+        : choose_engine_(std::move(chooser)), clock(session_clock), ui(session_ui) {}
+    // For a caller that supplies the engine, which must outlive the session and is always chosen.
     Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
         : clock(session_clock), ui(session_ui) {
         areas.set_engine(engine);
@@ -83,11 +84,21 @@ struct Session {
         areas.set_default_folder(parents.data_path());
         variables.inherited = true;
     }
-    // The engine. The first StartUp creates it after it has read the settings.
-    Engine& take_engine() {
-        if (!areas.has_engine()) {
-            engine_ = make_engine_();
-            areas.set_engine(*engine_);
+    // The engine that these settings ask for. Each StartUp asks, and then takes it.
+    EngineChoice choose_engine(const EngineSettings& settings) const {
+        return choose_engine_ ? choose_engine_(settings) : EngineChoice();
+    }
+    // True if the session has another engine now. Its tables must be closed before take_engine().
+    bool leaves_engine(const EngineChoice& choice) const {
+        return choose_engine_ && areas.has_engine() && !uses(choice);
+    }
+    // Uses the chosen engine from now on. An engine that the session had before is used again: it
+    // remembers what it could not finish.
+    Engine& take_engine(const EngineChoice& choice) {
+        if (choose_engine_ && !uses(choice)) {
+            std::unique_ptr<Engine>& engine = engines_[key(choice)];
+            if (!engine) engine = choice.make();
+            areas.set_engine(*engine);
         }
         return areas.engine();
     }
@@ -105,8 +116,18 @@ struct Session {
     }
 
   private:
-    EngineMaker make_engine_;         // empty where the caller supplies the engine
-    std::unique_ptr<Engine> engine_;  // outlives the tables
+    // A client engine without its library is not the one that has it.
+    using EngineKey = std::pair<EngineKind, bool>;
+    static EngineKey key(const EngineChoice& choice) {
+        return {choice.kind, choice.problem.empty()};
+    }
+    bool uses(const EngineChoice& choice) const {
+        const auto known = engines_.find(key(choice));
+        return known != engines_.end() && &areas.engine() == known->second.get();
+    }
+
+    EngineChooser choose_engine_;  // empty if the caller supplies the engine
+    std::map<EngineKey, std::unique_ptr<Engine>> engines_;  // outlive the tables
 
   public:
     WorkAreas areas;

@@ -158,8 +158,9 @@ def test_blocks(page, prefix):
 
 
 def test_settings_examples_list_what_the_library_reads():
-    sources = ''.join(path.read_text() for path in (ROOT / 'src').rglob('*.cpp'))
-    read = {('main', key) for key in re.findall(r'main_setting\(session, "\w+", "(\w+)"', sources)}
+    sources = ''.join(path.read_text() for path in (ROOT / 'src').rglob('*.[ch]*'))
+    read = {('main', key) for keys in (r'main_setting\(session, "\w+", "(\w+)"', r'k\w+Setting = "(\w+)"')
+            for key in re.findall(keys, sources)}
     read |= set(re.findall(r'profile_setting\(session, "\w+",\s*"(\w+)",\s*"(\w+)"', sources))
     assert {(section.lower(), key.lower()) for section, key in read} == {
         setting for path in SETTINGS.rglob('*.INI') for setting in keys_in(path.read_text())}

@@ -3,7 +3,7 @@
 import os
 
 import pytest
-from conftest import OURS, fault_lines, faults_of
+from conftest import OURS, fault_lines, faults_of, path_form
 
 
 def test_sessions_come_and_go(host, practice):
@@ -72,6 +72,26 @@ def test_settings_that_change_nothing(host, practice):
     (practice.folder / 'LAWSYS.INI').mkdir()
     assert host.init(practice, 1) == 0 and host.add(1, {'LAST': 'Settings'})[0] == 0
     assert 'GETSERVERTYPE' in [caller for caller, told in practice.trace() if 'LAWSYS.INI: ' in told[1]]
+
+
+def test_engines(new_host, practice, windows_folder, tmp_path):
+    """Without its library the client engine opens nothing, and the tables of the other engine are closed."""
+    missing = tmp_path / 'no_client.library'
+    host = new_host(BRENIK_ACE_LIBRARY=path_form(OURS)(missing))
+
+    def start(engine, trace=0):
+        practice.write('LAWSYS.INI', '[Main]\nEngine=%s\n' % engine)
+        return host.init(practice, trace)
+    assert start('ADVANTAGE', 1) == 3
+    (_, (_, message)), (_, (_, reason)) = practice.trace()[1:]
+    assert message == 'Cannot open lawsys.' and missing.name in reason
+    assert fault_lines(windows_folder) == [('StartUp', reason)]
+    assert [start('embedded'), host.add(1, {'LAST': 'Engines'})[0]] == [0, 0]
+    assert [start('advantage'), host.add_start(1), host.shutdown()] == [3, 5, 0]
+    assert [start('other'), host.add(1, {'LAST': 'Engines'})[0]] == [0, 0]
+    assert 'Engine=other' in fault_lines(windows_folder)[-1][1]
+    os.remove(practice.find('LAW1.cdx'))
+    assert start('advantage') == 2
 
 
 def test_what_is_no_practice(new_host, tmp_path):

@@ -12,8 +12,6 @@ namespace brenik::local {
 namespace {
 
 constexpr int kSuccess = 0;
-constexpr int kNoRemoteServer = 5185;  // callers only show this status to the user
-constexpr int kLocalServer = 1;
 
 }  // namespace
 
@@ -57,7 +55,9 @@ void LocalEngine::open_part(const std::function<void()>& open) {
 }
 
 int LocalEngine::set_server_type(int type) {
-    return type == kLocalServer ? kSuccess : kNoRemoteServer;
+    if (type == kLocalServer) return kSuccess;
+    return note(EngineFault(FaultCode::kUnsupported, "server type",
+                            "the embedded engine opens files itself and uses no database server"));
 }
 
 int LocalEngine::server_loaded(const std::string&) { return kLocalServer; }
