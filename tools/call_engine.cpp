@@ -106,7 +106,10 @@ constexpr std::array kOperations{
             deleted_visibility},
     Routine{"end of file", "", [](Table& t) { return t.end_of_file(); }},
     Routine{"engine", "",
-            [](Session& s) { return s.areas.engine().name() + " " + s.areas.engine().version(); }},
+            [](Session& s) {
+                const Engine& engine = s.areas.engine();
+                return std::string(trim_right(engine.name() + " " + engine.version()));
+            }},
     Routine{
         "evaluate", "expression",
         [](WorkAreas& w, Arguments& a) { return w.expressions("evaluate").evaluate(a.text(0)); }},

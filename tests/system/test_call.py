@@ -45,6 +45,7 @@ def test_routines_without_a_practice(line, result):
     (['XTOC', {'date': '20030230'}], '20030230'), (['XTOC', {'hex': '0g'}], '0g'), (['XTOC', 'caf\u00e9'], 'hex'),
     (['field get', 1, 'K'], 'field get: work area 1 holds no table (2001)'), ('[' * 100000, 'nested too deeply'),
     (['set order focus'], 'set order focus: work'), (['CMXSETRELATION', 3, 'U_ID', 'ID'], 'two different expressions'),
+    (['open table', None, 'SIX', 'LAW1'], 'SIX: no such table driver; use ADS (2109)'),
     pytest.param('["XTOC", ' + '{"ref": ' * 200000 + '1' + '}' * 200000 + ']', 'nested too deeply', id='ref')])
 def test_a_line_that_fails_is_answered_and_the_next_goes_on(line, part):
     refused, after = call(line, ['RSADS2N', 'zz'])

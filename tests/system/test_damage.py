@@ -490,9 +490,12 @@ def test_beside_sessions(session, practice):
         found = findings(practice, 4)
         assert {(each['kind'], each['record'], each['tag']) for each in found} == {('record-locked', 5, 'NAME')}
     assert has(findings(practice, 1), kind='missing-key', record=5, tag='NAME')
+    practice.write('LAWSYS.INI', '[Main]\nnServerType=2\n')
     before = snapshot(practice.folder)
-    ended, output, _ = brenik('repair', practice)
+    ended, output, told = brenik('repair', practice)
     assert ended == 4 and 'in use by other programs' in output and snapshot(practice.folder) == before
+    assert 'stop the server' in told
+    practice.write('LAWSYS.INI', '[Main]\n')
     practice.patch('LAW1', 5, 'LAST', last)
     with HeldBytes(practice.find('LAW1.CDX'), 0x7FFFFFFE):
         assert has(findings(Path(practice.find('LAW1.DBF')), 4), kind='index-locked')

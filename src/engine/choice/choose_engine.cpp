@@ -22,7 +22,8 @@ EngineChoice embedded(std::string reason) {
             .make = std::make_unique<local::LocalEngine>};
 }
 
-EngineChoice client(std::string reason, std::shared_ptr<const advantage::ClientLibrary> library) {
+EngineChoice client(std::string reason,
+                    const std::shared_ptr<const advantage::ClientLibrary>& library) {
     return {.kind = EngineKind::kClient,
             .reason = std::move(reason),
             .warning = {},
@@ -45,11 +46,11 @@ EngineChoice automatic(double server_type) {
         return embedded("LAWSYS.INI asks for no remote server: nServerType is not 2");
     }
     const std::string wanted = "LAWSYS.INI asks for a remote server with nServerType=2";
-    auto library = advantage::ClientLibrary::load();
+    const auto library = advantage::ClientLibrary::load();
     if (!library->usable()) {
         return embedded(wanted + ", but the client library cannot be used: " + library->problem());
     }
-    return client(wanted + ", and the client library can be used", std::move(library));
+    return client(wanted + ", and the client library can be used", library);
 }
 
 }  // namespace
