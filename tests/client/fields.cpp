@@ -1,0 +1,394 @@
+// Fields: their text in the client's form and back, whole records, and binary data.
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "client/readings.h"
+#include "client/stand_in.h"
+#include "engine/record/field_codec.h"
+#include "util/decimal_text.h"
+#include "util/runtime.h"
+
+namespace brenik::stand_in {
+namespace {
+
+using record::FieldForm;
+
+enum : U16 { kTrimLeft = 1, kTrimRight = 2 };
+constexpr int kCenturyYears = 100;
+
+// Windows characters for those of the DOS code page from 0x80 on. Those that have none get a
+// letter that looks similar, so some cannot be converted back.
+constexpr std::string_view kAnsiOfOem =
+    "\xC7\xFC\xE9\xE2\xE4\xE0\xE5\xE7\xEA\xEB\xE8\xEF\xEE\xEC\xC4\xC5"
+    "\xC9\xE6\xC6\xF4\xF6\xF2\xFB\xF9\xFF\xD6\xDC\xA2\xA3\xA5P\x83"
+    "\xE1\xED\xF3\xFA\xF1\xD1\xAA\xBA\xBF_\xAC\xBD\xBC\xA1\xAB\xBB"
+    "+++++++++++++++++++++++++++++++++++++++++++++++++"
+    "a\xDFGpSs\xB5tFTOd8fen"
+    "=\xB1==()\xF7~\xB0\xB7\xB7vn\xB2\xA6";
+
+bool is_converted(const ClientTable& table, const record::Field& field) {
+    const FieldForm form = field.kind->form;
+    const bool is_text =
+        form == FieldForm::kText || form == FieldForm::kVariableText || field.type == 'M';
+    return table.is_oem() && is_text && !field.is_binary() && reads("oem_fields=converted");
+}
+
+// Century, year, month and day of the date format, each in two digits.
+std::array<int, 4> date_parts(const CivilDay& day) {
+    return {day.year / kCenturyYears, day.year % kCenturyYears, day.month, day.day};
+}
+
+std::size_t date_part(char letter) { return std::string_view("CYMD").find(letter); }
+
+std::string time_text(std::string_view date_time) {
+    const Date day = Date::from_ymd(date_time.substr(0, 8));
+    if (day.empty()) return std::string(process().date_format.size(), ' ');
+    const std::string time(date_time.substr(8, 6));
+    return date_text(day) + ' ' + time.substr(0, 2) + ':' + time.substr(2, 2) + ':' +
+           time.substr(4, 2);
+}
+
+std::string double_text(double number, const record::Field& field) {
+    std::array<char, 400> text{};
+    const int decimals = field.kind->form == FieldForm::kCurrency
+                             ? record::kCurrencyDecimals
+                             : static_cast<int>(field.decimals);
+    const int length = std::snprintf(text.data(), text.size(), "%.*f", decimals, number);
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+std::string memo_text(ClientTable& table, std::size_t position) {
+    const record::Field& field = table.layout().fields[position - 1];
+    std::string text = table.memo(position);
+    if (field.type == 'M' && reads("memo_zero=cut")) text.resize(strnlen(text.data(), text.size()));
+    return is_converted(table, field) ? to_ansi(text) : text;
+}
+
+std::string field_text(ClientTable& table, std::size_t position) {
+    const record::TableLayout& layout = table.layout();
+    const record::Field& field = layout.fields[position - 1];
+    const record::RecordView record{table.image(), table.record_number()};
+    if (field.is_memo()) return memo_text(table, position);
+    if (record::is_null(record, layout, field)) return std::string(field.width, ' ');
+    const Value value = record::read_field(record, layout, field);
+    const std::string raw(as_text(record.field(field)));
+    switch (field.kind->form) {
+        case FieldForm::kDecimal:
+            return reads("number_text=trimmed") ? std::string(trim_both(raw)) : raw;
+        case FieldForm::kDate:
+            return date_text(value.date());
+        case FieldForm::kLogical:
+            if (raw == " " && reads("empty_logical=blank")) return raw;
+            return value.logical() ? "T" : "F";
+        case FieldForm::kInteger:
+            return std::to_string(value.whole());
+        case FieldForm::kDouble:
+        case FieldForm::kCurrency:
+            return double_text(value.number(), field);
+        case FieldForm::kDateTime:
+            return time_text(value.text());
+        default:
+            return is_converted(table, field) ? to_ansi(value.text()) : value.text();
+    }
+}
+
+// -- Values from the program's text.
+
+Value number_in(std::string_view text, const record::Field& field) {
+    std::string_view digits = trim_both(text);
+    if (digits.starts_with('+')) digits.remove_prefix(1);
+    double number = 0;
+    const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (end.ec != std::errc() || end.ptr != digits.data() + digits.size()) {
+        fail(kTruncated, "not a number");
+    }
+    std::string fitting(field.width, ' ');
+    if (field.kind->form == FieldForm::kDecimal &&
+        !write_fixed(number, field.width, field.decimals, fitting.data())) {
+        fail(kTooLong, "the number is too wide for the field");
+    }
+    return Number{number, static_cast<int>(field.width), static_cast<int>(field.decimals)};
+}
+
+Value logical_in(std::string_view text) {
+    const char letter = text.size() == 1 ? upper_letter(text[0]) : '?';
+    if (std::string_view("TY1").find(letter) != std::string_view::npos) return true;
+    if (std::string_view("FN0").find(letter) != std::string_view::npos) return false;
+    fail(kTruncated, "not a logical");
+}
+
+Value date_time_in(std::string_view text) {
+    constexpr std::size_t kTimeLength = 9;
+    constexpr double kSecondsPerDay = 86400;
+    const std::size_t date_length = process().date_format.size();
+    const Date day = parse_date(text.substr(0, date_length));
+    if (text.size() != date_length + kTimeLength) return date_time_at(day.julian_day());
+    const auto part = [&](std::size_t at) {
+        return leading_number(text.substr(date_length + at, 2));
+    };
+    const double seconds = part(1) * 3600 + part(4) * 60 + part(7);
+    return date_time_at(day.julian_day() + seconds / kSecondsPerDay);
+}
+
+// Text of a character field; a wider one is refused or, in the other reading, cut.
+Value text_in(std::string_view text, const record::Field& field) {
+    if (text.size() > field.width && reads("long_text=refused")) {
+        fail(kTooLong, "the text is too long for the field");
+    }
+    return text.substr(0, field.width);
+}
+
+Value value_in(std::string_view text, const record::Field& field) {
+    switch (field.kind->form) {
+        case FieldForm::kDate:
+            return parse_date(text);
+        case FieldForm::kLogical:
+            return logical_in(text);
+        case FieldForm::kDateTime:
+            return date_time_in(text);
+        case FieldForm::kText:
+        case FieldForm::kVariableText:
+            return text_in(text, field);
+        default:
+            return number_in(text, field);
+    }
+}
+
+void set_value(ClientTable& table, const record::Field& field, const Value& value) {
+    std::vector<Byte> image = table.image();  // a refused value leaves the record unlocked
+    record::write_field(image, table.layout(), field, value);
+    table.changing() = std::move(image);
+}
+
+void set_empty(ClientTable& table, std::size_t position) {
+    table.require_record();
+    const record::TableLayout& layout = table.layout();
+    const record::Field& field = layout.fields[position - 1];
+    if (field.is_memo()) return table.set_memo(position, {});
+    const FieldForm form = field.kind->form;
+    if (form == FieldForm::kDecimal && reads("empty_number=zero")) {
+        return set_value(table, field, Number{0});
+    }
+    if (form == FieldForm::kLogical && reads("empty_logical=false")) {
+        return set_value(table, field, false);
+    }
+    std::vector<Byte> blank(layout.record_length);
+    record::make_blank_record(blank, layout);
+    std::vector<Byte>& image = table.changing();
+    std::copy_n(blank.begin() + field.offset, field.width, image.begin() + field.offset);
+    record::set_null(image, layout, field, false);
+}
+
+void set_field(ClientTable& table, std::size_t position, std::string_view text) {
+    table.require_record();
+    const record::Field& field = table.layout().fields[position - 1];
+    const std::string own = is_converted(table, field) ? to_oem(text) : std::string(text);
+    if (field.is_memo()) {
+        const bool cut = field.type == 'M' && reads("memo_zero=cut");
+        return table.set_memo(position, own.substr(0, cut ? own.find('\0') : std::string::npos));
+    }
+    const bool is_text = field.kind->value == ValueKind::kCharacter;
+    if (trim_both(own).empty() && !is_text) return set_empty(table, position);
+    set_value(table, field, value_in(own, field));
+}
+
+std::string_view data_argument(const void* data, U32 size) {
+    require(data != nullptr || size == 0, "the data are null");
+    return {static_cast<const char*>(data), size};
+}
+
+// A memo that may be read and written as binary data.
+std::size_t binary_argument(const ClientTable& table, const char* field) {
+    const std::size_t position = field_argument(table, field);
+    const record::Field& found = table.layout().fields[position - 1];
+    const bool refused = found.type == 'M' && reads("memo_binary=refused");
+    if (!found.is_memo() || refused) fail(kWrongType, "not a binary field");
+    table.require_record();
+    return position;
+}
+
+void set_binary(ClientTable& table, std::size_t position, std::string_view piece, U32 offset,
+                U32 total) {
+    require(std::uint64_t{offset} + piece.size() <= total, "the piece lies outside the data");
+    std::string text = table.memo(position);
+    text.resize(total);
+    std::ranges::copy(piece, text.begin() + offset);
+    table.write_memo_now(position, text);
+}
+
+std::string_view trimmed(std::string_view text, U16 trim) {
+    require(trim <= (kTrimLeft | kTrimRight), "an unknown trim option");
+    if ((trim & kTrimRight) != 0) text = trim_right(text);
+    while ((trim & kTrimLeft) != 0 && text.starts_with(' ')) text.remove_prefix(1);
+    return text;
+}
+
+}  // namespace
+
+std::string to_ansi(std::string_view oem) {
+    std::string ansi(oem);
+    for (char& c : ansi) {
+        const auto byte = static_cast<Byte>(c);
+        if (byte >= 0x80) c = kAnsiOfOem[byte - 0x80];
+    }
+    return ansi;
+}
+
+std::string to_oem(std::string_view ansi) {
+    std::string oem(ansi);
+    for (char& c : oem) {
+        if (static_cast<Byte>(c) < 0x80) continue;
+        const std::size_t found = kAnsiOfOem.find(c);
+        c = found == std::string_view::npos ? '?' : static_cast<char>(found + 0x80);
+    }
+    return oem;
+}
+
+std::string date_text(Date date) {
+    std::string text = process().date_format;
+    const std::array<int, 4> parts = date_parts(date.civil());
+    bool tens = true;
+    for (char& c : text) {
+        const std::size_t part = date_part(c);
+        if (part == std::string_view::npos) {
+            if (date.empty() && reads("empty_date=blank")) c = ' ';
+            continue;
+        }
+        c = static_cast<char>('0' + (tens ? parts[part] / 10 : parts[part] % 10));
+        if (date.empty()) c = ' ';
+        tens = !tens;
+    }
+    return text;
+}
+
+Date parse_date(std::string_view text) {
+    const std::string& format = process().date_format;
+    if (text.find_first_of("0123456789") == std::string_view::npos) return {};
+    if (text.size() != format.size()) fail(kBadMonth, "the date is not in the date format");
+    std::array<int, 4> parts{};
+    for (std::size_t i = 0; i < format.size(); ++i) {
+        const std::size_t part = date_part(format[i]);
+        if (part == std::string_view::npos) continue;
+        if (text[i] < '0' || text[i] > '9') fail(kBadMonth, "the date is not in the date format");
+        parts[part] = parts[part] * 10 + (text[i] - '0');
+    }
+    const auto& [century, year, month, day] = parts;
+    int full_year = century * kCenturyYears + year;
+    if (format.find("CC") == std::string::npos) {
+        const int epoch = process().epoch;
+        full_year = epoch - epoch % kCenturyYears + year;
+        if (full_year < epoch) full_year += kCenturyYears;
+    }
+    if (month < 1 || month > 12) fail(kBadMonth, "no such month");
+    const Date date = Date::from_civil(full_year, month, day);
+    if (date.empty()) fail(kBadDay, "no such day");
+    return date;
+}
+
+Value date_time_at(double day) {
+    const double whole = std::floor(day);
+    const auto ms =
+        static_cast<std::uint32_t>(std::llround((day - whole) * record::kMillisecondsPerDay));
+    return record::date_time_text(static_cast<std::int32_t>(whole), ms);
+}
+
+// -- Exports.
+
+STAND_IN_FUNCTION(Status)
+AdsGetField(Handle handle, const char* field, void* data, U32* size, U16 trim) {
+    const auto get = [&] {
+        ClientTable& table = process().table(handle);
+        const std::size_t position = field_argument(table, field);
+        table.require_record();
+        const std::string text = field_text(table, position);
+        give_text(trimmed(text, trim), static_cast<char*>(data), size);
+    };
+    return call("AdsGetField", get, given(handle), FieldArgument{field},
+                static_cast<const U32*>(size), trim);
+}
+
+STAND_IN_FUNCTION(Status)
+AdsSetField(Handle handle, const char* field, const void* data, U32 length) {
+    const auto set = [&] {
+        ClientTable& table = process().table(handle);
+        set_field(table, field_argument(table, field), data_argument(data, length));
+    };
+    return call("AdsSetField", set, given(handle), FieldArgument{field}, length);
+}
+
+STAND_IN_FUNCTION(Status) AdsSetEmpty(Handle handle, const char* field) {
+    const auto set = [&] {
+        ClientTable& table = process().table(handle);
+        set_empty(table, field_argument(table, field));
+    };
+    return call("AdsSetEmpty", set, given(handle), FieldArgument{field});
+}
+
+STAND_IN_FUNCTION(Status) AdsGetMemoLength(Handle handle, const char* field, U32* length) {
+    const auto get = [&] {
+        ClientTable& table = process().table(handle);
+        const std::size_t position = field_argument(table, field);
+        if (!table.layout().fields[position - 1].is_memo()) fail(kWrongType, "not a memo field");
+        table.require_record();
+        result_argument(length) = static_cast<U32>(memo_text(table, position).size());
+    };
+    return call("AdsGetMemoLength", get, given(handle), FieldArgument{field},
+                static_cast<const U32*>(length));
+}
+
+STAND_IN_FUNCTION(Status) AdsGetBinaryLength(Handle handle, const char* field, U32* length) {
+    const auto get = [&] {
+        ClientTable& table = process().table(handle);
+        result_argument(length) =
+            static_cast<U32>(table.memo(binary_argument(table, field)).size());
+    };
+    return call("AdsGetBinaryLength", get, given(handle), FieldArgument{field},
+                static_cast<const U32*>(length));
+}
+
+STAND_IN_FUNCTION(Status)
+AdsGetBinary(Handle handle, const char* field, U32 offset, void* data, U32* size) {
+    const auto get = [&] {
+        ClientTable& table = process().table(handle);
+        const std::string text = table.memo(binary_argument(table, field));
+        require(offset <= text.size(), "the piece lies outside the data");
+        const std::string_view rest = std::string_view(text).substr(offset);
+        give_data(rest.substr(0, result_argument(size)), data, size);  // a piece of it
+    };
+    return call("AdsGetBinary", get, given(handle), FieldArgument{field}, offset,
+                static_cast<const U32*>(size));
+}
+
+STAND_IN_FUNCTION(Status)
+AdsSetBinary(Handle handle, const char* field, U16 type, U32 total, U32 offset, const void* data,
+             U32 size) {
+    const auto set = [&] {
+        ClientTable& table = process().table(handle);
+        require(type >= 5 && type <= 7, "an unknown type of binary data");
+        set_binary(table, binary_argument(table, field), data_argument(data, size), offset, total);
+    };
+    return call("AdsSetBinary", set, given(handle), FieldArgument{field}, type, total, offset,
+                size);
+}
+
+STAND_IN_FUNCTION(Status) AdsGetRecord(Handle handle, void* record, U32* size) {
+    const auto get = [&] {
+        const ClientTable& table = process().table(handle);
+        table.require_record();
+        give_data(as_text(table.image()), record, size);
+    };
+    return call("AdsGetRecord", get, given(handle), static_cast<const U32*>(size));
+}
+
+STAND_IN_FUNCTION(Status) AdsSetRecord(Handle handle, const void* record, U32 size) {
+    const auto set = [&] { process().table(handle).set_image(data_argument(record, size)); };
+    return call("AdsSetRecord", set, given(handle), size);
+}
+
+}  // namespace brenik::stand_in

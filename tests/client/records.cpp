@@ -1,0 +1,343 @@
+// The current record's unsent changes, appends, and locks.
+
+#include <algorithm>
+#include <utility>
+
+#include "client/readings.h"
+#include "client/stand_in.h"
+#include "engine/record/field_codec.h"
+#include "engine/record/stored_value.h"
+
+namespace brenik::stand_in {
+namespace {
+
+LockTry lock_try() { return reads("lock_wait=turn") ? LockTry::kInTurn : LockTry::kAtOnce; }
+
+[[noreturn]] void refuse_lock() {
+    fail(status_read("lock_failed"), "the lock is held by another user");
+}
+
+// The value that makes the server store a field as it is in these bytes.
+Value value_in(const record::RecordView& record, const record::TableLayout& layout,
+               const record::Field& field) {
+    constexpr double kTooWide = 1e300;
+    if (record::stored_value(record, layout, field) == record::StoredValue::kOverflow) {
+        return Number{kTooWide};
+    }
+    return record::read_field(record, layout, field);
+}
+
+bool differs(Bytes one, Bytes other) { return !std::ranges::equal(one, other); }
+
+}  // namespace
+
+// -- Changes.
+
+std::vector<Byte>& ClientTable::changing() {
+    require_writable();
+    require_record();
+    lock_implicitly();
+    drop_ahead();
+    changed_ = true;
+    return image_;
+}
+
+void ClientTable::mark(char mark) { changing()[0] = static_cast<Byte>(mark); }
+
+// Memo fields keep their numbers of blocks: others would lead to texts of other records.
+void ClientTable::set_image(std::string_view bytes) {
+    if (reads("set_record=refused")) fail(kWrongType, "a whole record cannot be set");
+    require_record();
+    if (bytes.size() != image_.size()) fail(kBadArgument, "not the length of a record");
+    const Bytes wanted = as_bytes(bytes);
+    for (const record::Field& field : layout().fields) {
+        require(!field.is_memo() || !differs(wanted.subspan(field.offset, field.width),
+                                             Bytes(image_).subspan(field.offset, field.width)),
+                "a memo's block number is changed");
+    }
+    std::vector<Byte>& image = changing();
+    std::copy(wanted.begin() + 1, wanted.end(), image.begin() + 1);
+}
+
+std::string ClientTable::memo(std::size_t field) {
+    const auto unsent = unsent_memos_.find(field);
+    if (unsent != unsent_memos_.end()) return unsent->second;
+    stand_on_record(table_->order_number());
+    return table_->field_get(field).text();
+}
+
+void ClientTable::set_memo(std::size_t field, std::string text) {
+    changing();
+    unsent_memos_[field] = std::move(text);
+}
+
+// Binary data are sent at once, without the other changes, and cannot be cancelled.
+void ClientTable::write_memo_now(std::size_t field, const std::string& text) {
+    require_writable();
+    require_record();
+    lock_implicitly();
+    drop_ahead();
+    stand_on_record(table_->order_number());
+    table_->field_put(field, Memo{text});
+    table_->commit();
+    unsent_memos_.erase(field);
+    const record::RecordView record = table_->record();
+    const record::Field& written = layout().fields[field - 1];
+    for (std::vector<Byte>* bytes : {&image_, &original_}) {
+        std::ranges::copy(record.field(written), bytes->begin() + written.offset);
+    }
+}
+
+// Puts the fields that the program changed or, in the other reading, all that differ from what the
+// server has now.
+void ClientTable::put_changes() {
+    stand_on_record(table_->order_number());
+    const record::RecordView there = table_->record();
+    const std::vector<Byte> base = reads("write_sends=record")
+                                       ? std::vector<Byte>(there.bytes.begin(), there.bytes.end())
+                                       : original_;
+    const record::RecordView before{base, record_};
+    const record::RecordView after{image_, record_};
+    const auto& flags = layout().null_flags;
+    const bool flags_differ = flags && differs(before.field(*flags), after.field(*flags));
+    for (std::size_t i = 0; i < layout().fields.size(); ++i) {
+        const record::Field& field = layout().fields[i];
+        if (field.is_memo()) continue;
+        const bool flagged = flags_differ && (field.null_bit || field.length_bit);
+        if (!flagged && !differs(before.field(field), after.field(field))) continue;
+        table_->field_put(i + 1, value_in(after, layout(), field));
+    }
+    for (const auto& [field, text] : unsent_memos_) table_->field_put(field, Memo{text});
+    if (before.deleted() == after.deleted()) return;
+    after.deleted() ? table_->mark_deleted() : table_->recall();
+}
+
+// After a failure the changes stay unsent until they are cancelled; an append is over.
+void ClientTable::write() {
+    if (!changed_ && !appended_) return;
+    drop_ahead();
+    try {
+        if (changed_) put_changes();
+        table_->commit();
+    } catch (const EngineFault&) {
+        table_->abandon_changes();
+        if (appended_) {
+            changed_ = appended_ = false;
+            unsent_memos_.clear();
+            fetch();
+        }
+        throw;
+    }
+    changed_ = appended_ = false;
+    unsent_memos_.clear();
+    fetch();
+    if (lock_goes_ && reads("append_lock=goes_anyway") && locked_.erase(record_) != 0) {
+        table_->unlock_record(record_);
+    }
+    lock_goes_ = false;
+}
+
+void ClientTable::flush() {
+    write();
+    release_implicit_lock();
+}
+
+// The new record is in the table at once, blank, and has its keys when it is written.
+void ClientTable::append() {
+    require_writable();
+    flush();
+    drop_ahead();
+    if (!table_->append_blank(false, lock_try())) refuse_lock();
+    arrive();
+    appended_ = true;
+    known_count_ = std::max(known_count_, record_);
+    if (record_of_calls().is_due("append-lock")) {
+        table_->unlock_record(record_);
+        refuse_lock();
+    }
+    lock_goes_ = !reads("append_lock=stays");
+    lock_goes_ ? void(implicitly_locked_ = record_) : void(locked_.insert(record_));
+}
+
+// The number of a cancelled append is taken, so its record stays.
+void ClientTable::cancel() {
+    if (!changed_ && !appended_) return release_implicit_lock();
+    changed_ = false;
+    unsent_memos_.clear();
+    if (std::exchange(appended_, false)) {
+        stand_on_record(table_->order_number());
+        const bool held = table_->owns(record_);
+        if (!held && !table_->lock_record(record_)) refuse_lock();
+        if (reads("cancel_append=deleted")) table_->mark_deleted();
+        table_->commit();
+        if (!held) table_->unlock_record(record_);
+        fetch();
+    }
+    image_ = original_;
+    release_implicit_lock();
+}
+
+// Does nothing while the record is locked: nobody else can have changed it, by the documentation.
+void ClientTable::refresh() {
+    if (changed_ || appended_) fail(kPendingUpdate, "the record has unsent changes");
+    drop_ahead();
+    if (!has_record() || (is_locked(record_) && reads("refresh_locked=nothing"))) return;
+    table_->go_to(record_);
+    arrive();
+}
+
+void ClientTable::flush_buffers() {
+    require_writable();
+    write();
+    local::LocalEngine& engine = *connection_.engine;
+    if (connection_.is_remote()) return;
+    engine.set_full_durability(true);
+    table_->commit();
+    engine.set_full_durability(false);
+}
+
+// -- Locks.
+
+bool ClientTable::is_locked(U32 record) const {
+    return options_.exclusive || table_locked_ || implicitly_locked_ == record ||
+           locked_.contains(record);
+}
+
+unsigned ClientTable::lock_count() const {
+    return static_cast<unsigned>(locked_.size()) + (implicitly_locked_ != 0 ? 1 : 0) +
+           (table_locked_ ? 1 : 0);
+}
+
+void ClientTable::lock_implicitly() {
+    if (is_locked(record_)) return;
+    if (!table_->lock_record(record_, lock_try())) refuse_lock();
+    implicitly_locked_ = record_;
+}
+
+void ClientTable::release_implicit_lock() {
+    if (implicitly_locked_ == 0) return;
+    table_->unlock_record(std::exchange(implicitly_locked_, 0));
+}
+
+void ClientTable::lock_record(U32 record) {
+    if (record == 0) require_record();
+    const U32 number = record == 0 ? record_ : record;
+    if (number > table_->record_count()) fail(kBadRecordNumber, "no record has this number");
+    if (options_.exclusive || table_locked_ || locked_.contains(number)) return;
+    if (number != implicitly_locked_ && !table_->lock_record(number, lock_try())) refuse_lock();
+    if (number == implicitly_locked_) implicitly_locked_ = 0;
+    locked_.insert(number);
+    if (number != record_ || changed_ || appended_ || reads("lock_refresh=none")) return;
+    stand_on_record(table_->order_number());
+    fetch();
+}
+
+void ClientTable::unlock_record(U32 record) {
+    const U32 number = record == 0 ? record_ : record;
+    if (number == 0 || number > table_->record_count()) {
+        fail(kBadRecordNumber, "no record has this number");
+    }
+    if (!locked_.contains(number) && implicitly_locked_ != number) {
+        fail(kNotLocked, "the record is not locked");
+    }
+    if (number == record_) flush();
+    if (locked_.erase(number) != 0) table_->unlock_record(number);
+}
+
+void ClientTable::unlock_all() {
+    table_->unlock_all();
+    locked_.clear();
+    implicitly_locked_ = 0;
+    table_locked_ = false;
+}
+
+void ClientTable::lock_table() {
+    if (options_.exclusive) fail(kNotShared, "the table is open for this user alone");
+    if (table_locked_) return;
+    flush();
+    const std::set<U32> before = locked_;
+    unlock_all();
+    table_locked_ = table_->lock_table(lock_try());
+    if (table_locked_) return;
+    for (const U32 record : before) {
+        const bool again = reads("table_lock_refused=keeps") && table_->lock_record(record);
+        if (again) locked_.insert(record);
+    }
+    refuse_lock();
+}
+
+void ClientTable::unlock_table() {
+    if (options_.exclusive) fail(kNotShared, "the table is open for this user alone");
+    if (lock_count() == 0) fail(kTableNotLocked, "nothing is locked");
+    flush();
+    unlock_all();
+}
+
+// -- Exports.
+
+STAND_IN_FUNCTION(Status) AdsAppendRecord(Handle table) {
+    return call(
+        "AdsAppendRecord", [&] { process().table(table).append(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsWriteRecord(Handle table) {
+    return call(
+        "AdsWriteRecord", [&] { process().table(table).flush(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsCancelUpdate(Handle table) {
+    return call(
+        "AdsCancelUpdate", [&] { process().table(table).cancel(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsRefreshRecord(Handle table) {
+    return call(
+        "AdsRefreshRecord", [&] { process().table(table).refresh(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsDeleteRecord(Handle table) {
+    return call(
+        "AdsDeleteRecord", [&] { process().table(table).mark('*'); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsRecallRecord(Handle table) {
+    return call(
+        "AdsRecallRecord", [&] { process().table(table).mark(' '); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsFlushFileBuffers(Handle table) {
+    return call(
+        "AdsFlushFileBuffers", [&] { process().table(table).flush_buffers(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsLockRecord(Handle table, U32 record) {
+    return call(
+        "AdsLockRecord", [&] { process().table(table).lock_record(record); }, given(table), record);
+}
+
+STAND_IN_FUNCTION(Status) AdsUnlockRecord(Handle table, U32 record) {
+    return call(
+        "AdsUnlockRecord", [&] { process().table(table).unlock_record(record); }, given(table),
+        record);
+}
+
+STAND_IN_FUNCTION(Status) AdsLockTable(Handle table) {
+    return call(
+        "AdsLockTable", [&] { process().table(table).lock_table(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsUnlockTable(Handle table) {
+    return call(
+        "AdsUnlockTable", [&] { process().table(table).unlock_table(); }, given(table));
+}
+
+STAND_IN_FUNCTION(Status) AdsIsRecordLocked(Handle handle, U32 record, U16* locked) {
+    const auto get = [&] {
+        const ClientTable& table = process().table(handle);
+        const U32 number = record == 0 ? table.record_number() : record;
+        result_argument(locked) = table.is_locked(number) ? 1 : 0;
+    };
+    return call("AdsIsRecordLocked", get, given(handle), record, static_cast<const U16*>(locked));
+}
+
+}  // namespace brenik::stand_in
