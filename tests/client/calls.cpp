@@ -66,15 +66,15 @@ bool CallRecord::begin(const char* name) {
 
 bool CallRecord::is_due(std::string_view name) {
     if (failing_ != "any" && failing_ != name) return false;
-    ++matches_;
-    if (matches_ != occurrence_ && !(lasting_ && matches_ > occurrence_)) return false;
+    ++matches;
+    if (matches != occurrence_ && !(lasting_ && matches > occurrence_)) return false;
     ++failed;
     return true;
 }
 
 bool CallRecord::set_failure(const std::string& text) {
     failing_.clear();
-    matches_ = failed = 0;
+    matches = failed = 0;
     failure_status_ = kMadeToFail;
     if (text.empty()) return true;
     const std::size_t colon = text.find(':');

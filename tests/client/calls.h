@@ -89,7 +89,7 @@ class CallRecord {
 
     void open_log(const std::string& path);
     // "function:occurrence[+][:status]"; "any" means every function, "+" that call and all later
-    // ones. Occurrences are counted from now on. An empty text ends it. False if it is malformed.
+    // ones. Occurrences are counted from now, or from the last "calls=0", on. An empty text ends it. False if it is malformed.
     bool set_failure(const std::string& text);
     // True for the calls of the failure's function that are to fail. A part of a function with a
     // name of its own is asked for like a function.
@@ -99,7 +99,8 @@ class CallRecord {
     void add_violation(const std::string& text);
     std::vector<std::string> violations;
     unsigned calls = 0;
-    unsigned failed = 0;  // calls made to fail
+    unsigned failed = 0;   // calls made to fail
+    unsigned matches = 0;  // calls that the failure's function had since it was set
     std::unordered_map<const char*, unsigned> calls_of;
     const char* function = "";  // of the present call
     Failure last_error{kSuccess, ""};
@@ -110,7 +111,6 @@ class CallRecord {
     unsigned occurrence_ = 0;
     bool lasting_ = false;
     Status failure_status_ = kMadeToFail;
-    unsigned matches_ = 0;
 };
 CallRecord& record_of_calls();
 

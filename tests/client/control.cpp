@@ -58,6 +58,7 @@ bool reset_calls(std::string_view value) {
     CallRecord& calls = record_of_calls();
     calls.calls = 0;
     calls.calls_of.clear();
+    calls.matches = 0;
     return value == "0";
 }
 
@@ -111,6 +112,14 @@ unsigned count_locks() {
     return locks;
 }
 
+unsigned count_handles() {
+    std::size_t handles = process().connections.size();
+    for (const auto& [handle, connection] : process().connections) {
+        handles += connection->tables.size();
+    }
+    return static_cast<unsigned>(handles);
+}
+
 }  // namespace
 
 // 0, or -1 for an unknown setting.
@@ -118,14 +127,15 @@ STAND_IN_FUNCTION(int) StandInControl(const char* name_equals_value) {
     return control(name_equals_value) ? 0 : -1;
 }
 
-// "calls", "handles" (all that are open), "locks" (held by this process), "violations", "failed"
-// (calls made to fail since the failure was set), or the name of a function: its calls.
+// "calls", "handles" (of open connections and tables), "locks" (held by this process),
+// "violations", "failed" (calls made to fail since the failure was set), or the name of a function:
+// its calls.
 STAND_IN_FUNCTION(unsigned) StandInCount(const char* what) {
     const std::string_view name = what;
     const CallRecord& calls = record_of_calls();
     if (name == "calls") return calls.calls;
     if (name == "locks") return count_locks();
-    if (name == "handles") return process().handles();
+    if (name == "handles") return count_handles();
     if (name == "violations") return static_cast<unsigned>(calls.violations.size());
     if (name == "failed") return calls.failed;
     unsigned count = 0;

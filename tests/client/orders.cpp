@@ -272,7 +272,7 @@ void ClientTable::close_index_files(const std::optional<std::string>& file) {
 std::set<U32> ClientTable::matching_records(const expression::Expression& condition) {
     std::set<U32> found;
     server_elsewhere_ = true;
-    table_->set_filter({});
+    table_->set_filter({}, {});
     table_->set_order(0);
     for (U32 record = 1; record <= table_->record_count(); ++record) {
         table_->go_to(record);
@@ -283,7 +283,7 @@ std::set<U32> ClientTable::matching_records(const expression::Expression& condit
 
 void ClientTable::apply_filters() {
     drop_ahead();
-    if (!filter && !optimised_filter) return table_->set_filter({});
+    if (!filter && !optimised_filter) return table_->set_filter({}, {});
     const auto passes = [](const std::optional<RecordFilter>& one,
                            const record::RecordView& record) {
         if (!one) return true;
@@ -292,7 +292,7 @@ void ClientTable::apply_filters() {
     };
     table_->set_filter([this, passes](const record::RecordView& record) {
         return passes(filter, record) && passes(optimised_filter, record);
-    });
+    }, {});
 }
 
 void ClientTable::set_filter(std::optional<RecordFilter> ClientTable::*filter_kind,

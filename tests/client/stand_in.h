@@ -212,7 +212,6 @@ class Process {
     int epoch = 1900;
     std::map<Handle, std::unique_ptr<Connection>> connections;
     std::set<std::string> aliases;
-    unsigned handles() const { return static_cast<unsigned>(objects_.size()); }
 
   private:
     struct Entry {
