@@ -89,7 +89,8 @@ class CallRecord {
 
     void open_log(const std::string& path);
     // "function:occurrence[+][:status]"; "any" means every function, "+" that call and all later
-    // ones. Occurrences are counted from now, or from the last "calls=0", on. An empty text ends it. False if it is malformed.
+    // ones. Occurrences are counted from now, or from the last "calls=0", on. An empty text ends
+    // it. False if it is malformed.
     bool set_failure(const std::string& text);
     // True for the calls of the failure's function that are to fail. A part of a function with a
     // name of its own is asked for like a function.

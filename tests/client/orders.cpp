@@ -290,9 +290,11 @@ void ClientTable::apply_filters() {
         return one->records ? one->records->contains(record.number)
                             : one->expression.is_true(record);
     };
-    table_->set_filter([this, passes](const record::RecordView& record) {
-        return passes(filter, record) && passes(optimised_filter, record);
-    }, {});
+    table_->set_filter(
+        [this, passes](const record::RecordView& record) {
+            return passes(filter, record) && passes(optimised_filter, record);
+        },
+        {});
 }
 
 void ClientTable::set_filter(std::optional<RecordFilter> ClientTable::*filter_kind,

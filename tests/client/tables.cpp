@@ -133,7 +133,7 @@ ClientTable::ClientTable(Connection& connection, Handle handle, std::unique_ptr<
       options_(std::move(options)) {
     known_count_ = table_->record_count();
     if (table_->opened_orders_automatically()) {
-        list_orders(record::sibling_path(table_->path(), ".CDX"));
+        list_orders(record::sibling_path(table_->path(), "CDX"));
     }
     if (reads("open_position=top")) arrive();
 }
