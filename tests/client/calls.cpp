@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 
 #include "client/readings.h"
@@ -36,16 +35,16 @@ Status status_of(const EngineFault& fault) {
     }
 }
 
-void separate(std::string& line) {
-    if (!line.empty()) line += ", ";
-}
+std::size_t handle_width() { return reads("handle_width=four") ? sizeof(U32) : sizeof(Handle); }
 
 }  // namespace
 
 void fail(Status status, const std::string& text) { throw Failure{status, text}; }
 
 void violate(Status status, const std::string& text) {
-    record_of_calls().add_violation(text);
+    CallRecord& calls = record_of_calls();
+    calls.violations.push_back(std::string(calls.function) + ": " + text);
+    if (calls.log != nullptr) calls.write_log("violation", calls.violations.back(), status);
     fail(status, text);
 }
 
@@ -57,53 +56,48 @@ CallRecord& record_of_calls() {
     return record;
 }
 
-bool CallRecord::begin(const char* name) {
-    function = name;
-    ++calls;
-    ++calls_of[name];
-    return !failing_.empty() && is_due(name);
+bool begin_call(const char* function) {
+    CallRecord& record = record_of_calls();
+    record.function = function;
+    ++record.calls;
+    ++record.calls_of[function];
+    return !record.failing.empty() && record.is_due(function);
 }
 
 bool CallRecord::is_due(std::string_view name) {
-    if (failing_ != "any" && failing_ != name) return false;
+    const bool part = name != function;
+    if (failing != name && (part || failing != "any")) return false;
     ++matches;
-    if (matches != occurrence_ && !(lasting_ && matches > occurrence_)) return false;
+    if (matches != occurrence && !(lasting && matches > occurrence)) return false;
     ++failed;
     return true;
 }
 
 bool CallRecord::set_failure(const std::string& text) {
-    failing_.clear();
+    failing.clear();
     matches = failed = 0;
-    failure_status_ = kMadeToFail;
+    failure_status = kMadeToFail;
     if (text.empty()) return true;
     const std::size_t colon = text.find(':');
     if (colon == 0 || colon == std::string::npos) return false;
     const char* end = text.data() + text.size();
-    auto number = std::from_chars(text.data() + colon + 1, end, occurrence_);
-    lasting_ = number.ptr != end && *number.ptr == '+';
-    if (lasting_) ++number.ptr;
+    auto number = std::from_chars(text.data() + colon + 1, end, occurrence);
+    lasting = number.ptr != end && *number.ptr == '+';
+    if (lasting) ++number.ptr;
     if (number.ptr != end && *number.ptr == ':') {
-        number = std::from_chars(number.ptr + 1, end, failure_status_);
+        number = std::from_chars(number.ptr + 1, end, failure_status);
     }
-    if (number.ec != std::errc() || number.ptr != end || occurrence_ == 0) return false;
-    failing_ = text.substr(0, colon);
+    if (number.ec != std::errc() || number.ptr != end || occurrence == 0) return false;
+    failing = text.substr(0, colon);
     return true;
 }
 
-void CallRecord::open_log(const std::string& path) { log_ = std::fopen(path.c_str(), "ab"); }
-
 // One write per line, so that the lines of several processes stay whole.
-void CallRecord::log(const std::string& name, const std::string& arguments, Status status) const {
-    const std::string line = std::to_string(getpid()) + '\t' + name + '\t' + arguments + '\t' +
+void CallRecord::write_log(const std::string& name, const std::string& shown, Status status) const {
+    const std::string line = std::to_string(getpid()) + '\t' + name + '\t' + shown + '\t' +
                              std::to_string(status) + '\n';
-    std::fwrite(line.data(), 1, line.size(), log_);
-    std::fflush(log_);
-}
-
-void CallRecord::add_violation(const std::string& text) {
-    violations.push_back(std::string(function) + ": " + text);
-    if (logging()) log("violation", violations.back(), kSuccess);
+    std::fwrite(line.data(), 1, line.size(), log);
+    std::fflush(log);
 }
 
 Status status_of_exception() noexcept {
@@ -121,112 +115,68 @@ Status status_of_exception() noexcept {
 }
 
 void note_success() {
-    if (reads("last_error=cleared")) record_of_calls().last_error = {kSuccess, ""};
+    if (reads("last_error=cleared")) record_of_calls().last_error = {};
 }
 
-bool fails_after() noexcept { return reads("fail_after=1"); }
-
-Status made_to_fail() noexcept {
-    CallRecord& calls = record_of_calls();
-    calls.last_error = {calls.failure_status(), "made to fail by a test"};
-    return calls.failure_status();
-}
+bool fails_after_work() { return reads("fail_after=1"); }
 
 // -- Arguments in the log.
 
-void show(std::string& line, HandleArgument argument) {
-    separate(line);
-    line += 'h' + std::to_string(argument.handle);
-}
+std::string shown(Given argument) { return 'h' + std::to_string(argument.handle); }
 
-void show(std::string& line, HandleResult argument) {
-    separate(line);
-    line += '[';
-    const U8* bytes = static_cast<const U8*>(argument.handles);
-    const std::size_t width = reads("handle_width=four") ? sizeof(U32) : sizeof(Handle);
+std::string shown(Answered argument) {
+    std::string line;
+    const char* bytes = static_cast<const char*>(argument.handles);
     const std::size_t count = argument.count == nullptr ? 1 : *argument.count;
     for (std::size_t i = 0; bytes != nullptr && i < count; ++i) {
         Handle handle = 0;
-        std::memcpy(&handle, bytes + i * width, width);
-        line += (i == 0 ? "h" : " h") + std::to_string(handle);
+        std::memcpy(&handle, bytes + i * handle_width(), handle_width());
+        line += (line.empty() ? "" : " ") + shown(Given{handle});
     }
-    line += ']';
+    return '[' + line + ']';
 }
 
-void show(std::string& line, FieldArgument argument) {
-    const auto position = reinterpret_cast<std::uintptr_t>(argument.field);
-    if (position >= kLowestPointer) return show(line, argument.field);
-    show(line, static_cast<std::int64_t>(position));
+std::string shown(FieldName argument) {
+    const auto position = reinterpret_cast<std::uintptr_t>(argument.name);
+    return position < kLowestPointer ? std::to_string(position) : shown(argument.name);
 }
 
-void show(std::string& line, const char* text) {
-    separate(line);
-    if (text == nullptr) {
-        line += '-';
-        return;
-    }
-    line += '"';
-    line.append(text, strnlen(text, kLongestText));
-    line += '"';
+std::string shown(const char* text) {
+    return text == nullptr ? "-" : '"' + std::string(text, strnlen(text, kLongestText)) + '"';
 }
 
-void show(std::string& line, std::int64_t number) {
-    separate(line);
-    line += std::to_string(number);
-}
+// -- Arguments and results.
 
-void show(std::string& line, const U16* number) {
-    number == nullptr ? show(line, static_cast<const char*>(nullptr))
-                      : show(line, static_cast<std::int64_t>(*number));
-}
-
-void show(std::string& line, const U32* number) {
-    number == nullptr ? show(line, static_cast<const char*>(nullptr))
-                      : show(line, static_cast<std::int64_t>(*number));
-}
-
-// -- Checks and results.
-
-std::string_view text_argument(const char* text, const char* what) {
-    require(text != nullptr, what);
+std::string text_argument(const char* text, const char* what) {
+    if (text == nullptr) violate(kBadArgument, std::string(what) + " is null");
     const std::size_t length = strnlen(text, kLongestText);
-    require(length < kLongestText, what);
+    if (length == kLongestText) violate(kBadArgument, std::string(what) + " does not end in NUL");
     return {text, length};
 }
 
-template <class Size>
-void give_text(std::string_view text, char* buffer, Size* size) {
-    result_argument(size);
-    require(buffer != nullptr || *size == 0, "a buffer is null");
-    const std::size_t room = *size;
-    const std::size_t needed = text.size() + 1;
-    const bool fits = needed <= room;
-    const std::size_t copied = std::min(text.size(), room);
-    if (copied != 0) std::memcpy(buffer, text.data(), copied);
-    *size = static_cast<Size>(fits ? text.size() : needed);
-    if (!fits) fail(kShortBuffer, "the buffer is too small");
-    buffer[text.size()] = '\0';
+std::string_view data_argument(const void* data, U32 size) {
+    require(data != nullptr || size == 0, "the data are null");
+    return {static_cast<const char*>(data), size};
 }
-template void give_text(std::string_view, char*, U16*);
-template void give_text(std::string_view, char*, U32*);
 
 template <class Size>
-void give_data(std::string_view data, void* buffer, Size* size) {
-    result_argument(size);
+void give_text(std::string_view text, void* buffer, Size* size, Ending ending) {
+    require(size != nullptr, "a pointer for a length is null");
     require(buffer != nullptr || *size == 0, "a buffer is null");
     const std::size_t room = *size;
-    const std::size_t copied = std::min(data.size(), room);
-    if (copied != 0) std::memcpy(buffer, data.data(), copied);
-    *size = static_cast<Size>(data.size());
-    if (room < data.size()) fail(kShortBuffer, "the buffer is too small");
+    const std::size_t needed = text.size() + (ending == Ending::kNul ? 1 : 0);
+    if (room != 0)
+        std::copy_n(text.data(), std::min(text.size(), room), static_cast<char*>(buffer));
+    *size = static_cast<Size>(needed <= room ? text.size() : needed);
+    if (needed > room) fail(kShortBuffer, "the buffer is too small");
+    if (ending == Ending::kNul) static_cast<char*>(buffer)[text.size()] = '\0';
 }
-template void give_data(std::string_view, void*, U16*);
-template void give_data(std::string_view, void*, U32*);
+template void give_text(std::string_view, void*, U16*, Ending);
+template void give_text(std::string_view, void*, U32*, Ending);
 
 void give_handle(Handle handle, void* result, std::size_t number) {
     require(result != nullptr, "a pointer for a handle is null");
-    const std::size_t width = reads("handle_width=four") ? sizeof(U32) : sizeof(Handle);
-    std::memcpy(static_cast<U8*>(result) + number * width, &handle, width);
+    std::memcpy(static_cast<char*>(result) + number * handle_width(), &handle, handle_width());
 }
 
 }  // namespace brenik::stand_in

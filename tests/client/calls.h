@@ -1,11 +1,12 @@
-// What every function of the stand-in does: it counts and logs the call, fails when it is told to,
-// checks its arguments, and turns faults into statuses.
+// What every function of the stand-in does: it counts and logs the call, fails when a test wants it
+// to, checks its arguments, and turns exceptions into statuses.
 //
-// The caller's breaches of the library's rules are violations: each is an error status and a line
-// for the test that looks for them.
+// A caller's breach of the library's rules is a violation: an error status, and a line for the test
+// that looks for them.
 
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -13,20 +14,20 @@
 #include <unordered_map>
 #include <vector>
 
-#ifndef STAND_IN_EXPORT
-#define STAND_IN_EXPORT
-#endif
 #ifndef STAND_IN_CALL
 #define STAND_IN_CALL
 #endif
-// Begins the definition of a function that the library exports.
-#define STAND_IN_FUNCTION(type) extern "C" STAND_IN_EXPORT type STAND_IN_CALL
+// Defines an exported function: its name, its parameters, those that the log shows, and its work.
+#define STAND_IN(name, parameters, shown, ...)                              \
+    extern "C" STAND_IN_EXPORT Status STAND_IN_CALL name parameters {       \
+        return call(                                                        \
+            #name, [&] { __VA_ARGS__; }, [&] { return shown_line shown; }); \
+    }
 
 namespace brenik::stand_in {
 
 using Handle = std::uintptr_t;
 using Status = std::uint32_t;
-using U8 = std::uint8_t;
 using U16 = std::uint16_t;
 using U32 = std::uint32_t;
 using I32 = std::int32_t;
@@ -69,8 +70,8 @@ enum : Status {
 
 // Ends a call with this status.
 struct Failure {
-    Status status;
-    std::string text;
+    Status status = kSuccess;
+    std::string text = {};
 };
 [[noreturn]] void fail(Status status, const std::string& text);
 [[noreturn]] void violate(Status status, const std::string& text);
@@ -79,112 +80,95 @@ inline void require(bool kept, const char* rule) {
 }
 
 // The calls so far, the log, and the failure that a test asked for.
-class CallRecord {
-  public:
-    // Begins the call of a function. True when it is to fail.
-    bool begin(const char* function);
-    // Ends it, and writes it to the log.
-    bool logging() const { return log_ != nullptr; }
-    void log(const std::string& function, const std::string& arguments, Status status) const;
-
-    void open_log(const std::string& path);
-    // "function:occurrence[+][:status]"; "any" means every function, "+" that call and all later
+struct CallRecord {
+    // "FUNCTION:OCCURRENCE[+][:STATUS]"; "any" means every function, "+" that call and all later
     // ones. Occurrences are counted from now, or from the last "calls=0", on. An empty text ends
     // it. False if it is malformed.
     bool set_failure(const std::string& text);
-    // True for the calls of the failure's function that are to fail. A part of a function with a
-    // name of its own is asked for like a function.
-    bool is_due(std::string_view function);
-    Status failure_status() const { return failure_status_; }
+    // Counts an occurrence of a function, or of a part of one that can fail by itself. True when it
+    // is to fail.
+    bool is_due(std::string_view name);
+    void write_log(const std::string& name, const std::string& shown, Status status) const;
 
-    void add_violation(const std::string& text);
-    std::vector<std::string> violations;
     unsigned calls = 0;
-    unsigned failed = 0;   // calls made to fail
-    unsigned matches = 0;  // calls that the failure's function had since it was set
     std::unordered_map<const char*, unsigned> calls_of;
     const char* function = "";  // of the present call
-    Failure last_error{kSuccess, ""};
+    std::vector<std::string> violations;
+    Failure last_error;
+    std::FILE* log = nullptr;
 
-  private:
-    std::FILE* log_ = nullptr;
-    std::string failing_;
-    unsigned occurrence_ = 0;
-    bool lasting_ = false;
-    Status failure_status_ = kMadeToFail;
+    std::string failing;  // the function; empty for none
+    unsigned occurrence = 0;
+    bool lasting = false;
+    Status failure_status = kMadeToFail;
+    unsigned matches = 0;  // calls of the function since the failure was set
+    unsigned failed = 0;   // those that were made to fail
 };
 CallRecord& record_of_calls();
 
 // -- Arguments, as the log shows them. What a pointer points to is shown after the call.
-struct HandleArgument {
+struct Given {
     Handle handle;
 };
-struct HandleResult {
+struct Answered {
     const void* handles;
-    const U16* count = nullptr;  // one without
+    const U16* count = nullptr;  // null: one
 };
-struct FieldArgument {
-    const char* field;
+struct FieldName {
+    const char* name;
 };
-inline HandleArgument given(Handle handle) { return {handle}; }
-void show(std::string& line, HandleArgument argument);
-void show(std::string& line, HandleResult argument);
-void show(std::string& line, FieldArgument argument);
-void show(std::string& line, const char* text);
-void show(std::string& line, std::int64_t number);
-void show(std::string& line, const U16* number);
-void show(std::string& line, const U32* number);
-
-// Runs the work of a function and returns its status.
-template <class Work>
-Status attempt(const Work& work) noexcept;
-Status status_of_exception() noexcept;  // of the one being handled
-void note_success();
-
-template <class Work>
-Status attempt(const Work& work) noexcept {
-    try {
-        work();
-        note_success();
-        return kSuccess;
-    } catch (...) {
-        return status_of_exception();
-    }
+std::string shown(Given argument);
+std::string shown(Answered argument);
+std::string shown(FieldName argument);
+std::string shown(const char* text);
+std::string shown(std::integral auto number) { return std::to_string(number); }
+template <std::integral Number>
+std::string shown(const Number* answer) {
+    return answer == nullptr ? "-" : std::to_string(*answer);
+}
+template <class... Arguments>
+std::string shown_line(Arguments... arguments) {
+    std::string line;
+    ((line += (line.empty() ? "" : ", ") + shown(arguments)), ...);
+    return line;
 }
 
-Status made_to_fail() noexcept;
-bool fails_after() noexcept;
+// -- The frame of a call.
+bool begin_call(const char* function);
+Status status_of_exception() noexcept;  // of the one being handled
+void note_success();
+bool fails_after_work();
 
-template <class Work, class... Arguments>
-Status call(const char* function, const Work& work, Arguments... arguments) noexcept {
-    CallRecord& calls = record_of_calls();
-    const bool fails = calls.begin(function);
-    Status status = fails && !fails_after() ? kSuccess : attempt(work);
-    if (fails) status = made_to_fail();
-    if (calls.logging()) {
-        std::string line;
-        (show(line, arguments), ...);
-        calls.log(function, line, status);
+template <class Work, class Shown>
+Status call(const char* function, const Work& work, const Shown& shown) noexcept {
+    const bool fails = begin_call(function);
+    Status status = kSuccess;
+    try {
+        if (!fails || fails_after_work()) work();
+        if (fails) fail(record_of_calls().failure_status, "made to fail by a test");
+        note_success();
+    } catch (...) {
+        status = status_of_exception();
     }
+    if (record_of_calls().log != nullptr) record_of_calls().write_log(function, shown(), status);
     return status;
 }
 
-// -- Checks of arguments.
-// The text, which must end in NUL within a sane length.
-std::string_view text_argument(const char* text, const char* what);
-template <class T>
-T& result_argument(T* result) {
-    require(result != nullptr, "a pointer for a result is null");
-    return *result;
-}
+// -- Arguments and results.
 
+// A text that must end in NUL within a sane length.
+std::string text_argument(const char* text, const char* what);
+std::string_view data_argument(const void* data, U32 size);
+template <class T, class V>
+void give(T* result, V value) {
+    require(result != nullptr, "a pointer for a result is null");
+    *result = static_cast<T>(value);
+}
 // Gives a text back. `size` is the size of the buffer, and afterwards the length of the text. A
-// short buffer gets what fits, and `size` what is needed.
+// short buffer gets what fits, and `size` what is needed. No NUL follows data.
+enum class Ending { kNul, kNone };
 template <class Size>
-void give_text(std::string_view text, char* buffer, Size* size);
-// The same for data, which no NUL follows.
-template <class Size>
-void give_data(std::string_view data, void* buffer, Size* size);
+void give_text(std::string_view text, void* buffer, Size* size, Ending ending = Ending::kNul);
 void give_handle(Handle handle, void* result, std::size_t number = 0);
 
 }  // namespace brenik::stand_in

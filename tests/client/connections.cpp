@@ -1,8 +1,7 @@
-// Handles, connections and the settings of the process.
+// Handles, connections, and the settings of the process.
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <utility>
 
 #include "client/readings.h"
@@ -13,31 +12,43 @@ namespace {
 
 constexpr U16 kAllTypes = kLocalServer | kRemoteServer | kInternetServer;
 
-void require_flag(U16 flag) { require(flag <= 1, "a logical argument is neither 0 nor 1"); }
-
-// The first of the servers that answers, in the order in which they are tried.
+// The first of the servers that answers, in the order in which they are tried; 0 for none.
 U16 answering(U16 types) {
-    require(types != 0 && (types & ~kAllTypes) == 0, "an unknown server type");
-    if (process().server_is_lost) return 0;
     for (const U16 type : {kRemoteServer, kInternetServer, kLocalServer}) {
-        if ((types & type & process().servers) != 0) return type;
+        if (!process().server_is_lost && (types & type & process().servers) != 0) return type;
     }
     return 0;
 }
 
+void require_types(U16 types) {
+    require(types != 0 && (types & ~kAllTypes) == 0, "an unknown server type");
+}
+
+bool flag(U16 value) {
+    require(value <= 1, "a logical argument is neither 0 nor 1");
+    return value != 0;
+}
+
 void give_connection(const char* path, U16 types, void* handle) {
-    require(!text_argument(path, "the server's path does not end in NUL").empty(), "no path");
-    result_argument(static_cast<char*>(handle));
+    require(!text_argument(path, "the server's path").empty(), "no path");
+    require(handle != nullptr, "a pointer for a handle is null");
+    require_types(types);
     give_handle(process().connect(types).handle, handle);
 }
 
-void set_server_type(U16 types) {
-    require(types != 0 && (types & ~kAllTypes) == 0, "an unknown server type");
-    process().server_types = types;
+void connect_as(const char* user, const char* password, U32 options) {
+    require(options == 0, "unknown options");
+    if (user != nullptr) fail(kDictionary, "a user needs a data dictionary");
+    require(password == nullptr, "a password without a user");
+}
+
+void disconnect(Handle handle) {
+    if (handle == 0) violate(kNoConnection, "closes the connections of the whole process");
+    process().disconnect(process().connection(handle, Process::Lost::kAllowed));
 }
 
 U16 loaded(const char* path) {
-    text_argument(path, "the server's path does not end in NUL");
+    text_argument(path, "the server's path");
     if (reads("server_loaded=fails")) fail(kNoDriveConnection, "no server was asked");
     const U16 remote = answering(kRemoteServer);
     if (reads("server_loaded=types")) return remote != 0 ? remote : answering(kLocalServer);
@@ -45,9 +56,9 @@ U16 loaded(const char* path) {
 }
 
 void set_date_format(const char* format) {
-    const std::string_view text = text_argument(format, "the date format does not end in NUL");
-    const auto has = [&](const char* part) { return text.find(part) != std::string_view::npos; };
-    const bool separated = text.find_first_of("/-.") != std::string_view::npos;
+    const std::string text = text_argument(format, "the date format");
+    const auto has = [&](const char* part) { return text.find(part) != std::string::npos; };
+    const bool separated = text.find_first_of("/-.") != std::string::npos;
     if (!has("YY") || !has("MM") || !has("DD") || (!separated && reads("date_format=separated"))) {
         fail(kBadArgument, "not a date format");
     }
@@ -63,8 +74,8 @@ Process& process() {
     return the_process;
 }
 
-// Numbers that nobody guesses, each given once, and no more than 32 bits wide.
-Handle Process::new_handle(const Entry& entry) {
+// Numbers that nobody guesses, each given once, and no wider than 32 bits.
+Handle Process::add(const Entry& entry) {
     constexpr U32 kStride = 0x9E3779B1;
     if (last_handle_ == 0) last_handle_ = static_cast<U32>(getpid()) * kStride;
     do {
@@ -74,12 +85,11 @@ Handle Process::new_handle(const Entry& entry) {
     return last_handle_;
 }
 
-const Process::Entry& Process::entry(Handle handle, Status status, const char* wanted) {
-    const auto found = objects_.find(static_cast<U32>(handle));
-    const bool whole =
-        found != objects_.end() && (handle == found->first || reads("handle_width=four"));
-    if (whole) return found->second;
-    const auto gone = dead_.find(handle);
+Process::Entry& Process::entry(Handle handle, Status status, const char* wanted) {
+    const Handle own = reads("handle_width=four") ? static_cast<U32>(handle) : handle;
+    const auto found = objects_.find(own);
+    if (found != objects_.end()) return found->second;
+    const auto gone = dead_.find(own);
     violate(status, std::string("a stale or foreign handle instead of ") + wanted +
                         (gone == dead_.end() ? "" : std::string(" (") + gone->second + ")"));
 }
@@ -89,24 +99,26 @@ void Process::forget(Handle handle, const char* what) {
     dead_[handle] = what;
 }
 
-Connection& Process::connection(Handle handle) {
+Connection& Process::connection(Handle handle, Lost lost) {
     Connection* found = entry(handle, kNoConnection, "a connection's").connection;
     if (found == nullptr) violate(kNoConnection, "not a connection's handle");
-    if (found->lost) fail(kServerLost, "the server was lost");
+    if (found->lost && lost == Lost::kRefused) fail(kServerLost, "the server was lost");
     return *found;
 }
 
-Process::Object Process::object(Handle handle) {
+Process::Object Process::object(Handle handle, Lost lost) {
     const Entry& known = entry(handle, kBadHandle, "a table's or an order's");
     ClientTable* owner = known.order != nullptr ? known.order->table : known.table;
     if (owner == nullptr) violate(kBadHandle, "not a table's or an order's handle");
-    if (owner->connection().lost) fail(kServerLost, "the server was lost");
+    if (owner->connection().lost && lost == Lost::kRefused) {
+        fail(kServerLost, "the server was lost");
+    }
     owner->connection().engine->begin_call();
     return {owner, known.order};
 }
 
-ClientTable& Process::table(Handle handle) {
-    const Object known = object(handle);
+ClientTable& Process::table(Handle handle, Lost lost) {
+    const Object known = object(handle, lost);
     if (known.order != nullptr) violate(kBadTableHandle, "an order's handle instead of a table's");
     return *known.table;
 }
@@ -122,40 +134,36 @@ Connection& Process::connect(U16 types) {
     const U16 type = answering(types);
     if (type == 0) fail(kNoDriveConnection, "no server answers for this path");
     auto made = std::make_unique<Connection>();
-    Connection& connection = *made;
-    connection.type = type;
-    connection.handle = new_handle({.connection = &connection});
-    connection.engine->set_deleted_hidden(!shows_deleted);
-    connections[connection.handle] = std::move(made);
-    return connection;
+    made->type = type;
+    made->handle = add({.connection = made.get()});
+    made->engine->set_deleted_hidden(!shows_deleted);
+    return *(connections[made->handle] = std::move(made));
 }
 
 void Process::disconnect(Connection& connection) {
-    const bool lost = connection.lost;
-    std::optional<Failure> failure;
+    Failure failure;
     while (!connection.tables.empty()) {
         try {
             close_table(*connection.tables.begin()->second);
-        } catch (const Failure& reason) {
-            failure = reason;
+        } catch (...) {
+            status_of_exception();
+            failure = record_of_calls().last_error;
         }
     }
+    if (connection.lost) failure = {kServerLost, "the server was lost"};
     forget(connection.handle, "its connection was closed");
     connections.erase(connection.handle);
-    if (lost) fail(kServerLost, "the server was lost");
-    if (failure) throw Failure(*failure);
+    if (failure.status != kSuccess) throw Failure(failure);
 }
 
 ClientTable& Process::add_table(Connection& connection, std::unique_ptr<Table> table,
                                 ClientTable::Options options) {
-    const Handle handle = new_handle({});
+    const Handle handle = add({});
     auto made =
         std::make_unique<ClientTable>(connection, handle, std::move(table), std::move(options));
-    ClientTable& added = *made;
-    objects_[handle].table = &added;
-    aliases.insert(added.alias());
-    connection.tables[handle] = std::move(made);
-    return added;
+    objects_[handle].table = made.get();
+    aliases.insert(made->alias());
+    return *(connection.tables[handle] = std::move(made));
 }
 
 // The handle is gone, whatever becomes of the last write.
@@ -164,8 +172,9 @@ void Process::close_table(ClientTable& table) {
         Process& process;
         ClientTable& table;
         ~Closing() {
-            for (const auto& order : table.orders())
+            for (const auto& order : table.orders()) {
                 process.forget(order->handle, "its table was closed");
+            }
             process.forget(table.handle(), "the table was closed");
             process.aliases.erase(table.alias());
             table.connection().tables.erase(table.handle());
@@ -175,8 +184,6 @@ void Process::close_table(ClientTable& table) {
     if (table.connection().lost) fail(kServerLost, "the server was lost");
     table.flush();
 }
-
-void Process::add_order(Order& order) { order.handle = new_handle({.order = &order}); }
 
 // The server's side is gone, files and locks included. The handles stay until they are closed.
 void Process::lose_server() {
@@ -195,132 +202,39 @@ void Process::show_deleted(bool show) {
 
 // -- Exports.
 
-STAND_IN_FUNCTION(Status) AdsSetServerType(U16 types) {
-    return call(
-        "AdsSetServerType", [&] { set_server_type(types); }, types);
-}
+STAND_IN(AdsSetServerType, (U16 types), (types), require_types(types);
+         process().server_types = types)
+STAND_IN(AdsIsServerLoaded, (const char* path, U16* answer), (path, answer),
+         give(answer, loaded(path)))
+STAND_IN(AdsConnect26, (const char* path, U16 types, void* handle), (path, types, Answered{handle}),
+         give_connection(path, types, handle))
+STAND_IN(AdsConnect60,
+         (const char* path, U16 types, const char* user, const char* password, U32 options,
+          void* handle),
+         (path, types, options, Answered{handle}), connect_as(user, password, options);
+         give_connection(path, types, handle))
+STAND_IN(AdsDisconnect, (Handle handle), (Given{handle}), disconnect(handle))
+STAND_IN(AdsGetLastError, (U32 * code, char* text, U16* size), (code),
+         const Failure error = record_of_calls().last_error;
+         give(code, error.status); give_text(error.text, text, size))
+STAND_IN(AdsShowDeleted, (U16 show), (show), process().show_deleted(flag(show)))
+STAND_IN(AdsGetDeleted, (U16 * answer), (answer),
+         give(answer, process().shows_deleted == reads("deleted_polarity=shown")))
+STAND_IN(AdsSetExact, (U16 exact), (exact), process().exact = flag(exact))
+STAND_IN(AdsGetExact, (U16 * answer), (answer), give(answer, process().exact))
+STAND_IN(AdsSetDateFormat, (const char* format), (format), set_date_format(format))
+STAND_IN(AdsGetDateFormat, (char* format, U16* size), (size),
+         give_text(process().date_format, format, size))
+STAND_IN(AdsSetEpoch, (U16 epoch), (epoch), process().epoch = epoch)
 
-STAND_IN_FUNCTION(Status) AdsIsServerLoaded(const char* path, U16* answer) {
-    return call(
-        "AdsIsServerLoaded", [&] { result_argument(answer) = loaded(path); }, path, answer);
-}
-
-STAND_IN_FUNCTION(Status) AdsConnect(const char* path, void* handle) {
-    const auto connect = [&] {
-        require(process().server_types.has_value(), "no server type was set");
-        give_connection(path, *process().server_types, handle);
-    };
-    return call("AdsConnect", connect, path, HandleResult{handle});
-}
-
-STAND_IN_FUNCTION(Status) AdsConnect26(const char* path, U16 types, void* handle) {
-    return call(
-        "AdsConnect26", [&] { give_connection(path, types, handle); }, path, types,
-        HandleResult{handle});
-}
-
-STAND_IN_FUNCTION(Status)
-AdsConnect60(const char* path, U16 types, const char* user, const char* password, U32 options,
-             void* handle) {
-    const auto connect = [&] {
-        require(options == 0, "unknown options");
-        if (user != nullptr) fail(kDictionary, "a user needs a data dictionary");
-        require(password == nullptr, "a password without a user");
-        give_connection(path, types, handle);
-    };
-    return call("AdsConnect60", connect, path, types, HandleResult{handle});
-}
-
-STAND_IN_FUNCTION(Status) AdsDisconnect(Handle handle) {
-    const auto disconnect = [&] {
-        if (handle == 0) violate(kNoConnection, "closes the connections of the whole process");
-        const auto known = process().connections.find(handle);  // a lost one, too
-        if (known != process().connections.end()) return process().disconnect(*known->second);
-        static_cast<void>(process().connection(handle));
-    };
-    return call("AdsDisconnect", disconnect, given(handle));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetLastError(U32* code, char* text, U16* size) {
-    const Failure error = record_of_calls().last_error;
-    const auto give = [&] {
-        result_argument(code) = error.status;
-        give_text(error.text, text, size);
-    };
-    return call("AdsGetLastError", give, static_cast<const U32*>(code));
-}
-
-STAND_IN_FUNCTION(Status) AdsShowDeleted(U16 show) {
-    const auto set = [&] {
-        require_flag(show);
-        process().show_deleted(show != 0);
-    };
-    return call("AdsShowDeleted", set, show);
-}
-
-STAND_IN_FUNCTION(Status) AdsGetDeleted(U16* answer) {
-    const auto get = [&] {
-        const bool shown = process().shows_deleted;
-        result_argument(answer) = shown == reads("deleted_polarity=shown") ? 1 : 0;
-    };
-    return call("AdsGetDeleted", get, static_cast<const U16*>(answer));
-}
-
-STAND_IN_FUNCTION(Status) AdsSetExact(U16 exact) {
-    const auto set = [&] {
-        require_flag(exact);
-        process().exact = exact != 0;
-    };
-    return call("AdsSetExact", set, exact);
-}
-
-STAND_IN_FUNCTION(Status) AdsGetExact(U16* answer) {
-    const auto get = [&] { result_argument(answer) = process().exact ? 1 : 0; };
-    return call("AdsGetExact", get, static_cast<const U16*>(answer));
-}
-
-STAND_IN_FUNCTION(Status) AdsSetDateFormat(const char* format) {
-    return call(
-        "AdsSetDateFormat", [&] { set_date_format(format); }, format);
-}
-
-STAND_IN_FUNCTION(Status) AdsGetDateFormat(char* format, U16* size) {
-    return call(
-        "AdsGetDateFormat", [&] { give_text(process().date_format, format, size); },
-        static_cast<const U16*>(size));
-}
-
-STAND_IN_FUNCTION(Status) AdsSetEpoch(U16 epoch) {
-    return call(
-        "AdsSetEpoch", [&] { process().epoch = epoch; }, epoch);
-}
-
-// -- Functions that a library within another program must not call: they end what the program
-// itself has open, show a window, or move other tables.
-
-STAND_IN_FUNCTION(Status) AdsApplicationExit() {
-    return call("AdsApplicationExit", [] { violate(kBadArgument, "closes the whole process"); });
-}
-
-STAND_IN_FUNCTION(Status) AdsCloseAllTables() {
-    return call("AdsCloseAllTables", [] { violate(kBadArgument, "closes the whole process"); });
-}
-
-STAND_IN_FUNCTION(Status) AdsShowError(const char* title) {
-    return call(
-        "AdsShowError", [] { violate(kBadArgument, "shows a window"); }, title);
-}
-
-STAND_IN_FUNCTION(Status) AdsSetRelation(Handle parent, Handle child, const char* text) {
-    return call(
-        "AdsSetRelation", [] { violate(kBadArgument, "moves another table"); }, given(parent),
-        given(child), text);
-}
-
-STAND_IN_FUNCTION(Status) AdsSetScopedRelation(Handle parent, Handle child, const char* text) {
-    return call(
-        "AdsSetScopedRelation", [] { violate(kBadArgument, "moves another table"); }, given(parent),
-        given(child), text);
-}
+// Functions that a library within another program must not call: they end what the program itself
+// has open, show a window, or move other tables.
+STAND_IN(AdsApplicationExit, (), (), violate(kBadArgument, "closes the whole process"))
+STAND_IN(AdsCloseAllTables, (), (), violate(kBadArgument, "closes the whole process"))
+STAND_IN(AdsShowError, (const char* title), (title), violate(kBadArgument, "shows a window"))
+STAND_IN(AdsSetRelation, (Handle parent, Handle child, const char* text),
+         (Given{parent}, Given{child}, text), violate(kBadArgument, "moves another table"))
+STAND_IN(AdsSetScopedRelation, (Handle parent, Handle child, const char* text),
+         (Given{parent}, Given{child}, text), violate(kBadArgument, "moves another table"))
 
 }  // namespace brenik::stand_in

@@ -39,6 +39,15 @@ bool is_converted(const ClientTable& table, const record::Field& field) {
     return table.is_oem() && is_text && !field.is_binary() && reads("oem_fields=converted");
 }
 
+std::string to_ansi(std::string_view oem) {
+    std::string ansi(oem);
+    for (char& c : ansi) {
+        const auto byte = static_cast<Byte>(c);
+        if (byte >= 0x80) c = kAnsiOfOem[byte - 0x80];
+    }
+    return ansi;
+}
+
 // Century, year, month and day of the date format, each in two digits.
 std::array<int, 4> date_parts(const CivilDay& day) {
     return {day.year / kCenturyYears, day.year % kCenturyYears, day.month, day.day};
@@ -46,12 +55,21 @@ std::array<int, 4> date_parts(const CivilDay& day) {
 
 std::size_t date_part(char letter) { return std::string_view("CYMD").find(letter); }
 
-std::string time_text(std::string_view date_time) {
-    const Date day = Date::from_ymd(date_time.substr(0, 8));
-    if (day.empty()) return std::string(process().date_format.size(), ' ');
-    const std::string time(date_time.substr(8, 6));
-    return date_text(day) + ' ' + time.substr(0, 2) + ':' + time.substr(2, 2) + ':' +
-           time.substr(4, 2);
+std::string date_text(Date date) {
+    std::string text = process().date_format;
+    const std::array<int, 4> parts = date_parts(date.civil());
+    bool tens = true;
+    for (char& c : text) {
+        const std::size_t part = date_part(c);
+        if (part == std::string_view::npos) {
+            if (date.empty() && reads("empty_date=blank")) c = ' ';
+            continue;
+        }
+        c = static_cast<char>('0' + (tens ? parts[part] / 10 : parts[part] % 10));
+        if (date.empty()) c = ' ';
+        tens = !tens;
+    }
+    return text;
 }
 
 std::string double_text(double number, const record::Field& field) {
@@ -92,7 +110,7 @@ std::string field_text(ClientTable& table, std::size_t position) {
         case FieldForm::kCurrency:
             return double_text(value.number(), field);
         case FieldForm::kDateTime:
-            return time_text(value.text());
+            return date_text(Date::from_ymd(value.text().substr(0, 8)));
         default:
             return is_converted(table, field) ? to_ansi(value.text()) : value.text();
     }
@@ -123,19 +141,6 @@ Value logical_in(std::string_view text) {
     fail(kTruncated, "not a logical");
 }
 
-Value date_time_in(std::string_view text) {
-    constexpr std::size_t kTimeLength = 9;
-    constexpr double kSecondsPerDay = 86400;
-    const std::size_t date_length = process().date_format.size();
-    const Date day = parse_date(text.substr(0, date_length));
-    if (text.size() != date_length + kTimeLength) return date_time_at(day.julian_day());
-    const auto part = [&](std::size_t at) {
-        return leading_number(text.substr(date_length + at, 2));
-    };
-    const double seconds = part(1) * 3600 + part(4) * 60 + part(7);
-    return date_time_at(day.julian_day() + seconds / kSecondsPerDay);
-}
-
 // Text of a character field; a wider one is refused or, in the other reading, cut.
 Value text_in(std::string_view text, const record::Field& field) {
     if (text.size() > field.width && reads("long_text=refused")) {
@@ -151,7 +156,7 @@ Value value_in(std::string_view text, const record::Field& field) {
         case FieldForm::kLogical:
             return logical_in(text);
         case FieldForm::kDateTime:
-            return date_time_in(text);
+            return parse_date(text).to_ymd() + "000000000";
         case FieldForm::kText:
         case FieldForm::kVariableText:
             return text_in(text, field);
@@ -198,11 +203,6 @@ void set_field(ClientTable& table, std::size_t position, std::string_view text) 
     set_value(table, field, value_in(own, field));
 }
 
-std::string_view data_argument(const void* data, U32 size) {
-    require(data != nullptr || size == 0, "the data are null");
-    return {static_cast<const char*>(data), size};
-}
-
 // A memo that may be read and written as binary data.
 std::size_t binary_argument(const ClientTable& table, const char* field) {
     const std::size_t position = field_argument(table, field);
@@ -213,13 +213,34 @@ std::size_t binary_argument(const ClientTable& table, const char* field) {
     return position;
 }
 
-void set_binary(ClientTable& table, std::size_t position, std::string_view piece, U32 offset,
-                U32 total) {
+void set_binary(ClientTable& table, const char* field, U16 type, U32 total, U32 offset,
+                std::string_view piece) {
+    const std::size_t position = binary_argument(table, field);
+    require(type >= 5 && type <= 7, "an unknown type of binary data");
     require(std::uint64_t{offset} + piece.size() <= total, "the piece lies outside the data");
     std::string text = table.memo(position);
     text.resize(total);
     std::ranges::copy(piece, text.begin() + offset);
     table.write_memo_now(position, text);
+}
+
+// A piece of the data, as much as the buffer holds.
+void give_binary(ClientTable& table, const char* field, U32 offset, void* data, U32* size) {
+    const std::string text = table.memo(binary_argument(table, field));
+    require(size != nullptr && offset <= text.size(), "the piece lies outside the data");
+    give_text(std::string_view(text).substr(offset, *size), data, size, Ending::kNone);
+}
+
+std::size_t memo_length(ClientTable& table, const char* field) {
+    const std::size_t position = field_argument(table, field);
+    if (!table.layout().fields[position - 1].is_memo()) fail(kWrongType, "not a memo field");
+    table.require_record();
+    return memo_text(table, position).size();
+}
+
+void give_image(const ClientTable& table, void* record, U32* size) {
+    table.require_record();
+    give_text(as_text(table.image()), record, size, Ending::kNone);
 }
 
 std::string_view trimmed(std::string_view text, U16 trim) {
@@ -229,16 +250,14 @@ std::string_view trimmed(std::string_view text, U16 trim) {
     return text;
 }
 
-}  // namespace
-
-std::string to_ansi(std::string_view oem) {
-    std::string ansi(oem);
-    for (char& c : ansi) {
-        const auto byte = static_cast<Byte>(c);
-        if (byte >= 0x80) c = kAnsiOfOem[byte - 0x80];
-    }
-    return ansi;
+void give_field(ClientTable& table, const char* field, void* data, U32* size, U16 trim) {
+    const std::size_t position = field_argument(table, field);
+    table.require_record();
+    const std::string text = field_text(table, position);
+    give_text(trimmed(text, trim), data, size);
 }
+
+}  // namespace
 
 std::string to_oem(std::string_view ansi) {
     std::string oem(ansi);
@@ -248,23 +267,6 @@ std::string to_oem(std::string_view ansi) {
         c = found == std::string_view::npos ? '?' : static_cast<char>(found + 0x80);
     }
     return oem;
-}
-
-std::string date_text(Date date) {
-    std::string text = process().date_format;
-    const std::array<int, 4> parts = date_parts(date.civil());
-    bool tens = true;
-    for (char& c : text) {
-        const std::size_t part = date_part(c);
-        if (part == std::string_view::npos) {
-            if (date.empty() && reads("empty_date=blank")) c = ' ';
-            continue;
-        }
-        c = static_cast<char>('0' + (tens ? parts[part] / 10 : parts[part] % 10));
-        if (date.empty()) c = ' ';
-        tens = !tens;
-    }
-    return text;
 }
 
 Date parse_date(std::string_view text) {
@@ -291,104 +293,34 @@ Date parse_date(std::string_view text) {
     return date;
 }
 
-Value date_time_at(double day) {
-    const double whole = std::floor(day);
-    const auto ms =
-        static_cast<std::uint32_t>(std::llround((day - whole) * record::kMillisecondsPerDay));
-    return record::date_time_text(static_cast<std::int32_t>(whole), ms);
-}
-
 // -- Exports.
 
-STAND_IN_FUNCTION(Status)
-AdsGetField(Handle handle, const char* field, void* data, U32* size, U16 trim) {
-    const auto get = [&] {
-        ClientTable& table = process().table(handle);
-        const std::size_t position = field_argument(table, field);
-        table.require_record();
-        const std::string text = field_text(table, position);
-        give_text(trimmed(text, trim), static_cast<char*>(data), size);
-    };
-    return call("AdsGetField", get, given(handle), FieldArgument{field},
-                static_cast<const U32*>(size), trim);
-}
-
-STAND_IN_FUNCTION(Status)
-AdsSetField(Handle handle, const char* field, const void* data, U32 length) {
-    const auto set = [&] {
-        ClientTable& table = process().table(handle);
-        set_field(table, field_argument(table, field), data_argument(data, length));
-    };
-    return call("AdsSetField", set, given(handle), FieldArgument{field}, length);
-}
-
-STAND_IN_FUNCTION(Status) AdsSetEmpty(Handle handle, const char* field) {
-    const auto set = [&] {
-        ClientTable& table = process().table(handle);
-        set_empty(table, field_argument(table, field));
-    };
-    return call("AdsSetEmpty", set, given(handle), FieldArgument{field});
-}
-
-STAND_IN_FUNCTION(Status) AdsGetMemoLength(Handle handle, const char* field, U32* length) {
-    const auto get = [&] {
-        ClientTable& table = process().table(handle);
-        const std::size_t position = field_argument(table, field);
-        if (!table.layout().fields[position - 1].is_memo()) fail(kWrongType, "not a memo field");
-        table.require_record();
-        result_argument(length) = static_cast<U32>(memo_text(table, position).size());
-    };
-    return call("AdsGetMemoLength", get, given(handle), FieldArgument{field},
-                static_cast<const U32*>(length));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetBinaryLength(Handle handle, const char* field, U32* length) {
-    const auto get = [&] {
-        ClientTable& table = process().table(handle);
-        result_argument(length) =
-            static_cast<U32>(table.memo(binary_argument(table, field)).size());
-    };
-    return call("AdsGetBinaryLength", get, given(handle), FieldArgument{field},
-                static_cast<const U32*>(length));
-}
-
-STAND_IN_FUNCTION(Status)
-AdsGetBinary(Handle handle, const char* field, U32 offset, void* data, U32* size) {
-    const auto get = [&] {
-        ClientTable& table = process().table(handle);
-        const std::string text = table.memo(binary_argument(table, field));
-        require(offset <= text.size(), "the piece lies outside the data");
-        const std::string_view rest = std::string_view(text).substr(offset);
-        give_data(rest.substr(0, result_argument(size)), data, size);  // a piece of it
-    };
-    return call("AdsGetBinary", get, given(handle), FieldArgument{field}, offset,
-                static_cast<const U32*>(size));
-}
-
-STAND_IN_FUNCTION(Status)
-AdsSetBinary(Handle handle, const char* field, U16 type, U32 total, U32 offset, const void* data,
-             U32 size) {
-    const auto set = [&] {
-        ClientTable& table = process().table(handle);
-        require(type >= 5 && type <= 7, "an unknown type of binary data");
-        set_binary(table, binary_argument(table, field), data_argument(data, size), offset, total);
-    };
-    return call("AdsSetBinary", set, given(handle), FieldArgument{field}, type, total, offset,
-                size);
-}
-
-STAND_IN_FUNCTION(Status) AdsGetRecord(Handle handle, void* record, U32* size) {
-    const auto get = [&] {
-        const ClientTable& table = process().table(handle);
-        table.require_record();
-        give_data(as_text(table.image()), record, size);
-    };
-    return call("AdsGetRecord", get, given(handle), static_cast<const U32*>(size));
-}
-
-STAND_IN_FUNCTION(Status) AdsSetRecord(Handle handle, const void* record, U32 size) {
-    const auto set = [&] { process().table(handle).set_image(data_argument(record, size)); };
-    return call("AdsSetRecord", set, given(handle), size);
-}
+STAND_IN(AdsGetField, (Handle table, const char* field, void* data, U32* size, U16 trim),
+         (Given{table}, FieldName{field}, size, trim),
+         give_field(table_of(table), field, data, size, trim))
+STAND_IN(AdsSetField, (Handle table, const char* field, const void* data, U32 length),
+         (Given{table}, FieldName{field}, length), ClientTable& t = table_of(table);
+         set_field(t, field_argument(t, field), data_argument(data, length)))
+STAND_IN(AdsSetEmpty, (Handle table, const char* field), (Given{table}, FieldName{field}),
+         ClientTable& t = table_of(table);
+         set_empty(t, field_argument(t, field)))
+STAND_IN(AdsGetMemoLength, (Handle table, const char* field, U32* length),
+         (Given{table}, FieldName{field}, length),
+         give(length, memo_length(table_of(table), field)))
+STAND_IN(AdsGetBinaryLength, (Handle table, const char* field, U32* length),
+         (Given{table}, FieldName{field}, length), ClientTable& t = table_of(table);
+         give(length, t.memo(binary_argument(t, field)).size()))
+STAND_IN(AdsGetBinary, (Handle table, const char* field, U32 offset, void* data, U32* size),
+         (Given{table}, FieldName{field}, offset, size),
+         give_binary(table_of(table), field, offset, data, size))
+STAND_IN(AdsSetBinary,
+         (Handle table, const char* field, U16 type, U32 total, U32 offset, const void* data,
+          U32 size),
+         (Given{table}, FieldName{field}, type, total, offset, size),
+         set_binary(table_of(table), field, type, total, offset, data_argument(data, size)))
+STAND_IN(AdsGetRecord, (Handle table, void* record, U32* size), (Given{table}, size),
+         give_image(table_of(table), record, size))
+STAND_IN(AdsSetRecord, (Handle table, const void* record, U32 size), (Given{table}, size),
+         table_of(table).set_image(data_argument(record, size)))
 
 }  // namespace brenik::stand_in

@@ -1,24 +1,53 @@
 // Moving: top, bottom, go to, skip and seek; the cached image of the record and the read-ahead.
 
+#include <algorithm>
 #include <utility>
 
 #include "client/readings.h"
 #include "client/stand_in.h"
 
 namespace brenik::stand_in {
+namespace {
+
+enum : U16 { kRespectFilters = 1, kRespectScopes = 3, kRefreshCount = 4 };
+
+KeySet keys_of(U16 filters) {
+    require(filters <= (kRefreshCount | kRespectScopes), "an unknown filter option");
+    const bool visible = (filters & ~kRefreshCount) == kRespectFilters;
+    return visible ? KeySet::kVisible : KeySet::kWhole;
+}
+
+std::size_t record_count(const Process::Object& object, U16 filters) {
+    const KeySet keys = keys_of(filters);
+    if (object.order == nullptr && keys == KeySet::kWhole) {
+        return object.table->record_count((filters & kRefreshCount) != 0);
+    }
+    return object.table->server().key_count(object.number(), keys);
+}
+
+std::size_t record_number(ClientTable& table, U16 filters) {
+    const bool visible = keys_of(filters) == KeySet::kVisible && table.has_record();
+    return visible ? table.key_number(0, KeySet::kVisible) : table.record_number();
+}
+
+Process::Object of(Handle handle) { return process().object(handle); }
+
+}  // namespace
 
 // -- Where the server has gone, seen from the client.
 
-void ClientTable::show_image(U32 record, std::vector<Byte> bytes) {
-    record_ = record;
-    original_ = std::move(bytes);
+// A record that was read before.
+void ClientTable::show(Ahead record) {
+    record_ = record.record;
+    original_ = std::move(record.bytes);
     image_ = original_;
     at_end_ = at_beginning_ = false;
+    server_elsewhere_ = true;
 }
 
 // Takes over the server's record, or its being at an end.
 void ClientTable::arrive() {
-    drop_ahead();
+    ahead_.clear();
     server_elsewhere_ = false;
     at_end_ = table_->end_of_file();
     at_beginning_ = at_end_ && reads("empty_top=both") && table_->beginning_of_file();
@@ -57,16 +86,14 @@ U32 ClientTable::record_count(bool refresh) {
 
 void ClientTable::set_read_ahead(U16 records) {
     read_ahead_ = records;
-    drop_ahead();
+    ahead_.clear();
 }
 
 bool ClientTable::take_ahead(Handle object, I32 count) {
     const bool next = count == (ahead_forward_ ? 1 : -1);
     if (ahead_.empty() || object != ahead_of_ || !next) return false;
-    Ahead record = std::move(ahead_.front());
+    show(std::move(ahead_.front()));
     ahead_.pop_front();
-    show_image(record.record, std::move(record.bytes));
-    server_elsewhere_ = true;
     return true;
 }
 
@@ -104,11 +131,10 @@ void ClientTable::go_to(U32 record) {
     flush();
     if (reads("goto_same=cached")) {
         if (has_record() && record == record_) return;
-        for (Ahead& known : ahead_) {
-            if (known.record != record) continue;
-            show_image(record, std::move(known.bytes));
-            server_elsewhere_ = true;
-            return drop_ahead();
+        const auto known = std::ranges::find(ahead_, record, &Ahead::record);
+        if (known != ahead_.end()) {
+            show(std::move(*known));
+            return ahead_.clear();
         }
     }
     if (reads("goto_outside=error") && (record == 0 || record > table_->record_count())) {
@@ -121,23 +147,24 @@ void ClientTable::go_to(U32 record) {
 void ClientTable::skip(const Order* order, I32 count) {
     flush();
     const Handle object = order == nullptr ? handle_ : order->handle;
+    const std::size_t number = order == nullptr ? 0 : order->number;
     if (count == 0) {
         if (!reads("skip_zero=refresh") || !has_record()) return;
         table_->go_to(record_);
         return arrive();
     }
     if (take_ahead(object, count)) return;
-    drop_ahead();
+    ahead_.clear();
     const bool forward = count > 0;
     const bool parked = record_ == 0 && !at_end_;
     if ((at_end_ && forward) || (parked && !forward)) return;
     std::int64_t steps = count;
     if (parked) {
-        table_->set_order(order == nullptr ? 0 : order->number);
+        table_->set_order(number);
         table_->go_top();
         --steps;
     } else {
-        stand_on_record(order == nullptr ? 0 : order->number);
+        stand_on_record(number);
     }
     if (steps != 0) table_->skip(steps);
     const bool before_first = !forward && table_->beginning_of_file();
@@ -152,125 +179,47 @@ void ClientTable::skip(const Order* order, I32 count) {
     server_elsewhere_ = true;
 }
 
-void ClientTable::seek(const Order& order, const Value& key, bool soft, bool last, U16& found) {
+bool ClientTable::seek(const Order& order, const Value& key, bool soft, bool last) {
     flush();
     table_->set_order(order.number);
-    const SeekEnd end = last ? SeekEnd::kLast : SeekEnd::kFirst;
-    found = table_->seek(key, soft ? SeekMode::kSoft : SeekMode::kHard, end) ? 1 : 0;
+    const bool found = table_->seek(key, soft ? SeekMode::kSoft : SeekMode::kHard,
+                                    last ? SeekEnd::kLast : SeekEnd::kFirst);
     if (soft && table_->end_of_file() && reads("soft_past_end=last")) table_->go_bottom();
     arrive();
+    return found;
+}
+
+std::size_t ClientTable::key_number(std::size_t order, KeySet keys) {
+    if (!has_record()) return 0;
+    stand_on_record(order);
+    const std::size_t number = table_->key_number(order, keys);
+    if (number == 0 && reads("key_num_not_in_order=error")) {
+        fail(kNotFound, "the record has no key in the order");
+    }
+    return number;
 }
 
 // -- Exports.
 
-STAND_IN_FUNCTION(Status) AdsGotoTop(Handle handle) {
-    const auto go = [&] {
-        const Process::Object object = process().object(handle);
-        object.table->go_top(object.number());
-    };
-    return call("AdsGotoTop", go, given(handle));
-}
-
-STAND_IN_FUNCTION(Status) AdsGotoBottom(Handle handle) {
-    const auto go = [&] {
-        const Process::Object object = process().object(handle);
-        object.table->go_bottom(object.number());
-    };
-    return call("AdsGotoBottom", go, given(handle));
-}
-
-STAND_IN_FUNCTION(Status) AdsGotoRecord(Handle handle, U32 record) {
-    return call(
-        "AdsGotoRecord", [&] { process().object(handle).table->go_to(record); }, given(handle),
-        record);
-}
-
-STAND_IN_FUNCTION(Status) AdsSkip(Handle handle, I32 count) {
-    const auto skip = [&] {
-        const Process::Object object = process().object(handle);
-        object.table->skip(object.order, count);
-    };
-    return call("AdsSkip", skip, given(handle), count);
-}
-
-STAND_IN_FUNCTION(Status) AdsAtEOF(Handle table, U16* at) {
-    const auto get = [&] { result_argument(at) = process().table(table).at_end() ? 1 : 0; };
-    return call("AdsAtEOF", get, given(table), static_cast<const U16*>(at));
-}
-
-STAND_IN_FUNCTION(Status) AdsAtBOF(Handle table, U16* at) {
-    const auto get = [&] { result_argument(at) = process().table(table).at_beginning() ? 1 : 0; };
-    return call("AdsAtBOF", get, given(table), static_cast<const U16*>(at));
-}
-
-namespace {
-
-void require_filter_option(U16 option) {
-    const U16 choice = option & static_cast<U16>(~kRefreshCount);
-    require(choice <= kRespectScopes && option <= (kRefreshCount | kRespectScopes),
-            "an unknown filter option");
-}
-
-KeySet keys_of(U16 option) {
-    return (option & kRespectScopes) == kRespectFilters ? KeySet::kVisible : KeySet::kWhole;
-}
-
-U32 record_number(ClientTable& table, U16 option) {
-    require_filter_option(option);
-    if (option != kRespectFilters || !table.has_record()) return table.record_number();
-    table.stand_on_record(0);
-    return static_cast<U32>(table.server().key_number(0, KeySet::kVisible));
-}
-
-U32 record_count(const Process::Object& object, U16 option) {
-    require_filter_option(option);
-    if (object.order == nullptr && keys_of(option) == KeySet::kWhole) {
-        return object.table->record_count((option & kRefreshCount) != 0);
-    }
-    object.table->flush();
-    return static_cast<U32>(object.table->server().key_count(object.number(), keys_of(option)));
-}
-
-U32 key_number(const Order& order, U16 option) {
-    require_filter_option(option);
-    ClientTable& table = *order.table;
-    if (!table.has_record()) return 0;
-    table.flush();
-    table.stand_on_record(order.number);
-    const std::size_t number = table.server().key_number(order.number, keys_of(option));
-    if (number == 0 && reads("key_num_not_in_order=error")) {
-        fail(kNotFound, "the record has no key in the order");
-    }
-    return static_cast<U32>(number);
-}
-
-}  // namespace
-
-STAND_IN_FUNCTION(Status) AdsGetRecordNum(Handle handle, U16 option, U32* record) {
-    const auto get = [&] {
-        result_argument(record) = record_number(process().table(handle), option);
-    };
-    return call("AdsGetRecordNum", get, given(handle), option, static_cast<const U32*>(record));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetRecordCount(Handle handle, U16 option, U32* count) {
-    const auto get = [&] {
-        result_argument(count) = record_count(process().object(handle), option);
-    };
-    return call("AdsGetRecordCount", get, given(handle), option, static_cast<const U32*>(count));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetKeyCount(Handle handle, U16 option, U32* count) {
-    const auto get = [&] {
-        static_cast<void>(process().order(handle));
-        result_argument(count) = record_count(process().object(handle), option);
-    };
-    return call("AdsGetKeyCount", get, given(handle), option, static_cast<const U32*>(count));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetKeyNum(Handle handle, U16 option, U32* number) {
-    const auto get = [&] { result_argument(number) = key_number(process().order(handle), option); };
-    return call("AdsGetKeyNum", get, given(handle), option, static_cast<const U32*>(number));
-}
+STAND_IN(AdsGotoTop, (Handle object), (Given{object}),
+         of(object).table->go_top(of(object).number()))
+STAND_IN(AdsGotoBottom, (Handle object), (Given{object}),
+         of(object).table->go_bottom(of(object).number()))
+STAND_IN(AdsGotoRecord, (Handle object, U32 record), (Given{object}, record),
+         of(object).table->go_to(record))
+STAND_IN(AdsSkip, (Handle object, I32 count), (Given{object}, count),
+         of(object).table->skip(of(object).order, count))
+STAND_IN(AdsAtEOF, (Handle table, U16* at), (Given{table}, at), give(at, table_of(table).at_end()))
+STAND_IN(AdsAtBOF, (Handle table, U16* at), (Given{table}, at),
+         give(at, table_of(table).at_beginning()))
+STAND_IN(AdsGetRecordNum, (Handle table, U16 filters, U32* record), (Given{table}, filters, record),
+         give(record, record_number(table_of(table), filters)))
+STAND_IN(AdsGetRecordCount, (Handle object, U16 filters, U32* count),
+         (Given{object}, filters, count), give(count, record_count(of(object), filters)))
+STAND_IN(AdsGetKeyCount, (Handle order, U16 filters, U32* count), (Given{order}, filters, count),
+         give(count, record_count({order_of(order).table, &order_of(order)}, filters)))
+STAND_IN(AdsGetKeyNum, (Handle order, U16 filters, U32* number), (Given{order}, filters, number),
+         const Order& o = order_of(order);
+         give(number, o.table->key_number(o.number, keys_of(filters))))
 
 }  // namespace brenik::stand_in

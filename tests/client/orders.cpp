@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -16,11 +17,29 @@ namespace {
 using expression::ResultType;
 using index::KeyForm;
 
-enum : U16 { kSoftSeek = 1, kHardSeek = 2, kAfterKey = 4 };
+enum : U16 { kRawKey = 1, kStringKey = 2, kDoubleKey = 4 };
+enum : U16 { kSoftSeek = 1, kHardSeek = 2 };
+enum : U16 { kFullLevel = 1, kPartLevel = 2, kNoLevel = 3 };
 enum : U16 { kKeySetFilter = 4, kFixedFilter = 8, kAllFilterOptions = 15 };
-constexpr std::size_t kDoubleLength = 8;
 
 // -- Keys.
+
+// A key of the type of the order's that a number stands for.
+Value value_of_number(const Order& order, double number) {
+    const double day = std::floor(number);
+    switch (order.format.type) {
+        case ResultType::kNumber:
+            return Number{number};
+        case ResultType::kDate:
+            return Date(static_cast<I32>(day));
+        case ResultType::kDateTime:
+            return record::date_time_text(
+                static_cast<I32>(day),
+                static_cast<U32>(std::llround((number - day) * record::kMillisecondsPerDay)));
+        default:
+            fail(kWrongType, "not a key of this order's type");
+    }
+}
 
 double double_of(std::uint64_t bits) {
     constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
@@ -47,10 +66,7 @@ Value value_of_raw(const Order& order, std::string_view key) {
         const auto units = static_cast<std::int64_t>(bits ^ std::uint64_t{1} << 63);
         return Number{static_cast<double>(units) / 10000};
     }
-    const double number = double_of(bits);
-    if (format.type == ResultType::kDate) return Date(static_cast<I32>(number));
-    if (format.type == ResultType::kDateTime) return date_time_at(number);
-    return Number{number};
+    return value_of_number(order, double_of(bits));
 }
 
 Value value_of_text(const Order& order, std::string_view key) {
@@ -68,100 +84,62 @@ Value value_of_text(const Order& order, std::string_view key) {
     }
 }
 
-Value value_of_double(const Order& order, const void* key, U16 length) {
-    require(length == kDoubleLength, "a double has 8 bytes");
-    double number = 0;
-    std::memcpy(&number, key, sizeof number);
-    switch (order.format.type) {
-        case ResultType::kNumber:
-            return Number{number};
-        case ResultType::kDate:
-            return Date(static_cast<I32>(number));
-        case ResultType::kDateTime:
-            return date_time_at(number);
-        default:
-            fail(kWrongType, "not a key of this order's type");
+Value key_argument(const Order& order, std::string_view key, U16 type) {
+    if (type == kStringKey) return value_of_text(order, key);
+    if (type == kDoubleKey) {
+        double number = 0;
+        require(key.size() == sizeof number, "a double has 8 bytes");
+        std::memcpy(&number, key.data(), sizeof number);
+        return value_of_number(order, number);
     }
-}
-
-Value key_argument(const Order& order, const void* key, U16 length, U16 type) {
-    require(key != nullptr || length == 0, "the key is null");
-    const std::string_view bytes(static_cast<const char*>(key), length);
-    if (type == kDoubleKey) return value_of_double(order, key, length);
-    if (type == kStringKey) return value_of_text(order, bytes);
     require(type == kRawKey, "an unknown kind of key");
     const bool converts = order.table->is_oem() && order.format.form == KeyForm::kText &&
                           reads("oem_raw_key=converted");
-    return converts ? value_of_raw(order, to_oem(bytes)) : value_of_raw(order, bytes);
+    return value_of_raw(order, converts ? to_oem(key) : key);
 }
 
-// An empty key leads to the next record, or where the readings say.
-void seek_empty(ClientTable& table, const Order& order, bool last, U16& found) {
-    if (last) {
-        table.go_bottom(order.number);
-        if (reads("seek_last_empty=none") && table.has_record()) table.skip(&order, 1);
-    } else if (reads("empty_seek=next")) {
+// Leads to the next record, or where the readings say.
+bool seek_empty(const Order& order, bool last) {
+    ClientTable& table = *order.table;
+    const bool none = last ? reads("seek_last_empty=none") : reads("empty_seek=none");
+    if (!last && reads("empty_seek=next")) {
         table.skip(&order, 1);
     } else {
-        reads("empty_seek=top") ? table.go_top(order.number) : table.go_bottom(order.number);
-        if (reads("empty_seek=none") && table.has_record()) table.skip(&order, 1);
+        !last&& reads("empty_seek=top") ? table.go_top(order.number)
+                                        : table.go_bottom(order.number);
+        if (none && table.has_record()) table.skip(&order, 1);
     }
-    found = table.has_record() ? 1 : 0;
+    return table.has_record();
 }
 
-struct SeekRequest {
-    const void* key;
-    U16 length;
-    U16 type;
-    U16 mode;
-    bool last;
-};
-
-void seek(Handle handle, const SeekRequest& request, U16& found) {
-    const Order& order = process().order(handle);
-    ClientTable& table = *order.table;
-    require(request.mode == kSoftSeek || request.mode == kHardSeek || request.mode == kAfterKey,
-            "an unknown kind of seek");
-    found = 0;
-    if (request.length == 0) return seek_empty(table, order, request.last, found);
-    const Value key = key_argument(order, request.key, request.length, request.type);
-    const bool after = request.mode == kAfterKey;
-    table.seek(order, key, request.mode != kHardSeek, request.last || after, found);
-    if (after && std::exchange(found, U16{0}) != 0) table.skip(&order, 1);
+bool seek(const Order& order, std::string_view key, U16 type, U16 mode, bool last) {
+    require(mode == kSoftSeek || mode == kHardSeek, "an unknown kind of seek");
+    if (key.empty()) return seek_empty(order, last);
+    return order.table->seek(order, key_argument(order, key, type), mode == kSoftSeek, last);
 }
 
 U16 key_type(const Order& order) {
-    switch (order.format.type) {
-        case ResultType::kLogical:
-            return 1;
-        case ResultType::kNumber:
-            return 2;
-        case ResultType::kDate:
-            return 3;
-        case ResultType::kCharacter:
-            return 4;
-        default:
-            return 14;
-    }
+    constexpr std::pair<ResultType, U16> kCodes[] = {
+        {ResultType::kLogical, 1},   {ResultType::kNumber, 2},    {ResultType::kDate, 3},
+        {ResultType::kCharacter, 4}, {ResultType::kDateTime, 14},
+    };
+    return std::ranges::find(kCodes, order.format.type, &std::pair<ResultType, U16>::first)->second;
 }
 
-std::string key_of_record(const Order& order) {
-    ClientTable& table = *order.table;
-    table.require_record();
-    const record::RecordView record{table.image(), table.record_number()};
-    const std::string& condition = order.description.condition;
-    if (!condition.empty() &&
-        !expression::Expression::compile(condition, table.layout()).is_true(record)) {
+void give_key(const Order& order, void* buffer, U16* size) {
+    order.table->require_record();
+    const record::RecordView record{order.table->image(), order.table->record_number()};
+    if (order.condition && !order.condition->is_true(record)) {
         fail(kNotFound, "the record has no key in the order");
     }
     std::vector<Byte> key(order.format.length);
     index::build_key(*order.key, order.format, record, key);
-    return std::string(as_text(key));
+    give_text(as_text(key), buffer, size, Ending::kNone);
 }
 
 // -- Index files.
 
-void give_orders(const std::vector<Order*>& orders, void* handles, U16* count) {
+void give_orders(const std::vector<const Order*>& orders, void* handles, U16* count) {
     const std::size_t room = *count;
     *count = static_cast<U16>(orders.size());
     for (std::size_t i = 0; i < std::min(room, orders.size()); ++i) {
@@ -170,14 +148,13 @@ void give_orders(const std::vector<Order*>& orders, void* handles, U16* count) {
     if (room < orders.size()) fail(kShortBuffer, "the array is too small");
 }
 
-void open_index(Handle handle, const char* path, void* handles, U16* count) {
-    ClientTable& table = process().table(handle);
-    const std::string file(text_argument(path, "the path does not end in NUL"));
+void open_index(ClientTable& table, const char* path, void* handles, U16* count) {
+    const std::string file = text_argument(path, "the path");
     require(!file.empty(), "no path");
-    require(handles != nullptr || result_argument(count) == 0, "the array is null");
+    require(handles != nullptr && count != nullptr, "the array is null");
     if (!table.orders_of(file).empty()) {
         const bool fills = reads("already_open=fills");
-        give_orders(fills ? table.orders_of(file) : std::vector<Order*>(), handles, count);
+        give_orders(fills ? table.orders_of(file) : std::vector<const Order*>(), handles, count);
         fail(kIndexAlreadyOpen, "the index file is open");
     }
     if (const auto refusal = table.server().add_orders(file, 0)) {
@@ -185,6 +162,11 @@ void open_index(Handle handle, const char* path, void* handles, U16* count) {
     }
     table.list_orders(file);
     give_orders(table.orders_of(file), handles, count);
+}
+
+const Order& order_at(const ClientTable& table, U16 number) {
+    if (number == 0 || number > table.orders().size()) fail(kNotFound, "no order has this number");
+    return *table.orders()[number - 1U];
 }
 
 std::string file_name(const Order& order, U16 option) {
@@ -199,31 +181,43 @@ std::string file_name(const Order& order, U16 option) {
 std::string with_exact_comparisons(const std::string& text) {
     std::string exact;
     char quote = '\0';
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        exact += c;
-        if (quote != '\0' ? c == quote : c == '"' || c == '\'') quote = quote == '\0' ? c : '\0';
-        const bool alone = c == '=' && quote == '\0' &&
-                           (i == 0 || !std::strchr("<>!=", text[i - 1])) &&
-                           text.compare(i + 1, 1, "=") != 0;
+    for (const char c : text + ' ') {
+        const bool alone = exact.ends_with('=') && c != '=' && quote == '\0' &&
+                           !std::strchr("<>!=", exact.size() > 1 ? exact[exact.size() - 2] : '=');
         if (alone) exact += '=';
+        exact += c;
+        if (quote == '\0' ? c == '"' || c == '\'' : c == quote) quote = quote == '\0' ? c : '\0';
     }
     return exact;
+}
+
+// Only a remote server keeps a filter up to date while others change records.
+void set_filter(ClientTable& table, const char* text, U16 options) {
+    const std::string filter = text_argument(text, "the filter");
+    require(options <= kAllFilterOptions, "unknown options of a filter");
+    if (reads("aof=refused")) fail(kBadArgument, "the filter is refused");
+    const bool fixed =
+        !table.connection().is_remote() || (options & (kKeySetFilter | kFixedFilter)) != 0;
+    table.set_filter(table.is_oem() ? to_oem(filter) : filter, fixed);
+}
+
+U16 filter_level(const ClientTable& table) {
+    if (!table.has_filter() || reads("aof_level=none")) return kNoLevel;
+    return reads("aof_level=full") ? kFullLevel : kPartLevel;
 }
 
 }  // namespace
 
 // -- The orders of a table.
 
-std::vector<Order*> ClientTable::orders_of(const std::string& file) {
-    std::vector<Order*> found;
+std::vector<const Order*> ClientTable::orders_of(const std::string& file) const {
+    std::vector<const Order*> found;
     for (const std::size_t number : table_->orders_of(file)) {
         found.push_back(orders_[number - 1].get());
     }
     return found;
 }
 
-// Makes the orders that the server has attached from this file known to the client.
 void ClientTable::list_orders(const std::string& file) {
     for (const std::size_t number : table_->orders_of(file)) {
         auto order = std::make_unique<Order>();
@@ -233,6 +227,9 @@ void ClientTable::list_orders(const std::string& file) {
         order->description = table_->order_description(number);
         const OrderDescription& tag = order->description;
         order->key = expression::Expression::compile(tag.key, layout());
+        if (!tag.condition.empty()) {
+            order->condition = expression::Expression::compile(tag.condition, layout());
+        }
         const bool nullable = index::natural_key_format(*order->key, tag.candidate).null_prefix;
         order->format = index::existing_key_format(*order->key, tag.key_length, nullable);
         process().add_order(*order);
@@ -240,10 +237,10 @@ void ClientTable::list_orders(const std::string& file) {
     }
 }
 
-// Closes one file or, without a name, all but the structural one. The other orders move down.
+// The orders that stay open move down.
 void ClientTable::close_index_files(const std::optional<std::string>& file) {
     flush();
-    drop_ahead();
+    ahead_.clear();
     const std::string structural = table_->opened_orders_automatically() && !orders_.empty()
                                        ? orders_.front()->file
                                        : std::string();
@@ -267,244 +264,98 @@ void ClientTable::close_index_files(const std::optional<std::string>& file) {
     orders_ = std::move(kept);
 }
 
-// -- Filters.
+// -- The filter.
 
-std::set<U32> ClientTable::matching_records(const expression::Expression& condition) {
+std::set<U32> ClientTable::matching_records() {
     std::set<U32> found;
     server_elsewhere_ = true;
-    table_->set_filter({}, {});
-    table_->set_order(0);
     for (U32 record = 1; record <= table_->record_count(); ++record) {
         table_->go_to(record);
-        if (condition.is_true(table_->record())) found.insert(record);
+        if (filter_->is_true(table_->record())) found.insert(record);
     }
     return found;
 }
 
-void ClientTable::apply_filters() {
-    drop_ahead();
-    if (!filter && !optimised_filter) return table_->set_filter({}, {});
-    const auto passes = [](const std::optional<RecordFilter>& one,
-                           const record::RecordView& record) {
-        if (!one) return true;
-        return one->records ? one->records->contains(record.number)
-                            : one->expression.is_true(record);
-    };
-    table_->set_filter(
-        [this, passes](const record::RecordView& record) {
-            return passes(filter, record) && passes(optimised_filter, record);
-        },
-        {});
-}
-
-void ClientTable::set_filter(std::optional<RecordFilter> ClientTable::*filter_kind,
-                             const std::string& text, bool fixed) {
+void ClientTable::set_filter(const std::string& text, bool fixed) {
     flush();
-    const std::string own = is_oem() ? to_oem(text) : text;
+    ahead_.clear();
     try {
         expression::Expression condition = expression::Expression::compile(
-            process().exact ? with_exact_comparisons(own) : own, layout(), options_.alias);
+            process().exact ? with_exact_comparisons(text) : text, layout(), options_.alias);
         if (condition.type() != ResultType::kLogical) fail(kBadArgument, "not a condition");
-        this->*filter_kind = RecordFilter{std::move(condition), {}};
+        filter_ = std::move(condition);
     } catch (const expression::ExpressionError& error) {
         fail(kBadArgument, error.what());
     }
-    if (fixed) (this->*filter_kind)->records = matching_records((this->*filter_kind)->expression);
-    apply_filters();
+    if (fixed) {
+        filtered_ = matching_records();
+        table_->set_filter([this](const auto& record) { return filtered_.contains(record.number); },
+                           {});
+    } else {
+        table_->set_filter([this](const auto& record) { return filter_->is_true(record); }, {});
+    }
 }
 
-void ClientTable::refresh_filter(std::optional<RecordFilter> ClientTable::*filter_kind) {
-    std::optional<RecordFilter>& one = this->*filter_kind;
-    if (!one) fail(kNoFilter, "no filter is set");
-    if (one->records) one->records = matching_records(one->expression);
-    apply_filters();
+void ClientTable::refresh_filter() {
+    if (!filter_) fail(kNoFilter, "no filter is set");
+    ahead_.clear();
+    filtered_ = matching_records();
 }
 
-void ClientTable::clear_filter(std::optional<RecordFilter> ClientTable::*filter_kind) {
-    if (!(this->*filter_kind)) fail(kNoFilter, "no filter is set");
+void ClientTable::clear_filter() {
+    if (!filter_) fail(kNoFilter, "no filter is set");
     flush();
-    (this->*filter_kind).reset();
-    apply_filters();
+    ahead_.clear();
+    table_->set_filter({}, {});
+    filter_.reset();
 }
 
 // -- Exports.
 
-STAND_IN_FUNCTION(Status) AdsOpenIndex(Handle table, const char* path, void* orders, U16* count) {
-    return call(
-        "AdsOpenIndex", [&] { open_index(table, path, orders, count); }, given(table), path,
-        HandleResult{orders, count});
-}
-
-STAND_IN_FUNCTION(Status) AdsCloseIndex(Handle handle) {
-    const auto close = [&] {
-        const Order& order = process().order(handle);
-        order.table->close_index_files(order.file);
-    };
-    return call("AdsCloseIndex", close, given(handle));
-}
-
-STAND_IN_FUNCTION(Status) AdsCloseAllIndexes(Handle table) {
-    return call(
-        "AdsCloseAllIndexes", [&] { process().table(table).close_index_files({}); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetNumIndexes(Handle table, U16* count) {
-    const auto get = [&] {
-        result_argument(count) = static_cast<U16>(process().table(table).orders().size());
-    };
-    return call("AdsGetNumIndexes", get, given(table), static_cast<const U16*>(count));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetIndexHandleByOrder(Handle table, U16 number, void* order) {
-    const auto get = [&] {
-        const auto& orders = process().table(table).orders();
-        if (number == 0 || number > orders.size()) fail(kNotFound, "no order has this number");
-        give_handle(orders[number - 1U]->handle, order);
-    };
-    return call("AdsGetIndexHandleByOrder", get, given(table), number, HandleResult{order});
-}
-
-STAND_IN_FUNCTION(Status) AdsGetIndexName(Handle order, char* name, U16* size) {
-    return call(
-        "AdsGetIndexName", [&] { give_text(process().order(order).description.name, name, size); },
-        given(order), static_cast<const U16*>(size));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetIndexFilename(Handle order, U16 option, char* name, U16* size) {
-    return call(
-        "AdsGetIndexFilename",
-        [&] { give_text(file_name(process().order(order), option), name, size); }, given(order),
-        option, static_cast<const U16*>(size));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetIndexExpr(Handle order, char* expression, U16* size) {
-    return call(
-        "AdsGetIndexExpr",
-        [&] { give_text(process().order(order).description.key, expression, size); }, given(order),
-        static_cast<const U16*>(size));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetIndexCondition(Handle order, char* expression, U16* size) {
-    return call(
-        "AdsGetIndexCondition",
-        [&] { give_text(process().order(order).description.condition, expression, size); },
-        given(order), static_cast<const U16*>(size));
-}
-
-STAND_IN_FUNCTION(Status) AdsIsIndexUnique(Handle order, U16* is) {
-    const auto get = [&] {
-        const OrderDescription& tag = process().order(order).description;
-        const bool unique = tag.unique || (tag.candidate && reads("candidate=unique"));
-        result_argument(is) = unique ? 1 : 0;
-    };
-    return call("AdsIsIndexUnique", get, given(order), static_cast<const U16*>(is));
-}
-
-STAND_IN_FUNCTION(Status) AdsIsIndexDescending(Handle order, U16* is) {
-    const auto get = [&] {
-        result_argument(is) = process().order(order).description.descending ? 1 : 0;
-    };
-    return call("AdsIsIndexDescending", get, given(order), static_cast<const U16*>(is));
-}
-
-STAND_IN_FUNCTION(Status) AdsIsIndexCustom(Handle order, U16* is) {
-    const auto get = [&] {
-        result_argument(is) = process().order(order).description.custom ? 1 : 0;
-    };
-    return call("AdsIsIndexCustom", get, given(order), static_cast<const U16*>(is));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetKeyType(Handle order, U16* type) {
-    return call(
-        "AdsGetKeyType", [&] { result_argument(type) = key_type(process().order(order)); },
-        given(order), static_cast<const U16*>(type));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetKeyLength(Handle order, U16* length) {
-    const auto get = [&] {
-        result_argument(length) = static_cast<U16>(process().order(order).format.length);
-    };
-    return call("AdsGetKeyLength", get, given(order), static_cast<const U16*>(length));
-}
-
-STAND_IN_FUNCTION(Status) AdsExtractKey(Handle order, void* key, U16* size) {
-    return call(
-        "AdsExtractKey", [&] { give_data(key_of_record(process().order(order)), key, size); },
-        given(order), static_cast<const U16*>(size));
-}
-
-STAND_IN_FUNCTION(Status)
-AdsSeek(Handle order, const void* key, U16 length, U16 type, U16 mode, U16* found) {
-    return call(
-        "AdsSeek",
-        [&] {
-            seek(order, {key, length, type, mode, false}, result_argument(found));
-        },
-        given(order), length, type, mode, static_cast<const U16*>(found));
-}
-
-STAND_IN_FUNCTION(Status)
-AdsSeekLast(Handle order, const void* key, U16 length, U16 type, U16* found) {
-    return call(
-        "AdsSeekLast",
-        [&] {
-            seek(order, {key, length, type, kHardSeek, true}, result_argument(found));
-        },
-        given(order), length, type, static_cast<const U16*>(found));
-}
-
-// Only a remote server keeps a filter up to date while others change records.
-STAND_IN_FUNCTION(Status) AdsSetAOF(Handle handle, const char* text, U16 options) {
-    const auto set = [&] {
-        ClientTable& table = process().table(handle);
-        const std::string filter(text_argument(text, "the filter does not end in NUL"));
-        require(options <= kAllFilterOptions, "unknown options of a filter");
-        if (reads("aof=refused")) fail(kBadArgument, "the filter is refused");
-        const bool fixed =
-            !table.connection().is_remote() || (options & (kKeySetFilter | kFixedFilter)) != 0;
-        table.set_filter(&ClientTable::optimised_filter, filter, fixed);
-    };
-    return call("AdsSetAOF", set, given(handle), text, options);
-}
-
-STAND_IN_FUNCTION(Status) AdsRefreshAOF(Handle table) {
-    const auto refresh = [&] {
-        process().table(table).refresh_filter(&ClientTable::optimised_filter);
-    };
-    return call("AdsRefreshAOF", refresh, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsClearAOF(Handle table) {
-    const auto clear = [&] { process().table(table).clear_filter(&ClientTable::optimised_filter); };
-    return call("AdsClearAOF", clear, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsGetAOFOptLevel(Handle handle, U16* level, char* rest, U16* size) {
-    const auto get = [&] {
-        constexpr U16 kFull = 1;
-        constexpr U16 kPart = 2;
-        constexpr U16 kNone = 3;
-        const bool set = process().table(handle).optimised_filter.has_value();
-        const bool none = !set || reads("aof_level=none");
-        result_argument(level) = none ? kNone : reads("aof_level=full") ? kFull : kPart;
-        if (rest != nullptr) give_text("", rest, size);
-    };
-    return call("AdsGetAOFOptLevel", get, given(handle), static_cast<const U16*>(level));
-}
-
-STAND_IN_FUNCTION(Status) AdsSetFilter(Handle table, const char* text) {
-    const auto set = [&] {
-        process().table(table).set_filter(
-            &ClientTable::filter,
-            std::string(text_argument(text, "the filter does not end in NUL")),
-            reads("filter_refresh=stale"));
-    };
-    return call("AdsSetFilter", set, given(table), text);
-}
-
-STAND_IN_FUNCTION(Status) AdsClearFilter(Handle table) {
-    const auto clear = [&] { process().table(table).clear_filter(&ClientTable::filter); };
-    return call("AdsClearFilter", clear, given(table));
-}
+STAND_IN(AdsOpenIndex, (Handle table, const char* path, void* orders, U16* count),
+         (Given{table}, path, Answered{orders, count}),
+         open_index(table_of(table), path, orders, count))
+STAND_IN(AdsCloseIndex, (Handle order), (Given{order}),
+         order_of(order).table->close_index_files(order_of(order).file))
+STAND_IN(AdsCloseAllIndexes, (Handle table), (Given{table}), table_of(table).close_index_files({}))
+STAND_IN(AdsGetNumIndexes, (Handle table, U16* count), (Given{table}, count),
+         give(count, table_of(table).orders().size()))
+STAND_IN(AdsGetIndexHandleByOrder, (Handle table, U16 number, void* order),
+         (Given{table}, number, Answered{order}),
+         give_handle(order_at(table_of(table), number).handle, order))
+STAND_IN(AdsGetIndexName, (Handle order, char* name, U16* size), (Given{order}, size),
+         give_text(order_of(order).description.name, name, size))
+STAND_IN(AdsGetIndexFilename, (Handle order, U16 option, char* name, U16* size),
+         (Given{order}, option, size), give_text(file_name(order_of(order), option), name, size))
+STAND_IN(AdsGetIndexExpr, (Handle order, char* text, U16* size), (Given{order}, size),
+         give_text(order_of(order).description.key, text, size))
+STAND_IN(AdsGetIndexCondition, (Handle order, char* text, U16* size), (Given{order}, size),
+         give_text(order_of(order).description.condition, text, size))
+STAND_IN(AdsIsIndexUnique, (Handle order, U16* is), (Given{order}, is),
+         const OrderDescription& tag = order_of(order).description;
+         give(is, tag.unique || (tag.candidate && reads("candidate=unique"))))
+STAND_IN(AdsIsIndexDescending, (Handle order, U16* is), (Given{order}, is),
+         give(is, order_of(order).description.descending))
+STAND_IN(AdsIsIndexCustom, (Handle order, U16* is), (Given{order}, is),
+         give(is, order_of(order).description.custom))
+STAND_IN(AdsGetKeyType, (Handle order, U16* type), (Given{order}, type),
+         give(type, key_type(order_of(order))))
+STAND_IN(AdsGetKeyLength, (Handle order, U16* length), (Given{order}, length),
+         give(length, order_of(order).format.length))
+STAND_IN(AdsExtractKey, (Handle order, void* key, U16* size), (Given{order}, size),
+         give_key(order_of(order), key, size))
+STAND_IN(AdsSeek, (Handle order, const void* key, U16 length, U16 type, U16 mode, U16* found),
+         (Given{order}, length, type, mode, found),
+         give(found, seek(order_of(order), data_argument(key, length), type, mode, false)))
+STAND_IN(AdsSeekLast, (Handle order, const void* key, U16 length, U16 type, U16* found),
+         (Given{order}, length, type, found),
+         give(found, seek(order_of(order), data_argument(key, length), type, kHardSeek, true)))
+STAND_IN(AdsSetAOF, (Handle table, const char* text, U16 options), (Given{table}, text, options),
+         set_filter(table_of(table), text, options))
+STAND_IN(AdsRefreshAOF, (Handle table), (Given{table}), table_of(table).refresh_filter())
+STAND_IN(AdsClearAOF, (Handle table), (Given{table}), table_of(table).clear_filter())
+STAND_IN(AdsGetAOFOptLevel, (Handle table, U16* level, char* rest, U16* size),
+         (Given{table}, level), give(level, filter_level(table_of(table)));
+         if (rest != nullptr) give_text("", rest, size))
 
 }  // namespace brenik::stand_in

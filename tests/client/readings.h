@@ -38,7 +38,6 @@ inline constexpr Reading kReadings[] = {
     {"empty_seek", "next top none", "Where does a seek of an empty key lead?"},
     {"empty_top", "both eof", "Is BOF set, too, when nothing is visible?"},
     {"fail_after", "0 1", "Does a call that is made to fail do its work first?"},
-    {"filter_refresh", "follows stale", "Does a plain filter follow the changes of others?"},
     {"goto_outside", "error eof", "What does a go-to past the last record do?"},
     {"goto_same", "cached fetched", "Does a go-to of the current record read it again?"},
     {"handle_width", "pointer four", "How many bytes does a function write as a handle?"},

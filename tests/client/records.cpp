@@ -33,11 +33,15 @@ bool differs(Bytes one, Bytes other) { return !std::ranges::equal(one, other); }
 
 // -- Changes.
 
-std::vector<Byte>& ClientTable::changing() {
-    require_writable();
+void ClientTable::require_changeable() {
+    if (options_.read_only) fail(kReadOnly, "the table was opened for reading");
     require_record();
     lock_implicitly();
-    drop_ahead();
+    ahead_.clear();
+}
+
+std::vector<Byte>& ClientTable::changing() {
+    require_changeable();
     changed_ = true;
     return image_;
 }
@@ -48,7 +52,7 @@ void ClientTable::mark(char mark) { changing()[0] = static_cast<Byte>(mark); }
 void ClientTable::set_image(std::string_view bytes) {
     if (reads("set_record=refused")) fail(kWrongType, "a whole record cannot be set");
     require_record();
-    if (bytes.size() != image_.size()) fail(kBadArgument, "not the length of a record");
+    require(bytes.size() == image_.size(), "not the length of a record");
     const Bytes wanted = as_bytes(bytes);
     for (const record::Field& field : layout().fields) {
         require(!field.is_memo() || !differs(wanted.subspan(field.offset, field.width),
@@ -73,10 +77,7 @@ void ClientTable::set_memo(std::size_t field, std::string text) {
 
 // Binary data are sent at once, without the other changes, and cannot be cancelled.
 void ClientTable::write_memo_now(std::size_t field, const std::string& text) {
-    require_writable();
-    require_record();
-    lock_implicitly();
-    drop_ahead();
+    require_changeable();
     stand_on_record(table_->order_number());
     table_->field_put(field, Memo{text});
     table_->commit();
@@ -115,7 +116,7 @@ void ClientTable::put_changes() {
 // After a failure the changes stay unsent until they are cancelled; an append is over.
 void ClientTable::write() {
     if (!changed_ && !appended_) return;
-    drop_ahead();
+    ahead_.clear();
     try {
         if (changed_) put_changes();
         table_->commit();
@@ -144,9 +145,9 @@ void ClientTable::flush() {
 
 // The new record is in the table at once, blank, and has its keys when it is written.
 void ClientTable::append() {
-    require_writable();
+    if (options_.read_only) fail(kReadOnly, "the table was opened for reading");
     flush();
-    drop_ahead();
+    ahead_.clear();
     if (!table_->append_blank(false, lock_try())) refuse_lock();
     arrive();
     appended_ = true;
@@ -180,14 +181,14 @@ void ClientTable::cancel() {
 // Does nothing while the record is locked: nobody else can have changed it, by the documentation.
 void ClientTable::refresh() {
     if (changed_ || appended_) fail(kPendingUpdate, "the record has unsent changes");
-    drop_ahead();
+    ahead_.clear();
     if (!has_record() || (is_locked(record_) && reads("refresh_locked=nothing"))) return;
     table_->go_to(record_);
     arrive();
 }
 
 void ClientTable::flush_buffers() {
-    require_writable();
+    if (options_.read_only) fail(kReadOnly, "the table was opened for reading");
     write();
     local::LocalEngine& engine = *connection_.engine;
     if (connection_.is_remote()) return;
@@ -199,8 +200,9 @@ void ClientTable::flush_buffers() {
 // -- Locks.
 
 bool ClientTable::is_locked(U32 record) const {
-    return options_.exclusive || table_locked_ || implicitly_locked_ == record ||
-           locked_.contains(record);
+    const U32 number = record == 0 ? record_ : record;
+    return options_.exclusive || table_locked_ || (number != 0 && implicitly_locked_ == number) ||
+           locked_.contains(number);
 }
 
 unsigned ClientTable::lock_count() const {
@@ -220,9 +222,10 @@ void ClientTable::release_implicit_lock() {
 }
 
 void ClientTable::lock_record(U32 record) {
-    if (record == 0) require_record();
     const U32 number = record == 0 ? record_ : record;
-    if (number > table_->record_count()) fail(kBadRecordNumber, "no record has this number");
+    if (number == 0 || number > table_->record_count()) {
+        fail(kBadRecordNumber, "no record has this number");
+    }
     if (options_.exclusive || table_locked_ || locked_.contains(number)) return;
     if (number != implicitly_locked_ && !table_->lock_record(number, lock_try())) refuse_lock();
     if (number == implicitly_locked_) implicitly_locked_ = 0;
@@ -275,69 +278,20 @@ void ClientTable::unlock_table() {
 
 // -- Exports.
 
-STAND_IN_FUNCTION(Status) AdsAppendRecord(Handle table) {
-    return call(
-        "AdsAppendRecord", [&] { process().table(table).append(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsWriteRecord(Handle table) {
-    return call(
-        "AdsWriteRecord", [&] { process().table(table).flush(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsCancelUpdate(Handle table) {
-    return call(
-        "AdsCancelUpdate", [&] { process().table(table).cancel(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsRefreshRecord(Handle table) {
-    return call(
-        "AdsRefreshRecord", [&] { process().table(table).refresh(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsDeleteRecord(Handle table) {
-    return call(
-        "AdsDeleteRecord", [&] { process().table(table).mark('*'); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsRecallRecord(Handle table) {
-    return call(
-        "AdsRecallRecord", [&] { process().table(table).mark(' '); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsFlushFileBuffers(Handle table) {
-    return call(
-        "AdsFlushFileBuffers", [&] { process().table(table).flush_buffers(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsLockRecord(Handle table, U32 record) {
-    return call(
-        "AdsLockRecord", [&] { process().table(table).lock_record(record); }, given(table), record);
-}
-
-STAND_IN_FUNCTION(Status) AdsUnlockRecord(Handle table, U32 record) {
-    return call(
-        "AdsUnlockRecord", [&] { process().table(table).unlock_record(record); }, given(table),
-        record);
-}
-
-STAND_IN_FUNCTION(Status) AdsLockTable(Handle table) {
-    return call(
-        "AdsLockTable", [&] { process().table(table).lock_table(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsUnlockTable(Handle table) {
-    return call(
-        "AdsUnlockTable", [&] { process().table(table).unlock_table(); }, given(table));
-}
-
-STAND_IN_FUNCTION(Status) AdsIsRecordLocked(Handle handle, U32 record, U16* locked) {
-    const auto get = [&] {
-        const ClientTable& table = process().table(handle);
-        const U32 number = record == 0 ? table.record_number() : record;
-        result_argument(locked) = table.is_locked(number) ? 1 : 0;
-    };
-    return call("AdsIsRecordLocked", get, given(handle), record, static_cast<const U16*>(locked));
-}
+STAND_IN(AdsAppendRecord, (Handle table), (Given{table}), table_of(table).append())
+STAND_IN(AdsWriteRecord, (Handle table), (Given{table}), table_of(table).flush())
+STAND_IN(AdsCancelUpdate, (Handle table), (Given{table}), table_of(table).cancel())
+STAND_IN(AdsRefreshRecord, (Handle table), (Given{table}), table_of(table).refresh())
+STAND_IN(AdsDeleteRecord, (Handle table), (Given{table}), table_of(table).mark('*'))
+STAND_IN(AdsRecallRecord, (Handle table), (Given{table}), table_of(table).mark(' '))
+STAND_IN(AdsFlushFileBuffers, (Handle table), (Given{table}), table_of(table).flush_buffers())
+STAND_IN(AdsLockRecord, (Handle table, U32 record), (Given{table}, record),
+         table_of(table).lock_record(record))
+STAND_IN(AdsUnlockRecord, (Handle table, U32 record), (Given{table}, record),
+         table_of(table).unlock_record(record))
+STAND_IN(AdsLockTable, (Handle table), (Given{table}), table_of(table).lock_table())
+STAND_IN(AdsUnlockTable, (Handle table), (Given{table}), table_of(table).unlock_table())
+STAND_IN(AdsIsRecordLocked, (Handle table, U32 record, U16* locked), (Given{table}, record, locked),
+         give(locked, table_of(table).is_locked(record)))
 
 }  // namespace brenik::stand_in

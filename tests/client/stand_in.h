@@ -13,7 +13,6 @@
 #include <set>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "client/calls.h"
@@ -27,10 +26,6 @@ namespace brenik::stand_in {
 enum : U16 { kLocalServer = 1, kRemoteServer = 2, kInternetServer = 4 };
 // Character types.
 enum : U16 { kAnsi = 1, kOem = 2 };
-// Filter options.
-enum : U16 { kRespectFilters = 1, kIgnoreFilters = 2, kRespectScopes = 3, kRefreshCount = 4 };
-// Kinds of keys.
-enum : U16 { kRawKey = 1, kStringKey = 2, kDoubleKey = 4 };
 
 class ClientTable;
 
@@ -51,6 +46,7 @@ struct Order {
     std::string file;
     OrderDescription description;
     std::optional<expression::Expression> key;
+    std::optional<expression::Expression> condition;
     index::KeyFormat format;
 };
 
@@ -65,51 +61,46 @@ class ClientTable {
     };
     ClientTable(Connection& connection, Handle handle, std::unique_ptr<Table> table,
                 Options options);
-    ~ClientTable();
 
     Connection& connection() const { return connection_; }
     Handle handle() const { return handle_; }
     Table& server() { return *table_; }
     const record::TableLayout& layout() const { return table_->layout(); }
-    const std::vector<FieldDescription>& fields() const { return table_->fields(); }
     const std::string& alias() const { return options_.alias; }
     bool is_oem() const { return options_.characters == kOem; }
-    void require_writable() const;
 
-    // -- Position (movement.cpp). `order` is 0 for the order of record numbers.
+    // -- Position (movement.cpp). An order with the number 0 is that of the record numbers.
     void go_top(std::size_t order);
     void go_bottom(std::size_t order);
     void go_to(U32 record);
     void skip(const Order* order, I32 count);
-    void seek(const Order& order, const Value& key, bool soft, bool last, U16& found);
+    bool seek(const Order& order, const Value& key, bool soft, bool last);
     bool at_end() const { return at_end_; }
     bool at_beginning() const { return at_beginning_; }
     U32 record_number() const { return record_; }
     U32 record_count(bool refresh);
+    std::size_t key_number(std::size_t order, KeySet keys);
     bool has_record() const { return record_ != 0 && !at_end_; }
     void require_record() const;
-    // Makes the server stand on the current record, in this order.
-    void stand_on_record(std::size_t order);
     void set_read_ahead(U16 records);
 
     // -- The current record (records.cpp).
     void flush();
-    void write();
     void append();
     void cancel();
     void refresh();
     void mark(char mark);
     const std::vector<Byte>& image() const { return image_; }
-    // The image to be changed, after an implicit lock if it is needed.
+    // The image to be changed, after an implicit lock if one is needed.
     std::vector<Byte>& changing();
     void set_image(std::string_view bytes);
     void flush_buffers();
-    // Memos: unsent text, or that of the file.
+    // Memos: the unsent text, or that of the file.
     std::string memo(std::size_t field);
     void set_memo(std::size_t field, std::string text);
     void write_memo_now(std::size_t field, const std::string& text);
 
-    // -- Locks (records.cpp).
+    // -- Locks (records.cpp). Record 0 is the current one.
     void lock_record(U32 record);
     void unlock_record(U32 record);
     void lock_table();
@@ -117,45 +108,45 @@ class ClientTable {
     bool is_locked(U32 record) const;
     unsigned lock_count() const;
 
-    // -- Orders and filters (orders.cpp).
-    std::vector<std::unique_ptr<Order>>& orders() { return orders_; }
+    // -- Orders and the filter (orders.cpp).
+    const std::vector<std::unique_ptr<Order>>& orders() const { return orders_; }
+    // Makes the orders known that the server has attached from an index file.
     void list_orders(const std::string& file);
-    std::vector<Order*> orders_of(const std::string& file);
+    std::vector<const Order*> orders_of(const std::string& file) const;
+    // Closes one file or, without a name, all but the structural one.
     void close_index_files(const std::optional<std::string>& file);
-    struct RecordFilter {
-        expression::Expression expression;
-        std::optional<std::set<U32>> records;  // found once; without, each record is looked at
-    };
-    void set_filter(std::optional<RecordFilter> ClientTable::*filter, const std::string& text,
-                    bool fixed);
-    void refresh_filter(std::optional<RecordFilter> ClientTable::*filter);
-    void clear_filter(std::optional<RecordFilter> ClientTable::*filter);
-    std::optional<RecordFilter> filter;
-    std::optional<RecordFilter> optimised_filter;
+    // A fixed filter keeps the records that it finds at once.
+    void set_filter(const std::string& text, bool fixed);
+    void refresh_filter();
+    void clear_filter();
+    bool has_filter() const { return filter_.has_value(); }
 
   private:
     struct Ahead {
         U32 record;
         std::vector<Byte> bytes;
     };
+    void stand_on_record(std::size_t order);
     bool take_ahead(Handle object, I32 count);
     void read_ahead(Handle object, bool forward);
-    void drop_ahead() { ahead_.clear(); }
     void arrive();
     void fetch();
-    void show_image(U32 record, std::vector<Byte> bytes);
+    void show(Ahead record);
+    void write();
+    void put_changes();
+    void require_changeable();
     void lock_implicitly();
     void release_implicit_lock();
     void unlock_all();
-    void put_changes();
-    std::set<U32> matching_records(const expression::Expression& condition);
-    void apply_filters();
+    std::set<U32> matching_records();
 
     Connection& connection_;
     const Handle handle_;
     std::unique_ptr<Table> table_;
     const Options options_;
     std::vector<std::unique_ptr<Order>> orders_;
+    std::optional<expression::Expression> filter_;
+    std::set<U32> filtered_;  // the records of a fixed filter
 
     U32 record_ = 0;
     bool at_end_ = false;
@@ -175,15 +166,17 @@ class ClientTable {
 
     std::set<U32> locked_;
     U32 implicitly_locked_ = 0;
-    bool lock_goes_ = false;  // the appended record's, once it is written
+    bool lock_goes_ = false;  // that of the appended record, once it is written
     bool table_locked_ = false;
 };
 
 // Everything of the process: its settings and all open objects.
 class Process {
   public:
-    Connection& connection(Handle handle);
-    ClientTable& table(Handle handle);
+    // The object with this handle. All others are violations.
+    enum class Lost { kRefused, kAllowed };
+    Connection& connection(Handle handle, Lost lost = Lost::kRefused);
+    ClientTable& table(Handle handle, Lost lost = Lost::kRefused);
     Order& order(Handle handle);
     // A table's handle, or that of one of its orders.
     struct Object {
@@ -191,14 +184,14 @@ class Process {
         const Order* order;  // null: the table's handle
         std::size_t number() const { return order == nullptr ? 0 : order->number; }
     };
-    Object object(Handle handle);
+    Object object(Handle handle, Lost lost = Lost::kRefused);
 
     Connection& connect(U16 types);
     void disconnect(Connection& connection);
     ClientTable& add_table(Connection& connection, std::unique_ptr<Table> table,
                            ClientTable::Options options);
     void close_table(ClientTable& table);
-    void add_order(Order& order);
+    void add_order(Order& order) { order.handle = add({.order = &order}); }
     void forget(Handle handle, const char* what);
     void lose_server();
     void show_deleted(bool show);
@@ -219,25 +212,22 @@ class Process {
         ClientTable* table = nullptr;
         Order* order = nullptr;
     };
-    Handle new_handle(const Entry& entry);
-    const Entry& entry(Handle handle, Status status, const char* wanted);
-    void forget_table(ClientTable& table, const char* how);
+    Handle add(const Entry& entry);
+    Entry& entry(Handle handle, Status status, const char* wanted);
 
     std::unordered_map<Handle, Entry> objects_;
     std::unordered_map<Handle, const char*> dead_;
     U32 last_handle_ = 0;
 };
 Process& process();
+inline ClientTable& table_of(Handle handle) { return process().table(handle); }
+inline Order& order_of(Handle handle) { return process().order(handle); }
 
 // The position of the field that a name or a position means, from 1.
 std::size_t field_argument(const ClientTable& table, const char* field);
-std::string to_ansi(std::string_view oem);
-std::string to_oem(std::string_view ansi);
-// Dates in the format of the process.
-std::string date_text(Date date);
-Date parse_date(std::string_view text);
-// A date-time of "YYYYMMDDhhmmssttt" from a day number with a fraction.
-Value date_time_at(double day);
 Status status_of(const Refusal& refusal);
+std::string to_oem(std::string_view ansi);
+// Reads a date in the format of the process.
+Date parse_date(std::string_view text);
 
 }  // namespace brenik::stand_in
