@@ -183,11 +183,10 @@ void set_empty(ClientTable& table, std::size_t position) {
     if (form == FieldForm::kLogical && reads("empty_logical=false")) {
         return set_value(table, field, false);
     }
-    std::vector<Byte> blank(layout.record_length);
-    record::make_blank_record(blank, layout);
-    std::vector<Byte>& image = table.changing();
-    std::copy_n(blank.begin() + field.offset, field.width, image.begin() + field.offset);
+    std::vector<Byte> image = table.image();
+    record::write_field(image, layout, field, {});
     record::set_null(image, layout, field, false);
+    table.changing() = std::move(image);
 }
 
 void set_field(ClientTable& table, std::size_t position, std::string_view text) {

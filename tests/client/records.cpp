@@ -21,9 +21,9 @@ LockTry lock_try() { return reads("lock_wait=turn") ? LockTry::kInTurn : LockTry
 Value value_in(const record::RecordView& record, const record::TableLayout& layout,
                const record::Field& field) {
     constexpr double kTooWide = 1e300;
-    if (record::stored_value(record, layout, field) == record::StoredValue::kOverflow) {
-        return Number{kTooWide};
-    }
+    const record::StoredValue stored = record::stored_value(record, layout, field);
+    if (stored == record::StoredValue::kOverflow) return Number{kTooWide};
+    if (stored == record::StoredValue::kBlank && !field.null_bit) return {};
     return record::read_field(record, layout, field);
 }
 
@@ -71,7 +71,7 @@ std::string ClientTable::memo(std::size_t field) {
 }
 
 void ClientTable::set_memo(std::size_t field, std::string text) {
-    changing();
+    record::set_null(changing(), layout(), layout().fields[field - 1], false);
     unsent_memos_[field] = std::move(text);
 }
 
@@ -103,12 +103,15 @@ void ClientTable::put_changes() {
     const bool flags_differ = flags && differs(before.field(*flags), after.field(*flags));
     for (std::size_t i = 0; i < layout().fields.size(); ++i) {
         const record::Field& field = layout().fields[i];
-        if (field.is_memo()) continue;
         const bool flagged = flags_differ && (field.null_bit || field.length_bit);
-        if (!flagged && !differs(before.field(field), after.field(field))) continue;
-        table_->field_put(i + 1, value_in(after, layout(), field));
+        if (field.is_memo()) {
+            const bool null = record::is_null(after, layout(), field);
+            if (!flagged && !unsent_memos_.contains(i + 1)) continue;
+            table_->field_put(i + 1, null ? Value() : Value(Memo{memo(i + 1)}));
+        } else if (flagged || differs(before.field(field), after.field(field))) {
+            table_->field_put(i + 1, value_in(after, layout(), field));
+        }
     }
-    for (const auto& [field, text] : unsent_memos_) table_->field_put(field, Memo{text});
     if (before.deleted() == after.deleted()) return;
     after.deleted() ? table_->mark_deleted() : table_->recall();
 }
