@@ -32,39 +32,22 @@ using U16 = std::uint16_t;
 using U32 = std::uint32_t;
 using I32 = std::int32_t;
 
-// The statuses that the stand-in answers with.
+// Statuses that the stand-in answers for several reasons. The others stand beside their reasons.
 enum : Status {
     kSuccess = 0,
     kInternalFault = 5000,
-    kTooLong = 5003,
     kShortBuffer = 5005,
     kBadArgument = 5012,
-    kBadOrderHandle = 5014,
-    kBadHandle = 5018,
     kBadRecordNumber = 5022,
-    kBadTableHandle = 5023,
-    kNoDriveConnection = 5033,
     kNoConnection = 5036,
-    kNoFilter = 5037,
     kNotFound = 5041,
-    kDuplicateAlias = 5051,
-    kUnknownField = 5059,
-    kNotLocked = 5062,
-    kNotShared = 5064,
-    kIndexAlreadyOpen = 5065,
-    kNoCurrentRecord = 5068,
     kTruncated = 5071,
     kReadOnly = 5072,
-    kBadDay = 5079,
     kBadMonth = 5080,
-    kPendingUpdate = 5086,
-    kTableNotLocked = 5087,
     kWrongType = 5095,
     kServerLost = 6610,
-    kCannotOpen = 7008,
     kCorrupt = 7016,
     kDuplicateKey = 7057,
-    kDictionary = 7077,
     kMadeToFail = 7999,
 };
 

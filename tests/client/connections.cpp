@@ -38,7 +38,7 @@ void give_connection(const char* path, U16 types, void* handle) {
 
 void connect_as(const char* user, const char* password, U32 options) {
     require(options == 0, "unknown options");
-    if (user != nullptr) fail(kDictionary, "a user needs a data dictionary");
+    if (user != nullptr) fail(7077, "a user needs a data dictionary");
     require(password == nullptr, "a password without a user");
 }
 
@@ -49,7 +49,7 @@ void disconnect(Handle handle) {
 
 U16 loaded(const char* path) {
     text_argument(path, "the server's path");
-    if (reads("server_loaded=fails")) fail(kNoDriveConnection, "no server was asked");
+    if (reads("server_loaded=fails")) fail(5033, "no server was asked");
     const U16 remote = answering(kRemoteServer);
     if (reads("server_loaded=types")) return remote != 0 ? remote : answering(kLocalServer);
     return remote != 0 ? 1 : 0;
@@ -107,9 +107,9 @@ Connection& Process::connection(Handle handle, Lost lost) {
 }
 
 Process::Object Process::object(Handle handle, Lost lost) {
-    const Entry& known = entry(handle, kBadHandle, "a table's or an order's");
+    const Entry& known = entry(handle, 5018, "a table's or an order's");
     ClientTable* owner = known.order != nullptr ? known.order->table : known.table;
-    if (owner == nullptr) violate(kBadHandle, "not a table's or an order's handle");
+    if (owner == nullptr) violate(5018, "not a table's or an order's handle");
     if (owner->connection().lost && lost == Lost::kRefused) {
         fail(kServerLost, "the server was lost");
     }
@@ -119,20 +119,20 @@ Process::Object Process::object(Handle handle, Lost lost) {
 
 ClientTable& Process::table(Handle handle, Lost lost) {
     const Object known = object(handle, lost);
-    if (known.order != nullptr) violate(kBadTableHandle, "an order's handle instead of a table's");
+    if (known.order != nullptr) violate(5023, "an order's handle instead of a table's");
     return *known.table;
 }
 
 Order& Process::order(Handle handle) {
     static_cast<void>(object(handle));
-    Order* known = entry(handle, kBadOrderHandle, "an order's").order;
-    if (known == nullptr) violate(kBadOrderHandle, "a table's handle instead of an order's");
+    Order* known = entry(handle, 5014, "an order's").order;
+    if (known == nullptr) violate(5014, "a table's handle instead of an order's");
     return *known;
 }
 
 Connection& Process::connect(U16 types) {
     const U16 type = answering(types);
-    if (type == 0) fail(kNoDriveConnection, "no server answers for this path");
+    if (type == 0) fail(5033, "no server answers for this path");
     auto made = std::make_unique<Connection>();
     made->type = type;
     made->handle = add({.connection = made.get()});

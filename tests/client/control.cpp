@@ -64,7 +64,7 @@ bool control(const std::string& text) {
 void control_or_end(const std::string& text) {
     if (control(text)) return;
     std::fprintf(stderr, "stand-in client library: unknown setting %s\n", text.c_str());
-    std::exit(3);
+    std::_Exit(3);
 }
 
 std::string environment(const char* name) {

@@ -129,7 +129,7 @@ Value number_in(std::string_view text, const record::Field& field) {
     std::string fitting(field.width, ' ');
     if (field.kind->form == FieldForm::kDecimal &&
         !write_fixed(number, field.width, field.decimals, fitting.data())) {
-        fail(kTooLong, "the number is too wide for the field");
+        fail(5003, "the number is too wide for the field");
     }
     return Number{number, static_cast<int>(field.width), static_cast<int>(field.decimals)};
 }
@@ -144,7 +144,7 @@ Value logical_in(std::string_view text) {
 // Text of a character field; a wider one is refused or, in the other reading, cut.
 Value text_in(std::string_view text, const record::Field& field) {
     if (text.size() > field.width && reads("long_text=refused")) {
-        fail(kTooLong, "the text is too long for the field");
+        fail(5003, "the text is too long for the field");
     }
     return text.substr(0, field.width);
 }
@@ -288,7 +288,7 @@ Date parse_date(std::string_view text) {
     }
     if (month < 1 || month > 12) fail(kBadMonth, "no such month");
     const Date date = Date::from_civil(full_year, month, day);
-    if (date.empty()) fail(kBadDay, "no such day");
+    if (date.empty()) fail(5079, "no such day");
     return date;
 }
 

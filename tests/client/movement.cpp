@@ -66,7 +66,7 @@ void ClientTable::fetch() {
 }
 
 void ClientTable::require_record() const {
-    if (!has_record()) fail(kNoCurrentRecord, "no current record");
+    if (!has_record()) fail(5068, "no current record");
 }
 
 void ClientTable::stand_on_record(std::size_t order) {

@@ -141,10 +141,8 @@ void give_key(const Order& order, void* buffer, U16* size) {
 
 void give_orders(const std::vector<const Order*>& orders, void* handles, U16* count) {
     const std::size_t room = *count;
-    *count = static_cast<U16>(orders.size());
-    for (std::size_t i = 0; i < std::min(room, orders.size()); ++i) {
-        give_handle(orders[i]->handle, handles, i);
-    }
+    *count = static_cast<U16>(std::min(room, orders.size()));
+    for (std::size_t i = 0; i < *count; ++i) give_handle(orders[i]->handle, handles, i);
     if (room < orders.size()) fail(kShortBuffer, "the array is too small");
 }
 
@@ -155,7 +153,7 @@ void open_index(ClientTable& table, const char* path, void* handles, U16* count)
     if (!table.orders_of(file).empty()) {
         const bool fills = reads("already_open=fills");
         give_orders(fills ? table.orders_of(file) : std::vector<const Order*>(), handles, count);
-        fail(kIndexAlreadyOpen, "the index file is open");
+        fail(5065, "the index file is open");
     }
     if (const auto refusal = table.server().add_orders(file, 0)) {
         fail(stand_in::status_of(*refusal), refusal->text);
@@ -297,13 +295,13 @@ void ClientTable::set_filter(const std::string& text, bool fixed) {
 }
 
 void ClientTable::refresh_filter() {
-    if (!filter_) fail(kNoFilter, "no filter is set");
+    if (!filter_) fail(5037, "no filter is set");
     ahead_.clear();
     filtered_ = matching_records();
 }
 
 void ClientTable::clear_filter() {
-    if (!filter_) fail(kNoFilter, "no filter is set");
+    if (!filter_) fail(5037, "no filter is set");
     flush();
     ahead_.clear();
     table_->set_filter({}, {});

@@ -183,7 +183,7 @@ void ClientTable::cancel() {
 
 // Does nothing while the record is locked: nobody else can have changed it, by the documentation.
 void ClientTable::refresh() {
-    if (changed_ || appended_) fail(kPendingUpdate, "the record has unsent changes");
+    if (changed_ || appended_) fail(5086, "the record has unsent changes");
     ahead_.clear();
     if (!has_record() || (is_locked(record_) && reads("refresh_locked=nothing"))) return;
     table_->go_to(record_);
@@ -193,11 +193,14 @@ void ClientTable::refresh() {
 void ClientTable::flush_buffers() {
     if (options_.read_only) fail(kReadOnly, "the table was opened for reading");
     write();
-    local::LocalEngine& engine = *connection_.engine;
     if (connection_.is_remote()) return;
-    engine.set_full_durability(true);
+    struct Durably {
+        local::LocalEngine& engine;
+        explicit Durably(local::LocalEngine& e) : engine(e) { engine.set_full_durability(true); }
+        ~Durably() { engine.set_full_durability(false); }
+    };
+    const Durably durably(*connection_.engine);
     table_->commit();
-    engine.set_full_durability(false);
 }
 
 // -- Locks.
@@ -244,7 +247,7 @@ void ClientTable::unlock_record(U32 record) {
         fail(kBadRecordNumber, "no record has this number");
     }
     if (!locked_.contains(number) && implicitly_locked_ != number) {
-        fail(kNotLocked, "the record is not locked");
+        fail(5062, "the record is not locked");
     }
     if (number == record_) flush();
     if (locked_.erase(number) != 0) table_->unlock_record(number);
@@ -258,7 +261,7 @@ void ClientTable::unlock_all() {
 }
 
 void ClientTable::lock_table() {
-    if (options_.exclusive) fail(kNotShared, "the table is open for this user alone");
+    if (options_.exclusive) fail(5064, "the table is open for this user alone");
     if (table_locked_) return;
     flush();
     const std::set<U32> before = locked_;
@@ -273,8 +276,8 @@ void ClientTable::lock_table() {
 }
 
 void ClientTable::unlock_table() {
-    if (options_.exclusive) fail(kNotShared, "the table is open for this user alone");
-    if (lock_count() == 0) fail(kTableNotLocked, "nothing is locked");
+    if (options_.exclusive) fail(5064, "the table is open for this user alone");
+    if (lock_count() == 0) fail(5087, "nothing is locked");
     flush();
     unlock_all();
 }

@@ -52,7 +52,7 @@ std::string alias_of(const OpenRequest& request) {
     }
     alias = upper(alias);
     while (process().aliases.contains(alias)) {
-        if (reads("alias_duplicate=refused")) fail(kDuplicateAlias, "the alias is in use");
+        if (reads("alias_duplicate=refused")) fail(5051, "the alias is in use");
         alias += '\'';
     }
     return alias;
@@ -121,7 +121,7 @@ Status status_of(const Refusal& refusal) {
         case RefusalReason::kDamaged:
             return kCorrupt;
         default:
-            return kCannotOpen;
+            return 7008;
     }
 }
 
@@ -144,10 +144,10 @@ std::size_t field_argument(const ClientTable& table, const char* field) {
     const auto position = reinterpret_cast<std::uintptr_t>(field);
     require(position != 0, "no field");
     if (position <= fields.size()) return position;
-    if (position < kLowestPointer) fail(kUnknownField, "no field has this position");
+    if (position < kLowestPointer) fail(5059, "no field has this position");
     const std::string name = upper(text_argument(field, "the field's name"));
     const auto found = std::ranges::find(fields, name, &record::Field::name);
-    if (found == fields.end()) fail(kUnknownField, "no field " + name);
+    if (found == fields.end()) fail(5059, "no field " + name);
     return static_cast<std::size_t>(found - fields.begin()) + 1;
 }
 
