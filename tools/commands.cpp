@@ -274,6 +274,31 @@ Command doctor_command(DoctorRequest& request) {
     };
 }
 
+Command engine_command(EngineRequest& request) {
+    return {
+        "engine",
+        "Tell which engine opens the tables of a practice",
+        "Tells which engine the settings of the practice name, what the client library of a "
+        "database server can do, and whether a server answers. With --probe, makes scratch tables "
+        "in the folder, tries out on them what the library's documentation leaves open, and "
+        "removes them.",
+        {{"DIR", "", kFolderHelp, &request.folder},
+         {"--all", "",
+          "Name every function of the library, not only the missing ones; with --json also what "
+          "the client engine takes for granted",
+          &request.all},
+         {"--probe", "", "Try out the library; needs permission to create files in the folder",
+          &request.probe},
+         {"--json", "", "As JSON, one object", &request.json}},
+        {{"engine practice", "the engine, the library and the server"},
+         {"engine practice --probe", "what the library does where its documentation is silent"}},
+        {{ExitCode::kProblem,
+          "the engine can open no table; or a probe was refuted or could not run"},
+         {ExitCode::kCannotOpen, "the folder cannot be opened, or a file in it cannot be written"}},
+        run(print_engine, request),
+    };
+}
+
 Command manual_command(ManualRequest& request) {
     return {
         "manual",
@@ -294,7 +319,8 @@ std::vector<Command> make_commands(Requests& requests) {
             journal_command(requests.journal), faults_command(requests.faults),
             check_command(requests.check),     repair_command(requests.repair),
             reindex_command(requests.reindex), doctor_command(requests.doctor),
-            call_command(requests.call),       manual_command(requests.manual)};
+            engine_command(requests.engine),   call_command(requests.call),
+            manual_command(requests.manual)};
 }
 
 std::string_view Option::word() const {

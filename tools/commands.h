@@ -16,6 +16,7 @@
 #include "call.h"
 #include "check.h"
 #include "doctor.h"
+#include "engine.h"
 #include "faults.h"
 #include "journal.h"
 #include "manual.h"
@@ -90,6 +91,7 @@ struct Requests {
     RepairRequest repair;
     RepairRequest reindex;
     DoctorRequest doctor;
+    EngineRequest engine;
     ManualRequest manual;
 };
 

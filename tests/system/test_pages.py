@@ -111,3 +111,10 @@ def test_sessions(page, practice):
 def test_examples_of_routines():
     calls = [(head.replace('…', given), '{"result":%s}' % wanted) for head, given, wanted in examples('routines.md')]
     assert failures(calls) == []
+
+
+def test_assumptions_about_the_client(practice):
+    rows = ['| %(name)s | %(assumed)s | {} | `%(probe)s` |'.format('yes' if each['documented'] else 'no') % each
+            for each in json.loads(tool('engine', practice, '--all', '--json').stdout)['assumptions']]
+    section = (DOCS / 'client-engine.md').read_text().partition('## What is taken for granted')[2].partition('\n## ')[0]
+    assert [line for line in section.splitlines() if line.startswith('|')][2:] == rows

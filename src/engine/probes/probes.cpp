@@ -64,12 +64,27 @@ bool answers(const ClientLibrary& library, const std::string& folder, U16 server
     return true;
 }
 
-Answer run_one(Bench& bench, const Probe& probe) {
+// Makes the bench with the first probe, and again with the next if its connections are refused.
+Answer run_one(std::unique_ptr<Bench>& bench, const std::function<std::unique_ptr<Bench>()>& make,
+               const Probe& probe) {
     try {
-        bench.begin(probe.records, probe.text);
-        return probe.run(bench);
+        if (!bench) bench = make();
+        bench->begin(probe.records, probe.text);
+        return probe.run(*bench);
     } catch (const Stopped& reason) {
         return unknown(reason.what());
+    }
+}
+
+void run_all(const ClientLibrary& library, const std::string& folder, U16 server_type,
+             const Report& report) {
+    std::unique_ptr<Bench> bench;
+    const auto make = [&] { return std::make_unique<Bench>(library, folder, server_type); };
+    for (const auto table : tables()) {
+        for (const Probe& probe : table) {
+            const Answer answer = run_one(bench, make, probe);
+            report({server_type, probe.name, probe.expected, answer.verdict, answer.seen});
+        }
     }
 }
 
@@ -83,13 +98,7 @@ bool run(const ClientLibrary& library, const std::string& folder, const Report& 
     for (const U16 server_type : {advantage::kLocalServer, advantage::kRemoteServer}) {
         if (!answers(library, folder, server_type)) continue;
         one_answers = true;
-        Bench bench(library, folder, server_type);
-        for (const auto table : tables()) {
-            for (const Probe& probe : table) {
-                const Answer answer = run_one(bench, probe);
-                report({server_type, probe.name, probe.expected, answer.verdict, answer.seen});
-            }
-        }
+        run_all(library, folder, server_type, report);
     }
     return one_answers;
 }
