@@ -72,6 +72,11 @@ void ClientTable::go(U32 record) const {
 
 void ClientTable::go_top(Handle object) const { require(client_.AdsGotoTop(object), "AdsGotoTop"); }
 
+void ClientTable::leave() const {
+    require(client_.AdsGotoBottom(handle_), "AdsGotoBottom");
+    require(skip(handle_, 1), "AdsSkip");
+}
+
 void ClientTable::lock(U32 record) const {
     require(client_.AdsLockRecord(handle_, record), "AdsLockRecord");
 }

@@ -79,6 +79,8 @@ class ClientTable {
     // These throw Stopped if the library refuses the step.
     void go(U32 record) const;
     void go_top(Handle object) const;
+    // Leaves the record, as the engine does before it reads one anew: to the end of the table.
+    void leave() const;
     // Without a requirement: what happens at the ends is what some probes ask.
     Status skip(Handle object, I32 count) const { return client_.AdsSkip(object, count); }
     void lock(U32 record) const;

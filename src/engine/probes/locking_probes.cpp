@@ -43,7 +43,7 @@ Answer lock_then_read(Bench& bench) {
     second->change(1, "changed");
     first->lock(1);
     const std::string at_once = first->text("TEXT");
-    first->go(2);
+    first->leave();
     first->go(1);
     const std::string after_return = first->text("TEXT");
     return told(after_return == "changed" && first->holds(1),
@@ -101,7 +101,7 @@ Answer unlock_writes(Bench& bench) {
     writer->lock(1);
     writer->set("TEXT", "changed");
     writer->unlock(1);
-    reader->go(2);  // from where a go to 1 reads the record
+    reader->leave();
     reader->go(1);
     const std::string text = reader->text("TEXT");
     return told(text == "changed", "another reads " + quoted(text));

@@ -123,7 +123,7 @@ Answer leave_and_return(Bench& bench) {
     reader->go(1);
     reader->image();
     writer->change(1, "changed");
-    reader->go(2);
+    reader->leave();
     reader->go(1);
     const std::string back = reader->text("TEXT");
     return told(back == "changed",
