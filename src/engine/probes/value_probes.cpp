@@ -1,6 +1,7 @@
 // Probes of fields, records, memos and the formats of values.
 
 #include <algorithm>
+#include <bit>
 
 #include "engine/probes/bench.h"
 
@@ -285,7 +286,7 @@ Answer field_positions(Bench& bench) {
     const auto table = bench.here();
     table->go(1);
     const auto at = [&](std::uintptr_t position) {
-        return table->get(reinterpret_cast<const char*>(position));
+        return table->get(std::bit_cast<const char*>(position));
     };
     const std::string first = at(1);
     const std::string fourth = at(4);
