@@ -198,7 +198,13 @@ TEST_P(TableTest, OpensAreRefusedForTheirReason) {
         ASSERT_TRUE(std::holds_alternative<Refusal>(answer)) << c.name;
         const Refusal& refusal = std::get<Refusal>(answer);
         const std::string text = refusal.explanation();
-        EXPECT_TRUE(refusal.reason == c.reason && refusal.code == c.code) << text;
+        RefusalReason reason = c.reason;
+        FaultCode code = c.code;
+        if (!GetParam().tells_refusals_apart) {
+            if (reason == RefusalReason::kOtherLockMode) reason = RefusalReason::kHeld;
+            if (code == FaultCode::kUnsupported) code = FaultCode::kDamagedFile;
+        }
+        EXPECT_TRUE(refusal.reason == reason && refusal.code == code) << text;
         EXPECT_NE(text.find(std::string(c.name) + "."), std::string::npos) << text;
     }
 }

@@ -220,6 +220,7 @@ def copy(memory):
     """Makes copies of one practice, in whose names' index one page is full and the next has one entry."""
     pristine = memory / 'pristine'
     tool('sample', pristine, '--contacts', 6, '--matters', 4, '--events', 4, '--notes', 3, check=True)
+    Practice(pristine).choose_engine()
     host = Host(memory)
     assert host.init(pristine) == 0
     assert not any(host.add(1, {'LAST': letter * 30, 'FIRST': letter * 20})[0] for letter in 'VWXYZ')

@@ -4,6 +4,9 @@ Practices come from the companion tool and are thrown away; hosts are child proc
 library only by its path. A Host answers every call within a time limit or is killed, checks the
 guard bytes of every buffer, and must leave without a word from a sanitizer.
 
+With BRENIK_TEST_ENGINE=client every practice asks for the client engine, which finds the stand-in of tests/client, and
+every host must have kept the rules of that library.
+
 Host and tool are command lines. A library for Windows runs in a Windows host, which is given the
 paths of the tests on drive Z; tests that want a host of either system ask for NATIVE.
 """
@@ -38,6 +41,7 @@ Workstation = namedtuple('Workstation', 'host library')            # a command l
 OURS = Workstation(os.environ['BRENIK_HOST'], os.environ['BRENIK_LIBRARY'])
 NATIVE = Workstation(os.environ.get('BRENIK_NATIVE_HOST'), os.environ.get('BRENIK_NATIVE_LIBRARY'))
 TOOL = os.environ['BRENIK_TOOL']
+CLIENT = os.environ.get('BRENIK_TEST_ENGINE') == 'client'
 SIZES = '--contacts 40 --matters 20 --events 30 --notes 15'.split()
 
 
@@ -78,6 +82,7 @@ class Host:
 
     def __init__(self, windows_folder, cwd=None, workstation=OURS, **environment):
         self.path = path_form(workstation)
+        self.keeps_rules = CLIENT and 'BRENIK_ACE_LIBRARY' not in environment
         environment = dict(os.environ, BRENIK_UI='stderr', BRENIK_WINDIR=self.path(windows_folder),
                            BRENIK_FAULTS=self.path(faults_of(windows_folder)), **environment)
         self.child = subprocess.Popen([*shlex.split(workstation.host), self.path(workstation.library)], cwd=cwd,
@@ -189,6 +194,17 @@ class Host:
         rc = self.add_start(table) or self.set_fields(table, values)
         return (rc, '') if rc else self.add_end(table, uid)
 
+    # -- the stand-in for the client library, within the host's process
+    def control(self, text):
+        assert self.call('control', as_bytes(text) + b'\0').rc == 0, text
+
+    def count(self, what):
+        return self.call('count', as_bytes(what) + b'\0').rc
+
+    def violations(self):
+        """The rules of the client library that the process has broken; nothing if none."""
+        return self.call('violations', b' ' * 4000 + b'\0').buffer.split(b'\0')[0].decode('latin-1')
+
     def notices(self, at_least=0):
         """How many notices between two tries for a lock have been shown; waits until there are so many."""
         end = time.monotonic() + CALL_LIMIT
@@ -206,7 +222,12 @@ class Host:
         return 'exit code %d\n%s' % (rc, b''.join(self.complaints).decode('latin-1'))
 
     def close(self):
+        violations = ''
+        if self.keeps_rules and self.child.poll() is None:
+            with contextlib.suppress(HostGone):
+                violations = self.violations()
         report = self.finish()
+        assert not violations, violations
         if self.child.returncode != -signal.SIGKILL:     # those the test itself has killed
             assert self.child.returncode == 0 and 'Sanitizer' not in report, report
 
@@ -234,8 +255,14 @@ class Practice:
         """Makes or replaces a file, found in whatever case it has; INI texts are given as sections."""
         path = self.folder / name
         path.parent.mkdir(exist_ok=True)
+        if CLIENT and name == 'LAWSYS.INI' and 'Engine' not in text:
+            text = text.replace('[Main]', '[Main]\nEngine=advantage')
         old = [p for p in path.parent.iterdir() if p.name.lower() == path.name.lower()]
         (old[0] if old else path).write_bytes(as_bytes(text))
+
+    def choose_engine(self):
+        """Of the tests' practices, in the settings as they are."""
+        self.write('LAWSYS.INI', Path(self.find('LAWSYS.INI')).read_text('latin-1'))
 
     def set_locking_mode(self, proprietary):
         self.write('LAWSYS.INI', '[Main]\r\nnServerType=0\r\nLockType=%d\r\n' % proprietary)
@@ -315,6 +342,7 @@ def timed(call, *arguments):
 
 def pytest_configure(config):
     config.addinivalue_line('markers', 'waits: takes five seconds and more, most of them waiting')
+    config.addinivalue_line('markers', 'embedded: what a library between us and the files cannot do or tell')
 
 
 @pytest.fixture(scope='session')
@@ -326,6 +354,7 @@ def samples(tmp_path_factory):
         if options not in made:
             made[options] = tmp_path_factory.mktemp('sample') / 'practice'
             tool('sample', made[options], *SIZES, *options).check_returncode()
+            Practice(made[options]).choose_engine()
         return made[options]
     return sample
 
@@ -352,8 +381,8 @@ def windows_folder(tmp_path):
 @pytest.fixture
 def new_host(windows_folder):
     with contextlib.ExitStack() as hosts:
-        def make(**options):
-            host = Host(windows_folder, **options)
+        def make(kind=Host, **options):
+            host = kind(windows_folder, **options)
             hosts.callback(host.close)
             return host
         yield make

@@ -6,7 +6,8 @@
 // a pointer; texts and buffers are written as x followed by hex digits. Every line is answered by
 // one JSON object: "rc" is the call's result, "p" the integer behind the pointer afterwards,
 // "buffer" the last text afterwards, exactly as long as it was given, and "guards" tells whether
-// the bytes around both are untouched.
+// the bytes around both are untouched. Where a client library is named, commands of their own steer
+// and question the stand-in for it.
 
 #include <stdint.h>
 #include <stdio.h>
@@ -18,14 +19,14 @@
 #ifdef _WIN32
 #include <windows.h>
 #define LOAD_LIBRARY(path) LoadLibraryA(path)
-#define FIND_SYMBOL(name) GetProcAddress(library, name)
+#define FIND_SYMBOL(from, name) GetProcAddress(from, name)
 typedef FARPROC Symbol;
 #else
 #include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #define LOAD_LIBRARY(path) dlopen(path, RTLD_NOW | RTLD_LOCAL)
-#define FIND_SYMBOL(name) dlsym(library, name)
+#define FIND_SYMBOL(from, name) dlsym(from, name)
 typedef void* Symbol;
 #endif
 
@@ -34,21 +35,22 @@ enum { kGuardSize = 32, kGuardByte = 0xA5 };
 typedef void (*EntryPoint)(void);
 
 static void* library;
+static void* client;
 
 static void fail(const char* what, const char* detail) {
     fprintf(stderr, "host: %s: %s\n", what, detail);
     exit(2);
 }
 
-static EntryPoint entry_point(const char* name) {
+static EntryPoint entry_point(void* from, const char* name) {
     EntryPoint found;
-    const Symbol symbol = FIND_SYMBOL(name);
+    const Symbol symbol = FIND_SYMBOL(from, name);
     if (!symbol) fail("entry point missing", name);
     memcpy(&found, &symbol, sizeof found);
     return found;
 }
 
-#define CALL(name) ((__typeof__(&name))entry_point(#name))
+#define CALL(name) ((__typeof__(&name))entry_point(library, #name))
 
 // A text or buffer argument, with guard bytes before it and behind it.
 struct Buffer {
@@ -56,6 +58,27 @@ struct Buffer {
     char* bytes;
     size_t size;
 };
+
+// The stand-in for the client library: its controls, and a setting of its process.
+static EntryPoint client_entry_point(const char* name) {
+    const char* path = getenv("BRENIK_ACE_LIBRARY");
+    if (!client && path) client = LOAD_LIBRARY(path);
+    if (!client) fail("not loaded", path ? path : "the client library");
+    return entry_point(client, name);
+}
+
+#define CLIENT(type, name) ((type)client_entry_point(name))
+
+typedef int(BRENIK_CALL* Control)(const char*);
+typedef unsigned(BRENIK_CALL* Count)(const char*);
+typedef const char*(BRENIK_CALL* Told)(void);
+typedef uint32_t(BRENIK_CALL* SetNumber)(uint16_t);
+typedef uint32_t(BRENIK_CALL* SetText)(const char*);
+
+static uint32_t violations(char* text, size_t size) {
+    snprintf(text, size, "%s", CLIENT(Told, "StandInViolations")());
+    return CLIENT(Count, "StandInCount")("violations");
+}
 
 // The arguments of one call, in their order among those of their kind. What is behind a pointer to
 // an integer stands between two guards; the last text is the one that a call may write to.
@@ -121,6 +144,11 @@ static uint32_t run(const char* command, struct Call* call) {
     if (!strcmp(command, "editend")) return CALL(BrenikEditEnd)(first, second);
     if (!strcmp(command, "firm")) return CALL(BrenikGetMyFirm)(text);
     if (!strcmp(command, "getuid")) return CALL(BrenikGetU_ID)(first, text, other);
+    if (!strcmp(command, "control")) return (uint32_t)CLIENT(Control, "StandInControl")(text);
+    if (!strcmp(command, "count")) return CLIENT(Count, "StandInCount")(text);
+    if (!strcmp(command, "violations")) return violations(text, call->texts[0].size);
+    if (!strcmp(command, "settext")) return CLIENT(SetText, text)(other);
+    if (!strcmp(command, "setnumber")) return CLIENT(SetNumber, text)((uint16_t)first);
     if (!strcmp(command, "fork")) return fork_host();
     if (!strcmp(command, "end")) exit(0);
     fail("unknown command", command);

@@ -345,6 +345,7 @@ def test_memo_file_that_nobody_needs(practice):
     assert brenik('repair', practice)[0] == 0 and findings(practice, 0) == []
 
 
+@pytest.mark.embedded
 @pytest.mark.parametrize('file, damage, tags', [
     ('LAW1.FPT', None, 6), ('LAW1.FPT', cut(6), 6), ('LAW1.CDX', None, 0), ('LAW1.CDX', cut(300), 0),
     ('LAW1.CDX', put(within(last_tag, 506), 0xFFFFFFFF, 4), 6), ('LAW1.CDX', put(0, 0x7FFFFE00, 4), 6)])
@@ -440,6 +441,7 @@ def test_indexed_like_another(new_practice, practice):
     assert brenik('reindex', table)[0] == 0 and Path(table).read_bytes()[28] & 1
 
 
+@pytest.mark.embedded
 def test_practice(session, practice):
     """Identifiers, their counters and the journal."""
     assert session.add(1, {'LAST': 'Last'}) == (0, identifier('A1', 41))
@@ -482,6 +484,7 @@ def test_output_that_is_not_read(session, new_practice):
         assert check.poll() is None and session.add(1, {'LAST': 'New'})[0] == 0
 
 
+@pytest.mark.embedded
 def test_beside_sessions(session, practice):
     """What a session has not finished is no fault; what it has open is not repaired."""
     last = practice.table('LAW1').rows[4]['LAST'].encode()
@@ -558,6 +561,7 @@ def replaced(path):
 CHANGES = [shorter] if OURS.library.endswith('.dll') else [shorter, os.remove, replaced]
 
 
+@pytest.mark.embedded
 @pytest.mark.parametrize('change', CHANGES)
 def test_table_changed_behind_us(new_host, practice, change):
     """A table that is cut short, removed or replaced while it is open takes nothing more, and says why."""

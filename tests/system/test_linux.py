@@ -17,6 +17,7 @@ def assert_refused(host):
             host.call('firm', b'     \0').rc, host.shutdown()] == [14] * 11
 
 
+@pytest.mark.embedded
 def test_a_session_belongs_to_its_process(host, practice):
     """Children of a fork take nothing of it along, and work as any other host once they begin one."""
     with host.forked():
@@ -41,6 +42,7 @@ def test_a_session_belongs_to_its_process(host, practice):
     assert_sound(practice.folder)
 
 
+@pytest.mark.embedded
 @pytest.mark.parametrize('change', [os.remove, replaced])
 def test_journal_changed_behind_us(host, practice, change):
     """What could not be journalled is not done."""

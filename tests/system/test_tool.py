@@ -45,6 +45,7 @@ def test_sample(new_practice, options, notes):
     assert practice.table('LAW2').rows[-1]['RNO'] == practice.counter('RECORDNO')
 
 
+@pytest.mark.embedded
 def test_show(practice):
     """The description; records by number, by key and in order, with the values that lie on disk. Nothing needs to be
     written, which is forbidden here."""
@@ -130,6 +131,7 @@ DENIALS = [
     (0o555, '', ['reindex {} LAW9', 'reindex {} LAW9 --backup {}/..', 'repair {}', 'doctor {}', 'sample {}/new'])]
 
 
+@pytest.mark.embedded
 @pytest.mark.skipif(OURS.library.endswith('.dll'), reason='Wine shows Windows programs no permissions of this system')
 @pytest.mark.parametrize('mode, file, commands', DENIALS)
 def test_permission_is_no_lock(practice, mode, file, commands):
