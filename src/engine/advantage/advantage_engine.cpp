@@ -176,12 +176,18 @@ bool AdvantageEngine::set_deleted_hidden(bool on) { return std::exchange(deleted
 
 // -- The connection.
 
+// A failed connect may have made a connection all the same.
 Status AdvantageEngine::connect(const std::string& folder, U16 type, Handle& connection) const {
     const ClientLibrary& api = *library_;
-    const Status status =
-        api.AdsConnect60(folder.c_str(), type, nullptr, nullptr, kNoOptions, &connection);
+    const auto without_rest = [&](Status status) {
+        const Handle rest = status != kSuccess ? std::exchange(connection, Handle{0}) : 0;
+        if (rest != 0) api.AdsDisconnect(rest);
+        return status;
+    };
+    const Status status = without_rest(
+        api.AdsConnect60(folder.c_str(), type, nullptr, nullptr, kNoOptions, &connection));
     if (status == kSuccess || status == kNoServer || api.AdsConnect26 == nullptr) return status;
-    return api.AdsConnect26(folder.c_str(), type, &connection);
+    return without_rest(api.AdsConnect26(folder.c_str(), type, &connection));
 }
 
 bool AdvantageEngine::can_connect(const std::string& folder, U16 type) {

@@ -1,7 +1,7 @@
 // The functions of the client library that the engine calls, one row each: name and arguments.
 //
-// Every function returns a status, 0 for success. Handles are as wide as a pointer. Names, paths and
-// expressions end in NUL; data and keys have a length. Lengths of names and expressions have 16
+// Every function returns a status, 0 for success. Handles are as wide as a pointer. Names, paths
+// and expressions end in NUL; data and keys have a length. Lengths of names and expressions have 16
 // bits, those of field data 32: in the size of the buffer, out the number of bytes.
 //
 // A function of the second list may be missing, in an older library for example. What replaces it
