@@ -111,6 +111,10 @@ Status status_of_exception() noexcept {
     } catch (const std::exception& fault) {
         error = {kInternalFault, fault.what()};
     }
+    // The numbers from 7000 on and that of a refused lock have readings of their own.
+    constexpr Status kElsewhere = 400;
+    const bool other = error.status < kServerLost && error.status != status_read("lock_failed");
+    if (other && reads("numbers=others")) error.status += kElsewhere;
     return error.status;
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -28,15 +27,18 @@ constexpr std::string_view kAnsiOfOem =
     "\xC7\xFC\xE9\xE2\xE4\xE0\xE5\xE7\xEA\xEB\xE8\xEF\xEE\xEC\xC4\xC5"
     "\xC9\xE6\xC6\xF4\xF6\xF2\xFB\xF9\xFF\xD6\xDC\xA2\xA3\xA5P\x83"
     "\xE1\xED\xF3\xFA\xF1\xD1\xAA\xBA\xBF_\xAC\xBD\xBC\xA1\xAB\xBB"
-    "+++++++++++++++++++++++++++++++++++++++++++++++++"
+    "++++++++++++++++++++++++++++++++++++++++++++++++"
     "a\xDFGpSs\xB5tFTOd8fen"
-    "=\xB1==()\xF7~\xB0\xB7\xB7vn\xB2\xA6";
+    "=\xB1==()\xF7~\xB0\xB7\xB7vn\xB2\xA6\xA0";
+static_assert(kAnsiOfOem.size() == 0x80);
+
+bool is_text(const record::Field& field) {
+    return field.kind->form == FieldForm::kText || field.kind->form == FieldForm::kVariableText;
+}
 
 bool is_converted(const ClientTable& table, const record::Field& field) {
-    const FieldForm form = field.kind->form;
-    const bool is_text =
-        form == FieldForm::kText || form == FieldForm::kVariableText || field.type == 'M';
-    return table.is_oem() && is_text && !field.is_binary() && reads("oem_fields=converted");
+    return table.is_oem() && (is_text(field) || field.type == 'M') && !field.is_binary() &&
+           reads("oem_fields=converted");
 }
 
 std::string to_ansi(std::string_view oem) {
@@ -48,16 +50,13 @@ std::string to_ansi(std::string_view oem) {
     return ansi;
 }
 
-// Century, year, month and day of the date format, each in two digits.
-std::array<int, 4> date_parts(const CivilDay& day) {
-    return {day.year / kCenturyYears, day.year % kCenturyYears, day.month, day.day};
-}
-
+// The date format shows century, year, month and day in two digits each.
 std::size_t date_part(char letter) { return std::string_view("CYMD").find(letter); }
 
 std::string date_text(Date date) {
     std::string text = process().date_format;
-    const std::array<int, 4> parts = date_parts(date.civil());
+    const CivilDay day = date.civil();
+    const std::array parts{day.year / kCenturyYears, day.year % kCenturyYears, day.month, day.day};
     bool tens = true;
     for (char& c : text) {
         const std::size_t part = date_part(c);
@@ -197,8 +196,7 @@ void set_field(ClientTable& table, std::size_t position, std::string_view text) 
         const bool cut = field.type == 'M' && reads("memo_zero=cut");
         return table.set_memo(position, own.substr(0, cut ? own.find('\0') : std::string::npos));
     }
-    const bool is_text = field.kind->value == ValueKind::kCharacter;
-    if (trim_both(own).empty() && !is_text) return set_empty(table, position);
+    if (trim_both(own).empty() && !is_text(field)) return set_empty(table, position);
     set_value(table, field, value_in(own, field));
 }
 

@@ -24,7 +24,7 @@ enum : U16 { kKeySetFilter = 4, kFixedFilter = 8, kAllFilterOptions = 15 };
 
 // -- Keys.
 
-// A key of the type of the order's that a number stands for.
+// The key of the order's type that a number stands for.
 Value value_of_number(const Order& order, double number) {
     const double day = std::floor(number);
     switch (order.format.type) {
@@ -101,12 +101,13 @@ Value key_argument(const Order& order, std::string_view key, U16 type) {
 // Leads to the next record, or where the readings say.
 bool seek_empty(const Order& order, bool last) {
     ClientTable& table = *order.table;
+    const bool to_top = !last && reads("empty_seek=top");
+    const bool to_next = !last && reads("empty_seek=next");
     const bool none = last ? reads("seek_last_empty=none") : reads("empty_seek=none");
-    if (!last && reads("empty_seek=next")) {
+    if (to_next) {
         table.skip(&order, 1);
     } else {
-        !last&& reads("empty_seek=top") ? table.go_top(order.number)
-                                        : table.go_bottom(order.number);
+        to_top ? table.go_top(order.number) : table.go_bottom(order.number);
         if (none && table.has_record()) table.skip(&order, 1);
     }
     return table.has_record();

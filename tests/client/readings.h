@@ -53,6 +53,7 @@ inline constexpr Reading kReadings[] = {
     {"memo_zero", "kept cut", "Does a zero byte end a memo's text?"},
     {"missing_status", "7041 5004", "The status for a table that does not exist."},
     {"number_text", "right trimmed", "Is a number's text padded to its width?"},
+    {"numbers", "listed others", "Are the statuses that nobody confirmed as recalled?"},
     {"oem_fields", "converted raw", "Is the text of OEM tables converted?"},
     {"oem_raw_key", "raw converted", "Are raw keys of OEM tables converted?"},
     {"open_position", "top none", "Has a table that was just opened a current record?"},
