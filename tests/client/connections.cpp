@@ -225,7 +225,6 @@ STAND_IN(AdsGetExact, (U16 * answer), (answer), give(answer, process().exact))
 STAND_IN(AdsSetDateFormat, (const char* format), (format), set_date_format(format))
 STAND_IN(AdsGetDateFormat, (char* format, U16* size), (size),
          give_text(process().date_format, format, size))
-STAND_IN(AdsSetEpoch, (U16 epoch), (epoch), process().epoch = epoch)
 
 // Functions that a library within another program must not call: they end what the program itself
 // has open, show a window, or move other tables.

@@ -164,75 +164,73 @@ Value value_in(std::string_view text, const record::Field& field) {
     }
 }
 
-void set_value(ClientTable& table, const record::Field& field, const Value& value) {
-    std::vector<Byte> image = table.image();  // a refused value leaves the record unlocked
-    record::write_field(image, table.layout(), field, value);
-    table.changing() = std::move(image);
+// A field of the current record of a table.
+struct Target {
+    Target(Handle handle, const char* name)
+        : table(table_of(handle)),
+          position(field_argument(table, name)),
+          field(table.layout().fields[position - 1]) {
+        table.require_record();
+    }
+    // A refused value leaves the record unlocked.
+    void put(const Value& value) const {
+        std::vector<Byte> image = table.image();
+        record::write_field(image, table.layout(), field, value);
+        record::set_null(image, table.layout(), field, false);
+        table.changing() = std::move(image);
+    }
+
+    ClientTable& table;
+    const std::size_t position;
+    const record::Field& field;
+};
+
+void set_empty(const Target& target) {
+    const FieldForm form = target.field.kind->form;
+    if (target.field.is_memo()) return target.table.set_memo(target.position, {});
+    if (form == FieldForm::kDecimal && reads("empty_number=zero")) return target.put(Number{0});
+    if (form == FieldForm::kLogical && reads("empty_logical=false")) return target.put(false);
+    target.put({});
 }
 
-void set_empty(ClientTable& table, std::size_t position) {
-    table.require_record();
-    const record::TableLayout& layout = table.layout();
-    const record::Field& field = layout.fields[position - 1];
-    if (field.is_memo()) return table.set_memo(position, {});
-    const FieldForm form = field.kind->form;
-    if (form == FieldForm::kDecimal && reads("empty_number=zero")) {
-        return set_value(table, field, Number{0});
-    }
-    if (form == FieldForm::kLogical && reads("empty_logical=false")) {
-        return set_value(table, field, false);
-    }
-    std::vector<Byte> image = table.image();
-    record::write_field(image, layout, field, {});
-    record::set_null(image, layout, field, false);
-    table.changing() = std::move(image);
-}
-
-void set_field(ClientTable& table, std::size_t position, std::string_view text) {
-    table.require_record();
-    const record::Field& field = table.layout().fields[position - 1];
-    const std::string own = is_converted(table, field) ? to_oem(text) : std::string(text);
+void set_field(const Target& target, std::string_view text) {
+    const record::Field& field = target.field;
+    const std::string own = is_converted(target.table, field) ? to_oem(text) : std::string(text);
     if (field.is_memo()) {
         const bool cut = field.type == 'M' && reads("memo_zero=cut");
-        return table.set_memo(position, own.substr(0, cut ? own.find('\0') : std::string::npos));
+        const std::size_t length = cut ? own.find('\0') : std::string::npos;
+        return target.table.set_memo(target.position, own.substr(0, length));
     }
-    if (trim_both(own).empty() && !is_text(field)) return set_empty(table, position);
-    set_value(table, field, value_in(own, field));
+    if (trim_both(own).empty() && !is_text(field)) return set_empty(target);
+    target.put(value_in(own, field));
 }
 
-// A memo that may be read and written as binary data.
-std::size_t binary_argument(const ClientTable& table, const char* field) {
-    const std::size_t position = field_argument(table, field);
-    const record::Field& found = table.layout().fields[position - 1];
-    const bool refused = found.type == 'M' && reads("memo_binary=refused");
-    if (!found.is_memo() || refused) fail(kWrongType, "not a binary field");
-    table.require_record();
-    return position;
+std::size_t memo_length(const Target& target) {
+    if (!target.field.is_memo()) fail(kWrongType, "not a memo field");
+    return memo_text(target.table, target.position).size();
 }
 
-void set_binary(ClientTable& table, const char* field, U16 type, U32 total, U32 offset,
-                std::string_view piece) {
-    const std::size_t position = binary_argument(table, field);
+// The text of a memo that may be read and written as binary data.
+std::string binary_data(const Target& target) {
+    const bool refused = target.field.type == 'M' && reads("memo_binary=refused");
+    if (!target.field.is_memo() || refused) fail(kWrongType, "not a binary field");
+    return target.table.memo(target.position);
+}
+
+void set_binary(const Target& target, U16 type, U32 total, U32 offset, std::string_view piece) {
+    std::string text = binary_data(target);
     require(type >= 5 && type <= 7, "an unknown type of binary data");
     require(std::uint64_t{offset} + piece.size() <= total, "the piece lies outside the data");
-    std::string text = table.memo(position);
     text.resize(total);
     std::ranges::copy(piece, text.begin() + offset);
-    table.write_memo_now(position, text);
+    target.table.write_memo_now(target.position, text);
 }
 
 // A piece of the data, as much as the buffer holds.
-void give_binary(ClientTable& table, const char* field, U32 offset, void* data, U32* size) {
-    const std::string text = table.memo(binary_argument(table, field));
+void give_binary(const Target& target, U32 offset, void* data, U32* size) {
+    const std::string text = binary_data(target);
     require(size != nullptr && offset <= text.size(), "the piece lies outside the data");
     give_text(std::string_view(text).substr(offset, *size), data, size, Ending::kNone);
-}
-
-std::size_t memo_length(ClientTable& table, const char* field) {
-    const std::size_t position = field_argument(table, field);
-    if (!table.layout().fields[position - 1].is_memo()) fail(kWrongType, "not a memo field");
-    table.require_record();
-    return memo_text(table, position).size();
 }
 
 void give_image(const ClientTable& table, void* record, U32* size) {
@@ -247,10 +245,8 @@ std::string_view trimmed(std::string_view text, U16 trim) {
     return text;
 }
 
-void give_field(ClientTable& table, const char* field, void* data, U32* size, U16 trim) {
-    const std::size_t position = field_argument(table, field);
-    table.require_record();
-    const std::string text = field_text(table, position);
+void give_field(const Target& target, void* data, U32* size, U16 trim) {
+    const std::string text = field_text(target.table, target.position);
     give_text(trimmed(text, trim), data, size);
 }
 
@@ -278,14 +274,10 @@ Date parse_date(std::string_view text) {
         parts[part] = parts[part] * 10 + (text[i] - '0');
     }
     const auto& [century, year, month, day] = parts;
-    int full_year = century * kCenturyYears + year;
-    if (format.find("CC") == std::string::npos) {
-        const int epoch = process().epoch;
-        full_year = epoch - epoch % kCenturyYears + year;
-        if (full_year < epoch) full_year += kCenturyYears;
-    }
+    constexpr int kCentury = 19;
+    const int first_year = (century == 0 ? kCentury : century) * kCenturyYears;
     if (month < 1 || month > 12) fail(kBadMonth, "no such month");
-    const Date date = Date::from_civil(full_year, month, day);
+    const Date date = Date::from_civil(first_year + year, month, day);
     if (date.empty()) fail(5079, "no such day");
     return date;
 }
@@ -293,28 +285,24 @@ Date parse_date(std::string_view text) {
 // -- Exports.
 
 STAND_IN(AdsGetField, (Handle table, const char* field, void* data, U32* size, U16 trim),
-         (Given{table}, FieldName{field}, size, trim),
-         give_field(table_of(table), field, data, size, trim))
+         (Given{table}, FieldName{field}, size, trim), give_field({table, field}, data, size, trim))
 STAND_IN(AdsSetField, (Handle table, const char* field, const void* data, U32 length),
-         (Given{table}, FieldName{field}, length), ClientTable& t = table_of(table);
-         set_field(t, field_argument(t, field), data_argument(data, length)))
-STAND_IN(AdsSetEmpty, (Handle table, const char* field), (Given{table}, FieldName{field}),
-         ClientTable& t = table_of(table);
-         set_empty(t, field_argument(t, field)))
-STAND_IN(AdsGetMemoLength, (Handle table, const char* field, U32* length),
          (Given{table}, FieldName{field}, length),
-         give(length, memo_length(table_of(table), field)))
+         set_field({table, field}, data_argument(data, length)))
+STAND_IN(AdsSetEmpty, (Handle table, const char* field), (Given{table}, FieldName{field}),
+         set_empty({table, field}))
+STAND_IN(AdsGetMemoLength, (Handle table, const char* field, U32* length),
+         (Given{table}, FieldName{field}, length), give(length, memo_length({table, field})))
 STAND_IN(AdsGetBinaryLength, (Handle table, const char* field, U32* length),
-         (Given{table}, FieldName{field}, length), ClientTable& t = table_of(table);
-         give(length, t.memo(binary_argument(t, field)).size()))
+         (Given{table}, FieldName{field}, length), give(length, binary_data({table, field}).size()))
 STAND_IN(AdsGetBinary, (Handle table, const char* field, U32 offset, void* data, U32* size),
          (Given{table}, FieldName{field}, offset, size),
-         give_binary(table_of(table), field, offset, data, size))
+         give_binary({table, field}, offset, data, size))
 STAND_IN(AdsSetBinary,
          (Handle table, const char* field, U16 type, U32 total, U32 offset, const void* data,
           U32 size),
          (Given{table}, FieldName{field}, type, total, offset, size),
-         set_binary(table_of(table), field, type, total, offset, data_argument(data, size)))
+         set_binary({table, field}, type, total, offset, data_argument(data, size)))
 STAND_IN(AdsGetRecord, (Handle table, void* record, U32* size), (Given{table}, size),
          give_image(table_of(table), record, size))
 STAND_IN(AdsSetRecord, (Handle table, const void* record, U32 size), (Given{table}, size),

@@ -9,7 +9,6 @@
 #include "client/readings.h"
 #include "client/stand_in.h"
 #include "engine/record/field_codec.h"
-#include "util/runtime.h"
 
 namespace brenik::stand_in {
 namespace {
@@ -69,23 +68,11 @@ Value value_of_raw(const Order& order, std::string_view key) {
     return value_of_number(order, double_of(bits));
 }
 
-Value value_of_text(const Order& order, std::string_view key) {
-    switch (order.format.type) {
-        case ResultType::kCharacter:
-            return order.table->is_oem() ? Value(to_oem(key)) : Value(key);
-        case ResultType::kDate:
-            return parse_date(key);
-        case ResultType::kLogical:
-            return key == "T";
-        case ResultType::kNumber:
-            return numeric_value(key);
-        default:
-            fail(kWrongType, "not a key of this order's type");
-    }
-}
-
 Value key_argument(const Order& order, std::string_view key, U16 type) {
-    if (type == kStringKey) return value_of_text(order, key);
+    if (type == kStringKey) {
+        if (order.format.form != KeyForm::kText) fail(kWrongType, "not an order of texts");
+        return order.table->is_oem() ? Value(to_oem(key)) : Value(key);
+    }
     if (type == kDoubleKey) {
         double number = 0;
         require(key.size() == sizeof number, "a double has 8 bytes");
@@ -286,19 +273,11 @@ void ClientTable::set_filter(const std::string& text, bool fixed) {
     } catch (const expression::ExpressionError& error) {
         fail(kBadArgument, error.what());
     }
-    if (fixed) {
-        filtered_ = matching_records();
-        table_->set_filter([this](const auto& record) { return filtered_.contains(record.number); },
-                           {});
-    } else {
-        table_->set_filter([this](const auto& record) { return filter_->is_true(record); }, {});
-    }
-}
-
-void ClientTable::refresh_filter() {
-    if (!filter_) fail(5037, "no filter is set");
-    ahead_.clear();
-    filtered_ = matching_records();
+    if (fixed) filtered_ = matching_records();
+    const auto passes = [this, fixed](const record::RecordView& record) {
+        return fixed ? filtered_.contains(record.number) : filter_->is_true(record);
+    };
+    table_->set_filter(passes, {});
 }
 
 void ClientTable::clear_filter() {
@@ -351,7 +330,6 @@ STAND_IN(AdsSeekLast, (Handle order, const void* key, U16 length, U16 type, U16*
          give(found, seek(order_of(order), data_argument(key, length), type, kHardSeek, true)))
 STAND_IN(AdsSetAOF, (Handle table, const char* text, U16 options), (Given{table}, text, options),
          set_filter(table_of(table), text, options))
-STAND_IN(AdsRefreshAOF, (Handle table), (Given{table}), table_of(table).refresh_filter())
 STAND_IN(AdsClearAOF, (Handle table), (Given{table}), table_of(table).clear_filter())
 STAND_IN(AdsGetAOFOptLevel, (Handle table, U16* level, char* rest, U16* size),
          (Given{table}, level), give(level, filter_level(table_of(table)));

@@ -80,15 +80,14 @@ constexpr std::string_view value_of(const Reading& reading, std::size_t number) 
     return rest.substr(0, rest.find(' '));
 }
 
-// A row of the table and one of its values, by their numbers.
+// A row of the table and one of its values, by their numbers; not known if the table has no such.
 struct Choice {
     std::size_t reading = kReadingCount;
     std::size_t value = 0;
-
-    bool known() const { return reading < kReadingCount; }
+    constexpr bool known() const { return reading < kReadingCount; }
 };
 
-// The choice that "name=value" names; kReadingCount as reading when the table has none.
+// The choice that "name=value" names.
 constexpr Choice find_choice(std::string_view text) {
     const std::size_t equals = text.find('=');
     if (equals == std::string_view::npos) return {};
@@ -104,17 +103,13 @@ constexpr Choice find_choice(std::string_view text) {
 // The number of the value that was chosen for each reading.
 extern std::array<std::size_t, kReadingCount> chosen_values;
 
-class KnownChoice {
-  public:
-    consteval KnownChoice(const char* text) : choice_(find_choice(text)) {
-        if (choice_.reading == kReadingCount) throw "no such reading or value";
+struct KnownChoice {
+    consteval KnownChoice(const char* text) : choice(find_choice(text)) {
+        if (!choice.known()) throw "no such reading or value";
     }
-    bool holds() const { return chosen_values[choice_.reading] == choice_.value; }
-
-  private:
-    Choice choice_;
+    const Choice choice;
 };
-inline bool reads(KnownChoice choice) { return choice.holds(); }
+inline bool reads(KnownChoice one) { return chosen_values[one.choice.reading] == one.choice.value; }
 
 // The chosen value of a reading whose values are numbers.
 std::uint32_t status_read(std::string_view name);

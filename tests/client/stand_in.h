@@ -117,7 +117,6 @@ class ClientTable {
     void close_index_files(const std::optional<std::string>& file);
     // A fixed filter keeps the records that it finds at once.
     void set_filter(const std::string& text, bool fixed);
-    void refresh_filter();
     void clear_filter();
     bool has_filter() const { return filter_.has_value(); }
 
@@ -202,7 +201,6 @@ class Process {
     bool shows_deleted = true;
     bool exact = false;
     std::string date_format = "MM/DD/YY";
-    int epoch = 1900;
     std::map<Handle, std::unique_ptr<Connection>> connections;
     std::set<std::string> aliases;
 
@@ -227,7 +225,7 @@ inline Order& order_of(Handle handle) { return process().order(handle); }
 std::size_t field_argument(const ClientTable& table, const char* field);
 Status status_of(const Refusal& refusal);
 std::string to_oem(std::string_view ansi);
-// Reads a date in the format of the process.
+// Reads a date in the format of the process. Years of two digits are in the 1900s.
 Date parse_date(std::string_view text);
 
 }  // namespace brenik::stand_in
