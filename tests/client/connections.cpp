@@ -21,7 +21,8 @@ U16 answering(U16 types) {
 }
 
 void require_types(U16 types) {
-    require(types != 0 && (types & ~kAllTypes) == 0, "an unknown server type");
+    require((types & ~kAllTypes) == 0, "an unknown server type");
+    if (types == 0) fail(kBadArgument, "no server type");
 }
 
 bool flag(U16 value) {
