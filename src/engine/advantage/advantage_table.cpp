@@ -41,9 +41,10 @@ bool is_oem(const record::TableLayout& layout) {
 
 // -- Opening.
 
-// Empty if the server keeps others from reading the file.
+// Empty if the server keeps others from reading the file. Reading it excludes nobody: whether the
+// table can be opened is for the client to say.
 std::optional<record::TableLayout> AdvantageTable::layout_in_header(const std::string& path) {
-    const platform::File file = platform::File::open(path, platform::OpenMode::kReadOnly);
+    const platform::File file = platform::File::open(path, platform::OpenMode::kSettings);
     if (!file.is_open()) return std::nullopt;
     return record::parse_layout(record::read_header(file), path);
 }
