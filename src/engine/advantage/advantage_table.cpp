@@ -20,6 +20,7 @@ namespace {
 
 // Longer memo texts are read again rather than cached.
 constexpr std::size_t kLongestKnown = 1 << 16;
+constexpr int kUnlockTries = 2;
 
 // The letters of a table's header for the client's field types.
 constexpr std::pair<U16, char> kLetters[] = {
@@ -443,9 +444,11 @@ void AdvantageTable::abandon_changes() noexcept {
 
 // -- Locks.
 
-// A refusal is the client's status for it, or any other with which the table still answers.
+// A refusal is the client's status for it, or any other with which the table still answers, unless
+// it tells of damage.
 bool AdvantageTable::was_refused(Status status, const char* operation) {
     if (status == 0) return false;
+    if (tells_damage(status)) require(status, operation);
     if (status != kLockFailed && !engine_.answers(handle_)) require(status, operation);
     return true;
 }
@@ -509,10 +512,19 @@ void AdvantageTable::unlock_record(RecordNumber record) {
 }
 
 // What fails here is mostly a lock that is gone already, or a connection, and its locks with it. A
-// lock that is still there gets a second try.
+// lock that stays would stop the office: then the handle is closed, and its locks go with it.
 void AdvantageTable::unlock_at_client(RecordNumber record) {
-    if (client().AdsUnlockRecord(handle_, record) == 0 || !is_locked_at_client(record)) return;
-    static_cast<void>(client().AdsUnlockRecord(handle_, record));
+    for (int tries = 0; tries < kUnlockTries; ++tries) {
+        if (client().AdsUnlockRecord(handle_, record) == 0 || !is_locked_at_client(record)) return;
+    }
+    give_up();
+}
+
+void AdvantageTable::give_up() noexcept {
+    const Handle handle = handle_;
+    engine_.dismiss(*this);
+    lose();
+    static_cast<void>(engine_.close_handle(handle));
 }
 
 void AdvantageTable::unlock_all() {
@@ -525,9 +537,13 @@ void AdvantageTable::release_locks() {
     if (!table_locked_ && locks_.empty()) return;
     const std::set<RecordNumber> held = std::exchange(locks_, {});
     const bool table = std::exchange(table_locked_, false);
-    if (client().AdsUnlockTable(handle_) == 0) return;
-    if (table) static_cast<void>(client().AdsUnlockTable(handle_));
-    for (const RecordNumber record : held) unlock_at_client(record);
+    for (int tries = 0; tries < kUnlockTries; ++tries) {
+        if (client().AdsUnlockTable(handle_) == 0) return;
+    }
+    if (table) return give_up();
+    for (const RecordNumber record : held) {
+        if (handle_ != 0) unlock_at_client(record);
+    }
 }
 
 // -- Appends.
@@ -575,6 +591,23 @@ std::optional<RecordNumber> AdvantageTable::left_over_record() {
     return std::nullopt;
 }
 
+// Under a table lock of another user, every record lock is refused. If a lock is to be had, a
+// status that is not known as a refusal is a failure that no other try mends.
+bool AdvantageTable::append_was_refused(Status status) {
+    if (!was_refused(status, "append")) return false;
+    if (status == kLockFailed) return true;
+    try {
+        require(status, "append");
+    } catch (const EngineFault&) {
+        const RecordNumber probe = record_count();
+        const bool held = probe == 0 || owns(probe);
+        if (!held && !lock_at_client(probe)) return true;
+        if (!held) unlock_record(probe);
+        throw;
+    }
+    return true;
+}
+
 // Appends at the client. Returns the number of the record, which is blank and locked and where the
 // client stands; 0 if a lock was refused.
 RecordNumber AdvantageTable::new_record() {
@@ -583,7 +616,7 @@ RecordNumber AdvantageTable::new_record() {
     cursor_->lose_place();
     RecordNumber record = 0;
     try {
-        if (!was_refused(client().AdsAppendRecord(handle_), "append")) {
+        if (!append_was_refused(client().AdsAppendRecord(handle_))) {
             require(client().AdsGetRecordNum(handle_, kIgnoreFilters, &record), "append");
             if (owns_all() || lock_at_client(record)) {
                 cursor_->appended(record);

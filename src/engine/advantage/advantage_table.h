@@ -134,9 +134,11 @@ class AdvantageTable : public Table, public ClientTable {
     bool is_locked_at_client(RecordNumber record);
     bool keep_lock(RecordNumber record);
     void unlock_at_client(RecordNumber record);
+    void give_up() noexcept;
     void release_locks();
 
     // -- Appends.
+    bool append_was_refused(Status status);
     RecordNumber new_record();
     std::optional<RecordNumber> left_over_record();
     void cancel_append(RecordNumber before, RecordNumber record) noexcept;

@@ -9,6 +9,7 @@
 
 #include "engine/advantage/advantage_table.h"
 #include "engine/advantage/assumptions.h"
+#include "engine/advantage/server_filter.h"
 
 namespace brenik::advantage {
 namespace {
@@ -29,7 +30,9 @@ bool AdvantageTable::shows(const record::RecordView& record) const {
 
 void AdvantageTable::set_filter(Filter filter, const std::string& text) {
     filter_ = std::move(filter);
-    if (is_open()) filter_at_server(filter_ && engine_.is_remote() ? text : std::string());
+    if (!is_open()) return;
+    const bool shared = filter_ && engine_.is_remote() && means_the_same_at_server(text, layout_);
+    filter_at_server(shared ? text : std::string());
 }
 
 // Changes nothing for a text that the server does not take.
