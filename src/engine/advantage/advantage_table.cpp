@@ -362,9 +362,12 @@ void AdvantageTable::set_deletion_mark(char mark) {
 }
 
 void AdvantageTable::flush() {
-    if (begun_ || (!changed_ && !unwritten_)) return;
-    require_open("write");
-    write_changes();
+    if (begun_) return;
+    if (changed_ || unwritten_) {
+        require_open("write");
+        write_changes();
+    }
+    appended_ = false;
 }
 
 void AdvantageTable::write_changes() {
@@ -401,20 +404,30 @@ void AdvantageTable::cancel() noexcept {
 
 // Throws kDuplicateKey instead if the write of the buffer to `record` was refused for that.
 void AdvantageTable::tell_duplicate(const EngineFault& fault, RecordNumber record) {
-    if (handle_ == 0 || fault.status() == 0 || !has_duplicate_key(record)) return;
+    const bool by_client = handle_ != 0 && fault.code() == FaultCode::kInputOutput;
+    if (!by_client || fault.status() == 0 || !has_duplicate_key(record)) return;
     throw EngineFault(FaultCode::kDuplicateKey, "write",
                       std::string(fault.what()) + "; another record has its key", fault.status());
 }
 
 // The client does not say which order refuses a second record of a key. So a refused change counts
-// as such a record if exactly one other record has its key in some order.
+// as such a record if it gives the record a new key in some order that exactly one other record
+// has.
 bool AdvantageTable::has_duplicate_key(RecordNumber record) {
     const record::RecordView refused{bytes_, record};
     try {
         const Unfiltered all_records(*this);
+        std::vector<Byte> before;
+        if (cursor_->go_to(record)) {
+            const Bytes stored = cursor_->record().bytes;
+            before.assign(stored.begin(), stored.end());
+        }
         for (const auto& order : orders_->all()) {
             if (!order->key.takes(refused)) continue;
             const KeyValue key = order->key.of(refused);
+            const bool is_new = before.empty() || !order->key.takes({before, record}) ||
+                                OrderKey::compare(order->key.of({before, record}), key) != 0;
+            if (!is_new) continue;
             ClientWalk others = walk(*order);
             int count = 0;
             for (bool any = others.at_or_after(key); any && count < 2 && others.place(key) == 0;
@@ -476,7 +489,8 @@ bool AdvantageTable::keep_lock(RecordNumber record) {
 
 bool AdvantageTable::lock_record(RecordNumber record, LockTry) {
     require_open("lock record");
-    if (record == 0 || (!owns(record) && record > record_count())) return false;
+    const bool exists = record == record_ || record <= record_count();
+    if (record == 0 || (!owns(record) && !exists)) return false;
     if (owns(record)) return true;
     if (!lock_at_client(record)) return false;
     // What was read before the lock may be out of date.

@@ -171,6 +171,17 @@ std::vector<std::size_t> ClientOrders::numbers_of(const std::string& index_file)
 
 // -- A walk.
 
+// A client that does not leave a record would be asked for ever.
+bool ClientWalk::step(bool forward) {
+    const RecordNumber from = cursor_.at();
+    const bool any = cursor_.skip(order_.handle, forward ? 1 : -1);
+    if (!any || cursor_.at() != from) return any;
+    throw EngineFault(FaultCode::kDamagedFile, "skip",
+                      order_.file + ": tag " + order_.description.name +
+                          ": the server's library does not get past record " +
+                          std::to_string(from));
+}
+
 // Where a soft seek ends in a descending order, or past every key, is not certain. So the entry is
 // looked for from there in both directions; usually one step decides.
 bool ClientWalk::at_or_after(const KeyValue& limit) {

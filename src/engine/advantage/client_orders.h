@@ -86,7 +86,7 @@ class ClientWalk {
 
     bool first() { return cursor_.top(order_.handle); }
     bool last() { return cursor_.bottom(order_.handle); }
-    bool step(bool forward) { return cursor_.skip(order_.handle, forward ? 1 : -1); }
+    bool step(bool forward);
     // The first entry that does not lie before `limit`, and the last that does not lie behind it.
     bool at_or_after(const KeyValue& limit);
     bool at_or_before(const KeyValue& limit);
