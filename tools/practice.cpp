@@ -214,9 +214,11 @@ Practice::Practice(std::string folder, platform::OpenMode access, Through throug
 // Like a session, falls back to the local server if the remote one does not answer.
 void Practice::use_client(const EngineChoice& choice, const EngineSettings& settings) {
     engine_ = choice.make();
-    const bool remote =
-        settings.server_type == kRemoteServer && engine_->server_loaded(folder_) == kRemoteServer;
-    engine_->set_server_type(remote ? kRemoteServer : kLocalServer);
+    if (settings.server_type == kRemoteServer) {
+        engine_->set_server_type(kRemoteServer);  // before the question, like CHECKSERVER
+        if (engine_->server_loaded(folder_) == kRemoteServer) return;
+    }
+    engine_->set_server_type(kLocalServer);
 }
 
 void Practice::use_files(platform::OpenMode access) {
