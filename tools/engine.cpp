@@ -30,12 +30,19 @@ constexpr std::size_t kTerm = 11;
 struct Facts {
     EngineChoice choice;
     std::shared_ptr<const ClientLibrary> library;
-    int server = 0;  // as Engine::server_loaded() answers; 0 without a usable library
+    std::string problem = {};  // why the library cannot be used; empty if it can
+    int server = 0;            // as Engine::server_loaded() answers; 0 without a usable library
 };
 
 Facts facts_of(const EngineRequest& request) {
     Facts facts{choose_engine(engine_settings(request.folder)), ClientLibrary::load()};
-    if (facts.library->usable()) {
+    facts.problem = facts.library->problem();
+    if (facts.problem.empty() && !probes::can_be_called(*facts.library)) {
+        facts.problem = facts.library->path() +
+                        " uses another calling convention, so that each call would damage the "
+                        "stack; do not use it, and report this";
+    }
+    if (facts.problem.empty()) {
         advantage::AdvantageEngine engine(facts.library);
         engine.set_server_type(advantage::kLocalServer | advantage::kRemoteServer);
         facts.server = engine.server_loaded(request.folder);
@@ -47,13 +54,13 @@ Facts facts_of(const EngineRequest& request) {
 bool is_client(const Facts& facts) { return facts.choice.kind == EngineKind::kClient; }
 
 bool can_open(const Facts& facts) {
-    return !is_client(facts) || (facts.library->usable() && facts.server != 0);
+    return !is_client(facts) || (facts.problem.empty() && facts.server != 0);
 }
 
 std::string engine_name(const Facts& facts) { return is_client(facts) ? "client" : "embedded"; }
 
 std::string server_words(const Facts& facts) {
-    if (!facts.library->usable()) return "not asked, because the library cannot be used";
+    if (!facts.problem.empty()) return "not asked, because the library cannot be used";
     if (facts.server == advantage::kRemoteServer) return "a remote server answers for the folder";
     if (facts.server == advantage::kLocalServer) {
         return "the library's own local server answers for the folder, no remote one does";
@@ -68,7 +75,7 @@ std::string next_step(const Facts& facts) {
         return "nothing to do; if the practice should use a database server, docs/how-to/"
                "use-a-database-server.md says how";
     }
-    if (!facts.library->usable()) {
+    if (!facts.problem.empty()) {
         return "mend the library, or set Engine=embedded if no server holds the practice; until "
                "then every start of a host answers 3";
     }
@@ -119,7 +126,7 @@ void print_facts(const Facts& facts, const EngineRequest& request) {
         say("", coloured(Colour::kNote, "note") + ": " + facts.choice.warning);
     }
     const std::string version = library.version().empty() ? "" : ", version " + library.version();
-    say("library", library.usable() ? library.path() + version : library.problem());
+    say("library", facts.problem.empty() ? library.path() + version : facts.problem);
     if (library.file().loaded()) print_functions(library, request.all);
     say("server", server_words(facts));
     if (!can_open(facts)) say("", coloured(Colour::kFault, "the engine can open no table"));
@@ -143,10 +150,10 @@ Json json_of(const Facts& facts, const EngineRequest& request) {
             {"library",
              {{"file", to_utf8(library.path())},
               {"version", or_null(library.version())},
-              {"usable", library.usable()},
-              {"problem", or_null(library.problem())},
+              {"usable", facts.problem.empty()},
+              {"problem", or_null(facts.problem)},
               {"functions", std::move(functions)}}},
-            {"server", library.usable() ? Json(facts.server) : Json()},
+            {"server", facts.problem.empty() ? Json(facts.server) : Json()},
             {"next", to_utf8(next_step(facts))}};
 }
 
@@ -237,11 +244,12 @@ ExitCode print_engine(const EngineRequest& request) {
     Findings findings(request);
     std::string why_none;
     if (request.probe) {
+        const auto report = [&](const Finding& finding) { findings.add(finding); };
         if (!facts.library->usable()) {
             why_none = "not run, because the library cannot be used";
-        } else if (!probes::run(*facts.library, request.folder,
-                                [&](const Finding& finding) { findings.add(finding); })) {
-            why_none = "not run, because no server answers for the folder";
+        } else if (!probes::run(*facts.library, request.folder, report)) {
+            why_none = facts.problem.empty() ? "not run, because no server answers for the folder"
+                                             : "not run, because each call would damage the stack";
         }
         findings.conclude(why_none);
     }

@@ -90,6 +90,10 @@ void run_all(const ClientLibrary& library, const std::string& folder, U16 server
 
 }  // namespace
 
+bool can_be_called(const ClientLibrary& library) {
+    return convention(library).verdict != Verdict::kRefuted;
+}
+
 bool run(const ClientLibrary& library, const std::string& folder, const Report& report) {
     const Answer by = convention(library);
     report({0, kConvention, kConventionExpected, by.verdict, by.seen});

@@ -31,11 +31,14 @@ struct Finding {
 
 using Report = std::function<void(const Finding&)>;
 
+// False if the library uses another calling convention, in which each call would damage the stack.
+// REQUIRES: library.usable().
+bool can_be_called(const advantage::ClientLibrary& library);
+
 // Runs every probe on each server that answers for the folder, the local one first, and removes the
 // scratch tables. Reports each probe as it ends. Returns false if no server answers, or if the
-// library uses another calling convention: then each call would damage the stack, and only that is
-// reported. Throws EngineFault if the scratch tables cannot be made in `folder`.
-// REQUIRES: library.usable().
+// library cannot be called: then only that is reported. Throws EngineFault if the scratch tables
+// cannot be made in `folder`. REQUIRES: library.usable().
 bool run(const advantage::ClientLibrary& library, const std::string& folder, const Report& report);
 
 }  // namespace brenik::probes
