@@ -40,8 +40,8 @@ std::span<const Assumption> assumptions();
     NUMBER(kVfpTable, U16, 4, "ADS_VFP", "structural-index", false)                            \
     NUMBER(kAnsi, U16, 1, "ADS_ANSI", "character-types", false)                                   \
     NUMBER(kOem, U16, 2, "ADS_OEM", "character-types", false)                                     \
-    NUMBER(kCompatibleLocking, U16, 0, "ADS_COMPATIBLE_LOCKING", "exclusive-open", false)         \
-    NUMBER(kProprietaryLocking, U16, 1, "ADS_PROPRIETARY_LOCKING", "exclusive-open", false)       \
+    NUMBER(kCompatibleLocking, U16, 0, "ADS_COMPATIBLE_LOCKING", "lock-types", false)             \
+    NUMBER(kProprietaryLocking, U16, 1, "ADS_PROPRIETARY_LOCKING", "lock-types", false)           \
     NUMBER(kCheckRights, U16, 1, "ADS_CHECKRIGHTS", "open-options", false)                        \
     /* Fields, and the kinds of keys that share their codes */                                    \
     NUMBER(kLogicalField, U16, 1, "ADS_LOGICAL", "field-types", true)                             \

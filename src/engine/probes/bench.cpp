@@ -43,11 +43,10 @@ std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\
 ClientTable::ClientTable(const ClientLibrary& client, Handle connection, const ScratchTable& table,
                          const OpenHow& how)
     : client_(client), layout_(table.layout()) {
-    require(
-        client_.AdsOpenTable(connection, table.path().c_str(), new_alias().c_str(),
-                             advantage::kCdxTable, how.characters, advantage::kCompatibleLocking,
-                             advantage::kCheckRights, how.options, &handle_),
-        "AdsOpenTable");
+    require(client_.AdsOpenTable(connection, table.path().c_str(), new_alias().c_str(),
+                                 advantage::kCdxTable, how.characters, how.locking,
+                                 advantage::kCheckRights, how.options, &handle_),
+            "AdsOpenTable");
     client_.AdsCacheRecords(handle_, how.records_ahead);
 }
 

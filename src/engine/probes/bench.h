@@ -59,6 +59,7 @@ std::string quoted(std::string_view text);
 struct OpenHow {
     U32 options = advantage::kShared;
     U16 characters = advantage::kAnsi;
+    U16 locking = advantage::kCompatibleLocking;
     U16 records_ahead = 1;  // 1: none
 };
 

@@ -199,6 +199,15 @@ Answer exclusive_open(Bench& bench) {
                     "; the other way round: " + said(alone_beside));
 }
 
+Answer lock_types(Bench& bench) {
+    const auto table = bench.here({.locking = advantage::kProprietaryLocking});
+    const Status status =
+        bench.try_open(bench.second(), bench.path(), "BESIDE", advantage::kShared);
+    const bool remote = bench.server_type() == advantage::kRemoteServer;
+    return told((status != 0) == remote,
+                "an open with compatible locks beside one with the server's: " + said(status));
+}
+
 Answer refused_open_status(Bench& bench) {
     const auto alone = bench.here({.options = advantage::kExclusive});
     const Status status =
@@ -324,6 +333,8 @@ constexpr Probe kProbes[] = {
      server_loaded},
     {"open-options", "Option 4 opens for sharing, option 2 for reading alone.", open_options},
     {"exclusive-open", "Option 1 opens exclusively.", exclusive_open},
+    {"lock-types", "Lock type 1 excludes type 0 on a remote server; the local one ignores it.",
+     lock_types},
     {"refused-open-status", "An open that another one excludes answers 7008 or 7040.",
      refused_open_status},
     {"missing-file-status", "The open of a missing file answers 5004 or 7041.",
