@@ -28,6 +28,7 @@ constexpr const char* kPage = "docs/reference/client-engine.md";
 constexpr std::size_t kTerm = 11;
 
 struct Facts {
+    EngineSettings settings;
     EngineChoice choice;
     std::shared_ptr<const ClientLibrary> library;
     std::string problem = {};  // why the library cannot be used; empty if it can
@@ -35,7 +36,8 @@ struct Facts {
 };
 
 Facts facts_of(const EngineRequest& request) {
-    Facts facts{choose_engine(engine_settings(request.folder)), ClientLibrary::load()};
+    const EngineSettings settings = engine_settings(request.folder);
+    Facts facts{settings, choose_engine(settings), ClientLibrary::load()};
     facts.problem = facts.library->problem();
     if (facts.problem.empty() && !probes::can_be_called(*facts.library)) {
         facts.problem = facts.library->path() +
@@ -71,6 +73,10 @@ std::string server_words(const Facts& facts) {
 // What the person should do next.
 std::string next_step(const Facts& facts) {
     if (!facts.choice.warning.empty()) return "correct the key Engine in LAWSYS.INI";
+    if (!is_client(facts) && asks_for_client(facts.settings)) {
+        return "mend the library, if other workstations use a server; to keep this one out until "
+               "then, set Engine=advantage";
+    }
     if (!is_client(facts)) {
         return "nothing to do; if the practice should use a database server, docs/how-to/"
                "use-a-database-server.md says how";
@@ -82,6 +88,11 @@ std::string next_step(const Facts& facts) {
     if (facts.server == 0) {
         return "start the server, and check that this computer reaches it; until then every start "
                "of a host answers 3";
+    }
+    const bool wants_remote = facts.settings.server_type == advantage::kRemoteServer;
+    if (wants_remote && facts.server != advantage::kRemoteServer) {
+        return "start the remote server, and check that this computer reaches it; until then hosts "
+               "show a notice and use the local server";
     }
     return "try the library once with \"brenik engine DIR --probe\", if nobody has yet done so "
            "with this version of it";
