@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "engine/engine.h"
@@ -63,6 +64,25 @@ class WorkAreas {
 
       private:
         WorkAreas& areas_;
+    };
+    // A time within a call in which the host's own code runs. To the engine the call ends and then
+    // begins again.
+    class HostTurn {
+      public:
+        explicit HostTurn(WorkAreas& areas)
+            : areas_(areas), calls_(std::exchange(areas.calls_, 0)) {
+            if (calls_ > 0 && areas_.engine_) areas_.engine_->end_call();
+        }
+        HostTurn(const HostTurn&) = delete;
+        HostTurn& operator=(const HostTurn&) = delete;
+        ~HostTurn() {
+            areas_.calls_ = calls_;
+            if (calls_ > 0 && areas_.engine_) areas_.engine_->begin_call();
+        }
+
+      private:
+        WorkAreas& areas_;
+        int calls_;
     };
     // The engine's status calls; 0 when there is no engine yet.
     int write_all_records() { return engine_ ? engine_->write_all_records() : 0; }

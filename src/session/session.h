@@ -20,6 +20,7 @@
 #include "platform/ui.h"
 #include "practice/catalogue.h"
 #include "session/module_state.h"
+#include "session/yielding_ui.h"
 #include "util/date.h"
 #include "util/value.h"
 
@@ -59,10 +60,10 @@ struct CompanionHooks {
 struct Session {
     Session(EngineChooser chooser, platform::Clock& session_clock,
             platform::UserInterface& session_ui)
-        : choose_engine_(std::move(chooser)), clock(session_clock), ui(session_ui) {}
+        : choose_engine_(std::move(chooser)), clock(session_clock), ui(session_ui, areas) {}
     // For a caller that supplies the engine, which must outlive the session and is always chosen.
     Session(Engine& engine, platform::Clock& session_clock, platform::UserInterface& session_ui)
-        : clock(session_clock), ui(session_ui) {
+        : clock(session_clock), ui(session_ui, areas) {
         areas.set_engine(engine);
     }
 
@@ -132,7 +133,7 @@ struct Session {
   public:
     WorkAreas areas;
     platform::Clock& clock;
-    platform::UserInterface& ui;
+    YieldingUserInterface ui;
     ModuleState module;
     SessionVariables variables;
     ArrayReference buffer;     // the transaction buffer; null before the first Start operation

@@ -94,8 +94,8 @@ TEST(Server, IsCheckedStepByStep) {
     }
 }
 
-// A call of the host is one for both engines, and each engine's tables are closed before the other
-// one is used. An engine that was used before is used again.
+// A call of the host is one for both engines, except while a message is shown. Each engine's tables
+// are closed before the other one is used. An engine that was used before is used again.
 TEST(Server, ChangesWithTheEngineOfAStart) {
     const fake::Practice practice;
     std::vector<ScriptedEngine*> made;
@@ -126,8 +126,8 @@ TEST(Server, ChangesWithTheEngineOfAStart) {
         EXPECT_EQ(asked.engine + "," + std::to_string(asked.server_type), "Advantage,2.000000");
     }
     ASSERT_EQ(made.size(), 2U);
-    EXPECT_EQ(made[0]->calls, "(12110)(closed)(12110)");
-    EXPECT_EQ(made[1]->calls, "(12110)(12110)(closed)");
+    EXPECT_EQ(made[0]->calls, "(12)(11)(0)(closed)(12)(11)(0)");
+    EXPECT_EQ(made[1]->calls, "(12)(11)(0)(12)(11)(0)(closed)");
     EXPECT_EQ(ADSSETSERVERTYPE(session, std::nullopt), 999999);
     EXPECT_TRUE(refused([&] { ADSREFRESHRECORD(session); }, FaultCode::kEmptyWorkArea));
     session.areas.require_driver("ads");
