@@ -56,11 +56,20 @@ OpenAnswer AdvantageTable::open(AdvantageEngine& engine, const std::string& path
     try {
         std::optional<record::TableLayout> layout = layout_in_header(file);
         const bool oem = layout && is_oem(*layout);
-        const bool later = layout && layout->is_later_generation();
-        const auto answer =
-            engine.open_handle(file, sharing, oem ? kOem : kAnsi, later ? kVfpTable : kCdxTable);
+        bool later = layout && layout->is_later_generation();
+        const auto open_as = [&] {
+            return engine.open_handle(file, sharing, oem ? kOem : kAnsi,
+                                      later ? kVfpTable : kCdxTable);
+        };
+        auto answer = open_as();
+        if (const auto* refusal = std::get_if<Refusal>(&answer);
+            refusal && !layout && refusal->reason == RefusalReason::kDamaged) {
+            later = true;  // or so the header would have said
+            answer = open_as();
+        }
         if (const auto* refusal = std::get_if<Refusal>(&answer)) return *refusal;
         auto table = std::unique_ptr<AdvantageTable>(new AdvantageTable(engine, file, sharing));
+        table->layout_.version = later ? record::kLater : record::kPlain;
         table->prepare(std::get<Handle>(answer), std::move(layout), oem, controlling);
         return table;
     } catch (const EngineFault& fault) {
@@ -90,6 +99,7 @@ void AdvantageTable::prepare(Handle handle, std::optional<record::TableLayout> l
 // What the header would say, as far as the client knows it.
 record::TableLayout AdvantageTable::layout_of_client() {
     record::TableLayout layout;
+    layout.version = layout_.version;
     U16 count = 0;
     const auto need = [&](Status status) { engine_.require(status, "open", path_, handle_); };
     need(client().AdsGetNumFields(handle_, &count));
@@ -113,10 +123,6 @@ record::TableLayout AdvantageTable::layout_of_client() {
         field.type = letter->second;
         field.width = width;
         field.decimals = decimals;
-        // The server tells nothing more of the generation.
-        if (std::string_view("BIYT").find(field.type) != std::string_view::npos) {
-            layout.version = record::kLater;
-        }
     }
     for (record::Field& field : layout.fields) {
         if (field.type == 'M') field.width = layout.is_later_generation() ? 4 : 10;
