@@ -205,6 +205,7 @@ Status AdvantageTable::shut() {
 
 void AdvantageTable::lose() noexcept {
     handle_ = 0;
+    if (cursor_) cursor_->forget_table();
     lost_ = true;
     table_locked_ = false;
     locks_.clear();
@@ -213,7 +214,7 @@ void AdvantageTable::lose() noexcept {
 bool AdvantageTable::is_open() const {
     if (!lost_) return handle_ != 0;
     throw EngineFault(FaultCode::kInputOutput, "use",
-                      path_ + ": the connection to the server was lost; open the table again");
+                      path_ + ": the connection to the database is lost: start the session again");
 }
 
 void AdvantageTable::require_open(const char* operation) const {
@@ -495,8 +496,8 @@ bool AdvantageTable::keep_lock(RecordNumber record) {
 
 bool AdvantageTable::lock_record(RecordNumber record, LockTry) {
     require_open("lock record");
-    const bool exists = record == record_ || record <= record_count();
-    if (record == 0 || (!owns(record) && !exists)) return false;
+    const bool is_known = record == record_ || locks_.contains(record);
+    if (record == 0 || (!is_known && record > record_count())) return false;
     if (owns(record)) return true;
     if (!lock_at_client(record)) return false;
     // What was read before the lock may be out of date.
@@ -651,20 +652,31 @@ RecordNumber AdvantageTable::new_record() {
     return 0;
 }
 
+// The record on which the client stands after an append, if it was not there `before`. At the end
+// of the table it stands on none, whatever number it tells.
+RecordNumber AdvantageTable::appended_since(RecordNumber before) {
+    U16 at_end = 0;
+    U32 record = 0;
+    const bool told = client().AdsAtEOF(handle_, &at_end) == 0 && at_end == 0 &&
+                      client().AdsGetRecordNum(handle_, kIgnoreFilters, &record) == 0;
+    return told && record > before ? record : 0;
+}
+
 // Leaves no live record of an append that did not succeed: blanks it and marks it deleted, for the
-// next append. `record` may be 0 if the client told no number.
+// next append. Others append, too: a record that was not locked here all the time is touched only
+// if it is blank. `record` is 0 if the client told no number yet.
 void AdvantageTable::cancel_append(RecordNumber before, RecordNumber record) noexcept {
-    cancel();
     try {
         if (handle_ == 0) return;
-        if (record == 0) record = record_count();
-        if (record <= before || record > record_count()) return;
-        const bool held = owns(record);
-        const bool locked = held || lock_at_client(record);
-        if (cursor_->go_to(record) && (locked || is_blank(cursor_->record().bytes))) {
+        if (record == 0) record = appended_since(before);
+        const bool kept = record != 0 && owns(record);
+        cancel();
+        if (record == 0 || record > record_count()) return;
+        const bool locked = kept || lock_at_client(record);
+        if (cursor_->go_to(record) && (kept || is_blank(cursor_->record().bytes))) {
             left_over_ = record;
+            if (locked) empty_out(record);
         }
-        if (locked) empty_out(record);
         if (locked) unlock_record(record);
     } catch (const std::exception&) {
         // The next append looks after it.

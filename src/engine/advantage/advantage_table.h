@@ -141,6 +141,7 @@ class AdvantageTable : public Table, public ClientTable {
     bool append_was_refused(Status status);
     RecordNumber new_record();
     std::optional<RecordNumber> left_over_record();
+    RecordNumber appended_since(RecordNumber before);
     void cancel_append(RecordNumber before, RecordNumber record) noexcept;
     void empty_out(RecordNumber record);
     bool is_blank(Bytes bytes) const;

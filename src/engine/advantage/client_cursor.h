@@ -29,6 +29,9 @@ class ClientCursor {
     const ClientLibrary& client() { return engine_.client(); }
     void require(Status status, const char* operation);
 
+    // The handle is gone, and is not to be asked about any more.
+    void forget_table() noexcept { table_ = 0; }
+
     // The moves are false at either end, where there is no record. An `object` is an order, or the
     // table for physical order.
     bool top(Handle object);
