@@ -25,9 +25,9 @@ FUNCTIONS = Path(__file__).parents[2] / 'src' / 'engine' / 'advantage' / 'client
 
 
 def readings():
-    """NAME=VALUE for each value but the default."""
+    """NAME=VALUE for each value but the default. Python cannot load every build of the stand-in."""
     if not NATIVE or os.environ['BRENIK_SANITIZED'] == '1':
-        return []                                       # Python cannot load it
+        return []
     told = ctypes.CDLL(str(LIBRARY)).StandInReadings
     told.restype = ctypes.c_char_p
     return ['%s=%s' % (name, value) for name, _, *others in map(str.split, told().decode().splitlines())
@@ -166,11 +166,11 @@ def test_lost_server(new_host, practice):
 
 # --------------------------------------------------------------------------- workstations beside it
 
-@pytest.mark.parametrize('readings', [
+@pytest.mark.parametrize('others', [
     '', 'goto_same=fetched', 'lock_refresh=fetches', 'goto_same=fetched,lock_refresh=fetches'])
-def test_eight_processes(new_host, practice, readings):
+def test_eight_processes(new_host, practice, others):
     """No identifier is issued twice, and nothing is lost."""
-    hosts = [new_host(STAND_IN_READINGS=readings) for _ in range(8)]
+    hosts = [new_host(STAND_IN_READINGS=others) for _ in range(8)]
     counts = {name: practice.table(name).table.count for name in ('LAW1', 'LAW3')}
     contact = practice.table('LAW1').rows[4]['U_ID']
     assert {host.init(practice) for host in hosts} == {0}
