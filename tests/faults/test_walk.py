@@ -11,7 +11,6 @@ in every walk. An End that failed is tried once more: the buffer must have kept 
 """
 
 import concurrent.futures
-import itertools
 import os
 import re
 import shutil
@@ -105,12 +104,12 @@ def locks_held(host, folder):
 
 
 def arm(host, kind, number):
-    """From now on calls are counted, and the one with this number is spoilt."""
+    """From now on calls are counted, and the one with this number is spoilt; for the client library, the one that a
+    text names."""
     host.child.send_signal(signal.SIGUSR1)
     if CLIENT:
-        host.control('calls=0')
         host.control('fail_after=%d' % (kind == 'answer'))
-        host.control('fail=any:%d%s' % (number, ':5035' * (kind == 'refused')) if number else 'fail=')
+        host.control('fail=%s' % (number or ''))
 
 
 def disarm(host):
@@ -194,10 +193,12 @@ def file_jobs(writing, reading, locking):
 
 
 def client_jobs(functions):
-    """Each call fails before its work, and after it; those that take a lock are also refused it."""
-    locking = [number for number, function in enumerate(functions, 1) if re.match('AdsLock|AdsAppend', function)]
-    jobs = itertools.product(('before', 'answer'), range(1, len(functions) + 1))
-    return [*jobs, *[('refused', number) for number in locking]]
+    """Each call fails before its work, and after it; each lock is refused once, also that of a record appended."""
+    jobs = [(kind, 'any:%d' % number) for kind in ('before', 'answer') for number in range(1, len(functions) + 1)]
+    for function, failure in ('AdsLock', 'any:%d:5035'), ('AdsAppendRecord', 'append-lock:%d'):
+        counted = functions if 'any' in failure else [name for name in functions if name == function]
+        jobs += [('refused', failure % number) for number, name in enumerate(counted, 1) if name.startswith(function)]
+    return jobs
 
 
 @pytest.mark.parametrize('call', CALLS)
@@ -207,7 +208,7 @@ def test_what_is_left(copy, call):  # noqa: F811
     rows = [row for row in ROWS if {call, call.split()[0]} & set(row.calls)]
 
     def walk(kind, number):
-        folder = copy('%s%d' % (kind, number))
+        folder = copy('%s%s' % (kind, number))
         made = Walk(folder, call, kind, number)
         shutil.rmtree(folder)
         assert made.told or made.code not in ('3', '4', '14')
