@@ -387,16 +387,28 @@ void AdvantageTable::write_changes() {
         tell_duplicate(fault, record_);
         throw;
     }
-    const bool memos = !pending_memos_.empty();
+    loaded_ = holds_written();
     pending_memos_.clear();
     known_memos_.clear();
     const bool was_appended = std::exchange(appended_, false);
     changed_ = unwritten_ = false;
-    // The record has new pointers to its memos, and perhaps numbers that the client counts up.
-    loaded_ = loaded_ && !memos && !was_appended;
     cursor_->doubt_place();
     engine_.keep_durable(handle_, path_);
     if (was_appended) static_cast<void>(keep_lock(record_));
+}
+
+// After a write: true if the buffer is the record, with its new pointers to memos and the numbers
+// that the client counts up. If they cannot be read now, the write is done all the same.
+bool AdvantageTable::holds_written() noexcept {
+    const auto is_counted_up = [](const record::Field& field) { return field.is_autoincrement(); };
+    if (pending_memos_.empty() && std::ranges::none_of(layout_.fields, is_counted_up)) return true;
+    try {
+        const Bytes there = cursor_->image();
+        bytes_.assign(there.begin(), there.end());
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 void AdvantageTable::cancel() noexcept {
@@ -683,9 +695,10 @@ void AdvantageTable::cancel_append(RecordNumber before, RecordNumber record) noe
     }
 }
 
-void AdvantageTable::placed_at_added(RecordNumber record) {
+// Makes the added record current; the buffer holds it if `loaded`.
+void AdvantageTable::placed_at_added(RecordNumber record, bool loaded) {
     place(record);
-    moved();
+    loaded_ = loaded;
 }
 
 bool AdvantageTable::append_blank(bool release_other_locks, LockTry) {
@@ -694,22 +707,28 @@ bool AdvantageTable::append_blank(bool release_other_locks, LockTry) {
     if (release_other_locks) release_locks();
     const RecordNumber record = new_record();
     if (record == 0) return false;
+    std::vector<Byte> blank;
+    bool written = false;
     try {
-        if (cursor_->record().deleted()) require(client().AdsRecallRecord(handle_), "append");
+        const record::RecordView there = cursor_->record();
+        blank.assign(there.bytes.begin(), there.bytes.end());
+        blank[0] = ' ';
+        if (there.deleted()) require(client().AdsRecallRecord(handle_), "append");
+        // An order that refuses a second blank key does not refuse the record with its values.
+        const Status status = client().AdsWriteRecord(handle_);
+        written = status == 0;
+        if (!written && !engine_.answers(handle_)) require(status, "append");
+        if (written) engine_.keep_durable(handle_, path_);
     } catch (const EngineFault&) {
         cancel_append(record - 1, record);
         throw;
     }
-    // An order that refuses a second blank key does not refuse the record with its values.
-    const Status status = client().AdsWriteRecord(handle_);
-    if (status != 0 && !engine_.answers(handle_)) require(status, "append");
-    const bool written = status == 0;
     if (written && !keep_lock(record)) {
         cancel_append(record - 1, record);
         return false;
     }
-    if (written) engine_.keep_durable(handle_, path_);
-    place(record);
+    placed_at_added(record, true);
+    bytes_ = std::move(blank);
     appended_ = true;
     unwritten_ = !written;
     moved();
@@ -752,19 +771,21 @@ Table::Added AdvantageTable::add_record(LockTry, std::size_t distinct, Leave lea
     try {
         fields_->send(bytes_, pending_memos_);
         require(client().AdsWriteRecord(handle_), "append");
-        cursor_->doubt_place();
         engine_.keep_durable(handle_, path_);
     } catch (const EngineFault& fault) {
         cancel_append(record - 1, record);
         tell_duplicate(fault, record);
         throw;
     }
+    const bool loaded = holds_written();
+    cursor_->doubt_place();
     if (leave == Leave::kUnlocked) {
         unlock_record(record);
     } else {
         static_cast<void>(keep_lock(record));  // without it, the next change is refused
     }
-    placed_at_added(record);
+    placed_at_added(record, loaded);
+    moved();
     return Added::kDone;
 }
 

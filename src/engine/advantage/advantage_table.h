@@ -119,6 +119,7 @@ class AdvantageTable : public Table, public ClientTable {
     void forget_reading();
     void flush();
     void write_changes();
+    bool holds_written() noexcept;
     void cancel() noexcept;
     void tell_duplicate(const EngineFault& fault, RecordNumber record);
     bool has_duplicate_key(RecordNumber record);
@@ -146,7 +147,7 @@ class AdvantageTable : public Table, public ClientTable {
     void empty_out(RecordNumber record);
     bool is_blank(Bytes bytes) const;
     bool is_taken(std::size_t order);
-    void placed_at_added(RecordNumber record);
+    void placed_at_added(RecordNumber record, bool loaded);
 
     // -- Navigation (advantage_table_moves.cpp).
     void move_to(RecordNumber record);
