@@ -50,8 +50,8 @@ std::string File::why_not_open() const {
         case OpenFailure::kSharing:
             return "in use by another program";
         case OpenFailure::kDenied:
-            return system.empty() ? "no plain file, or marked as read-only"
-                                  : "no permission" + system;
+            if (!system.empty()) return "no permission" + system;
+            return writable() ? "no plain file, or marked as read-only" : "no plain file";
         case OpenFailure::kNone:
         case OpenFailure::kSystem:
             break;

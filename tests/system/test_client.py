@@ -115,6 +115,10 @@ def make_none(path):
     pass
 
 
+def install_there(folder):
+    (folder / 'libace.so').write_bytes(LIBRARY.read_bytes())
+
+
 def write_text(path):
     path.write_text('no library')
 
@@ -129,17 +133,19 @@ def turn_class(path):
 @pytest.mark.skipif(not NATIVE, reason='the paths are of this system')
 @pytest.mark.parametrize('name, make, reason', [
     ('{}/none.so', make_none, 'no such file'), ('{}/text.so', write_text, 'not a'),
-    ('{}/other.so', turn_class, '32 bits'), ('other.so', turn_class, 'full path|absolute'), ('{}', make_none, '')])
+    ('{}/other.so', turn_class, '32 bits'), ('other.so', turn_class, 'full path|absolute'),
+    ('{}', make_none, 'plain file'), ('', install_there, 'current folder')])
 def test_libraries_that_cannot_be_used(new_host, practice, windows_folder, tmp_path, name, make, reason):
     """Asked for, they end the start-up with their reason; by itself the embedded engine goes on."""
     path = name.format(tmp_path)
     make(tmp_path / Path(path).name)
-    host = new_host(BRENIK_ACE_LIBRARY=path, cwd=tmp_path)
+    variables = {'BRENIK_ACE_LIBRARY': path, 'LD_LIBRARY_PATH': ':'}        # an empty part is the current folder
+    host = new_host(**variables, cwd=tmp_path)
     assert host.init(practice, 1) == 3 and host.init(practice, 1) == 3
     told = [arguments[1:] for _, arguments in practice.trace()]
     assert ['Cannot open lawsys.'] in told and re.search(reason, str(told[-1]), re.I)
     assert re.search(reason, fault_lines(windows_folder)[0][1], re.I)
-    shown = tool('engine', practice, env=dict(os.environ, BRENIK_ACE_LIBRARY=path), cwd=tmp_path).stdout
+    shown = tool('engine', practice, env=os.environ | variables, cwd=tmp_path).stdout
     assert re.search(reason, shown, re.I), shown
     practice.write('LAWSYS.INI', '[Main]\r\nEngine=auto\r\nnServerType=2\r\n')
     assert host.init(practice) == 0 and host.add(1, {'LAST': 'Embedded'})[0] == 0

@@ -66,26 +66,39 @@ std::string loaded_file(void* handle, const std::string& name) {
     return told && *entry->l_name != '\0' ? entry->l_name : name;
 }
 
+struct Attempt {
+    void* handle;
+    std::string path;
+    std::string why_not;
+};
+
+// Everything that the library needs is looked for now: a missing part must not end the host later.
+Attempt load(const std::string& name) {
+    void* const handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) return {nullptr, name, linkers_text(name)};
+    return {handle, loaded_file(handle, name), {}};
+}
+
 }  // namespace
 
 std::string library_file_name(const std::string& stem) { return "lib" + stem + ".so"; }
 
 std::string path_for_libraries(const std::string& path) { return path; }
 
-// Everything that the library needs is looked for now: a missing part must not end the host later.
+// The linker also looks in the current folder if LD_LIBRARY_PATH has an empty part.
 DynamicLibrary DynamicLibrary::load_installed(const std::string& name) {
-    void* const handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) return {nullptr, name, linkers_text(name)};
-    return {handle, loaded_file(handle, name), {}};
+    const Attempt attempt = load(name);
+    if (attempt.handle == nullptr || attempt.path.starts_with('/')) {
+        return {attempt.handle, attempt.path, attempt.why_not};
+    }
+    return {nullptr, attempt.path, "it was found in the current folder, from which none is taken"};
 }
 
 DynamicLibrary DynamicLibrary::load_file(const std::string& path) {
     if (!path.starts_with('/')) return {nullptr, path, "the path must be absolute"};
-    DynamicLibrary library = load_installed(path);
-    if (library.loaded()) return library;
-    const std::string fault = fault_of(path);
-    if (!fault.empty()) library.why_not_ = fault;
-    return library;
+    const Attempt attempt = load(path);
+    const std::string fault = attempt.handle == nullptr ? fault_of(path) : std::string();
+    return {attempt.handle, attempt.path, fault.empty() ? attempt.why_not : fault};
 }
 
 std::string DynamicLibrary::version() const { return {}; }
