@@ -48,6 +48,11 @@ def test_which_engine(practice, settings, library, servers, name, code):
     assert (ended, answer['engine'], answer['can_open']) == (code, name, code == 0)
     assert answer['server'] == ({'none': 0, 'local': 1, 'both': 2}[servers] if library else None)
     assert bool(answer['library']['problem']) != library
+    if library:                                         # the answer does not depend on the type that is set
+        variables = dict(os.environ, BRENIK_ACE_LIBRARY=path_form(OURS)(os.environ['BRENIK_STAND_IN']),
+                         STAND_IN_SERVERS=servers)
+        asked = tool('call', '--engine', 'advantage', input=json.dumps(['ADSISSERVERLOADED', '.']), env=variables)
+        assert json.loads(asked.stdout)['result'] == answer['server']
 
 
 def test_probes(practice):

@@ -198,8 +198,8 @@ bool AdvantageEngine::can_connect(const std::string& folder, U16 type) {
 }
 
 // The client's own answer counts where it is certain. A yes may mean either server, and the local
-// one is no server that a query could find: then connecting decides. The remote server, which can
-// take seconds to be missed, is tried first only if it may be used.
+// one is no server that a query could find: then connecting decides. Without an answer, the remote
+// server, which can take seconds to be missed, is tried first only if it may be used.
 int AdvantageEngine::server_loaded(const std::string& folder) {
     constexpr int kNone = 0;
     try {
@@ -209,14 +209,11 @@ int AdvantageEngine::server_loaded(const std::string& folder) {
         const bool asked = api.AdsIsServerLoaded != nullptr &&
                            api.AdsIsServerLoaded(path.c_str(), &loaded) == kSuccess;
         if (asked && loaded == kRemoteServer) return kRemoteServer;
-        const bool may_be_remote = !asked || loaded != 0;
-        const bool wants_remote = (types_ & kRemoteServer) != 0;
-        if (may_be_remote && wants_remote && can_connect(path, kRemoteServer)) {
-            return kRemoteServer;
-        }
+        const bool remote_first = asked ? loaded != 0 : (types_ & kRemoteServer) != 0;
+        if (remote_first && can_connect(path, kRemoteServer)) return kRemoteServer;
         if (can_connect(path, kLocalServer)) return kLocalServer;
-        const bool remains = may_be_remote && !wants_remote;
-        return remains && can_connect(path, kRemoteServer) ? kRemoteServer : kNone;
+        const bool remote_last = !asked && !remote_first;
+        return remote_last && can_connect(path, kRemoteServer) ? kRemoteServer : kNone;
     } catch (const std::exception& fault) {
         note(fault);
         return kNone;
@@ -268,15 +265,17 @@ bool AdvantageEngine::still_answers(Handle table) const noexcept {
     return library_->AdsGetRecordCount(table, kIgnoreFilters | kRefreshCount, &count) == kSuccess;
 }
 
-// A table whose handle fails while another one answers is lost alone.
+// A table whose handle fails while another one answers is lost alone. A handle that no table has
+// any more was lost before.
 bool AdvantageEngine::answers(Handle table) noexcept {
-    if (still_answers(table)) return true;
     const auto has_handle = [&](const ClientTable* one) { return one->handle() == table; };
     const auto own = std::find_if(tables_.begin(), tables_.end(), has_handle);
+    if (own == tables_.end()) return false;
+    if (still_answers(table)) return true;
     const auto other = std::find_if_not(tables_.begin(), tables_.end(), has_handle);
     if (other == tables_.end() || !still_answers((*other)->handle())) {
         lose_connection();
-    } else if (own != tables_.end()) {
+    } else {
         ClientTable& lost = **own;
         tables_.erase(own);
         lost.lose();
