@@ -7,6 +7,7 @@ them, and with each pair of those that decide who holds a lock and what a record
 
 import ctypes
 import itertools
+import json
 import os
 import re
 import subprocess
@@ -86,6 +87,26 @@ def run_engine_suite(reading):
                                   if all(re.search('lock|goto|append|refresh', reading) for reading in pair)])
 def test_pairs_of_readings(pair):
     run_engine_suite(','.join(pair))
+
+
+@pytest.mark.parametrize('reading', ['', 'memo_zero=cut', 'oem_fields=raw'])
+@pytest.mark.parametrize('mark', [0x01, 0x03])
+def test_every_byte(practice, mark, reading):
+    """Text and memos keep each byte in tables of DOS and of Windows, also letters that Windows lacks."""
+    practice.damage('LAW1.dbf', lambda data: data.__setitem__(29, mark))
+    every, names = bytes(range(256)), practice.table('LAW1').names
+    texts = [every, b'\xe9', b'\0', *[every[begin:begin + 30] for begin in range(0, 256, 30)]]
+    lines = [['select area', 1], ['open table', False, None, path_form(OURS)(practice.find('LAW1.dbf')), None, True]]
+    for number, text in enumerate(texts, 1):
+        puts = [['field put', names.index(field) + 1, {'hex': text.hex()}] for field in ('LAST', 'NOTES')]
+        lines += [['go to', number], ['lock record', number], *puts, ['unlock'], ['field get', puts[1][1]]]
+    done = tool('call', '--engine', 'advantage', input='\n'.join(map(json.dumps, lines)),
+                env=dict(os.environ, STAND_IN_READINGS=reading))
+    assert 'error' not in done.stdout, done.stdout
+    read = [json.loads(line)['result'] for line in done.stdout.splitlines()[7::6]]
+    assert [bytes.fromhex(text['hex']) if isinstance(text, dict) else text.encode() for text in read] == texts
+    for row, text in zip(practice.table('LAW1').rows, texts):
+        assert (row.raw['LAST'], row['NOTES']) == (text.ljust(30)[:30], text)
 
 
 # ----------------------------------------------------------------------- libraries that cannot be used

@@ -104,8 +104,8 @@ std::string ClientFields::binary_memo(const record::Field& field,
     return text;
 }
 
-// Read as text, a memo may end at a zero byte, and in an OEM table the client recodes it. Then only
-// the binary functions give its bytes.
+// Read as text, a memo may end at a zero byte, and in an OEM table the client recodes it, some
+// letters to similar ones in ASCII. Then only the binary functions give its bytes.
 std::string ClientFields::memo(const record::Field& field) {
     const ClientLibrary& client = cursor_.client();
     const char* name = field.name.c_str();
@@ -120,7 +120,8 @@ std::string ClientFields::memo(const record::Field& field) {
     text.resize(std::min(size, length));
     const std::optional<std::size_t> bytes = binary_length(field);
     const bool is_cut = text.size() < std::max<std::size_t>(length, bytes.value_or(0));
-    return is_cut || (oem_ && has_high_bytes(text)) ? binary_memo(field, bytes) : text;
+    const bool is_recoded = oem_ && (bytes.has_value() || has_high_bytes(text));
+    return is_cut || is_recoded ? binary_memo(field, bytes) : text;
 }
 
 // A refused field shows in the comparison that follows.
