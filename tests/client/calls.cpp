@@ -15,8 +15,6 @@ namespace brenik::stand_in {
 namespace {
 
 constexpr std::size_t kLongestText = 4096;
-// Positions of fields are handed over as pointers below this value.
-constexpr std::uintptr_t kLowestPointer = 0x10000;
 
 Status status_of(const EngineFault& fault) {
     switch (fault.code()) {
@@ -56,34 +54,20 @@ CallRecord& record_of_calls() {
     return record;
 }
 
-bool begin_call(const char* function) {
-    CallRecord& record = record_of_calls();
-    record.function = function;
-    ++record.calls;
-    ++record.calls_of[function];
-    return !record.failing.empty() && record.is_due(function);
-}
-
 bool CallRecord::is_due(std::string_view name) {
-    const bool part = name != function;
-    if (failing != name && (part || failing != "any")) return false;
-    ++matches;
-    if (matches != occurrence && !(lasting && matches > occurrence)) return false;
-    ++failed;
-    return true;
+    const bool is_meant = failing == name || (failing == "any" && name == function);
+    return is_meant && ++matches == occurrence;
 }
 
 bool CallRecord::set_failure(const std::string& text) {
     failing.clear();
-    matches = failed = 0;
+    matches = 0;
     failure_status = kMadeToFail;
     if (text.empty()) return true;
     const std::size_t colon = text.find(':');
     if (colon == 0 || colon == std::string::npos) return false;
     const char* end = text.data() + text.size();
     auto number = std::from_chars(text.data() + colon + 1, end, occurrence);
-    lasting = number.ptr != end && *number.ptr == '+';
-    if (lasting) ++number.ptr;
     if (number.ptr != end && *number.ptr == ':') {
         number = std::from_chars(number.ptr + 1, end, failure_status);
     }
@@ -118,35 +102,38 @@ Status status_of_exception() noexcept {
     return error.status;
 }
 
-void note_success() {
-    if (reads("last_error=cleared")) record_of_calls().last_error = {};
+Status call(const char* function, const std::function<void()>& work,
+            const std::function<std::string()>& shown) noexcept {
+    CallRecord& record = record_of_calls();
+    record.function = function;
+    const bool fails = record.is_due(function);
+    Status status = kSuccess;
+    try {
+        if (!fails || reads("fail_after=1")) work();
+        if (fails) fail(record.failure_status, "made to fail by a test");
+        if (reads("last_error=cleared")) record.last_error = {};
+    } catch (...) {
+        status = status_of_exception();
+    }
+    if (record.log != nullptr) record.write_log(function, shown(), status);
+    return status;
 }
-
-bool fails_after_work() { return reads("fail_after=1"); }
 
 // -- Arguments in the log.
 
-std::string shown(Given argument) { return 'h' + std::to_string(argument.handle); }
-
-std::string shown(Answered argument) {
-    std::string line;
-    const char* bytes = static_cast<const char*>(argument.handles);
-    const std::size_t count = argument.count == nullptr ? 1 : *argument.count;
-    for (std::size_t i = 0; bytes != nullptr && i < count; ++i) {
-        Handle handle = 0;
-        std::memcpy(&handle, bytes + i * handle_width(), handle_width());
-        line += (line.empty() ? "" : " ") + shown(Given{handle});
-    }
-    return '[' + line + ']';
+std::string shown(Handle handle) {
+    return 'h' + std::to_string(static_cast<std::uintptr_t>(handle));
 }
 
-std::string shown(FieldName argument) {
-    const auto position = reinterpret_cast<std::uintptr_t>(argument.name);
-    return position < kLowestPointer ? std::to_string(position) : shown(argument.name);
+std::string shown(const Handle* answer) {
+    Handle handle = Handle::kNone;
+    if (answer != nullptr) std::memcpy(&handle, answer, handle_width());
+    return '[' + shown(handle) + ']';
 }
 
 std::string shown(const char* text) {
-    return text == nullptr ? "-" : '"' + std::string(text, strnlen(text, kLongestText)) + '"';
+    if (is_position(text)) return std::to_string(reinterpret_cast<std::uintptr_t>(text));
+    return '"' + std::string(text, strnlen(text, kLongestText)) + '"';
 }
 
 // -- Arguments and results.
@@ -156,6 +143,11 @@ std::string text_argument(const char* text, const char* what) {
     const std::size_t length = strnlen(text, kLongestText);
     if (length == kLongestText) violate(kBadArgument, std::string(what) + " does not end in NUL");
     return {text, length};
+}
+
+bool is_position(const char* field) {
+    constexpr std::uintptr_t kLowestPointer = 0x10000;
+    return reinterpret_cast<std::uintptr_t>(field) < kLowestPointer;
 }
 
 std::string_view data_argument(const void* data, U32 size) {
@@ -178,9 +170,10 @@ void give_text(std::string_view text, void* buffer, Size* size, Ending ending) {
 template void give_text(std::string_view, void*, U16*, Ending);
 template void give_text(std::string_view, void*, U32*, Ending);
 
-void give_handle(Handle handle, void* result, std::size_t number) {
+void give_handle(Handle handle, Handle* result, std::size_t number) {
     require(result != nullptr, "a pointer for a handle is null");
-    std::memcpy(static_cast<char*>(result) + number * handle_width(), &handle, handle_width());
+    char* place = reinterpret_cast<char*>(result) + number * handle_width();
+    std::memcpy(place, &handle, handle_width());
 }
 
 }  // namespace brenik::stand_in

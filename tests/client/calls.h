@@ -9,9 +9,9 @@
 #include <concepts>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #ifndef STAND_IN_CALL
@@ -26,7 +26,7 @@
 
 namespace brenik::stand_in {
 
-using Handle = std::uintptr_t;
+enum class Handle : std::uintptr_t { kNone = 0 };
 using Status = std::uint32_t;
 using U16 = std::uint16_t;
 using U32 = std::uint32_t;
@@ -62,19 +62,16 @@ inline void require(bool kept, const char* rule) {
     if (!kept) violate(kBadArgument, rule);
 }
 
-// The calls so far, the log, and the failure that a test asked for.
+// The log, what went wrong, and the failure that a test asked for.
 struct CallRecord {
-    // "FUNCTION:OCCURRENCE[+][:STATUS]"; "any" means every function, "+" that call and all later
-    // ones. Occurrences are counted from now, or from the last "calls=0", on. An empty text ends
-    // it. False if it is malformed.
+    // "FUNCTION:OCCURRENCE[:STATUS]"; "any" means every function. Occurrences are counted from now,
+    // or from the last "calls=0", on. An empty text ends it. False if it is malformed.
     bool set_failure(const std::string& text);
     // Counts an occurrence of a function, or of a part of one that can fail by itself. True when it
     // is to fail.
     bool is_due(std::string_view name);
     void write_log(const std::string& name, const std::string& shown, Status status) const;
 
-    unsigned calls = 0;
-    std::unordered_map<const char*, unsigned> calls_of;
     const char* function = "";  // of the present call
     std::vector<std::string> violations;
     Failure last_error;
@@ -82,66 +79,38 @@ struct CallRecord {
 
     std::string failing;  // the function; empty for none
     unsigned occurrence = 0;
-    bool lasting = false;
     Status failure_status = kMadeToFail;
     unsigned matches = 0;  // calls of the function since the failure was set
-    unsigned failed = 0;   // those that were made to fail
 };
 CallRecord& record_of_calls();
 
 // -- Arguments, as the log shows them. What a pointer points to is shown after the call.
-struct Given {
-    Handle handle;
-};
-struct Answered {
-    const void* handles;
-    const U16* count = nullptr;  // null: one
-};
-struct FieldName {
-    const char* name;
-};
-std::string shown(Given argument);
-std::string shown(Answered argument);
-std::string shown(FieldName argument);
-std::string shown(const char* text);
+std::string shown(Handle handle);
+std::string shown(const Handle* answer);
+std::string shown(const char* text);  // or a field's position
 std::string shown(std::integral auto number) { return std::to_string(number); }
 template <std::integral Number>
 std::string shown(const Number* answer) {
     return answer == nullptr ? "-" : std::to_string(*answer);
 }
-template <class... Arguments>
-std::string shown_line(Arguments... arguments) {
+std::string shown_line(auto... arguments) {
     std::string line;
     ((line += (line.empty() ? "" : ", ") + shown(arguments)), ...);
     return line;
 }
 
 // -- The frame of a call.
-bool begin_call(const char* function);
+Status call(const char* function, const std::function<void()>& work,
+            const std::function<std::string()>& shown) noexcept;
 Status status_of_exception() noexcept;  // of the one being handled
-void note_success();
-bool fails_after_work();
-
-template <class Work, class Shown>
-Status call(const char* function, const Work& work, const Shown& shown) noexcept {
-    const bool fails = begin_call(function);
-    Status status = kSuccess;
-    try {
-        if (!fails || fails_after_work()) work();
-        if (fails) fail(record_of_calls().failure_status, "made to fail by a test");
-        note_success();
-    } catch (...) {
-        status = status_of_exception();
-    }
-    if (record_of_calls().log != nullptr) record_of_calls().write_log(function, shown(), status);
-    return status;
-}
 
 // -- Arguments and results.
 
 // A text that must end in NUL within a sane length.
 std::string text_argument(const char* text, const char* what);
 std::string_view data_argument(const void* data, U32 size);
+// Positions of fields are handed over as pointers below a certain value: true for those.
+bool is_position(const char* field);
 template <class T, class V>
 void give(T* result, V value) {
     require(result != nullptr, "a pointer for a result is null");
@@ -152,6 +121,6 @@ void give(T* result, V value) {
 enum class Ending { kNul, kNone };
 template <class Size>
 void give_text(std::string_view text, void* buffer, Size* size, Ending ending = Ending::kNul);
-void give_handle(Handle handle, void* result, std::size_t number = 0);
+void give_handle(Handle handle, Handle* result, std::size_t number = 0);
 
 }  // namespace brenik::stand_in

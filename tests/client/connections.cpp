@@ -30,21 +30,15 @@ bool flag(U16 value) {
     return value != 0;
 }
 
-void give_connection(const char* path, U16 types, void* handle) {
+void give_connection(const char* path, U16 types, Handle* handle) {
     require(!text_argument(path, "the server's path").empty(), "no path");
     require(handle != nullptr, "a pointer for a handle is null");
     require_types(types);
     give_handle(process().connect(types).handle, handle);
 }
 
-void connect_as(const char* user, const char* password, U32 options) {
-    require(options == 0, "unknown options");
-    if (user != nullptr) fail(7077, "a user needs a data dictionary");
-    require(password == nullptr, "a password without a user");
-}
-
 void disconnect(Handle handle) {
-    if (handle == 0) violate(kNoConnection, "closes the connections of the whole process");
+    if (handle == Handle::kNone) violate(kNoConnection, "closes all connections of the process");
     process().disconnect(process().connection(handle, Process::Lost::kAllowed));
 }
 
@@ -76,59 +70,44 @@ Process& process() {
 }
 
 // Numbers that nobody guesses, each given once, and no wider than 32 bits.
-Handle Process::add(const Entry& entry) {
+Handle Process::add(const Object& object) {
     constexpr U32 kStride = 0x9E3779B1;
     if (last_handle_ == 0) last_handle_ = static_cast<U32>(getpid()) * kStride;
     do {
         last_handle_ += kStride;
     } while (last_handle_ == 0);
-    objects_[last_handle_] = entry;
-    return last_handle_;
+    const Handle handle{last_handle_};
+    objects_.emplace(handle, object);
+    return handle;
 }
 
-Process::Entry& Process::entry(Handle handle, Status status, const char* wanted) {
-    const Handle own = reads("handle_width=four") ? static_cast<U32>(handle) : handle;
+Object Process::object(Handle handle, Lost lost) {
+    const Handle own = reads("handle_width=four") ? Handle{static_cast<U32>(handle)} : handle;
     const auto found = objects_.find(own);
-    if (found != objects_.end()) return found->second;
-    const auto gone = dead_.find(own);
-    violate(status, std::string("a stale or foreign handle instead of ") + wanted +
-                        (gone == dead_.end() ? "" : std::string(" (") + gone->second + ")"));
-}
-
-void Process::forget(Handle handle, const char* what) {
-    objects_.erase(handle);
-    dead_[handle] = what;
+    if (found == objects_.end()) violate(5018, "a stale or foreign handle");
+    const Connection& connection = *found->second.connection;
+    if (connection.lost && lost == Lost::kRefused) fail(kServerLost, "the server was lost");
+    connection.engine->begin_call();
+    connection.engine->set_deleted_hidden(!shows_deleted);
+    return found->second;
 }
 
 Connection& Process::connection(Handle handle, Lost lost) {
-    Connection* found = entry(handle, kNoConnection, "a connection's").connection;
-    if (found == nullptr) violate(kNoConnection, "not a connection's handle");
-    if (found->lost && lost == Lost::kRefused) fail(kServerLost, "the server was lost");
-    return *found;
-}
-
-Process::Object Process::object(Handle handle, Lost lost) {
-    const Entry& known = entry(handle, 5018, "a table's or an order's");
-    ClientTable* owner = known.order != nullptr ? known.order->table : known.table;
-    if (owner == nullptr) violate(5018, "not a table's or an order's handle");
-    if (owner->connection().lost && lost == Lost::kRefused) {
-        fail(kServerLost, "the server was lost");
-    }
-    owner->connection().engine->begin_call();
-    return {owner, known.order};
+    const Object known = object(handle, lost);
+    if (known.table != nullptr) violate(kNoConnection, "not a connection's handle");
+    return *known.connection;
 }
 
 ClientTable& Process::table(Handle handle, Lost lost) {
     const Object known = object(handle, lost);
-    if (known.order != nullptr) violate(5023, "an order's handle instead of a table's");
+    if (known.table == nullptr || known.order != nullptr) violate(5023, "not a table's handle");
     return *known.table;
 }
 
 Order& Process::order(Handle handle) {
-    static_cast<void>(object(handle));
-    Order* known = entry(handle, 5014, "an order's").order;
-    if (known == nullptr) violate(5014, "a table's handle instead of an order's");
-    return *known;
+    Order* order = object(handle).order;
+    if (order == nullptr) violate(5014, "not an order's handle");
+    return *order;
 }
 
 Connection& Process::connect(U16 types) {
@@ -136,8 +115,7 @@ Connection& Process::connect(U16 types) {
     if (type == 0) fail(5033, "no server answers for this path");
     auto made = std::make_unique<Connection>();
     made->type = type;
-    made->handle = add({.connection = made.get()});
-    made->engine->set_deleted_hidden(!shows_deleted);
+    made->handle = add({made.get()});
     return *(connections[made->handle] = std::move(made));
 }
 
@@ -152,17 +130,17 @@ void Process::disconnect(Connection& connection) {
         }
     }
     if (connection.lost) failure = {kServerLost, "the server was lost"};
-    forget(connection.handle, "its connection was closed");
+    forget(connection.handle);
     connections.erase(connection.handle);
     if (failure.status != kSuccess) throw Failure(failure);
 }
 
 ClientTable& Process::add_table(Connection& connection, std::unique_ptr<Table> table,
                                 ClientTable::Options options) {
-    const Handle handle = add({});
+    const Handle handle = add({&connection});
     auto made =
         std::make_unique<ClientTable>(connection, handle, std::move(table), std::move(options));
-    objects_[handle].table = made.get();
+    objects_.at(handle).table = made.get();
     aliases.insert(made->alias());
     return *(connection.tables[handle] = std::move(made));
 }
@@ -173,10 +151,8 @@ void Process::close_table(ClientTable& table) {
         Process& process;
         ClientTable& table;
         ~Closing() {
-            for (const auto& order : table.orders()) {
-                process.forget(order->handle, "its table was closed");
-            }
-            process.forget(table.handle(), "the table was closed");
+            for (const auto& order : table.orders()) process.forget(order->handle);
+            process.forget(table.handle());
             process.aliases.erase(table.alias());
             table.connection().tables.erase(table.handle());
         }
@@ -194,31 +170,25 @@ void Process::lose_server() {
     }
 }
 
-void Process::show_deleted(bool show) {
-    shows_deleted = show;
-    for (const auto& [handle, connection] : connections) {
-        connection->engine->set_deleted_hidden(!show);
-    }
-}
-
 // -- Exports.
 
 STAND_IN(AdsSetServerType, (U16 types), (types), require_types(types);
          process().server_types = types)
 STAND_IN(AdsIsServerLoaded, (const char* path, U16* answer), (path, answer),
          give(answer, loaded(path)))
-STAND_IN(AdsConnect26, (const char* path, U16 types, void* handle), (path, types, Answered{handle}),
+STAND_IN(AdsConnect26, (const char* path, U16 types, Handle* handle), (path, types, handle),
          give_connection(path, types, handle))
 STAND_IN(AdsConnect60,
          (const char* path, U16 types, const char* user, const char* password, U32 options,
-          void* handle),
-         (path, types, options, Answered{handle}), connect_as(user, password, options);
+          Handle* handle),
+         (path, types, options, handle), require(options == 0, "unknown options");
+         require(user == nullptr && password == nullptr, "a user needs a data dictionary");
          give_connection(path, types, handle))
-STAND_IN(AdsDisconnect, (Handle handle), (Given{handle}), disconnect(handle))
+STAND_IN(AdsDisconnect, (Handle handle), (handle), disconnect(handle))
 STAND_IN(AdsGetLastError, (U32 * code, char* text, U16* size), (code),
          const Failure error = record_of_calls().last_error;
          give(code, error.status); give_text(error.text, text, size))
-STAND_IN(AdsShowDeleted, (U16 show), (show), process().show_deleted(flag(show)))
+STAND_IN(AdsShowDeleted, (U16 show), (show), process().shows_deleted = flag(show))
 STAND_IN(AdsGetDeleted, (U16 * answer), (answer),
          give(answer, process().shows_deleted == reads("deleted_polarity=shown")))
 STAND_IN(AdsSetExact, (U16 exact), (exact), process().exact = flag(exact))
@@ -226,15 +196,5 @@ STAND_IN(AdsGetExact, (U16 * answer), (answer), give(answer, process().exact))
 STAND_IN(AdsSetDateFormat, (const char* format), (format), set_date_format(format))
 STAND_IN(AdsGetDateFormat, (char* format, U16* size), (size),
          give_text(process().date_format, format, size))
-
-// Functions that a library within another program must not call: they end what the program itself
-// has open, show a window, or move other tables.
-STAND_IN(AdsApplicationExit, (), (), violate(kBadArgument, "closes the whole process"))
-STAND_IN(AdsCloseAllTables, (), (), violate(kBadArgument, "closes the whole process"))
-STAND_IN(AdsShowError, (const char* title), (title), violate(kBadArgument, "shows a window"))
-STAND_IN(AdsSetRelation, (Handle parent, Handle child, const char* text),
-         (Given{parent}, Given{child}, text), violate(kBadArgument, "moves another table"))
-STAND_IN(AdsSetScopedRelation, (Handle parent, Handle child, const char* text),
-         (Given{parent}, Given{child}, text), violate(kBadArgument, "moves another table"))
 
 }  // namespace brenik::stand_in

@@ -2,9 +2,9 @@
 //
 // Read from the environment when the library is loaded:
 //     STAND_IN_READINGS=name=value,...           see readings.h
-//     STAND_IN_SERVERS=local|remote|both|none    the servers that answer; local by default
+//     STAND_IN_SERVERS=local|both|none           the servers that answer; local by default
 //     STAND_IN_LOG=FILE                          one line per call
-//     STAND_IN_FAIL=FUNCTION:OCCURRENCE[+][:STATUS]
+//     STAND_IN_FAIL=FUNCTION:OCCURRENCE[:STATUS]
 // StandInControl() takes one of the same at run time: a reading, "servers=...", "fail=..." (empty
 // for none), "server=lost", "server=back", "calls=0".
 
@@ -34,9 +34,7 @@ bool control(const std::string& text) {
     const std::string value = text.substr(std::min(name.size() + 1, text.size()));
     if (name == "fail") return record_of_calls().set_failure(value);
     if (text == "calls=0") {
-        CallRecord& calls = record_of_calls();
-        calls.calls = calls.matches = 0;
-        calls.calls_of.clear();
+        record_of_calls().matches = 0;
         return true;
     }
     if (text == "server=back" || text == "server=lost") {
@@ -44,16 +42,12 @@ bool control(const std::string& text) {
         if (value == "lost") process().lose_server();
         return true;
     }
-    constexpr std::pair<const char*, U16> kServers[] = {
-        {"servers=none", 0},
-        {"servers=local", kLocalServer},
-        {"servers=remote", kRemoteServer},
-        {"servers=both", kLocalServer | kRemoteServer},
-    };
-    for (const auto& [setting, types] : kServers) {
-        if (text != setting) continue;
-        process().servers = types;
-        return true;
+    if (name == "servers") {
+        const bool both = value == "both";
+        process().servers = both               ? kLocalServer | kRemoteServer
+                            : value == "local" ? kLocalServer
+                                               : 0;
+        return both || value == "local" || value == "none";
     }
     const Choice choice = find_choice(text);
     if (choice.known()) chosen_values[choice.reading] = choice.value;
@@ -98,24 +92,18 @@ STAND_IN_CONTROL(int) StandInControl(const char* name_equals_value) {
     return control(name_equals_value) ? 0 : -1;
 }
 
-// "calls"; "handles" and "locks" of this process on servers that were not lost, without those of
-// orders; "violations"; "failed", the calls made to fail since the failure was set; or the name of
-// a function: its calls.
+// "handles" and "locks" of this process on servers that were not lost, without those of orders; or
+// "violations".
 STAND_IN_CONTROL(unsigned) StandInCount(const char* what) {
     const std::string_view name = what;
-    const CallRecord& calls = record_of_calls();
-    if (name == "calls") return calls.calls;
-    if (name == "failed") return calls.failed;
-    if (name == "violations") return static_cast<unsigned>(calls.violations.size());
+    if (name == "violations") return static_cast<unsigned>(record_of_calls().violations.size());
     unsigned count = 0;
-    for (const auto& [function, number] : calls.calls_of) {
-        if (name == function) count += number;
-    }
     for (const auto& [handle, connection] : process().connections) {
         if (connection->lost) continue;
-        if (name == "handles") count += 1 + static_cast<unsigned>(connection->tables.size());
-        if (name != "locks") continue;
-        for (const auto& [number, table] : connection->tables) count += table->lock_count();
+        if (name == "handles") ++count;
+        for (const auto& [number, table] : connection->tables) {
+            count += name == "handles" ? 1 : table->lock_count();
+        }
     }
     return count;
 }

@@ -71,51 +71,74 @@ std::string date_text(Date date) {
     return text;
 }
 
-std::string double_text(double number, const record::Field& field) {
-    std::array<char, 400> text{};
-    const int decimals = field.kind->form == FieldForm::kCurrency
-                             ? record::kCurrencyDecimals
-                             : static_cast<int>(field.decimals);
-    const int length = std::snprintf(text.data(), text.size(), "%.*f", decimals, number);
-    return {text.data(), static_cast<std::size_t>(length)};
+// A field of the current record of a table.
+struct Target {
+    Target(Handle handle, const char* name)
+        : table(table_of(handle)),
+          position(field_argument(table, name)),
+          field(table.layout().fields[position - 1]) {
+        table.require_record();
+    }
+    // A refused value leaves the record unlocked.
+    void put(const Value& value) const {
+        std::vector<Byte> image = table.image();
+        record::write_field(image, table.layout(), field, value);
+        record::set_null(image, table.layout(), field, false);
+        table.changing() = std::move(image);
+    }
+
+    ClientTable& table;
+    const std::size_t position;
+    const record::Field& field;
+};
+
+std::string memo_text(const Target& target) {
+    std::string text = target.table.memo(target.position);
+    const bool cut = target.field.type == 'M' && reads("memo_zero=cut");
+    if (cut) text.resize(strnlen(text.data(), text.size()));
+    return is_converted(target.table, target.field) ? to_ansi(text) : text;
 }
 
-std::string memo_text(ClientTable& table, std::size_t position) {
-    const record::Field& field = table.layout().fields[position - 1];
-    std::string text = table.memo(position);
-    if (field.type == 'M' && reads("memo_zero=cut")) text.resize(strnlen(text.data(), text.size()));
-    return is_converted(table, field) ? to_ansi(text) : text;
-}
-
-std::string field_text(ClientTable& table, std::size_t position) {
-    const record::TableLayout& layout = table.layout();
-    const record::Field& field = layout.fields[position - 1];
-    const record::RecordView record{table.image(), table.record_number()};
-    if (field.is_memo()) return memo_text(table, position);
-    if (record::is_null(record, layout, field)) return std::string(field.width, ' ');
-    const Value value = record::read_field(record, layout, field);
-    const std::string raw(as_text(record.field(field)));
-    switch (field.kind->form) {
+std::string field_text(const Target& target) {
+    const record::RecordView record{target.table.image(), target.table.record_number()};
+    if (target.field.is_memo()) return memo_text(target);
+    const std::string raw(as_text(record.field(target.field)));
+    switch (target.field.kind->form) {
         case FieldForm::kDecimal:
             return reads("number_text=trimmed") ? std::string(trim_both(raw)) : raw;
         case FieldForm::kDate:
-            return date_text(value.date());
+            return date_text(Date::from_ymd(raw));
         case FieldForm::kLogical:
-            if (raw == " " && reads("empty_logical=blank")) return raw;
-            return value.logical() ? "T" : "F";
-        case FieldForm::kInteger:
-            return std::to_string(value.whole());
-        case FieldForm::kDouble:
-        case FieldForm::kCurrency:
-            return double_text(value.number(), field);
-        case FieldForm::kDateTime:
-            return date_text(Date::from_ymd(value.text().substr(0, 8)));
+            return raw == " " && !reads("empty_logical=blank") ? "F" : raw;
+        case FieldForm::kText:
+            return is_converted(target.table, target.field) ? to_ansi(raw) : raw;
         default:
-            return is_converted(table, field) ? to_ansi(value.text()) : value.text();
+            fail(kWrongType, "the text of this type is not known here");
     }
 }
 
 // -- Values from the program's text.
+
+// In the date format of the process. Years of two digits are in the 1900s.
+Date parse_date(std::string_view text) {
+    const std::string& format = process().date_format;
+    if (text.find_first_of("0123456789") == std::string_view::npos) return {};
+    if (text.size() != format.size()) fail(kBadMonth, "the date is not in the date format");
+    std::array<int, 4> parts{};
+    for (std::size_t i = 0; i < format.size(); ++i) {
+        const std::size_t part = date_part(format[i]);
+        if (part == std::string_view::npos) continue;
+        if (text[i] < '0' || text[i] > '9') fail(kBadMonth, "the date is not in the date format");
+        parts[part] = parts[part] * 10 + (text[i] - '0');
+    }
+    const auto& [century, year, month, day] = parts;
+    constexpr int kCentury = 19;
+    const int first_year = (century == 0 ? kCentury : century) * kCenturyYears;
+    if (month < 1 || month > 12) fail(kBadMonth, "no such month");
+    const Date date = Date::from_civil(first_year + year, month, day);
+    if (date.empty()) fail(5079, "no such day");
+    return date;
+}
 
 Value number_in(std::string_view text, const record::Field& field) {
     std::string_view digits = trim_both(text);
@@ -164,27 +187,6 @@ Value value_in(std::string_view text, const record::Field& field) {
     }
 }
 
-// A field of the current record of a table.
-struct Target {
-    Target(Handle handle, const char* name)
-        : table(table_of(handle)),
-          position(field_argument(table, name)),
-          field(table.layout().fields[position - 1]) {
-        table.require_record();
-    }
-    // A refused value leaves the record unlocked.
-    void put(const Value& value) const {
-        std::vector<Byte> image = table.image();
-        record::write_field(image, table.layout(), field, value);
-        record::set_null(image, table.layout(), field, false);
-        table.changing() = std::move(image);
-    }
-
-    ClientTable& table;
-    const std::size_t position;
-    const record::Field& field;
-};
-
 void set_empty(const Target& target) {
     const FieldForm form = target.field.kind->form;
     if (target.field.is_memo()) return target.table.set_memo(target.position, {});
@@ -207,7 +209,7 @@ void set_field(const Target& target, std::string_view text) {
 
 std::size_t memo_length(const Target& target) {
     if (!target.field.is_memo()) fail(kWrongType, "not a memo field");
-    return memo_text(target.table, target.position).size();
+    return memo_text(target).size();
 }
 
 // The text of a memo that may be read and written as binary data.
@@ -238,16 +240,15 @@ void give_image(const ClientTable& table, void* record, U32* size) {
     give_text(as_text(table.image()), record, size, Ending::kNone);
 }
 
-std::string_view trimmed(std::string_view text, U16 trim) {
+std::string trimmed(std::string text, U16 trim) {
     require(trim <= (kTrimLeft | kTrimRight), "an unknown trim option");
     if ((trim & kTrimRight) != 0) text = trim_right(text);
-    while ((trim & kTrimLeft) != 0 && text.starts_with(' ')) text.remove_prefix(1);
+    if ((trim & kTrimLeft) != 0) text.erase(0, text.find_first_not_of(' '));
     return text;
 }
 
 void give_field(const Target& target, void* data, U32* size, U16 trim) {
-    const std::string text = field_text(target.table, target.position);
-    give_text(trimmed(text, trim), data, size);
+    give_text(trimmed(field_text(target), trim), data, size);
 }
 
 }  // namespace
@@ -262,50 +263,27 @@ std::string to_oem(std::string_view ansi) {
     return oem;
 }
 
-Date parse_date(std::string_view text) {
-    const std::string& format = process().date_format;
-    if (text.find_first_of("0123456789") == std::string_view::npos) return {};
-    if (text.size() != format.size()) fail(kBadMonth, "the date is not in the date format");
-    std::array<int, 4> parts{};
-    for (std::size_t i = 0; i < format.size(); ++i) {
-        const std::size_t part = date_part(format[i]);
-        if (part == std::string_view::npos) continue;
-        if (text[i] < '0' || text[i] > '9') fail(kBadMonth, "the date is not in the date format");
-        parts[part] = parts[part] * 10 + (text[i] - '0');
-    }
-    const auto& [century, year, month, day] = parts;
-    constexpr int kCentury = 19;
-    const int first_year = (century == 0 ? kCentury : century) * kCenturyYears;
-    if (month < 1 || month > 12) fail(kBadMonth, "no such month");
-    const Date date = Date::from_civil(first_year + year, month, day);
-    if (date.empty()) fail(5079, "no such day");
-    return date;
-}
-
 // -- Exports.
 
 STAND_IN(AdsGetField, (Handle table, const char* field, void* data, U32* size, U16 trim),
-         (Given{table}, FieldName{field}, size, trim), give_field({table, field}, data, size, trim))
+         (table, field, size, trim), give_field({table, field}, data, size, trim))
 STAND_IN(AdsSetField, (Handle table, const char* field, const void* data, U32 length),
-         (Given{table}, FieldName{field}, length),
-         set_field({table, field}, data_argument(data, length)))
-STAND_IN(AdsSetEmpty, (Handle table, const char* field), (Given{table}, FieldName{field}),
-         set_empty({table, field}))
-STAND_IN(AdsGetMemoLength, (Handle table, const char* field, U32* length),
-         (Given{table}, FieldName{field}, length), give(length, memo_length({table, field})))
-STAND_IN(AdsGetBinaryLength, (Handle table, const char* field, U32* length),
-         (Given{table}, FieldName{field}, length), give(length, binary_data({table, field}).size()))
+         (table, field, length), set_field({table, field}, data_argument(data, length)))
+STAND_IN(AdsSetEmpty, (Handle table, const char* field), (table, field), set_empty({table, field}))
+STAND_IN(AdsGetMemoLength, (Handle table, const char* field, U32* length), (table, field, length),
+         give(length, memo_length({table, field})))
+STAND_IN(AdsGetBinaryLength, (Handle table, const char* field, U32* length), (table, field, length),
+         give(length, binary_data({table, field}).size()))
 STAND_IN(AdsGetBinary, (Handle table, const char* field, U32 offset, void* data, U32* size),
-         (Given{table}, FieldName{field}, offset, size),
-         give_binary({table, field}, offset, data, size))
+         (table, field, offset, size), give_binary({table, field}, offset, data, size))
 STAND_IN(AdsSetBinary,
          (Handle table, const char* field, U16 type, U32 total, U32 offset, const void* data,
           U32 size),
-         (Given{table}, FieldName{field}, type, total, offset, size),
+         (table, field, type, total, offset, size),
          set_binary({table, field}, type, total, offset, data_argument(data, size)))
-STAND_IN(AdsGetRecord, (Handle table, void* record, U32* size), (Given{table}, size),
+STAND_IN(AdsGetRecord, (Handle table, void* record, U32* size), (table, size),
          give_image(table_of(table), record, size))
-STAND_IN(AdsSetRecord, (Handle table, const void* record, U32 size), (Given{table}, size),
+STAND_IN(AdsSetRecord, (Handle table, const void* record, U32 size), (table, size),
          table_of(table).set_image(data_argument(record, size)))
 
 }  // namespace brenik::stand_in

@@ -9,15 +9,15 @@
 namespace brenik::stand_in {
 namespace {
 
-enum : U16 { kRespectFilters = 1, kRespectScopes = 3, kRefreshCount = 4 };
+enum : U16 { kRespectFilters = 1, kRefreshCount = 4, kAllFilters = 7 };
 
 KeySet keys_of(U16 filters) {
-    require(filters <= (kRefreshCount | kRespectScopes), "an unknown filter option");
+    require(filters <= kAllFilters, "an unknown filter option");
     const bool visible = (filters & ~kRefreshCount) == kRespectFilters;
     return visible ? KeySet::kVisible : KeySet::kWhole;
 }
 
-std::size_t record_count(const Process::Object& object, U16 filters) {
+std::size_t record_count(const Object& object, U16 filters) {
     const KeySet keys = keys_of(filters);
     if (object.order == nullptr && keys == KeySet::kWhole) {
         return object.table->record_count((filters & kRefreshCount) != 0);
@@ -25,12 +25,12 @@ std::size_t record_count(const Process::Object& object, U16 filters) {
     return object.table->server().key_count(object.number(), keys);
 }
 
-std::size_t record_number(ClientTable& table, U16 filters) {
-    const bool visible = keys_of(filters) == KeySet::kVisible && table.has_record();
-    return visible ? table.key_number(0, KeySet::kVisible) : table.record_number();
+// A table, or one of its orders.
+Object of(Handle handle) {
+    const Object object = process().object(handle);
+    require(object.table != nullptr, "a connection's handle instead of a table's");
+    return object;
 }
-
-Process::Object of(Handle handle) { return process().object(handle); }
 
 }  // namespace
 
@@ -201,24 +201,23 @@ std::size_t ClientTable::key_number(std::size_t order, KeySet keys) {
 
 // -- Exports.
 
-STAND_IN(AdsGotoTop, (Handle object), (Given{object}),
-         of(object).table->go_top(of(object).number()))
-STAND_IN(AdsGotoBottom, (Handle object), (Given{object}),
-         of(object).table->go_bottom(of(object).number()))
-STAND_IN(AdsGotoRecord, (Handle object, U32 record), (Given{object}, record),
+STAND_IN(AdsGotoTop, (Handle object), (object), of(object).table->go_top(of(object).number()))
+STAND_IN(AdsGotoBottom, (Handle object), (object), of(object).table->go_bottom(of(object).number()))
+STAND_IN(AdsGotoRecord, (Handle object, U32 record), (object, record),
          of(object).table->go_to(record))
-STAND_IN(AdsSkip, (Handle object, I32 count), (Given{object}, count),
+STAND_IN(AdsSkip, (Handle object, I32 count), (object, count),
          of(object).table->skip(of(object).order, count))
-STAND_IN(AdsAtEOF, (Handle table, U16* at), (Given{table}, at), give(at, table_of(table).at_end()))
-STAND_IN(AdsAtBOF, (Handle table, U16* at), (Given{table}, at),
-         give(at, table_of(table).at_beginning()))
-STAND_IN(AdsGetRecordNum, (Handle table, U16 filters, U32* record), (Given{table}, filters, record),
-         give(record, record_number(table_of(table), filters)))
-STAND_IN(AdsGetRecordCount, (Handle object, U16 filters, U32* count),
-         (Given{object}, filters, count), give(count, record_count(of(object), filters)))
-STAND_IN(AdsGetKeyCount, (Handle order, U16 filters, U32* count), (Given{order}, filters, count),
-         give(count, record_count({order_of(order).table, &order_of(order)}, filters)))
-STAND_IN(AdsGetKeyNum, (Handle order, U16 filters, U32* number), (Given{order}, filters, number),
+STAND_IN(AdsAtEOF, (Handle table, U16* at), (table, at), give(at, table_of(table).at_end()))
+STAND_IN(AdsAtBOF, (Handle table, U16* at), (table, at), give(at, table_of(table).at_beginning()))
+STAND_IN(AdsGetRecordNum, (Handle table, U16 filters, U32* record), (table, filters, record),
+         require(filters <= kAllFilters, "an unknown filter option");
+         give(record, table_of(table).record_number()))
+STAND_IN(AdsGetRecordCount, (Handle object, U16 filters, U32* count), (object, filters, count),
+         give(count, record_count(of(object), filters)))
+STAND_IN(AdsGetKeyCount, (Handle order, U16 filters, U32* count), (order, filters, count),
+         const Order& o = order_of(order);
+         give(count, o.table->server().key_count(o.number, keys_of(filters))))
+STAND_IN(AdsGetKeyNum, (Handle order, U16 filters, U32* number), (order, filters, number),
          const Order& o = order_of(order);
          give(number, o.table->key_number(o.number, keys_of(filters))))
 

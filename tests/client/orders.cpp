@@ -1,7 +1,6 @@
 // Index files, orders and their keys, seeks, and filters.
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <utility>
@@ -40,12 +39,7 @@ Value value_of_number(const Order& order, double number) {
     }
 }
 
-double double_of(std::uint64_t bits) {
-    constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
-    return std::bit_cast<double>((bits & kSign) != 0 ? bits ^ kSign : ~bits);
-}
-
-// The value whose key has these bytes.
+// The value whose key has these bytes. Those of numbers and dates are sought as doubles.
 Value value_of_raw(const Order& order, std::string_view key) {
     if (order.format.null_prefix) {
         if (key.starts_with('\0')) return {};
@@ -54,35 +48,20 @@ Value value_of_raw(const Order& order, std::string_view key) {
     const index::KeyFormat& format = order.format;
     require(key.size() <= format.text_length(), "the key is longer than those of the order");
     if (format.form == KeyForm::kText) return key;
-    require(key.size() == format.text_length(), "a part of a key that is not text");
-    const Byte* bytes = reinterpret_cast<const Byte*>(key.data());
     if (format.form == KeyForm::kLogical) return key == "T";
-    if (format.form == KeyForm::kInteger) {
-        return std::int64_t{static_cast<I32>(load_be32(bytes) ^ 0x80000000U)};
-    }
-    const std::uint64_t bits = std::uint64_t{load_be32(bytes)} << 32 | load_be32(bytes + 4);
-    if (format.form == KeyForm::kCurrency) {
-        const auto units = static_cast<std::int64_t>(bits ^ std::uint64_t{1} << 63);
-        return Number{static_cast<double>(units) / 10000};
-    }
-    return value_of_number(order, double_of(bits));
+    fail(kWrongType, "not a key of this order's type");
 }
 
 Value key_argument(const Order& order, std::string_view key, U16 type) {
-    if (type == kStringKey) {
-        if (order.format.form != KeyForm::kText) fail(kWrongType, "not an order of texts");
-        return order.table->is_oem() ? Value(to_oem(key)) : Value(key);
-    }
     if (type == kDoubleKey) {
         double number = 0;
         require(key.size() == sizeof number, "a double has 8 bytes");
         std::memcpy(&number, key.data(), sizeof number);
         return value_of_number(order, number);
     }
-    require(type == kRawKey, "an unknown kind of key");
-    const bool converts = order.table->is_oem() && order.format.form == KeyForm::kText &&
-                          reads("oem_raw_key=converted");
-    return value_of_raw(order, converts ? to_oem(key) : key);
+    require(type == kRawKey || type == kStringKey, "an unknown kind of key");
+    const bool converts = type == kStringKey || reads("oem_raw_key=converted");
+    return value_of_raw(order, order.table->is_oem() && converts ? to_oem(key) : std::string(key));
 }
 
 // Leads to the next record, or where the readings say.
@@ -127,14 +106,14 @@ void give_key(const Order& order, void* buffer, U16* size) {
 
 // -- Index files.
 
-void give_orders(const std::vector<const Order*>& orders, void* handles, U16* count) {
+void give_orders(const std::vector<const Order*>& orders, Handle* handles, U16* count) {
     const std::size_t room = *count;
     *count = static_cast<U16>(std::min(room, orders.size()));
     for (std::size_t i = 0; i < *count; ++i) give_handle(orders[i]->handle, handles, i);
     if (room < orders.size()) fail(kShortBuffer, "the array is too small");
 }
 
-void open_index(ClientTable& table, const char* path, void* handles, U16* count) {
+void open_index(ClientTable& table, const char* path, Handle* handles, U16* count) {
     const std::string file = text_argument(path, "the path");
     require(!file.empty(), "no path");
     require(handles != nullptr && count != nullptr, "the array is null");
@@ -143,9 +122,7 @@ void open_index(ClientTable& table, const char* path, void* handles, U16* count)
         give_orders(fills ? table.orders_of(file) : std::vector<const Order*>(), handles, count);
         fail(5065, "the index file is open");
     }
-    if (const auto refusal = table.server().add_orders(file, 0)) {
-        fail(stand_in::status_of(*refusal), refusal->text);
-    }
+    table.attach(file);
     table.list_orders(file);
     give_orders(table.orders_of(file), handles, count);
 }
@@ -161,20 +138,6 @@ std::string file_name(const Order& order, U16 option) {
     if (option == 3 && reads("index_filename=full")) return name;
     name = name.substr(name.find_last_of("/\\:") + 1);
     return option == 1 ? name.substr(0, name.find('.')) : name;
-}
-
-// With exact comparisons, "=" compares as "==" does.
-std::string with_exact_comparisons(const std::string& text) {
-    std::string exact;
-    char quote = '\0';
-    for (const char c : text + ' ') {
-        const bool alone = exact.ends_with('=') && c != '=' && quote == '\0' &&
-                           !std::strchr("<>!=", exact.size() > 1 ? exact[exact.size() - 2] : '=');
-        if (alone) exact += '=';
-        exact += c;
-        if (quote == '\0' ? c == '"' || c == '\'' : c == quote) quote = quote == '\0' ? c : '\0';
-    }
-    return exact;
 }
 
 // Only a remote server keeps a filter up to date while others change records.
@@ -204,6 +167,12 @@ std::vector<const Order*> ClientTable::orders_of(const std::string& file) const 
     return found;
 }
 
+void ClientTable::attach(const std::string& file) {
+    if (const auto refusal = table_->add_orders(file, 0)) {
+        fail(stand_in::status_of(*refusal), refusal->text);
+    }
+}
+
 void ClientTable::list_orders(const std::string& file) {
     for (const std::size_t number : table_->orders_of(file)) {
         auto order = std::make_unique<Order>();
@@ -223,31 +192,15 @@ void ClientTable::list_orders(const std::string& file) {
     }
 }
 
-// The orders that stay open move down.
-void ClientTable::close_index_files(const std::optional<std::string>& file) {
+void ClientTable::close_index_files() {
     flush();
     ahead_.clear();
-    const std::string structural = table_->opened_orders_automatically() && !orders_.empty()
-                                       ? orders_.front()->file
-                                       : std::string();
-    if (file && *file == structural) fail(kBadArgument, "the structural index cannot be closed");
     table_->clear_orders();
-    std::vector<std::unique_ptr<Order>> kept;
-    std::string attached;
-    for (std::unique_ptr<Order>& order : orders_) {
-        if (order->file != structural && (!file || order->file == *file)) {
-            process().forget(order->handle, "its index file was closed");
-            continue;
-        }
-        if (std::exchange(attached, order->file) != order->file) {
-            if (const auto refusal = table_->add_orders(order->file, 0)) {
-                fail(stand_in::status_of(*refusal), refusal->text);
-            }
-        }
-        kept.push_back(std::move(order));
-        kept.back()->number = kept.size();
+    if (table_->opened_orders_automatically() && !orders_.empty()) attach(orders_.front()->file);
+    while (orders_.size() > table_->order_count()) {
+        process().forget(orders_.back()->handle);
+        orders_.pop_back();
     }
-    orders_ = std::move(kept);
 }
 
 // -- The filter.
@@ -266,8 +219,8 @@ void ClientTable::set_filter(const std::string& text, bool fixed) {
     flush();
     ahead_.clear();
     try {
-        expression::Expression condition = expression::Expression::compile(
-            process().exact ? with_exact_comparisons(text) : text, layout(), options_.alias);
+        expression::Expression condition =
+            expression::Expression::compile(text, layout(), options_.alias);
         if (condition.type() != ResultType::kLogical) fail(kBadArgument, "not a condition");
         filter_ = std::move(condition);
     } catch (const expression::ExpressionError& error) {
@@ -290,49 +243,45 @@ void ClientTable::clear_filter() {
 
 // -- Exports.
 
-STAND_IN(AdsOpenIndex, (Handle table, const char* path, void* orders, U16* count),
-         (Given{table}, path, Answered{orders, count}),
-         open_index(table_of(table), path, orders, count))
-STAND_IN(AdsCloseIndex, (Handle order), (Given{order}),
-         order_of(order).table->close_index_files(order_of(order).file))
-STAND_IN(AdsCloseAllIndexes, (Handle table), (Given{table}), table_of(table).close_index_files({}))
-STAND_IN(AdsGetNumIndexes, (Handle table, U16* count), (Given{table}, count),
+STAND_IN(AdsOpenIndex, (Handle table, const char* path, Handle* orders, U16* count),
+         (table, path, orders), open_index(table_of(table), path, orders, count))
+STAND_IN(AdsCloseAllIndexes, (Handle table), (table), table_of(table).close_index_files())
+STAND_IN(AdsGetNumIndexes, (Handle table, U16* count), (table, count),
          give(count, table_of(table).orders().size()))
-STAND_IN(AdsGetIndexHandleByOrder, (Handle table, U16 number, void* order),
-         (Given{table}, number, Answered{order}),
-         give_handle(order_at(table_of(table), number).handle, order))
-STAND_IN(AdsGetIndexName, (Handle order, char* name, U16* size), (Given{order}, size),
+STAND_IN(AdsGetIndexHandleByOrder, (Handle table, U16 number, Handle* order),
+         (table, number, order), give_handle(order_at(table_of(table), number).handle, order))
+STAND_IN(AdsGetIndexName, (Handle order, char* name, U16* size), (order, size),
          give_text(order_of(order).description.name, name, size))
 STAND_IN(AdsGetIndexFilename, (Handle order, U16 option, char* name, U16* size),
-         (Given{order}, option, size), give_text(file_name(order_of(order), option), name, size))
-STAND_IN(AdsGetIndexExpr, (Handle order, char* text, U16* size), (Given{order}, size),
+         (order, option, size), give_text(file_name(order_of(order), option), name, size))
+STAND_IN(AdsGetIndexExpr, (Handle order, char* text, U16* size), (order, size),
          give_text(order_of(order).description.key, text, size))
-STAND_IN(AdsGetIndexCondition, (Handle order, char* text, U16* size), (Given{order}, size),
+STAND_IN(AdsGetIndexCondition, (Handle order, char* text, U16* size), (order, size),
          give_text(order_of(order).description.condition, text, size))
-STAND_IN(AdsIsIndexUnique, (Handle order, U16* is), (Given{order}, is),
+STAND_IN(AdsIsIndexUnique, (Handle order, U16* is), (order, is),
          const OrderDescription& tag = order_of(order).description;
          give(is, tag.unique || (tag.candidate && reads("candidate=unique"))))
-STAND_IN(AdsIsIndexDescending, (Handle order, U16* is), (Given{order}, is),
+STAND_IN(AdsIsIndexDescending, (Handle order, U16* is), (order, is),
          give(is, order_of(order).description.descending))
-STAND_IN(AdsIsIndexCustom, (Handle order, U16* is), (Given{order}, is),
+STAND_IN(AdsIsIndexCustom, (Handle order, U16* is), (order, is),
          give(is, order_of(order).description.custom))
-STAND_IN(AdsGetKeyType, (Handle order, U16* type), (Given{order}, type),
+STAND_IN(AdsGetKeyType, (Handle order, U16* type), (order, type),
          give(type, key_type(order_of(order))))
-STAND_IN(AdsGetKeyLength, (Handle order, U16* length), (Given{order}, length),
+STAND_IN(AdsGetKeyLength, (Handle order, U16* length), (order, length),
          give(length, order_of(order).format.length))
-STAND_IN(AdsExtractKey, (Handle order, void* key, U16* size), (Given{order}, size),
+STAND_IN(AdsExtractKey, (Handle order, void* key, U16* size), (order, size),
          give_key(order_of(order), key, size))
 STAND_IN(AdsSeek, (Handle order, const void* key, U16 length, U16 type, U16 mode, U16* found),
-         (Given{order}, length, type, mode, found),
+         (order, length, type, mode, found),
          give(found, seek(order_of(order), data_argument(key, length), type, mode, false)))
 STAND_IN(AdsSeekLast, (Handle order, const void* key, U16 length, U16 type, U16* found),
-         (Given{order}, length, type, found),
+         (order, length, type, found),
          give(found, seek(order_of(order), data_argument(key, length), type, kHardSeek, true)))
-STAND_IN(AdsSetAOF, (Handle table, const char* text, U16 options), (Given{table}, text, options),
+STAND_IN(AdsSetAOF, (Handle table, const char* text, U16 options), (table, text, options),
          set_filter(table_of(table), text, options))
-STAND_IN(AdsClearAOF, (Handle table), (Given{table}), table_of(table).clear_filter())
-STAND_IN(AdsGetAOFOptLevel, (Handle table, U16* level, char* rest, U16* size),
-         (Given{table}, level), give(level, filter_level(table_of(table)));
+STAND_IN(AdsClearAOF, (Handle table), (table), table_of(table).clear_filter())
+STAND_IN(AdsGetAOFOptLevel, (Handle table, U16* level, char* rest, U16* size), (table, level),
+         give(level, filter_level(table_of(table)));
          if (rest != nullptr) give_text("", rest, size))
 
 }  // namespace brenik::stand_in

@@ -193,14 +193,6 @@ void ClientTable::refresh() {
 void ClientTable::flush_buffers() {
     if (options_.read_only) fail(kReadOnly, "the table was opened for reading");
     write();
-    if (connection_.is_remote()) return;
-    struct Durably {
-        local::LocalEngine& engine;
-        explicit Durably(local::LocalEngine& e) : engine(e) { engine.set_full_durability(true); }
-        ~Durably() { engine.set_full_durability(false); }
-    };
-    const Durably durably(*connection_.engine);
-    table_->commit();
 }
 
 // -- Locks.
@@ -227,11 +219,15 @@ void ClientTable::release_implicit_lock() {
     table_->unlock_record(std::exchange(implicitly_locked_, 0));
 }
 
-void ClientTable::lock_record(U32 record) {
+// The number of an existing record; 0 means the current one.
+U32 ClientTable::existing(U32 record) {
     const U32 number = record == 0 ? record_ : record;
-    if (number == 0 || number > table_->record_count()) {
-        fail(kBadRecordNumber, "no record has this number");
-    }
+    if (number != 0 && number <= table_->record_count()) return number;
+    fail(kBadRecordNumber, "no record has this number");
+}
+
+void ClientTable::lock_record(U32 record) {
+    const U32 number = existing(record);
     if (options_.exclusive || table_locked_ || locked_.contains(number)) return;
     if (number != implicitly_locked_ && !table_->lock_record(number, lock_try())) refuse_lock();
     if (number == implicitly_locked_) implicitly_locked_ = 0;
@@ -242,10 +238,7 @@ void ClientTable::lock_record(U32 record) {
 }
 
 void ClientTable::unlock_record(U32 record) {
-    const U32 number = record == 0 ? record_ : record;
-    if (number == 0 || number > table_->record_count()) {
-        fail(kBadRecordNumber, "no record has this number");
-    }
+    const U32 number = existing(record);
     if (!locked_.contains(number) && implicitly_locked_ != number) {
         fail(5062, "the record is not locked");
     }
@@ -284,20 +277,20 @@ void ClientTable::unlock_table() {
 
 // -- Exports.
 
-STAND_IN(AdsAppendRecord, (Handle table), (Given{table}), table_of(table).append())
-STAND_IN(AdsWriteRecord, (Handle table), (Given{table}), table_of(table).flush())
-STAND_IN(AdsCancelUpdate, (Handle table), (Given{table}), table_of(table).cancel())
-STAND_IN(AdsRefreshRecord, (Handle table), (Given{table}), table_of(table).refresh())
-STAND_IN(AdsDeleteRecord, (Handle table), (Given{table}), table_of(table).mark('*'))
-STAND_IN(AdsRecallRecord, (Handle table), (Given{table}), table_of(table).mark(' '))
-STAND_IN(AdsFlushFileBuffers, (Handle table), (Given{table}), table_of(table).flush_buffers())
-STAND_IN(AdsLockRecord, (Handle table, U32 record), (Given{table}, record),
+STAND_IN(AdsAppendRecord, (Handle table), (table), table_of(table).append())
+STAND_IN(AdsWriteRecord, (Handle table), (table), table_of(table).flush())
+STAND_IN(AdsCancelUpdate, (Handle table), (table), table_of(table).cancel())
+STAND_IN(AdsRefreshRecord, (Handle table), (table), table_of(table).refresh())
+STAND_IN(AdsDeleteRecord, (Handle table), (table), table_of(table).mark('*'))
+STAND_IN(AdsRecallRecord, (Handle table), (table), table_of(table).mark(' '))
+STAND_IN(AdsFlushFileBuffers, (Handle table), (table), table_of(table).flush_buffers())
+STAND_IN(AdsLockRecord, (Handle table, U32 record), (table, record),
          table_of(table).lock_record(record))
-STAND_IN(AdsUnlockRecord, (Handle table, U32 record), (Given{table}, record),
+STAND_IN(AdsUnlockRecord, (Handle table, U32 record), (table, record),
          table_of(table).unlock_record(record))
-STAND_IN(AdsLockTable, (Handle table), (Given{table}), table_of(table).lock_table())
-STAND_IN(AdsUnlockTable, (Handle table), (Given{table}), table_of(table).unlock_table())
-STAND_IN(AdsIsRecordLocked, (Handle table, U32 record, U16* locked), (Given{table}, record, locked),
+STAND_IN(AdsLockTable, (Handle table), (table), table_of(table).lock_table())
+STAND_IN(AdsUnlockTable, (Handle table), (table), table_of(table).unlock_table())
+STAND_IN(AdsIsRecordLocked, (Handle table, U32 record, U16* locked), (table, record, locked),
          give(locked, table_of(table).is_locked(record)))
 
 }  // namespace brenik::stand_in

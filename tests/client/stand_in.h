@@ -30,7 +30,7 @@ enum : U16 { kAnsi = 1, kOem = 2 };
 class ClientTable;
 
 struct Connection {
-    Handle handle = 0;
+    Handle handle{};
     U16 type = kLocalServer;
     bool lost = false;
     std::unique_ptr<local::LocalEngine> engine = std::make_unique<local::LocalEngine>();
@@ -40,7 +40,7 @@ struct Connection {
 };
 
 struct Order {
-    Handle handle = 0;
+    Handle handle{};
     ClientTable* table = nullptr;
     std::size_t number = 0;  // of the table's orders, from 1
     std::string file;
@@ -110,11 +110,12 @@ class ClientTable {
 
     // -- Orders and the filter (orders.cpp).
     const std::vector<std::unique_ptr<Order>>& orders() const { return orders_; }
+    void attach(const std::string& file);
     // Makes the orders known that the server has attached from an index file.
     void list_orders(const std::string& file);
     std::vector<const Order*> orders_of(const std::string& file) const;
-    // Closes one file or, without a name, all but the structural one.
-    void close_index_files(const std::optional<std::string>& file);
+    // Closes all but the structural one.
+    void close_index_files();
     // A fixed filter keeps the records that it finds at once.
     void set_filter(const std::string& text, bool fixed);
     void clear_filter();
@@ -136,6 +137,7 @@ class ClientTable {
     void require_changeable();
     void lock_implicitly();
     void release_implicit_lock();
+    U32 existing(U32 record);
     void unlock_all();
     std::set<U32> matching_records();
 
@@ -160,7 +162,7 @@ class ClientTable {
 
     U16 read_ahead_ = 10;
     std::deque<Ahead> ahead_;
-    Handle ahead_of_ = 0;  // the table or order that was skipped in
+    Handle ahead_of_{};  // the table or order that was skipped in
     bool ahead_forward_ = true;
 
     std::set<U32> locked_;
@@ -169,31 +171,34 @@ class ClientTable {
     bool table_locked_ = false;
 };
 
+// What a handle stands for.
+struct Object {
+    Connection* connection;
+    ClientTable* table = nullptr;  // null: the connection
+    Order* order = nullptr;        // null: the connection or the table
+    std::size_t number() const { return order == nullptr ? 0 : order->number; }
+};
+
 // Everything of the process: its settings and all open objects.
 class Process {
   public:
     // The object with this handle. All others are violations.
     enum class Lost { kRefused, kAllowed };
+    Object object(Handle handle, Lost lost = Lost::kRefused);
     Connection& connection(Handle handle, Lost lost = Lost::kRefused);
     ClientTable& table(Handle handle, Lost lost = Lost::kRefused);
     Order& order(Handle handle);
-    // A table's handle, or that of one of its orders.
-    struct Object {
-        ClientTable* table;
-        const Order* order;  // null: the table's handle
-        std::size_t number() const { return order == nullptr ? 0 : order->number; }
-    };
-    Object object(Handle handle, Lost lost = Lost::kRefused);
 
     Connection& connect(U16 types);
     void disconnect(Connection& connection);
     ClientTable& add_table(Connection& connection, std::unique_ptr<Table> table,
                            ClientTable::Options options);
     void close_table(ClientTable& table);
-    void add_order(Order& order) { order.handle = add({.order = &order}); }
-    void forget(Handle handle, const char* what);
+    void add_order(Order& order) {
+        order.handle = add({&order.table->connection(), order.table, &order});
+    }
+    void forget(Handle handle) { objects_.erase(handle); }
     void lose_server();
-    void show_deleted(bool show);
 
     U16 servers = kLocalServer;  // those that answer
     bool server_is_lost = false;
@@ -205,16 +210,9 @@ class Process {
     std::set<std::string> aliases;
 
   private:
-    struct Entry {
-        Connection* connection = nullptr;
-        ClientTable* table = nullptr;
-        Order* order = nullptr;
-    };
-    Handle add(const Entry& entry);
-    Entry& entry(Handle handle, Status status, const char* wanted);
+    Handle add(const Object& object);
 
-    std::unordered_map<Handle, Entry> objects_;
-    std::unordered_map<Handle, const char*> dead_;
+    std::unordered_map<Handle, Object> objects_;
     U32 last_handle_ = 0;
 };
 Process& process();
@@ -225,7 +223,5 @@ inline Order& order_of(Handle handle) { return process().order(handle); }
 std::size_t field_argument(const ClientTable& table, const char* field);
 Status status_of(const Refusal& refusal);
 std::string to_oem(std::string_view ansi);
-// Reads a date in the format of the process. Years of two digits are in the 1900s.
-Date parse_date(std::string_view text);
 
 }  // namespace brenik::stand_in

@@ -15,42 +15,19 @@ constexpr std::size_t kLongestAlias = 10;
 enum : U16 { kCdx = 2, kVfp = 4 };
 enum : U32 { kExclusive = 0x1, kReadOnlyOption = 0x2, kShared = 0x4, kAllOptions = 0xF };
 
-// What AdsOpenTable is given.
-struct OpenRequest {
-    Handle connection;
-    const char* path;
-    const char* alias;
-    U16 type;
-    U16 characters;
-    U16 locking;
-    U16 rights;
-    U32 options;
-};
-
-void check(const OpenRequest& request) {
+void check(U16 type, U16 characters, U16 locking, U16 rights, U32 options) {
     require(process().server_types.has_value(), "a table is opened before a server type was set");
-    require(!text_argument(request.path, "the path").empty(), "no path");
-    require(request.type >= 1 && request.type <= kVfp, "an unknown table type");
-    require(request.characters == kAnsi || request.characters == kOem, "an unknown character type");
-    require(request.locking <= 1, "an unknown lock type");
-    require(request.rights == 1 || request.rights == 2, "unknown rights");
-    require(request.options <= kAllOptions, "unknown options");
-    require((request.options & kExclusive) == 0 || (request.options & kShared) == 0,
-            "exclusive and shared at once");
+    require(type >= 1 && type <= kVfp, "an unknown table type");
+    require(characters == kAnsi || characters == kOem, "an unknown character type");
+    require(locking <= 1, "an unknown lock type");
+    require(rights == 1 || rights == 2, "unknown rights");
+    require(options <= kAllOptions, "unknown options");
+    require((options & kExclusive) == 0 || (options & kShared) == 0, "exclusive and shared");
 }
 
-// Without an alias, the base name of the file is one.
-std::string alias_of(const OpenRequest& request) {
-    std::string alias;
-    if (request.alias != nullptr) {
-        alias = text_argument(request.alias, "the alias");
-        require(!alias.empty() && alias.size() <= kLongestAlias, "an alias has 1 to 10 characters");
-    } else {
-        const std::string path = request.path;
-        alias = path.substr(path.find_last_of("/\\:") + 1);
-        alias = alias.substr(0, alias.find('.'));
-    }
-    alias = upper(alias);
+std::string alias_argument(const char* text) {
+    std::string alias = upper(text_argument(text, "the alias"));
+    require(!alias.empty() && alias.size() <= kLongestAlias, "an alias has 1 to 10 characters");
     while (process().aliases.contains(alias)) {
         if (reads("alias_duplicate=refused")) fail(5051, "the alias is in use");
         alias += '\'';
@@ -58,35 +35,23 @@ std::string alias_of(const OpenRequest& request) {
     return alias;
 }
 
-// Without a connection, one that suits is used or made.
-Connection& connection_for(Handle handle) {
-    if (handle != 0) return process().connection(handle);
-    const U16 types = *process().server_types;
-    for (const auto& [known, connection] : process().connections) {
-        if (!connection->lost && (connection->type & types) != 0) return *connection;
-    }
-    return process().connect(types);
-}
-
-Handle open_table(const OpenRequest& request) {
-    check(request);
-    Connection& connection = connection_for(request.connection);
-    ClientTable::Options options{alias_of(request), request.characters,
-                                 (request.options & kExclusive) != 0,
-                                 (request.options & kReadOnlyOption) != 0};
+ClientTable& open_table(Handle handle, const char* path, const char* alias, U16 type,
+                        U16 characters, U16 locking, U32 options) {
+    Connection& connection = process().connection(handle);
+    ClientTable::Options own{alias_argument(alias), characters, (options & kExclusive) != 0,
+                             (options & kReadOnlyOption) != 0};
     local::LocalEngine& engine = *connection.engine;
-    engine.set_proprietary_locking(connection.is_remote() && request.locking == 1);
-    engine.set_read_only(options.read_only);
-    OpenAnswer answer = engine.open(
-        request.path, options.exclusive ? TableSharing::kExclusive : TableSharing::kShared, 0);
+    engine.set_proprietary_locking(connection.is_remote() && locking == 1);
+    engine.set_read_only(own.read_only);
+    const auto sharing = own.exclusive ? TableSharing::kExclusive : TableSharing::kShared;
+    OpenAnswer answer = engine.open(text_argument(path, "the path"), sharing, 0);
     if (const auto* refusal = std::get_if<Refusal>(&answer)) {
         fail(status_of(*refusal), refusal->text);
     }
     auto& table = std::get<std::unique_ptr<Table>>(answer);
-    const bool suits =
-        request.type == kVfp || (request.type == kCdx && !table->layout().is_later_generation());
+    const bool suits = type == kVfp || (type == kCdx && !table->layout().is_later_generation());
     if (!suits && reads("table_type=checked")) fail(kCorrupt, "the table is of another type");
-    return process().add_table(connection, std::move(table), std::move(options)).handle();
+    return process().add_table(connection, std::move(table), std::move(own));
 }
 
 const record::Field& field_of(Handle handle, const char* field) {
@@ -139,40 +104,38 @@ ClientTable::ClientTable(Connection& connection, Handle handle, std::unique_ptr<
 }
 
 std::size_t field_argument(const ClientTable& table, const char* field) {
-    constexpr std::uintptr_t kLowestPointer = 0x10000;
     const std::vector<record::Field>& fields = table.layout().fields;
     const auto position = reinterpret_cast<std::uintptr_t>(field);
     require(position != 0, "no field");
     if (position <= fields.size()) return position;
-    if (position < kLowestPointer) fail(5059, "no field has this position");
+    if (is_position(field)) fail(5059, "no field has this position");
     const std::string name = upper(text_argument(field, "the field's name"));
     const auto found = std::ranges::find(fields, name, &record::Field::name);
     if (found == fields.end()) fail(5059, "no field " + name);
     return static_cast<std::size_t>(found - fields.begin()) + 1;
 }
 
-STAND_IN(
-    AdsOpenTable,
-    (Handle connection, const char* path, const char* alias, U16 type, U16 characters, U16 locking,
-     U16 rights, U32 options, void* table),
-    (Given{connection}, path, alias, type, characters, locking, rights, options, Answered{table}),
-    require(table != nullptr, "a pointer for a handle is null");
-    give_handle(open_table({connection, path, alias, type, characters, locking, rights, options}),
-                table))
-STAND_IN(AdsCloseTable, (Handle table), (Given{table}),
+STAND_IN(AdsOpenTable,
+         (Handle connection, const char* path, const char* alias, U16 type, U16 characters,
+          U16 locking, U16 rights, U32 options, Handle* table),
+         (connection, path, alias, type, characters, locking, rights, options, table),
+         require(table != nullptr, "a pointer for a handle is null");
+         check(type, characters, locking, rights, options); give_handle(
+             open_table(connection, path, alias, type, characters, locking, options).handle(),
+             table))
+STAND_IN(AdsCloseTable, (Handle table), (table),
          process().close_table(process().table(table, Process::Lost::kAllowed)))
-STAND_IN(AdsCacheRecords, (Handle table, U16 records), (Given{table}, records),
+STAND_IN(AdsCacheRecords, (Handle table, U16 records), (table, records),
          table_of(table).set_read_ahead(records))
-STAND_IN(AdsGetNumFields, (Handle table, U16* count), (Given{table}, count),
+STAND_IN(AdsGetNumFields, (Handle table, U16* count), (table, count),
          give(count, table_of(table).layout().fields.size()))
-STAND_IN(AdsGetFieldName, (Handle table, U16 field, char* name, U16* size),
-         (Given{table}, field, size), give_text(field_at(table, field).name, name, size))
-STAND_IN(AdsGetFieldType, (Handle table, const char* field, U16* type),
-         (Given{table}, FieldName{field}, type), give(type, type_code(field_of(table, field))))
-STAND_IN(AdsGetFieldLength, (Handle table, const char* field, U32* width),
-         (Given{table}, FieldName{field}, width), give(width, field_of(table, field).width))
+STAND_IN(AdsGetFieldName, (Handle table, U16 field, char* name, U16* size), (table, field, size),
+         give_text(field_at(table, field).name, name, size))
+STAND_IN(AdsGetFieldType, (Handle table, const char* field, U16* type), (table, field, type),
+         give(type, type_code(field_of(table, field))))
+STAND_IN(AdsGetFieldLength, (Handle table, const char* field, U32* width), (table, field, width),
+         give(width, field_of(table, field).width))
 STAND_IN(AdsGetFieldDecimals, (Handle table, const char* field, U16* decimals),
-         (Given{table}, FieldName{field}, decimals),
-         give(decimals, field_of(table, field).decimals))
+         (table, field, decimals), give(decimals, field_of(table, field).decimals))
 
 }  // namespace brenik::stand_in
