@@ -113,7 +113,7 @@ Command journal_command(JournalRequest& request) {
         "journal",
         "Print the change journal",
         "Prints who added, edited or deleted which record, and when, the oldest entry first. An "
-        "edit lists the changed fields.",
+        "edit lists the changed fields. Uses the engine that the practice names.",
         {{"DIR", "", kFolderHelp, &request.folder},
          {"--limit", "N", "Only the last N entries", &request.limit},
          encoding_option(request.encoding),

@@ -190,10 +190,10 @@ EngineSettings engine_settings(const std::string& folder) {
 }
 
 void tell_of_server(const std::string& folder) {
-    if (!asks_for_client(engine_settings(folder))) return;
+    if (engine_settings(folder).server_type != kRemoteServer) return;
     std::cerr << "brenik: "
               << to_line(in_folder(folder, practice::kSettingsFile) +
-                         " names a database server, which keeps files of the practice open: end "
+                         " names a database server, which may keep files of the practice open: end "
                          "the programs that use the practice, stop the server, and try again")
               << "\n";
 }

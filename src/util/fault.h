@@ -21,7 +21,7 @@ enum class FaultCode {
     kLimit = 2106,            // growth past what the format or its lock positions allow
     kBusy = 2107,             // a lock that is held for milliseconds stayed held for seconds
     kDuplicateKey = 2108,     // a second record for a key that must be unique
-    kUnknownName = 2109,      // no such field
+    kUnknownName = 2109,      // no such field, order or table driver
     kOtherProcess = 2110,     // a call in the child of a fork, which has begun no session
     kNoEngine = 2111,         // an engine whose own library cannot be used on this machine
 };
