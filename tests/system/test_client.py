@@ -260,8 +260,8 @@ class Calls:
 
 
 def test_process_settings_and_handles(new_host, practice, tmp_path):
-    """The host's settings are those of its process again after each call, the server type is set before the first open,
-    nothing is read ahead, and every handle is closed."""
+    """The host's settings are those of its process again after each call, even if a call that reads or sets them says
+    that it failed, the server type is set before the first open, nothing is read ahead, and every handle is closed."""
     log = Calls(tmp_path / 'calls')
     host = new_host(STAND_IN_LOG=path_form(OURS)(log.path))
     for name, value in SETTINGS.items():
@@ -286,3 +286,10 @@ def test_process_settings_and_handles(new_host, practice, tmp_path):
     assert len(opened) > 5 and after_open == [('AdsCacheRecords', handle + ', 1') for handle in opened]
     closed = [arguments for function, arguments in calls if function == 'AdsCloseTable']
     assert sorted(closed) == sorted(opened) and functions.count('AdsDisconnect') == functions.count('AdsConnect60')
+    host.control('fail_after=1')
+    for name in 'Deleted', 'Exact', 'DateFormat':
+        for function in 'AdsGet' + name, 'AdsShowDeleted' if name == 'Deleted' else 'AdsSet' + name:
+            for turn in 1, 2:               # the second one of a call may be that which puts back
+                host.control('fail=%s:%d' % (function, turn))
+                host.init(practice)
+                host.shutdown()

@@ -92,31 +92,55 @@ const ClientLibrary& AdvantageEngine::client() {
     return *library_;
 }
 
-// A setting that could not be put back last time still has the value of ours, and the host's is
-// known.
+// Each of the host's values is noted before ours replaces it: a call that fails may have done its
+// work.
 void AdvantageEngine::take_settings() {
     const ClientLibrary& api = *library_;
     try {
-        const std::optional<bool> deleted = deleted_setting();
-        require_setting(api.AdsShowDeleted(kShown), "AdsShowDeleted");
-        if (!host_.shows_deleted) host_.shows_deleted = deleted == deleted_setting();
+        show_deleted();
 
         U16 exact = 0;
         const bool known = api.AdsGetExact != nullptr && api.AdsGetExact(&exact) == kSuccess;
+        note_setting(&HostSettings::exact, known ? std::optional(exact) : std::nullopt, U16{0});
         require_setting(api.AdsSetExact(0), "AdsSetExact");
-        if (!host_.exact) host_.exact = known ? exact : U16{0};
 
         std::array<char, 64> format{};
         auto size = static_cast<U16>(format.size() - 1);
         const bool told = api.AdsGetDateFormat != nullptr &&
                           api.AdsGetDateFormat(format.data(), &size) == kSuccess;
+        note_setting(&HostSettings::date_format,
+                     told ? std::optional<std::string>(format.data()) : std::nullopt,
+                     std::string(kDateFormat));
         require_setting(api.AdsSetDateFormat(kDateFormat), "AdsSetDateFormat");
-        if (!host_.date_format) host_.date_format = told ? format.data() : kDateFormat;
         settings_taken_ = true;
     } catch (...) {
         put_settings_back();
         throw;
     }
+}
+
+// A setting that could not be put back last time still has the value of ours, and the host's is
+// known. One that cannot be read is as it was read last, or else the client's usual one.
+template <class Setting>
+void AdvantageEngine::note_setting(std::optional<Setting> HostSettings::*setting,
+                                   const std::optional<Setting>& read, Setting usual) {
+    if (host_.*setting) return;
+    if (read) last_read_.*setting = read;
+    host_.*setting = (last_read_.*setting).value_or(usual);
+}
+
+void AdvantageEngine::show_deleted() {
+    const std::optional<bool> before = deleted_setting();
+    const Status status = library_->AdsShowDeleted(kShown);
+    const std::optional<bool> now = deleted_setting();
+    const bool changed = before && now && before != now;
+    if (status == kSuccess || changed) {
+        if (now) answer_if_shown_ = now;
+        std::optional<bool> shown;
+        if (before && answer_if_shown_) shown = before == answer_if_shown_;
+        note_setting(&HostSettings::shows_deleted, shown, true);
+    }
+    require_setting(status, "AdsShowDeleted");
 }
 
 // Whether deleted records are hidden, or whether they are shown: libraries may differ. Nothing if
@@ -135,8 +159,10 @@ void AdvantageEngine::require_setting(Status status, const char* setting) const 
 
 void AdvantageEngine::put_settings_back() noexcept {
     const ClientLibrary& api = *library_;
+    // There may be no later call that would try again.
     const auto put_back = [](auto& setting, const auto& set) {
-        if (setting && set(*setting) == kSuccess) setting.reset();
+        if (!setting) return;
+        if (set(*setting) == kSuccess || set(*setting) == kSuccess) setting.reset();
     };
     put_back(host_.shows_deleted,
              [&](bool shown) { return api.AdsShowDeleted(shown ? kShown : kHidden); });

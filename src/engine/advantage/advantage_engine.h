@@ -114,6 +114,10 @@ class AdvantageEngine : public Engine {
     };
 
     void take_settings();
+    template <class Setting>
+    void note_setting(std::optional<Setting> HostSettings::*setting,
+                      const std::optional<Setting>& read, Setting usual);
+    void show_deleted();
     void put_settings_back() noexcept;
     void require_setting(Status status, const char* setting) const;
     std::optional<bool> deleted_setting() const;
@@ -134,6 +138,8 @@ class AdvantageEngine : public Engine {
 
     std::shared_ptr<const ClientLibrary> library_;
     HostSettings host_;
+    HostSettings last_read_;
+    std::optional<bool> answer_if_shown_;  // of AdsGetDeleted; libraries may differ
     bool settings_taken_ = false;
     bool deleted_hidden_ = false;
     bool full_durability_ = false;
