@@ -105,12 +105,17 @@ Answer read_ahead(Bench& bench) {
                     (with == "second" ? "fresh" : "stale") + " with ten records ahead");
 }
 
-Answer go_to_same_record(Bench& bench) {
-    const auto reader = bench.here();
-    const auto writer = bench.there();
+// Stands on a record that another has changed after it was read here.
+std::unique_ptr<ClientTable> record_changed_since(Bench& bench) {
+    auto reader = bench.here();
     reader->go(1);
     reader->image();
-    writer->change(1, "changed");
+    bench.there()->change(1, "changed");
+    return reader;
+}
+
+Answer go_to_same_record(Bench& bench) {
+    const auto reader = record_changed_since(bench);
     reader->go(1);
     const std::string same = reader->text("TEXT");
     return told(same != "changed",
@@ -118,11 +123,7 @@ Answer go_to_same_record(Bench& bench) {
 }
 
 Answer leave_and_return(Bench& bench) {
-    const auto reader = bench.here();
-    const auto writer = bench.there();
-    reader->go(1);
-    reader->image();
-    writer->change(1, "changed");
+    const auto reader = record_changed_since(bench);
     reader->leave();
     reader->go(1);
     const std::string back = reader->text("TEXT");
@@ -131,11 +132,7 @@ Answer leave_and_return(Bench& bench) {
 }
 
 Answer refresh(Bench& bench) {
-    const auto reader = bench.here();
-    const auto writer = bench.there();
-    reader->go(1);
-    reader->image();
-    writer->change(1, "changed");
+    const auto reader = record_changed_since(bench);
     const Status status = bench.client().AdsRefreshRecord(reader->handle());
     const std::string after = reader->text("TEXT");
     return told(status == 0 && after == "changed",
