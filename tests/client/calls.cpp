@@ -33,6 +33,25 @@ Status status_of(const EngineFault& fault) {
     }
 }
 
+// Of the exception that is being handled.
+Status status_of_exception() noexcept {
+    Failure& error = record_of_calls().last_error;
+    try {
+        throw;
+    } catch (const Failure& failure) {
+        error = failure;
+    } catch (const EngineFault& fault) {
+        error = {status_of(fault), fault.what()};
+    } catch (const std::exception& fault) {
+        error = {kInternalFault, fault.what()};
+    }
+    // The numbers from 7000 on and that of a refused lock have readings of their own.
+    constexpr Status kElsewhere = 400;
+    const bool other = error.status < kServerLost && error.status != status_read("lock_failed");
+    if (other && reads("numbers=others")) error.status += kElsewhere;
+    return error.status;
+}
+
 std::size_t handle_width() { return reads("handle_width=four") ? sizeof(U32) : sizeof(Handle); }
 
 }  // namespace
@@ -82,24 +101,6 @@ void CallRecord::write_log(const std::string& name, const std::string& shown, St
                              std::to_string(status) + '\n';
     std::fwrite(line.data(), 1, line.size(), log);
     std::fflush(log);
-}
-
-Status status_of_exception() noexcept {
-    Failure& error = record_of_calls().last_error;
-    try {
-        throw;
-    } catch (const Failure& failure) {
-        error = failure;
-    } catch (const EngineFault& fault) {
-        error = {status_of(fault), fault.what()};
-    } catch (const std::exception& fault) {
-        error = {kInternalFault, fault.what()};
-    }
-    // The numbers from 7000 on and that of a refused lock have readings of their own.
-    constexpr Status kElsewhere = 400;
-    const bool other = error.status < kServerLost && error.status != status_read("lock_failed");
-    if (other && reads("numbers=others")) error.status += kElsewhere;
-    return error.status;
 }
 
 Status call(const char* function, const std::function<void()>& work,

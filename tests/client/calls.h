@@ -102,7 +102,6 @@ std::string shown_line(auto... arguments) {
 // -- The frame of a call.
 Status call(const char* function, const std::function<void()>& work,
             const std::function<std::string()>& shown) noexcept;
-Status status_of_exception() noexcept;  // of the one being handled
 
 // -- Arguments and results.
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <exception>
 #include <utility>
 
 #include "client/readings.h"
@@ -120,19 +121,19 @@ Connection& Process::connect(U16 types) {
 }
 
 void Process::disconnect(Connection& connection) {
-    Failure failure;
+    std::exception_ptr fault;
     while (!connection.tables.empty()) {
         try {
             close_table(*connection.tables.begin()->second);
         } catch (...) {
-            status_of_exception();
-            failure = record_of_calls().last_error;
+            fault = std::current_exception();
         }
     }
-    if (connection.lost) failure = {kServerLost, "the server was lost"};
+    const bool lost = connection.lost;
     forget(connection.handle);
     connections.erase(connection.handle);
-    if (failure.status != kSuccess) throw Failure(failure);
+    if (lost) fail(kServerLost, "the server was lost");
+    if (fault) std::rethrow_exception(fault);
 }
 
 ClientTable& Process::add_table(Connection& connection, std::unique_ptr<Table> table,

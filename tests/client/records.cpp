@@ -120,21 +120,20 @@ void ClientTable::put_changes() {
 void ClientTable::write() {
     if (!changed_ && !appended_) return;
     ahead_.clear();
+    const auto settle = [&] {
+        changed_ = appended_ = false;
+        unsent_memos_.clear();
+        fetch();
+    };
     try {
         if (changed_) put_changes();
         table_->commit();
     } catch (const EngineFault&) {
         table_->abandon_changes();
-        if (appended_) {
-            changed_ = appended_ = false;
-            unsent_memos_.clear();
-            fetch();
-        }
+        if (appended_) settle();
         throw;
     }
-    changed_ = appended_ = false;
-    unsent_memos_.clear();
-    fetch();
+    settle();
     if (lock_goes_ && reads("append_lock=goes_anyway") && locked_.erase(record_) != 0) {
         table_->unlock_record(record_);
     }

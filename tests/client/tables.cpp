@@ -78,16 +78,10 @@ U16 type_code(const record::Field& field) {
 }  // namespace
 
 Status status_of(const Refusal& refusal) {
-    switch (refusal.reason) {
-        case RefusalReason::kHeld:
-            return status_read("held_status");
-        case RefusalReason::kMissing:
-            return status_read("missing_status");
-        case RefusalReason::kDamaged:
-            return kCorrupt;
-        default:
-            return 7008;
-    }
+    if (refusal.reason == RefusalReason::kHeld) return status_read("held_status");
+    if (refusal.reason == RefusalReason::kMissing) return status_read("missing_status");
+    if (refusal.reason == RefusalReason::kDamaged) return kCorrupt;
+    return 7008;
 }
 
 ClientTable::ClientTable(Connection& connection, Handle handle, std::unique_ptr<Table> table,
