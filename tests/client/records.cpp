@@ -159,7 +159,8 @@ void ClientTable::append() {
         refuse_lock();
     }
     lock_goes_ = !reads("append_lock=stays");
-    lock_goes_ ? void(implicitly_locked_ = record_) : void(locked_.insert(record_));
+    if (lock_goes_) implicitly_locked_ = record_;
+    if (!lock_goes_) locked_.insert(record_);
 }
 
 // The number of a cancelled append is taken, so its record stays.
@@ -189,11 +190,6 @@ void ClientTable::refresh() {
     arrive();
 }
 
-void ClientTable::flush_buffers() {
-    if (options_.read_only) fail(kReadOnly, "the table was opened for reading");
-    write();
-}
-
 // -- Locks.
 
 bool ClientTable::is_locked(U32 record) const {
@@ -203,8 +199,7 @@ bool ClientTable::is_locked(U32 record) const {
 }
 
 unsigned ClientTable::lock_count() const {
-    return static_cast<unsigned>(locked_.size()) + (implicitly_locked_ != 0 ? 1 : 0) +
-           (table_locked_ ? 1 : 0);
+    return static_cast<unsigned>(locked_.size()) + (implicitly_locked_ != 0) + table_locked_;
 }
 
 void ClientTable::lock_implicitly() {
@@ -282,7 +277,7 @@ STAND_IN(AdsCancelUpdate, (Handle table), (table), table_of(table).cancel())
 STAND_IN(AdsRefreshRecord, (Handle table), (table), table_of(table).refresh())
 STAND_IN(AdsDeleteRecord, (Handle table), (table), table_of(table).mark('*'))
 STAND_IN(AdsRecallRecord, (Handle table), (table), table_of(table).mark(' '))
-STAND_IN(AdsFlushFileBuffers, (Handle table), (table), table_of(table).flush_buffers())
+STAND_IN(AdsFlushFileBuffers, (Handle table), (table), table_of(table).flush())
 STAND_IN(AdsLockRecord, (Handle table, U32 record), (table, record),
          table_of(table).lock_record(record))
 STAND_IN(AdsUnlockRecord, (Handle table, U32 record), (table, record),

@@ -94,7 +94,6 @@ class ClientTable {
     // The image to be changed, after an implicit lock if one is needed.
     std::vector<Byte>& changing();
     void set_image(std::string_view bytes);
-    void flush_buffers();
     // Memos: the unsent text, or that of the file.
     std::string memo(std::size_t field);
     void set_memo(std::size_t field, std::string text);

@@ -34,10 +34,10 @@ std::span<const Assumption> assumptions();
     NUMBER(kInternetServer, U16, 4, "ADS_AIS_SERVER", "server-types", false)                      \
     NUMBER(kNoOptions, U32, 0, "ADS_DEFAULT", "server-types", true)                               \
     /* Opening */                                                                                 \
-    NUMBER(kExclusive, U32, 1, "ADS_EXCLUSIVE", "exclusive-open", false)                            \
+    NUMBER(kExclusive, U32, 1, "ADS_EXCLUSIVE", "exclusive-open", false)                          \
     NUMBER(kShared, U32, 4, "ADS_SHARED", "open-options", false)                                  \
-    NUMBER(kCdxTable, U16, 2, "ADS_CDX", "structural-index", false)                            \
-    NUMBER(kVfpTable, U16, 4, "ADS_VFP", "structural-index", false)                            \
+    NUMBER(kCdxTable, U16, 2, "ADS_CDX", "structural-index", false)                               \
+    NUMBER(kVfpTable, U16, 4, "ADS_VFP", "structural-index", false)                               \
     NUMBER(kAnsi, U16, 1, "ADS_ANSI", "character-types", false)                                   \
     NUMBER(kOem, U16, 2, "ADS_OEM", "character-types", false)                                     \
     NUMBER(kCompatibleLocking, U16, 0, "ADS_COMPATIBLE_LOCKING", "lock-types", false)             \
@@ -51,7 +51,7 @@ std::span<const Assumption> assumptions();
     NUMBER(kMemoField, U16, 5, "ADS_MEMO", "field-types", true)                                   \
     NUMBER(kBinaryField, U16, 6, "ADS_BINARY", "field-types", true)                               \
     NUMBER(kImageField, U16, 7, "ADS_IMAGE", "field-types", true)                                 \
-    NUMBER(kCompactDateField, U16, 9, "the code of a compact date", "field-types", true)                     \
+    NUMBER(kCompactDateField, U16, 9, "the code of a compact date", "field-types", true)          \
     NUMBER(kDoubleField, U16, 10, "ADS_DOUBLE", "field-types", true)                              \
     NUMBER(kIntegerField, U16, 11, "ADS_INTEGER", "field-types", true)                            \
     NUMBER(kTimestampField, U16, 14, "ADS_TIMESTAMP", "field-types", true)                        \
@@ -62,7 +62,7 @@ std::span<const Assumption> assumptions();
     NUMBER(kNotTrimmed, U16, 0, "ADS_NONE", "trim-options", false)                                \
     /* Counting, and how a file's name is told */                                                 \
     NUMBER(kIgnoreFilters, U16, 2, "ADS_IGNOREFILTERS", "filter-options", false)                  \
-    NUMBER(kRefreshCount, U16, 4, "ADS_REFRESHCOUNT", "record-count", false)                    \
+    NUMBER(kRefreshCount, U16, 4, "ADS_REFRESHCOUNT", "record-count", false)                      \
     NUMBER(kFullPath, U16, 3, "the option for a full path", "index-file-name", false)             \
     /* Seeking */                                                                                 \
     NUMBER(kRawKey, U16, 1, "ADS_RAWKEY", "key-types", false)                                     \
@@ -71,7 +71,7 @@ std::span<const Assumption> assumptions();
     NUMBER(kSoftSeek, U16, 1, "ADS_SOFTSEEK", "seek-modes", false)                                \
     NUMBER(kHardSeek, U16, 2, "ADS_HARDSEEK", "seek-modes", false)                                \
     /* Filters that the server evaluates */                                                       \
-    NUMBER(kDynamicFilter, U16, 2, "ADS_RESOLVE_DYNAMIC", "optimised-filter", false)         \
+    NUMBER(kDynamicFilter, U16, 2, "ADS_RESOLVE_DYNAMIC", "optimised-filter", false)              \
     NUMBER(kFullyOptimised, U16, 1, "ADS_OPTIMIZED_FULL", "optimisation-levels", false)           \
     NUMBER(kPartlyOptimised, U16, 2, "ADS_OPTIMIZED_PART", "optimisation-levels", false)          \
     NUMBER(kNotOptimised, U16, 3, "ADS_OPTIMIZED_NONE", "optimisation-levels", false)             \
@@ -81,12 +81,18 @@ std::span<const Assumption> assumptions();
     NUMBER(kLockFailed, Status, 5035, "AE_LOCK_FAILED", "lock-status", false)                     \
     NUMBER(kDuplicateAlias, Status, 5051, "AE_DUPLICATE_ALIAS", "alias-duplicate", false)         \
     NUMBER(kNoCurrentRecord, Status, 5068, "AE_NO_CURRENT_RECORD", "no-current-record", false)    \
-    NUMBER(kNotOpened, Status, 7008, "the status of a file that others hold", "refused-open-status", false) \
-    NUMBER(kRefusedBySystem, Status, 7040, "the status of an open that the system refuses", "refused-open-status", false) \
-    NUMBER(kNoSuchFile, Status, 7041, "the status of a missing file or folder", "missing-file-status", true) \
-    NUMBER(kDamagedTable, Status, 7016, "the first status of a damaged table", "refused-open-status", true) \
-    NUMBER(kDamagedTable2, Status, 7123, "the second status of a damaged table", "refused-open-status", true) \
-    NUMBER(kDamagedTable3, Status, 7124, "the third status of a damaged table", "refused-open-status", true)
+    NUMBER(kNotOpened, Status, 7008, "the status of a file that others hold",                     \
+           "refused-open-status", false)                                                          \
+    NUMBER(kRefusedBySystem, Status, 7040, "the status of an open that the system refuses",       \
+           "refused-open-status", false)                                                          \
+    NUMBER(kNoSuchFile, Status, 7041, "the status of a missing file or folder",                   \
+           "missing-file-status", true)                                                           \
+    NUMBER(kDamagedTable, Status, 7016, "the first status of a damaged table",                    \
+           "refused-open-status", true)                                                           \
+    NUMBER(kDamagedTable2, Status, 7123, "the second status of a damaged table",                  \
+           "refused-open-status", true)                                                           \
+    NUMBER(kDamagedTable3, Status, 7124, "the third status of a damaged table",                   \
+           "refused-open-status", true)
 // clang-format on
 
 #define BRENIK_CLIENT_CONSTANT(CONSTANT, TYPE, VALUE, NAME, PROBE, DOCUMENTED) \

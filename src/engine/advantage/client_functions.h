@@ -5,7 +5,7 @@
 // bits, those of field data 32: in the size of the buffer, out the number of bytes.
 //
 // A function of the second list may be missing, in an older library for example. What replaces it
-// is written beside it.
+// is written above it.
 
 #pragma once
 
@@ -77,25 +77,36 @@ using I32 = std::int32_t;
     FUNCTION(AdsSeek, Handle order, const void* key, U16 length, U16 type, U16 mode, U16* found)
 
 #define BRENIK_CLIENT_OPTIONAL(FUNCTION)                                                          \
-    FUNCTION(AdsIsServerLoaded, const char* path, U16* loaded)   /* trying to connect */          \
-    FUNCTION(AdsConnect26, const char* path, U16 type, Handle* connection) /* AdsConnect60 */     \
-    FUNCTION(AdsGetDeleted, U16* is)                             /* the documented default */     \
-    FUNCTION(AdsGetExact, U16* is)                               /* the documented default */     \
-    FUNCTION(AdsGetDateFormat, char* format, U16* size)          /* the documented default */     \
-    FUNCTION(AdsFlushFileBuffers, Handle table)                  /* nothing: durability is the server's */ \
-    FUNCTION(AdsSetRecord, Handle table, const void* record, U32 size) /* AdsSetField alone */    \
-    FUNCTION(AdsGetBinaryLength, Handle table, const char* field, U32* length) /* AdsGetField */  \
+    /* Trying to connect. */                                                                      \
+    FUNCTION(AdsIsServerLoaded, const char* path, U16* loaded)                                    \
+    /* AdsConnect60, which is tried first anyway. */                                              \
+    FUNCTION(AdsConnect26, const char* path, U16 type, Handle* connection)                        \
+    /* The documented defaults of the settings. */                                                \
+    FUNCTION(AdsGetDeleted, U16* is)                                                              \
+    FUNCTION(AdsGetExact, U16* is)                                                                \
+    FUNCTION(AdsGetDateFormat, char* format, U16* size)                                           \
+    /* Nothing: durability is then the server's. */                                               \
+    FUNCTION(AdsFlushFileBuffers, Handle table)                                                   \
+    /* AdsSetField and AdsGetField. */                                                            \
+    FUNCTION(AdsSetRecord, Handle table, const void* record, U32 size)                            \
+    FUNCTION(AdsGetBinaryLength, Handle table, const char* field, U32* length)                    \
     FUNCTION(AdsGetBinary, Handle table, const char* field, U32 offset, void* data, U32* size)    \
     FUNCTION(AdsSetBinary, Handle table, const char* field, U16 type, U32 total, U32 offset,      \
-             const void* data, U32 size)                         /* AdsSetField alone */          \
-    FUNCTION(AdsGetIndexFilename, Handle order, U16 option, char* name, U16* size) /* the order list before and after an open */ \
-    FUNCTION(AdsIsIndexCustom, Handle order, U16* is)            /* not custom */                 \
-    FUNCTION(AdsSeekLast, Handle order, const void* key, U16 length, U16 type, U16* found) /* steps */ \
-    FUNCTION(AdsSetAOF, Handle table, const char* filter, U16 options) /* the engine's own filter */ \
+             const void* data, U32 size)                                                          \
+    /* Nothing: only a probe calls it. */                                                         \
+    FUNCTION(AdsGetIndexFilename, Handle order, U16 option, char* name, U16* size)                \
+    /* Every order is taken for one that is not custom. */                                        \
+    FUNCTION(AdsIsIndexCustom, Handle order, U16* is)                                             \
+    /* Steps. */                                                                                  \
+    FUNCTION(AdsSeekLast, Handle order, const void* key, U16 length, U16 type, U16* found)        \
+    /* The engine's own filter. */                                                                \
+    FUNCTION(AdsSetAOF, Handle table, const char* filter, U16 options)                            \
     FUNCTION(AdsClearAOF, Handle table)                                                           \
-    FUNCTION(AdsGetKeyType, Handle order, U16* type)             /* nothing: only probes call it */ \
-    FUNCTION(AdsExtractKey, Handle order, void* key, U16* size)  /* nothing: only probes call it */ \
-    FUNCTION(AdsGetAOFOptLevel, Handle table, U16* level, char* rest, U16* size) /* not optimised */
+    /* Nothing: only probes call them. */                                                         \
+    FUNCTION(AdsGetKeyType, Handle order, U16* type)                                              \
+    FUNCTION(AdsExtractKey, Handle order, void* key, U16* size)                                   \
+    /* Filters count as not optimised. */                                                         \
+    FUNCTION(AdsGetAOFOptLevel, Handle table, U16* level, char* rest, U16* size)
 // clang-format on
 
 }  // namespace brenik::advantage
