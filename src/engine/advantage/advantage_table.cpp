@@ -501,9 +501,13 @@ bool AdvantageTable::is_locked_at_client(RecordNumber record) {
 
 // After something that may have cost the lock of a record: acquires it again.
 bool AdvantageTable::keep_lock(RecordNumber record) {
-    if (owns_all() || is_locked_at_client(record) || lock_at_client(record)) return true;
-    locks_.erase(record);
-    return false;
+    if (owns_all() || is_locked_at_client(record)) return true;
+    if (!lock_at_client(record)) {
+        locks_.erase(record);
+        return false;
+    }
+    if (record == record_) forget_reading();  // others may have changed it meanwhile
+    return true;
 }
 
 bool AdvantageTable::lock_record(RecordNumber record, LockTry) {
@@ -779,12 +783,12 @@ Table::Added AdvantageTable::add_record(LockTry, std::size_t distinct, Leave lea
     }
     const bool loaded = holds_written();
     cursor_->doubt_place();
+    placed_at_added(record, loaded);
     if (leave == Leave::kUnlocked) {
         unlock_record(record);
     } else {
         static_cast<void>(keep_lock(record));  // without it, the next change is refused
     }
-    placed_at_added(record, loaded);
     moved();
     return Added::kDone;
 }
