@@ -36,6 +36,8 @@ bool is_own(const Process* process) {
 struct Closing {
     ~Closing() {
         if (!is_own(latest) || !latest->session.may_close_at_unload()) return;
+        latest->session.areas.close_all();
+        if (!latest->session.may_end_at_unload()) return;
         const std::unique_ptr<Process> own(latest);
         latest = own->inherited;
     }

@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -105,6 +106,12 @@ struct Session {
     }
     bool may_close_at_unload() const {
         return !areas.has_engine() || areas.engine().closes_at_unload();
+    }
+    // True if the engines may be destroyed then, too: also that of an earlier start may owe a call
+    // to a library of its own.
+    bool may_end_at_unload() const {
+        return std::ranges::all_of(
+            engines_, [](const auto& each) { return each.second->closes_at_unload(); });
     }
     // After a fault: drops half-done changes, which releasing their locks would otherwise write.
     void recover() noexcept {
