@@ -424,6 +424,7 @@ int AdvantageEngine::write_all_records() {
 int AdvantageEngine::close_all_tables() {
     const int closed = for_each_table([](ClientTable& table) { return table.shut(); });
     const Status disconnected = disconnect();
+    if (closed == 0) noted(disconnected, connected_folder_);
     put_settings_back();
     return closed != 0 ? closed : static_cast<int>(disconnected);
 }
