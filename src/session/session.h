@@ -124,7 +124,8 @@ struct Session {
     }
 
   private:
-    // A client engine without its library is not the one that has it.
+    // A client engine made while its library was missing stays unusable, so it is not used again
+    // once the library is there.
     using EngineKey = std::pair<EngineKind, bool>;
     static EngineKey key(const EngineChoice& choice) {
         return {choice.kind, choice.problem.empty()};
