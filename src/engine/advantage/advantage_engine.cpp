@@ -12,7 +12,6 @@
 
 #include "engine/advantage/advantage_table.h"
 #include "engine/advantage/assumptions.h"
-#include "engine/record/table_path.h"
 #include "platform/dynamic_library.h"
 #include "platform/file.h"
 #include "platform/folders.h"
@@ -366,7 +365,7 @@ std::variant<Handle, Refusal> AdvantageEngine::open_handle(const std::string& pa
 OpenAnswer AdvantageEngine::open(const std::string& path, TableSharing sharing, int controlling) {
     client();
     try {
-        return AdvantageTable::open(*this, record::table_path(path), sharing, controlling);
+        return AdvantageTable::open(*this, path, sharing, controlling);
     } catch (const EngineFault& fault) {
         last_error_ = fault.what();
         if (!is_damage(fault)) throw;

@@ -53,29 +53,23 @@ std::optional<record::TableLayout> AdvantageTable::layout_in_header(const std::s
 OpenAnswer AdvantageTable::open(AdvantageEngine& engine, const std::string& path,
                                 TableSharing sharing, int controlling) {
     const std::string file = platform::system_path(record::table_path(path));
-    try {
-        std::optional<record::TableLayout> layout = layout_in_header(file);
-        const bool oem = layout && is_oem(*layout);
-        bool later = layout && layout->is_later_generation();
-        const auto open_as = [&] {
-            return engine.open_handle(file, sharing, oem ? kOem : kAnsi,
-                                      later ? kVfpTable : kCdxTable);
-        };
-        auto answer = open_as();
-        if (const auto* refusal = std::get_if<Refusal>(&answer);
-            refusal && !layout && refusal->reason == RefusalReason::kDamaged) {
-            later = true;  // or so the header would have said
-            answer = open_as();
-        }
-        if (const auto* refusal = std::get_if<Refusal>(&answer)) return *refusal;
-        auto table = std::unique_ptr<AdvantageTable>(new AdvantageTable(engine, file, sharing));
-        table->layout_.version = later ? record::kLater : record::kPlain;
-        table->prepare(std::get<Handle>(answer), std::move(layout), oem, controlling);
-        return table;
-    } catch (const EngineFault& fault) {
-        if (!is_damage(fault)) throw;
-        return damaged(fault);
+    std::optional<record::TableLayout> layout = layout_in_header(file);
+    const bool oem = layout && is_oem(*layout);
+    bool later = layout && layout->is_later_generation();
+    const auto open_as = [&] {
+        return engine.open_handle(file, sharing, oem ? kOem : kAnsi, later ? kVfpTable : kCdxTable);
+    };
+    auto answer = open_as();
+    if (const auto* refusal = std::get_if<Refusal>(&answer);
+        refusal && !layout && refusal->reason == RefusalReason::kDamaged) {
+        later = true;  // or so the header would have said
+        answer = open_as();
     }
+    if (const auto* refusal = std::get_if<Refusal>(&answer)) return *refusal;
+    auto table = std::unique_ptr<AdvantageTable>(new AdvantageTable(engine, file, sharing));
+    table->layout_.version = later ? record::kLater : record::kPlain;
+    table->prepare(std::get<Handle>(answer), std::move(layout), oem, controlling);
+    return table;
 }
 
 void AdvantageTable::prepare(Handle handle, std::optional<record::TableLayout> layout, bool oem,

@@ -27,6 +27,7 @@ namespace brenik::advantage {
 
 class AdvantageTable : public Table, public ClientTable {
   public:
+    // Throws EngineFault for damage, too.
     static OpenAnswer open(AdvantageEngine& engine, const std::string& path, TableSharing sharing,
                            int controlling);
     ~AdvantageTable() override;
