@@ -64,8 +64,8 @@ inline void require(bool kept, const char* rule) {
 
 // The log, what went wrong, and the failure that a test asked for.
 struct CallRecord {
-    // "FUNCTION:OCCURRENCE[:STATUS]"; "any" means every function. Occurrences are counted from now,
-    // or from the last "calls=0", on. An empty text ends it. False if it is malformed.
+    // "FUNCTION:OCCURRENCE[:STATUS]"; "any" means every function. Occurrences are counted from now
+    // on. An empty text ends it. False if it is malformed.
     bool set_failure(const std::string& text);
     // Counts an occurrence of a function, or of a part of one that can fail by itself. True when it
     // is to fail.

@@ -4,9 +4,8 @@
 //     STAND_IN_READINGS=name=value,...           see readings.h
 //     STAND_IN_SERVERS=local|both|none           the servers that answer; local by default
 //     STAND_IN_LOG=FILE                          one line per call
-//     STAND_IN_FAIL=FUNCTION:OCCURRENCE[:STATUS]
-// StandInControl() takes one of the same at run time: a reading, "servers=...", "fail=..." (empty
-// for none), "server=lost", "server=back", "calls=0".
+// StandInControl() takes one of the same at run time: a reading, "servers=...", "server=lost",
+// "server=back", or "fail=FUNCTION:OCCURRENCE[:STATUS]" (nothing behind "=" for none).
 
 #include <algorithm>
 #include <charconv>
@@ -33,10 +32,6 @@ bool control(const std::string& text) {
     const std::string name = text.substr(0, text.find('='));
     const std::string value = text.substr(std::min(name.size() + 1, text.size()));
     if (name == "fail") return record_of_calls().set_failure(value);
-    if (text == "calls=0") {
-        record_of_calls().matches = 0;
-        return true;
-    }
     if (text == "server=back" || text == "server=lost") {
         process().server_is_lost = value == "lost";
         if (value == "lost") process().lose_server();
@@ -75,7 +70,6 @@ const bool kEnvironmentRead = [] {
     }
     const std::string servers = environment("STAND_IN_SERVERS");
     if (!servers.empty()) control_or_end("servers=" + servers);
-    control_or_end("fail=" + environment("STAND_IN_FAIL"));
     const std::string log = environment("STAND_IN_LOG");
     if (!log.empty()) record_of_calls().log = std::fopen(log.c_str(), "ab");
     return true;
