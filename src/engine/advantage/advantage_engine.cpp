@@ -159,9 +159,11 @@ void AdvantageEngine::require_setting(Status status, const char* setting) const 
 void AdvantageEngine::put_settings_back() noexcept {
     const ClientLibrary& api = *library_;
     // There may be no later call that would try again.
+    constexpr int kTries = 2;
     const auto put_back = [](auto& setting, const auto& set) {
-        if (!setting) return;
-        if (set(*setting) == kSuccess || set(*setting) == kSuccess) setting.reset();
+        for (int tries = 0; setting && tries < kTries; ++tries) {
+            if (set(*setting) == kSuccess) setting.reset();
+        }
     };
     put_back(host_.shows_deleted,
              [&](bool shown) { return api.AdsShowDeleted(shown ? kShown : kHidden); });
