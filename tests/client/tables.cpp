@@ -15,14 +15,28 @@ constexpr std::size_t kLongestAlias = 10;
 enum : U16 { kCdx = 2, kVfp = 4 };
 enum : U32 { kExclusive = 0x1, kReadOnlyOption = 0x2, kShared = 0x4, kAllOptions = 0xF };
 
-void check(U16 type, U16 characters, U16 locking, U16 rights, U32 options) {
+// What AdsOpenTable is given.
+struct OpenRequest {
+    Handle connection;
+    const char* path;
+    const char* alias;
+    U16 type;
+    U16 characters;
+    U16 locking;
+    U16 rights;
+    U32 options;
+
+    bool asks_for(U32 option) const { return (options & option) != 0; }
+};
+
+void check(const OpenRequest& request) {
     require(process().server_types.has_value(), "a table is opened before a server type was set");
-    require(type >= 1 && type <= kVfp, "an unknown table type");
-    require(characters == kAnsi || characters == kOem, "an unknown character type");
-    require(locking <= 1, "an unknown lock type");
-    require(rights == 1 || rights == 2, "unknown rights");
-    require(options <= kAllOptions, "unknown options");
-    require((options & kExclusive) == 0 || (options & kShared) == 0, "exclusive and shared");
+    require(request.type >= 1 && request.type <= kVfp, "an unknown table type");
+    require(request.characters == kAnsi || request.characters == kOem, "an unknown character type");
+    require(request.locking <= 1, "an unknown lock type");
+    require(request.rights == 1 || request.rights == 2, "unknown rights");
+    require(request.options <= kAllOptions, "unknown options");
+    require(!request.asks_for(kExclusive) || !request.asks_for(kShared), "exclusive and shared");
 }
 
 std::string alias_argument(const char* text) {
@@ -35,23 +49,24 @@ std::string alias_argument(const char* text) {
     return alias;
 }
 
-ClientTable& open_table(Handle handle, const char* path, const char* alias, U16 type,
-                        U16 characters, U16 locking, U32 options) {
-    Connection& connection = process().connection(handle);
-    ClientTable::Options own{alias_argument(alias), characters, (options & kExclusive) != 0,
-                             (options & kReadOnlyOption) != 0};
+Handle open_table(const OpenRequest& request) {
+    check(request);
+    Connection& connection = process().connection(request.connection);
+    ClientTable::Options own{alias_argument(request.alias), request.characters,
+                             request.asks_for(kExclusive), request.asks_for(kReadOnlyOption)};
     local::LocalEngine& engine = *connection.engine;
-    engine.set_proprietary_locking(connection.is_remote() && locking == 1);
+    engine.set_proprietary_locking(connection.is_remote() && request.locking == 1);
     engine.set_read_only(own.read_only);
     const auto sharing = own.exclusive ? TableSharing::kExclusive : TableSharing::kShared;
-    OpenAnswer answer = engine.open(text_argument(path, "the path"), sharing, 0);
+    OpenAnswer answer = engine.open(text_argument(request.path, "the path"), sharing, 0);
     if (const auto* refusal = std::get_if<Refusal>(&answer)) {
         fail(status_of(*refusal), refusal->text);
     }
     auto& table = std::get<std::unique_ptr<Table>>(answer);
-    const bool suits = type == kVfp || (type == kCdx && !table->layout().is_later_generation());
+    const bool suits =
+        request.type == kVfp || (request.type == kCdx && !table->layout().is_later_generation());
     if (!suits && reads("table_type=checked")) fail(kCorrupt, "the table is of another type");
-    return process().add_table(connection, std::move(table), std::move(own));
+    return process().add_table(connection, std::move(table), std::move(own)).handle();
 }
 
 const record::Field& field_of(Handle handle, const char* field) {
@@ -60,7 +75,9 @@ const record::Field& field_of(Handle handle, const char* field) {
 }
 
 const record::Field& field_at(Handle handle, U16 position) {
-    return field_of(handle, reinterpret_cast<const char*>(std::uintptr_t{position}));
+    const std::vector<record::Field>& fields = table_of(handle).layout().fields;
+    if (position == 0 || position > fields.size()) fail(5059, "no field has this position");
+    return fields[position - 1U];
 }
 
 // The type codes of the client for the letters of a table's header.
@@ -114,9 +131,9 @@ STAND_IN(AdsOpenTable,
           U16 locking, U16 rights, U32 options, Handle* table),
          (connection, path, alias, type, characters, locking, rights, options, table),
          require(table != nullptr, "a pointer for a handle is null");
-         check(type, characters, locking, rights, options); give_handle(
-             open_table(connection, path, alias, type, characters, locking, options).handle(),
-             table))
+         give_handle(open_table({connection, path, alias, type, characters, locking, rights,
+                                 options}),
+                     table))
 STAND_IN(AdsCloseTable, (Handle table), (table),
          process().close_table(process().table(table, Process::Lost::kAllowed)))
 STAND_IN(AdsCacheRecords, (Handle table, U16 records), (table, records),
