@@ -123,7 +123,7 @@ enum {
  * BRENIK_SUCCESS, BRENIK_DATA_FILES_MISSING, BRENIK_INDEX_FILES_MISSING,
  * BRENIK_SYSTEM_TABLE_NOT_OPENED, BRENIK_TABLE_NOT_OPENED. After a failure some tables may be open;
  * call only BrenikShutDown, or BrenikInitialize again. Tables of an earlier session in another
- * folder are closed first, and its transaction is dropped.
+ * folder or with another engine are closed first, and its transaction is dropped.
  *
  *     BrenikCode code = BrenikInitialize("C:\\Practice", 1, 0);
  *     if (code != BRENIK_SUCCESS) {

@@ -230,6 +230,7 @@ constexpr std::array kRoutines{
     Routine{"NEXTUID",
             "identifier (ref), [record locked], [counter locked], [record object], [work area]",
             call_NEXTUID},
+    Routine{"RDDINIT", "", [](Session& s) { RDDINIT(s); }},
     Routine{
         "REC_LOCK", "[seconds]",
         [](Session& s, Arguments& a) { return REC_LOCK(s, a.number(0, kDefaultRetrySeconds)); }},

@@ -77,6 +77,11 @@ std::string next_step(const Facts& facts) {
         return "mend the library, if other workstations use a server; to keep this one out until "
                "then, set Engine=advantage";
     }
+    if (!is_client(facts) && facts.settings.server_type == kRemoteServer) {
+        return "set nServerType=0 if no server holds the practice; until then every start of a "
+               "host "
+               "shows the notice that the server is not there";
+    }
     if (!is_client(facts)) {
         return "nothing to do; if the practice should use a database server, docs/how-to/"
                "use-a-database-server.md says how";
