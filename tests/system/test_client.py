@@ -192,6 +192,29 @@ def test_lost_server(new_host, practice):
     assert not practice.table('LAW1').where(FIRST='Lost0')
 
 
+@pytest.mark.parametrize('call, allowed', [('addstart', {0, 14}), ('setfield', {0, 14}), ('shutdown', {0})])
+def test_each_call_on_the_library_fails(new_host, practice, tmp_path, call, allowed):
+    """The calls of a host that change no table, with each of their calls on the library failing before its work and
+    after it; the next session works. A table that was closed all the same is asked once more: not tried here."""
+    log = Calls(tmp_path / 'calls')
+    host = new_host(STAND_IN_LOG=path_form(OURS)(log.path))
+    calls = {'addstart': lambda: host.add_start(1), 'setfield': lambda: host.set_field(1, 'LAST', 'Set'),
+             'shutdown': host.shutdown}
+    for after in [0, 1][:1 + (call != 'shutdown')]:
+        number, made = 0, 1
+        while made > number:
+            number += 1
+            assert host.init(practice) == 0 and host.begin(1, 2, {'FIRST': 'Begun'}) == 0
+            log.next()
+            host.control('fail_after=%d' % after)
+            host.control('fail=any:%d' % number)
+            code = calls[call]()
+            made = len(log.next())
+            host.control('fail=')
+            assert code in allowed and host.shutdown() in (0, 15) and host.count('locks') == 0, (number, made)
+    full_session(new_host(), practice)
+
+
 # --------------------------------------------------------------------------- workstations beside it
 
 @pytest.mark.parametrize('others', [
