@@ -50,13 +50,10 @@ std::span<const Assumption> assumptions();
     NUMBER(kStringField, U16, 4, "ADS_STRING", "field-types", true)                               \
     NUMBER(kMemoField, U16, 5, "ADS_MEMO", "field-types", true)                                   \
     NUMBER(kBinaryField, U16, 6, "ADS_BINARY", "field-types", true)                               \
-    NUMBER(kImageField, U16, 7, "ADS_IMAGE", "field-types", true)                                 \
-    NUMBER(kCompactDateField, U16, 9, "the code of a compact date", "field-types", true)          \
     NUMBER(kDoubleField, U16, 10, "ADS_DOUBLE", "field-types", true)                              \
     NUMBER(kIntegerField, U16, 11, "ADS_INTEGER", "field-types", true)                            \
     NUMBER(kTimestampField, U16, 14, "ADS_TIMESTAMP", "field-types", true)                        \
     NUMBER(kAutoincrementField, U16, 15, "ADS_AUTOINC", "field-types", true)                      \
-    NUMBER(kRawField, U16, 16, "ADS_RAW", "field-types", true)                                    \
     NUMBER(kCurrencyField, U16, 17, "ADS_CURDOUBLE", "field-types", true)                         \
     NUMBER(kMoneyField, U16, 18, "ADS_MONEY", "field-types", true)                                \
     NUMBER(kNotTrimmed, U16, 0, "ADS_NONE", "trim-options", false)                                \
