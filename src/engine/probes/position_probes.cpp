@@ -139,13 +139,18 @@ Answer refresh(Bench& bench) {
                 said(status) + "; the record that another has changed reads " + quoted(after));
 }
 
-Answer deleted_setting(Bench& bench) {
-    const auto table = bench.here();
+std::unique_ptr<ClientTable> with_record_2_deleted(Bench& bench) {
+    auto table = bench.here();
     table->go(2);
     table->lock(2);
     require(bench.client().AdsDeleteRecord(table->handle()), "AdsDeleteRecord");
     table->write();
     table->unlock(2);
+    return table;
+}
+
+Answer deleted_setting(Bench& bench) {
+    const auto table = with_record_2_deleted(bench);
     const auto second_record = [&](U16 setting) {
         require(bench.client().AdsShowDeleted(setting), "AdsShowDeleted");
         table->go_top(table->handle());
@@ -160,12 +165,7 @@ Answer deleted_setting(Bench& bench) {
 }
 
 Answer go_to_deleted(Bench& bench) {
-    const auto table = bench.here();
-    table->go(2);
-    table->lock(2);
-    require(bench.client().AdsDeleteRecord(table->handle()), "AdsDeleteRecord");
-    table->write();
-    table->unlock(2);
+    const auto table = with_record_2_deleted(bench);
     require(bench.client().AdsShowDeleted(kHidden), "AdsShowDeleted");
     table->go(1);
     const Status status = bench.client().AdsGotoRecord(table->handle(), 2);
