@@ -200,7 +200,7 @@ def test_each_call_on_the_library_fails(new_host, practice, tmp_path, call, allo
     host = new_host(STAND_IN_LOG=path_form(OURS)(log.path))
     calls = {'addstart': lambda: host.add_start(1), 'setfield': lambda: host.set_field(1, 'LAST', 'Set'),
              'shutdown': host.shutdown}
-    for after in [0, 1][:1 + (call != 'shutdown')]:
+    for after in [0] if call == 'shutdown' else [0, 1]:
         number, made = 0, 1
         while made > number:
             number += 1
